@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: Apache-2.0
+// The calls of a configuration cycle: get, commit, roll-back, free.
+#include "zot_conf.h"
+
+#include <cstdlib>
+#include <memory>
+
+#include "utilities/owner.hpp"
+#include "zot_err.hpp"
+#include "zot_log.hpp"
+#include "zot_parm.hpp"
+#include "zot_priv/model/owners.hpp"
+
+namespace {
+
+struct ret_list_deleter {
+  void operator()(zot_list *ret) const {
+    zot_priv_free_ret_data(ret);
+    std::free(ret);
+  }
+};
+using ret_list_owner = std::unique_ptr<zot_list, ret_list_deleter>;
+
+bool has_loaded_conf(const zot_ctx &handle) {
+  constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
+  return (handle.load_flags & conf_loaded) == conf_loaded;
+}
+
+void load_conf_once(zot_ctx *handle) {
+  const zot_slot &current = handle->slot[ZOT_SLOT_CURRENT];
+  if ((current.k == nullptr || current.gpbs == nullptr) && !has_loaded_conf(*handle)) {
+    zot_priv_init_load_conf(handle);
+  }
+}
+
+void load_ret_list_once(zot_ctx *handle) {
+  if (handle->ret.list == nullptr && (handle->load_flags & ZOT_LOADED_RET_LIST) == 0) {
+    zot_priv_init_load_ret_gpb_list(handle);
+  }
+}
+
+// Answers from the cache alone.
+int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
+               const char *func) {
+  load_ret_list_once(handle);
+  if (const int status = zot_priv_fltr_ret_data(handle, list, mask, catset); status != ZOT_OK) {
+    return status;
+  }
+  if (zot_list_is_empty(list)) {
+    return zot::record(handle, ZOT_ERR_NO_CACHE, func, __LINE__, "No cached data now");
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
+             "%sNo update data, return cached results.\n");
+  return zot::record(handle, ZOT_OK, func, __LINE__, "%s", func);
+}
+
+// Answers after asking the service.
+int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
+               const char *func) {
+  const int update = zot_priv_chk_update(handle);
+  if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
+    load_ret_list_once(handle);
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
+               "%sStart to do filter returned list.\n");
+    if (const int status = zot_priv_fltr_ret_data(handle, list, mask, catset); status != ZOT_OK) {
+      return status;
+    }
+    return zot::record(handle, ZOT_ERR_SAME_AS_CORRUPTED, func, __LINE__,
+                       "New configuration is still corrupted.");
+  }
+  if (zot_util_is_err(update)) {
+    return update;
+  }
+  if (const int status = zot_priv_fltr_ret_data(handle, list, mask, catset); status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
+             "%sGet new configuration: Done\n");
+  // The labels stand the other way round from what the counters count; readers of logs know them
+  // so.
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
+             "%sRead Bytes: %19llu, Write Bytes: %19llu\n",
+             static_cast<unsigned long long>(handle->stat.bytes_written),
+             static_cast<unsigned long long>(handle->stat.bytes_read));
+  return zot_priv_err_set_errno(handle, ZOT_OK);
+}
+
+// Lets each shared record stand in its last slot only, so that it is released once.
+void unshare_slot(zot_ctx *handle, uint32_t slot) {
+  zot_slot &own = handle->slot[slot];
+  for (uint32_t later = slot + 1; later < ZOT_SLOT_COUNT; ++later) {
+    if (handle->slot[later].k == own.k) {
+      own.k = nullptr;
+    }
+    if (handle->slot[later].gpbs == own.gpbs) {
+      own.gpbs = nullptr;
+    }
+  }
+}
+
+void release_slot(zot_ctx *handle, uint32_t slot, const char *func) {
+  const char *const name = zot_priv_slot_name(slot);
+  zot_slot &own = handle->slot[slot];
+  if (own.k != nullptr) {
+    zot::drop_k_contents(own.k);
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K = %p\n", name,
+               zot::address(own.k));
+    std::free(own.k);
+    own.k = nullptr;
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K: Done\n",
+               name);
+  }
+  if (own.gpbs != nullptr) {
+    zot_priv_free_gpb_list(handle, own.gpbs);
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s GPB = %p\n",
+               name, zot::address(own.gpbs));
+    zot::free_gpb_head(own.gpbs);
+    own.gpbs = nullptr;
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
+               "%sFree %s GPB list: Done\n", name);
+  }
+}
+
+}  // namespace
+
+int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zot_list **ret) {
+  if (handle == nullptr || ret == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  *ret = nullptr;
+  ZOT_RECORD(handle, ZOT_OK);
+  if (const int status = zot_priv_reload_sys_paths(handle); status != ZOT_OK) {
+    return status;
+  }
+  if (conf_stat_mask == 0) {
+    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "invalid conf_stat_mask: %u", conf_stat_mask);
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sStart to get new configuration.\n");
+  load_conf_once(handle);
+  ret_list_owner list(zot::make_zeroed<zot_list>().release());
+  if (list == nullptr) {
+    return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);
+  }
+  zot_list_init(list.get());
+  const int status = (conf_stat_mask & ZOT_STAT_CACHED) != 0
+                         ? get_cached(handle, list.get(), catset, conf_stat_mask, __func__)
+                         : get_update(handle, list.get(), catset, conf_stat_mask, __func__);
+  if (status == ZOT_OK || status == ZOT_ERR_SAME_AS_CORRUPTED) {
+    *ret = list.release();
+  }
+  return status;
+}
+
+int zot_conf_commit(zot_ctx *handle) {
+  return handle == nullptr ? ZOT_ERR_NULL_INPUT : zot_priv_commit_conf(handle);
+}
+
+int zot_conf_roll_back(zot_ctx *handle) {
+  return handle == nullptr ? ZOT_ERR_NULL_INPUT : zot_priv_commit_fail_k(handle);
+}
+
+int zot_conf_free_ret_data(zot_ctx *handle, zot_list **ret) {
+  if (ret == nullptr) {
+    return zot_priv_err_set_err2(handle, ZOT_ERR_NULL_INPUT, __func__, __LINE__);
+  }
+  if (*ret == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
+  }
+  zot_list *const list = *ret;
+  for (zot_list *node = list->next; node != list;) {
+    zot_list *const next = node->next;
+    ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_DETAIL, "%sFree return entry: %p\n",
+            zot::address(node));
+    std::free(node);
+    node = next;
+  }
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree returned list: %p\n",
+          zot::address(list));
+  std::free(list);
+  *ret = nullptr;
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree returned data: Done\n");
+  return ZOT_OK;
+}
+
+int zot_conf_free(zot_ctx *handle) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  for (uint32_t slot = 0; slot < ZOT_SLOT_COUNT; ++slot) {
+    unshare_slot(handle, slot);
+    release_slot(handle, slot, __func__);
+  }
+  zot_priv_free_ret_gpb_list(handle);
+  zot_priv_parm_free(handle);
+  zot_log_free(handle);
+  std::free(handle);
+  return ZOT_OK;
+}

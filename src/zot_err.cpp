@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_err.hpp"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "zot_assert.hpp"
+#include "zot_log.hpp"
+
+namespace {
+
+struct status_text {
+  int code;
+  const char *text;
+};
+
+#define ZOT_STATUS_ROW(name, code, text) status_text{name, text},
+constexpr std::array status_texts{ZOT_STATUS_MAP(ZOT_STATUS_ROW)};
+#undef ZOT_STATUS_ROW
+
+constexpr char unnamed_status[] = "Generic Error";
+
+constexpr bool is_empty(const char *text) {
+  return text == nullptr || *text == '\0';
+}
+
+constexpr uint32_t level_of(int code) {
+  if (code == ZOT_OK) {
+    return ZOT_LOG_DEBUG;
+  }
+  return code < 0 ? ZOT_LOG_ERROR : ZOT_LOG_INFO;
+}
+
+// The text is built aside, because the arguments may point into the handle's own text.
+[[gnu::format(printf, 3, 0)]] void store_text(zot_ctx *handle, int code, const char *fmt,
+                                              va_list args) {
+  char text[ZOT_ERR_STR_SIZE] = "";
+  if (!is_empty(fmt)) {
+    std::vsnprintf(text, sizeof text, fmt, args);
+  } else {
+    const char *const known = zot_priv_err_get_map_str(code);
+    std::snprintf(text, sizeof text, "%s", is_empty(known) ? unnamed_status : known);
+  }
+  std::memcpy(handle->err_str, text, sizeof text);
+}
+
+[[gnu::format(printf, 5, 0)]] int set_status(zot_ctx *handle, int code, const char *func, long line,
+                                             const char *fmt, va_list args) {
+  handle->err = code;
+  store_text(handle, code, fmt, args);
+  if (!is_empty(func) && line != 0) {
+    ZOT_LOG_AT(handle, func, line, level_of(code), ZOT_TOPIC_GENERAL, "%s%s\n", handle->err_str);
+  }
+  return code;
+}
+
+}  // namespace
+
+namespace zot {
+
+int record(zot_ctx *handle, int code, const char *func, long line, const char *fmt, ...) {
+  if (handle == nullptr) {
+    return code;
+  }
+  va_list args;
+  va_start(args, fmt);
+  set_status(handle, code, func, line, fmt, args);
+  va_end(args);
+  return code;
+}
+
+}  // namespace zot
+
+int zot_priv_err_set_err_str2(zot_ctx *handle, int code, const char *func, long line,
+                              const char *fmt, ...) {
+  // Without a handle the status would be lost unseen.
+  zot::require(handle != nullptr, "reg_data != ((void *)0)", "src/zot_err", __func__);
+  va_list args;
+  va_start(args, fmt);
+  set_status(handle, code, func, line, fmt, args);
+  va_end(args);
+  return code;
+}
+
+int zot_priv_err_set_err2(zot_ctx *handle, int code, const char *func, long line) {
+  return zot_priv_err_set_err_str2(handle, code, func, line, nullptr);
+}
+
+int zot_priv_err_set_errno(zot_ctx *handle, int code) {
+  if (handle != nullptr) {
+    handle->err = code;
+  }
+  return code;
+}
+
+int zot_priv_err_get_errno(const zot_ctx *handle) {
+  return handle != nullptr ? handle->err : ZOT_ERR_WRONG_INPUT;
+}
+
+const char *zot_priv_err_get_map_str(int code) {
+  for (const status_text &row : status_texts) {
+    if (row.code == code) {
+      return row.text;
+    }
+  }
+  return nullptr;
+}
+
+const char *zot_priv_err_get_err_str(const zot_ctx *handle) {
+  return handle->err_str;
+}

@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_log.hpp"
+
+#include <syslog.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "utilities/owner.hpp"
+#include "zot_log_dst.hpp"
+
+namespace {
+
+// A longer message is formatted a second time, into memory of its own.
+constexpr size_t message_size = 4096;
+
+constexpr std::array syslog_priorities{LOG_ERR, LOG_WARNING, LOG_INFO, LOG_DEBUG};
+
+// The connection belongs to the process: every handle shares it and none closes it.
+bool syslog_is_open = false;
+
+int write_stderr(const char *text) {
+  std::fputs(text, stderr);
+  return 0;
+}
+
+// A sink may rely on the log context and on its control.
+using sink = int (*)(zot_log_ctx *log_ctx, const zot_log_site &site, const char *text);
+
+int to_syslog(zot_log_ctx *, const zot_log_site &site, const char *text) {
+  return zot_log_dst_syslog(site.level, text);
+}
+
+int to_stdout(zot_log_ctx *, const zot_log_site &, const char *text) {
+  std::fputs(text, stdout);
+  return 0;
+}
+
+int to_stderr(zot_log_ctx *, const zot_log_site &, const char *text) {
+  return write_stderr(text);
+}
+
+int to_stream(zot_log_ctx *log_ctx, const zot_log_site &, const char *text) {
+  FILE *const stream = log_ctx->ctl->fp;
+  return stream != nullptr ? zot_log_dst_fp(stream, text) : write_stderr(text);
+}
+
+int to_path(zot_log_ctx *log_ctx, const zot_log_site &, const char *text) {
+  const char *const path = log_ctx->ctl->path;
+  return path != nullptr ? zot_log_dst_path(log_ctx, path, text) : write_stderr(text);
+}
+
+int to_callback(zot_log_ctx *log_ctx, const zot_log_site &, const char *text) {
+  const zot_log_ctl &ctl = *log_ctx->ctl;
+  return ctl.cb != nullptr ? zot_log_dst_cb_func(log_ctx, ctl.cb, ctl.cb_arg, text)
+                           : write_stderr(text);
+}
+
+// In the order of ZOT_LOG_DST_SYSLOG to ZOT_LOG_DST_CB_FUNC.
+constexpr std::array<sink, 6> sinks{to_syslog, to_stdout, to_stderr,
+                                    to_stream, to_path,   to_callback};
+
+}  // namespace
+
+int zot_log_dst_syslog(uint32_t level, const char *text) {
+  if (!syslog_is_open) {
+    openlog(nullptr, LOG_PID | LOG_ODELAY, LOG_USER);
+    syslog_is_open = true;
+  }
+  if (level >= syslog_priorities.size()) {
+    return -1;
+  }
+  syslog(syslog_priorities[level], "%s", text);
+  return 0;
+}
+
+int zot_log_dst_fp(FILE *stream, const char *text) {
+  if (stream == nullptr) {
+    std::fprintf(stderr, "[%s]: [ERROR] Null FILE pointer.\n", __func__);
+    return -1;
+  }
+  std::fputs(text, stream);
+  return 0;
+}
+
+int zot_log_dst_path(zot_log_ctx *log_ctx, const char *path, const char *text) {
+  if (path == nullptr || *path == '\0') {
+    std::fputs("[ERROR] Null or empty log path.\n", stderr);
+    return -1;
+  }
+  if (log_ctx != nullptr && log_ctx->path_fp != nullptr) {
+    return zot_log_dst_fp(log_ctx->path_fp, text);
+  }
+  zot::file_stream opened(std::fopen(path, "a+e"));
+  if (opened == nullptr) {
+    std::fprintf(stderr, "[ERROR] Unable to open log path = %s: %s\n", path, std::strerror(errno));
+    return -1;
+  }
+  const int result = zot_log_dst_fp(opened.get(), text);
+  if (log_ctx != nullptr) {
+    log_ctx->path_fp = opened.release();
+  }
+  return result;
+}
+
+int zot_log_dst_cb_func(zot_log_ctx *log_ctx, zot_log_cb *cb, void *cb_arg, const char *text) {
+  if (cb == nullptr) {
+    std::fprintf(stderr, "[%s]: [ERROR] Null callback function pointer.\n", __func__);
+    return -1;
+  }
+  cb(log_ctx, cb_arg, text);
+  return 0;
+}
+
+int zot_log_deliver(zot_log_ctx *log_ctx, const zot_log_site &site, const char *text) {
+  if (log_ctx == nullptr) {
+    return write_stderr(text);
+  }
+  if (log_ctx->ctl == nullptr) {
+    std::fputs("[ERROR]: Null zot_log_ctl Input.\n", stderr);
+    return -1;
+  }
+  const uint32_t dst = log_ctx->ctl->dst;
+  if (dst >= sinks.size()) {
+    std::fprintf(stderr, "[ERROR]: unknon ZOT_LOG_DST enum: %u\n", dst);
+    return 0;
+  }
+  return sinks[dst](log_ctx, site, text);
+}
+
+int zot_log(zot_log_ctx *log_ctx, uint32_t level, uint32_t mask, long line, const char *func,
+            const char *fmt, ...) {
+  if (log_ctx == nullptr || fmt == nullptr || *fmt == '\0' ||
+      !zot::log_enabled(log_ctx, level, mask)) {
+    return 0;
+  }
+  // A caller that logs between a failure and its report still finds the error number.
+  const zot::errno_keeper keep_errno;
+  const zot_log_site site{level, mask, line, func};
+  char message[message_size];
+  va_list args;
+  va_start(args, fmt);
+  const int length = std::vsnprintf(message, sizeof message, fmt, args);
+  va_end(args);
+  if (length <= 0) {
+    return length;
+  }
+  const size_t size = static_cast<size_t>(length) + 1;
+  if (size <= sizeof message) {
+    return zot_log_deliver(log_ctx, site, message);
+  }
+  const zot::c_text whole(static_cast<char *>(std::calloc(size, 1)));
+  if (whole == nullptr) {
+    zot_log_deliver(log_ctx, site, message);
+    return -1;
+  }
+  va_start(args, fmt);
+  std::vsnprintf(whole.get(), size, fmt, args);
+  va_end(args);
+  return zot_log_deliver(log_ctx, site, whole.get());
+}
+
+char *zot_log_get_prefix(const zot_log_ctx *log_ctx, const char *func, long line, char *buf,
+                         size_t size) {
+  const char *const name = func != nullptr ? func : "";
+  uint32_t option = ZOT_LOG_OPT_FUNC;
+  if (log_ctx != nullptr) {
+    option = log_ctx->ctl != nullptr ? log_ctx->ctl->option : 0;
+  }
+  switch (option & (ZOT_LOG_OPT_FUNC | ZOT_LOG_OPT_LINE)) {
+    case ZOT_LOG_OPT_FUNC:
+      std::snprintf(buf, size, "[%s] ", name);
+      break;
+    case ZOT_LOG_OPT_LINE:
+      std::snprintf(buf, size, "[ (%ld)] ", line);
+      break;
+    case ZOT_LOG_OPT_FUNC | ZOT_LOG_OPT_LINE:
+      std::snprintf(buf, size, "[%s (%ld)] ", name, line);
+      break;
+    default:
+      std::snprintf(buf, size, "%s", "");
+  }
+  return buf;
+}
+
+int zot_log_init(zot_ctx *handle) {
+  zot_log_ctl defaults{};
+  zot_util_init_log_ctl(&defaults);
+  return zot_parm_set(handle, ZOT_PARM_LOG_CTL, &defaults, sizeof defaults);
+}
+
+void zot_log_free(zot_ctx *handle) {
+  if (handle == nullptr || handle->log_ctx.path_fp == nullptr) {
+    return;
+  }
+  std::fclose(handle->log_ctx.path_fp);
+  handle->log_ctx.path_fp = nullptr;
+}

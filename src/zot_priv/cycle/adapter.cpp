@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: Apache-2.0
+// The access-point adapter: K by two small files, the GPB files as one archive.
+#include <curl/curl.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "utilities/owner.hpp"
+#include "utilities/path.hpp"
+#include "zot_conf.h"
+#include "zot_err.hpp"
+#include "zot_list.hpp"
+#include "zot_log.hpp"
+#include "zot_priv/storage/scratch.hpp"
+
+namespace {
+
+constexpr const char *loopback_host = "127.0.0.1";
+constexpr const char *archive_name = "gpb.tgz";
+constexpr size_t command_size = 12288;
+constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
+constexpr uint32_t transfer_topics = ZOT_TOPIC_TRANSFER | ZOT_TOPIC_GPB;
+constexpr uint32_t file_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_GPB;
+
+// The names that one archive is asked for.
+class download_set {
+ public:
+  download_set() { zot_list_init(&names_); }
+  download_set(const download_set &) = delete;
+  download_set &operator=(const download_set &) = delete;
+  ~download_set() { clear(); }
+
+  // The name as the service is asked for it; null without memory.
+  const char *add(const zot_gpb &gpb) {
+    auto entry = zot::make_zeroed<remote_file_name>();
+    if (entry == nullptr) {
+      return nullptr;
+    }
+    static_cast<void>(std::snprintf(entry->name, sizeof entry->name, "%s/%s", "/config", gpb.path));
+    list_add_tail(&names_, &entry->node);
+    return entry.release()->name;
+  }
+
+  void clear() {
+    while (!zot_list_is_empty(&names_)) {
+      zot_list *const node = names_.next;
+      list_del(node);
+      // The node is the first member, so it is the entry's address.
+      std::free(node);
+    }
+  }
+
+  [[nodiscard]] const zot_list *names() const { return &names_; }
+
+ private:
+  zot_list names_;
+};
+
+bool is_set(const char *variable) {
+  const char *const value = std::getenv(variable);
+  return value != nullptr && value[0] != '\0';
+}
+
+// Turns the result of the archive transfer into a status.
+int record_transfer(zot_ctx *handle, int result, const char *func, long line) {
+  if (result == 0) {
+    return ZOT_OK;
+  }
+  if (result == CURLE_OPERATION_TIMEDOUT) {
+    return zot::record(handle, ZOT_ERR_TIMEOUT, func, line, "[%s]: curl timeout get GPB.", func);
+  }
+  if (result < 0) {
+    return zot::record(handle, ZOT_ERR_REMOTE_UNAVAIL, func, line, "Unable to get remote files\n");
+  }
+  return zot::record(handle, ZOT_ERR_REMOTE_UNAVAIL, func, line, "[%s]: curl error:%s", func,
+                     curl_easy_strerror(static_cast<CURLcode>(result)));
+}
+
+int record_mkdir_failure(zot_ctx *handle, int error, const char *func, long line) {
+  const char *const text = std::strerror(error);
+  if (text == nullptr) {
+    return zot::record(handle, ZOT_ERR_GENERIC, func, line, "[%s]: mkdir %s: errno: %d", func,
+                       handle->tmp_root, error);
+  }
+  return zot::record(handle, ZOT_ERR_GENERIC, func, line, "[%s]: mkdir %s: %s", func,
+                     handle->tmp_root, text);
+}
+
+// Unpacks the archive into the scratch directory under the watch of what it leaves there.
+int unpack(zot_ctx *handle, const char *command, const char *func, long line) {
+  zot::scratch_watch watch;
+  if (!watch.begin(*handle)) {
+    return zot::record(handle, ZOT_ERR_GENERIC, func, line, "[%s]: fail to clean %s: %s", func,
+                       handle->tmp_root, std::strerror(errno));
+  }
+  int exit_code = 0;
+  const int status = _zot_priv_system(handle, command, &exit_code, func, line);
+  const bool is_clean = watch.end(*handle);
+  if (status != ZOT_OK) {
+    return status;
+  }
+  if (exit_code != 0) {
+    return zot::record(handle, ZOT_ERR_CORRUPTED, func, line, "[%s]: fail to run \"%s\":%d", func,
+                       command, exit_code);
+  }
+  if (!is_clean) {
+    return zot::record(handle, ZOT_ERR_CORRUPTED, func, line,
+                       "[%s]: archive holds more than GPB files: %s/%s", func, handle->tmp_root,
+                       archive_name);
+  }
+  return ZOT_OK;
+}
+
+}  // namespace
+
+int ap_download_k(zot_ctx *handle, zot_k *k) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  char host[ZOT_PATH_SIZE];
+  if (is_set("ZOT_REMOTE_PORT")) {
+    static_cast<void>(
+        std::snprintf(host, sizeof host, "%s:%u", loopback_host, zot_sub_get_remote_port()));
+    ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_TRANSFER, "%sURL: %s\n", host);
+  } else {
+    static_cast<void>(std::snprintf(host, sizeof host, "%s:%u", loopback_host,
+                                    static_cast<uint32_t>(ZOT_REMOTE_PORT)));
+  }
+  return zot_priv_get_new_k_by_host(handle, k, host);
+}
+
+int ap_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
+  if (handle == nullptr || k == nullptr || gpbs == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
+  }
+  download_set wanted;
+  for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
+    const char *const name = wanted.add(gpb);
+    if (name == nullptr) {
+      return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    }
+    ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_DETAIL, "%sAdd GPB file: \"%s\"\n", name);
+  }
+  if (chk_and_mkdir(handle->tmp_root) != 0) {
+    return record_mkdir_failure(handle, errno, __func__, __LINE__);
+  }
+  uint32_t timeout = 0;
+  zot_parm_get(handle, ZOT_PARM_TIMEOUT_GPB, &timeout, sizeof timeout);
+  const zot::joined_path archive(handle->tmp_root, archive_name);
+  char url[ZOT_PATH_SIZE];
+  static_cast<void>(
+      std::snprintf(url, sizeof url, "http://%s:%u/tgz", loopback_host, zot_sub_get_remote_port()));
+  remote_file_stat stat{};
+  const int result = get_remote_file_set_stat(url, archive.c_str(), wanted.names(), timeout, &stat);
+  // A name takes a page; the set is of no further use.
+  wanted.clear();
+  if (const int status = record_transfer(handle, result, __func__, __LINE__); status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, transfer_topics, "%sDownload GPB files from: \"%s\": Done\n", url);
+  handle->stat.bytes_written += stat.bytes;
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, file_topics, "%sTotal cost time: %lf, Write Bytes = %llu\n",
+          stat.total_time, static_cast<unsigned long long>(stat.bytes));
+
+  char command[command_size];
+  static_cast<void>(std::snprintf(command, sizeof command, "tar zxvf %s/%s -C %s > /dev/null 2>&1",
+                                  handle->tmp_root, archive_name, handle->tmp_root));
+  if (const int status = unpack(handle, command, __func__, __LINE__); status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, read_topics, "%suntar GPB files: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, file_topics, "%sRun CMD: \"%s\"\n", command);
+  if (const int status = zot_priv_read_gpb(handle, k, gpbs, handle->tmp_root); status != ZOT_OK) {
+    return status;
+  }
+  zot::remove_unlisted_files(*handle, gpbs);
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sGet new GPB files on tmp: Done\n");
+  return ZOT_OK;
+}

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+// The update check: what was published, and what it means for the configuration in force.
+#include <cerrno>
+#include <cstring>
+
+#include "zot_conf.h"
+#include "zot_err.hpp"
+#include "zot_log.hpp"
+#include "zot_priv/model/owners.hpp"
+
+namespace {
+
+constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
+// What the GPB step answers when the files lie in the dev directory.
+constexpr int read_from_dev_path = 1;
+
+void set_cycle_state(zot_ctx *handle, uint32_t bit) {
+  constexpr uint32_t outcomes = ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_SAME_K;
+  handle->stat.state = (handle->stat.state & ~outcomes) | bit;
+}
+
+// Lets a slot stand for the same files as the current one.
+void share_current_gpbs(zot_ctx *handle, uint32_t slot) {
+  zot_list *const current = zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT);
+  zot_priv_free_gpb_ex_safe(handle, slot, nullptr);
+  zot_priv_set_gpb(handle, slot, current);
+}
+
+// A list that failed on its way to the caller: no slot may keep it.
+void discard_tmp_gpbs(zot_ctx *handle) {
+  zot_list *const gpbs = zot_priv_get_gpb(handle, ZOT_SLOT_TMP);
+  if (gpbs == zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT) ||
+      gpbs == zot_priv_get_gpb(handle, ZOT_SLOT_LAST)) {
+    return;
+  }
+  zot_priv_set_gpb(handle, ZOT_SLOT_TMP, nullptr);
+  zot::destroy_gpb_list(handle, gpbs);
+}
+
+// Loads the K that an earlier process rolled back, once per handle. Only its absence is told apart:
+// the warning stands for every other outcome, a successful load included.
+void load_corrupted_k(zot_ctx *handle, const char *func) {
+  if (zot_priv_get_k(handle, ZOT_SLOT_CORRUPTED) != nullptr ||
+      (handle->load_flags & ZOT_LOADED_FAIL_K) != 0) {
+    return;
+  }
+  if (zot_priv_init_load_fail_k(handle) == ZOT_ERR_NO_FILE) {
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sNo saved corrupted K\n");
+    return;
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_WARN, k_file_topics,
+             "%sUnable to load corrupted K:%s\n", std::strerror(errno));
+}
+
+// Brings in the files of a new K and marks them against the configuration in force.
+int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
+  zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
+  if (gpbs == nullptr) {
+    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_TRANSFER | ZOT_TOPIC_GPB,
+             "%sDo synchronize GPB.\n");
+  const int read = zot_priv_update_tmp_gpb(handle, new_k, gpbs.get());
+  if (zot_util_is_err(read)) {
+    return read;
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GPB, "%sUpdate temporary GPB: Done\n");
+  zot_priv_free_gpb_ex_safe(handle, ZOT_SLOT_TMP, nullptr);
+  zot_priv_set_gpb(handle, ZOT_SLOT_TMP, gpbs.release());
+
+  const char *const root = read == read_from_dev_path ? handle->conf_root : handle->tmp_root;
+  const int status = zot_priv_update_cached_ret_gpb_list(
+      handle, zot_priv_get_k(handle, ZOT_SLOT_TMP), zot_priv_get_gpb(handle, ZOT_SLOT_TMP), root);
+  if (status != ZOT_OK) {
+    discard_tmp_gpbs(handle);
+    return status;
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GPB,
+             "%sUpdate returned GPB list: Done\n");
+  set_cycle_state(handle, ZOT_CYCLE_NEW_CONF);
+  return zot::record(handle, ZOT_OK, func, __LINE__);
+}
+
+// Aligns the slots when the published K is the one in force.
+int settle_same(zot_ctx *handle, const char *func) {
+  const zot_slot(&slot)[ZOT_SLOT_COUNT] = handle->slot;
+  if (zot_priv_cmp_k(slot[ZOT_SLOT_LAST].k, slot[ZOT_SLOT_TMP].k) == 0) {
+    share_current_gpbs(handle, ZOT_SLOT_TMP);
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
+               "%scur = %p, prev = %p, tmp = %p\n", zot::address(slot[0].gpbs),
+               zot::address(slot[1].gpbs), zot::address(slot[2].gpbs));
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
+               "%sNo update on K , it doesn't need to update memory\n");
+  } else {
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
+               "%sNo update on K; do rotate last K\n");
+    if (const int status = zot_priv_handle_no_update(handle); status != ZOT_OK) {
+      return status;
+    }
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K, "%sUpdate last K: Done\n");
+  }
+  set_cycle_state(handle, ZOT_CYCLE_SAME_K);
+  return zot::record(handle, ZOT_NO_UPDATE, func, __LINE__, "No update data.");
+}
+
+}  // namespace
+
+int zot_priv_chk_update(zot_ctx *handle) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  zot_core_reset_stat(&handle->stat);
+  zot::k_owner new_k = zot::make_k();
+  if (new_k == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+  }
+  load_corrupted_k(handle, __func__);
+
+  const int fetched = zot_priv_update_tmp_k(handle, new_k.get());
+  const bool is_rolled_back = fetched == ZOT_ERR_SAME_AS_CORRUPTED;
+  if (!is_rolled_back && fetched != ZOT_OK && fetched != ZOT_NO_UPDATE) {
+    return fetched;
+  }
+  zot_priv_free_k_ex_safe(handle, ZOT_SLOT_TMP, nullptr);
+  zot_k *const tmp_k = new_k.release();
+  zot_priv_set_k(handle, ZOT_SLOT_TMP, tmp_k);
+  if (handle->ret.list == nullptr && (handle->load_flags & ZOT_LOADED_RET_LIST) == 0) {
+    zot_priv_init_load_ret_gpb_list(handle);
+  }
+  if (is_rolled_back) {
+    set_cycle_state(handle, ZOT_CYCLE_SAME_K);
+    return ZOT_ERR_SAME_AS_CORRUPTED;
+  }
+  return fetched == ZOT_OK ? prepare_new(handle, tmp_k, __func__) : settle_same(handle, __func__);
+}
+
+int zot_priv_handle_no_update(zot_ctx *handle) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  zot_k *const tmp_k = zot_priv_get_k(handle, ZOT_SLOT_TMP);
+  if (const int status = zot_priv_rotate_prev_k(handle, tmp_k); status != ZOT_OK) {
+    return status;
+  }
+  zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
+  zot_priv_set_k(handle, ZOT_SLOT_LAST, tmp_k);
+  share_current_gpbs(handle, ZOT_SLOT_LAST);
+  share_current_gpbs(handle, ZOT_SLOT_TMP);
+  const zot_slot(&slot)[ZOT_SLOT_COUNT] = handle->slot;
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%scur = %p, prev = %p, tmp = %p\n",
+          zot::address(slot[0].gpbs), zot::address(slot[1].gpbs), zot::address(slot[2].gpbs));
+  zot_priv_prune_deleted_gpb(handle, handle->ret.list);
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sRemove deleted GPB from returned list\n");
+  return ZOT_OK;
+}

@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace zot {
+
+// Where two GPB entries differ first: the kind of a zot_gpb_cmp.
+enum difference { same_entry = 0, other_category = 1, other_key = 2, other_version = 3 };
+
+}  // namespace zot

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: Apache-2.0
+// The persistent cache at commit: K files rotated, GPB files replaced.
+#include <cerrno>
+#include <cstring>
+
+#include "utilities/path.hpp"
+#include "zot_conf.h"
+#include "zot_err.hpp"
+#include "zot_log.hpp"
+#include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/commit_progress.hpp"
+
+namespace {
+
+constexpr size_t command_size = 8192;
+constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
+constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
+constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
+
+// The files that a commit of K works on.
+struct k_files {
+  explicit k_files(const zot_ctx &handle, const zot_k &tmp_k)
+      : current(handle.conf_k_root, "/subsys.k"),
+        last(handle.conf_k_root, "/prev_subsys.k"),
+        corrupted(handle.conf_root, "/knowledge/corrupted.k"),
+        fresh(tmp_k.root, "/subsys.k"),
+        current_checksum(handle.conf_root, "/knowledge/subsys.checksum"),
+        last_checksum(handle.conf_root, "/knowledge/prev_subsys.checksum"),
+        corrupted_checksum(handle.conf_root, "/knowledge/corrupted.checksum"),
+        fresh_checksum(tmp_k.root, "/subsys.checksum") {}
+
+  zot::joined_path current, last, corrupted, fresh;
+  zot::joined_path current_checksum, last_checksum, corrupted_checksum, fresh_checksum;
+};
+
+// What a rotation calls its file, and how it ends.
+struct rotation {
+  const zot::joined_path &from;
+  const zot::joined_path &to;
+  const char *label;
+  const char *outcome;
+  uint32_t done_bit;
+};
+
+// Makes the current file the last one, once in a commit: a commit that is continued finds the
+// current file missing or new, and must not put it over the last one.
+void rotate(zot_ctx *handle, const rotation &files, const char *func) {
+  uint32_t &progress = handle->stat.reserved;
+  if ((progress & files.done_bit) != 0) {
+    return;
+  }
+  rm_rf(files.to.c_str());
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove last %s: Done\n",
+             files.label);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
+             files.to.c_str());
+  const int error = std::rename(files.from.c_str(), files.to.c_str()) == 0 ? 0 : errno;
+  if (error != 0) {
+    // Before the first commit there is nothing to rename.
+    const uint32_t level = error == ENOENT ? ZOT_LOG_INFO : ZOT_LOG_WARN;
+    ZOT_LOG_AT(handle, func, __LINE__, level, k_file_topics, "%s[Warning] Unable to do mv: %s\n",
+               std::strerror(error));
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%s%s\n", files.outcome);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics,
+             "%sRun CMD: rename \"%s\" \"%s\"\n", files.from.c_str(), files.to.c_str());
+  const bool is_settled = error == 0 || error == ENOENT;
+  if (is_settled && progress != zot::commit_not_begun) {
+    progress |= files.done_bit;
+  }
+}
+
+void remove_corrupted(zot_ctx *handle, const zot::joined_path &path, const char *label,
+                      const char *func) {
+  rm_rf(path.c_str());
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove corrupted %s: Done\n",
+             label);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
+             path.c_str());
+}
+
+// Reads the committed K back. What the record held is given up only once the K is verified in its
+// new place, so that a failure leaves a record that a second commit can work with.
+int reload(zot_ctx *handle, zot_k *k) {
+  constexpr const char *operation = "zot_priv_commit_k";
+  const zot::k_owner stored = zot::make_k();
+  if (stored == nullptr) {
+    return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
+                       operation);
+  }
+  if (const int status = zot_priv_read_cur_k_f(handle, stored.get(), handle->conf_root, 0);
+      status != ZOT_OK) {
+    return status;
+  }
+  if (zot_priv_k_set_root(stored.get(), handle->conf_root) == nullptr) {
+    return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
+                       operation);
+  }
+  zot::drop_k_contents(k);
+  *k = *stored;
+  *stored = {};
+  return ZOT_OK;
+}
+
+int refuse_rootless(zot_ctx *handle, const zot_k *tmp_k) {
+  constexpr const char *operation = "zot_priv_commit_k";
+  if (tmp_k->root == nullptr) {
+    return zot::record(handle, ZOT_ERR_NULL_INPUT, operation, __LINE__, "[%s]: null root",
+                       operation);
+  }
+  if (tmp_k->root[0] == '\0') {
+    return zot::record(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__, "[%s]: root path is empty",
+                       operation);
+  }
+  return ZOT_OK;
+}
+
+}  // namespace
+
+int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
+  if (handle == nullptr || tmp_k == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
+  }
+  if (const int status = refuse_rootless(handle, tmp_k); status != ZOT_OK) {
+    return status;
+  }
+  if (handle->dev_mode != 0) {
+    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not rotate K,  path = %s\n",
+            "(null)");
+    return ZOT_RECORD(handle, ZOT_OK);
+  }
+  const k_files at(*handle, *tmp_k);
+  rotate(handle,
+         {at.current, at.last, "K", "Rotate current K as last K in storage: Done",
+          zot::commit_k_rotated},
+         __func__);
+  if (const int status =
+          zot_priv_fcopy(handle, at.fresh.c_str(), at.current.c_str(), __func__, __LINE__);
+      status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sMove data from tmp to cached storage: Done\n");
+  remove_corrupted(handle, at.corrupted, "K", __func__);
+  rotate(handle,
+         {at.current_checksum, at.last_checksum, "K.checksum", "Move new K to last K: Done",
+          zot::commit_checksum_rotated},
+         __func__);
+  if (const int status = zot_priv_fcopy(handle, at.fresh_checksum.c_str(),
+                                        at.current_checksum.c_str(), __func__, __LINE__);
+      status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached storage: Done\n");
+  remove_corrupted(handle, at.corrupted_checksum, "K.checksum", __func__);
+  zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, tmp_k);
+
+  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sStart to reload cached K.\n");
+  if (const int status = reload(handle, tmp_k); status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit and rotate K files: Done\n");
+  return ZOT_RECORD(handle, ZOT_OK);
+}
+
+int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  if (handle->dev_mode != 0) {
+    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not commit gpb\n");
+    return ZOT_RECORD(handle, ZOT_OK);
+  }
+  if (handle->fns.commit_gpb != nullptr) {
+    return handle->fns.commit_gpb(handle, handle->tmp_gpb_root, gpbs);
+  }
+  const zot::joined_path directory(handle->conf_root, "/config");
+  if (rm_rf(directory.c_str()) != 0) {
+    return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]:fail to remove %s", __func__,
+                      directory.c_str());
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics,
+          "%sRemove current GPB from cached storage: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: rm -rf \"%s\"\n", directory.c_str());
+  char command[command_size];
+  const int length = std::snprintf(command, sizeof command, "cp -r \"%s\" \"%s\"",
+                                   handle->tmp_gpb_root, directory.c_str());
+  int exit_code = -1;
+  int status = ZOT_OK;
+  if (length > 0 && static_cast<size_t>(length) < sizeof command) {
+    status = _zot_priv_system(handle, command, &exit_code, __func__, __LINE__);
+  } else {
+    errno = ENAMETOOLONG;
+  }
+  if (status != ZOT_OK || exit_code != 0) {
+    const int error = errno;
+    ZOT_LOG(handle, ZOT_LOG_ERROR, gpb_file_topics,
+            "%sfail to copy from %s to %s:ret = %d, err = %s", handle->tmp_gpb_root,
+            directory.c_str(), exit_code, std::strerror(error));
+    return status != ZOT_OK ? status
+                            : ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]:fail to copy from %s to %s",
+                                         __func__, handle->tmp_gpb_root, directory.c_str());
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics, "%sCopy new GPB to cached storage: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: %s\n", command);
+  return ZOT_RECORD(handle, ZOT_OK);
+}
+
+int zot_priv_rotate_prev_k(zot_ctx *handle, zot_k *tmp_k) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  if (tmp_k == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "[%s]: Null K file", __func__);
+  }
+  if (tmp_k->root == nullptr || tmp_k->root[0] == '\0') {
+    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "[%s]: empty K path", __func__);
+  }
+  if (handle->dev_mode != 0) {
+    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not rotate K,  path = %s\n",
+            handle->conf_root);
+    return ZOT_RECORD(handle, ZOT_OK);
+  }
+  const k_files at(*handle, *tmp_k);
+  if (const int status =
+          zot_priv_fcopy(handle, at.fresh.c_str(), at.last.c_str(), __func__, __LINE__);
+      status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached directory: Done\n");
+  if (const int status = zot_priv_fcopy(handle, at.fresh_checksum.c_str(), at.last_checksum.c_str(),
+                                        __func__, __LINE__);
+      status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K.checksum to cached directory: Done\n");
+  if (zot_priv_k_set_root(tmp_k, handle->conf_root) == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+  }
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, k_topics, "%sRotate last K files: Done\n");
+  return ZOT_RECORD(handle, ZOT_OK);
+}

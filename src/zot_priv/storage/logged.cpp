@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copies and commands that log and record under the name of the operation that asked for them.
+#include <cerrno>
+#include <cstring>
+
+#include "zot_conf.h"
+#include "zot_err.hpp"
+#include "zot_log.hpp"
+
+namespace {
+
+// An exit status stands in the second byte; anything else is handed on as system() gave it.
+int exit_code_of(int raw_status) {
+  const int exit_code = (raw_status >> 8) & 0xff;
+  return exit_code != 0 ? exit_code : raw_status;
+}
+
+}  // namespace
+
+int zot_priv_fcopy(zot_ctx *handle, const char *src, const char *dst, const char *func, long line) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  uint64_t read_bytes = 0;
+  uint64_t written_bytes = 0;
+  if (fcopy_stat(src, dst, &read_bytes, &written_bytes) != 0) {
+    return zot::record(handle, ZOT_ERR_GENERIC, func, line, "fail to cp %s to %s:%s", src, dst,
+                       std::strerror(errno));
+  }
+  handle->stat.bytes_read += read_bytes;
+  handle->stat.bytes_written += written_bytes;
+  ZOT_LOG_AT(handle, func, line, ZOT_LOG_DEBUG, ZOT_TOPIC_FILE, "%sRun CMD: cp \"%s\" \"%s\"\n",
+             src, dst);
+  ZOT_LOG_AT(handle, func, line, ZOT_LOG_DEBUG, ZOT_TOPIC_FILE,
+             "%sRead byte = %llu, write byte = %llu\n", static_cast<unsigned long long>(read_bytes),
+             static_cast<unsigned long long>(written_bytes));
+  return ZOT_OK;
+}
+
+int _zot_priv_system(zot_ctx *handle, const char *cmd, int *code, const char *func, long line) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  if (cmd == nullptr || cmd[0] == '\0') {
+    return zot::record(handle, ZOT_ERR_WRONG_INPUT, func, line, "Null or empty command");
+  }
+  const int raw_status = cmd_helper_system(cmd);
+  const int error = errno;
+  if (raw_status == -1) {
+    return zot::record(handle, ZOT_ERR_GENERIC, func, line,
+                       "No child process or no status, cmd = %s: %s", cmd, std::strerror(error));
+  }
+  const int exit_code = exit_code_of(raw_status);
+  errno = error;
+  ZOT_LOG_AT(handle, func, line, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
+             "%sRun system command: %s done, ret = %d\n", cmd, exit_code);
+  if (exit_code != 0) {
+    ZOT_LOG_AT(handle, func, line, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%serr = %s\n",
+               std::strerror(error));
+  }
+  if (code != nullptr) {
+    *code = exit_code;
+  }
+  return ZOT_OK;
+}

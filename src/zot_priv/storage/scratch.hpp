@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// What an unpacked archive may leave in the scratch directory, and what becomes of the rest.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "zot_conf.h"
+
+namespace zot {
+
+// Watches the scratch directory while an archive is unpacked into it. The archive may bring
+// directories and regular files below the GPB directory and nothing else: a link or a device that
+// stayed behind would let the next archive write anywhere, and a FIFO would hang the reader.
+class scratch_watch {
+ public:
+  scratch_watch() = default;
+  scratch_watch(const scratch_watch &) = delete;
+  scratch_watch &operator=(const scratch_watch &) = delete;
+  ~scratch_watch();
+
+  // Removes what does not belong there and remembers the rest. False, with errno, when the
+  // directory cannot be read or cleaned.
+  bool begin(const zot_ctx &handle);
+
+  // Removes what the archive should not have brought. False when there was any such thing, or when
+  // the fetched K or its checksum file is not what it was.
+  bool end(const zot_ctx &handle);
+
+ private:
+  struct file_digest {
+    bool exists;
+    std::array<unsigned char, 32> sha256;
+    bool operator==(const file_digest &other) const = default;
+  };
+  struct guarded_files {
+    file_digest k;
+    file_digest checksum;
+    bool operator==(const guarded_files &other) const = default;
+  };
+
+  static file_digest digest_of(const char *root, const char *name);
+  static guarded_files guard(const zot_ctx &handle);
+  // What a name stood for before; the archive may not turn one into the other.
+  enum entry_kind : char { file_entry = 'f', directory_entry = 'd' };
+  [[nodiscard]] bool knows(const char *name, entry_kind kind) const;
+  bool remember(const char *name, entry_kind kind);
+
+  guarded_files before_{};
+  // What lay in the scratch directory before: for each its kind, its name and a terminator.
+  char *names_ = nullptr;
+  size_t names_size_ = 0;
+};
+
+// Removes the files below the GPB directory that the list does not name.
+void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs);
+
+}  // namespace zot

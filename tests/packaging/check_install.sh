@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# usage: check_install.sh BUILD_DIR CONSUMER_DIR CMAKE C_COMPILER
+# Installs the build into an empty prefix, moves the prefix, and builds and runs a C program from it
+# in each way that a user has: pkg-config or CMake, shared or static library.
+set -euo pipefail
+
+build=$1 consumer=$2 cmake=$3 compiler=$4
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+"$cmake" --install "$build" --prefix "$work/first" >/dev/null
+mv "$work/first" "$work/prefix"
+pc_file=$(find "$work/prefix" -name zotconf.pc)
+package=$(find "$work/prefix" -name zotconfConfig.cmake)
+export PKG_CONFIG_PATH=${pc_file%/*}
+libdir=$(pkg-config --variable=libdir zotconf)
+warnings=(-std=c11 -Wall -Wextra -Wpedantic -Werror)
+
+run() {
+  local program=$1
+  mkdir "$program.conf" "$program.tmp"
+  env -u ZOT_DEV_PATH LD_LIBRARY_PATH="$libdir" \
+    ZOT_PREFIX_CONF_ROOT="$program.conf" ZOT_PREFIX_TMP_ROOT="$program.tmp" "$program"
+  if [[ ! -d $program.conf/writable/zot/knowledge ]]; then
+    echo "$program left no cache directory" >&2
+    exit 1
+  fi
+}
+
+# Only the way that is being tested may bring the library in.
+must_load_library() {
+  if [[ $(readelf -d "$1") != *NEEDED*libzotconf.so.1* ]]; then
+    echo "$1 was to be linked with the shared library" >&2
+    exit 1
+  fi
+}
+must_hold_library() {
+  if readelf -d "$1" | grep -E 'NEEDED.*(libzotconf|libstdc\+\+)'; then
+    echo "$1 was to be linked statically, without a C++ runtime" >&2
+    exit 1
+  fi
+}
+
+read -ra cflags <<<"$(pkg-config --cflags zotconf)"
+read -ra shared_libs <<<"$(pkg-config --libs zotconf)"
+"$compiler" "${warnings[@]}" "$consumer/main.c" -o "$work/pc_shared" \
+  "${cflags[@]}" "${shared_libs[@]}"
+must_load_library "$work/pc_shared"
+run "$work/pc_shared"
+
+# --static would also ask for the static libraries behind libcurl, which distributions leave out;
+# what the package requires privately is enough to link the archive.
+mapfile -t private < <(pkg-config --print-requires-private zotconf)
+read -ra private_libs <<<"$(pkg-config --libs "${private[@]}")"
+"$compiler" "${warnings[@]}" "$consumer/main.c" -o "$work/pc_static" \
+  "${cflags[@]}" "$libdir/libzotconf.a" "${private_libs[@]}"
+must_hold_library "$work/pc_static"
+run "$work/pc_static"
+static_libs=$(pkg-config --static --libs zotconf)
+if [[ $static_libs != *-lzotconf*-lcurl*-lcrypto*-lcjson* ]]; then
+  echo "a static link would lack a library: $static_libs" >&2
+  exit 1
+fi
+
+"$cmake" -S "$consumer" -B "$work/cmake" -Dzotconf_DIR="${package%/*}" \
+  -DCMAKE_C_COMPILER="$compiler" -DCMAKE_BUILD_TYPE=Release >/dev/null
+"$cmake" --build "$work/cmake" >/dev/null
+must_load_library "$work/cmake/with_shared"
+run "$work/cmake/with_shared"
+must_hold_library "$work/cmake/with_static"
+run "$work/cmake/with_static"

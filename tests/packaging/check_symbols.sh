@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# usage: check_symbols.sh LIBRARY SYMBOL_MAP HEADER C_COMPILER
+# The library exports what its map names, the map names what the header declares, and nothing more.
+set -euo pipefail
+
+library=$1 map=$2 header=$3 compiler=$4
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export LC_ALL=C
+
+nm -D --defined-only "$library" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' |
+  sort -u >"$work/exported"
+sed -n '/global:/,/local:/s/^ *\([A-Za-z_0-9]*\);$/\1/p' "$map" | sort -u >"$work/mapped"
+
+# The compiler itself lists the functions that the header declares, each with the file it stands in.
+"$compiler" -std=c11 -x c -fsyntax-only -aux-info "$work/prototypes" "$header"
+sed -n 's|^/\* [^ ]*zot_conf\.h:.*\*/ extern [^(]*[ *]\([A-Za-z_0-9]*\) (.*|\1|p' \
+  "$work/prototypes" | sort -u >"$work/declared"
+
+status=0
+for list in exported mapped declared; do
+  if [[ ! -s $work/$list ]]; then
+    echo "nothing is $list" >&2
+    status=1
+  fi
+done
+diff -u --label "in the map" --label "exported" "$work/mapped" "$work/exported" || status=1
+diff -u --label "in the map" --label "in the header" "$work/mapped" "$work/declared" || status=1
+exit "$status"

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+// Environment variables for the length of a scope.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace zot::test {
+
+class env_guard {
+ public:
+  // Without a value the variable is unset.
+  env_guard(std::string name, const std::optional<std::string> &value);
+  env_guard(const env_guard &) = delete;
+  env_guard &operator=(const env_guard &) = delete;
+  ~env_guard();
+
+  // Another value within the scope; the one from before the scope comes back all the same.
+  void set(const std::optional<std::string> &value) const;
+
+ private:
+  std::string name_;
+  std::optional<std::string> before_;
+};
+
+}  // namespace zot::test

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+// Collects the messages of a handle through its log callback.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "zot_conf.h"
+
+namespace zot::test {
+
+struct log_record {
+  std::uint32_t level = 0;
+  std::uint32_t mask = 0;
+  long line = 0;
+  std::string func;
+  std::string text;  // with its newline, and with the prefix when the options ask for one
+};
+
+class log_capture {
+ public:
+  static constexpr std::uint32_t every_topic = 0xff;
+
+  log_capture() = default;
+  log_capture(const log_capture &) = delete;
+  log_capture &operator=(const log_capture &) = delete;
+
+  // Log settings that deliver here; they refer to this object, which has to outlive the handle.
+  [[nodiscard]] zot_log_ctl ctl(std::uint32_t level = ZOT_LOG_DEBUG,
+                                std::uint32_t facility = every_topic, std::uint32_t option = 0);
+
+  [[nodiscard]] const std::vector<log_record> &lines() const { return lines_; }
+  void clear() { lines_.clear(); }
+
+  // Whole messages, the newline included.
+  [[nodiscard]] bool contains(std::string_view text) const { return find(text) != nullptr; }
+  [[nodiscard]] std::size_t count(std::string_view text) const;
+  // The first such message, or null; valid until the next message arrives.
+  [[nodiscard]] const log_record *find(std::string_view text) const;
+  // Position of the first such message, for tests of the order.
+  [[nodiscard]] std::optional<std::size_t> index_of(std::string_view text) const;
+
+  // Messages that hold a text anywhere.
+  [[nodiscard]] bool contains_part(std::string_view part) const;
+  [[nodiscard]] const log_record *find_part(std::string_view part) const;
+
+  // Everything collected, one message after the other, to explain a failure.
+  [[nodiscard]] std::string dump() const;
+
+ private:
+  static int receive(zot_log_ctx *log_ctx, void *self, const char *line);
+
+  std::vector<log_record> lines_;
+};
+
+}  // namespace zot::test

@@ -1,0 +1,349 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <ostream>
+#include <string>
+
+#include "finish_fixture.hpp"
+
+namespace {
+using namespace zot::test;
+
+constexpr const char *commit = "zot_priv_commit_conf";
+constexpr const char *roll_back = "zot_priv_commit_fail_k";
+constexpr const char *start_of_k = "Start to commit K file into cached storage.\n";
+constexpr const char *start_of_gpb = "Start to commit GPB files into cached storage.\n";
+constexpr const char *start_of_memory = "Start to update current configuration in memory.\n";
+
+// Commit and roll-back pass the same gate.
+struct verdict {
+  const char *name;
+  int (*run)(zot_ctx *);
+  const char *dev_mode_line;
+  const char *same_k_text;
+  const char *not_ready_text;
+
+  friend void PrintTo(const verdict &which, std::ostream *out) { *out << which.name; }
+};
+
+class Verdict : public testing::TestWithParam<verdict> {
+ protected:
+  int run() { return GetParam().run(e.handle()); }
+  element e;
+};
+
+TEST_P(Verdict, RefusesANullHandle) {
+  EXPECT_EQ(GetParam().run(nullptr), ZOT_ERR_NULL_INPUT);
+}
+
+TEST_P(Verdict, NeedsAGetFirst) {
+  EXPECT_EQ(run(), ZOT_ERR_NOT_READY);
+  EXPECT_EQ(e.error_text(), GetParam().not_ready_text);
+}
+
+TEST_P(Verdict, DoesNothingForTheSameK) {
+  e.handle()->stat.state = ZOT_CYCLE_SAME_K;
+  EXPECT_EQ(run(), ZOT_NO_UPDATE);
+  EXPECT_EQ(e.error_text(), GetParam().same_k_text);
+}
+
+TEST_P(Verdict, DoesNothingAfterACommit) {
+  e.handle()->stat.state = ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_COMMIT;
+  EXPECT_EQ(run(), ZOT_OK);
+  EXPECT_EQ(e.error_text(), already_done);
+}
+
+TEST_P(Verdict, DoesNothingAfterARollBack) {
+  e.handle()->stat.state = ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_ROLL_BACK;
+  EXPECT_EQ(run(), ZOT_OK);
+  EXPECT_EQ(e.error_text(), already_done);
+}
+
+TEST_P(Verdict, AsksForTheDoneBitsBeforeTheSameK) {
+  e.handle()->stat.state = ZOT_CYCLE_SAME_K | ZOT_CYCLE_DONE_COMMIT;
+  EXPECT_EQ(run(), ZOT_OK);
+}
+
+TEST_P(Verdict, DoesNothingInDevMode) {
+  e.handle()->dev_mode = 1;
+  EXPECT_EQ(run(), ZOT_OK);
+  EXPECT_EQ(state_of(e), 0U);
+  EXPECT_TRUE(logged(e.log(), {ZOT_LOG_INFO, k_file_topics,
+                               GetParam().run == zot_priv_commit_conf ? commit : roll_back,
+                               GetParam().dev_mode_line}));
+}
+
+TEST_P(Verdict, AnswersForDevModeBeforeTheDoneBits) {
+  e.handle()->dev_mode = 1;
+  e.handle()->stat.state = ZOT_CYCLE_DONE_COMMIT;
+  run();
+  EXPECT_EQ(e.error_text(), "Success");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Gate, Verdict,
+    testing::Values(verdict{"Commit", zot_priv_commit_conf, "Is dev mode, do not commit conf.\n",
+                            "It got same K. Do nothing for zot_priv_commit_conf().\n",
+                            "Should run zot_conf_get() before doing zot_priv_commit_conf()\n."},
+                    verdict{"RollBack", zot_priv_commit_fail_k,
+                            "Is dev mode, do not commit corrupted K\n",
+                            "It got same K. Do nothing for roll-back\n.",
+                            "Should run zot_conf_get() before doing roll-back\n."}),
+    [](const auto &instance) { return std::string(instance.param.name); });
+
+TEST(DoneMarks, TakeEachOthersPlace) {
+  element e;
+  e.handle()->stat.state = ZOT_CYCLE_NEW_CONF;
+  zot_done_roll_back(e.handle());
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_ROLL_BACK);
+  zot_done_commit(e.handle());
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_COMMIT);
+  zot_done_roll_back(e.handle());
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_ROLL_BACK);
+}
+
+TEST(DoneMarks, AreLogged) {
+  element e;
+  zot_done_commit(e.handle());
+  zot_done_roll_back(e.handle());
+  EXPECT_TRUE(logged_in_order(
+      e.log(),
+      {{ZOT_LOG_INFO, k_topics, "zot_done_commit", "Commit configuration: Done\n"},
+       {ZOT_LOG_INFO, k_topics, "zot_done_roll_back", "Commit corrupted K files: Done\n"}}));
+}
+
+TEST(DoneMarks, TakeANullHandle) {
+  zot_done_commit(nullptr);
+  zot_done_roll_back(nullptr);
+  SUCCEED();
+}
+
+class CommitConf : public Finish {};
+
+TEST_F(CommitConf, MakesTheTemporaryConfigurationTheOneInForce) {
+  ASSERT_EQ(run_commit(), ZOT_OK);
+  EXPECT_EQ(text_of(slot(ZOT_SLOT_CURRENT).k), second_configuration().k_text());
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_COMMIT);
+  EXPECT_EQ(e.error_text(), "Success");
+}
+
+TEST_F(CommitConf, KeepsTheConfigurationBeforeAsLast) {
+  run_commit();
+  EXPECT_EQ(text_of(slot(ZOT_SLOT_LAST).k), first_configuration().k_text());
+  EXPECT_EQ(in_cache("knowledge/prev_subsys.k"), first_configuration().k_text());
+  EXPECT_EQ(in_cache("knowledge/prev_subsys.checksum"), first_configuration().checksum_text());
+}
+
+TEST_F(CommitConf, LetsTheTemporarySlotShareTheCurrentOne) {
+  run_commit();
+  EXPECT_EQ(slot(ZOT_SLOT_TMP).k, slot(ZOT_SLOT_CURRENT).k);
+  EXPECT_EQ(slot(ZOT_SLOT_TMP).gpbs, slot(ZOT_SLOT_CURRENT).gpbs);
+}
+
+TEST_F(CommitConf, LogsItsStepsInOrder) {
+  run_commit();
+  EXPECT_TRUE(logged_in_order(
+      e.log(),
+      {{ZOT_LOG_INFO, ZOT_TOPIC_K | ZOT_TOPIC_GPB, commit, "Start to commit configuration\n"},
+       {ZOT_LOG_INFO, ZOT_TOPIC_K | ZOT_TOPIC_GPB, commit, start_of_memory},
+       {ZOT_LOG_INFO, k_file_topics, commit, start_of_k},
+       {ZOT_LOG_INFO, gpb_file_topics, commit, start_of_gpb},
+       {ZOT_LOG_INFO, k_topics, "zot_done_commit", "Commit configuration: Done\n"}}));
+}
+
+TEST_F(CommitConf, ForgetsTheCorruptedK) {
+  install_corrupted(e, third_configuration());
+  e.handle()->load_flags &= ~static_cast<std::uint32_t>(ZOT_LOADED_FAIL_K);
+  ASSERT_EQ(zot_priv_init_load_fail_k(e.handle()), ZOT_OK);
+  ASSERT_EQ(run_commit(), ZOT_OK);
+  EXPECT_EQ(slot(ZOT_SLOT_CORRUPTED).k, nullptr);
+  EXPECT_FALSE(exists(knowledge_of(e) + "/corrupted.k"));
+}
+
+TEST_F(CommitConf, ChangesNothingTheSecondTime) {
+  ASSERT_EQ(run_commit(), ZOT_OK);
+  const auto cache = contents(e.conf_root());
+  e.log().clear();
+  EXPECT_EQ(run_commit(), ZOT_OK);
+  EXPECT_EQ(e.error_text(), already_done);
+  EXPECT_EQ(contents(e.conf_root()), cache);
+  EXPECT_FALSE(e.log().contains("Start to commit configuration\n"));
+}
+
+TEST_F(CommitConf, LeavesNothingForARollBack) {
+  ASSERT_EQ(run_commit(), ZOT_OK);
+  const auto cache = contents(e.conf_root());
+  EXPECT_EQ(run_roll_back(), ZOT_OK);
+  EXPECT_EQ(contents(e.conf_root()), cache);
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_COMMIT);
+}
+
+TEST_F(CommitConf, SaysThatTheSameKWasGot) {
+  run_commit();
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  EXPECT_EQ(run_commit(), ZOT_NO_UPDATE);
+  EXPECT_EQ(e.error_text(), "It got same K. Do nothing for zot_priv_commit_conf().\n");
+}
+
+TEST_F(CommitConf, RefusesATemporarySlotThatHoldsTheConfigurationInForce) {
+  remote.publish(first_configuration());
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  e.handle()->stat.state = ZOT_CYCLE_NEW_CONF;
+  EXPECT_EQ(run_commit(), ZOT_NO_UPDATE);
+  EXPECT_EQ(e.error_text(), "Configuration not changed. It doesn't need to do commit.");
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+}
+
+TEST(CommitConfAlone, NeedsATemporaryConfiguration) {
+  element e;
+  e.handle()->stat.state = ZOT_CYCLE_NEW_CONF;
+  EXPECT_EQ(zot_priv_commit_conf(e.handle()), ZOT_ERR_WRONG_INPUT);
+  EXPECT_EQ(e.error_text(), "No temporary configuration to commit");
+  EXPECT_TRUE(logged(
+      e.log(), {ZOT_LOG_DEBUG, ZOT_TOPIC_K | ZOT_TOPIC_GPB, commit, "k = (nil), gpb = (nil)\n"}));
+}
+
+TEST_F(CommitConf, NeedsATemporaryList) {
+  zot_priv_free_gpb_ex_safe(e.handle(), ZOT_SLOT_TMP, nullptr);
+  EXPECT_EQ(run_commit(), ZOT_ERR_WRONG_INPUT);
+  EXPECT_EQ(e.error_text(), "No temporary configuration to commit");
+}
+
+// What goes missing in the scratch directory, and comes back before the second try.
+class FailedCommit : public Finish {
+ protected:
+  void SetUp() override {
+    Finish::SetUp();
+    std::filesystem::copy(e.tmp_root(), saved(), std::filesystem::copy_options::recursive);
+  }
+  void lose(const std::string &name) { std::filesystem::remove_all(e.tmp_root() + "/" + name); }
+  void bring_back() {
+    std::filesystem::copy(saved(), e.tmp_root(),
+                          std::filesystem::copy_options::recursive |
+                              std::filesystem::copy_options::overwrite_existing);
+  }
+  [[nodiscard]] std::string saved() const { return e.dir() / "saved"; }
+};
+
+TEST_F(FailedCommit, OfTheKSaysWhatFailedAndIsNotDone) {
+  lose("subsys.k");
+  EXPECT_EQ(run_commit(), ZOT_ERR_GENERIC);
+  EXPECT_TRUE(e.error_text().starts_with("fail to cp ")) << e.error_text();
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+  EXPECT_FALSE(e.log().contains(start_of_gpb));
+}
+
+TEST_F(FailedCommit, KeepsWhatMemoryAlreadyHolds) {
+  lose("subsys.k");
+  run_commit();
+  EXPECT_EQ(text_of(slot(ZOT_SLOT_CURRENT).k), second_configuration().k_text());
+  EXPECT_EQ(text_of(slot(ZOT_SLOT_LAST).k), first_configuration().k_text());
+}
+
+TEST_F(FailedCommit, OfTheKGoesOnAtTheKFiles) {
+  lose("subsys.k");
+  run_commit();
+  bring_back();
+  e.log().clear();
+  EXPECT_EQ(run_commit(), ZOT_OK);
+  EXPECT_FALSE(e.log().contains(start_of_memory));
+  EXPECT_TRUE(e.log().contains(start_of_k));
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_COMMIT);
+}
+
+TEST_F(FailedCommit, OfTheChecksumGoesOnAtTheKFiles) {
+  lose("subsys.checksum");
+  ASSERT_EQ(run_commit(), ZOT_ERR_GENERIC);
+  bring_back();
+  EXPECT_EQ(run_commit(), ZOT_OK);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
+TEST_F(FailedCommit, KeepsTheLastKWhenItGoesOnAfterTheCopyOfTheK) {
+  lose("subsys.k");
+  ASSERT_EQ(run_commit(), ZOT_ERR_GENERIC);
+  ASSERT_EQ(run_commit(), ZOT_ERR_GENERIC);
+  bring_back();
+  ASSERT_EQ(run_commit(), ZOT_OK);
+  EXPECT_EQ(in_cache("knowledge/prev_subsys.k"), first_configuration().k_text());
+  EXPECT_EQ(in_cache("knowledge/prev_subsys.checksum"), first_configuration().checksum_text());
+}
+
+TEST_F(FailedCommit, KeepsTheLastKWhenItGoesOnAfterTheCopyOfTheChecksum) {
+  lose("subsys.checksum");
+  ASSERT_EQ(run_commit(), ZOT_ERR_GENERIC);
+  bring_back();
+  ASSERT_EQ(run_commit(), ZOT_OK);
+  EXPECT_EQ(in_cache("knowledge/prev_subsys.k"), first_configuration().k_text());
+  EXPECT_EQ(in_cache("knowledge/prev_subsys.checksum"), first_configuration().checksum_text());
+}
+
+TEST_F(FailedCommit, CanFailAgain) {
+  lose("subsys.k");
+  run_commit();
+  EXPECT_EQ(run_commit(), ZOT_ERR_GENERIC);
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+}
+
+TEST_F(FailedCommit, OfTheGpbFilesSaysWhatFailed) {
+  lose("config");
+  EXPECT_EQ(run_commit(), ZOT_ERR_GENERIC);
+  EXPECT_EQ(e.error_text(), "[zot_priv_commit_gpb]:fail to copy from " + e.tmp_root() +
+                                "//config to " + e.conf_root() + "//config");
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+}
+
+TEST_F(FailedCommit, OfTheGpbFilesGoesOnThere) {
+  lose("config");
+  run_commit();
+  bring_back();
+  e.log().clear();
+  EXPECT_EQ(run_commit(), ZOT_OK);
+  EXPECT_FALSE(e.log().contains(start_of_memory));
+  EXPECT_FALSE(e.log().contains(start_of_k));
+  EXPECT_TRUE(e.log().contains(start_of_gpb));
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  EXPECT_EQ(in_cache("knowledge/prev_subsys.k"), first_configuration().k_text());
+}
+
+TEST_F(FailedCommit, IsForgottenByTheNextCheck) {
+  lose("subsys.k");
+  run_commit();
+  static_cast<void>(e.get());
+  EXPECT_EQ(e.handle()->stat.reserved, 0U);
+}
+
+int commit_gpb_and_lose_the_cache(zot_ctx *handle, const char *, zot_list *) {
+  const std::string root = handle->conf_root;
+  std::filesystem::rename(root, root.substr(0, root.size() - 1) + "-lost");
+  return ZOT_OK;
+}
+
+class UnsyncedCommit : public Finish {
+ protected:
+  void SetUp() override {
+    Finish::SetUp();
+    e.handle()->fns.commit_gpb = commit_gpb_and_lose_the_cache;
+    ASSERT_EQ(run_commit(), ZOT_ERR_GENERIC);
+  }
+};
+
+TEST_F(UnsyncedCommit, IsNotDone) {
+  EXPECT_EQ(e.error_text(), "[zot_priv_commit_conf]: fail to sync " + e.conf_root() +
+                                ": No such file or directory");
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+}
+
+TEST_F(UnsyncedCommit, GoesOnAtTheMedium) {
+  const std::string root = e.dir() / "conf/writable/zot";
+  std::filesystem::rename(root + "-lost", root);
+  e.log().clear();
+  EXPECT_EQ(run_commit(), ZOT_OK);
+  EXPECT_FALSE(e.log().contains(start_of_k));
+  EXPECT_FALSE(e.log().contains(start_of_gpb));
+}
+
+}  // namespace

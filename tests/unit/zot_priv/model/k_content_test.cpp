@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/unit/zot_priv/model/model_records.hpp"
+
+namespace {
+
+using namespace zot::test::model;
+
+using lines = std::vector<std::string>;
+
+// A K with the given text, checked.
+struct checked_k {
+  explicit checked_k(const std::string &text)
+      : k(k_with_data(text)), status(zot_priv_chk_vail_k_cont(handle.get(), k.get())) {}
+
+  lines logged() { return logged_by(handle.log(), "zot_priv_chk_vail_k_cont"); }
+
+  model_handle handle;
+  zot::k_owner k;
+  int status;
+};
+
+constexpr char smallest[] = R"({"clusterId":"c-1","gpbs":[]})";
+constexpr char complete[] =
+    R"({"clusterId":"c-1","firmwareVersion":"1.2.3","configId":"conf-7","gpbs":[]})";
+
+std::string with_member(const std::string &name, const std::string &value) {
+  return R"({"clusterId":"c-1",")" + name + "\":" + value + R"(,"gpbs":[]})";
+}
+
+std::string quoted(const std::string &text) {
+  return "\"" + text + "\"";
+}
+
+TEST(KContent, MissingHandleOrRecordIsRefusedWithoutRecording) {
+  model_handle handle;
+  mark_status(handle.get());
+  const zot::k_owner k = k_with_data(smallest);
+  EXPECT_EQ(zot_priv_chk_vail_k_cont(nullptr, k.get()), ZOT_ERR_NULL_INPUT);
+  EXPECT_EQ(zot_priv_chk_vail_k_cont(handle.get(), nullptr), ZOT_ERR_NULL_INPUT);
+  EXPECT_TRUE(has_marked_status(handle.get()));
+}
+
+TEST(KContent, EmptyTextIsRefused) {
+  checked_k test("");
+  EXPECT_EQ(test.status, ZOT_ERR_WRONG_INPUT);
+  EXPECT_EQ(test.handle.get()->err, ZOT_ERR_WRONG_INPUT);
+  EXPECT_EQ(test.handle.error_text(), "[zot_priv_chk_vail_k_cont]: json is empty.");
+}
+
+TEST(KContent, MissingTextIsRefused) {
+  model_handle handle;
+  const zot::k_owner k = zot::make_k();
+  EXPECT_EQ(zot_priv_chk_vail_k_cont(handle.get(), k.get()), ZOT_ERR_WRONG_INPUT);
+  EXPECT_EQ(handle.error_text(), "[zot_priv_chk_vail_k_cont]: json is empty.");
+}
+
+struct refused_text {
+  const char *name;
+  std::string text;
+  std::string error;
+};
+
+class RefusedKContent : public testing::TestWithParam<refused_text> {};
+
+TEST_P(RefusedKContent, IsCorrupted) {
+  checked_k test(GetParam().text);
+  EXPECT_EQ(test.status, ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(test.handle.get()->err, ZOT_ERR_CORRUPTED);
+}
+
+TEST_P(RefusedKContent, IsExplained) {
+  checked_k test(GetParam().text);
+  EXPECT_EQ(test.handle.error_text(), "[zot_priv_chk_vail_k_cont]: " + GetParam().error);
+}
+
+TEST_P(RefusedKContent, LeavesTreeAndClusterUntouched) {
+  model_handle handle;
+  const zot::k_owner k = k_with_data(GetParam().text);
+  std::snprintf(k->meta.cluster_id, sizeof k->meta.cluster_id, "%s", "former");
+  zot_priv_chk_vail_k_cont(handle.get(), k.get());
+  EXPECT_EQ(k->json, nullptr);
+  EXPECT_EQ(k->gpbs, nullptr);
+  EXPECT_STREQ(k->meta.cluster_id, "former");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Model, RefusedKContent,
+    testing::Values(
+        refused_text{"NoJson", "no json", "unable to parse json str"},
+        refused_text{"CutOff", R"({"clusterId":"c-1","gpbs":[)", "unable to parse json str"},
+        refused_text{"NoObject", "[]", "wrong gpbs format."},
+        refused_text{"NoGpbs", R"({"clusterId":"c-1"})", "wrong gpbs format."},
+        refused_text{"GpbsAsObject", R"({"clusterId":"c-1","gpbs":{}})", "wrong gpbs format."},
+        refused_text{"GpbsAsText", R"({"clusterId":"c-1","gpbs":"[]"})", "wrong gpbs format."},
+        refused_text{"GpbsAsNull", R"({"clusterId":"c-1","gpbs":null})", "wrong gpbs format."},
+        refused_text{"NoCluster", R"({"gpbs":[]})", "No clusterId"},
+        refused_text{"ClusterAsNumber", R"({"clusterId":1,"gpbs":[]})", "No clusterId"},
+        refused_text{"ClusterOf37Characters",
+                     R"({"clusterId":")" + std::string(37, 'c') + R"(","gpbs":[]})",
+                     "No clusterId"}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+TEST(KContent, ClusterOf36CharactersIsKept) {
+  const std::string cluster(36, 'c');
+  checked_k test(R"({"clusterId":")" + cluster + R"(","gpbs":[]})");
+  EXPECT_EQ(test.status, ZOT_OK);
+  EXPECT_EQ(test.k->meta.cluster_id, cluster);
+}
+
+TEST(KContent, WithoutFirmwareAndConfigIdIsValid) {
+  checked_k test(smallest);
+  EXPECT_EQ(test.status, ZOT_OK);
+  EXPECT_STREQ(test.k->meta.firmware_version, "");
+  EXPECT_STREQ(test.k->meta.config_id, "");
+}
+
+TEST(KContent, MetadataIsStored) {
+  checked_k test(complete);
+  EXPECT_STREQ(test.k->meta.cluster_id, "c-1");
+  EXPECT_STREQ(test.k->meta.firmware_version, "1.2.3");
+  EXPECT_STREQ(test.k->meta.config_id, "conf-7");
+}
+
+TEST(KContent, TreeAndArrayAreStored) {
+  checked_k test(R"({"clusterId":"c-1","gpbs":[1,2,3]})");
+  ASSERT_NE(test.k->json, nullptr);
+  EXPECT_EQ(test.k->gpbs, cJSON_GetObjectItem(test.k->json, "gpbs"));
+  EXPECT_EQ(cJSON_GetArraySize(test.k->gpbs), 3);
+}
+
+TEST(KContent, LetterCaseOfMemberNamesDoesNotCount) {
+  checked_k test(R"({"CLUSTERID":"c-1","FirmwareVersion":"1","configid":"u","Gpbs":[]})");
+  EXPECT_EQ(test.status, ZOT_OK);
+  EXPECT_STREQ(test.k->meta.cluster_id, "c-1");
+  EXPECT_STREQ(test.k->meta.firmware_version, "1");
+  EXPECT_STREQ(test.k->meta.config_id, "u");
+}
+
+TEST(KContent, OtherMembersAreIgnored) {
+  checked_k test(with_member("comment", R"({"gpbs":7})"));
+  EXPECT_EQ(test.status, ZOT_OK);
+}
+
+TEST(KContent, FirmwareOf511CharactersIsStored) {
+  const std::string firmware(511, 'f');
+  checked_k test(with_member("firmwareVersion", quoted(firmware)));
+  EXPECT_EQ(test.k->meta.firmware_version, firmware);
+}
+
+TEST(KContent, FirmwareOf512CharactersCountsAsAbsent) {
+  checked_k test(with_member("firmwareVersion", quoted(std::string(512, 'f'))));
+  EXPECT_EQ(test.status, ZOT_OK);
+  EXPECT_STREQ(test.k->meta.firmware_version, "");
+  EXPECT_TRUE(test.handle.log().contains("No firmwareVersion in K.\n"));
+}
+
+TEST(KContent, ConfigIdOf36CharactersIsStored) {
+  const std::string config_id(36, 'u');
+  checked_k test(with_member("configId", quoted(config_id)));
+  EXPECT_EQ(test.k->meta.config_id, config_id);
+}
+
+TEST(KContent, ConfigIdOf37CharactersCountsAsAbsent) {
+  checked_k test(with_member("configId", quoted(std::string(37, 'u'))));
+  EXPECT_EQ(test.status, ZOT_OK);
+  EXPECT_STREQ(test.k->meta.config_id, "");
+  EXPECT_TRUE(test.handle.log().contains("No configId in K.\n"));
+}
+
+TEST(KContent, AbsentMetadataKeepsTheFormerText) {
+  model_handle handle;
+  const zot::k_owner k = k_with_data(smallest);
+  std::snprintf(k->meta.firmware_version, sizeof k->meta.firmware_version, "%s", "former fw");
+  std::snprintf(k->meta.config_id, sizeof k->meta.config_id, "%s", "former id");
+  EXPECT_EQ(zot_priv_chk_vail_k_cont(handle.get(), k.get()), ZOT_OK);
+  EXPECT_STREQ(k->meta.firmware_version, "former fw");
+  EXPECT_STREQ(k->meta.config_id, "former id");
+}
+
+TEST(KContent, EveryStepOfACompleteKIsLogged) {
+  checked_k test(complete);
+  EXPECT_EQ(test.logged(),
+            (lines{"3 8 Content of K=\"" + std::string(complete) + "\"\n",
+                   "2 8 Get new K: cluster ID: \"c-1\"\n", "2 8 fw version of new K: \"1.2.3\"\n",
+                   "2 8 conf UUID of new K: \"conf-7\"\n", "2 8 JSON format of K is valid.\n"}));
+}
+
+TEST(KContent, AbsentMetadataIsLoggedForDebugging) {
+  checked_k test(smallest);
+  EXPECT_EQ(test.logged(),
+            (lines{"3 8 Content of K=\"" + std::string(smallest) + "\"\n",
+                   "2 8 Get new K: cluster ID: \"c-1\"\n", "3 8 No firmwareVersion in K.\n",
+                   "3 8 No configId in K.\n", "2 8 JSON format of K is valid.\n"}));
+}
+
+TEST(KContent, TextIsLoggedBeforeItIsRefused) {
+  checked_k test("no json");
+  EXPECT_EQ(test.logged(), (lines{"3 8 Content of K=\"no json\"\n",
+                                  "0 1 [zot_priv_chk_vail_k_cont]: unable to parse json str\n"}));
+}
+
+TEST(KContent, SuccessClearsTheCodeAlone) {
+  model_handle handle;
+  mark_status(handle.get());
+  const zot::k_owner k = k_with_data(smallest);
+  EXPECT_EQ(zot_priv_chk_vail_k_cont(handle.get(), k.get()), ZOT_OK);
+  EXPECT_EQ(handle.get()->err, ZOT_OK);
+  EXPECT_EQ(handle.error_text(), "an earlier text");
+}
+
+TEST(KContent, SecondCheckReplacesTheTree) {
+  checked_k test(smallest);
+  EXPECT_EQ(zot_priv_chk_vail_k_cont(test.handle.get(), test.k.get()), ZOT_OK);
+  EXPECT_EQ(test.k->gpbs, cJSON_GetObjectItem(test.k->json, "gpbs"));
+}
+
+}  // namespace

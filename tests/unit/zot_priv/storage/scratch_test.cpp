@@ -1,0 +1,382 @@
+// SPDX-License-Identifier: Apache-2.0
+// The watch over the scratch directory, and the removal of files that no list names.
+#include "zot_priv/storage/scratch.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/unit/zot_priv/storage/scratch_records.hpp"
+
+namespace {
+
+using namespace zot::test;
+namespace fs = std::filesystem;
+
+struct watched {
+  bool begin() { return watch.begin(*at.tested.handle()); }
+  bool end() { return watch.end(*at.tested.handle()); }
+
+  scratch at;
+  zot::scratch_watch watch;
+};
+
+void make_socket(const std::string &path) {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  static_cast<void>(std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str()));
+  const int result = ::bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(sockaddr_un));
+  ::close(fd);
+  if (result != 0) {
+    throw std::system_error(errno, std::generic_category(), path);
+  }
+}
+
+std::string deep_directory(const std::string &start, int levels) {
+  std::string path = start;
+  for (int level = 0; level < levels; ++level) {
+    path += "/d";
+  }
+  return path;
+}
+
+TEST(ScratchWatch, QuietScratchDirectoryIsClean) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  EXPECT_TRUE(watched.end());
+}
+
+TEST(ScratchWatch, FilesAndDirectoriesFromBeforeStay) {
+  watched watched;
+  write_bytes(watched.at / "gpb.tgz", "archive");
+  write_bytes(watched.at / "other/file", "other");
+  ASSERT_TRUE(watched.begin());
+  EXPECT_TRUE(watched.end());
+  EXPECT_EQ(read_bytes(watched.at / "gpb.tgz"), "archive");
+  EXPECT_EQ(read_bytes(watched.at / "other/file"), "other");
+}
+
+TEST(ScratchWatch, MissingScratchDirectoryCannotBeWatched) {
+  watched watched;
+  fs::remove_all(watched.at.root);
+  EXPECT_FALSE(watched.begin());
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(ScratchWatch, FilesBelowTheGpbDirectoryAreWelcome) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(watched.at / "config/Wlan/office/5", "bytes");
+  EXPECT_TRUE(watched.end());
+  EXPECT_EQ(read_bytes(watched.at / "config/Wlan/office/5"), "bytes");
+}
+
+TEST(ScratchWatch, NewFileElsewhereIsRemovedAndReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(watched.at / "planted", "planted");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "planted"));
+}
+
+TEST(ScratchWatch, NewDirectoryElsewhereIsRemovedAndReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(watched.at / "other/deeper/planted", "planted");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "other"));
+}
+
+TEST(ScratchWatch, LinksFromBeforeAreRemovedWithoutComplaint) {
+  watched watched;
+  fs::create_directories(watched.at / "config");
+  fs::create_symlink(watched.at.sentinel, watched.at / "link");
+  fs::create_symlink(watched.at.sentinel, watched.at / "config/link");
+  ASSERT_TRUE(watched.begin());
+  EXPECT_FALSE(exists(watched.at / "link"));
+  EXPECT_FALSE(exists(watched.at / "config/link"));
+  EXPECT_TRUE(watched.end());
+}
+
+TEST(ScratchWatch, GpbDirectoryThatIsALinkIsRemoved) {
+  watched watched;
+  fs::remove_all(watched.at / "config");
+  fs::create_symlink(watched.at.sentinel, watched.at / "config");
+  ASSERT_TRUE(watched.begin());
+  EXPECT_FALSE(exists(watched.at / "config"));
+  EXPECT_EQ(read_bytes(watched.at.sentinel + "/kept"), "kept");
+}
+
+TEST(ScratchWatch, FifoNamedAsKFromBeforeIsRemovedWithoutWaiting) {
+  watched watched;
+  fs::remove(watched.at / "subsys.k");
+  ASSERT_EQ(::mkfifo((watched.at / "subsys.k").c_str(), 0600), 0);
+  ASSERT_TRUE(watched.begin());
+  EXPECT_FALSE(exists(watched.at / "subsys.k"));
+}
+
+TEST(ScratchWatch, NewLinkIsRemovedAndReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  fs::create_directories(watched.at / "config/Wlan");
+  fs::create_symlink(watched.at.sentinel, watched.at / "config/Wlan/link");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "config/Wlan/link"));
+}
+
+TEST(ScratchWatch, NewLinkInAnotherDirectoryIsRemovedAndReported) {
+  watched watched;
+  fs::create_directories(watched.at / "other");
+  ASSERT_TRUE(watched.begin());
+  fs::create_symlink(watched.at.sentinel, watched.at / "other/link");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "other/link"));
+}
+
+TEST(ScratchWatch, NewFifoIsRemovedAndReported) {
+  watched watched;
+  fs::create_directories(watched.at / "config");
+  ASSERT_TRUE(watched.begin());
+  ASSERT_EQ(::mkfifo((watched.at / "config/fifo").c_str(), 0600), 0);
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "config/fifo"));
+}
+
+TEST(ScratchWatch, NewSocketIsRemovedAndReported) {
+  watched watched;
+  fs::create_directories(watched.at / "config");
+  ASSERT_TRUE(watched.begin());
+  make_socket(watched.at / "config/socket");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "config/socket"));
+}
+
+TEST(ScratchWatch, NewHardLinkIsRemovedAndTheFileItNamesStays) {
+  watched watched;
+  fs::create_directories(watched.at / "config");
+  ASSERT_TRUE(watched.begin());
+  fs::create_hard_link(watched.at.sentinel + "/kept", watched.at / "config/linked");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "config/linked"));
+  EXPECT_EQ(read_bytes(watched.at.sentinel + "/kept"), "kept");
+}
+
+TEST(ScratchWatch, SetUserIdBitIsTakenAwayAndReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(watched.at / "config/tool", "bytes");
+  ASSERT_EQ(::chmod((watched.at / "config/tool").c_str(), 04755), 0);
+  EXPECT_FALSE(watched.end());
+  EXPECT_EQ(mode_of(watched.at / "config/tool"), 0755U);
+}
+
+TEST(ScratchWatch, SetGroupIdBitIsTakenAwayAndReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(watched.at / "config/tool", "bytes");
+  ASSERT_EQ(::chmod((watched.at / "config/tool").c_str(), 02755), 0);
+  EXPECT_FALSE(watched.end());
+  EXPECT_EQ(mode_of(watched.at / "config/tool"), 0755U);
+}
+
+TEST(ScratchWatch, SetUserIdBitFromBeforeIsTakenAwayWithoutComplaint) {
+  watched watched;
+  write_bytes(watched.at / "config/tool", "bytes");
+  ASSERT_EQ(::chmod((watched.at / "config/tool").c_str(), 04755), 0);
+  ASSERT_TRUE(watched.begin());
+  EXPECT_EQ(mode_of(watched.at / "config/tool"), 0755U);
+  EXPECT_TRUE(watched.end());
+}
+
+TEST(ScratchWatch, KnownFileThatGotASetUserIdBitIsReported) {
+  watched watched;
+  write_bytes(watched.at / "gpb.tgz", "archive");
+  ASSERT_TRUE(watched.begin());
+  ASSERT_EQ(::chmod((watched.at / "gpb.tgz").c_str(), 04755), 0);
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "gpb.tgz"));
+}
+
+TEST(ScratchWatch, DirectoriesThatTheirOwnerCannotEnterAreOpened) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  fs::create_directories(watched.at / "config/Wlan/office");
+  ASSERT_EQ(::chmod((watched.at / "config/Wlan/office").c_str(), 0), 0);
+  ASSERT_EQ(::chmod((watched.at / "config/Wlan").c_str(), 0555), 0);
+  EXPECT_TRUE(watched.end());
+  EXPECT_EQ(mode_of(watched.at / "config/Wlan"), 0755U);
+  EXPECT_EQ(mode_of(watched.at / "config/Wlan/office"), 0700U);
+}
+
+TEST(ScratchWatch, FileThatBecameADirectoryIsRemovedAndReported) {
+  watched watched;
+  write_bytes(watched.at / "gpb.tgz", "archive");
+  ASSERT_TRUE(watched.begin());
+  fs::remove(watched.at / "gpb.tgz");
+  fs::create_directories(watched.at / "gpb.tgz");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "gpb.tgz"));
+}
+
+TEST(ScratchWatch, DirectoryThatBecameAFileIsRemovedAndReported) {
+  watched watched;
+  fs::create_directories(watched.at / "config");
+  ASSERT_TRUE(watched.begin());
+  fs::remove(watched.at / "config");
+  write_bytes(watched.at / "config", "a file");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "config"));
+}
+
+TEST(ScratchWatch, ChangedKIsReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(watched.at / "subsys.k", "other bytes");
+  EXPECT_FALSE(watched.end());
+}
+
+TEST(ScratchWatch, ChangedChecksumIsReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(watched.at / "subsys.checksum", std::string(64, 'a'));
+  EXPECT_FALSE(watched.end());
+}
+
+TEST(ScratchWatch, RemovedKIsReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  fs::remove(watched.at / "subsys.k");
+  EXPECT_FALSE(watched.end());
+}
+
+TEST(ScratchWatch, KWrittenAnewWithTheSameBytesIsClean) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(watched.at / "subsys.k", watched.at.published.k_text());
+  EXPECT_TRUE(watched.end());
+}
+
+TEST(ScratchWatch, NewTreeOfAnyDepthIsRemovedAndReported) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  write_bytes(deep_directory(watched.at / "other", 200) + "/file", "deep");
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "other"));
+}
+
+TEST(ScratchWatch, TreeOfAnyDepthFromBeforeIsCutWithoutComplaint) {
+  watched watched;
+  write_bytes(deep_directory(watched.at / "config", 200) + "/file", "deep");
+  ASSERT_TRUE(watched.begin());
+  EXPECT_EQ(tree(watched.at / "config"), std::vector<std::string>{});
+  EXPECT_TRUE(watched.end());
+}
+
+TEST(ScratchWatch, RemovedTreeMayHoldNumberedNames) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  for (const char *const path : {"other/0", "other/1/0/1/2/3", "other/2/0/0/file", "other/3/1/x"}) {
+    write_bytes(watched.at / path, "bytes");
+  }
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "other"));
+}
+
+TEST(ScratchWatch, LinkInARemovedTreeIsNotFollowed) {
+  watched watched;
+  ASSERT_TRUE(watched.begin());
+  fs::create_directories(watched.at / "other/deeper");
+  fs::create_symlink(watched.at.sentinel, watched.at / "other/link");
+  fs::create_symlink(watched.at.sentinel, watched.at / "other/deeper/link");
+  EXPECT_FALSE(watched.end());
+  EXPECT_EQ(read_bytes(watched.at.sentinel + "/kept"), "kept");
+  EXPECT_TRUE(exists(watched.at.sentinel + "/folder"));
+}
+
+// Files below the GPB directory beside a list of the small publication.
+struct listed_files {
+  listed_files() {
+    at.gpbs = make_list_of(at.tested.handle(), at.k.get());
+    for (const auto &[path, bytes] : at.published.files()) {
+      write_bytes(at / ("config" + path), bytes);
+    }
+  }
+
+  void run() { zot::remove_unlisted_files(*at.tested.handle(), at.gpbs.get()); }
+  [[nodiscard]] std::vector<std::string> files() const { return tree(at / "config"); }
+
+  scratch at;
+  std::vector<std::string> listed = {"Wlan/office/5", "Zone/hq/1"};
+};
+
+TEST(RemoveUnlistedFiles, ListedFilesStay) {
+  listed_files files;
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, OtherVersionsOfAListedObjectGo) {
+  listed_files files;
+  write_bytes(files.at / "config/Wlan/office/4", "earlier");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, DirectoriesThatBecomeEmptyGo) {
+  listed_files files;
+  write_bytes(files.at / "config/Vlan/gone/1", "earlier");
+  write_bytes(files.at / "config/Wlan/gone/1", "earlier");
+  files.run();
+  EXPECT_FALSE(exists(files.at / "config/Vlan"));
+  EXPECT_FALSE(exists(files.at / "config/Wlan/gone"));
+  EXPECT_TRUE(exists(files.at / "config/Wlan/office"));
+}
+
+TEST(RemoveUnlistedFiles, FilesAboveTheObjectsGoToo) {
+  listed_files files;
+  write_bytes(files.at / "config/stray", "stray");
+  write_bytes(files.at / "config/Wlan/stray", "stray");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, FilesBesideTheGpbDirectoryStay) {
+  listed_files files;
+  files.run();
+  EXPECT_TRUE(exists(files.at / "subsys.k"));
+  EXPECT_TRUE(exists(files.at / "subsys.checksum"));
+}
+
+TEST(RemoveUnlistedFiles, NothingGoesWhileAListedFileIsMissing) {
+  listed_files files;
+  write_bytes(files.at / "config/Vlan/gone/1", "earlier");
+  fs::remove(files.at / "config/Zone/hq/1");
+  files.run();
+  EXPECT_TRUE(exists(files.at / "config/Vlan/gone/1"));
+}
+
+TEST(RemoveUnlistedFiles, EmptyListLeavesNoFile) {
+  listed_files files;
+  files.at.gpbs = zot::make_gpb_list(files.at.tested.handle());
+  files.run();
+  EXPECT_EQ(files.files(), std::vector<std::string>{});
+}
+
+TEST(RemoveUnlistedFiles, MissingGpbDirectoryIsNoFault) {
+  listed_files files;
+  files.at.gpbs = zot::make_gpb_list(files.at.tested.handle());
+  fs::remove_all(files.at / "config");
+  files.run();
+  EXPECT_FALSE(exists(files.at / "config"));
+}
+
+}  // namespace

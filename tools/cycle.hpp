@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// `zotconf cycle`: one configuration cycle of a client: get, apply, then commit or roll back.
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "file_io.hpp"
+#include "zot_conf.h"
+
+namespace zotconf {
+
+enum class verdict { none, commit, roll_back, by_command };
+
+struct cycle_options {
+  std::string subsys = "AP";
+  std::string index;
+  zot_catset categories{};
+  uint32_t want = 0;            // ZOT_STAT_… bits
+  std::optional<fs::path> out;  // where the entries' bytes go
+  verdict decide = verdict::none;
+  std::string command;  // for by_command
+  uint32_t timeout = 0;
+  uint32_t timeout_gpb = 0;
+  std::optional<uint32_t> log_level;  // nothing: the library logs nothing
+};
+
+// Reads "all" or category names; nothing when a name is unknown, which `wrong` then holds.
+std::optional<zot_catset> parse_categories(const std::vector<std::string> &names,
+                                           std::string &wrong);
+
+// Reads change names, or one of "full" and "cached"; nothing when they do not fit.
+std::optional<uint32_t> parse_want(const std::vector<std::string> &names, std::string &wrong);
+
+// Returns an exit status; throws std::exception when entries cannot be written.
+int run_cycle(const cycle_options &options, std::ostream &out, std::ostream &err);
+
+}  // namespace zotconf

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// Shell commands from inside a host process.
+#include <csignal>
+#include <cstdlib>
+
+#include "utilities/owner.hpp"
+#include "zot_conf.h"
+
+namespace {
+
+// A host that ignores or reaps SIGCHLD would take the child's status away from system().
+class default_sigchld {
+ public:
+  default_sigchld() {
+    struct sigaction defaults {};
+    defaults.sa_handler = SIG_DFL;
+    is_set_ = ::sigaction(SIGCHLD, &defaults, &before_) == 0;
+  }
+  default_sigchld(const default_sigchld &) = delete;
+  default_sigchld &operator=(const default_sigchld &) = delete;
+  ~default_sigchld() {
+    const zot::errno_keeper keep_errno;
+    if (is_set_) {
+      ::sigaction(SIGCHLD, &before_, nullptr);
+    }
+  }
+
+ private:
+  struct sigaction before_ {};
+  bool is_set_;
+};
+
+}  // namespace
+
+int cmd_helper_system(const char *cmd) {
+  const default_sigchld guard;
+  return std::system(cmd);
+}
