@@ -84,7 +84,7 @@ struct stat;
  * | ZOT_ERR_NOMEM | -3 | an allocation failed |
  * | ZOT_ERR_UNKNOWN_OPT | -4 | an option, parameter or mark outside its range |
  * | ZOT_ERR_WRONG_INPUT | -5 | an argument that cannot be used |
- * | ZOT_ERR_REMOTE_UNAVAIL | -6 | the service did not answer or broke off |
+ * | ZOT_ERR_REMOTE_UNAVAIL | -6 | the service did not answer, broke off, or refused the GPB files |
  * | ZOT_ERR_RET_TOO_BIG | -7 | reserved |
  * | ZOT_ERR_CORRUPTED | -8 | a file does not match what was announced for it |
  * | ZOT_ERR_NULL_INPUT | -9 | a missing argument |
@@ -108,8 +108,10 @@ enum {
   ZOT_STAT_DELETED = 0x04,   /**< only in the configuration in force */
   ZOT_STAT_ADDED = 0x08,     /**< only in the new configuration */
   ZOT_STAT_MODIFIED = 0x10,  /**< in both, other version or other cluster */
-  ZOT_STAT_FULL = 0x20,      /**< request: every entry that is not deleted */
-  ZOT_STAT_CACHED = 0x40     /**< request: do not look for an update, return what is cached */
+  ZOT_STAT_FULL = 0x20,  /**< request: every entry that is not deleted, whatever other change bits
+                            say; also the stat of the entries so returned */
+  ZOT_STAT_CACHED = 0x40 /**< request: no look for an update, return what is cached with any change;
+                            all other bits are ignored */
 };
 
 /** Cache slots of a handle. */
@@ -182,8 +184,9 @@ enum {
 
 /** Parameters of zot_parm_set() and zot_parm_get(). */
 typedef enum zot_parm_id {
-  ZOT_PARM_TIMEOUT = 1,              /**< uint32_t, seconds for K and checksum; 0: no limit */
-  ZOT_PARM_TIMEOUT_GPB = 2,          /**< uint32_t, seconds for GPB files; 0: no limit */
+  ZOT_PARM_TIMEOUT = 1,     /**< uint32_t, seconds for K and checksum; 0: no limit */
+  ZOT_PARM_TIMEOUT_GPB = 2, /**< uint32_t, seconds for GPB files, for adapters; the access-point
+                               adapter sets no limit */
   ZOT_PARM_RETURN_PROTO_TYPE = 3,    /**< uint32_t, 0 or 1; kept for the caller, nothing reads it */
   ZOT_PARM_LOG_DESTINATION = 4,      /**< uint32_t, ZOT_LOG_DST_… */
   ZOT_PARM_LOG_DESTINATION_FP = 5,   /**< set: the FILE * itself; get: a FILE ** */
@@ -254,7 +257,7 @@ typedef enum zot_parm_id {
   X(NEIGHBOR, 53, "Neighbor")                  \
   X(NETWORK, 54, "Network")                    \
   X(NTP_SERVER, 55, "NtpServer")               \
-  X(PASSPOINT, 56, "Passpoint")                \
+  X(PARENTAL_CONTROL, 56, "ParentalControl")   \
   X(PORT_PROFILE, 57, "PortProfile")           \
   X(POWER_POLICY, 58, "PowerPolicy")           \
   X(PRE_SHARED_KEY, 59, "PreSharedKey")        \
@@ -287,7 +290,7 @@ typedef enum zot_category {
       ZOT_CAT_COUNT
 } zot_category;
 
-/** Lengths; each buffer has one byte more for the terminator. */
+/** Limits. A …_LEN does not count the terminator, a …_SIZE does. */
 enum {
   ZOT_SUBSYS_ID_LEN = 63,    /**< sub-system ID */
   ZOT_SUB_IDX_LEN = 52,      /**< sub-system index kept by the handle */
@@ -364,7 +367,8 @@ typedef struct zot_log_cb_func {
 /** Every parameter that creation takes. */
 typedef struct zot_parm_all {
   uint32_t timeout;     /**< seconds for K and checksum; 0: no limit */
-  uint32_t timeout_gpb; /**< seconds for GPB files; 0: no limit */
+  uint32_t timeout_gpb; /**< seconds for GPB files, for adapters; the access-point adapter sets no
+                           limit */
   zot_log_ctl log_ctl;
 } zot_parm_all;
 
@@ -392,8 +396,9 @@ typedef struct zot_k_meta {
 
 /** One knowledge file in memory. Everything but gpbs is owned by the record. */
 typedef struct zot_k {
-  char *path;                          /**< where the file lies */
-  char *data;                          /**< its bytes, terminated */
+  char *path; /**< where the file lies */
+  char
+      *data; /**< its bytes; terminated when read or fetched, not when copied by zot_priv_k_cpy() */
   uint32_t data_len;                   /**< length of data; 0: the record holds no K */
   char checksum[ZOT_CHECKSUM_LEN + 1]; /**< SHA-256 of data; empty for a K just fetched */
   zot_k_meta meta;
@@ -460,9 +465,11 @@ typedef struct zot_sub_fns {
   char *(*get_conf_root)(zot_ctx *handle, char *buf, size_t size);
   /** Writes the scratch directory into @p buf; NULL or an empty text is a failure. */
   char *(*get_tmp_root)(zot_ctx *handle, char *buf, size_t size);
-  /** Fills the empty @p k with the published K, as zot_priv_get_new_k_by_host() does. */
+  /** Fills the empty @p k with the published K, as zot_priv_get_new_k_by_host() does.
+   *  Returns #ZOT_OK, #ZOT_NO_UPDATE, #ZOT_ERR_SAME_AS_CORRUPTED or an error. */
   int (*download_k)(zot_ctx *handle, zot_k *k);
-  /** Brings the files of @p gpbs into the scratch directory and verifies each. */
+  /** Brings the files of @p gpbs into the scratch directory and verifies each.
+   *  Returns #ZOT_OK or an error; 1 would mean that they lie in the dev directory. */
   int (*download_gpb)(zot_ctx *handle, zot_k *k, zot_list *gpbs);
 } zot_sub_fns;
 
@@ -544,9 +551,9 @@ zot_ctx *zot_conf_init(const char *sub_idx, size_t id_len);
 /**
  * Looks for a new configuration and returns the entries that the caller asks for.
  *
- * Blocks while it downloads. Both new and unchanged configurations end in #ZOT_OK; whether
- * something new waits for commit or roll-back is told by #ZOT_CYCLE_NEW_CONF in the handle's
- * statistics and by each entry's stat.
+ * Blocks while it downloads; the transfer of the GPB files has no time limit. Both new and
+ * unchanged configurations end in #ZOT_OK; whether something new waits for commit or roll-back is
+ * told by #ZOT_CYCLE_NEW_CONF in the handle's statistics and by each entry's stat.
  *
  * @param handle         the handle
  * @param catset         categories to return
@@ -554,20 +561,23 @@ zot_ctx *zot_conf_init(const char *sub_idx, size_t id_len);
  * that is not deleted; #ZOT_STAT_CACHED to return what is cached without asking the service. 0 is
  * refused.
  * @param[out] ret       the returned list, owned by the caller until zot_conf_free_ret_data(); NULL
- *                       when the call fails. The entries' bytes belong to the handle and stay valid
- *                       until the next get, commit, roll-back or free.
+ *                       when the call fails, untouched without a handle. The entries' bytes belong
+ * to the handle and stay valid until the next get, commit, roll-back or free.
  * @return
  *  - #ZOT_OK: @p ret holds the entries, possibly none.
  *  - #ZOT_ERR_SAME_AS_CORRUPTED: the service still offers what was rolled back; @p ret holds the
  *    cached entries and has to be freed.
- *  - #ZOT_ERR_NULL_INPUT: no handle or no @p ret; nothing is recorded.
- *  - #ZOT_ERR_WRONG_INPUT: @p conf_stat_mask is 0, or a directory holds characters that a shell
- *    would interpret.
+ *  - #ZOT_ERR_NULL_INPUT: no handle or no @p ret, with nothing recorded; or K states no
+ *    checksum for a file.
+ *  - #ZOT_ERR_WRONG_INPUT: @p conf_stat_mask is 0, a directory holds characters that a shell
+ *    would interpret, or K states size 0 for a file.
  *  - #ZOT_ERR_NO_CACHE: #ZOT_STAT_CACHED was asked for and nothing is cached for @p catset.
  *  - #ZOT_ERR_TIMEOUT, #ZOT_ERR_REMOTE_UNAVAIL, #ZOT_ERR_NOT_FOUND: the service timed out, did not
  *    answer, or does not know this element.
  *  - #ZOT_ERR_CORRUPTED: a K, a checksum or a GPB file is not what was announced.
- *  - #ZOT_ERR_NOMEM, #ZOT_ERR_GENERIC: memory, files or processes failed.
+ *  - #ZOT_ERR_NO_FILE: dev mode is on and its directory holds no checksum file of K.
+ *  - #ZOT_ERR_NOMEM, #ZOT_ERR_GENERIC: memory, files or processes failed, or the service answered
+ *    the request for K or its checksum with a response other than 200 and 404.
  *
  *  The configuration in force never changes through a get, whatever it returns.
  */
@@ -584,16 +594,17 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
  *  - #ZOT_ERR_NOT_READY: no successful zot_conf_get() came before.
  *  - #ZOT_ERR_WRONG_INPUT: there is no temporary configuration.
  *  - #ZOT_ERR_NULL_INPUT: no handle.
- *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_CORRUPTED: a file operation failed. The new
- *    configuration is current in memory; call again in the same cycle to go on at the operation
- *    that failed.
+ *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_CORRUPTED, #ZOT_ERR_NO_FILE, or the status of an
+ *    adapter's own commit: a file operation failed. The new configuration is current in memory;
+ *    call again in the same cycle to go on at the operation that failed.
  */
 int zot_conf_commit(zot_ctx *handle);
 
 /**
  * Refuses the configuration that the last get brought. The configuration in force stays; the new K
  * is kept aside as corrupted, so that zot_conf_get() answers #ZOT_ERR_SAME_AS_CORRUPTED while the
- * service offers it again.
+ * service offers it again. The last K is forgotten, in memory and in the cache: #ZOT_K_LAST then
+ * has none.
  *
  * @return
  *  - #ZOT_OK: rolled back, or commit or roll-back was done earlier in this cycle, or dev mode is
@@ -609,7 +620,7 @@ int zot_conf_roll_back(zot_ctx *handle);
 /**
  * Frees a returned list with its entries; the bytes stay with the handle.
  *
- * @param handle   the handle that returned the list
+ * @param handle   the handle that returned the list; NULL frees it too, without a log line
  * @param[in,out] ret the list; set to NULL
  * @return #ZOT_OK, or #ZOT_ERR_NULL_INPUT when @p ret or the list is missing. Missing both @p ret
  *         and the handle is a programming error that aborts.
@@ -700,7 +711,8 @@ void zot_core_reset_stat(zot_core_stat *stat);
  * @param id      a #zot_parm_id
  * @param val     the value, of the type told at the id. For #ZOT_PARM_LOG_DESTINATION_FP it is the
  *                stream itself, for #ZOT_PARM_LOG_DESTINATION_PATH the path text, which is copied.
- * @param val_len bytes at @p val
+ * @param val_len bytes at @p val; sizeof(FILE *) for #ZOT_PARM_LOG_DESTINATION_FP. Parameters 2, 3,
+ *                4, 8 and 10 take a shorter value as the first bytes of a zeroed word.
  * @return
  *  - #ZOT_OK
  *  - #ZOT_ERR_NULL_INPUT: no handle or no @p val, or a log control without what its destination
@@ -727,8 +739,8 @@ int zot_parm_get(zot_ctx *handle, int id, void *val, size_t val_len);
 /** Name of a parameter ("ZOT_PARM_TIMEOUT"), static; an empty text for an unknown id. */
 const char *zot_util_parm2str(int id);
 
-/** The setter and getter behind zot_parm_set() and zot_parm_get(): no checks of their own but the
- *  id, the result not stored as the status. Arguments must not be NULL. */
+/** What zot_parm_set() and zot_parm_get() run once their arguments are checked, which must not be
+ *  NULL here. The setter or getter of the parameter records its status. */
 int zot_priv_parm_set(zot_ctx *handle, int id, const void *val, size_t val_len);
 int zot_priv_parm_get(zot_ctx *handle, int id, void *val, size_t val_len);
 
@@ -857,11 +869,12 @@ int zot_priv_free_k(zot_ctx *handle, zot_k *k);
 int zot_priv_update_cached_mem(zot_ctx *handle, zot_k *new_k, zot_list *new_gpbs);
 
 /** Replaces a K's path or root directory by a copy of at most 4096 bytes. @return the copy, owned
- *  by the K; NULL without memory. */
+ *  by the K; NULL without memory, K or text, and the former text is gone. */
 char *zot_priv_k_set_path(zot_k *k, const char *path);
 char *zot_priv_k_set_root(zot_k *k, const char *root);
 
-/** Copies path, data and checksum. @return #ZOT_OK; #ZOT_ERR_WRONG_INPUT when a record is missing
+/** Copies path, data and checksum into an empty record; a source with data_len 0 brings its path
+ *  only. @return #ZOT_OK; #ZOT_ERR_WRONG_INPUT when a record is missing
  *  or both are one; #ZOT_ERR_NOMEM, with nothing copied. */
 int zot_priv_k_cpy(const zot_k *src, zot_k *dst);
 
@@ -915,7 +928,8 @@ int zot_priv_gpb_list_cpy(zot_ctx *handle, zot_gpb *dst, const zot_gpb *src);
 
 /**
  * Merges two sorted lists into a list of marked copies.
- * @param cur_k,new_k the K of either list, or NULL; another cluster marks equal entries modified
+ * @param cur_k,new_k the K of either list; another cluster, or one K missing, marks equal entries
+ *                    modified; without both nothing is built
  * @param out         an empty list; left empty on failure
  * @return #ZOT_OK, #ZOT_ERR_NULL_INPUT, #ZOT_ERR_NOMEM.
  */
@@ -941,7 +955,8 @@ int zot_priv_update_cached_ret_gpb_list(zot_ctx *handle, zot_k *new_k, zot_list 
  * @param root   directory of the files
  * @param catset categories to return
  * @return #ZOT_OK; #ZOT_ERR_NULL_INPUT; #ZOT_ERR_NOMEM; #ZOT_ERR_CORRUPTED for a file that is not
- *         what K states; #ZOT_ERR_UNKNOWN_OPT for an unknown mark.
+ *         what K states; #ZOT_ERR_UNKNOWN_OPT for an unknown mark; or as
+ *         zot_priv_build_gpb_cont().
  */
 int zot_priv_get_ret_data_via_gpb(zot_ctx *handle, zot_list *marked, zot_list *ret, uint32_t mask,
                                   const char *root, zot_catset catset);
@@ -966,7 +981,8 @@ void zot_priv_free_ret_data(zot_list *ret);
 int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const char *checksum,
                         void *out);
 
-/** Checks an entry's file below @p root and fills the entry's content if it has a buffer.
+/** Checks an entry's file, <root>/config/<category>/<key>/<version>, and fills the entry's content
+ * if it has a buffer.
  *  @return as zot_priv_verify_gpb(); #ZOT_ERR_WRONG_INPUT for an entry without path or size. */
 int zot_priv_chk_vail_gpb(zot_ctx *handle, zot_gpb *gpb, const char *root);
 
@@ -977,7 +993,7 @@ int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root);
 
 /**
  * Reads a K and its checksum file, compares them and checks the content.
- * @param k     an empty record; keeps what was read also when a later step fails
+ * @param k     an empty record, not NULL; keeps what was read also when a later step fails
  * @param flags #ZOT_READ_K_OPTIONAL or 0
  * @return #ZOT_OK; #ZOT_ERR_NULL_INPUT; #ZOT_ERR_WRONG_INPUT for an empty path; #ZOT_ERR_NO_FILE
  *         when the checksum file is absent (with #ZOT_READ_K_OPTIONAL not recorded);
@@ -1016,7 +1032,8 @@ int zot_priv_get_new_k_by_host(zot_ctx *handle, zot_k *new_k, const char *host);
 
 /** Downloads the K (@p kind 0) or its checksum (1) into the scratch directory and into memory.
  *  @param[out] out the bytes, freed by the caller with free()
- *  @return as zot_priv_get_new_k_by_host(). */
+ *  @return as zot_priv_get_new_k_by_host(); #ZOT_ERR_WRONG_INPUT for a missing @p out or @p host or
+ *  another @p kind. */
 int zot_priv_get_k_into_mem(zot_ctx *handle, const char *host, zot_file_mem *out, int kind);
 
 /** Records what a fetch result means. @param stat statistics of that fetch. @return #ZOT_OK,
@@ -1105,8 +1122,9 @@ int zot_sub_init_fns(zot_ctx *handle);
 /** Sets the default time-outs, 5 and 30 seconds. @return #ZOT_OK or #ZOT_ERR_NULL_INPUT. */
 int zot_sub_init_parm(zot_parm_all *parm);
 
-/** Writes the persistent directory into @p buf: ZOT_DEV_PATH, which switches dev mode on, or
- *  ZOT_PREFIX_CONF_ROOT with "/writable/zot/". @return @p buf; NULL without handle or buffer. */
+/** Writes the persistent directory into @p buf: ZOT_DEV_PATH, which switches dev mode on for the
+ * rest of the handle's life, or ZOT_PREFIX_CONF_ROOT with "/writable/zot/". @return @p buf; NULL
+ * without handle or buffer. */
 char *zot_sub_get_conf_root(zot_ctx *handle, char *buf, size_t size);
 
 /** Writes the scratch directory into @p buf: ZOT_PREFIX_TMP_ROOT with "/tmp/zot". @return @p buf;

@@ -154,7 +154,9 @@ void add_cycle(CLI::App &app, cycle_options &options, cycle_texts &texts) {
   roll_back->excludes(apply);
   command.add_option("--timeout", options.timeout, "seconds for K and checksum; 0: no limit")
       ->capture_default_str();
-  command.add_option("--timeout-gpb", options.timeout_gpb, "seconds for the files; 0: no limit")
+  command
+      .add_option("--timeout-gpb", options.timeout_gpb,
+                  "kept for adapters; the archive transfer has no limit")
       ->capture_default_str();
   command.add_option("--log-level", texts.log_level, "what the library logs to standard error")
       ->check(CLI::IsMember(log_levels))

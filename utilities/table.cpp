@@ -61,6 +61,15 @@ void copy_piece(const piece &from, char *to, size_t size) {
   to[length] = '\0';
 }
 
+// The base that the digits of a version announce. Told by hand: strtoull() on its own also takes
+// the prefixes that newer C libraries know.
+int base_of(const char *number) {
+  if (number[0] != '0') {
+    return 10;
+  }
+  return number[1] == 'x' || number[1] == 'X' ? 16 : 8;
+}
+
 template <class T>
 constexpr int compare(T a, T b) {
   return static_cast<int>(a > b) - static_cast<int>(a < b);
@@ -107,7 +116,7 @@ char *get_gpb_meta_str(const char *path, char *cat, size_t cat_size, char *key, 
   copy_piece(version_piece, number, sizeof number);
   copy_piece(key_piece, key, std::min(key_size, key_piece_size));
   copy_piece(cat_piece, cat, std::min(cat_size, number_size));
-  *version = std::strtoull(number, nullptr, 0);
+  *version = std::strtoull(number, nullptr, base_of(number));
   return cat;
 }
 

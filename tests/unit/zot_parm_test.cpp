@@ -314,6 +314,16 @@ TEST_F(ParmStream, ReadsBack) {
             std::string::npos);
 }
 
+TEST_F(ParmStream, TellsItsAddressForDebuggingOnly) {
+  handle_.ctl().level = ZOT_LOG_INFO;
+  set();
+  FILE *stream = nullptr;
+  zot_parm_get(handle_.get(), ZOT_PARM_LOG_DESTINATION_FP, &stream, sizeof stream);
+  EXPECT_EQ(written(),
+            "Set logging destination file pointer: Done\n"
+            "Get logging destination file pointer: Done\n");
+}
+
 class ParmPath : public testing::Test {
  protected:
   std::string written() {
@@ -379,6 +389,14 @@ TEST_F(ParmPath, ReadsBack) {
             std::string::npos);
 }
 
+TEST_F(ParmPath, IsToldForDebuggingOnly) {
+  handle_.ctl().level = ZOT_LOG_INFO;
+  set_path(handle_, path_);
+  char value[ZOT_PATH_SIZE] = "";
+  zot_parm_get(handle_.get(), ZOT_PARM_LOG_DESTINATION_PATH, value, sizeof value);
+  EXPECT_EQ(written(), "Set logging destination path: Done\nGet logging destination path: Done\n");
+}
+
 TEST_F(ParmPath, NeedsRoomForTheTerminatorWhenRead) {
   set_path(handle_, path_);
   char value[ZOT_PATH_SIZE] = "old";
@@ -404,6 +422,7 @@ TEST_F(ParmPath, GivesUpEverythingWhenTheDestinationChanges) {
   ASSERT_NE(handle_->log_ctx.path_fp, nullptr);
   handle_.ctl().level = ZOT_LOG_WARN;
   EXPECT_EQ(set_word(handle_, ZOT_PARM_LOG_DESTINATION, ZOT_LOG_DST_STDERR), 0);
+  EXPECT_EQ(handle_.ctl().dst, static_cast<uint32_t>(ZOT_LOG_DST_STDERR));
   EXPECT_EQ(handle_->log_ctx.path_fp, nullptr);
   EXPECT_EQ(handle_.ctl().path, nullptr);
   EXPECT_EQ(handle_.ctl().fp, nullptr);

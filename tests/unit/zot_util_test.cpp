@@ -6,6 +6,8 @@
 #include <cstring>
 #include <string>
 
+#include "tests/support/element.hpp"
+#include "tests/support/publication.hpp"
 #include "tests/unit/bare_handle.hpp"
 #include "zot_conf.h"
 
@@ -123,6 +125,36 @@ TEST(KMetaNew, IsReadyWhenTheGetBroughtNothingNew) {
   handle->stat.state = ZOT_CYCLE_SAME_K;
   zot_k_meta meta{};
   EXPECT_EQ(zot_util_get_k_meta(handle.get(), &meta, ZOT_K_NEW), 0);
+}
+
+class KMetaFromTheCache : public testing::Test {
+ protected:
+  void install(const char *k_name, const char *checksum_name) {
+    zot::test::publication().config_id("cached").install_k(e_.conf_root() + "knowledge", k_name,
+                                                           checksum_name);
+  }
+  std::string config_id(int which) {
+    zot_k_meta meta{};
+    return zot_util_get_k_meta(e_.handle(), &meta, which) == ZOT_OK ? meta.config_id : "none";
+  }
+
+  zot::test::element e_;
+};
+
+TEST_F(KMetaFromTheCache, OfTheCurrentKIsLoaded) {
+  install("subsys.k", "subsys.checksum");
+  EXPECT_EQ(config_id(ZOT_K_CURRENT), "cached");
+}
+
+TEST_F(KMetaFromTheCache, OfTheCurrentKIsLoadedUntilItsFilesAre) {
+  install("subsys.k", "subsys.checksum");
+  e_.handle()->load_flags = ZOT_LOADED_CONF;
+  EXPECT_EQ(config_id(ZOT_K_CURRENT), "cached");
+}
+
+TEST_F(KMetaFromTheCache, OfTheLastKIsLoaded) {
+  install("prev_subsys.k", "prev_subsys.checksum");
+  EXPECT_EQ(config_id(ZOT_K_LAST), "cached");
 }
 
 TEST(KMetaArguments, RefuseAnotherK) {

@@ -44,12 +44,13 @@ class download_set {
   }
 
   void clear() {
-    while (!zot_list_is_empty(&names_)) {
-      zot_list *const node = names_.next;
-      list_del(node);
+    for (zot_list *node = names_.next; node != &names_;) {
+      zot_list *const next = node->next;
       // The node is the first member, so it is the entry's address.
       std::free(node);
+      node = next;
     }
+    zot_list_init(&names_);
   }
 
   [[nodiscard]] const zot_list *names() const { return &names_; }

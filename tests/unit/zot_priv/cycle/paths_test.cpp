@@ -157,7 +157,8 @@ INSTANTIATE_TEST_SUITE_P(Table, RemotePort,
                          testing::Values(port_case{std::nullopt, 8087}, port_case{"0", 8087},
                                          port_case{"-5", 8087}, port_case{"abc", 8087},
                                          port_case{"", 8087}, port_case{"9000", 9000},
-                                         port_case{"9000x", 9000}, port_case{"1", 1}));
+                                         port_case{"9000x", 9000}, port_case{"1", 1},
+                                         port_case{"99999999999", 2147483647}));
 
 TEST_F(Paths, AreComputedAndCreated) {
   EXPECT_EQ(reload(), 0);
