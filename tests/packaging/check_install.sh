@@ -4,6 +4,8 @@
 # Installs the build into an empty prefix, moves the prefix, and builds and runs a C program from it
 # in each way that a user has: pkg-config or CMake, shared or static library.
 set -euo pipefail
+# A machine with ninja alone has no other build program.
+export CMAKE_GENERATOR=Ninja
 
 build=$1 consumer=$2 cmake=$3 compiler=$4
 work=$(mktemp -d)
