@@ -91,6 +91,7 @@ publish
 shows "published: $files files, $files new, 0 changed, 0 same, 0 removed"
 
 tell "Serve the publication on a free port of the loopback interface."
+: >"$work/serve.log"
 "$zotconf" serve "$published" --port 0 >"$work/serve.log" 2>&1 &
 service=$!
 port=

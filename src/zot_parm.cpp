@@ -10,31 +10,11 @@
 #include "utilities/owner.hpp"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_parm_log.hpp"
+#include "zot_parm_value.hpp"
 
-namespace {
+namespace zot {
 
-constexpr uint32_t ret_proto_type_max = 1;
-constexpr uint32_t option_mask = ZOT_LOG_OPT_FUNC | ZOT_LOG_OPT_LINE;
-
-zot_log_ctl &log_ctl_of(zot_ctx *handle) {
-  return handle->parm->all.log_ctl;
-}
-
-// A value shorter than a word fills its first bytes.
-uint32_t word_of(const void *val, size_t val_len) {
-  uint32_t word = 0;
-  std::memcpy(&word, val, std::min(val_len, sizeof word));
-  return word;
-}
-
-template <class T>
-T value_of(const void *val) {
-  T value{};
-  std::memcpy(&value, val, sizeof value);
-  return value;
-}
-
-// Records a length that is too short, as the operation that was asked.
 bool is_short(zot_ctx *handle, size_t val_len, size_t wanted, const char *func, long line) {
   if (val_len >= wanted) {
     return false;
@@ -44,33 +24,16 @@ bool is_short(zot_ctx *handle, size_t val_len, size_t wanted, const char *func, 
   return true;
 }
 
-void free_path(zot_log_ctl &ctl) {
-  std::free(const_cast<char *>(std::exchange(ctl.path, nullptr)));
-}
+}  // namespace zot
 
-// Leaving a path destination, for the same one too, gives up everything that belonged to it.
-void switch_destination(zot_ctx *handle, uint32_t dst) {
-  zot_log_ctl &ctl = log_ctl_of(handle);
-  if (ctl.dst == ZOT_LOG_DST_PATH) {
-    free_path(ctl);
-    zot_log_free(handle);
-    ctl.fp = nullptr;
-    ctl.cb = nullptr;
-    ctl.cb_arg = nullptr;
-  }
-  ctl.dst = dst;
-}
+namespace {
 
-// A path that is as long as the value allows; null without memory.
-zot::c_text copy_path(const void *val, size_t val_len) {
-  const auto *const text = static_cast<const char *>(val);
-  const size_t length = strnlen(text, std::min<size_t>(val_len, ZOT_PATH_SIZE - 1));
-  zot::c_text copy(static_cast<char *>(std::calloc(length + 1, 1)));
-  if (copy != nullptr) {
-    std::memcpy(copy.get(), text, length);
-  }
-  return copy;
-}
+using zot::is_short;
+using zot::log_ctl_of;
+using zot::value_of;
+using zot::word_of;
+
+constexpr uint32_t ret_proto_type_max = 1;
 
 int zot_parm_set_timeout(zot_ctx *handle, const void *val, size_t val_len) {
   if (is_short(handle, val_len, sizeof(uint32_t), __func__, __LINE__)) {
@@ -94,151 +57,6 @@ int zot_parm_set_return_proto_type(zot_ctx *handle, const void *val, size_t val_
   return ZOT_RECORD(handle, ZOT_OK);
 }
 
-int zot_parm_set_log_destination(zot_ctx *handle, const void *val, size_t val_len) {
-  const uint32_t dst = word_of(val, val_len);
-  if (dst > ZOT_LOG_DST_CB_FUNC) {
-    return ZOT_RECORD(handle, ZOT_ERR_UNKNOWN_OPT, "[%s] unknown options: %x", __func__, dst);
-  }
-  switch_destination(handle, dst);
-  return ZOT_RECORD(handle, ZOT_OK);
-}
-
-int zot_parm_set_log_destination_fp(zot_ctx *handle, const void *val, size_t val_len) {
-  if (log_ctl_of(handle).dst != ZOT_LOG_DST_FP) {
-    ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
-            "%sChange logging destination to FILE pointer.\n");
-  }
-  if (is_short(handle, val_len, sizeof(FILE *), __func__, __LINE__)) {
-    return ZOT_ERR_WRONG_INPUT;
-  }
-  switch_destination(handle, ZOT_LOG_DST_FP);
-  // The value is the stream itself, not a place that holds it.
-  FILE *const stream = static_cast<FILE *>(const_cast<void *>(val));
-  log_ctl_of(handle).fp = stream;
-  ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
-          "%sSet logging destination file pointer: Done\n");
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sfp: %p\n", static_cast<void *>(stream));
-  return ZOT_RECORD(handle, ZOT_OK);
-}
-
-int zot_parm_set_log_destination_path(zot_ctx *handle, const void *val, size_t val_len) {
-  if (log_ctl_of(handle).dst != ZOT_LOG_DST_PATH) {
-    ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
-            "%sChange logging destination to file path.\n");
-  }
-  // Copied before the switch: the value may be the copy that the switch frees.
-  const bool empty = val_len == 0 || *static_cast<const char *>(val) == '\0';
-  zot::c_text path = copy_path(val, val_len);
-  switch_destination(handle, ZOT_LOG_DST_PATH);
-  if (empty) {
-    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "[%s] empty path\n", __func__);
-  }
-  if (path == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s] out of memory\n", __func__);
-  }
-  log_ctl_of(handle).path = path.release();
-  ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sSet logging destination path: Done\n");
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sdst: %s\n", log_ctl_of(handle).path);
-  return ZOT_RECORD(handle, ZOT_OK);
-}
-
-int zot_parm_set_log_destination_cb_func(zot_ctx *handle, const void *val, size_t val_len) {
-  if (is_short(handle, val_len, sizeof(zot_log_cb_func), __func__, __LINE__)) {
-    return ZOT_ERR_WRONG_INPUT;
-  }
-  const auto wanted = value_of<zot_log_cb_func>(val);
-  switch_destination(handle, ZOT_LOG_DST_CB_FUNC);
-  if (wanted.cb == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "[%s] Empty callback function pointer\n",
-                      __func__);
-  }
-  log_ctl_of(handle).cb = wanted.cb;
-  log_ctl_of(handle).cb_arg = wanted.cb_arg;
-  return ZOT_RECORD(handle, ZOT_OK);
-}
-
-int zot_parm_set_log_level(zot_ctx *handle, const void *val, size_t val_len) {
-  const uint32_t level = word_of(val, val_len);
-  if (level > ZOT_LOG_DEBUG) {
-    return ZOT_RECORD(handle, ZOT_ERR_UNKNOWN_OPT, "[%s] unknown options: %x", __func__, level);
-  }
-  log_ctl_of(handle).level = level;
-  return ZOT_RECORD(handle, ZOT_OK);
-}
-
-int zot_parm_set_log_facility(zot_ctx *handle, const void *val, size_t val_len) {
-  if (is_short(handle, val_len, sizeof(uint32_t), __func__, __LINE__)) {
-    return ZOT_ERR_WRONG_INPUT;
-  }
-  log_ctl_of(handle).facility = word_of(val, val_len) & ZOT_TOPIC_DEFAULT;
-  return ZOT_RECORD(handle, ZOT_OK);
-}
-
-int zot_parm_set_log_option(zot_ctx *handle, const void *val, size_t val_len) {
-  log_ctl_of(handle).option = word_of(val, val_len) & option_mask;
-  return ZOT_RECORD(handle, ZOT_OK);
-}
-
-// The target of a destination that needs one, which the control has to bring along.
-int set_log_target(zot_ctx *handle, const zot_log_ctl &wanted, const char *path, const char *func) {
-  const char *missing = nullptr;
-  switch (wanted.dst) {
-    case ZOT_LOG_DST_FP:
-      if (wanted.fp != nullptr) {
-        return zot_parm_set_log_destination_fp(handle, wanted.fp, sizeof wanted.fp);
-      }
-      missing = "fp";
-      break;
-    case ZOT_LOG_DST_PATH:
-      if (path != nullptr) {
-        return zot_parm_set_log_destination_path(handle, path, ZOT_PATH_SIZE);
-      }
-      missing = "path";
-      break;
-    case ZOT_LOG_DST_CB_FUNC:
-      if (wanted.cb != nullptr) {
-        const zot_log_cb_func target{wanted.cb, wanted.cb_arg};
-        return zot_parm_set_log_destination_cb_func(handle, &target, sizeof target);
-      }
-      missing = "callback function";
-      break;
-    default:
-      return ZOT_OK;
-  }
-  return zot::record(handle, ZOT_ERR_NULL_INPUT, func, __LINE__, "[%s] Null input: %s", func,
-                     missing);
-}
-
-int zot_parm_set_log_ctl(zot_ctx *handle, const void *val, size_t val_len) {
-  if (is_short(handle, val_len, sizeof(zot_log_ctl), __func__, __LINE__)) {
-    return ZOT_ERR_WRONG_INPUT;
-  }
-  if (val == &log_ctl_of(handle)) {
-    return ZOT_RECORD(handle, ZOT_OK);
-  }
-  const auto wanted = value_of<zot_log_ctl>(val);
-  zot::c_text path;
-  if (wanted.dst == ZOT_LOG_DST_PATH && wanted.path != nullptr) {
-    // A control that was read from this handle names the copy that setting the destination frees.
-    path = copy_path(wanted.path, ZOT_PATH_SIZE);
-    if (path == nullptr) {
-      return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s] out of memory\n", __func__);
-    }
-  }
-  log_ctl_of(handle).facility = wanted.facility;
-  int status = zot_parm_set_log_option(handle, &wanted.option, sizeof wanted.option);
-  if (status == ZOT_OK) {
-    status = zot_parm_set_log_level(handle, &wanted.level, sizeof wanted.level);
-  }
-  if (status == ZOT_OK) {
-    status = zot_parm_set_log_destination(handle, &wanted.dst, sizeof wanted.dst);
-  }
-  if (status == ZOT_OK) {
-    status = set_log_target(handle, wanted, path.get(), __func__);
-  }
-  return status == ZOT_OK ? ZOT_RECORD(handle, ZOT_OK) : status;
-}
-
 int zot_parm_set_all(zot_ctx *handle, const void *val, size_t val_len) {
   if (is_short(handle, val_len, sizeof(zot_parm_all), __func__, __LINE__)) {
     return ZOT_ERR_WRONG_INPUT;
@@ -247,7 +65,7 @@ int zot_parm_set_all(zot_ctx *handle, const void *val, size_t val_len) {
     return ZOT_RECORD(handle, ZOT_OK);
   }
   const auto wanted = value_of<zot_parm_all>(val);
-  int status = zot_parm_set_log_ctl(handle, &wanted.log_ctl, sizeof wanted.log_ctl);
+  int status = zot::zot_parm_set_log_ctl(handle, &wanted.log_ctl, sizeof wanted.log_ctl);
   if (status == ZOT_OK) {
     status = zot_parm_set_timeout(handle, &wanted.timeout, sizeof wanted.timeout);
   }
@@ -319,27 +137,27 @@ constexpr std::array para_fns{
     parm_row{ZOT_PARM_RETURN_PROTO_TYPE, "ZOT_PARM_RETURN_PROTO_TYPE",
              zot_parm_set_return_proto_type, get_value, "zot_parm_get_return_proto_type",
              offsetof(zot_parm, ret_proto_type), sizeof(uint32_t)},
-    parm_row{ZOT_PARM_LOG_DESTINATION, "ZOT_PARM_LOG_DESTINATION", zot_parm_set_log_destination,
-             get_value, "zot_parm_get_log_destination", offsetof(zot_parm, all.log_ctl.dst),
-             sizeof(uint32_t)},
+    parm_row{ZOT_PARM_LOG_DESTINATION, "ZOT_PARM_LOG_DESTINATION",
+             zot::zot_parm_set_log_destination, get_value, "zot_parm_get_log_destination",
+             offsetof(zot_parm, all.log_ctl.dst), sizeof(uint32_t)},
     parm_row{ZOT_PARM_LOG_DESTINATION_FP, "ZOT_PARM_LOG_DESTINATION_FP",
-             zot_parm_set_log_destination_fp, get_stream, "zot_parm_get_log_destination_fp",
+             zot::zot_parm_set_log_destination_fp, get_stream, "zot_parm_get_log_destination_fp",
              offsetof(zot_parm, all.log_ctl.fp), sizeof(FILE *)},
     parm_row{ZOT_PARM_LOG_DESTINATION_PATH, "ZOT_PARM_LOG_DESTINATION_PATH",
-             zot_parm_set_log_destination_path, get_path, "zot_parm_get_log_destination_path",
+             zot::zot_parm_set_log_destination_path, get_path, "zot_parm_get_log_destination_path",
              offsetof(zot_parm, all.log_ctl.path), sizeof(char *)},
     parm_row{ZOT_PARM_LOG_DESTINATION_CB_FUNC, "ZOT_PARM_LOG_DESTINATION_CB_FUNC",
-             zot_parm_set_log_destination_cb_func, get_value,
+             zot::zot_parm_set_log_destination_cb_func, get_value,
              "zot_parm_get_log_destination_cb_func", offsetof(zot_parm, all.log_ctl.cb),
              sizeof(zot_log_cb_func)},
-    parm_row{ZOT_PARM_LOG_LEVEL, "ZOT_PARM_LOG_LEVEL", zot_parm_set_log_level, get_value,
+    parm_row{ZOT_PARM_LOG_LEVEL, "ZOT_PARM_LOG_LEVEL", zot::zot_parm_set_log_level, get_value,
              "zot_parm_get_log_level", offsetof(zot_parm, all.log_ctl.level), sizeof(uint32_t)},
-    parm_row{ZOT_PARM_LOG_FACILITY, "ZOT_PARM_LOG_FACILITY", zot_parm_set_log_facility, get_value,
-             "zot_parm_get_log_facility", offsetof(zot_parm, all.log_ctl.facility),
+    parm_row{ZOT_PARM_LOG_FACILITY, "ZOT_PARM_LOG_FACILITY", zot::zot_parm_set_log_facility,
+             get_value, "zot_parm_get_log_facility", offsetof(zot_parm, all.log_ctl.facility),
              sizeof(uint32_t)},
-    parm_row{ZOT_PARM_LOG_OPTION, "ZOT_PARM_LOG_OPTION", zot_parm_set_log_option, get_value,
+    parm_row{ZOT_PARM_LOG_OPTION, "ZOT_PARM_LOG_OPTION", zot::zot_parm_set_log_option, get_value,
              "zot_parm_get_log_option", offsetof(zot_parm, all.log_ctl.option), sizeof(uint32_t)},
-    parm_row{ZOT_PARM_LOG_CTL, "ZOT_PARM_LOG_CTL", zot_parm_set_log_ctl, get_value,
+    parm_row{ZOT_PARM_LOG_CTL, "ZOT_PARM_LOG_CTL", zot::zot_parm_set_log_ctl, get_value,
              "zot_parm_get_log_ctl", offsetof(zot_parm, all.log_ctl), sizeof(zot_log_ctl)},
     parm_row{ZOT_PARM_ALL, "ZOT_PARM_ALL", zot_parm_set_all, get_value, "zot_parm_get_all",
              offsetof(zot_parm, all), sizeof(zot_parm_all)},
@@ -427,7 +245,7 @@ void zot_priv_parm_free(zot_ctx *handle) {
     return;
   }
   zot_log_ctl &ctl = log_ctl_of(handle);
-  free_path(ctl);
+  zot::free_log_path(ctl);
   ctl.fp = nullptr;
   handle->log_ctx.ctl = nullptr;
   std::free(std::exchange(handle->parm, nullptr));

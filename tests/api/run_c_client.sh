@@ -27,6 +27,7 @@ fail() {
 "$zotconf" publish "$sample" --out "$work/pub" --subsys AP --index 001122334455 \
   --cluster 7d0b6a52-41c5-4b0e-9d7e-2f6f0c1a8e11
 
+: >"$work/serve.log"
 "$zotconf" serve "$work/pub" --port 0 >"$work/serve.log" 2>&1 &
 server=$!
 port=
