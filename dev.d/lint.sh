@@ -1,0 +1,122 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash disable=SC2034,SC2154
+# What a reviewer should not have to say.
+
+files_of() {
+  local pattern=$1
+  shift
+  local folder
+  for folder in "$@"; do
+    if [[ -d $folder ]]; then
+      find "$folder" -type f -regextype posix-extended -regex "$pattern"
+    fi
+  done | sort
+}
+
+lint_format() {
+  say "lint: formatting"
+  files_of '.*\.(c|h|cpp|hpp)' include src utilities tools tests examples |
+    xargs clang-format --dry-run -Werror
+}
+
+lint_shell() {
+  say "lint: shell scripts"
+  { printf '%s\n' dev .ci/run && files_of '.*\.sh' dev.d examples tests cmake packaging; } |
+    xargs shellcheck --severity=warning
+}
+
+# A file stands on a layer and includes nothing of a higher one.
+lint_layers() {
+  say "lint: includes run one way"
+  local files
+  mapfile -t files < <(files_of '.*\.(h|hpp|cpp)' include src utilities)
+  awk '
+    function layer(path) {
+      if (path ~ /^include\//) return 0
+      if (path ~ /^utilities\//) return 1
+      if (path ~ /^src\/zot_priv\/model\//) return 3
+      if (path ~ /^src\/zot_priv\/storage\//) return 4
+      if (path ~ /^src\/zot_priv\/cycle\//) return 5
+      if (path ~ /^src\/zot_(conf|init|util)\./) return 6
+      if (path ~ /^src\/zot_[a-z_]+\.[a-z]+$/) return 2
+      return -1
+    }
+    function exists(path,   line, found) {
+      found = (getline line < path) >= 0
+      close(path)
+      return found
+    }
+    function resolve(from, name,   folder) {
+      folder = from
+      sub(/[^\/]*$/, "", folder)
+      if (exists(folder name)) return folder name
+      if (exists("src/" name)) return "src/" name
+      if (exists("include/" name)) return "include/" name
+      return name
+    }
+    function refuse(what) {
+      printf "%s:%d: %s\n", FILENAME, FNR, what
+      refused = 1
+    }
+    /^[ \t]*#[ \t]*include[ \t]*"/ {
+      split($0, piece, "\"")
+      target = resolve(FILENAME, piece[2])
+      if (layer(FILENAME) < 0) refuse("the file stands on no layer")
+      else if (layer(target) < 0 || !exists(target)) refuse("\"" piece[2] "\" is on no layer")
+      else if (layer(target) > layer(FILENAME)) refuse("\"" piece[2] "\" is on a higher layer")
+    }
+    END { exit refused }' "${files[@]}"
+}
+
+# Prints the lines whose code, not comments or texts, has what the pattern names; succeeds when there
+# are any.
+uses() {
+  local pattern=$1
+  shift
+  awk -v pattern="$pattern" '
+    {
+      code = $0
+      gsub(/"([^"\\]|\\.)*"/, "\"\"", code)
+      sub(/\/\/.*/, "", code)
+      sub(/\/\*.*/, "", code)
+      sub(/^ *\*[ \/].*/, "", code)
+    }
+    (" " code) ~ pattern { printf "%s:%d: %s\n", FILENAME, FNR, $0; found = 1 }
+    END { exit !found }' "$@"
+}
+
+lint_banned() {
+  say "lint: banned functions"
+  local library product status=0
+  mapfile -t library < <(files_of '.*\.(hpp|cpp)' src utilities)
+  mapfile -t product < <(files_of '.*\.(c|h|hpp|cpp)' include src utilities tools examples)
+  local -r head='[^A-Za-z0-9_]' call='[ ]*[(]'
+  uses "$head(strcpy|strcat|sprintf|vsprintf|gets|strtok)$call|${head}goto[ ]" "${product[@]}" &&
+    status=1
+  uses "${head}printf$call" "${library[@]}" && status=1
+  local others
+  mapfile -t others < <(printf '%s\n' "${library[@]}" | grep -v '^utilities/command\.cpp$')
+  uses "${head}system$call" "${others[@]}" && status=1
+  return "$status"
+}
+
+lint_analysis() {
+  say "lint: static analysis"
+  configure release
+  # The project is compiled by GCC, whose options clang need not know. In reverse order the files
+  # that take longest, those of tools, are not left to the end.
+  files_of '.*\.cpp' src utilities tools | sort -r |
+    xargs -n 1 -P "$jobs" \
+      clang-tidy --quiet -p build/release --extra-arg=-Wno-unknown-warning-option 2>&1 |
+    sed '/ warnings\{0,1\} generated\.$/d'
+}
+
+lint() {
+  setup
+  lint_format
+  lint_shell
+  lint_layers
+  lint_banned
+  lint_analysis
+  say "lint: clean"
+}

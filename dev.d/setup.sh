@@ -1,0 +1,37 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash disable=SC2034,SC2154
+# Installs the Debian packages that a command needs and that are missing. Each file here that needs
+# more than the base names its own and hands them to `need`.
+
+readonly base_packages=(
+  binutils clang-format clang-tidy cmake g++ gcovr gzip libarchive-dev libcjson-dev libcli11-dev
+  libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev libssl-dev ninja-build pkg-config shellcheck
+  tar)
+
+is_installed() {
+  [[ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]
+}
+
+need() {
+  command -v dpkg-query >/dev/null ||
+    fail "setup knows Debian only; install what matches: $*"
+  local missing=() package
+  for package in "$@"; do
+    is_installed "$package" || missing+=("$package")
+  done
+  if ((${#missing[@]} == 0)); then
+    return
+  fi
+  if ((EUID != 0)); then
+    fail "packages are missing and only root may install them; run as root:
+  apt-get update && apt-get install --no-install-recommends ${missing[*]}"
+  fi
+  say "installing ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+setup() {
+  need "${base_packages[@]}"
+}
