@@ -1,17 +1,39 @@
 // SPDX-License-Identifier: Apache-2.0
-// Exit statuses of the commands. Scripts branch on them, so the numbers stay.
+// Exit statuses, the same for all commands. Scripts branch on them, so the numbers stay.
 #pragma once
+
+#include <array>
+#include <string_view>
 
 namespace zotconf {
 
 enum exit_status : int {
-  exit_success = 0,  // published or unchanged; stopped by a signal; new or cached configuration
+  exit_success = 0,
   exit_failure = 1,
   exit_usage = 2,
-  exit_refused = 3,            // publish: a source file that cannot be published
-  exit_no_update = 3,          // cycle: the configuration in force is the published one
-  exit_same_as_corrupted = 4,  // cycle: the service still offers what was rolled back
-  exit_rolled_back = 5         // cycle: a new configuration was refused
+  exit_no_update = 3,
+  exit_same_as_corrupted = 4,
+  exit_rolled_back = 5,
+  exit_refused = 6,
+  exit_damaged = 7,
+  exit_different = 8
 };
+
+struct exit_meaning {
+  exit_status status;
+  std::string_view text;
+};
+
+constexpr std::array<exit_meaning, 9> exit_meanings = {{
+    {exit_success, "done"},
+    {exit_failure, "failure of the service, the storage or the library; standard error tells it"},
+    {exit_usage, "wrong usage"},
+    {exit_no_update, "no update: the configuration in force is the published one"},
+    {exit_same_as_corrupted, "the service still offers the configuration that was rolled back"},
+    {exit_rolled_back, "a new configuration was rolled back"},
+    {exit_refused, "refused: a source file cannot be published, and nothing was written"},
+    {exit_damaged, "damage was found, or is left after a repair"},
+    {exit_different, "the two configurations differ, and --exit-code was given"},
+}};
 
 }  // namespace zotconf

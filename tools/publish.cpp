@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "exit_status.hpp"
+#include "json.hpp"
 #include "publication_store.hpp"
 #include "zot_conf.h"
 
@@ -90,12 +91,14 @@ published_file scan_file(const fs::path &path, int32_t category) {
           .checksum = sha256_text(bytes)};
 }
 
-std::vector<published_file> scan_source(const fs::path &source) {
+std::vector<published_file> scan_source(const fs::path &source, const console &where) {
   std::vector<published_file> files;
+  progress read(where, "reading", 0);
   for (const fs::path &folder : sorted_entries(source)) {
     const int32_t category = category_of(folder);
     for (const fs::path &path : sorted_entries(folder)) {
       files.push_back(scan_file(path, category));
+      read.advance(files.back().size);
     }
   }
   std::ranges::sort(files, {},
@@ -146,15 +149,28 @@ void copy_file(const publication_store &store, const fs::path &source, const pub
   store.write(file, bytes);
 }
 
-void print_summary(std::ostream &out, const char *what, const std::vector<published_file> &files,
-                   const counts &count) {
+void print_summary(const console &where, const char *result,
+                   const std::vector<published_file> &files, const counts &count) {
   uint64_t bytes = 0;
   for (const published_file &file : files) {
     bytes += file.size;
   }
-  out << what << ": " << files.size() << " files, " << count.fresh << " new, " << count.changed
-      << " changed, " << count.same << " same, " << count.removed << " removed, " << bytes
-      << " bytes\n";
+  if (!where.is_json()) {
+    where.out() << result << ": " << files.size() << " files, " << count.fresh << " new, "
+                << count.changed << " changed, " << count.same << " same, " << count.removed
+                << " removed, " << bytes << " bytes\n";
+    return;
+  }
+  json_document document;
+  document.root()
+      .set("result", result)
+      .set("files", files.size())
+      .set("new", count.fresh)
+      .set("changed", count.changed)
+      .set("same", count.same)
+      .set("removed", count.removed)
+      .set("bytes", bytes);
+  where.out() << document.text();
 }
 
 // The K that clients can verify now; without one there is nothing to build on.
@@ -173,35 +189,37 @@ manifest read_previous(const publication_store &store, const element &who, std::
 
 }  // namespace
 
-int run_publish(const publish_options &options, std::ostream &out, std::ostream &err) {
+int run_publish(const publish_options &options, const console &where) {
+  const element who{.subsys = options.who.subsys, .index = upper_case(options.who.index)};
   manifest next{.cluster = options.cluster,
                 .config_id = options.config_id,
                 .firmware = options.firmware,
                 .files = {}};
   try {
-    next.files = scan_source(options.source);
+    next.files = scan_source(options.source, where);
   } catch (const refusal &refused) {
-    err << "zotconf: refused: " << refused.what() << '\n';
+    where.err() << "zotconf: refused: " << refused.what() << '\n';
     return exit_refused;
   }
   publication_store store(options.publication);
   store.lock();
-  const counts count = assign_versions(store, read_previous(store, options.who, err), next.files);
+  const counts count = assign_versions(store, read_previous(store, who, where.err()), next.files);
   bool wrote = false;
+  progress written(where, "writing", next.files.size());
   for (const published_file &file : next.files) {
     if (!store.holds(file)) {
       copy_file(store, options.source, file);
       wrote = true;
     }
+    written.advance(file.size);
   }
   const std::string k = render_manifest(next);
-  if (!wrote && store.read_k(options.who) == k &&
-      store.read_checksum(options.who) == sha256_text(k) + "\n") {
-    print_summary(out, "unchanged", next.files, count);
+  if (!wrote && store.read_k(who) == k && store.read_checksum(who) == sha256_text(k) + "\n") {
+    print_summary(where, "unchanged", next.files, count);
     return exit_success;
   }
-  store.announce(options.who, k);
-  print_summary(out, "published", next.files, count);
+  store.announce(who, k);
+  print_summary(where, "published", next.files, count);
   return exit_success;
 }
 

@@ -2,9 +2,9 @@
 // `zotconf publish`: makes a folder of files the latest configuration of one element.
 #pragma once
 
-#include <iosfwd>
 #include <string>
 
+#include "console.hpp"
 #include "file_io.hpp"
 #include "names.hpp"
 
@@ -19,8 +19,8 @@ struct publish_options {
   std::string firmware;   // empty: K names none
 };
 
-// Writes the summary to `out`, refusals to `err`. A refused publication writes no file at all.
-// Returns an exit status; throws std::exception when files cannot be read or written.
-int run_publish(const publish_options &options, std::ostream &out, std::ostream &err);
+// A refused publication writes no file at all. Returns an exit status; throws std::exception when
+// files cannot be read or written.
+int run_publish(const publish_options &options, const console &where);
 
 }  // namespace zotconf

@@ -269,32 +269,33 @@ std::optional<std::vector<std::string>> parse_file_request(const std::string &bo
   return names;
 }
 
-int run_serve(const serve_options &options, std::ostream &out, std::ostream &err) {
+int run_serve(const serve_options &options, const console &where) {
   if (!fs::is_directory(options.publication)) {
-    err << "zotconf: " << options.publication.string() << " is not a folder\n";
+    where.err() << "zotconf: " << options.publication.string() << " is not a folder\n";
     return exit_failure;
   }
   // Blocked before any thread starts, so that only the stopper receives them.
   const sigset_t signals = stop_signals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const publication_store store(options.publication);
-  request_log log(out);
+  request_log log(where.out());
   httplib::Server server;
   set_limits(server);
-  add_routes(server, store, err);
+  add_routes(server, store, where.err());
   server.set_logger([&log](const httplib::Request &request, const httplib::Response &response) {
     log.write(request, response);
   });
   const int port = bind_port(server, options);
   if (port < 0) {
-    err << "zotconf: cannot listen on " << host_text(options.bind) << ':' << options.port << '\n';
+    where.err() << "zotconf: cannot listen on " << host_text(options.bind) << ':' << options.port
+                << '\n';
     return exit_failure;
   }
-  out << "listening on " << host_text(options.bind) << ':' << port << std::endl;
+  where.out() << "listening on " << host_text(options.bind) << ':' << port << std::endl;
   const stopper stop(server);
   const bool stopped = server.listen_after_bind();
   if (!stopped && !stop.was_asked()) {
-    err << "zotconf: the service stopped unexpectedly\n";
+    where.err() << "zotconf: the service stopped unexpectedly\n";
     return exit_failure;
   }
   return exit_success;

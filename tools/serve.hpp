@@ -2,11 +2,11 @@
 // `zotconf serve`: answers clients from a publication folder over HTTP.
 #pragma once
 
-#include <iosfwd>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "console.hpp"
 #include "file_io.hpp"
 
 namespace zotconf {
@@ -17,8 +17,8 @@ struct serve_options {
   int port = 8087;  // 0: any free port
 };
 
-// Runs until SIGINT or SIGTERM. Writes "listening on HOST:PORT", then one line a request to `out`.
-int run_serve(const serve_options &options, std::ostream &out, std::ostream &err);
+// Runs until SIGINT or SIGTERM. Writes "listening on HOST:PORT", then one line a request.
+int run_serve(const serve_options &options, const console &where);
 
 // The pieces config, category, key and version of a requested name; doubled slashes count as one.
 // Nothing for a name of another form or one with "." or "..".

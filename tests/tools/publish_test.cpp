@@ -247,7 +247,7 @@ TEST_F(Publish, LeavesTheLastPublicationAloneWhenItRefuses) {
   const std::string k_before = published(k_name);
   put("Wlan/a", "two");
   put("Wlan/z", std::string("\0two", 4));
-  ASSERT_EQ(run().status, 3);
+  ASSERT_EQ(run().status, 6);
   EXPECT_EQ(tree(publication_), before);
   EXPECT_EQ(published(k_name), k_before);
 }
@@ -277,7 +277,7 @@ TEST_P(PublishRefuses, TheFileByNameAndWritesNothing) {
   write_bytes(dir / "source/Ap/good", "good");
   file.make(path);
   const finished done = publish(dir / "source", dir / "pub");
-  EXPECT_EQ(done.status, 3);
+  EXPECT_EQ(done.status, 6);
   EXPECT_EQ(done.err, "zotconf: refused: " + path + ": " + file.why + "\n");
   EXPECT_FALSE(exists(dir / "pub"));
 }

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli.hpp"
+
+#include <algorithm>
+#include <ostream>
+
+#include "names.hpp"
+#include "version.hpp"
+
+namespace zotconf {
+namespace {
+
+constexpr const char *about_program =
+    "Publishes, serves, receives and inspects configurations of managed network elements.";
+
+std::string indented(std::string_view lines) {
+  std::string result;
+  while (!lines.empty()) {
+    const size_t end = std::min(lines.find('\n'), lines.size());
+    result.append("  ").append(lines.substr(0, end)).append("\n");
+    lines.remove_prefix(std::min(end + 1, lines.size()));
+  }
+  return result;
+}
+
+std::string footer_of(const command_text &text) {
+  std::string footer;
+  if (*text.about != '\0') {
+    footer.append(text.about).append("\n\n");
+  }
+  footer.append("Examples:\n").append(indented(text.examples)).append("\nExit status:\n");
+  for (const exit_status status : text.exits) {
+    const auto *const found = std::ranges::find(exit_meanings, status, &exit_meaning::status);
+    footer.append("  ").append(std::to_string(status)).append("  ").append(found->text) += '\n';
+  }
+  return footer;
+}
+
+}  // namespace
+
+command_line::command_line() : app_(about_program, "zotconf") {
+  app_.require_subcommand(1);
+  app_.set_version_flag("--version", std::string("zotconf ") + version);
+}
+
+command_line::~command_line() = default;
+
+CLI::App &command_line::add_command(const command_text &text, action chosen) {
+  CLI::App &command = *app_.add_subcommand(text.name, text.summary);
+  command.footer(footer_of(text));
+  command.add_flag("--json", json_, "print the result as JSON");
+  command.final_callback([this, chosen = std::move(chosen)] { chosen_ = chosen; });
+  texts_.push_back(text);
+  return command;
+}
+
+int command_line::run(int argc, char **argv, std::ostream &out, std::ostream &err) {
+  try {
+    app_.parse(argc, argv);
+  } catch (const CLI::ParseError &error) {
+    return app_.exit(error, out, err) == 0 ? exit_success : exit_usage;
+  }
+  console_style style = style_of_terminal();
+  style.json = json_;
+  return chosen_(console(out, err, style));
+}
+
+void add_all_commands(command_line &line) {
+  add_service_commands(line);
+  add_element_commands(line);
+  add_reference_commands(line);
+}
+
+CLI::Validator checked_by(std::string (*check)(std::string_view)) {
+  return {[check](std::string &value) {
+            const std::string wrong = check(value);
+            return wrong.empty() ? wrong : "\"" + value + "\" " + wrong;
+          },
+          ""};
+}
+
+void add_subsys(CLI::App &command, std::string &subsys) {
+  command.add_option("--subsys", subsys, "sub-system: AP, CP or DP")
+      ->check(checked_by(check_subsys))
+      ->capture_default_str();
+}
+
+CLI::Option *add_index(CLI::App &command, std::string &index) {
+  return command.add_option("--index", index, "the element's index, an access point's MAC address")
+      ->check(checked_by(check_index));
+}
+
+}  // namespace zotconf

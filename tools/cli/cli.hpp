@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line: its commands, their options and the texts of their help, from which the manual
+// pages and the shell completion are made as well.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "console.hpp"
+#include "exit_status.hpp"
+
+namespace zotconf {
+
+// What a command's help says beside its options.
+struct command_text {
+  const char *name;
+  const char *summary;   // one line
+  const char *about;     // what a user has to know beside the options; may be empty
+  const char *examples;  // command lines, one a line
+  std::vector<exit_status> exits;
+};
+
+class command_line {
+ public:
+  command_line();
+  command_line(const command_line &) = delete;
+  command_line &operator=(const command_line &) = delete;
+  ~command_line();
+
+  // Adds a command that runs `command` with the options that its own options fill. Each command has
+  // --json and --help.
+  template <class Options>
+  CLI::App &add(const command_text &text, const std::shared_ptr<Options> &options,
+                int (*command)(const Options &, const console &)) {
+    return add_command(
+        text, [options, command](const console &where) { return command(*options, where); });
+  }
+
+  // Parses, runs the command and returns an exit status.
+  int run(int argc, char **argv, std::ostream &out, std::ostream &err);
+
+  [[nodiscard]] const CLI::App &app() const { return app_; }
+  // The texts of the commands, in the order in which they were added.
+  [[nodiscard]] const std::vector<command_text> &texts() const { return texts_; }
+
+ private:
+  using action = std::function<int(const console &)>;
+
+  CLI::App &add_command(const command_text &text, action chosen);
+
+  CLI::App app_;
+  std::vector<command_text> texts_;
+  bool json_ = false;
+  action chosen_;
+};
+
+// One for each group of commands.
+void add_service_commands(command_line &line);    // publish, serve
+void add_element_commands(command_line &line);    // cycle, watch
+void add_cache_commands(command_line &line);      // status, verify
+void add_look_commands(command_line &line);       // show, diff
+void add_reference_commands(command_line &line);  // explain, categories
+
+// Every command.
+void add_all_commands(command_line &line);
+
+// A check that answers with an empty text, or with what is wrong.
+CLI::Validator checked_by(std::string (*check)(std::string_view));
+
+// The options that name an element.
+void add_subsys(CLI::App &command, std::string &subsys);
+CLI::Option *add_index(CLI::App &command, std::string &index);
+
+}  // namespace zotconf
