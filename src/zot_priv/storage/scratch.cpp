@@ -75,11 +75,11 @@ bool for_each_entry(DIR *directory, Visit visit) {
   }
 }
 
-// An archive may bring directories that their owner cannot enter or empty.
-void make_accessible(int parent, const char *name, const struct stat &st) {
-  if ((st.st_mode & S_IRWXU) != S_IRWXU) {
-    ::fchmodat(parent, name, (st.st_mode & 0777) | S_IRWXU, 0);
-  }
+// An archive may bring directories that their owner cannot enter or empty. What stays closed fails
+// the step that has to enter it.
+bool make_accessible(int parent, const char *name, const struct stat &st) {
+  return (st.st_mode & S_IRWXU) == S_IRWXU ||
+         ::fchmodat(parent, name, (st.st_mode & 0777) | S_IRWXU, 0) == 0;
 }
 
 // Moves a directory to a free name in another one.
