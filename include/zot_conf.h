@@ -48,9 +48,11 @@ struct stat;
 
 /* ------------------------------------------------------------------------------- constants */
 
-/** Version of this interface. */
+/** Version of this interface: rises when a program has to be changed or rebuilt. */
 #define ZOT_CONF_VERSION_MAJOR 1
+/** Version of this interface: rises when something is added. */
 #define ZOT_CONF_VERSION_MINOR 0
+/** Version of this interface: rises when nothing but behaviour is mended. */
 #define ZOT_CONF_VERSION_PATCH 0
 
 /** Every status: name, number and the text recorded when a call gives none (NULL: it has none). */
@@ -120,7 +122,7 @@ enum {
   ZOT_SLOT_LAST = 1,      /**< the one before it */
   ZOT_SLOT_TMP = 2,       /**< fetched, neither committed nor rolled back */
   ZOT_SLOT_CORRUPTED = 3, /**< rolled back */
-  ZOT_SLOT_COUNT = 4
+  ZOT_SLOT_COUNT = 4      /**< number of slots */
 };
 
 /** Which K zot_util_get_k_meta() reads. */
@@ -149,16 +151,23 @@ enum {
 };
 
 /** Flag of the K readers: an absent checksum file is expected and only logged. */
-enum { ZOT_READ_K_OPTIONAL = 2 };
+enum {
+  ZOT_READ_K_OPTIONAL = 2 /**< the file may be absent */
+};
 
 /** Log levels. */
-enum { ZOT_LOG_ERROR = 0, ZOT_LOG_WARN = 1, ZOT_LOG_INFO = 2, ZOT_LOG_DEBUG = 3 };
+enum {
+  ZOT_LOG_ERROR = 0, /**< the call fails */
+  ZOT_LOG_WARN = 1,  /**< something is not as it should be, and the call goes on */
+  ZOT_LOG_INFO = 2,  /**< the steps of a call */
+  ZOT_LOG_DEBUG = 3  /**< paths, sizes, addresses, commands */
+};
 
 /** Log destinations. */
 enum {
-  ZOT_LOG_DST_SYSLOG = 0,
-  ZOT_LOG_DST_STDOUT = 1,
-  ZOT_LOG_DST_STDERR = 2,
+  ZOT_LOG_DST_SYSLOG = 0, /**< syslog */
+  ZOT_LOG_DST_STDOUT = 1, /**< standard output */
+  ZOT_LOG_DST_STDERR = 2, /**< standard error */
   ZOT_LOG_DST_FP = 3,     /**< a stream of the caller */
   ZOT_LOG_DST_PATH = 4,   /**< a file, opened for appending at the first message */
   ZOT_LOG_DST_CB_FUNC = 5 /**< a callback */
@@ -172,14 +181,14 @@ enum {
 
 /** Log topics; a message may carry several. */
 enum {
-  ZOT_TOPIC_GENERAL = 0x01,
+  ZOT_TOPIC_GENERAL = 0x01,  /**< what belongs to no other topic */
   ZOT_TOPIC_FILE = 0x02,     /**< files and directories */
   ZOT_TOPIC_TRANSFER = 0x04, /**< HTTP transfers */
   ZOT_TOPIC_K = 0x08,        /**< knowledge files */
   ZOT_TOPIC_GPB = 0x10,      /**< GPB files */
   ZOT_TOPIC_RELEASE = 0x40,  /**< release of memory */
   ZOT_TOPIC_DETAIL = 0x80,   /**< one message for each list entry; off by default */
-  ZOT_TOPIC_DEFAULT = 0x7f
+  ZOT_TOPIC_DEFAULT = 0x7f   /**< every topic but the detail */
 };
 
 /** Parameters of zot_parm_set() and zot_parm_get(). */
@@ -287,7 +296,7 @@ typedef enum zot_category {
 #define ZOT_CATEGORY_ENUM(constant, value, name) ZOT_CAT_##constant = (value),
   ZOT_CATEGORY_MAP(ZOT_CATEGORY_ENUM)
 #undef ZOT_CATEGORY_ENUM
-      ZOT_CAT_COUNT
+      ZOT_CAT_COUNT /**< number of categories */
 } zot_category;
 
 /** Limits. A …_LEN does not count the terminator, a …_SIZE does. */
@@ -309,8 +318,8 @@ enum {
 
 /** Node or head of a circular, doubly linked list; the record embeds it. */
 typedef struct zot_list {
-  struct zot_list *next;
-  struct zot_list *prev;
+  struct zot_list *next; /**< the node behind; the head's is the first */
+  struct zot_list *prev; /**< the node before; the head's is the last */
 } zot_list;
 
 /** Order of two nodes: greater than zero when @p a sorts after @p b. May be called with the same
@@ -319,12 +328,14 @@ typedef int (*zot_list_cmp)(void *priv, zot_list *a, zot_list *b);
 
 /** Set of categories: category c is bit c % 32 of word[c / 32]. */
 typedef struct zot_catset {
-  uint32_t word[32];
+  uint32_t word[32]; /**< 1024 bits, of which 80 name a category */
 } zot_catset;
 
 struct zot_log_ctx;
+/** A log: what zot_log() writes to. */
 typedef struct zot_log_ctx zot_log_ctx;
 struct zot_ctx;
+/** The library handle. */
 typedef struct zot_ctx zot_ctx;
 
 /** Where a message comes from and what it is about. */
@@ -353,15 +364,15 @@ typedef struct zot_log_ctl {
 
 /** State of one log: the settings in force, the message in progress, the open file. */
 struct zot_log_ctx {
-  zot_log_ctl *ctl;
-  zot_log_site site;
-  FILE *path_fp;
+  zot_log_ctl *ctl;  /**< settings in force, borrowed */
+  zot_log_site site; /**< the message in progress */
+  FILE *path_fp;     /**< stream of #ZOT_LOG_DST_PATH once a message was written */
 };
 
 /** Value of #ZOT_PARM_LOG_DESTINATION_CB_FUNC. */
 typedef struct zot_log_cb_func {
-  zot_log_cb *cb;
-  void *cb_arg;
+  zot_log_cb *cb; /**< the function */
+  void *cb_arg;   /**< handed to it, borrowed */
 } zot_log_cb_func;
 
 /** Every parameter that creation takes. */
@@ -369,14 +380,14 @@ typedef struct zot_parm_all {
   uint32_t timeout;     /**< seconds for K and checksum; 0: no limit */
   uint32_t timeout_gpb; /**< seconds for GPB files, for adapters; the access-point adapter sets no
                            limit */
-  zot_log_ctl log_ctl;
+  zot_log_ctl log_ctl;  /**< where messages go, and which */
 } zot_parm_all;
 
 /** Parameter record of a handle. */
 typedef struct zot_parm {
-  zot_ctx *handle;
-  zot_parm_all all;
-  uint32_t ret_proto_type;
+  zot_ctx *handle;         /**< the handle that owns the record */
+  zot_parm_all all;        /**< parameters that creation takes */
+  uint32_t ret_proto_type; /**< #ZOT_PARM_RETURN_PROTO_TYPE */
 } zot_parm;
 
 /** What one cycle did; zeroed at the start of every update check. */
@@ -389,9 +400,9 @@ typedef struct zot_core_stat {
 
 /** Metadata of a K. */
 typedef struct zot_k_meta {
-  char firmware_version[ZOT_FIRMWARE_LEN + 1];
-  char config_id[ZOT_UUID_LEN + 1];
-  char cluster_id[ZOT_UUID_LEN + 1];
+  char firmware_version[ZOT_FIRMWARE_LEN + 1]; /**< empty when K states none */
+  char config_id[ZOT_UUID_LEN + 1];            /**< empty when K states none */
+  char cluster_id[ZOT_UUID_LEN + 1];           /**< every K states one */
 } zot_k_meta;
 
 /** One knowledge file in memory. Everything but gpbs is owned by the record. */
@@ -401,29 +412,29 @@ typedef struct zot_k {
       *data; /**< its bytes; terminated when read or fetched, not when copied by zot_priv_k_cpy() */
   uint32_t data_len;                   /**< length of data; 0: the record holds no K */
   char checksum[ZOT_CHECKSUM_LEN + 1]; /**< SHA-256 of data; empty for a K just fetched */
-  zot_k_meta meta;
-  char *root;         /**< directory of this K's files */
-  struct cJSON *json; /**< data, parsed */
-  struct cJSON *gpbs; /**< the "gpbs" array inside json */
+  zot_k_meta meta;                     /**< what K says about itself */
+  char *root;                          /**< directory of this K's files */
+  struct cJSON *json;                  /**< data, parsed */
+  struct cJSON *gpbs;                  /**< the "gpbs" array inside json */
 } zot_k;
 
 /** One GPB file of a configuration; path and content are owned by the record. */
 typedef struct zot_gpb {
-  char *path;    /**< /category/key/version */
-  char *content; /**< the file's bytes once verified, not terminated */
-  uint32_t size; /**< bytes, as K states */
-  char checksum[ZOT_CHECKSUM_LEN + 1];
-  uint64_t version;
-  int32_t category; /**< zot_category */
-  uint32_t stat;    /**< ZOT_STAT_… */
-  uint32_t key_len;
-  char key[ZOT_KEY_LEN + 1];
-  zot_list node;
+  char *path;                          /**< /category/key/version */
+  char *content;                       /**< the file's bytes once verified, not terminated */
+  uint32_t size;                       /**< bytes, as K states */
+  char checksum[ZOT_CHECKSUM_LEN + 1]; /**< SHA-256, as K states */
+  uint64_t version;                    /**< third part of the path */
+  int32_t category;                    /**< zot_category, first part of the path */
+  uint32_t stat;                       /**< ZOT_STAT_… */
+  uint32_t key_len;                    /**< bytes of key */
+  char key[ZOT_KEY_LEN + 1];           /**< second part of the path, cut to its buffer */
+  zot_list node;                       /**< links the entry into its list */
 } zot_gpb;
 
 /** One entry of a returned list. The node comes first, so a node pointer is an entry pointer. */
 typedef struct zot_ret_data {
-  zot_list node;
+  zot_list node;             /**< links the entry into the returned list */
   char key[ZOT_KEY_LEN + 1]; /**< name of the object within its category */
   int32_t category;          /**< zot_category; zot_util_cat2str() names it */
   uint32_t stat;             /**< ZOT_STAT_… */
@@ -439,8 +450,8 @@ typedef struct zot_gpb_cmp {
 
 /** A file held in memory; whoever holds the pair frees data with free(). */
 typedef struct zot_file_mem {
-  char *data; /**< terminated */
-  uint32_t size;
+  char *data;    /**< terminated */
+  uint32_t size; /**< bytes at data, terminator not counted */
 } zot_file_mem;
 
 /** Statistics of one transfer. */
@@ -453,8 +464,8 @@ typedef struct remote_file_stat {
 
 /** One name of a set fetch. */
 typedef struct remote_file_name {
-  zot_list node;
-  char name[ZOT_PATH_SIZE];
+  zot_list node;            /**< links the name into its set */
+  char name[ZOT_PATH_SIZE]; /**< as the service is asked for it */
 } remote_file_name;
 
 /** Operations of a sub-system. A client may replace an entry before its first zot_conf_get(). */
@@ -475,40 +486,40 @@ typedef struct zot_sub_fns {
 
 /** One cache slot; two slots may hold the same records. */
 typedef struct zot_slot {
-  zot_k *k;
+  zot_k *k;       /**< NULL: the slot is empty */
   zot_list *gpbs; /**< node of a zero-filled zot_gpb head */
 } zot_slot;
 
 /** Identity as an adapter uses it. */
 typedef struct zot_sub_data {
   char name[ZOT_SUB_NAME_LEN + 1]; /**< upper-case index */
-  uint32_t len;
+  uint32_t len;                    /**< bytes of the index that an adapter uses */
 } zot_sub_data;
 
 /** The library handle. The fields are visible to adapters, tools and tests; a client uses the
  *  calls. */
 struct zot_ctx {
-  char subsys_id[ZOT_SUBSYS_ID_LEN + 1];
-  char sub_idx[56];
-  uint32_t sub_idx_len;
-  zot_parm *parm;
-  char err_str[ZOT_ERR_STR_SIZE];
-  int32_t err;
-  zot_sub_fns fns;
-  zot_slot slot[ZOT_SLOT_COUNT];
-  zot_sub_data sub_data;
-  uint32_t load_flags; /**< ZOT_LOADED_… */
-  char tmp_root[ZOT_PATH_SIZE];
-  char tmp_gpb_root[ZOT_PATH_SIZE];
-  char conf_root[ZOT_PATH_SIZE];
-  char conf_k_root[ZOT_PATH_SIZE];
+  char subsys_id[ZOT_SUBSYS_ID_LEN + 1]; /**< "AP", "CP" or "DP" */
+  char sub_idx[56];                      /**< index as given at creation */
+  uint32_t sub_idx_len;                  /**< copy of zot_sub_data::len */
+  zot_parm *parm;                        /**< parameters, owned */
+  char err_str[ZOT_ERR_STR_SIZE];        /**< text of the last status */
+  int32_t err;                           /**< last status */
+  zot_sub_fns fns;                       /**< operations of the sub-system */
+  zot_slot slot[ZOT_SLOT_COUNT];         /**< current, last, temporary, corrupted */
+  zot_sub_data sub_data;                 /**< identity as an adapter uses it */
+  uint32_t load_flags;                   /**< ZOT_LOADED_… */
+  char tmp_root[ZOT_PATH_SIZE];          /**< scratch directory */
+  char tmp_gpb_root[ZOT_PATH_SIZE];      /**< its directory of GPB files */
+  char conf_root[ZOT_PATH_SIZE];         /**< persistent directory */
+  char conf_k_root[ZOT_PATH_SIZE];       /**< its directory of K files */
   struct {
-    zot_list *list;   /**< marked list behind every returned list */
-    const char *root; /**< directory of its files, owned elsewhere in the handle */
-  } ret;
-  zot_log_ctx log_ctx;
-  zot_core_stat stat;
-  uint32_t dev_mode; /**< 1: the configuration is read from a local directory */
+    zot_list *list;    /**< marked list behind every returned list */
+    const char *root;  /**< directory of its files, owned elsewhere in the handle */
+  } ret;               /**< what a cached request is answered from */
+  zot_log_ctx log_ctx; /**< the handle's log */
+  zot_core_stat stat;  /**< what the last cycle did */
+  uint32_t dev_mode;   /**< 1: the configuration is read from a local directory */
 };
 
 #ifdef __cplusplus
@@ -742,6 +753,7 @@ const char *zot_util_parm2str(int id);
 /** What zot_parm_set() and zot_parm_get() run once their arguments are checked, which must not be
  *  NULL here. The setter or getter of the parameter records its status. */
 int zot_priv_parm_set(zot_ctx *handle, int id, const void *val, size_t val_len);
+/** @copydoc zot_priv_parm_set() */
 int zot_priv_parm_get(zot_ctx *handle, int id, void *val, size_t val_len);
 
 /* ------------------------------------------------------------------------------------- log */
@@ -841,11 +853,13 @@ const char *zot_priv_err_get_err_str(const zot_ctx *handle);
 
 /** K or GPB list of a slot; NULL for a NULL handle or an index above 3. No change of ownership. */
 zot_k *zot_priv_get_k(const zot_ctx *handle, uint32_t slot);
+/** @copydoc zot_priv_get_k() */
 zot_list *zot_priv_get_gpb(const zot_ctx *handle, uint32_t slot);
 
 /** Puts a K or GPB list into a slot, which frees nothing; ignored for a NULL handle or an index
  *  above 3. */
 void zot_priv_set_k(zot_ctx *handle, uint32_t slot, zot_k *k);
+/** @copydoc zot_priv_set_k() */
 void zot_priv_set_gpb(zot_ctx *handle, uint32_t slot, zot_list *gpbs);
 
 /** Name of a slot in log lines, static; empty above 3. */
@@ -857,6 +871,7 @@ const char *zot_priv_slot_name(uint32_t slot);
  * @param keep a record that lives on elsewhere, or NULL
  */
 void zot_priv_free_k_ex_safe(zot_ctx *handle, uint32_t slot, zot_k *keep);
+/** @copydoc zot_priv_free_k_ex_safe() */
 void zot_priv_free_gpb_ex_safe(zot_ctx *handle, uint32_t slot, zot_list *keep);
 
 /** Frees what a K owns, not the record; the metadata stays. @return #ZOT_OK; #ZOT_ERR_NULL_INPUT
@@ -871,6 +886,7 @@ int zot_priv_update_cached_mem(zot_ctx *handle, zot_k *new_k, zot_list *new_gpbs
 /** Replaces a K's path or root directory by a copy of at most 4096 bytes. @return the copy, owned
  *  by the K; NULL without memory, K or text, and the former text is gone. */
 char *zot_priv_k_set_path(zot_k *k, const char *path);
+/** @copydoc zot_priv_k_set_path() */
 char *zot_priv_k_set_root(zot_k *k, const char *root);
 
 /** Copies path, data and checksum into an empty record; a source with data_len 0 brings its path
@@ -981,7 +997,7 @@ void zot_priv_free_ret_data(zot_list *ret);
 int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const char *checksum,
                         void *out);
 
-/** Checks an entry's file, <root>/config/<category>/<key>/<version>, and fills the entry's content
+/** Checks an entry's file, ROOT/config/CATEGORY/KEY/VERSION, and fills the entry's content
  * if it has a buffer.
  *  @return as zot_priv_verify_gpb(); #ZOT_ERR_WRONG_INPUT for an entry without path or size. */
 int zot_priv_chk_vail_gpb(zot_ctx *handle, zot_gpb *gpb, const char *root);
@@ -1006,17 +1022,24 @@ int zot_priv_verify_k_file(zot_ctx *handle, zot_k *k, const char *k_path, const 
 int _zot_priv_read_k_f(zot_ctx *handle, zot_k *k, const char *root, const char *k_name,
                        const char *checksum_name, int flags);
 
-/** Readers of one kind of K below a root directory. @return as zot_priv_verify_k_file(). */
+/** Reader of one kind of K below a root directory. @return as zot_priv_verify_k_file(). */
 typedef int (*zot_k_reader)(zot_ctx *handle, zot_k *k, const char *root, int flags);
+/** Reads the K in force, "/knowledge/subsys.k". */
 int zot_priv_read_cur_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags);
+/** Reads the K before it, "/knowledge/prev_subsys.k". */
 int zot_priv_read_prev_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags);
+/** Reads the K that was rolled back, "/knowledge/corrupted.k". */
 int zot_priv_read_corrupted_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags);
+/** Reads the K in the scratch directory, "subsys.k". */
 int zot_priv_read_tmp_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags);
 
-/** The same readers with flags 0. */
+/** zot_priv_read_cur_k_f() with flags 0. */
 int zot_priv_read_cur_k(zot_ctx *handle, zot_k *k, const char *root);
+/** zot_priv_read_prev_k_f() with flags 0. */
 int zot_priv_read_prev_k(zot_ctx *handle, zot_k *k, const char *root);
+/** zot_priv_read_corrupted_k_f() with flags 0. */
 int zot_priv_read_corrupted_k(zot_ctx *handle, zot_k *k, const char *root);
+/** zot_priv_read_tmp_k_f() with flags 0. */
 int zot_priv_read_tmp_k(zot_ctx *handle, zot_k *k, const char *root);
 
 /**
@@ -1100,12 +1123,14 @@ int zot_priv_chk_update(zot_ctx *handle);
  *  zot_priv_rotate_prev_k(). */
 int zot_priv_handle_no_update(zot_ctx *handle);
 
-/** Commit and roll-back behind zot_conf_commit() and zot_conf_roll_back(), with their statuses. */
+/** The commit behind zot_conf_commit(), with its statuses. */
 int zot_priv_commit_conf(zot_ctx *handle);
+/** The roll-back behind zot_conf_roll_back(), with its statuses. */
 int zot_priv_commit_fail_k(zot_ctx *handle);
 
-/** Marks the cycle as committed or rolled back. */
+/** Marks the cycle as committed. */
 void zot_done_commit(zot_ctx *handle);
+/** Marks the cycle as rolled back. */
 void zot_done_roll_back(zot_ctx *handle);
 
 /** Sub-system set-up of a new handle: identity, operations, directories. @return #ZOT_OK or the
@@ -1158,9 +1183,13 @@ int ap_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs);
  *  whether it succeeds or not. @return #ZOT_OK, also when there is nothing left to do;
  *  #ZOT_ERR_NULL_INPUT; #ZOT_ERR_NOMEM; or as the K readers. */
 int zot_priv_init_load_conf(zot_ctx *handle);
+/** @copydoc zot_priv_init_load_conf() */
 int zot_priv_init_load_prev_k(zot_ctx *handle);
+/** @copydoc zot_priv_init_load_conf() */
 int zot_priv_init_load_tmp_k(zot_ctx *handle);
+/** @copydoc zot_priv_init_load_conf() */
 int zot_priv_init_load_fail_k(zot_ctx *handle);
+/** @copydoc zot_priv_init_load_conf() */
 int zot_priv_init_load_ret_gpb_list(zot_ctx *handle);
 
 /** Loads one K through a reader. @param[out] target receives the record, untouched on failure.
@@ -1245,7 +1274,7 @@ int calc_sha256(const void *data, uint32_t len, char *out, uint32_t size);
 int cmp_file_sha256(const void *data, uint32_t len, const char *want);
 
 /**
- * Fetches one file by HTTP GET. The body goes to "<path>.tmp", which is renamed on success and
+ * Fetches one file by HTTP GET. The body goes to PATH.tmp, which is renamed on success and
  * stays on failure.
  * @param url      http or https
  * @param path     destination
@@ -1305,6 +1334,7 @@ int get_json_item(const struct cJSON *object, const char *name, int type, void *
 
 /** Three-way comparison: -1, 0 or 1. */
 int cmp_int(int32_t a, int32_t b);
+/** @copydoc cmp_int() */
 int cmp_uint64(uint64_t a, uint64_t b);
 
 #pragma GCC visibility pop
