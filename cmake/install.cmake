@@ -1,15 +1,18 @@
-# What `cmake --install` puts down: the header, both forms of the library, a CMake package and a
-# pkg-config file. The tree may be moved after it was installed.
+# What `cmake --install` puts down: the headers, both forms of the library, a CMake package, a
+# pkg-config file, and what belongs to the program: manual pages, bash completion and a systemd unit.
+# The tree may be moved after it was installed. The components are those of the Debian packages.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zotconf)
 
-install(FILES ${PROJECT_SOURCE_DIR}/include/zot_conf.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES
+  ${PROJECT_SOURCE_DIR}/include/zot_conf.h ${PROJECT_SOURCE_DIR}/include/zot_conf.hpp
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 install(TARGETS zotconf zotconf_static EXPORT zotconf_targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT lib NAMELINK_COMPONENT dev
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 install(EXPORT zotconf_targets
-  NAMESPACE zotconf:: FILE zotconfTargets.cmake DESTINATION ${package_dir})
+  NAMESPACE zotconf:: FILE zotconfTargets.cmake DESTINATION ${package_dir} COMPONENT dev)
 
 configure_package_config_file(
   ${PROJECT_SOURCE_DIR}/cmake/zotconfConfig.cmake.in ${PROJECT_BINARY_DIR}/zotconfConfig.cmake
@@ -18,10 +21,25 @@ write_basic_package_version_file(
   ${PROJECT_BINARY_DIR}/zotconfConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
   ${PROJECT_BINARY_DIR}/zotconfConfig.cmake ${PROJECT_BINARY_DIR}/zotconfConfigVersion.cmake
-  DESTINATION ${package_dir})
+  DESTINATION ${package_dir} COMPONENT dev)
 
 # The prefix is told from the place of the pkg-config file, as seen from a root of any name.
 file(RELATIVE_PATH pc_to_prefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(
   ${PROJECT_SOURCE_DIR}/cmake/zotconf.pc.in ${PROJECT_BINARY_DIR}/zotconf.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/zotconf.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/zotconf.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+install(FILES ${PROJECT_SOURCE_DIR}/docs/man/zot_conf.3
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev OPTIONAL)
+if(ZOTCONF_BUILD_TOOLS)
+  # The program writes its own manual pages and completion when it is built.
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/manual/
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools OPTIONAL
+    FILES_MATCHING PATTERN "*.1")
+  install(FILES ${PROJECT_BINARY_DIR}/manual/zotconf.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zotconf
+    COMPONENT tools OPTIONAL)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/zotconf-watch.service
+    DESTINATION lib/systemd/system COMPONENT tools OPTIONAL)
+endif()

@@ -17,45 +17,6 @@ namespace {
 
 constexpr std::array<std::string_view, 4> slot_names = {"current", "last", "corrupted", "scratch"};
 
-int drop_line(zot_log_ctx * /*log_ctx*/, void * /*arg*/, const char * /*line*/) {
-  return 0;
-}
-
-// A handle for the operations that judge records: it creates no directory and logs nowhere.
-class judge {
- public:
-  judge() {
-    zot_util_init_conf_parm(&parm_.all);
-    parm_.handle = &handle_;
-    parm_.all.log_ctl.dst = ZOT_LOG_DST_CB_FUNC;
-    parm_.all.log_ctl.level = ZOT_LOG_ERROR;
-    zot_util_set_log_ctl_dst_cb_func(&parm_.all.log_ctl, drop_line, nullptr);
-    handle_.parm = &parm_;
-    handle_.log_ctx.ctl = &parm_.all.log_ctl;
-  }
-  judge(const judge &) = delete;
-  judge &operator=(const judge &) = delete;
-
-  zot_ctx *handle() { return &handle_; }
-
-  // The recorded status of a call that failed.
-  [[nodiscard]] library_status status(int code) const {
-    std::string text = zot_util_get_err_str(&handle_);
-    while (!text.empty() && text.back() == '\n') {
-      text.pop_back();
-    }
-    if (text.empty()) {
-      const char *const known = zot_priv_err_get_map_str(code);
-      text = known != nullptr ? known : "Generic Error";
-    }
-    return {.code = code, .text = text};
-  }
-
- private:
-  zot_ctx handle_{};
-  zot_parm parm_{};
-};
-
 // A K record and its list of files.
 class k_record {
  public:
@@ -64,7 +25,9 @@ class k_record {
   k_record &operator=(const k_record &) = delete;
   ~k_record() {
     zot_priv_free_gpb_list(by_.handle(), &files_);
+    // The library leaves a record without bytes as it is.
     if (k_.data_len == 0) {
+      std::free(k_.data);
       std::free(k_.path);
       std::free(k_.root);
     }
@@ -130,34 +93,75 @@ void take_content(stored_k &into, k_record &record) {
   }
 }
 
-stored_k read_k(stored_k from) {
-  std::error_code ignored;
-  from.is_present =
-      fs::exists(fs::symlink_status(from.k, ignored)) ||
-      (!from.checksum_file.empty() && fs::exists(fs::symlink_status(from.checksum_file, ignored)));
-  if (!from.is_present) {
-    return from;
+// A FIFO in the place of a file would make the library wait for a writer.
+std::optional<library_status> refused_kind(const fs::path &path) {
+  std::error_code failed;
+  if (!fs::is_other(path, failed) || failed) {
+    return std::nullopt;
   }
-  from.written = time_of(from.k);
-  if (fs::is_regular_file(from.k, ignored)) {
-    from.bytes = read_file_text(from.k);
-    from.checksum = from.bytes.empty() ? "" : sha256_text(from.bytes);
+  return library_status{.code = ZOT_ERR_CORRUPTED, .text = path.string() + " is no regular file"};
+}
+
+std::string bytes_of(const fs::path &path) {
+  std::error_code failed;
+  if (!fs::is_regular_file(path, failed)) {
+    return "";
   }
+  try {
+    return read_file_text(path);
+  } catch (const std::system_error &) {
+    // The library tells what it makes of it.
+    return "";
+  }
+}
+
+std::string first_line(const fs::path &path) {
+  const std::string text = bytes_of(path);
+  return text.substr(0, text.find('\n'));
+}
+
+void judge_k(stored_k &from) {
   judge by;
   k_record record(by);
   int status = load(by, record, from);
+  from.is_loadable = status == ZOT_OK;
   if (status == ZOT_OK) {
     status = zot_priv_get_gpb_list_via_k_json(by.handle(), record.k(), record.files());
   }
   if (status != ZOT_OK) {
-    from.wrong = by.status(status);
-    return from;
+    from.wrong = by.recorded(status);
+    return;
   }
   take_content(from, record);
+}
+
+stored_k read_k(stored_k from) {
+  const bool has_checksum_file = !from.checksum_file.empty() && is_there(from.checksum_file);
+  from.is_present = is_there(from.k) || has_checksum_file;
+  if (!from.is_present) {
+    return from;
+  }
+  from.written = time_of(from.k);
+  from.bytes = bytes_of(from.k);
+  // The library takes no checksum of a text that begins with a zero.
+  from.checksum = from.bytes.empty() || from.bytes.front() == '\0' ? "" : sha256_text(from.bytes);
+  from.announced = has_checksum_file ? first_line(from.checksum_file) : "";
+  from.wrong = refused_kind(from.k);
+  if (!from.wrong && has_checksum_file) {
+    from.wrong = refused_kind(from.checksum_file);
+  }
+  if (!from.wrong) {
+    judge_k(from);
+  }
   return from;
 }
 
 }  // namespace
+
+bool is_there(const fs::path &path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
 
 cache_paths find_cache() {
   zot_ctx handle{};
@@ -252,15 +256,26 @@ stored_k read_source(const std::string &name, const element &who) {
   return read_published(path, elements.front());
 }
 
+fs::path path_of(const listed_file &file, const fs::path &root) {
+  // As K states it, the path begins with a slash and would replace what stands before it.
+  return (root / "config" / fs::path(file.path).relative_path()).lexically_normal();
+}
+
 std::optional<library_status> check_file(const listed_file &file, const fs::path &root) {
+  if (auto refused = refused_kind(path_of(file, root))) {
+    return refused;
+  }
   judge by;
-  const std::string path = (root / "config").string() + file.path;
-  const int status = zot_priv_verify_gpb(by.handle(), path.c_str(), static_cast<int32_t>(file.size),
-                                         file.checksum.c_str(), nullptr);
+  std::string path = file.path;
+  zot_gpb gpb{};
+  gpb.path = path.data();
+  gpb.size = static_cast<uint32_t>(file.size);
+  file.checksum.copy(gpb.checksum, ZOT_CHECKSUM_LEN);
+  const int status = zot_priv_chk_vail_gpb(by.handle(), &gpb, root.c_str());
   if (status == ZOT_OK) {
     return std::nullopt;
   }
-  return by.status(status);
+  return by.recorded(status);
 }
 
 }  // namespace zotconf

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "file_io.hpp"
+#include "judge.hpp"
 #include "publication_store.hpp"
 
 namespace zotconf {
@@ -35,16 +36,13 @@ std::string_view name_of(k_slot slot);
 // Nothing for a name that no slot has.
 std::optional<k_slot> slot_of(std::string_view name);
 
-// A status of the library with its text.
-struct library_status {
-  int code = 0;
-  std::string text;
-};
-
 // One file that a K announces.
 struct listed_file : published_file {
   std::string path;  // as K states it: /category/key/version
 };
+
+// Whether anything stands at a path, a dangling link included.
+bool is_there(const fs::path &path);
 
 // A K as it lies on disk. Without `wrong` its content is good and was held against the checksum
 // file, where there is one.
@@ -54,7 +52,9 @@ struct stored_k {
   fs::path root;            // its files lie below root/config; empty: nowhere
   bool is_present = false;  // one of the two files is there
   std::optional<library_status> wrong;
-  std::string checksum;  // SHA-256 of the bytes
+  bool is_loadable = false;  // K and checksum agree and K is well formed, whatever its list is like
+  std::string announced;     // the first line of the checksum file
+  std::string checksum;      // SHA-256 of the bytes
   std::string bytes;
   std::optional<std::time_t> written;
   std::string cluster;
@@ -82,6 +82,9 @@ std::vector<element> published_elements(const fs::path &publication);
 // that has several; its index may be empty otherwise. Throws std::runtime_error when `name` is
 // none of them.
 stored_k read_source(const std::string &name, const element &who);
+
+// Where a listed file lies below `root`.
+fs::path path_of(const listed_file &file, const fs::path &root);
 
 // Judges the bytes of a listed file below `root`. Nothing when they are what K announces.
 std::optional<library_status> check_file(const listed_file &file, const fs::path &root);

@@ -48,8 +48,13 @@ progress::progress(const console &where, std::string what, uint64_t total)
     : where_(where), what_(std::move(what)), total_(total) {}
 
 progress::~progress() {
+  clear();
+}
+
+void progress::clear() {
   if (visible_) {
     where_.err() << clear_line << std::flush;
+    visible_ = false;
   }
 }
 
@@ -68,8 +73,11 @@ void progress::draw(clock::time_point now) {
   if (total_ > 0) {
     where_.err() << " of " << total_;
   }
-  where_.err() << " files, " << human_bytes(bytes_) << ", "
-               << static_cast<uint64_t>(static_cast<double>(items_) / seconds) << " files/s"
+  where_.err() << " files, ";
+  if (bytes_ > 0) {
+    where_.err() << human_bytes(bytes_) << ", ";
+  }
+  where_.err() << static_cast<uint64_t>(static_cast<double>(items_) / seconds) << " files/s"
                << std::flush;
   drawn_ = now;
   visible_ = true;

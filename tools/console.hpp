@@ -54,6 +54,8 @@ class progress {
 
   // One more item, of so many bytes, is done.
   void advance(uint64_t bytes = 0);
+  // Takes the line away, so that something else can be written.
+  void clear();
 
  private:
   using clock = std::chrono::steady_clock;

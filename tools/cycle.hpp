@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "console.hpp"
 #include "file_io.hpp"
-#include "zot_conf.h"
+#include "zot_conf.hpp"
 
 namespace zotconf {
 
@@ -35,7 +36,13 @@ std::optional<zot_catset> parse_categories(const std::vector<std::string> &names
 // Reads change names, or one of "full" and "cached"; nothing when they do not fit.
 std::optional<uint32_t> parse_want(const std::vector<std::string> &names, std::string &wrong);
 
+// Creates the handle of the element that `from` names. The library logs to `err`, which has to live
+// as long. `verified`, if any, counts the files that the library finds good; it has to live as long
+// as well. Nothing when there is none, and `reason` tells why.
+std::optional<handle> create_handle(const cycle_options &from, std::ostream &err,
+                                    std::string &reason, progress *verified = nullptr);
+
 // Returns an exit status; throws std::exception when entries cannot be written.
-int run_cycle(const cycle_options &options, std::ostream &out, std::ostream &err);
+int run_cycle(const cycle_options &options, const console &where);
 
 }  // namespace zotconf

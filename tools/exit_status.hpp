@@ -36,4 +36,13 @@ constexpr std::array<exit_meaning, 9> exit_meanings = {{
     {exit_different, "the two configurations differ, and --exit-code was given"},
 }};
 
+constexpr std::string_view meaning_of(exit_status status) {
+  for (const exit_meaning &each : exit_meanings) {
+    if (each.status == status) {
+      return each.text;
+    }
+  }
+  return "";
+}
+
 }  // namespace zotconf

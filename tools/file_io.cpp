@@ -12,6 +12,17 @@
 namespace zotconf {
 namespace {
 
+bool is_regular(int fd) {
+  struct stat info {};
+  return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
+void throw_errno(const std::string &what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
 void write_all(int fd, std::string_view bytes, const std::string &name) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(fd, bytes.data(), bytes.size());
@@ -23,17 +34,6 @@ void write_all(int fd, std::string_view bytes, const std::string &name) {
     }
     bytes.remove_prefix(static_cast<size_t>(written));
   }
-}
-
-bool is_regular(int fd) {
-  struct stat info {};
-  return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
-}
-
-}  // namespace
-
-void throw_errno(const std::string &what) {
-  throw std::system_error(errno, std::generic_category(), what);
 }
 
 std::string read_file_at(int fd, const std::string &name) {

@@ -19,6 +19,9 @@ namespace fs = std::filesystem;
 std::string read_file_at(int fd, const std::string &name);
 std::string read_file_text(const fs::path &path);
 
+// Writes all bytes to a descriptor.
+void write_all(int fd, std::string_view bytes, const std::string &name);
+
 enum class durability { buffered, flushed };
 
 // Writes a temporary file beside `path` and renames it over `path`; flushed: once its bytes are on

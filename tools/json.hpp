@@ -2,8 +2,10 @@
 // JSON as the commands write it: members keep the order in which they are set.
 #pragma once
 
+#include <chrono>
 #include <concepts>
 #include <cstdint>
+#include <initializer_list>
 #include <new>
 #include <optional>
 #include <string>
@@ -31,10 +33,23 @@ class json_node {
       return put(name, cJSON_CreateRaw(std::to_string(value).c_str()));
     }
   }
+  // Milliseconds, as the member's name should say.
+  json_node &set(const char *name, std::chrono::milliseconds value) {
+    return set(name, value.count());
+  }
   // Nothing is null.
   template <class T>
   json_node &set(const char *name, const std::optional<T> &value) {
     return value ? set(name, *value) : put(name, cJSON_CreateNull());
+  }
+
+  // Members that were not set are null, so that every key is there.
+  void set_missing(std::initializer_list<const char *> names) {
+    for (const char *const name : names) {
+      if (cJSON_HasObjectItem(item_, name) == 0) {
+        put(name, cJSON_CreateNull());
+      }
+    }
   }
 
   json_node object(const char *name) { return child(name, cJSON_CreateObject()); }

@@ -8,15 +8,16 @@
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <ctime>
-#include <mutex>
 #include <ostream>
 #include <set>
 #include <thread>
 
 #include "archive.hpp"
 #include "exit_status.hpp"
+#include "json.hpp"
 #include "publication_store.hpp"
+#include "request_log.hpp"
+#include "status_page.hpp"
 
 namespace zotconf {
 namespace {
@@ -38,43 +39,10 @@ std::string error_json(const std::string &error, const std::string &file) {
 
 void refuse(httplib::Response &response, int status, const std::string &error,
             const std::string &file = "") {
+  request_log::note(file.empty() ? error : error + ": " + file);
   response.status = status;
   response.set_content(error_json(error, file), "application/json");
 }
-
-std::string time_text() {
-  const time_t now = std::time(nullptr);
-  struct tm parts {};
-  std::array<char, 32> text{};
-  ::gmtime_r(&now, &parts);
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
-
-// One request is one line, whatever a client puts into its path.
-std::string printable(std::string text) {
-  for (char &c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    c = byte <= 0x20 || byte == 0x7f ? '?' : c;
-  }
-  return text;
-}
-
-// Several connections are answered at once; their lines must not mix.
-class request_log {
- public:
-  explicit request_log(std::ostream &out) : out_(out) {}
-
-  void write(const httplib::Request &request, const httplib::Response &response) {
-    const std::string length = response.get_header_value("Content-Length");
-    const std::scoped_lock guard(mutex_);
-    out_ << time_text() << ' ' << printable(request.method) << ' ' << printable(request.path) << ' '
-         << response.status << ' ' << (length.empty() ? "0" : length) << std::endl;
-  }
-
- private:
-  std::mutex mutex_;
-  std::ostream &out_;
-};
 
 void answer_latest(const publication_store &store, const httplib::Request &request,
                    httplib::Response &response) {
@@ -85,8 +53,10 @@ void answer_latest(const publication_store &store, const httplib::Request &reque
   const bool is_k = request.matches[4] == "k";
   const auto bytes = is_k ? store.read_k(who) : store.read_checksum(who);
   if (!bytes) {
-    return refuse(response, 404, "not published", request.path);
+    refuse(response, 404, "not published", request.path);
+    return request_log::note("not published");
   }
+  request_log::note(is_k ? "sent K" : "sent the checksum");
   response.set_content(*bytes, is_k ? "application/json" : "text/plain");
 }
 
@@ -125,6 +95,8 @@ void answer_archive(const publication_store &store, const std::string &body,
     packed->add(file.get(),
                 (*parts)[0] + "/" + (*parts)[1] + "/" + (*parts)[2] + "/" + (*parts)[3]);
   }
+  request_log::note("sent " + std::to_string(seen.size()) +
+                    (seen.size() == 1 ? " file" : " files"));
   send_archive(packed, response);
 }
 
@@ -230,6 +202,28 @@ std::string host_text(const std::string &host) {
   return host.find(':') != std::string::npos ? "[" + host + "]" : host;
 }
 
+void tell_address(const console &where, const std::string &host, int port) {
+  if (!where.is_json()) {
+    where.out() << "listening on " << host_text(host) << ':' << port << std::endl;
+    return;
+  }
+  json_document line;
+  line.root().object("listening").set("host", host).set("port", port);
+  where.out() << line.line() << std::flush;
+}
+
+void keep_log(httplib::Server &server, request_log &log) {
+  server.set_pre_routing_handler([](const httplib::Request &, httplib::Response &) {
+    request_log::begin();
+    return httplib::Server::HandlerResponse::Unhandled;
+  });
+  server.set_logger([&log](const httplib::Request &request, const httplib::Response &response) {
+    if (!status_page::is_asked(request.method, request.path)) {
+      log.finish(request, response);
+    }
+  });
+}
+
 }  // namespace
 
 std::optional<std::vector<std::string>> split_member_name(const std::string &name) {
@@ -278,20 +272,21 @@ int run_serve(const serve_options &options, const console &where) {
   const sigset_t signals = stop_signals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const publication_store store(options.publication);
-  request_log log(where.out());
+  request_log log(where.out(), where.is_json());
+  status_page page(options.publication, store, log);
   httplib::Server server;
   set_limits(server);
   add_routes(server, store, where.err());
-  server.set_logger([&log](const httplib::Request &request, const httplib::Response &response) {
-    log.write(request, response);
-  });
+  page.add_to(server);
+  keep_log(server, log);
   const int port = bind_port(server, options);
   if (port < 0) {
     where.err() << "zotconf: cannot listen on " << host_text(options.bind) << ':' << options.port
                 << '\n';
     return exit_failure;
   }
-  where.out() << "listening on " << host_text(options.bind) << ':' << port << std::endl;
+  page.tell_address(options.bind, port);
+  tell_address(where, options.bind, port);
   const stopper stop(server);
   const bool stopped = server.listen_after_bind();
   if (!stopped && !stop.was_asked()) {

@@ -17,7 +17,8 @@ struct serve_options {
   int port = 8087;  // 0: any free port
 };
 
-// Runs until SIGINT or SIGTERM. Writes "listening on HOST:PORT", then one line a request.
+// Runs until SIGINT or SIGTERM. Writes "listening on HOST:PORT", then one line a request, as JSON
+// objects if asked for. A status page is at `/`; its own requests are not told.
 int run_serve(const serve_options &options, const console &where);
 
 // The pieces config, category, key and version of a requested name; doubled slashes count as one.

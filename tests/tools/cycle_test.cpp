@@ -86,9 +86,9 @@ TEST_F(Cycle, ListsEveryEntryOfTheFirstConfigurationAsAdded) {
   const finished done = run({});
   EXPECT_EQ(done.status, ok);
   EXPECT_EQ(done.out,
-            "CATEGORY  KEY  STATUS           SIZE\n"
-            "Wlan      a    added               6\n"
-            "Zone      z    added              10\n"
+            "CATEGORY  KEY  STATUS  SIZE\n"
+            "Wlan      a    added      6\n"
+            "Zone      z    added     10\n"
             "new configuration: 2 entries, 2 added, 16 bytes\n");
 }
 
@@ -125,10 +125,10 @@ TEST_F(Cycle, ListsUnchangedEntriesOfNoUpdateOnDemand) {
 TEST_F(Cycle, ListsTheDifference) {
   publish_changes();
   EXPECT_EQ(run({"--want", "added,modified,deleted,unchanged"}).out,
-            "CATEGORY  KEY  STATUS           SIZE\n"
-            "Ap        x    added               7\n"
-            "Wlan      a    modified           10\n"
-            "Zone      z    deleted             0\n"
+            "CATEGORY  KEY  STATUS    SIZE\n"
+            "Ap        x    added        7\n"
+            "Wlan      a    modified    10\n"
+            "Zone      z    deleted      0\n"
             "new configuration: 3 entries, 1 added, 1 modified, 1 deleted, 17 bytes\n");
 }
 

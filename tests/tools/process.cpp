@@ -48,7 +48,7 @@ pid_t start(const std::vector<std::string> &args, const environment &variables,
   return pid;
 }
 
-int wait_for(pid_t pid) {
+int wait_for_end(pid_t pid) {
   int status = 0;
   if (::waitpid(pid, &status, 0) != pid) {
     throw std::runtime_error("waitpid failed");
@@ -56,17 +56,18 @@ int wait_for(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// The port of the first line, 0 while there is no whole line yet.
+// The port of the first line, as text or JSON; 0 while there is no whole line yet.
 std::uint16_t told_port(const std::string &output) {
-  const std::string begin = "listening on 127.0.0.1:";
-  const size_t end = output.find('\n');
-  if (end == std::string::npos) {
+  if (output.find('\n') == std::string::npos) {
     return 0;
   }
-  if (!output.starts_with(begin)) {
-    throw std::runtime_error("unexpected first line: " + output);
+  for (const std::string begin :
+       {"listening on 127.0.0.1:", R"({"listening":{"host":"127.0.0.1","port":)"}) {
+    if (output.starts_with(begin)) {
+      return static_cast<std::uint16_t>(std::stoul(output.substr(begin.size())));
+    }
   }
-  return static_cast<std::uint16_t>(std::stoul(output.substr(begin.size(), end - begin.size())));
+  throw std::runtime_error("unexpected first line: " + output);
 }
 
 }  // namespace
@@ -74,8 +75,65 @@ std::uint16_t told_port(const std::string &output) {
 finished run_zotconf(const std::vector<std::string> &args, const environment &variables) {
   const temp_dir dir;
   const pid_t pid = start(args, variables, dir / "out", dir / "err");
-  const int status = wait_for(pid);
+  const int status = wait_for_end(pid);
   return {status, read_bytes(dir / "out"), read_bytes(dir / "err")};
+}
+
+background::background(const std::vector<std::string> &args, const environment &variables) {
+  write_bytes(dir_ / "out", "");
+  write_bytes(dir_ / "err", "");
+  pid_ = start(args, variables, dir_ / "out", dir_ / "err");
+}
+
+background::~background() {
+  if (pid_ > 0) {
+    send(SIGKILL);
+    wait();
+  }
+}
+
+std::string background::out() const {
+  return read_bytes(dir_ / "out");
+}
+
+std::string background::err() const {
+  return read_bytes(dir_ / "err");
+}
+
+void background::wait_for(const std::string &text, size_t times) const {
+  try {
+    wait_until([&] { return count_of(text, out()) >= times; }, text);
+  } catch (const std::exception &error) {
+    throw std::runtime_error(std::string(error.what()) + "\n" + out() + err());
+  }
+}
+
+void background::send(int signal) const {
+  ::kill(pid_, signal);
+}
+
+int background::wait() {
+  const int status = wait_for_end(pid_);
+  pid_ = -1;
+  return status;
+}
+
+void wait_until(const std::function<bool()> &condition, const std::string &what) {
+  const auto end = std::chrono::steady_clock::now() + 1min;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) {
+      throw std::runtime_error("waited in vain for " + what);
+    }
+    std::this_thread::sleep_for(5ms);
+  }
+}
+
+size_t count_of(const std::string &part, const std::string &text) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
 }
 
 serving::serving(const std::string &publication, const std::vector<std::string> &more) {
@@ -105,7 +163,7 @@ std::string serving::output() const {
 
 int serving::stop(int signal) {
   ::kill(pid_, signal);
-  const int status = wait_for(pid_);
+  const int status = wait_for_end(pid_);
   pid_ = -1;
   return status;
 }

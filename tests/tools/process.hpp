@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,6 +25,34 @@ struct finished {
 // Runs zotconf to its end with these variables added to the environment.
 [[nodiscard]] finished run_zotconf(const std::vector<std::string> &args,
                                    const environment &variables = {});
+
+// zotconf, running beside the test.
+class background {
+ public:
+  background(const std::vector<std::string> &args, const environment &variables);
+  background(const background &) = delete;
+  background &operator=(const background &) = delete;
+  ~background();
+
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  [[nodiscard]] std::string out() const;
+  [[nodiscard]] std::string err() const;
+  // Waits until standard output has a text so often; throws when it takes longer than a minute.
+  void wait_for(const std::string &text, size_t times = 1) const;
+  void send(int signal) const;
+  // Waits for the end. Returns the exit status; 128 and the number for a signal.
+  int wait();
+
+ private:
+  temp_dir dir_;
+  pid_t pid_ = -1;
+};
+
+// Waits until a condition holds; throws when it takes longer than a minute.
+void wait_until(const std::function<bool()> &condition, const std::string &what);
+
+// How often a text holds another.
+[[nodiscard]] size_t count_of(const std::string &part, const std::string &text);
 
 // `zotconf serve` on a free port of the loopback host.
 class serving {

@@ -12,6 +12,7 @@
 #include <regex>
 #include <thread>
 
+#include "json_value.hpp"
 #include "process.hpp"
 #include "utilities/owner.hpp"
 
@@ -87,7 +88,7 @@ TEST_F(Serve, AnswersNothingElseThanKAndChecksum) {
   write_bytes(dir_ / "secret.k", "secret");
   write_bytes(publication_ + "/file/knowledge/AP/latest/x.k", "x");
   for (const std::string path :
-       {"/", "/.lock", "/config/Wlan/a/1", "/tgz", "/file/knowledge/AP/unknown/latest/unknown.k",
+       {"/.lock", "/config/Wlan/a/1", "/tgz", "/file/knowledge/AP/unknown/latest/unknown.k",
         "/file/knowledge/CP/001122334455/latest/001122334455.k",
         "/file/knowledge/AP/001122334455/latest/other.k",
         "/file/knowledge/AP/001122334455/latest/001122334455.json",
@@ -202,6 +203,7 @@ std::string wait_for_lines(const serving &service, long lines) {
 
 TEST_F(Serve, LogsOneLineARequest) {
   ASSERT_TRUE(get(checksum_url));
+  EXPECT_EQ(std::ranges::count(wait_for_lines(*service_, 2), '\n'), 2);
   ASSERT_TRUE(post("nonsense"));
   const std::string output = wait_for_lines(*service_, 3);
   const std::string time = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ )";
@@ -222,6 +224,35 @@ TEST_F(Serve, LogsAnArchiveWithItsSize) {
 TEST_F(Serve, KeepsALogLineALineWhateverThePathHolds) {
   ASSERT_TRUE(get("/a%0ab%20c"));
   EXPECT_NE(wait_for_lines(*service_, 2).find("GET /a?b?c 404 "), std::string::npos);
+}
+
+TEST_F(Serve, LogsNoRequestOfItsStatusPage) {
+  ASSERT_TRUE(get("/"));
+  ASSERT_TRUE(get("/status.json"));
+  ASSERT_TRUE(get("/status.json/more"));
+  const std::string output = wait_for_lines(*service_, 2);
+  EXPECT_EQ(std::ranges::count(output, '\n'), 2) << output;
+  EXPECT_NE(output.find("GET /status.json/more 404 "), std::string::npos) << output;
+}
+
+TEST_F(Serve, LogsAJsonObjectARequestWhenAsked) {
+  const serving service(publication_, {"--json"});
+  httplib::Client caller("127.0.0.1", service.port());
+  ASSERT_TRUE(caller.Get("/a%20\"%ff%00"));
+  const std::string output = wait_for_lines(service, 2);
+  const size_t first_end = output.find('\n');
+  const json_value listening(output.substr(0, first_end));
+  EXPECT_EQ(listening["listening"]["host"].text(), "127.0.0.1");
+  EXPECT_EQ(listening["listening"]["port"].number(), service.port());
+  const json_value request(output.substr(first_end + 1, output.size() - first_end - 2));
+  EXPECT_TRUE(std::regex_match(request["time"].text(), std::regex(R"(\d{4}-\d\d-\d\dT[\d:]{8}Z)")));
+  EXPECT_EQ(request["client"].text(), "127.0.0.1");
+  EXPECT_EQ(request["method"].text(), "GET");
+  EXPECT_EQ(request["path"].text(), "/a?\"??");
+  EXPECT_EQ(request["status"].number(), 404);
+  EXPECT_EQ(request["bytes"].number(), std::string("{\"error\":\"not found\"}\n").size());
+  EXPECT_GT(request["duration_us"].number(), 0);
+  EXPECT_EQ(request["result"].text(), "not found");
 }
 
 TEST_F(Serve, StopsCleanlyOnInterrupt) {

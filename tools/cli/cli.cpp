@@ -30,8 +30,8 @@ std::string footer_of(const command_text &text) {
   }
   footer.append("Examples:\n").append(indented(text.examples)).append("\nExit status:\n");
   for (const exit_status status : text.exits) {
-    const auto *const found = std::ranges::find(exit_meanings, status, &exit_meaning::status);
-    footer.append("  ").append(std::to_string(status)).append("  ").append(found->text) += '\n';
+    footer.append("  ").append(std::to_string(status)).append("  ").append(meaning_of(status)) +=
+        '\n';
   }
   return footer;
 }
@@ -68,6 +68,8 @@ int command_line::run(int argc, char **argv, std::ostream &out, std::ostream &er
 void add_all_commands(command_line &line) {
   add_service_commands(line);
   add_element_commands(line);
+  add_cache_commands(line);
+  add_look_commands(line);
   add_reference_commands(line);
 }
 

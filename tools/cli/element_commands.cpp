@@ -3,6 +3,8 @@
 
 #include "cli.hpp"
 #include "cycle.hpp"
+#include "duration.hpp"
+#include "watch.hpp"
 
 namespace zotconf {
 namespace {
@@ -21,37 +23,84 @@ const command_text cycle_text = {
     .exits = {exit_success, exit_failure, exit_usage, exit_no_update, exit_same_as_corrupted,
               exit_rolled_back}};
 
-// What the cycle's options say before they are checked against each other.
-struct cycle_words {
+const command_text watch_text = {
+    .name = "watch",
+    .summary = "Keep an element up to date: get, apply, commit or roll back, for ever",
+    .about =
+        "CMD runs on each new configuration. ZOTCONF_DIR names a folder with the files that were "
+        "added or\nmodified, <Category>/<key>; ZOTCONF_CHANGES names a JSON list of all changed "
+        "entries. Exit status 0\ncommits, any other rolls back. Durations are 500ms, 30s, 5m or "
+        "1h.\n\n"
+        "While the service fails, the pauses grow from --backoff-min to --backoff-max. The first "
+        "one "
+        "lies by\nchance between once and twice the shortest, each next one between bounds twice "
+        "as "
+        "high.\n\n"
+        "SIGINT and SIGTERM stop: CMD is sent SIGTERM with all that it started, and SIGKILL half a "
+        "second\nlater. What it was applying is neither committed nor rolled back, and the next "
+        "start offers it\nagain. A get ends before the signal counts, and the transfer of files "
+        "has no time limit; a second\nsignal ends the program at once.\n\n"
+        "A configuration that an earlier run committed is no update: CMD does not run for it. "
+        "Where what was\napplied does not survive a restart, --apply-cached-at-start hands it to "
+        "CMD once, with the status of\neach entry against the configuration before; its exit "
+        "status decides nothing. In dev mode each get\nbrings the configuration as new.\n\n"
+        "One line on standard output tells each change of state; with --json it is an object. What "
+        "CMD prints\ngoes to standard error. A service manager is told by NOTIFY_SOCKET and "
+        "WATCHDOG_USEC.\n\n"
+        "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH, "
+        "TMPDIR.",
+    .examples =
+        "zotconf watch --index 001122334455 --every 30s --apply ./apply.sh\n"
+        "zotconf watch --index 001122334455 --every 5m --apply ./apply.sh --json",
+    .exits = {exit_success, exit_failure, exit_usage}};
+
+// What the options of an element say before they are checked against each other.
+struct element_words {
   cycle_options options;
   std::vector<std::string> categories = {"all"};
+  std::string log_level = "off";
+};
+
+struct cycle_words : element_words {
   std::vector<std::string> want = {"added", "modified", "deleted"};
   std::string out;
-  std::string log_level = "off";
   bool commit = false;
   bool roll_back = false;
 };
+
+struct watch_words : element_words {
+  std::string every = "30s";
+  std::string backoff_min = "1s";
+  std::string backoff_max = "5m";
+  bool apply_cached_at_start = false;
+};
+
 const std::map<std::string, std::optional<uint32_t>> log_levels = {{"off", std::nullopt},
                                                                    {"error", ZOT_LOG_ERROR},
                                                                    {"warn", ZOT_LOG_WARN},
                                                                    {"info", ZOT_LOG_INFO},
                                                                    {"debug", ZOT_LOG_DEBUG}};
 
-// Checks what one option alone cannot tell and fills in the rest.
-void resolve(cycle_words &words) {
-  cycle_options &options = words.options;
+void resolve_element(element_words &words) {
   std::string wrong;
   const auto categories = parse_categories(words.categories, wrong);
   if (!categories) {
     throw CLI::ValidationError("--categories", "unknown category \"" + wrong + "\"");
   }
+  words.options.categories = *categories;
+  words.options.log_level = log_levels.at(words.log_level);
+}
+
+// Checks what one option alone cannot tell and fills in the rest.
+void resolve(cycle_words &words) {
+  resolve_element(words);
+  cycle_options &options = words.options;
+  std::string wrong;
   const auto want = parse_want(words.want, wrong);
   if (!want) {
     throw CLI::ValidationError("--want", "\"" + wrong + "\" is unknown or has to stand alone");
   }
-  options.categories = *categories;
   options.want = *want;
-  options.log_level = log_levels.at(words.log_level);
   if (!words.out.empty()) {
     options.out = words.out;
   }
@@ -66,57 +115,95 @@ void resolve(cycle_words &words) {
   }
 }
 
-int run_words(const cycle_words &words, const console &where) {
-  return run_cycle(words.options, where.out(), where.err());
+int run_cycle_words(const cycle_words &words, const console &where) {
+  return run_cycle(words.options, where);
+}
+
+int run_watch_words(const watch_words &words, const console &where) {
+  const auto duration = [](const std::string &text) { return parse_duration(text).value(); };
+  return run_watch({.element = words.options,
+                    .every = duration(words.every),
+                    .backoff_min = duration(words.backoff_min),
+                    .backoff_max = duration(words.backoff_max),
+                    .apply_cached_at_start = words.apply_cached_at_start},
+                   where);
+}
+
+void add_element_options(CLI::App &command, element_words &words) {
+  zot_parm_all defaults{};
+  zot_util_init_conf_parm(&defaults);
+  words.options.timeout = defaults.timeout;
+  words.options.timeout_gpb = defaults.timeout_gpb;
+  add_subsys(command, words.options.subsys);
+  add_index(command, words.options.index)->required();
+  command.add_option("--categories", words.categories, "all, or category names")
+      ->delimiter(',')
+      ->capture_default_str();
+  command.add_option("--timeout", words.options.timeout, "seconds for K and checksum; 0: no limit")
+      ->capture_default_str();
+  command
+      .add_option("--timeout-gpb", words.options.timeout_gpb,
+                  "kept for adapters; the archive transfer has no limit")
+      ->capture_default_str();
+  command.add_option("--log-level", words.log_level, "what the library logs to standard error")
+      ->check(CLI::IsMember(log_levels))
+      ->capture_default_str();
+}
+
+CLI::Option *add_apply(CLI::App &command, std::string &words) {
+  return command
+      .add_option("--apply", words,
+                  "shell command, with ZOTCONF_DIR and ZOTCONF_CHANGES in its environment: commit "
+                  "when it exits 0, else roll back")
+      ->check([](const std::string &text) { return text.empty() ? "is empty" : ""; });
 }
 
 void add_cycle(command_line &line) {
   const auto words = std::make_shared<cycle_words>();
-  zot_parm_all defaults{};
-  zot_util_init_conf_parm(&defaults);
-  words->options.timeout = defaults.timeout;
-  words->options.timeout_gpb = defaults.timeout_gpb;
-
-  CLI::App &command = line.add(cycle_text, words, run_words);
-  add_subsys(command, words->options.subsys);
-  add_index(command, words->options.index)->required();
-  command.add_option("--categories", words->categories, "all, or category names")
-      ->delimiter(',')
-      ->capture_default_str();
+  CLI::App &command = line.add(cycle_text, words, run_cycle_words);
+  add_element_options(command, *words);
   command
       .add_option("--want", words->want, "added, modified, deleted, unchanged; or full; or cached")
       ->delimiter(',')
       ->capture_default_str();
   command.add_option("--out", words->out,
                      "folder for the entries' bytes; a temporary one when only --apply needs it");
-  auto *const apply =
-      command
-          .add_option("--apply", words->options.command,
-                      "shell command, with ZOTCONF_DIR in its environment: commit when it exits 0, "
-                      "else roll back")
-          ->check([](const std::string &text) { return text.empty() ? "is empty" : ""; });
+  auto *const apply = add_apply(command, words->options.command);
   auto *const commit = command.add_flag("--commit", words->commit, "commit a new configuration");
   auto *const roll_back =
       command.add_flag("--roll-back", words->roll_back, "roll a new configuration back");
   commit->excludes(apply)->excludes(roll_back);
   roll_back->excludes(apply);
-  command
-      .add_option("--timeout", words->options.timeout, "seconds for K and checksum; 0: no limit")
-      ->capture_default_str();
-  command
-      .add_option("--timeout-gpb", words->options.timeout_gpb,
-                  "kept for adapters; the archive transfer has no limit")
-      ->capture_default_str();
-  command.add_option("--log-level", words->log_level, "what the library logs to standard error")
-      ->check(CLI::IsMember(log_levels))
-      ->capture_default_str();
   command.parse_complete_callback([words] { resolve(*words); });
+}
+
+void add_duration(CLI::App &command, const char *name, std::string &words, const char *about) {
+  command.add_option(name, words, about)->check(checked_by(check_duration))->capture_default_str();
+}
+
+void add_watch(command_line &line) {
+  const auto words = std::make_shared<watch_words>();
+  CLI::App &command = line.add(watch_text, words, run_watch_words);
+  add_element_options(command, *words);
+  add_apply(command, words->options.command)->required();
+  add_duration(command, "--every", words->every, "pause between two gets");
+  add_duration(command, "--backoff-min", words->backoff_min, "shortest pause after a failure");
+  add_duration(command, "--backoff-max", words->backoff_max, "longest pause after a failure");
+  command.add_flag("--apply-cached-at-start", words->apply_cached_at_start,
+                   "hand the configuration in force to CMD once, at the start");
+  command.parse_complete_callback([words] {
+    resolve_element(*words);
+    if (parse_duration(words->backoff_min) > parse_duration(words->backoff_max)) {
+      throw CLI::ValidationError("--backoff-min", "is longer than --backoff-max");
+    }
+  });
 }
 
 }  // namespace
 
 void add_element_commands(command_line &line) {
   add_cycle(line);
+  add_watch(line);
 }
 
 }  // namespace zotconf

@@ -1,9 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "categories.hpp"
 #include "cli.hpp"
+#include "explain.hpp"
 
 namespace zotconf {
 namespace {
+
+const command_text explain_text = {
+    .name = "explain",
+    .summary = "Explain a status of the library",
+    .about =
+        "What it means, whether a retry can help, where the fault lies, what state the cache is in "
+        "and what\nto do. Without STATUS a list of all.",
+    .examples =
+        "zotconf explain\nzotconf explain -8\nzotconf explain ZOT_ERR_TIMEOUT\n"
+        "zotconf explain corrupted --json",
+    .exits = {exit_success, exit_usage}};
 
 const command_text categories_text = {.name = "categories",
                                       .summary = "List the categories with their numbers",
@@ -11,9 +23,19 @@ const command_text categories_text = {.name = "categories",
                                       .examples = "zotconf categories\nzotconf categories --json",
                                       .exits = {exit_success, exit_usage}};
 
+void add_explain(command_line &line) {
+  const auto options = std::make_shared<explain_options>();
+  CLI::App &command = line.add(explain_text, options, run_explain);
+  auto *const status = command.add_option(
+      "STATUS", options->status, "number, or name with or without ZOT_ERR_, in any letter case");
+  command.add_flag("--markdown", options->markdown, "print the document docs/errors.md")
+      ->excludes(status);
+}
+
 }  // namespace
 
 void add_reference_commands(command_line &line) {
+  add_explain(line);
   line.add(categories_text, std::make_shared<categories_options>(), run_categories);
 }
 

@@ -19,7 +19,7 @@ const command_text publish_text = {
 const command_text serve_text = {
     .name = "serve",
     .summary = "Serve a publication folder over HTTP",
-    .about = "Runs until SIGINT or SIGTERM.",
+    .about = "A status page is at /. Runs until SIGINT or SIGTERM.",
     .examples = "zotconf serve pub\nzotconf serve pub --port 0 --bind ::1",
     .exits = {exit_success, exit_failure, exit_usage}};
 

@@ -1,0 +1,328 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/repair.hpp"
+
+#include <fcntl.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "cached_element.hpp"
+#include "json_value.hpp"
+#include "tools/archive.hpp"
+#include "tools/archive_reader.hpp"
+
+namespace zot::test {
+namespace {
+
+constexpr int clean = 0;
+constexpr int failed = 1;
+constexpr int usage = 2;
+constexpr int damaged = 7;
+
+class Repair : public CachedElement {
+ protected:
+  void SetUp() override {
+    put("Ap/x", "model=x");
+    put("Wlan/a", "ssid=a");
+    put("Wlan/b", "ssid=b");
+    put("Zone/z", "country=DE");
+    commit_source();
+  }
+  [[nodiscard]] finished repair(const std::vector<std::string> &more = {}) const {
+    std::vector<std::string> args = {"verify", "--repair", "--index", index_};
+    args.insert(args.end(), more.begin(), more.end());
+    return run(args);
+  }
+
+  const std::string k_ = conf("knowledge/subsys.k");
+  const std::string checksum_ = conf("knowledge/subsys.checksum");
+};
+
+TEST_F(Repair, DoesNothingToAGoodCache) {
+  const auto before = snapshot(dir_ / "device");
+  service_->stop(SIGTERM);
+  service_.reset();
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_EQ(snapshot(dir_ / "device"), before);
+}
+
+TEST_F(Repair, TouchesNothingThatIsGood) {
+  auto before = snapshot(dir_ / "device");
+  std::filesystem::remove(conf("config/Wlan/a/1"));
+  write_bytes(conf("config/Zone/z/1"), "country=FR");
+  ASSERT_EQ(repair().status, clean);
+  auto after = snapshot(dir_ / "device");
+  // The folders of new names change; so does the root, where the fetched files waited.
+  for (const std::string &changed :
+       {conf_root_.substr(0, conf_root_.size() - 1), conf("config/Wlan/a"), conf("config/Zone/z"),
+        conf("config/Wlan/a/1"), conf("config/Zone/z/1")}) {
+    EXPECT_EQ(before.erase(changed), 1U) << changed;
+    EXPECT_EQ(after.erase(changed), 1U) << changed;
+  }
+  EXPECT_EQ(after, before);
+  EXPECT_EQ(read_bytes(conf("config/Wlan/a/1")), "ssid=a");
+  EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=DE");
+}
+
+TEST_F(Repair, AsksForTheBadFilesOnly) {
+  std::filesystem::remove(conf("config/Wlan/a/1"));
+  std::filesystem::remove(dir_ / "pub/config/Zone/z/1");
+  EXPECT_EQ(repair().status, clean);
+}
+
+TEST_F(Repair, BringsBackALostFolder) {
+  std::filesystem::remove_all(conf("config"));
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_EQ(tree(conf("config")),
+            (std::vector<std::string>{"Ap/x/1", "Wlan/a/1", "Wlan/b/1", "Zone/z/1"}));
+}
+
+TEST_F(Repair, ReplacesAFileInThePlaceOfAFolder) {
+  std::filesystem::remove_all(conf("config/Wlan"));
+  write_bytes(conf("config/Wlan"), "in the way");
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_EQ(read_bytes(conf("config/Wlan/b/1")), "ssid=b");
+}
+
+TEST_F(Repair, WritesNothingBehindASymbolicLink) {
+  std::filesystem::rename(conf("config/Wlan"), dir_ / "elsewhere");
+  std::filesystem::create_symlink(dir_ / "elsewhere", conf("config/Wlan"));
+  std::filesystem::remove(dir_ / "elsewhere/a/1");
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out, "still bad: " + conf("config/Wlan/a/1") + ": a symbolic link stands"))
+      << done.out;
+  EXPECT_FALSE(exists(dir_ / "elsewhere/a/1"));
+}
+
+TEST_F(Repair, RepairsWhatItCanWhenAFileIsNotAvailable) {
+  std::filesystem::remove_all(conf("config"));
+  std::filesystem::remove(dir_ / "pub/config/Wlan/b/1");
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(
+      has(done.out, "not available: " + conf("config/Wlan/b/1") + ": Unable to get remote files\n"))
+      << done.out;
+  EXPECT_EQ(tree(conf("config")), (std::vector<std::string>{"Ap/x/1", "Wlan/a/1", "Zone/z/1"}));
+}
+
+TEST_F(Repair, PutsNothingInPlaceThatKDoesNotAnnounce) {
+  write_bytes(conf("config/Zone/z/1"), "country=FR");
+  write_bytes(dir_ / "pub/config/Zone/z/1", "country=IT");
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out, "still bad: " + conf("config/Zone/z/1") + ": fetched: ")) << done.out;
+  EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=FR");
+}
+
+TEST_F(Repair, FailsWithoutAServiceWithTheTextOfTheLibrary) {
+  std::filesystem::remove(conf("config/Wlan/a/1"));
+  service_->stop(SIGTERM);
+  const finished done = repair();
+  EXPECT_EQ(done.status, failed);
+  EXPECT_TRUE(has(done.err, "zotconf: repair: curl error get GPB files from")) << done.err;
+  EXPECT_TRUE(has(done.err, "(-6)")) << done.err;
+  EXPECT_TRUE(has(done.out, "damaged: " + conf("config/Wlan/a/1"))) << done.out;
+}
+
+TEST_F(Repair, FailsWhenTheServiceKnowsNoSuchElement) {
+  std::filesystem::remove(k_);
+  const finished done = run({"verify", "--repair", "--index", "cafe"});
+  EXPECT_EQ(done.status, failed);
+  EXPECT_TRUE(has(done.err, "http return code = 404 (-16)")) << done.err;
+}
+
+TEST_F(Repair, RestoresKAndThenItsFiles) {
+  write_bytes(k_, "{");
+  std::filesystem::remove(conf("config/Wlan/a/1"));
+  const finished done = repair();
+  EXPECT_EQ(done.status, clean) << done.out;
+  EXPECT_TRUE(has(done.out, "repaired: " + k_ + "\n")) << done.out;
+  EXPECT_TRUE(has(done.out, "repaired: " + conf("config/Wlan/a/1") + "\n")) << done.out;
+}
+
+TEST_F(Repair, RestoresAChecksumThatIsWellFormedAndWrong) {
+  write_bytes(checksum_, sha256_hex("something else") + "\n");
+  const auto k = std::filesystem::last_write_time(k_);
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_EQ(read_bytes(checksum_), read_bytes(published(".checksum")));
+  EXPECT_EQ(std::filesystem::last_write_time(k_), k);
+}
+
+TEST_F(Repair, LeavesADamagedKAloneWhenTheServiceOffersAnother) {
+  write_bytes(k_, "{");
+  put("Wlan/a", "ssid=new");
+  publish_source();
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(
+      has(done.out, "not restorable: " + k_ + ": the service does not offer the K in force"))
+      << done.out;
+  EXPECT_EQ(read_bytes(k_), "{");
+  EXPECT_EQ(read_bytes(checksum_) != read_bytes(published(".checksum")), true);
+}
+
+TEST_F(Repair, RestoresNothingWhenKAndChecksumAreBothDamaged) {
+  write_bytes(k_, "{");
+  write_bytes(checksum_, "short");
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out, "not restorable: " + k_)) << done.out;
+  EXPECT_TRUE(has(done.out, "not restorable: " + checksum_)) << done.out;
+  EXPECT_EQ(read_bytes(k_), "{");
+}
+
+TEST_F(Repair, RefusesAPublishedKThatIsDamagedItself) {
+  write_bytes(k_, "{");
+  write_bytes(published(".k"), "{");
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out, "the service's K is damaged: ")) << done.out;
+}
+
+TEST_F(Repair, SaysThatTheLastKCannotBeFetched) {
+  put("Wlan/a", "ssid=second");
+  commit_source();
+  const std::string last = conf("knowledge/prev_subsys.k");
+  write_bytes(last, "{");
+  write_bytes(conf("config/Zone/z/1"), "country=FR");
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out, "not restorable: " + last + ": no service offers the K of this slot"))
+      << done.out;
+  EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=DE");
+}
+
+TEST_F(Repair, LeavesNoFolderBehind) {
+  std::filesystem::create_directories(conf(".repair/stale"));
+  write_bytes(k_, "{");
+  std::filesystem::remove_all(conf("config/Wlan/a/1"));
+  ASSERT_EQ(repair().status, clean);
+  EXPECT_FALSE(exists(conf(".repair")));
+}
+
+TEST_F(Repair, RefusesToWriteInDevMode) {
+  std::filesystem::remove(conf("config/Wlan/a/1"));
+  environment dev = variables();
+  dev["ZOT_DEV_PATH"] = conf("");
+  const finished done = run_zotconf({"verify", "--repair", "--index", index_}, dev);
+  EXPECT_EQ(done.status, failed);
+  EXPECT_TRUE(has(done.err, "dev mode: ")) << done.err;
+  EXPECT_FALSE(exists(conf("config/Wlan/a/1")));
+}
+
+TEST_F(Repair, WritesJson) {
+  std::filesystem::remove_all(conf("config/Wlan"));
+  std::filesystem::remove(dir_ / "pub/config/Wlan/b/1");
+  const json_value told(repair({"--json"}).out);
+  ASSERT_EQ(told["repairs"].size(), 2);
+  EXPECT_EQ(told["repairs"][0]["path"].text(), conf("config/Wlan/a/1"));
+  EXPECT_EQ(told["repairs"][0]["result"].text(), "repaired");
+  EXPECT_TRUE(told["repairs"][0]["text"].is_null());
+  EXPECT_EQ(told["repairs"][1]["result"].text(), "not_available");
+  EXPECT_EQ(told["repairs"][1]["text"].text(), "Unable to get remote files");
+  EXPECT_TRUE(told["service_error"].is_null());
+  ASSERT_EQ(told["damaged"].size(), 1);
+  EXPECT_EQ(told["damaged"][0]["path"].text(), conf("config/Wlan/b/1"));
+  EXPECT_EQ(told["result"].text(), "damaged");
+}
+
+TEST_F(Repair, WritesTheErrorOfTheServiceAsJson) {
+  std::filesystem::remove(conf("config/Wlan/a/1"));
+  service_->stop(SIGTERM);
+  const json_value told(repair({"--json"}).out);
+  EXPECT_EQ(told["service_error"]["code"].number(), -6);
+  EXPECT_EQ(told["service_error"]["name"].text(), "ZOT_ERR_REMOTE_UNAVAIL");
+  EXPECT_EQ(told["repairs"].size(), 0);
+}
+
+TEST_F(Repair, NeedsTheIndexOfTheElement) {
+  EXPECT_EQ(run({"verify", "--repair"}).status, usage);
+}
+
+TEST_F(Repair, AsksForManyFilesInTurns) {
+  for (int i = 0; i < 300; ++i) {
+    put("Vlan/" + std::to_string(i), "id=" + std::to_string(i));
+  }
+  commit_source();
+  std::filesystem::remove_all(conf("config/Vlan"));
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_EQ(read_bytes(conf("config/Vlan/299/1")), "id=299");
+}
+
+// An archive of a folder, made by tar as it is told.
+class Unpack : public testing::Test {
+ protected:
+  void pack(const std::string &words) const {
+    const std::string command =
+        "tar czf '" + archive_ + "' -C '" + (dir_ / "pack") + "' " + words + " 2>/dev/null";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+  }
+  void SetUp() override {
+    write_bytes(dir_ / "pack/config/Wlan/a/1", "ssid=a");
+    std::filesystem::create_directories(dir_ / "out");
+  }
+
+  temp_dir dir_;
+  std::string archive_ = dir_ / "files.tgz";
+  std::map<std::string, zotconf::wanted_member> wanted_ = {
+      {"config/Wlan/a/1", {.to = dir_ / "out/a", .longest = 6}}};
+};
+
+TEST_F(Unpack, TakesWhatIsWantedAndNothingElse) {
+  write_bytes(dir_ / "pack/config/Wlan/b/1", "ssid=b");
+  pack("config");
+  zotconf::unpack(archive_, wanted_);
+  EXPECT_EQ(tree(dir_ / "out"), std::vector<std::string>{"a"});
+  EXPECT_EQ(read_bytes(dir_ / "out/a"), "ssid=a");
+}
+
+TEST_F(Unpack, TakesNamesWithALeadingDotOrSlash) {
+  pack("./config");
+  zotconf::unpack(archive_, wanted_);
+  EXPECT_EQ(read_bytes(dir_ / "out/a"), "ssid=a");
+  std::filesystem::remove(dir_ / "out/a");
+  pack("-P --transform 's,^,/,' config/Wlan/a/1");
+  zotconf::unpack(archive_, wanted_);
+  EXPECT_EQ(read_bytes(dir_ / "out/a"), "ssid=a");
+}
+
+TEST_F(Unpack, TakesNoLink) {
+  std::filesystem::remove(dir_ / "pack/config/Wlan/a/1");
+  write_bytes(dir_ / "pack/target", "target");
+  std::filesystem::create_symlink("/etc/passwd", dir_ / "pack/config/Wlan/a/1");
+  pack("config");
+  zotconf::unpack(archive_, wanted_);
+  std::filesystem::remove(dir_ / "pack/config/Wlan/a/1");
+  std::filesystem::create_hard_link(dir_ / "pack/target", dir_ / "pack/config/Wlan/a/1");
+  pack("target config");
+  zotconf::unpack(archive_, wanted_);
+  EXPECT_TRUE(std::filesystem::is_empty(dir_ / "out"));
+}
+
+TEST_F(Unpack, CutsWhatIsTooLong) {
+  write_bytes(dir_ / "pack/config/Wlan/a/1", std::string(100000, 'x'));
+  pack("config");
+  zotconf::unpack(archive_, wanted_);
+  EXPECT_EQ(std::filesystem::file_size(dir_ / "out/a"), 7U);
+}
+
+TEST_F(Unpack, RefusesWhatIsNoArchive) {
+  write_bytes(archive_, "404 not found");
+  EXPECT_THROW(zotconf::unpack(archive_, wanted_), std::runtime_error);
+}
+
+TEST_F(Unpack, RefusesATruncatedArchive) {
+  std::string noise;
+  for (unsigned int i = 0; noise.size() < 200000; ++i) {
+    noise += sha256_hex(std::to_string(i));
+  }
+  write_bytes(dir_ / "pack/config/Wlan/a/1", noise);
+  wanted_.at("config/Wlan/a/1").longest = noise.size();
+  pack("config");
+  std::filesystem::resize_file(archive_, std::filesystem::file_size(archive_) / 2);
+  EXPECT_THROW(zotconf::unpack(archive_, wanted_), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace zot::test

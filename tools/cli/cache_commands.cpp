@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli.hpp"
+#include "status.hpp"
+#include "verify.hpp"
+
+namespace zotconf {
+namespace {
+
+const command_text status_text = {
+    .name = "status",
+    .summary = "Tell what lies in the cache and what the next get would do",
+    .about =
+        "Needs no service and writes nothing. The files of the configuration in force are checked "
+        "up to the\nfirst bad one, as a starting process does: with it nothing is in force.\n\n"
+        "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",
+    .examples = "zotconf status\nzotconf status --json",
+    .exits = {exit_success, exit_failure, exit_usage}};
+
+const command_text verify_text = {
+    .name = "verify",
+    .summary = "Check every file of the cache, and fetch again what is bad",
+    .about =
+        "Each K is held against its checksum file and its content is checked; each file of the "
+        "configuration\nin force and of the scratch area is held against its K. Of the last and "
+        "the corrupted configuration\nthe cache keeps K and checksum only. Files that no K names "
+        "are noted and are no damage. Damage of the\nscratch area is harmless, because the next "
+        "get overwrites it: it counts with --strict only.\n\n--repair asks the service for what "
+        "is bad in the persistent cache, verifies it and puts it in place\nin one step; what is "
+        "good is not touched. K is restored when the service still offers the K in force.\n\n"
+        "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",
+    .examples =
+        "zotconf verify\n"
+        "zotconf verify --strict --json\n"
+        "zotconf verify --repair --index 001122334455",
+    .exits = {exit_success, exit_failure, exit_usage, exit_damaged}};
+
+void add_verify(command_line &line) {
+  const auto options = std::make_shared<verify_options>();
+  CLI::App &command = line.add(verify_text, options, run_verify);
+  command.add_flag("--strict", options->strict, "count damage of the scratch area");
+  add_subsys(command, options->who.subsys);
+  auto *const index = add_index(command, options->who.index);
+  command.add_flag("--repair", options->repair, "fetch again what is bad, from the service")
+      ->needs(index);
+}
+
+}  // namespace
+
+void add_cache_commands(command_line &line) {
+  line.add(status_text, std::make_shared<status_options>(), run_status);
+  add_verify(line);
+}
+
+}  // namespace zotconf

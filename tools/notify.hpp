@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tells a service manager how this process is, in datagrams to the socket that NOTIFY_SOCKET names.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zotconf {
+
+class notifier {
+ public:
+  using clock = std::chrono::steady_clock;
+
+  // Takes NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID out of the environment, because they are
+  // meant for this process and not for the commands it runs. Without a socket nothing is told.
+  notifier();
+
+  void ready() const { send("READY=1"); }
+  void stopping() const { send("STOPPING=1"); }
+  // A line for people.
+  void tell_status(std::string_view text) const;
+
+  // The manager's watchdog wants a sign of life twice in its interval; time_point::max() when there
+  // is none.
+  [[nodiscard]] clock::time_point next_sign() const { return next_sign_; }
+  // Sends it when it is due.
+  void show_life(clock::time_point now);
+
+ private:
+  void send(const std::string &message) const;
+
+  std::string socket_;  // empty: none
+  std::optional<std::chrono::microseconds> watchdog_;
+  clock::time_point next_sign_ = clock::time_point::max();
+};
+
+}  // namespace zotconf
