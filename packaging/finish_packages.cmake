@@ -1,0 +1,16 @@
+# Run by CPack on the packages it made: a library's trigger does what the ldconfig scripts that CPack
+# always adds would do once more, and a library of one architecture can stand beside another's.
+foreach(package IN LISTS CPACK_PACKAGE_FILES)
+  set(tree ${package}.tree)
+  file(REMOVE_RECURSE ${tree})
+  execute_process(COMMAND dpkg-deb --raw-extract ${package} ${tree} COMMAND_ERROR_IS_FATAL ANY)
+  file(REMOVE ${tree}/DEBIAN/postinst ${tree}/DEBIAN/postrm)
+  if(package MATCHES "/libzotconf")
+    file(READ ${tree}/DEBIAN/control control)
+    string(STRIP "${control}" control)
+    file(WRITE ${tree}/DEBIAN/control "${control}\nMulti-Arch: same\n")
+  endif()
+  execute_process(COMMAND dpkg-deb --root-owner-group -Zxz --build ${tree} ${package}
+    OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+  file(REMOVE_RECURSE ${tree})
+endforeach()
