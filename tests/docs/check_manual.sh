@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# usage: check_manual.sh MANUAL HEADER
+# The manual page knows each status with its number, and each call of a cycle.
+set -euo pipefail
+
+manual=$1 header=$2
+diff -u --label "the header" --label "the manual page" \
+  <(sed -n 's/^  X(\(ZOT_[A-Z_]*\), \(-\{0,1\}[0-9]*\), .*/\1 \2/p' "$header" |
+    grep -E '^ZOT_(OK|NO_UPDATE|ERR_)' | sort) \
+  <(sed -n 's/^\.It Dv \(ZOT_[A-Z_]*\) Pq \\\{0,1\}\(-\{0,1\}[0-9]*\)$/\1 \2/p' "$manual" | sort)
+
+mapfile -t calls < <(grep -oE '\bzot_conf_[a-z0-9_]+\(' "$header" | tr -d '(' | sort -u)
+((${#calls[@]} >= 8))
+for call in "${calls[@]}"; do
+  if ! grep -qE "^\.F[no] $call( |$)" "$manual"; then
+    echo "the manual page does not show $call()" >&2
+    exit 1
+  fi
+done
