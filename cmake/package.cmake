@@ -48,7 +48,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/
   FILES_MATCHING REGEX "/(architecture|formats)\\.md$" PATTERN man EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${tools_package} COMPONENT tools
-  FILES_MATCHING REGEX "/(operations|errors)\\.md$" PATTERN man EXCLUDE)
+  FILES_MATCHING REGEX "/(operations|errors|json)\\.md$" PATTERN man EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${dev_package} COMPONENT dev
   FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.md" PATTERN sample EXCLUDE)

@@ -23,7 +23,8 @@ fi
 
 # A folder of its own holds the next state: what is there, then what changed.
 next=$(mktemp -d "$target.XXXXXX")
-trap 'rm -rf "$next"' EXIT
+trap 'rm -rf "$next" "$next.link"' EXIT
+trap 'exit 1' INT TERM
 chmod 755 "$next"
 if [ -d "$target" ]; then
   cp -Rp "$target/." "$next"
@@ -43,9 +44,12 @@ fi
 # The step that counts: TARGET is the old state or the next, never a mixture.
 before=$(readlink "$target") || before=
 ln -s "$(basename "$next")" "$next.link"
+trap '' INT TERM
 mv -T "$next.link" "$target"
-trap - EXIT
-if [ -n "$before" ]; then
-  rm -rf "${target%"$(basename "$target")"}$before"
-fi
+trap - EXIT INT TERM
+# Only what this command has made before: the link may have led elsewhere.
+case $before in
+  */*) ;;
+  "$(basename "$target")".??????) rm -rf "$(dirname "$target")/${before:?}" ;;
+esac
 echo "apply: $target is $(find "$target/" -type f | wc -l) files"

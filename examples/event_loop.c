@@ -112,6 +112,7 @@ int main(int argc, char **argv) {
   setvbuf(stdout, NULL, _IOLBF, 0);
   struct sigaction action = {.sa_handler = on_signal, .sa_flags = SA_RESTART};
   sigaction(SIGTERM, &action, NULL);
+  sigaction(SIGINT, &action, NULL);
   worker.handle = zot_conf_init(argv[1], strlen(argv[1]));
   if (worker.handle == NULL || pthread_create(&thread, NULL, work, &worker) != 0) {
     return 1;

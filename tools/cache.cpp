@@ -223,7 +223,8 @@ std::vector<element> published_elements(const fs::path &publication) {
     for (const auto &index : fs::directory_iterator(subsys.path(), no_folder)) {
       const element who{.subsys = subsys.path().filename().string(),
                         .index = index.path().filename().string()};
-      if (fs::exists(index.path() / "latest" / (who.index + ".k"))) {
+      std::error_code unreadable;
+      if (fs::exists(index.path() / "latest" / (who.index + ".k"), unreadable)) {
         found.push_back(who);
       }
     }

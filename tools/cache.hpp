@@ -62,6 +62,10 @@ struct stored_k {
   std::string firmware;
   std::vector<listed_file> files;  // by category, key and version
 
+  // The file that is to blame when something is wrong: the library stops at the checksum file.
+  [[nodiscard]] const fs::path &bad_file() const {
+    return !checksum_file.empty() && announced.size() != ZOT_CHECKSUM_LEN ? checksum_file : k;
+  }
   [[nodiscard]] bool is_good() const { return is_present && !wrong; }
   [[nodiscard]] uint64_t size_of_files() const;
 };

@@ -9,6 +9,7 @@
 #include "apply.hpp"
 #include "cycle_report.hpp"
 #include "exit_status.hpp"
+#include "plain_text.hpp"
 #include "zot_conf.hpp"
 
 namespace zotconf {
@@ -161,7 +162,7 @@ std::optional<handle> create_handle(const cycle_options &from, std::ostream &err
   settings.log.level = from.log_level.value_or(ZOT_LOG_ERROR);
   settings.log.function = [&err, level = from.log_level, verified](const log_line &line) {
     if (level && line.level <= *level) {
-      err << line.text;
+      err << printable(line.text.substr(0, line.text.find_last_not_of('\n') + 1)) << '\n';
     }
     if (verified != nullptr && tells_a_good_file(line)) {
       verified->advance();

@@ -5,6 +5,7 @@
 #include <array>
 #include <ostream>
 
+#include "plain_text.hpp"
 #include "text_table.hpp"
 
 namespace zotconf {
@@ -38,7 +39,7 @@ uint64_t bytes_of(const entries &list) {
 void print_entries(const console &where, std::string_view words, const entries &list) {
   text_table table({{"CATEGORY"}, {"KEY"}, {"STATUS"}, {"SIZE", align::right}});
   for (const entry one : list) {
-    table.add_row({std::string(one.category_name()), std::string(one.key()),
+    table.add_row({std::string(one.category_name()), printable(one.key()),
                    cell(std::string(name_of(one.change())), colour_of(one.change())),
                    std::to_string(one.bytes().size())});
   }
@@ -112,7 +113,8 @@ void cycle_report::tell_verdict(std::string_view key, std::string_view words) {
 }
 
 void cycle_report::tell_failure(std::string_view what, const status &found) {
-  where_.err() << "zotconf: " << what << ": " << found.text() << " (" << found.code() << ")\n";
+  where_.err() << "zotconf: " << what << ": " << printable(found.text()) << " (" << found.code()
+               << ")\n";
   document_.root()
       .object("error")
       .set("call", what)
@@ -122,7 +124,7 @@ void cycle_report::tell_failure(std::string_view what, const status &found) {
 }
 
 void cycle_report::tell_no_handle(const std::string &reason) {
-  where_.err() << "zotconf: no handle: " << reason << '\n';
+  where_.err() << "zotconf: no handle: " << printable(reason) << '\n';
   document_.root()
       .object("error")
       .set("call", "init")

@@ -68,7 +68,9 @@ std::string read_file_text(const fs::path &path) {
 }
 
 void replace_file(const fs::path &path, std::string_view bytes, durability kept) {
-  const fs::path temporary = path.parent_path() / ("." + path.filename().string() + ".tmp");
+  // Longer than any key, so that it is no other entry's file.
+  const fs::path temporary =
+      path.parent_path() / ("." + sha256_text(path.filename().string()) + ".tmp");
   zot::descriptor file(
       ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
   if (!file.is_open()) {

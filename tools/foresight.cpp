@@ -113,7 +113,8 @@ std::string nothing_in_force(const slot_state &current) {
   if (!current.wrong) {
     return text;
   }
-  const std::string culprit = current.bad_file.empty() ? current.k.k.string() : current.bad_file;
+  const std::string culprit =
+      current.bad_file.empty() ? current.k.bad_file().string() : current.bad_file;
   return text + ", because " + culprit + " is damaged";
 }
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "plain_text.hpp"
 #include "utilities/owner.hpp"
 
 namespace zotconf {
@@ -21,7 +22,7 @@ class json_node {
   explicit json_node(cJSON *item) : item_(item) {}
 
   json_node &set(const char *name, std::string_view value) {
-    return put(name, cJSON_CreateString(std::string(value).c_str()));
+    return put(name, cJSON_CreateString(valid_utf8(std::string(value)).c_str()));
   }
   json_node &set(const char *name, const char *value) { return set(name, std::string_view(value)); }
   // Written digit by digit: a 64-bit number would not survive as a double.
@@ -61,7 +62,9 @@ class json_node {
     append_item(item);
     return json_node(item);
   }
-  void append(std::string_view text) { append_item(cJSON_CreateString(std::string(text).c_str())); }
+  void append(std::string_view text) {
+    append_item(cJSON_CreateString(valid_utf8(std::string(text)).c_str()));
+  }
 
  private:
   json_node &put(const char *name, cJSON *item) {

@@ -20,18 +20,6 @@ std::optional<std::string> stated(const std::string &text) {
 
 }  // namespace
 
-std::string printable(std::string_view text) {
-  std::string result(text);
-  std::ranges::replace_if(
-      result,
-      [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte < 0x20 || byte == 0x7f;
-      },
-      '?');
-  return result;
-}
-
 std::string iso_time(std::time_t when) {
   std::tm parts{};
   std::array<char, 32> text{};
@@ -100,7 +88,7 @@ stored_k read_good_source(const std::string &name, const element &who) {
     throw std::runtime_error(name + ": there is no K at " + k.k.string());
   }
   if (k.wrong) {
-    throw std::runtime_error(k.k.string() + ": " + described(*k.wrong));
+    throw std::runtime_error(k.bad_file().string() + ": " + described(*k.wrong));
   }
   return k;
 }

@@ -9,11 +9,9 @@
 #include "cache.hpp"
 #include "console.hpp"
 #include "json.hpp"
+#include "plain_text.hpp"
 
 namespace zotconf {
-
-// What a K says comes from afar: a terminal is sent no control character of it.
-std::string printable(std::string_view text);
 
 // 2026-11-21T07:14:33Z.
 std::string iso_time(std::time_t when);

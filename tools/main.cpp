@@ -1,10 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <exception>
 #include <iostream>
 
 #include "cli/cli.hpp"
+#include "plain_text.hpp"
 
 namespace {
+
+// A file must not take the number of a closed stream: what is printed would end up in it.
+void occupy_standard_streams() {
+  int fd = 0;
+  do {
+    fd = ::open("/dev/null", O_RDONLY);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  ::close(fd);
+}
 
 int run(int argc, char **argv) {
   zotconf::command_line line;
@@ -21,10 +34,11 @@ int run(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  occupy_standard_streams();
   try {
     return run(argc, argv);
   } catch (const std::exception &error) {
-    std::cerr << "zotconf: " << error.what() << '\n';
+    std::cerr << "zotconf: " << zotconf::printable(error.what()) << '\n';
     return zotconf::exit_failure;
   }
 }

@@ -2,6 +2,7 @@
 #include "notify.hpp"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 
 namespace zotconf {
 namespace {
+
+using namespace std::chrono_literals;
 
 std::string take_variable(const char *name) {
   const char *const value = std::getenv(name);
@@ -62,7 +65,10 @@ notifier::notifier() : socket_(take_variable("NOTIFY_SOCKET")) {
   const std::string owner = take_variable("WATCHDOG_PID");
   const bool is_ours = owner.empty() || parse_count(owner) == ::getpid();
   if (interval > 0 && is_ours && !socket_.empty()) {
-    watchdog_ = std::chrono::microseconds(interval);
+    // Bounds for what no manager means: no rest between two signs, and no end that a clock can
+    // tell.
+    watchdog_ =
+        std::clamp<std::chrono::microseconds>(std::chrono::microseconds(interval), 1ms, 24h);
     next_sign_ = clock::now();
   }
 }
@@ -89,6 +95,9 @@ void notifier::send(const std::string &message) const {
   }
   const zot::descriptor fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (fd.is_open()) {
+    // A manager that does not read holds up nobody for longer.
+    const timeval patience{.tv_sec = 1, .tv_usec = 0};
+    ::setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     static_cast<void>(::sendto(fd.get(), message.data(), message.size(), MSG_NOSIGNAL,
                                reinterpret_cast<const sockaddr *>(&to->name), to->size));
   }

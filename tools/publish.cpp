@@ -11,6 +11,7 @@
 
 #include "exit_status.hpp"
 #include "json.hpp"
+#include "plain_text.hpp"
 #include "publication_store.hpp"
 #include "zot_conf.h"
 
@@ -198,7 +199,7 @@ int run_publish(const publish_options &options, const console &where) {
   try {
     next.files = scan_source(options.source, where);
   } catch (const refusal &refused) {
-    where.err() << "zotconf: refused: " << refused.what() << '\n';
+    where.err() << "zotconf: refused: " << printable(refused.what()) << '\n';
     return exit_refused;
   }
   publication_store store(options.publication);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <ranges>
 #include <span>
 #include <stdexcept>
 
@@ -59,6 +60,14 @@ class workshop {
       take_away(to);
     }
     fs::rename(from, to);
+  }
+
+  // The same with a copy, for what more than one place needs.
+  void place_copy(const fs::path &from, const fs::path &to) {
+    const fs::path copy = folder_ / "copy";
+    fs::copy_file(from, copy, fs::copy_options::overwrite_existing);
+    flush();
+    place(copy, to);
   }
 
   // Makes a path a directory. False when a symbolic link stands there: what lies behind it is not
@@ -124,24 +133,26 @@ class published_k {
   stored_k k_;
 };
 
-bool is_of_k(const damage &bad) {
-  return bad.slot == k_slot::current && !bad.file;
+bool is_of_cached_k(const damage &bad) {
+  return bad.slot != k_slot::scratch && !bad.file;
 }
 
 // Restores K from its checksum, or the checksum file from K: one of the two has to bear witness
-// that the service offers the very K that is in force. Empty when done.
-std::string restore_k(const stored_k &stored, const stored_k &offered, workshop &shop) {
+// that the service offers the very K of this slot. Empty when done.
+std::string restore_k(k_slot slot, const stored_k &stored, const stored_k &offered,
+                      workshop &shop) {
   if (!offered.is_good()) {
     return "the service's K is damaged: " + described(*offered.wrong);
   }
-  shop.flush();
   if (stored.announced == offered.announced) {
-    shop.place(offered.k, stored.k);
+    shop.place_copy(offered.k, stored.k);
   } else if (stored.checksum == offered.announced) {
-    shop.place(offered.checksum_file, stored.checksum_file);
+    shop.place_copy(offered.checksum_file, stored.checksum_file);
   } else {
-    return "the service does not offer the K in force; the next get takes what it offers as wholly "
-           "new";
+    return slot == k_slot::current
+               ? "the service does not offer the K in force; the next get takes what it offers as "
+                 "wholly new"
+               : "the service does not offer the K of this slot";
   }
   shop.flush();
   return "";
@@ -216,7 +227,11 @@ class file_repair {
     std::map<std::string, wanted_member> wanted;
     for (const listed_file &file : files) {
       const fs::path to = path_of(file, shop_.folder());
-      fs::create_directories(to.parent_path());
+      std::error_code impossible;  // K may hold a name that no file can have
+      fs::create_directories(to.parent_path(), impossible);
+      if (impossible) {
+        continue;
+      }
       wanted[member_of(file)] = {.to = to, .longest = file.size};
     }
     std::string archive_error;
@@ -234,7 +249,7 @@ class file_repair {
   // Puts a fetched file in its place when it is what K announces.
   void settle(const listed_file &file, const std::string &archive_error) {
     const fs::path fetched = path_of(file, shop_.folder());
-    if (!fs::exists(fetched)) {
+    if (!is_there(fetched)) {
       return add(file, "not_available",
                  archive_error.empty() ? "the archive does not hold it" : archive_error);
     }
@@ -264,24 +279,37 @@ class file_repair {
 repair_report repair_k(const cache_paths &paths, const element &who, const findings &found) {
   repair_report report;
   for (const damage &bad : found.damaged) {
-    if (bad.slot == k_slot::last || bad.slot == k_slot::corrupted) {
+    if (bad.slot == k_slot::scratch && !bad.is_harmless) {
       report.outcomes.push_back({.path = bad.path,
                                  .result = "not_restorable",
-                                 .text = "no service offers the K of this slot"});
+                                 .text = "the scratch area is not repaired; a new configuration "
+                                         "overwrites it"});
     }
   }
-  if (std::ranges::none_of(found.damaged, is_of_k)) {
+  if (std::ranges::none_of(found.damaged, is_of_cached_k)) {
     return report;
   }
   workshop shop(paths);
   const published_k offered(paths, who, shop.folder());
-  if (offered.error()) {
+  const bool is_in_force = std::ranges::any_of(found.damaged, [](const damage &bad) {
+    return is_of_cached_k(bad) && bad.slot == k_slot::current;
+  });
+  // What is not in force does not keep the files from their repair.
+  if (offered.error() && is_in_force) {
     report.service_error = offered.error();
     return report;
   }
-  const std::string reason = restore_k(found.slot(k_slot::current), offered.k(), shop);
-  for (const damage &bad : found.damaged) {
-    if (is_of_k(bad)) {
+  for (const k_slot slot : {k_slot::current, k_slot::last, k_slot::corrupted}) {
+    const auto is_here = [slot](const damage &bad) {
+      return is_of_cached_k(bad) && bad.slot == slot;
+    };
+    if (std::ranges::none_of(found.damaged, is_here)) {
+      continue;
+    }
+    const std::string reason = offered.error()
+                                   ? described(*offered.error())
+                                   : restore_k(slot, found.slot(slot), offered.k(), shop);
+    for (const damage &bad : found.damaged | std::views::filter(is_here)) {
       report.outcomes.push_back({.path = bad.path,
                                  .result = reason.empty() ? "repaired" : "not_restorable",
                                  .text = reason});

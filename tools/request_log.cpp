@@ -3,7 +3,6 @@
 
 #include <httplib.h>
 
-#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <ctime>
@@ -59,28 +58,6 @@ std::string shortened(std::string path) {
   return path;
 }
 
-// Number of bytes of the UTF-8 character at the text's begin, 0 when there is none.
-size_t character_size(std::string_view text) {
-  const auto byte = [text](size_t at) { return static_cast<unsigned char>(text[at]); };
-  const unsigned char first = byte(0);
-  if (first < 0x80) {
-    return 1;
-  }
-  const size_t size = first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : first < 0xf5 ? 4 : 0;
-  if (size == 0 || text.size() < size) {
-    return 0;
-  }
-  for (size_t at = 1; at < size; ++at) {
-    if ((byte(at) & 0xc0) != 0x80) {
-      return 0;
-    }
-  }
-  const bool overlong = (first == 0xe0 && byte(1) < 0xa0) || (first == 0xf0 && byte(1) < 0x90);
-  const bool surrogate = first == 0xed && byte(1) >= 0xa0;
-  const bool beyond = first == 0xf4 && byte(1) >= 0x90;
-  return overlong || surrogate || beyond ? 0 : size;
-}
-
 }  // namespace
 
 void describe(json_node into, const request_record &request) {
@@ -116,8 +93,8 @@ void request_log::finish(const httplib::Request &request, const httplib::Respons
   write(record);
   ++total_;
   latest_.push_front(record);
-  latest_.front().method = shortened(valid_utf8(record.method));
-  latest_.front().path = shortened(valid_utf8(record.path));
+  latest_.front().method = shortened(record.method);
+  latest_.front().path = shortened(record.path);
   if (latest_.size() > kept) {
     latest_.pop_back();
   }
@@ -125,11 +102,8 @@ void request_log::finish(const httplib::Request &request, const httplib::Respons
 
 void request_log::write(const request_record &request) {
   if (json_) {
-    request_record clean = request;
-    clean.method = valid_utf8(clean.method);
-    clean.path = valid_utf8(clean.path);
     json_document line;
-    describe(line.root(), clean);
+    describe(line.root(), request);
     out_ << line.line() << std::flush;
     return;
   }
@@ -140,25 +114,6 @@ void request_log::write(const request_record &request) {
 request_log::view request_log::latest() const {
   const std::scoped_lock guard(mutex_);
   return {.total = total_, .latest = {latest_.begin(), latest_.end()}};
-}
-
-std::string one_word(std::string text) {
-  for (char &c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    c = byte <= 0x20 || byte == 0x7f ? '?' : c;
-  }
-  return text;
-}
-
-std::string valid_utf8(std::string text) {
-  for (size_t at = 0; at < text.size();) {
-    const size_t size = character_size(std::string_view(text).substr(at));
-    if (size == 0) {
-      text[at] = '?';
-    }
-    at += std::max<size_t>(size, 1);
-  }
-  return text;
 }
 
 }  // namespace zotconf

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "json.hpp"
+#include "plain_text.hpp"
 
 namespace httplib {
 struct Request;
@@ -62,11 +63,5 @@ class request_log {
   uint64_t total_ = 0;
   std::deque<request_record> latest_;
 };
-
-// The text as one word on one line: a "?" for each blank and control character.
-std::string one_word(std::string text);
-
-// The text with a "?" for each byte that isn't part of a UTF-8 character: JSON takes no other.
-std::string valid_utf8(std::string text);
 
 }  // namespace zotconf

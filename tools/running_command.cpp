@@ -18,6 +18,9 @@ constexpr int cannot_execute = 126;
   const int nothing = ::open("/dev/null", O_RDONLY);
   if (nothing >= 0 && ::dup2(nothing, STDIN_FILENO) >= 0 &&
       ::dup2(STDERR_FILENO, STDOUT_FILENO) >= 0) {
+    if (nothing > STDERR_FILENO) {
+      ::close(nothing);
+    }
     ::execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
   }
   ::_exit(cannot_execute);

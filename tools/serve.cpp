@@ -129,7 +129,7 @@ void add_routes(httplib::Server &server, const publication_store &store, std::os
         try {
           std::rethrow_exception(std::move(failure));
         } catch (const std::exception &error) {
-          err << std::string("zotconf: ") + error.what() + "\n" << std::flush;
+          err << "zotconf: " + printable(error.what()) + "\n" << std::flush;
         }
         refuse(response, 500, "internal error");
       });

@@ -108,8 +108,9 @@ void print_slots(const console &where, const slot_states &states) {
   for (const slot_state &state : states) {
     if (state.wrong) {
       where.out() << name_of(state.slot) << ": "
-                  << (state.bad_file.empty() ? state.k.k.string() : state.bad_file) << ": "
-                  << printable(described(*state.wrong)) << '\n';
+                  << printable(state.bad_file.empty() ? state.k.bad_file().string()
+                                                      : state.bad_file)
+                  << ": " << printable(described(*state.wrong)) << '\n';
     }
   }
 }

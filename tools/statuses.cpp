@@ -142,7 +142,8 @@ constexpr std::array advices = {
                   "the medium and call again before the next get.",
         .causes = {{{"zot_conf_get()",
                      "the checksum file is shorter than 64 characters; K does not match it, is no "
-                     "JSON, or lacks gpbs, clusterId or a field of a file, or names a file twice; "
+                     "JSON, or lacks gpbs, clusterId or a field of a file, or names one entry in "
+                     "two versions; "
                      "the archive cannot be unpacked or holds anything else; or a file is missing, "
                      "empty, or of another size or checksum"},
                     {"zot_conf_commit()", "the K read back is not the one that was written"},
@@ -160,7 +161,8 @@ constexpr std::array advices = {
                      "missing; or K states no checksum for a file"},
                     {"zot_conf_commit()", "no handle"},
                     {"zot_conf_roll_back()", "no handle, or no temporary K"},
-                    {"zot_conf_free(), zot_conf_free_ret_data()", "no handle, or no list"},
+                    {"zot_conf_free()", "no handle"},
+                    {"zot_conf_free_ret_data()", "no list"},
                     {"zot_parm_set(), zot_parm_get()",
                      "no handle or no value, or a log control without what its destination needs"},
                     {"zot_util_get_k_meta(), zot_catset_…()", "no handle, destination or set"}}}},

@@ -22,7 +22,7 @@ struct status_advice {
   std::string_view fault;
   std::string_view cache;  // the state of the cache afterwards
   std::string_view action;
-  std::array<status_cause, 6> causes;  // an empty call ends them
+  std::array<status_cause, 7> causes;  // an empty call ends them
 };
 
 // A status with what the interface says of it, and what there is to say besides.

@@ -115,7 +115,7 @@ void print_findings(const console &where, const findings &found) {
                                     : where.paint("damaged", colour::red))
                 << ": " << printable(bad.path.string()) << ": " << spaced(bad.state) << ": "
                 << printable(described(bad.wrong))
-                << (bad.is_harmless ? "; the next get overwrites it" : "") << '\n';
+                << (bad.is_harmless ? "; a new configuration overwrites it" : "") << '\n';
   }
   for (const verify_note &note : found.notes) {
     where.out() << "note: " << printable(note.path.string()) << ": " << note.text << '\n';
@@ -178,7 +178,7 @@ int run_verify(const verify_options &options, const console &where) {
     write_text(where, told);
   }
   if (told.repair && told.repair->service_error) {
-    where.err() << "zotconf: repair: " << described(*told.repair->service_error) << '\n';
+    where.err() << "zotconf: repair: " << printable(described(*told.repair->service_error)) << '\n';
     return exit_failure;
   }
   return told.found.is_clean() ? exit_success : exit_damaged;

@@ -69,6 +69,13 @@ wake_up::wake_up() {
   set_handler(SIGINT, zotconf_note_stop);
   set_handler(SIGTERM, zotconf_note_stop);
   set_handler(SIGCHLD, zotconf_wake);
+  // Whoever started this process may have blocked them.
+  sigset_t awaited;
+  ::sigemptyset(&awaited);
+  for (const int number : {SIGINT, SIGTERM, SIGCHLD}) {
+    ::sigaddset(&awaited, number);
+  }
+  ::sigprocmask(SIG_UNBLOCK, &awaited, nullptr);
 }
 
 wake_up::~wake_up() {

@@ -13,6 +13,7 @@
 #include "duration.hpp"
 #include "exit_status.hpp"
 #include "json.hpp"
+#include "k_text.hpp"
 #include "notify.hpp"
 #include "running_command.hpp"
 #include "wake_up.hpp"
@@ -82,8 +83,8 @@ std::string utc_time() {
   return text.data();
 }
 
-std::string counted(const entries &list) {
-  return std::to_string(std::ranges::distance(list)) + " entries";
+std::string size_of(const entries &list) {
+  return counted(static_cast<uint64_t>(std::ranges::distance(list)), "entry", "entries");
 }
 
 // Prints what happens, for people or as JSON, and tells the service manager.
@@ -103,6 +104,7 @@ class reporter {
     if (news.retry) {
       line += " (retry in " + duration_text(*news.retry) + ")";
     }
+    line = printable(line);
     if (where_.is_json()) {
       print_json(news, words.key);
     } else {
@@ -208,7 +210,7 @@ class watcher {
       return 0ms;
     }
     report news{.what = end->accepted ? event::committed : event::rolled_back,
-                .text = end->accepted ? counted(list) : "apply: " + end->text};
+                .text = end->accepted ? size_of(list) : "apply: " + end->text};
     if (from && !from->config_id.empty()) {
       news.config_id = from->config_id;
     }
@@ -224,7 +226,7 @@ class watcher {
     } else {
       try {
         const auto end = apply(list, element_.metadata_of(generation::current));
-        news.text = counted(list) + ", " + (end ? end->text : "interrupted");
+        news.text = size_of(list) + ", " + (end ? end->text : "interrupted");
       } catch (const std::exception &error) {
         news.text = error.what();
       }
@@ -328,7 +330,7 @@ int run_watch(const watch_options &options, const console &where) {
   std::string reason;
   auto element = create_handle(options.element, where.err(), reason);
   if (!element) {
-    where.err() << "zotconf: no handle: " << reason << '\n';
+    where.err() << "zotconf: no handle: " << printable(reason) << '\n';
     return exit_failure;
   }
   watcher(options, *element, where).run();

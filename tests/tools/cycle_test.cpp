@@ -108,6 +108,15 @@ TEST_F(Cycle, CommitsOnDemand) {
   EXPECT_EQ(in_force("Wlan/a/1"), "ssid=a");
 }
 
+TEST_F(Cycle, TakesAnyKey) {
+  put("Wlan/.a.tmp", "ssid=hidden");
+  put("Wlan/\xc2\x9b\x33m", "ssid=red");
+  publish_source();
+  EXPECT_TRUE(has(run({"--out", out_}).out, "\nWlan      ?3m "));
+  EXPECT_EQ(read_bytes(out_ + "/Wlan/.a.tmp"), "ssid=hidden");
+  EXPECT_EQ(read_bytes(out_ + "/Wlan/a"), "ssid=a");
+}
+
 TEST_F(Cycle, TellsThatThereIsNoUpdate) {
   ASSERT_EQ(run({"--commit"}).status, ok);
   const finished done = run({"--commit"});

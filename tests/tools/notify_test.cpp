@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <optional>
 
 #include "datagrams.hpp"
@@ -96,6 +97,32 @@ TEST_P(NotifyWatchdog, IsNotOurs) {
 INSTANTIATE_TEST_SUITE_P(Values, NotifyWatchdog,
                          testing::Values(watchdog{"", ""}, watchdog{"0", ""}, watchdog{"-5", ""},
                                          watchdog{"1000x", ""}, watchdog{"1000", "1"}));
+
+TEST_F(Notify, WaitsNotForEverForAManagerThatDoesNotRead) {
+  const datagrams manager(path_);
+  set("NOTIFY_SOCKET", path_);
+  int kept = 512;
+  std::ifstream("/proc/sys/net/unix/max_dgram_qlen") >> kept;
+  const notifier told;
+  for (int i = 0; i < kept + 2; ++i) {
+    told.ready();
+  }
+  EXPECT_EQ(manager.next(), "READY=1");
+}
+
+class NotifyInterval : public Notify, public testing::WithParamInterface<std::string> {};
+
+TEST_P(NotifyInterval, LeavesARestBetweenTwoSigns) {
+  set("NOTIFY_SOCKET", path_);
+  set("WATCHDOG_USEC", GetParam());
+  notifier told;
+  const auto now = notifier::clock::now();
+  told.show_life(now + 1h);
+  EXPECT_GT(told.next_sign(), now + 1h);
+  EXPECT_LE(told.next_sign(), now + 25h);
+}
+
+INSTANTIATE_TEST_SUITE_P(Extremes, NotifyInterval, testing::Values("1", "9223372036854775807"));
 
 class NotifySocket : public Notify, public testing::WithParamInterface<std::string> {};
 

@@ -268,6 +268,14 @@ void make_large(const std::string &path) {
   ASSERT_EQ(::truncate(path.c_str(), off_t{1} << 31), 0);
 }
 
+// A name as a terminal may show it: what is no printable text is a question mark.
+std::string shown(std::string path) {
+  for (char &c : path) {
+    c = c == '\n' || c == '\xff' ? '?' : c;
+  }
+  return path;
+}
+
 class PublishRefuses : public testing::TestWithParam<source_file> {};
 
 TEST_P(PublishRefuses, TheFileByNameAndWritesNothing) {
@@ -278,7 +286,7 @@ TEST_P(PublishRefuses, TheFileByNameAndWritesNothing) {
   file.make(path);
   const finished done = publish(dir / "source", dir / "pub");
   EXPECT_EQ(done.status, 6);
-  EXPECT_EQ(done.err, "zotconf: refused: " + path + ": " + file.why + "\n");
+  EXPECT_EQ(done.err, "zotconf: refused: " + shown(path) + ": " + file.why + "\n");
   EXPECT_FALSE(exists(dir / "pub"));
 }
 

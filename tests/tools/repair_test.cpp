@@ -180,7 +180,54 @@ TEST_F(Repair, RefusesAPublishedKThatIsDamagedItself) {
   EXPECT_TRUE(has(done.out, "the service's K is damaged: ")) << done.out;
 }
 
-TEST_F(Repair, SaysThatTheLastKCannotBeFetched) {
+TEST_F(Repair, RestoresTheRolledBackKWhileTheServiceOffersIt) {
+  put("Wlan/a", "ssid=bad");
+  publish_source();
+  ASSERT_EQ(cycle("--roll-back").status, 5);
+  const std::string corrupted = conf("knowledge/corrupted.k");
+  const std::string good = read_bytes(corrupted);
+  write_bytes(corrupted, "{");
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_EQ(read_bytes(corrupted), good);
+  EXPECT_EQ(cycle("--commit").status, 4);
+}
+
+TEST_F(Repair, BringsFilesBackBesideAKThatTheServiceDoesNotHave) {
+  put("Wlan/a", "ssid=second");
+  commit_source();
+  write_bytes(conf("knowledge/prev_subsys.k"), "{");
+  write_bytes(conf("config/Zone/z/1"), "country=FR");
+  const finished done = run({"verify", "--repair", "--index", "unknown"});
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out, "not restorable: ")) << done.out;
+  EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=DE");
+}
+
+TEST_F(Repair, RestoresOneKInTwoPlaces) {
+  ASSERT_EQ(cycle("--commit").status, 3);
+  const std::string good = read_bytes(k_);
+  const std::string last = conf("knowledge/prev_subsys.k");
+  ASSERT_EQ(read_bytes(last), good);
+  write_bytes(k_, "{");
+  write_bytes(last, "{");
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_EQ(read_bytes(k_), good);
+  EXPECT_EQ(read_bytes(last), good);
+}
+
+TEST_F(Repair, SaysThatDamageOfTheScratchAreaStays) {
+  put("Wlan/a", "ssid=second");
+  publish_source();
+  ASSERT_EQ(run({"cycle", "--index", index_}).status, 0);
+  const std::string scratch = dir_ / "device/tmp/zot/subsys.k";
+  write_bytes(scratch, "{");
+  const finished done = run({"verify", "--strict", "--repair", "--index", index_});
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out, "not restorable: " + scratch + ": the scratch area is not repaired"))
+      << done.out;
+}
+
+TEST_F(Repair, SaysThatTheLastKIsNotOffered) {
   put("Wlan/a", "ssid=second");
   commit_source();
   const std::string last = conf("knowledge/prev_subsys.k");
@@ -188,7 +235,8 @@ TEST_F(Repair, SaysThatTheLastKCannotBeFetched) {
   write_bytes(conf("config/Zone/z/1"), "country=FR");
   const finished done = repair();
   EXPECT_EQ(done.status, damaged);
-  EXPECT_TRUE(has(done.out, "not restorable: " + last + ": no service offers the K of this slot"))
+  EXPECT_TRUE(
+      has(done.out, "not restorable: " + last + ": the service does not offer the K of this slot"))
       << done.out;
   EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=DE");
 }

@@ -48,6 +48,21 @@ TEST_F(Show, TellsWhatKSaysAboutItself) {
   EXPECT_TRUE(has(out, "checksum:   " + checksum + "\n")) << out;
 }
 
+TEST_F(Show, MakesWhatIsNoTextFitForATerminalAndForJson) {
+  const std::string k = dir_ / "foreign.k";
+  write_bytes(k, R"({"clusterId":"c)"
+                 "\xff"
+                 R"(\u001b[1m","gpbs":[{"path":"/Wlan/k)"
+                 "\xff"
+                 R"(/1","size":1,"checksum":")" +
+                     sha256_hex("x") + R"("}]})");
+  const finished shown = run({"show", k});
+  EXPECT_EQ(shown.status, 0) << shown.err;
+  EXPECT_TRUE(has(shown.out, "cluster:    c??[1m\n")) << shown.out;
+  const json_value found(run({"show", k, "--json"}).out);
+  EXPECT_EQ(found["files"][0]["key"].text(), "k?");
+}
+
 TEST_F(Show, TellsWhenKWasWrittenInUtc) {
   const std::filesystem::path k = published(".k");
   std::filesystem::last_write_time(

@@ -313,6 +313,12 @@ TEST(OneWord, HidesBlanksAndControlCharacters) {
   EXPECT_EQ(zotconf::one_word("/path/ä"), "/path/ä");
 }
 
+TEST(Printable, HidesControlCharactersOfOneAndTwoBytes) {
+  EXPECT_EQ(zotconf::printable("a b\x1b[31m\xc2\x9b\x33m\xc2\x80"), "a b?[31m?3m?");
+  EXPECT_EQ(zotconf::printable("\x9b\xff"), "??");
+  EXPECT_EQ(zotconf::printable("ä €\xc2\xa0"), "ä €\xc2\xa0");
+}
+
 TEST(ValidUtf8, KeepsCharacters) {
   for (const std::string text : {"", "abc", "ä", "€", "𐍈", "\xf4\x8f\xbf\xbf"}) {
     EXPECT_EQ(zotconf::valid_utf8(text), text);

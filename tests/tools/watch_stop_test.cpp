@@ -52,6 +52,20 @@ TEST_P(WatchStop, EndsAPauseAtOnce) {
   EXPECT_TRUE(running->out().ends_with("stopping: signal " + std::to_string(GetParam()) + "\n"));
 }
 
+TEST_P(WatchStop, HearsSignalsThatItsParentBlocked) {
+  sigset_t blocked;
+  sigset_t before;
+  ::sigemptyset(&blocked);
+  ::sigaddset(&blocked, SIGCHLD);
+  ::sigaddset(&blocked, GetParam());
+  ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  const auto running = watch("true", {"--every", "1h"});
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  running->wait_for(committed);
+  running->send(GetParam());
+  EXPECT_EQ(running->wait(), ok);
+}
+
 TEST_P(WatchStop, EndsTheCommandAndLeavesTheConfigurationUndecided) {
   const auto running = watch("sleep 1000 & echo $! >\"$PROBE\"; wait");
   const std::string child = probe();

@@ -101,7 +101,7 @@ TEST_F(Watch, GivesTheListToTheCommandOfACycleToo) {
 
 TEST_F(Watch, HandsOverTheCategoriesAskedFor) {
   const auto running = watch("find \"$ZOTCONF_DIR\" -type f", {"--categories", "Zone"});
-  running->wait_for(committed + "1 entries\n");
+  running->wait_for(committed + "1 entry\n");
   EXPECT_TRUE(has(running->err(), "/Zone/z\n"));
   EXPECT_FALSE(has(running->err(), "/Wlan/a\n"));
 }

@@ -23,8 +23,9 @@ const command_text verify_text = {
         "Each K is held against its checksum file and its content is checked; each file of the "
         "configuration\nin force and of the scratch area is held against its K. Of the last and "
         "the corrupted configuration\nthe cache keeps K and checksum only. Files that no K names "
-        "are noted and are no damage. Damage of the\nscratch area is harmless, because the next "
-        "get overwrites it: it counts with --strict only.\n\n--repair asks the service for what "
+        "are noted and are no damage. Damage of the\nscratch area is harmless, because a new "
+        "configuration overwrites it: it counts with --strict only.\n\n--repair asks the service "
+        "for what "
         "is bad in the persistent cache, verifies it and puts it in place\nin one step; what is "
         "good is not touched. K is restored when the service still offers the K in force.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",

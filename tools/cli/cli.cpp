@@ -40,6 +40,7 @@ std::string footer_of(const command_text &text) {
 
 command_line::command_line() : app_(about_program, "zotconf") {
   app_.require_subcommand(1);
+  app_.footer("zotconf COMMAND --help tells the options, examples and exit statuses of a command.");
   app_.set_version_flag("--version", std::string("zotconf ") + version);
 }
 

@@ -46,7 +46,7 @@ void add_element(CLI::App &command, element &who) {
 void add_filter(CLI::App &command, entry_filter &filter) {
   command
       .add_option_function<std::vector<std::string>>(
-          "--category",
+          "--category,--categories",
           [&filter](const std::vector<std::string> &names) {
             std::string wrong;
             const auto categories = parse_categories(names, wrong);

@@ -28,7 +28,7 @@ void write_all(const zotconf::fs::path &folder) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  if (argc != 2) {
+  if (argc != 2 || *argv[1] == '-') {
     std::cerr << "usage: zotconf_manual FOLDER\n";
     return zotconf::exit_usage;
   }
