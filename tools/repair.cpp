@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
-#include <ranges>
 #include <span>
 #include <stdexcept>
 
@@ -309,10 +308,12 @@ repair_report repair_k(const cache_paths &paths, const element &who, const findi
     const std::string reason = offered.error()
                                    ? described(*offered.error())
                                    : restore_k(slot, found.slot(slot), offered.k(), shop);
-    for (const damage &bad : found.damaged | std::views::filter(is_here)) {
-      report.outcomes.push_back({.path = bad.path,
-                                 .result = reason.empty() ? "repaired" : "not_restorable",
-                                 .text = reason});
+    for (const damage &bad : found.damaged) {
+      if (is_here(bad)) {
+        report.outcomes.push_back({.path = bad.path,
+                                   .result = reason.empty() ? "repaired" : "not_restorable",
+                                   .text = reason});
+      }
     }
   }
   return report;
