@@ -2,7 +2,6 @@
 #include "cycle.hpp"
 
 #include <algorithm>
-#include <array>
 #include <ostream>
 #include <string_view>
 
@@ -14,9 +13,6 @@
 
 namespace zotconf {
 namespace {
-
-constexpr std::array changes = {change::added,     change::modified, change::deleted,
-                                change::unchanged, change::full,     change::cached};
 
 // Lets the command say what becomes of the configuration.
 verdict ask_command(const cycle_options &chosen, const entries &list,

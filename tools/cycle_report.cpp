@@ -2,7 +2,6 @@
 #include "cycle_report.hpp"
 
 #include <algorithm>
-#include <array>
 #include <ostream>
 
 #include "plain_text.hpp"
@@ -10,10 +9,6 @@
 
 namespace zotconf {
 namespace {
-
-// In the order in which a summary counts them.
-constexpr std::array changes = {change::added,     change::modified, change::deleted,
-                                change::unchanged, change::full,     change::cached};
 
 colour colour_of(change which) {
   switch (which) {

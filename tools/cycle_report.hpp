@@ -2,6 +2,7 @@
 // What `zotconf cycle` tells: for people as it happens, as JSON at the end.
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,10 @@
 #include "zot_conf.hpp"
 
 namespace zotconf {
+
+// What an entry can be marked as, in the order in which a summary counts them.
+inline constexpr std::array changes = {change::added,     change::modified, change::deleted,
+                                       change::unchanged, change::full,     change::cached};
 
 class cycle_report {
  public:

@@ -74,15 +74,6 @@ struct report {
   std::optional<milliseconds> retry = {};
 };
 
-std::string utc_time() {
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  ::gmtime_r(&now, &parts);
-  std::array<char, sizeof "2000-01-01T00:00:00Z" + 8> text{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text.data();
-}
-
 std::string size_of(const entries &list) {
   return counted(static_cast<uint64_t>(std::ranges::distance(list)), "entry", "entries");
 }
@@ -108,7 +99,8 @@ class reporter {
     if (where_.is_json()) {
       print_json(news, words.key);
     } else {
-      where_.out() << utc_time() << ' ' << where_.paint(line, words.paint) << '\n';
+      where_.out() << iso_time(std::time(nullptr)) << ' ' << where_.paint(line, words.paint)
+                   << '\n';
     }
     where_.out() << std::flush;
     manager_.tell_status(line);
@@ -118,7 +110,7 @@ class reporter {
   void print_json(const report &news, const char *key) const {
     json_document document;
     document.root()
-        .set("time", utc_time())
+        .set("time", iso_time(std::time(nullptr)))
         .set("event", key)
         .set("text", news.text)
         .set("status", news.status)
