@@ -13,11 +13,17 @@ namespace {
 
 constexpr char default_subsys_id[] = "AP";
 
-void free_start_up_log(zot_log_ctx *log_ctx) {
-  if (log_ctx->path_fp != nullptr) {
-    std::fclose(log_ctx->path_fp);
+// Messages obey the caller's log control before the handle has one of its own.
+struct start_up_log {
+  zot_log_ctx ctx;
+  zot_log_ctl ctl;
+};
+
+void free_start_up_log(start_up_log *log) {
+  if (log->ctx.path_fp != nullptr) {
+    std::fclose(log->ctx.path_fp);
   }
-  std::free(log_ctx);
+  std::free(log);
 }
 
 void free_unfinished_handle(zot_ctx *handle) {
@@ -26,7 +32,7 @@ void free_unfinished_handle(zot_ctx *handle) {
   std::free(handle);
 }
 
-using start_up_log = std::unique_ptr<zot_log_ctx, zot::releaser<free_start_up_log>>;
+using start_up_log_ptr = std::unique_ptr<start_up_log, zot::releaser<free_start_up_log>>;
 using unfinished_handle = std::unique_ptr<zot_ctx, zot::releaser<free_unfinished_handle>>;
 
 void store_identity(zot_ctx *handle, const char *subsys_id, const char *sub_idx, size_t id_len) {
@@ -45,41 +51,42 @@ void store_identity(zot_ctx *handle, const char *subsys_id, const char *sub_idx,
 zot_ctx *zot_conf_init_args(const char *subsys_id, const char *sub_idx, size_t id_len,
                             zot_parm_all parm) {
   unfinished_handle handle(zot::make_zeroed<zot_ctx>().release());
-  // Messages obey the caller's log control before the handle has one of its own.
-  start_up_log log(zot::make_zeroed<zot_log_ctx>().release());
-  if (log == nullptr) {
+  start_up_log_ptr start_up(zot::make_zeroed<start_up_log>().release());
+  if (start_up == nullptr) {
     std::fputs("Unable to allocate memory\n", stderr);
     return nullptr;
   }
-  log->ctl = &parm.log_ctl;
+  zot_log_ctx *const log = &start_up->ctx;
+  start_up->ctl = parm.log_ctl;
+  log->ctl = &start_up->ctl;
   if (handle == nullptr) {
-    ZOT_LOG(log.get(), ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%sout of memory\n");
+    ZOT_LOG(log, ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%sout of memory\n");
     return nullptr;
   }
   handle->ret.root = handle->conf_root;
-  ZOT_LOG(log.get(), ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sStart init zot lib.\n");
+  ZOT_LOG(log, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sStart init zot lib.\n");
   if (id_len > ZOT_SUB_IDX_LEN) {
-    ZOT_LOG(log.get(), ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%sid_len:%ld is too long\n",
+    ZOT_LOG(log, ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%sid_len:%ld is too long\n",
             static_cast<long>(id_len));
     return nullptr;
   }
   const char *const id = subsys_id != nullptr ? subsys_id : default_subsys_id;
   if (const size_t length = std::strlen(id); length > ZOT_SUBSYS_ID_LEN) {
-    ZOT_LOG(log.get(), ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%ssub-system ID:%ld is too long:\n",
+    ZOT_LOG(log, ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%ssub-system ID:%ld is too long:\n",
             static_cast<long>(length));
     return nullptr;
   }
   if (zot_priv_parm_new(handle.get()) != ZOT_OK) {
-    ZOT_LOG(log.get(), ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%sinit parameter: Failed:%s\n",
+    ZOT_LOG(log, ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%sinit parameter: Failed:%s\n",
             handle->err_str);
     return nullptr;
   }
   if (zot_parm_set(handle.get(), ZOT_PARM_ALL, &parm, sizeof parm) != ZOT_OK) {
-    ZOT_LOG(log.get(), ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%sinit set log option: Failed:%s\n",
+    ZOT_LOG(log, ZOT_LOG_ERROR, ZOT_TOPIC_GENERAL, "%sinit set log option: Failed:%s\n",
             handle->err_str);
     return nullptr;
   }
-  log.reset();
+  start_up.reset();
   ZOT_LOG(handle.get(), ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sinit log setting: Done\n");
   store_identity(handle.get(), id, sub_idx, id_len);
   if (zot_priv_init_sub_sys(handle.get()) != ZOT_OK) {
