@@ -145,6 +145,11 @@ bool has_foreign_identity(const struct stat &st) {
   return S_ISREG(st.st_mode) && (st.st_mode & (S_ISUID | S_ISGID)) != 0;
 }
 
+// What of a mode is remembered: that of a directory changes with what is done to open it.
+mode_t kept_mode(mode_t mode) {
+  return S_ISDIR(mode) ? S_IFDIR : mode;
+}
+
 struct sweep_result {
   bool complete;
   bool found_foreign;
@@ -274,25 +279,30 @@ scratch_watch::guarded_files scratch_watch::guard(const zot_ctx &handle) {
   return {digest_of(handle.tmp_root, "subsys.k"), digest_of(handle.tmp_root, "subsys.checksum")};
 }
 
-bool scratch_watch::knows(const char *name, entry_kind kind) const {
-  for (size_t at = 0; at < names_size_; at += std::strlen(names_ + at) + 1) {
-    if (names_[at] == kind && std::strcmp(names_ + at + 1, name) == 0) {
+bool scratch_watch::knows(const char *name, mode_t mode) const {
+  mode_t known = 0;
+  for (size_t at = 0; at < names_size_;) {
+    std::memcpy(&known, names_ + at, sizeof known);
+    at += sizeof known;
+    if (known == kept_mode(mode) && std::strcmp(names_ + at, name) == 0) {
       return true;
     }
+    at += std::strlen(names_ + at) + 1;
   }
   return false;
 }
 
-bool scratch_watch::remember(const char *name, entry_kind kind) {
+bool scratch_watch::remember(const char *name, mode_t mode) {
+  const mode_t kept = kept_mode(mode);
   const size_t size = std::strlen(name) + 1;
-  char *const grown = static_cast<char *>(std::realloc(names_, names_size_ + 1 + size));
+  char *const grown = static_cast<char *>(std::realloc(names_, names_size_ + sizeof kept + size));
   if (grown == nullptr) {
     return false;
   }
-  grown[names_size_] = kind;
-  std::memcpy(grown + names_size_ + 1, name, size);
+  std::memcpy(grown + names_size_, &kept, sizeof kept);
+  std::memcpy(grown + names_size_ + sizeof kept, name, size);
   names_ = grown;
-  names_size_ += 1 + size;
+  names_size_ += sizeof kept + size;
   return true;
 }
 
@@ -305,9 +315,9 @@ bool scratch_watch::begin(const zot_ctx &handle) {
       for_each_entry(scratch.get(), [this](int fd, const char *name, const struct stat &st) {
         if (S_ISDIR(st.st_mode)) {
           make_accessible(fd, name, st);
-          return remember(name, directory_entry) && sweep_directory(fd, name).complete;
+          return remember(name, st.st_mode) && sweep_directory(fd, name).complete;
         }
-        return is_plain_file(st) && !has_foreign_identity(st) ? remember(name, file_entry)
+        return is_plain_file(st) && !has_foreign_identity(st) ? remember(name, st.st_mode)
                                                               : remove_entry(fd, name, st);
       });
   before_ = guard(handle);
@@ -320,21 +330,20 @@ bool scratch_watch::end(const zot_ctx &handle) {
     return false;
   }
   bool clean = true;
-  const bool complete =
-      for_each_entry(scratch.get(), [&](int fd, const char *name, const struct stat &st) {
-        if (S_ISDIR(st.st_mode) &&
-            (std::strcmp(name, gpb_directory) == 0 || knows(name, directory_entry))) {
-          make_accessible(fd, name, st);
-          const sweep_result swept = sweep_directory(fd, name);
-          clean = clean && !swept.found_foreign;
-          return swept.complete;
-        }
-        if (is_plain_file(st) && !has_foreign_identity(st) && knows(name, file_entry)) {
-          return true;
-        }
-        clean = false;
-        return remove_entry(fd, name, st);
-      });
+  const bool complete = for_each_entry(scratch.get(), [&](int fd, const char *name,
+                                                          const struct stat &st) {
+    if (S_ISDIR(st.st_mode) && (std::strcmp(name, gpb_directory) == 0 || knows(name, st.st_mode))) {
+      make_accessible(fd, name, st);
+      const sweep_result swept = sweep_directory(fd, name);
+      clean = clean && !swept.found_foreign;
+      return swept.complete;
+    }
+    if (is_plain_file(st) && !has_foreign_identity(st) && knows(name, st.st_mode)) {
+      return true;
+    }
+    clean = false;
+    return remove_entry(fd, name, st);
+  });
   return complete && clean && guard(handle) == before_;
 }
 

@@ -2,6 +2,8 @@
 // What an unpacked archive may leave in the scratch directory, and what becomes of the rest.
 #pragma once
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstdint>
 
@@ -41,13 +43,15 @@ class scratch_watch {
 
   static file_digest digest_of(const char *root, const char *name);
   static guarded_files guard(const zot_ctx &handle);
-  // What a name stood for before; the archive may not turn one into the other.
-  enum entry_kind : char { file_entry = 'f', directory_entry = 'd' };
-  [[nodiscard]] bool knows(const char *name, entry_kind kind) const;
-  bool remember(const char *name, entry_kind kind);
+  // What a name stood for before: the archive may not turn one into the other, nor may it give a
+  // file another mode. An unpacker that takes a directory of a file's name for an existing one does
+  // just that, and says nothing.
+  [[nodiscard]] bool knows(const char *name, mode_t mode) const;
+  bool remember(const char *name, mode_t mode);
 
   guarded_files before_{};
-  // What lay in the scratch directory before: for each its kind, its name and a terminator.
+  // What lay in the scratch directory before: for each its mode, its name and a terminator. The
+  // mode of a directory is that of any.
   char *names_ = nullptr;
   size_t names_size_ = 0;
 };

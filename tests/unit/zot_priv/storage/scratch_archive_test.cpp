@@ -266,6 +266,32 @@ TEST(ScratchArchive, RefusedArchiveIsNamed) {
             "[ap_download_gpb]: archive holds more than GPB files: " + unpacked.root + "/gpb.tgz");
 }
 
+// Whether such bits reach the disk is up to the unpacker and to who runs it.
+TEST(ScratchArchive, SetUserIdBitsDoNotStay) {
+  scratch unpacked;
+  std::vector<member> members = unpacked.listed();
+  for (member &item : members) {
+    item.mode = 06755;
+  }
+  members.push_back({.path = "config/Vlan/unlisted/1", .bytes = "unlisted", .mode = 04755});
+  unpacked.answer_with(members);
+  unpacked.download();
+  EXPECT_EQ(unpacked.foreign(), std::vector<std::string>{});
+}
+
+// Some unpackers put it in the file's place, others take the file for it and find nothing to
+// change.
+TEST(ScratchArchive, DirectoryOfTheNameAndModeOfKIsRefusedOrChangesNothing) {
+  scratch unpacked;
+  const std::string k = read_bytes(unpacked / "subsys.k");
+  std::vector<member> members = unpacked.listed();
+  const unsigned mode = mode_of(unpacked / "subsys.k");
+  members.push_back({.path = "subsys.k/", .type = member_type::dir, .mode = mode});
+  unpacked.answer_with(members);
+  EXPECT_TRUE(unpacked.download() == ZOT_ERR_CORRUPTED || read_bytes(unpacked / "subsys.k") == k);
+  EXPECT_EQ(unpacked.update(), ZOT_OK) << unpacked.tested.error_text();
+}
+
 // The first archive is refused for its link; the second counts on it.
 TEST(ScratchArchive, LinkOfOneArchiveIsNoWayOutForTheNext) {
   scratch unpacked;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -53,6 +54,27 @@ TEST(ScratchWatch, QuietScratchDirectoryIsClean) {
   watched watched;
   ASSERT_TRUE(watched.begin());
   EXPECT_TRUE(watched.end());
+}
+
+// Such dates come with an archive, or with a clock that was wrong when a file was written.
+TEST(ScratchWatch, FilesDatedAfter2038AreNoHindrance) {
+  watched watched;
+  const std::string file = watched.at / "config/Wlan/office/5";
+  write_bytes(file, "bytes");
+  ASSERT_EQ(std::system(("touch -d '2100-01-01 00:00:00' " + file).c_str()), 0);
+  ASSERT_TRUE(watched.begin());
+  EXPECT_TRUE(watched.end());
+  EXPECT_EQ(read_bytes(file), "bytes");
+}
+
+TEST(ScratchWatch, FileThatGotAnotherModeIsNotCleanAndGoes) {
+  watched watched;
+  write_bytes(watched.at / "gpb.tgz", "archive");
+  ASSERT_EQ(::chmod((watched.at / "gpb.tgz").c_str(), 0644), 0);
+  ASSERT_TRUE(watched.begin());
+  ASSERT_EQ(::chmod((watched.at / "gpb.tgz").c_str(), 0755), 0);
+  EXPECT_FALSE(watched.end());
+  EXPECT_FALSE(exists(watched.at / "gpb.tgz"));
 }
 
 TEST(ScratchWatch, FilesAndDirectoriesFromBeforeStay) {
