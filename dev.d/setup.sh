@@ -4,9 +4,9 @@
 # more than the base names its own and hands them to `need`.
 
 readonly base_packages=(
-  binutils clang-format clang-tidy cmake g++ gcovr gzip libarchive-dev libcjson-dev libcli11-dev
-  libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev libssl-dev mandoc ninja-build pkg-config
-  shellcheck tar)
+  binutils busybox-static clang-format clang-tidy cmake g++ gcovr gzip libarchive-dev libcjson-dev
+  libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev libssl-dev mandoc ninja-build
+  pkg-config shellcheck tar)
 
 is_installed() {
   [[ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]

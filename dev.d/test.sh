@@ -4,9 +4,21 @@
 
 readonly coverage_floor=95
 
+# run_tests PRESET [OPTION OF CTEST]...
 run_tests() {
-  say "tests: $1"
-  ctest --test-dir "build/$1" -j "$jobs" --output-on-failure --no-tests=error --timeout 300
+  local preset=$1
+  shift
+  say "tests: $preset"
+  ctest --test-dir "build/$preset" -j "$jobs" --output-on-failure --no-tests=error --timeout 300 "$@"
+  say "tests: $preset: $(count_tests "build/$preset/Testing/Temporary/LastTest.log") cases"
+}
+
+# A test of CTest may be a program with many cases: those of GoogleTest are counted one by one.
+count_tests() {
+  awk '
+    /^\[  PASSED  \] [0-9]+ tests?\.$/ { cases += $4; --programs }
+    /^Test Passed\.$/ { ++programs }
+    END { print cases + programs }' "$1"
 }
 
 test_all() {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 #include "file_io.hpp"
 
@@ -94,6 +95,10 @@ size_t gzip_tar::size() const {
   struct stat info {};
   if (::fstat(::fileno(spool_.get()), &info) != 0) {
     throw_errno("cannot read the archive");
+  }
+  // Where size_t has four bytes, a longer archive would be announced as a short one.
+  if (!std::in_range<size_t>(info.st_size)) {
+    throw std::runtime_error("the archive is too large to be sent");
   }
   return static_cast<size_t>(info.st_size);
 }

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <system_error>
+#include <utility>
 
 #include "zot_conf.h"
 
@@ -42,6 +43,11 @@ std::string read_file_at(int fd, const std::string &name) {
     throw_errno("cannot read " + name);
   }
   std::string bytes;
+  // Where size_t has four bytes, the size of a longer file would pass for a short one's.
+  if (std::cmp_greater_equal(info.st_size, bytes.max_size())) {
+    errno = EFBIG;
+    throw_errno("cannot read " + name);
+  }
   bytes.reserve(static_cast<size_t>(info.st_size) + 1);
   std::array<char, 65536> chunk{};
   for (;;) {

@@ -232,6 +232,24 @@ TEST_F(GetUpdate, LogsTheCountersUnderTheOtherLabels) {
   EXPECT_TRUE(logged(e.log(), {ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, func, line}));
 }
 
+int download_five_gib(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
+  handle->stat.bytes_written += uint64_t{5} << 30;
+  handle->stat.bytes_read += uint64_t{6} << 30;
+  return ap_download_gpb(handle, k, gpbs);
+}
+
+TEST_F(GetUpdate, LogsCountersBeyondFourGibibytes) {
+  static_cast<void>(e.get());
+  const zot_core_stat usual = e.handle()->stat;
+  e.handle()->fns.download_gpb = download_five_gib;
+  static_cast<void>(e.get());
+  const std::string read = std::to_string(usual.bytes_written + (uint64_t{5} << 30));
+  const std::string written = std::to_string(usual.bytes_read + (uint64_t{6} << 30));
+  EXPECT_TRUE(logged(
+      e.log(), {ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, func,
+                "Read Bytes:          " + read + ", Write Bytes:          " + written + "\n"}));
+}
+
 TEST_F(GetUpdate, TakesAnUnchangedConfigurationForSuccess) {
   install_current(e, second_configuration());
   const returned_list got = e.get();

@@ -85,8 +85,10 @@ int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root) {
   if (handle == nullptr || gpb == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
   }
-  // A file without size is refused by the check; it needs no buffer.
-  if (gpb->content == nullptr && gpb->size != 0) {
+  // A file without size, or of one that K stated as negative, is refused by the check; it needs no
+  // buffer.
+  const bool is_possible = gpb->size != 0 && gpb->size <= INT32_MAX;
+  if (gpb->content == nullptr && is_possible) {
     gpb->content = static_cast<char *>(std::calloc(1, gpb->size));
     if (gpb->content == nullptr) {
       return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);

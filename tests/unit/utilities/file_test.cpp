@@ -95,6 +95,47 @@ std::string sparse_file(const std::string &path, off_t size) {
   return path;
 }
 
+constexpr off_t two_gib = off_t{1} << 31;
+constexpr off_t four_gib = off_t{1} << 32;
+constexpr time_t year_2100 = 4102444800;
+
+// Beyond what 32 bits of seconds reach.
+std::string dated_far_ahead(const std::string &path) {
+  const std::array<timespec, 2> times = {timespec{year_2100, 0}, timespec{year_2100, 0}};
+  EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), 0), 0) << path;
+  return path;
+}
+
+TEST(GetFileType, TellsTheSizeOfAFileOverFourGibibytes) {
+  const temp_dir dir;
+  const std::string path = sparse_file(dir / "file", four_gib + 5);
+  struct stat st {};
+  EXPECT_EQ(get_file_type(path.c_str(), &st, -1), 1);
+  EXPECT_EQ(st.st_size, four_gib + 5);
+}
+
+TEST(GetFileType, TellsADateFarAhead) {
+  const temp_dir dir;
+  write_bytes(dir / "file", "x");
+  struct stat st {};
+  EXPECT_EQ(get_file_type(dated_far_ahead(dir / "file").c_str(), &st, -1), 1);
+  EXPECT_EQ(st.st_mtime, year_2100);
+}
+
+TEST(RmRf, RemovesWhatIsDatedFarAhead) {
+  const temp_dir dir;
+  write_bytes(dir / "victim/file", "x");
+  dated_far_ahead(dir / "victim/file");
+  EXPECT_EQ(rm_rf(dated_far_ahead(dir / "victim").c_str()), 0);
+  EXPECT_FALSE(exists(dir / "victim"));
+}
+
+TEST(ChkAndMkdir, TakesADirectoryDatedFarAhead) {
+  const temp_dir dir;
+  fs::create_directory(dir / "sub");
+  EXPECT_EQ(chk_and_mkdir(dated_far_ahead(dir / "sub").c_str()), 0);
+}
+
 TEST(PlainShellWord, AcceptsWhatAShellTakesAsItStands) {
   for (const char *text : {"/a/b", "a", "/writable/zot//knowledge", "a-b", "a~", "a#b", "k=v", "%s",
                            "@:,.+_", "/caf\xc3\xa9", "a]"}) {
@@ -398,6 +439,21 @@ TEST(Fcopy, MissingArgumentsFail) {
   std::_Exit(is_expected ? 0 : 1);
 }
 
+TEST(Fcopy, SourceOverTwoGibibytesIsOpened) {
+  const temp_dir dir;
+  const std::string src = sparse_file(dir / "src", 3 * (two_gib / 2));
+  EXPECT_EXIT(copy_beyond_the_size_limit(src, dir / "dst"), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(read_bytes(dir / "dst"), std::string(5000, '\0'));
+}
+
+TEST(Fcopy, FilesDatedFarAheadAreCopiedAndReplaced) {
+  const temp_dir dir;
+  write_bytes(dir / "src", "new");
+  write_bytes(dir / "dst", "old");
+  EXPECT_EQ(fcopy(dated_far_ahead(dir / "src").c_str(), dated_far_ahead(dir / "dst").c_str()), 0);
+  EXPECT_EQ(read_bytes(dir / "dst"), "new");
+}
+
 TEST(Fcopy, FailingWriteFailsTheCopyAndLeavesWhatWasWritten) {
   const temp_dir dir;
   write_bytes(dir / "src", std::string(10000, 'x'));
@@ -648,6 +704,34 @@ TEST(ReadFile, SizeThatDoesNotFitIsTooBig) {
   EXPECT_EQ(read_file(path.c_str(), &size), nullptr);
   EXPECT_EQ(errno, EFBIG);
   EXPECT_EQ(size, 99U);
+}
+
+TEST(ReadFile, SizeOverFourGibibytesIsNotTakenForWhatItWrapsTo) {
+  const temp_dir dir;
+  const std::string path = sparse_file(dir / "file", four_gib + 5);
+  uint32_t size = 99;
+  errno = 0;
+  EXPECT_EQ(read_file(path.c_str(), &size), nullptr);
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_EQ(size, 99U);
+}
+
+TEST(ReadLine, FileOverTwoGibibytesGivesItsFirstLine) {
+  const temp_dir dir;
+  write_bytes(dir / "file", "first\nsecond\n");
+  ASSERT_EQ(::truncate((dir / "file").c_str(), two_gib + 1), 0);
+  char line[16] = {};
+  EXPECT_STREQ(read_line((dir / "file").c_str(), line, sizeof line), "first");
+}
+
+TEST(ReadFileMmap, SizeOverFourGibibytesIsNotTakenForWhatItWrapsTo) {
+  const temp_dir dir;
+  const std::string path = sparse_file(dir / "file", four_gib + 5);
+  uint32_t len = 99;
+  errno = 0;
+  EXPECT_EQ(read_file_mmap(path.c_str(), &len), nullptr);
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_EQ(len, 0U);
 }
 
 TEST(ReadFileMmap, MapsTheBytes) {

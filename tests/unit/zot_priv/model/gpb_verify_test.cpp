@@ -166,6 +166,21 @@ TEST(VerifyGpb, BytesReadAreCounted) {
   EXPECT_EQ(test.bytes_read(), 119U);
 }
 
+TEST(VerifyGpb, CounterGoesOnBeyondFourGibibytes) {
+  named_file test;
+  test.handle.get()->stat.bytes_read = UINT32_MAX;
+  test.verify();
+  EXPECT_EQ(test.bytes_read(), 4294967314U);
+}
+
+// 4 GiB and a few bytes more: in 32 bits that is the size that K states.
+TEST(VerifyGpb, SizeThatWrapsToTheExpectedOneIsCorrupted) {
+  named_file test;
+  std::filesystem::resize_file(test.file, (uintmax_t{1} << 32) + bytes.size());
+  EXPECT_EQ(test.verify(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(test.handle.error_text(), "[zot_priv_verify_gpb]:Empty content in " + test.file);
+}
+
 TEST(VerifyGpb, BytesOfARefusedFileAreCounted) {
   named_file test;
   test.verify(18, sha256_hex(bytes));
@@ -378,6 +393,16 @@ TEST(BuildGpbContent, FailureLeavesABlankBufferWithTheEntry) {
 TEST(BuildGpbContent, SizeZeroIsRefusedWithoutABuffer) {
   listed_file test("");
   EXPECT_EQ(test.build(), ZOT_ERR_WRONG_INPUT);
+  EXPECT_EQ(test.gpb.content, nullptr);
+}
+
+// K stated -1; no machine is asked for a buffer of that size.
+TEST(BuildGpbContent, NegativeSizeIsCorruptedWithoutABuffer) {
+  listed_file test;
+  test.gpb.size = static_cast<uint32_t>(-1);
+  EXPECT_EQ(test.build(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(test.handle.error_text(),
+            "[zot_priv_verify_gpb]: wrong GPB size: expect/real size=-1/19");
   EXPECT_EQ(test.gpb.content, nullptr);
 }
 

@@ -65,6 +65,17 @@ TEST(LoggedCopy, AddsTheBytesToTheCounters) {
   EXPECT_EQ(handle->stat.bytes_written, 1005U);
 }
 
+TEST(LoggedCopy, CountersGoOnBeyondFourGibibytes) {
+  const temp_dir dir;
+  bare_handle handle;
+  handle->stat.bytes_read = UINT32_MAX;
+  handle->stat.bytes_written = UINT32_MAX - 1;
+  write_bytes(dir / "src", "12345");
+  zot_priv_fcopy(handle.get(), (dir / "src").c_str(), (dir / "dst").c_str(), caller, caller_line);
+  EXPECT_EQ(handle->stat.bytes_read, 4294967300U);
+  EXPECT_EQ(handle->stat.bytes_written, 4294967299U);
+}
+
 TEST(LoggedCopy, SuccessLeavesTheRecordedStatus) {
   const temp_dir dir;
   bare_handle handle;
