@@ -9,8 +9,8 @@ configure() {
 build() {
   local preset=${1:-release}
   case $preset in
-    release | debug | asan | coverage) ;;
-    *) fail "there is no preset '$preset': release, debug, asan or coverage" ;;
+    release | debug | asan | coverage | arm) ;;
+    *) fail "there is no preset '$preset': release, debug, asan, coverage or arm" ;;
   esac
   say "build: $preset"
   configure "$preset"

@@ -1,0 +1,57 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash disable=SC2034,SC2154
+# The library, the tools and the tests on 32-bit ARM, under emulation.
+
+readonly arm_tools=(debian-archive-keyring g++-arm-linux-gnueabihf mmdebstrap qemu-user)
+readonly arm_suite=bookworm
+readonly arm_sysroot=build/arm-sysroot
+readonly arm_packages=(
+  libarchive-dev libcjson-dev libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev
+  libssl-dev libstdc++-12-dev)
+
+# The release's own packages, from where this machine's apt has them.
+arm_sources() {
+  apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' \
+    'Origin: Debian' "Release: $arm_suite" 'Component: main' | sort -u
+}
+
+# Only libraries and headers stay: the emulator prefers what lies below the folder to what the
+# machine has, which would put an empty /tmp and /etc in front of the machine's own.
+arm_make_sysroot() {
+  local sources settings=build/arm-apt.conf
+  sources=$(arm_sources)
+  [[ -n $sources ]] || fail "apt has no index of $arm_suite; run apt-get update first"
+  say "arm: unpacking ${#arm_packages[@]} armhf packages and what they need"
+  rm -rf "$arm_sysroot" "$arm_sysroot.new"
+  apt-config dump | grep -E '^Acquire::(Check-|http|https|Retries|Proxy)' >"$settings" || true
+  printf '%s\n' "$sources" |
+    mmdebstrap --quiet --architectures=armhf --variant=extract --aptopt="$PWD/$settings" \
+      --include="$(IFS=,; echo "${arm_packages[*]}")" "$arm_suite" "$arm_sysroot.new" - ||
+    fail "the armhf packages could not be had"
+  find "$arm_sysroot.new" -mindepth 1 -maxdepth 1 ! -name usr ! -name lib -exec rm -rf {} +
+  mv "$arm_sysroot.new" "$arm_sysroot"
+}
+
+arm_setup() {
+  setup
+  need "${arm_tools[@]}"
+  [[ -d $arm_sysroot ]] || arm_make_sysroot
+}
+
+arm_left_out() {
+  sed -nE 's/^([^# ]+) .*/\1/p' tests/emulation.txt | paste -sd"$1"
+}
+
+arm_run_tests() {
+  local left_out
+  left_out=$(arm_left_out '|')
+  GTEST_FILTER=-$(arm_left_out :) run_tests arm --exclude-regex "^(${left_out//\*/.*})\$"
+  say "arm: not run under emulation"
+  grep -v '^#' tests/emulation.txt
+}
+
+arm() {
+  arm_setup
+  build arm
+  arm_run_tests
+}
