@@ -119,6 +119,8 @@ lint() {
   lint_shell
   lint_layers
   lint_banned
+  lint_musl_headers
+  lint_libc
   lint_analysis
   say "lint: clean"
 }

@@ -1,0 +1,136 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash disable=SC2034,SC2154
+# The library with musl instead of glibc: its headers, its symbols, and whole cycles on it.
+
+readonly musl_build=build/musl
+readonly musl_packages=(binutils g++ musl musl-dev musl-tools)
+
+# musl_configure FOLDER ROOT: FOLDER gets a build of the library with the libraries of ROOT.
+musl_configure() {
+  local folder=$1 root
+  root=$(realpath "$2")
+  PKG_CONFIG_LIBDIR=$root/lib/pkgconfig \
+    cmake --preset release -B "$folder" --log-level=WARNING \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/tests/musl/toolchain.cmake" -DCMAKE_FIND_ROOT_PATH="$root" \
+    -DCURL_NO_CURL_CMAKE=ON -DZOTCONF_BUILD_TOOLS=OFF -DZOTCONF_BUILD_TESTS=OFF >/dev/null
+}
+
+musl_make_library() {
+  musl_configure "$@"
+  cmake --build "$1" -j "$jobs" --target zotconf_static -- --quiet
+}
+
+# This machine's headers of libcurl, libcrypto and cJSON stand among glibc's and are taken from
+# there. The libraries are found, but never linked: only an archive is made.
+musl_stage_headers() {
+  local root=$1 folder name
+  rm -rf "$root"
+  mkdir -p "$root/include" "$root/lib/pkgconfig"
+  for folder in /usr/include "/usr/include/$(g++ -print-multiarch)"; do
+    for name in cjson curl openssl; do
+      [[ ! -d $folder/$name ]] || cp -r "$folder/$name" "$root/include"
+    done
+  done
+  for name in cjson crypto curl; do
+    ln -s "$(g++ -print-file-name="lib$name.so")" "$root/lib/lib$name.so"
+  done
+  printf '%s\n' "Name: libcjson" "Description: JSON" \
+    "Version: $(pkg-config --modversion libcjson)" \
+    "Libs: -L$PWD/$root/lib -lcjson" "Cflags: -I$PWD/$root/include" \
+    >"$root/lib/pkgconfig/libcjson.pc"
+}
+
+lint_musl_headers() {
+  say "lint: the sources compile against musl's headers"
+  need "${musl_packages[@]}"
+  local folder=$musl_build/headers sources objects
+  musl_stage_headers "$folder/root"
+  musl_make_library "$folder" "$folder/root"
+  sources=$(files_of '.*\.cpp' src utilities | wc -l)
+  objects=$(ar t "$folder/src/libzotconf.a" | wc -l)
+  ((sources == objects)) || fail "there are $sources sources, but only $objects were compiled"
+  tests/packaging/check_header.sh include/zot_conf.h musl-gcc tests/musl/musl-g++.sh
+}
+
+# What a library offers to others.
+offered_by() {
+  nm -D --defined-only "$@" | awk 'NF == 3 { sub(/@.*/, "", $3); print $3 }'
+}
+
+# What an object cannot do without. What is only a wish (w) may be missing everywhere, and the table
+# of offsets is the linker's own.
+needed_by() {
+  nm "$@" | awk '
+    $1 == "U" && $2 != "_GLOBAL_OFFSET_TABLE_" { sub(/@.*/, "", $2); print $2 }'
+}
+
+# lint_needed NAME NEEDED OFFERED: lists of symbols.
+lint_needed() {
+  local needed lacking
+  needed=$(LC_ALL=C sort -u <<<"$2")
+  lacking=$(LC_ALL=C comm -23 <(printf '%s\n' "$needed") <(LC_ALL=C sort -u <<<"$3"))
+  if [[ -z $needed || -n $lacking ]]; then
+    printf '%s needs what musl does not offer:\n%s\n' "$1" "${lacking:-(no list of its needs)}" >&2
+    return 1
+  fi
+}
+
+# Two views of the same: the library as it is shipped, and the objects that musl's headers make.
+lint_libc() {
+  say "lint: musl offers what the library needs of a C library"
+  need "${musl_packages[@]}"
+  local library=build/release/src/libzotconf.so archive=$musl_build/headers/src/libzotconf.a
+  local machine others offered own status=0
+  configure release
+  cmake --build --preset release -j "$jobs" --target zotconf -- --quiet
+  machine=$(musl-gcc -dumpmachine)
+  mapfile -t others < <(ldd "$library" | awk '/^[ \t]*lib(curl|crypto|cjson)\./ { print $3 }')
+  ((${#others[@]} == 3)) || fail "libcurl, libcrypto and libcjson are not among those of $library"
+  offered=$(offered_by "${others[@]}" "/usr/lib/${machine/-gnu/-musl}/libc.so")
+  # Under _FILE_OFFSET_BITS=64 glibc says open64 for open, and so on. In musl an offset always has
+  # 64 bits, and the plain name does that.
+  lint_needed "$library" "$(needed_by -D "$library" | sed 's/64$//')" "$offered" || status=1
+  own=$(nm --defined-only "$archive" | awk 'NF == 3 { print $3 }')
+  lint_needed "$archive" "$(needed_by "$archive")" "$offered"$'\n'"$own" || status=1
+  return "$status"
+}
+
+# Building them takes minutes, so it is done once for each state of the script.
+musl_make_others() {
+  local script=tests/musl/build_libraries.sh stamp=$musl_build/root/made
+  if ! sha256sum --check --status "$stamp" 2>/dev/null; then
+    say "musl: cJSON, libcurl and libcrypto of Debian's sources"
+    "$script" "$musl_build" "$jobs"
+    sha256sum "$script" >"$stamp"
+  fi
+}
+
+# musl_link PROGRAM SOURCE: a static program, as small as the linker makes it.
+musl_link() {
+  local program=$musl_build/programs/$1 source=$2
+  musl-gcc -std=c11 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -Os -Iinclude -static \
+    -Wl,--gc-sections -s "$source" -o "$program" "$musl_build/library/src/libzotconf.a" \
+    -L"$musl_build/root/lib" -lcurl -lcrypto -lcjson
+  ! readelf -lW "$program" | grep -E 'INTERP|DYNAMIC' || fail "$program is not static"
+}
+
+musl() {
+  setup
+  need "${musl_packages[@]}" busybox-static dpkg-dev linux-libc-dev make perl
+  musl_make_others
+  say "musl: the library and its programs, linked statically"
+  musl_make_library "$musl_build/library" "$musl_build/root"
+  mkdir -p "$musl_build/programs"
+  musl_link cycle examples/cycle.c
+  musl_link client tests/musl/client.c
+  musl_link c_client tests/api/c_client.c
+  size "$musl_build/programs/cycle"
+  say "musl: cycles with busybox, against a service of this machine"
+  configure release
+  cmake --build --preset release -j "$jobs" --target zotconf_cli -- --quiet
+  local where
+  for where in path root; do
+    tests/musl/run_cycle.sh build/release/tools/zotconf examples/sample "$musl_build/programs" \
+      "$where"
+  done
+}

@@ -1,0 +1,148 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# usage: run_cycle.sh ZOTCONF SAMPLE PROGRAMS root|path
+# Runs whole cycles with the static PROGRAMS (cycle, client, c_client) against a service of this
+# machine. The element has busybox's sh, tar, cp and rm and no other program: either as its PATH on
+# this machine, or in a root of its own where there is nothing else, and no other C library.
+set -euo pipefail
+
+zotconf=$1 sample=$2 programs=$3 where=$4
+# shellcheck source=tests/api/service.sh
+source "$(dirname "$0")/../api/service.sh"
+
+# shellcheck disable=SC2154  # service.sh sets them
+readonly root=$work/root source=$work/source
+# shellcheck disable=SC2154
+latest=$published/file/knowledge/AP/$index/latest/$index
+
+make_root() {
+  mkdir -p "$root"/{bin,data,dev,tmp}
+  cp "$(command -v busybox)" "$root/bin"
+  local applet
+  for applet in sh tar cp rm; do
+    ln -s busybox "$root/bin/$applet"
+  done
+  cp "$programs"/{cycle,client,c_client} "$root/bin"
+  : >"$root/dev/null" # a file: whoever may not make devices can test too
+}
+
+# Runs a program of the element. An element in a root sees "/" where this machine sees $root. What
+# it tells on standard error, that the cache is empty for one, is kept apart.
+on_element() {
+  local program=$1 seen=$root enter=()
+  shift
+  if [[ $where == root ]]; then
+    seen=
+    enter=("$(command -v chroot)" "$root")
+    ((EUID == 0)) || enter=("$(command -v unshare)" --map-root-user "${enter[@]}")
+  fi
+  env -i PATH="$seen/bin" ZOT_REMOTE_PORT="$ZOT_REMOTE_PORT" ZOT_PREFIX_CONF_ROOT="$seen/data" \
+    ZOT_PREFIX_TMP_ROOT="$seen" "${enter[@]}" "$seen/bin/$program" "$@" 2>"$work/errors"
+}
+
+# printed LINES…: the output of the last command is these lines, in any order.
+printed() {
+  diff -u --label expected --label printed <(printf '%s\n' "$@" | sort) <(sort "$work/output") ||
+    fail "the output is another one; on standard error: $(<"$work/errors")"
+}
+
+# The lines of a publication's files, as the programs print them.
+published_lines() {
+  find "$source" -type f -printf '%P %s\n'
+}
+
+# same PUBLISHED CACHED: a file of this machine is, byte for byte, what the cache holds.
+same() {
+  cmp "$1" "$root/data/writable/zot/$2" || fail "the cache has another $2"
+}
+
+missing() {
+  [[ ! -e $root/data/writable/zot/$1 ]] || fail "the cache should not hold $1"
+}
+
+# Keeps K as it is published now under a name.
+keep_k() {
+  cp "$latest.k" "$work/$1.k"
+  cp "$latest.checksum" "$work/$1.checksum"
+}
+
+# The cache's K called $2 is the one that was kept as $1.
+has_k() {
+  same "$work/$1.k" "knowledge/$2.k"
+}
+
+get_first() {
+  publish "$zotconf" "$source"
+  keep_k first
+  start_service "$zotconf"
+  expect 0 on_element cycle
+  local lines file
+  mapfile -t lines < <(published_lines)
+  printed "${lines[@]}" Success
+  has_k first subsys
+  while read -r file; do
+    same "$source/$file" "config/$file/1"
+  done < <(find "$source" -type f -printf '%P\n')
+  expect 0 on_element cycle
+  shows '^It got same K\. Do nothing for zot_priv_commit_conf\(\)\.$'
+}
+
+get_second() {
+  echo "rate-limit=update" >>"$source/Wlan/guest"
+  printf 'ssid=Lab\nsecurity=wpa3-personal\nvlan=110\n' >"$source/Wlan/lab"
+  rm "$source/Schedule/always"
+  publish "$zotconf" "$source"
+  keep_k second
+  expect 0 on_element cycle
+  printed "Wlan/guest $(stat -c %s "$source/Wlan/guest")" \
+    "Wlan/lab $(stat -c %s "$source/Wlan/lab")" "Schedule/always 0" Success
+  has_k second subsys
+  has_k first prev_subsys
+  same "$source/Wlan/guest" config/Wlan/guest/2
+  same "$source/Wlan/lab" config/Wlan/lab/1
+  cp -r "$source" "$work/good"
+}
+
+refuse_third() {
+  echo "security=broken" >>"$source/Wlan/guest"
+  publish "$zotconf" "$source"
+  keep_k third
+  expect 0 on_element client roll-back
+  printed "Wlan/guest $(stat -c %s "$source/Wlan/guest")" Success
+  has_k second subsys
+  has_k third corrupted
+  missing config/Wlan/guest/3
+  expect 1 on_element cycle
+  shows '^New configuration is still corrupted\.$'
+}
+
+start_without_service() {
+  stop_service
+  rm -rf "$source"
+  cp -r "$work/good" "$source"
+  expect 0 on_element client cached
+  local lines
+  mapfile -t lines < <(published_lines)
+  printed "${lines[@]}"
+}
+
+# The program that the library's own tests run, on an empty element.
+run_c_client() {
+  rm -rf "$root/data" "$root/tmp" "$published"
+  mkdir "$root/data" "$root/tmp"
+  publish "$zotconf" "$sample"
+  start_service "$zotconf"
+  expect 0 on_element c_client "$(count_files "$sample")"
+  shows "^c_client: $(count_files "$sample") files, 0 failures$"
+  stop_service
+}
+
+cp -r "$sample" "$source"
+make_root
+get_first
+get_second
+refuse_third
+start_without_service
+run_c_client
+echo "musl, busybox, $where: $(count_files "$sample") files were got, committed, rotated and" \
+  "rolled back as told"
