@@ -15,13 +15,13 @@ files_of() {
 
 lint_format() {
   say "lint: formatting"
-  files_of '.*\.(c|h|cpp|hpp)' include src utilities tools tests examples |
+  files_of '.*\.(c|h|cpp|hpp)' include src utilities tools tests bench examples |
     xargs clang-format --dry-run -Werror
 }
 
 lint_shell() {
   say "lint: shell scripts"
-  { printf '%s\n' dev .ci/run && files_of '.*\.sh' dev.d examples tests cmake packaging; } |
+  { printf '%s\n' dev .ci/run && files_of '.*\.sh' dev.d examples tests bench cmake packaging; } |
     xargs shellcheck --severity=warning
 }
 

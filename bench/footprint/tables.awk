@@ -1,0 +1,214 @@
+# SPDX-License-Identifier: Apache-2.0
+# usage: awk -f tables.awk VALUES DOCUMENT
+# Prints the document with each table between "<!-- measured: NAME -->" and "<!-- end -->" made anew
+# from the values, lines "NAME VALUE". What else stands in the document is left alone.
+
+function refuse(what) {
+  printf "tables.awk: %s\n", what >"/dev/stderr"
+  failed = 1
+  exit 1
+}
+
+function value(name) {
+  if (!(name in measured)) refuse("nothing was measured as " name)
+  return measured[name]
+}
+
+# With a comma between each three digits.
+function grouped(number,   text) {
+  text = sprintf("%d", number)
+  while (match(text, /^-?[0-9]+[0-9][0-9][0-9](,|$)/)) {
+    sub(/[0-9][0-9][0-9](,|$)/, ",&", text)
+  }
+  return text
+}
+
+function head(titles,   n, i, title, rule) {
+  n = split(titles, title, "|")
+  rule = "|---|"
+  for (i = 2; i <= n; ++i) rule = rule "---:|"
+  printf "| "
+  for (i = 1; i <= n; ++i) printf "%s |%s", title[i], (i < n ? " " : "\n")
+  print rule
+}
+
+# A row for each line "LABEL|PATTERN"; a column for each word that stands for the pattern's `@`, and
+# where the words are numbers of files, one for what a file adds.
+function rows(lines, words,   n, i, line, part, columns, word, c) {
+  n = split(lines, line, "\n")
+  columns = split(words, word, " ")
+  for (i = 1; i <= n; ++i) {
+    split(line[i], part, "|")
+    printf "| %s |", part[1]
+    for (c = 1; c <= columns; ++c) {
+      printf " %s |", grouped(value(word_in(part[2], word[c])))
+    }
+    if (columns == 3 && word[3] == "10000") {
+      printf " %s |", growth(value(word_in(part[2], 10000)) - value(word_in(part[2], 1000)))
+    }
+    printf "\n"
+  }
+}
+
+# For one file of the 9,000 between; what is less than a record has nothing to do with the files.
+function growth(of_all,   of_one) {
+  of_one = of_all * unit / 9000
+  return of_one < 64 ? "none" : grouped(of_one)
+}
+
+function word_in(pattern, word) {
+  sub(/@/, word, pattern)
+  return pattern
+}
+
+function library() {
+  head("what|bytes")
+  rows("text: code, constants and link tables|library.text\n" \
+    "data|library.data\n" \
+    "bss|library.bss\n" \
+    "the stripped file|library.file", "-")
+}
+
+function records() {
+  head("what|bytes")
+  rows("`zot_ctx`, the handle|sizeof.zot_ctx\n" \
+    "`zot_parm`, one in each handle|sizeof.zot_parm\n" \
+    "all that creation leaves on the heap|heap.init.held.bytes\n" \
+    "`zot_k`, one for each configuration held|sizeof.zot_k\n" \
+    "`zot_gpb`, one for each file in each list|sizeof.zot_gpb\n" \
+    "`zot_ret_data`, one for each returned entry|sizeof.zot_ret_data\n" \
+    "`remote_file_name`, one for each file while the archive is fetched|" \
+    "sizeof.remote_file_name", "-")
+}
+
+function heap() {
+  head("when|100 files|1,000 files|10,000 files|each file more")
+  rows("peak of the first get|heap.@.first.get.peak.bytes\n" \
+    "peak of its commit|heap.@.first.commit.peak.bytes\n" \
+    "held after the commit|heap.@.first.commit.held.bytes\n" \
+    "held between polls|heap.@.poll.held.bytes\n" \
+    "peak of the get that follows|heap.@.update.get.peak.bytes\n" \
+    "peak of its commit|heap.@.update.commit.peak.bytes\n" \
+    "held between polls after it|heap.@.repoll.held.bytes", "100 1000 10000")
+}
+
+function owners() {
+  head("of it|peak of the first get|held between polls|peak of the get that follows")
+  rows("bytes of files|heap.1000.@.contents\n" \
+    "names that the archive is asked for|heap.1000.@.names\n" \
+    "JSON: parsed K, request|heap.1000.@.json\n" \
+    "`zot_gpb` records|heap.1000.@.records\n" \
+    "returned entries|heap.1000.@.entries\n" \
+    "paths, stream buffers|heap.1000.@.texts\n" \
+    "libcurl, libcrypto and theirs|heap.1000.@.transfer\n" \
+    "handle, text of each K, the rest|heap.1000.@.other\n" \
+    "all|heap.1000.@.bytes\n" \
+    "blocks that this makes|heap.1000.@.blocks", "first.get.peak poll.held update.get.peak")
+}
+
+function stack() {
+  head("call|bytes")
+  rows("creation|stack.init\n" \
+    "a get with a new configuration|stack.first.get\n" \
+    "its commit|stack.first.commit\n" \
+    "the first poll after a commit|stack.settle\n" \
+    "a poll|stack.poll", "-")
+}
+
+function memory() {
+  unit = 1024
+  head("peak, in KiB|100 files|1,000 files|10,000 files|each file more, bytes")
+  rows("before the handle is created|memory.@.start.rss_kib\n" \
+    "first get|memory.@.first.get.rss_kib\n" \
+    "its commit|memory.@.first.commit.rss_kib\n" \
+    "a poll|memory.@.poll.rss_kib\n" \
+    "the get that follows|memory.@.update.get.rss_kib\n" \
+    "its commit|memory.@.update.commit.rss_kib\n" \
+    "`tar`, with the program that unpacks|memory.@.tar.rss_kib\n" \
+    "`cp -r`|memory.@.cp.rss_kib\n" \
+    "`rm -rf`|memory.@.rm.rss_kib", "100 1000 10000")
+  unit = 1
+}
+
+function transfers() {
+  head("what|first, 100 files|first, 1,000|first, 10,000|following, 1,000|poll, 1,000")
+  rows("bytes received|@.read.network\n" \
+    "bytes sent|@.write.network\n" \
+    "bytes written to the persistent cache|@.write.persistent\n" \
+    "bytes read from it|@.read.persistent\n" \
+    "bytes written to the scratch area|@.write.scratch\n" \
+    "bytes read from it|@.read.scratch\n" \
+    "bytes through pipes, from `gzip` to `tar`|@.write.pipes\n" \
+    "files written in the persistent cache|@.files.persistent\n" \
+    "folders made there|@.folders.persistent\n" \
+    "files and folders removed there|@.removed.persistent\n" \
+    "files written in the scratch area|@.files.scratch\n" \
+    "folders made there|@.folders.scratch\n" \
+    "files and folders removed there|@.removed.scratch\n" \
+    "programs started|@.programs\n" \
+    "waits for the medium|@.syncs",
+    "first.100 first.1000 first.10000 update.1000 poll.1000")
+}
+
+# The calls of one machine, those that come most first.
+function calls_of(machine,   name, prefix, list, n, i, j, swap, count) {
+  prefix = "poll." machine ".call."
+  n = 0
+  for (name in measured) {
+    if (index(name, prefix) == 1) list[++n] = name
+  }
+  for (i = 2; i <= n; ++i) {
+    for (j = i; j > 1 && comes_before(list[j], list[j - 1]); --j) {
+      swap = list[j]
+      list[j] = list[j - 1]
+      list[j - 1] = swap
+    }
+  }
+  for (i = 1; i <= n; ++i) {
+    printf "%s`%s` %d", (i > 1 ? ", " : ""), substr(list[i], length(prefix) + 1), measured[list[i]]
+  }
+}
+
+function comes_before(a, b) {
+  return measured[a] != measured[b] ? measured[a] > measured[b] : a < b
+}
+
+function calls() {
+  print "| machine | calls | by kind |\n|---|---:|---|"
+  printf "| 32-bit ARM | %d | ", value("poll.arm.calls")
+  calls_of("arm")
+  printf " |\n| x86-64 | %d | ", value("poll.host.calls")
+  calls_of("host")
+  printf " |\n"
+}
+
+function table(name) {
+  if (name == "library") library()
+  else if (name == "records") records()
+  else if (name == "heap") heap()
+  else if (name == "owners") owners()
+  else if (name == "stack") stack()
+  else if (name == "memory") memory()
+  else if (name == "transfers") transfers()
+  else if (name == "calls") calls()
+  else refuse("there is no table " name)
+}
+
+BEGIN { unit = 1 }
+NR == FNR { measured[$1] = $2; next }
+/^<!-- measured: .* -->$/ {
+  print
+  name = $0
+  sub(/^<!-- measured: /, "", name)
+  sub(/ -->$/, "", name)
+  print ""
+  table(name)
+  print ""
+  inside = 1
+  next
+}
+/^<!-- end -->$/ { inside = 0 }
+!inside { print }
+END {
+  if (!failed && inside) refuse("a table has no end")
+}
