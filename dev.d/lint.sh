@@ -100,16 +100,27 @@ lint_banned() {
   return "$status"
 }
 
+# What the build compiles of the library and the tools: every file, or the one that joins it with
+# others.
+analysed_files() {
+  sed -nE 's|^ *"file": "(.*)",?$|\1|p' build/lint/compile_commands.json |
+    grep -E '/(src|utilities|tools)/.*\.(cpp|cxx)$'
+}
+
 lint_analysis() {
   say "lint: static analysis"
-  # Precompiled headers of one compiler are nothing to another.
+  # Precompiled headers of one compiler are nothing to another. What the files of the tools include
+  # is large, so they are analysed several at a time.
   cmake --preset release -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
+    -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8 -DZOTCONF_BUILD_TESTS=OFF \
     --log-level=WARNING >/dev/null
-  # The project is compiled by GCC, whose options clang need not know. In reverse order the files
-  # that take longest, those of tools, are not left to the end.
-  files_of '.*\.cpp' src utilities tools | sort -r |
+  # The project is compiled by GCC, whose options clang need not know. In reverse order what takes
+  # longest, the tools, is not left to the end. The paths of a function are looked at wherever it
+  # stands, joined files and headers included.
+  analysed_files | sort -r |
     xargs -n 1 -P "$jobs" \
-      clang-tidy --quiet -p build/lint --extra-arg=-Wno-unknown-warning-option 2>&1 |
+      clang-tidy --quiet -p build/lint --extra-arg=-Wno-unknown-warning-option \
+      --extra-arg=-Xclang --extra-arg=-analyzer-opt-analyze-headers 2>&1 |
     sed '/ warnings\{0,1\} generated\.$/d'
 }
 
