@@ -35,6 +35,7 @@ step() (
 
 # One suite alone: its index and its packages are of one piece.
 fetch() {
+  apt-get update
   local codename
   codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
   apt-get indextargets \
@@ -42,7 +43,7 @@ fetch() {
     'Created-By: Packages' 'Origin: Debian' 'Component: main' "Codename: $codename" |
     sed 's/ \[signed-by=\$(SIGNED_BY)\]//' | sort -u >"$work/source/apt.list"
   if [[ ! -s $work/source/apt.list ]]; then
-    echo "this machine's apt has no index of Debian $codename; run apt-get update first"
+    echo "this machine's apt has no index of Debian $codename"
     return 1
   fi
   cd "$work/source"
