@@ -33,14 +33,15 @@ arm_make_sysroot() {
       --include="$(IFS=,; echo "${arm_packages[*]}")" "$arm_suite" "$arm_sysroot.new" - ||
     fail "the armhf packages could not be had"
   find "$arm_sysroot.new" -mindepth 1 -maxdepth 1 ! -name usr ! -name lib -exec rm -rf {} +
-  echo "${arm_packages[*]}" >"$arm_sysroot.new/packages"
+  echo "$arm_suite ${arm_packages[*]}" >"$arm_sysroot.new/packages"
   mv "$arm_sysroot.new" "$arm_sysroot"
 }
 
 arm_setup() {
   setup
   need "${arm_tools[@]}"
-  [[ "$(cat "$arm_sysroot/packages" 2>/dev/null)" == "${arm_packages[*]}" ]] || arm_make_sysroot
+  [[ "$(cat "$arm_sysroot/packages" 2>/dev/null)" == "$arm_suite ${arm_packages[*]}" ]] ||
+    arm_make_sysroot
 }
 
 # CTest takes the names that are its own; the programs of tests know theirs.
@@ -53,7 +54,6 @@ arm_run_tests() {
 }
 
 arm() {
-  arm_setup
   build arm
   arm_run_tests
 }

@@ -12,6 +12,7 @@ build() {
     release | debug | asan | coverage | arm) ;;
     *) fail "there is no preset '$preset': release, debug, asan, coverage or arm" ;;
   esac
+  [[ $preset != arm ]] || arm_setup
   say "build: $preset"
   configure "$preset"
   local quiet=()

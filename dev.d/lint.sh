@@ -100,28 +100,38 @@ lint_banned() {
   return "$status"
 }
 
-# What the build compiles of the library and the tools: every file, or the one that joins it with
-# others.
-analysed_files() {
-  sed -nE 's|^ *"file": "(.*)",?$|\1|p' build/lint/compile_commands.json |
-    grep -E '/(src|utilities|tools)/.*\.(cpp|cxx)$'
+# analyse PATTERN [OPTION]...: what the build compiles of the library and the tools and matches.
+analyse() {
+  local pattern=$1
+  shift
+  # The project is compiled by GCC, whose options clang need not know.
+  sed -nE 's|^ *"file": "(.*)",?$|\1|p' build/lint/compile_commands.json | grep -E "$pattern" |
+    xargs -n 1 -P "$jobs" \
+      clang-tidy --quiet -p build/lint --extra-arg=-Wno-unknown-warning-option "$@" 2>&1 |
+    sed '/ warnings\{0,1\} generated\.$/d'
 }
 
+lint_knows_every_file() {
+  local file status=0
+  for file in $(files_of '.*\.cpp' src utilities tools); do
+    grep -qrF "$PWD/$file\"" build/lint/compile_commands.json build/lint/tools/CMakeFiles ||
+      { echo "$file is built by nothing" >&2 && status=1; }
+  done
+  return "$status"
+}
+
+# What the files of the tools include is large, so they are analysed several at a time, each group
+# joined in one. Its files are headers to the analyser, which looks at the paths of a function in a
+# header only when it is told to. Precompiled headers of one compiler are nothing to another.
 lint_analysis() {
   say "lint: static analysis"
-  # Precompiled headers of one compiler are nothing to another. What the files of the tools include
-  # is large, so they are analysed several at a time.
   cmake --preset release -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
     -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8 -DZOTCONF_BUILD_TESTS=OFF \
     --log-level=WARNING >/dev/null
-  # The project is compiled by GCC, whose options clang need not know. In reverse order what takes
-  # longest, the tools, is not left to the end. The paths of a function are looked at wherever it
-  # stands, joined files and headers included.
-  analysed_files | sort -r |
-    xargs -n 1 -P "$jobs" \
-      clang-tidy --quiet -p build/lint --extra-arg=-Wno-unknown-warning-option \
-      --extra-arg=-Xclang --extra-arg=-analyzer-opt-analyze-headers 2>&1 |
-    sed '/ warnings\{0,1\} generated\.$/d'
+  lint_knows_every_file
+  analyse '/tools/.*\.cxx$' --checks=-bugprone-suspicious-include \
+    --extra-arg=-Xclang --extra-arg=-analyzer-opt-analyze-headers
+  analyse "^$PWD/(src|utilities|tools)/.*\.cpp$"
 }
 
 lint() {

@@ -28,7 +28,7 @@ musl_stage_headers() {
   mkdir -p "$root/include" "$root/lib/pkgconfig"
   for folder in /usr/include "/usr/include/$(g++ -print-multiarch)"; do
     for name in cjson curl openssl; do
-      [[ ! -d $folder/$name ]] || cp -r "$folder/$name" "$root/include"
+      [[ ! -d $folder/$name ]] || cp -rp "$folder/$name" "$root/include"
     done
   done
   for name in cjson crypto curl; do

@@ -1209,17 +1209,18 @@ int _zot_priv_init_load_k_f(zot_ctx *handle, zot_k_reader reader, zot_k **target
  * path that is too long) or failed; else the raw status of the command. */
 int rm_rf(const char *path);
 
+/* Where times have 32 bits, the library would write beyond the record of a program that is built
+ * without these. */
+#if defined(__GLIBC__) && defined(__TIMESIZE) && __TIMESIZE == 32 && \
+    (!defined(_TIME_BITS) || _TIME_BITS != 64)
+__attribute__((error("needs -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64")))
+#endif
 /** Type of a path, symbolic links not followed, or of a descriptor when @p fd is not negative.
- *  @param[out] st may be NULL. Where long has four bytes it is the record that a program gets with
+ *  @param[out] st may be NULL. On 32 bits with glibc it is the record that a program gets with
  *  _FILE_OFFSET_BITS and _TIME_BITS set to 64.
  *  @return 1 regular file; 2 directory; 3 other; -1 no path and no descriptor; -3 empty path or
  *  absent; -4 any other failure. */
 int get_file_type(const char *path, struct stat *st, int fd);
-#if defined(__GLIBC__) && __SIZEOF_LONG__ == 4 && !defined(_TIME_BITS)
-/* The library would write beyond the record of a program that is built without them. */
-int get_file_type(const char *path, struct stat *st, int fd)
-    __attribute__((error("needs -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64")));
-#endif
 
 /** fcopy_stat() without counters. */
 int fcopy(const char *src, const char *dst);

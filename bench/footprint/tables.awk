@@ -203,6 +203,7 @@ NR == FNR { measured[$1] = $2; next }
   sub(/ -->$/, "", name)
   print ""
   table(name)
+  printed[name] = 1
   print ""
   inside = 1
   next
@@ -211,4 +212,8 @@ NR == FNR { measured[$1] = $2; next }
 !inside { print }
 END {
   if (!failed && inside) refuse("a table has no end")
+  n = split("library records heap owners stack memory transfers calls", tables, " ")
+  for (i = 1; i <= n && !failed; ++i) {
+    if (!(tables[i] in printed)) refuse("the document has no table " tables[i])
+  }
 }

@@ -87,7 +87,8 @@ TEST(Layout, RecordsAndFieldsAreWhereTheyWere) {
   }
 }
 
-// A field that the table does not know, added at the end or between two others.
+// A field that the table does not know, added at the end or between two others, unless what the
+// alignment leaves free there has room for it.
 TEST(Layout, FieldsLeaveNoRoomButThatOfTheirAlignment) {
   std::size_t end = 0;
   std::size_t record_end = 0;

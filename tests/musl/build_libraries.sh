@@ -33,22 +33,29 @@ step() (
   "$@" >"$work/$name.log" 2>&1
 )
 
-# One suite alone: its index and its packages are of one piece.
-fetch() {
-  apt-get update
+sources() {
   local codename
   codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
   apt-get indextargets \
     --format 'deb-src [signed-by=$(SIGNED_BY)] $(REPO_URI) $(RELEASE) $(COMPONENT)' \
     'Created-By: Packages' 'Origin: Debian' 'Component: main' "Codename: $codename" |
-    sed 's/ \[signed-by=\$(SIGNED_BY)\]//' | sort -u >"$work/source/apt.list"
+    sed 's/ \[signed-by=\$(SIGNED_BY)\]//' | sort -u
+}
+
+# One suite alone: its index and its packages are of one piece.
+fetch() {
+  sources >"$work/source/apt.list"
   if [[ ! -s $work/source/apt.list ]]; then
-    echo "this machine's apt has no index of Debian $codename"
+    apt-get update
+    sources >"$work/source/apt.list"
+  fi
+  if [[ ! -s $work/source/apt.list ]]; then
+    echo "apt knows of no sources for the release of this machine"
     return 1
   fi
   cd "$work/source"
   local apt=(apt-get -o Dir::Etc::SourceList="$PWD/apt.list" -o Dir::Etc::SourceParts=/dev/null
-    -o Dir::State::Lists="$PWD/lists" -o APT::Sandbox::User=root)
+    -o Dir::State::Lists="$PWD/lists" -o Dir::Cache="$PWD/cache" -o APT::Sandbox::User=root)
   "${apt[@]}" update
   "${apt[@]}" source cjson curl openssl
 }

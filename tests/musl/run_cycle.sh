@@ -33,7 +33,7 @@ on_element() {
   shift
   if [[ $where == root ]]; then
     seen=
-    enter=("$(command -v chroot)" "$root")
+    enter=("$(PATH=$PATH:/usr/sbin command -v chroot)" "$root")
     ((EUID == 0)) || enter=("$(command -v unshare)" --map-root-user "${enter[@]}")
   fi
   env -i PATH="$seen/bin" ZOT_REMOTE_PORT="$ZOT_REMOTE_PORT" ZOT_PREFIX_CONF_ROOT="$seen/data" \

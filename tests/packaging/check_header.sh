@@ -30,3 +30,24 @@ int main() {
 "$cxx_compiler" -std=c++20 "${warnings[@]}" -fsyntax-only -x c++ - <<<"$layer"
 "$cxx_compiler" -std=c++20 -fno-exceptions -fno-rtti "${warnings[@]}" -fsyntax-only -x c++ - \
   <<<"$layer"
+
+# On 32 bits with glibc the record of a file has two widths: the library's, and one that a caller is
+# told of when it is compiled.
+caller="#include <sys/stat.h>
+#include \"$header\"
+int main(void) {
+  struct stat st;
+  return get_file_type(\"/\", &st, -1);
+}"
+compiles() {
+  "$c_compiler" -std=c11 "${warnings[@]}" -S -o /dev/null "$@" -x c - <<<"$caller"
+}
+compiles -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64
+if "$c_compiler" -E -dM -include sys/types.h -x c /dev/null | grep -q '^#define __TIMESIZE 32$'; then
+  for narrow in -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=32; do
+    if compiles "$narrow" 2>/dev/null; then
+      echo "$narrow alone gives a record that the library writes beyond" >&2
+      exit 1
+    fi
+  done
+fi

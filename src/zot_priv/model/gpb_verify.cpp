@@ -61,7 +61,8 @@ int zot_priv_chk_vail_gpb(zot_ctx *handle, zot_gpb *gpb, const char *root) {
   }
   if (is_missing(gpb->path) || gpb->size == 0) {
     return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "[%s]:Wrong Input: path=%s, size=%ld", __func__,
-                      gpb->path != nullptr ? gpb->path : "", static_cast<long>(gpb->size));
+                      gpb->path != nullptr ? gpb->path : "",
+                      static_cast<long>(static_cast<int32_t>(gpb->size)));
   }
   char file[ZOT_PATH_SIZE];
   const int length = std::snprintf(file, sizeof file, "%s/%s/%s", root, "/config", gpb->path);
