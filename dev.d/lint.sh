@@ -100,38 +100,48 @@ lint_banned() {
   return "$status"
 }
 
-# analyse PATTERN [OPTION]...: what the build compiles of the library and the tools and matches.
-analyse() {
-  local pattern=$1
-  shift
-  # The project is compiled by GCC, whose options clang need not know.
-  sed -nE 's|^ *"file": "(.*)",?$|\1|p' build/lint/compile_commands.json | grep -E "$pattern" |
-    xargs -n 1 -P "$jobs" \
-      clang-tidy --quiet -p build/lint --extra-arg=-Wno-unknown-warning-option "$@" 2>&1 |
-    sed '/ warnings\{0,1\} generated\.$/d'
-}
-
 lint_knows_every_file() {
   local file status=0
   for file in $(files_of '.*\.cpp' src utilities tools); do
-    grep -qrF "$PWD/$file\"" build/lint/compile_commands.json build/lint/tools/CMakeFiles ||
+    grep -qF "$PWD/$file\"" build/lint/compile_commands.json ||
       { echo "$file is built by nothing" >&2 && status=1; }
   done
   return "$status"
 }
 
-# What the files of the tools include is large, so they are analysed several at a time, each group
-# joined in one. Its files are headers to the analyser, which looks at the paths of a function in a
-# header only when it is told to. Precompiled headers of one compiler are nothing to another.
+# Precompiled headers of one compiler are nothing to another.
+lint_configure() {
+  local folder=$1
+  shift
+  cmake --preset release -B "$folder" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
+    -DZOTCONF_BUILD_TESTS=OFF --log-level=WARNING "$@" >/dev/null
+}
+
+# analyse FOLDER PATTERN [OPTION]...: what the build in FOLDER compiles and matches.
+analyse() {
+  local folder=$1 pattern=$2
+  shift 2
+  # The project is compiled by GCC, whose options clang need not know.
+  sed -nE 's|^ *"file": "(.*)",?$|\1|p' "$folder/compile_commands.json" | grep -E "$pattern" |
+    xargs -n 1 -P "$jobs" \
+      clang-tidy --quiet -p "$folder" --extra-arg=-Wno-unknown-warning-option "$@" 2>&1 |
+    sed '/ warnings\{0,1\} generated\.$/d'
+}
+
+# Most checks look at all that a file includes, which is a lot in the tools: they see those files
+# joined, several at a time. The analyser follows the paths of a function in the file itself only,
+# and sees each alone.
 lint_analysis() {
   say "lint: static analysis"
-  cmake --preset release -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
-    -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8 -DZOTCONF_BUILD_TESTS=OFF \
-    --log-level=WARNING >/dev/null
+  lint_configure build/lint
+  lint_configure build/lint-joined -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8
   lint_knows_every_file
-  analyse '/tools/.*\.cxx$' --checks=-bugprone-suspicious-include \
-    --extra-arg=-Xclang --extra-arg=-analyzer-opt-analyze-headers
-  analyse "^$PWD/(src|utilities|tools)/.*\.cpp$"
+  local -r analyser='clang-analyzer-*'
+  local -r without=-clang-analyzer-security.insecureAPI.DeprecatedOrUnsafeBufferHandling
+  analyse build/lint-joined '/tools/.*\.cxx$' --checks="-$analyser,-bugprone-suspicious-include"
+  analyse build/lint-joined "^$PWD/tools/.*\.cpp$" --checks="-$analyser"
+  analyse build/lint "^$PWD/tools/.*\.cpp$" --checks="-*,$analyser,$without"
+  analyse build/lint "^$PWD/(src|utilities)/.*\.cpp$"
 }
 
 lint() {

@@ -41,7 +41,7 @@ else
   shell="the machine's own /bin/sh: it may not be replaced by this user"
 fi
 
-"$busybox" | head -n 1
+"$busybox" | sed -n 1p
 echo "busybox: PATH is $applets, $(find "$applets" -type l | wc -l) applets"
 echo "busybox: shell commands run in $shell"
 echo "busybox: left out: $left_out"
