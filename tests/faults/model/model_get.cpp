@@ -1,0 +1,353 @@
+// SPDX-License-Identifier: Apache-2.0
+// A get, as the model has it.
+#include <algorithm>
+#include <tuple>
+
+#include "model.hpp"
+#include "tests/support/files.hpp"
+
+namespace zot::faults {
+namespace {
+
+auto object_of(const gpb &file) {
+  return std::tie(file.category, file.key);
+}
+
+// Marks what two sorted lists have in common and what not.
+std::vector<marked> difference(const std::vector<gpb> &old_list, const std::vector<gpb> &new_list,
+                               bool other_cluster) {
+  std::vector<marked> marks;
+  auto was = old_list.begin();
+  auto is = new_list.begin();
+  while (was != old_list.end() || is != new_list.end()) {
+    const bool only_old =
+        is == new_list.end() || (was != old_list.end() && object_of(*was) < object_of(*is));
+    const bool only_new =
+        was == old_list.end() || (is != new_list.end() && object_of(*is) < object_of(*was));
+    if (only_old) {
+      marks.push_back({*was++, ZOT_STAT_DELETED});
+    } else if (only_new) {
+      marks.push_back({*is++, ZOT_STAT_ADDED});
+    } else if (was->version != is->version || other_cluster) {
+      marks.push_back({*is++, ZOT_STAT_MODIFIED});
+      ++was;
+    } else {
+      marks.push_back({*was++, ZOT_STAT_UNCHANGED});
+      ++is;
+    }
+  }
+  return marks;
+}
+
+bool is_other_cluster(const k_ref &a, const k_ref &b) {
+  return !a || !b || a->found == nullptr || b->found == nullptr ||
+         a->found->content->cluster != b->found->content->cluster;
+}
+
+const std::vector<gpb> &entries_of(const list_ref &list) {
+  static const std::vector<gpb> none;
+  return list ? *list : none;
+}
+
+bool wanted(const zot_catset &categories, std::int32_t category) {
+  const auto number = static_cast<unsigned>(category);
+  return (categories.word[number / 32] & (1U << (number % 32))) != 0;
+}
+
+bool same_bytes(const k_ref &a, const k_ref &b) {
+  return a && b && a->bytes == b->bytes;
+}
+
+list_ref list_of(const configuration &found) {
+  return std::make_shared<const std::vector<gpb>>(found.content->gpbs);
+}
+
+k_ref record_of(const read_k &read) {
+  return std::make_shared<known_k>(known_k{read.bytes, read.digest, area::cache, read.found});
+}
+
+}  // namespace
+
+void model::make_directories() {
+  cache_.has_knowledge = true;
+  scratch_.has_config = true;
+}
+
+void model::load_current() {
+  load_flags_ |= ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
+  const read_k read = read_and_verify(cache_, "knowledge/subsys");
+  if (read.status != ZOT_OK || read.found->content->contradicts_itself) {
+    return;
+  }
+  for (const gpb &file : read.found->content->gpbs) {
+    if (verify(cache_, file) != ZOT_OK) {
+      return;
+    }
+  }
+  slots_[ZOT_SLOT_CURRENT] = {record_of(read), list_of(*read.found)};
+}
+
+void model::load_last() {
+  load_flags_ |= ZOT_LOADED_PREV_K;
+  const read_k read = read_and_verify(cache_, "knowledge/prev_subsys");
+  if (read.status == ZOT_OK && !read.found->content->contradicts_itself) {
+    slots_[ZOT_SLOT_LAST] = {record_of(read), list_of(*read.found)};
+  }
+}
+
+void model::load_corrupted() {
+  load_flags_ |= ZOT_LOADED_FAIL_K;
+  const read_k read = read_and_verify(cache_, "knowledge/corrupted");
+  if (read.status == ZOT_OK) {
+    slots_[ZOT_SLOT_CORRUPTED].k = record_of(read);
+  }
+}
+
+void model::load_marked() {
+  if (has_marked_ || (load_flags_ & ZOT_LOADED_RET_LIST) != 0) {
+    return;
+  }
+  load_flags_ |= ZOT_LOADED_RET_LIST;
+  const slot &current = slots_[ZOT_SLOT_CURRENT];
+  const slot &last = slots_[ZOT_SLOT_LAST];
+  if (!current.k && (load_flags_ & ZOT_LOADED_CONF) == 0) {
+    load_current();
+  }
+  if (!last.k && (load_flags_ & ZOT_LOADED_PREV_K) == 0) {
+    load_last();
+  }
+  has_marked_ = true;
+  marked_.clear();
+  if (current.k || last.k) {
+    marked_ = difference(entries_of(last.gpbs), entries_of(current.gpbs),
+                         is_other_cluster(last.k, current.k));
+  }
+  if (current.k) {
+    marked_root_ = current.k->root;
+  }
+}
+
+int model::fetch(const answer &from, const std::string &name, std::string &body) {
+  scratch_.held[name + ".tmp"] = "";
+  if (!service_up_ || from.how == answer::kind::breaks_off) {
+    return ZOT_ERR_REMOTE_UNAVAIL;
+  }
+  if (from.how == answer::kind::not_found) {
+    return ZOT_ERR_NOT_FOUND;
+  }
+  if (from.how == answer::kind::refused) {
+    return ZOT_ERR_GENERIC;
+  }
+  scratch_.held.erase(name + ".tmp");
+  scratch_.held[name] = from.bytes;
+  body = from.bytes;
+  return body.empty() ? ZOT_ERR_GENERIC : ZOT_OK;
+}
+
+k_ref model::duplicate(const known_k &of) {
+  auto copy = std::make_shared<known_k>(of);
+  copy->root = area::scratch;
+  scratch_.held["subsys.k"] = of.bytes;
+  return copy;
+}
+
+int model::fetch_k(k_ref &fetched, outcome &seen) {
+  std::string announced;
+  seen.requests += service_up_ ? "sum " : "";
+  if (const int status = fetch(offered_.checksum, "subsys.checksum", announced); status != ZOT_OK) {
+    return status;
+  }
+  if (announced.size() < ZOT_CHECKSUM_LEN) {
+    return ZOT_ERR_CORRUPTED;
+  }
+  announced.resize(ZOT_CHECKSUM_LEN);
+  const k_ref &corrupted = slots_[ZOT_SLOT_CORRUPTED].k;
+  const k_ref &current = slots_[ZOT_SLOT_CURRENT].k;
+  if (corrupted && corrupted->digest == announced) {
+    fetched = duplicate(*corrupted);
+    return ZOT_ERR_SAME_AS_CORRUPTED;
+  }
+  if (current && current->digest == announced) {
+    fetched = duplicate(*current);
+    return ZOT_NO_UPDATE;
+  }
+  std::string k;
+  seen.requests += "k ";
+  if (const int status = fetch(offered_.k, "subsys.k", k); status != ZOT_OK) {
+    return status;
+  }
+  const configuration *const found = find_by_k(k);
+  if (test::sha256_hex(k) != announced || found == nullptr || !found->content.has_value()) {
+    return ZOT_ERR_CORRUPTED;
+  }
+  fetched = std::make_shared<known_k>(known_k{k, "", area::scratch, found});
+  return ZOT_OK;
+}
+
+int model::unpack() {
+  if (!service_up_ || offered_.archive.how != answer::kind::body) {
+    return ZOT_ERR_REMOTE_UNAVAIL;
+  }
+  return offered_.is_archive ? ZOT_OK : ZOT_ERR_CORRUPTED;
+}
+
+int model::fetch_files(const k_ref &k, list_ref &list, outcome &seen) {
+  if (k->found->content->contradicts_itself) {
+    return ZOT_ERR_CORRUPTED;
+  }
+  const list_ref all = list_of(*k->found);
+  seen.requests += "archive";
+  if (const int status = unpack(); status != ZOT_OK) {
+    return status;
+  }
+  files named;
+  for (const gpb &file : *all) {
+    if (const auto sent = offered_.archived.find(file.path); sent != offered_.archived.end()) {
+      scratch_.held["config" + file.path] = sent->second;
+    }
+    named["config" + file.path] = file.bytes;
+  }
+  for (const gpb &file : *all) {
+    if (const int status = verify(scratch_, file); status != ZOT_OK) {
+      return status;
+    }
+  }
+  if (lie_ != lie::stray_files_stay) {
+    std::erase_if(scratch_.held, [&](const auto &file) {
+      return file.first.starts_with("config/") && !named.contains(file.first);
+    });
+  }
+  list = all;
+  return ZOT_OK;
+}
+
+void model::mark_against_current(const k_ref &k, const list_ref &list, area root) {
+  const slot &current = slots_[ZOT_SLOT_CURRENT];
+  marked_ = difference(entries_of(current.gpbs), entries_of(list), is_other_cluster(current.k, k));
+  has_marked_ = true;
+  marked_root_ = root;
+}
+
+// Nothing is new, but last is another configuration: then it becomes the one in force, too.
+int model::align() {
+  slot &tmp = slots_[ZOT_SLOT_TMP];
+  directory &from = at(tmp.k->root);
+  const bool copied = cache_.copy(from, "subsys.k", "knowledge/prev_subsys.k") &&
+                      cache_.copy(from, "subsys.checksum", "knowledge/prev_subsys.checksum");
+  if (!copied) {
+    return ZOT_ERR_GENERIC;
+  }
+  tmp.k->root = area::cache;
+  tmp.gpbs = slots_[ZOT_SLOT_CURRENT].gpbs;
+  slots_[ZOT_SLOT_LAST] = tmp;
+  std::erase_if(marked_, [](const marked &one) { return one.stat == ZOT_STAT_DELETED; });
+  for (marked &one : marked_) {
+    one.stat = ZOT_STAT_UNCHANGED;
+  }
+  return ZOT_OK;
+}
+
+int model::check_for_update(outcome &seen) {
+  state_ = 0;
+  in_memory_ = k_rotated_ = checksum_rotated_ = k_done_ = false;
+  if (!slots_[ZOT_SLOT_CORRUPTED].k && (load_flags_ & ZOT_LOADED_FAIL_K) == 0) {
+    load_corrupted();
+  }
+  k_ref fetched;
+  const int status = fetch_k(fetched, seen);
+  if (!fetched) {
+    return status;
+  }
+  slot &tmp = slots_[ZOT_SLOT_TMP];
+  tmp.k = fetched;
+  load_marked();
+  if (status == ZOT_ERR_SAME_AS_CORRUPTED) {
+    state_ = ZOT_CYCLE_SAME_K;
+    return status;
+  }
+  if (status == ZOT_OK) {
+    list_ref list;
+    if (const int failed = fetch_files(fetched, list, seen); failed != ZOT_OK) {
+      return failed;
+    }
+    tmp.gpbs = list;
+    mark_against_current(tmp.k, tmp.gpbs, area::scratch);
+    state_ = ZOT_CYCLE_NEW_CONF;
+    seen.note = "a new configuration";
+    return ZOT_OK;
+  }
+  if (same_bytes(slots_[ZOT_SLOT_LAST].k, fetched)) {
+    tmp.gpbs = slots_[ZOT_SLOT_CURRENT].gpbs;
+    seen.note = "nothing new";
+  } else if (const int failed = align(); failed != ZOT_OK) {
+    return failed;
+  } else {
+    seen.note = "nothing new, last aligned";
+  }
+  state_ = ZOT_CYCLE_SAME_K;
+  return ZOT_NO_UPDATE;
+}
+
+int model::filter(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
+  if ((mask & ZOT_STAT_CACHED) != 0) {
+    mask = test::every_change;
+  }
+  const bool full = (mask & ZOT_STAT_FULL) != 0;
+  for (marked &one : marked_) {
+    const bool deleted = one.stat == ZOT_STAT_DELETED;
+    if (!wanted(categories, one.file.category) || (full ? deleted : (one.stat & mask) == 0)) {
+      continue;
+    }
+    if (!deleted && !(full && one.read)) {
+      const int status = verify(at(marked_root_), one.file);
+      one.read = status == ZOT_OK;
+      if (status != ZOT_OK) {
+        seen.entries.clear();
+        return status;
+      }
+    }
+    test::returned_entry entry;
+    entry.category = one.file.category;
+    entry.key = one.file.key;
+    entry.stat = full ? static_cast<std::uint32_t>(ZOT_STAT_FULL) : one.stat;
+    entry.has_data = !deleted;
+    entry.bytes = deleted ? "" : one.file.bytes;
+    entry.size = static_cast<std::uint32_t>(entry.bytes.size());
+    seen.entries.push_back(entry);
+  }
+  return ZOT_OK;
+}
+
+outcome model::get(std::uint32_t mask, const zot_catset &categories) {
+  outcome seen;
+  make_directories();
+  if (mask == 0) {
+    seen.status = ZOT_ERR_WRONG_INPUT;
+    return seen;
+  }
+  const slot &current = slots_[ZOT_SLOT_CURRENT];
+  const std::uint32_t both = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
+  if ((!current.k || !current.gpbs) && (load_flags_ & both) != both) {
+    load_current();
+  }
+  const bool cached = (mask & ZOT_STAT_CACHED) != 0;
+  if (!cached || lie_ == lie::cached_get_asks_the_service) {
+    const int status = check_for_update(seen);
+    if (status < 0 && status != ZOT_ERR_SAME_AS_CORRUPTED) {
+      seen.status = status;
+      return seen;
+    }
+    seen.status = status == ZOT_ERR_SAME_AS_CORRUPTED ? status : ZOT_OK;
+  }
+  load_marked();
+  if (const int failed = filter(mask, categories, seen); failed != ZOT_OK) {
+    seen.status = failed;
+  } else if (cached && seen.entries.empty()) {
+    seen.status = ZOT_ERR_NO_CACHE;
+  } else {
+    seen.has_list = true;
+  }
+  return seen;
+}
+
+}  // namespace zot::faults
