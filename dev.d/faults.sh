@@ -22,6 +22,15 @@ faults_model() {
   "$model" --count "$1" --jobs "$jobs" --adapter client
 }
 
+# Every call of an operation and its commands fails once, disks of every size run full, and power is
+# lost after every write.
+faults_calls() {
+  faults_make faults_calls
+  say "faults: system calls, disks and power"
+  "$faults_build/tests/faults/calls/faults_calls" calls disks power jobs="$jobs"
+}
+
 faults() {
+  faults_calls
   faults_model "${1:-100000}"
 }

@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/faults/calls/call_sweep.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <map>
+#include <stdexcept>
+#include <vector>
+
+#include "tests/faults/calls/gate.hpp"
+#include "tests/faults/calls/operation.hpp"
+#include "tests/faults/calls/trials.hpp"
+#include "tests/faults/calls/watched_calls.hpp"
+
+namespace zot::test {
+namespace {
+
+struct fault_kind {
+  const char *name;
+  fault what;
+  int error = 0;
+};
+
+constexpr fault_kind fault_kinds[] = {
+    {"EIO", fault::error, EIO},       {"ENOSPC", fault::error, ENOSPC},
+    {"EMFILE", fault::error, EMFILE}, {"ENOMEM", fault::error, ENOMEM},
+    {"EINTR", fault::error, EINTR},   {"cut short", fault::cut_short},
+    {"SIGKILL", fault::kill},
+};
+
+struct trial {
+  const fault_kind *kind;
+  passed_call call;
+  bool repeat;  // after a failure the call is made again, instead of a get
+};
+
+// Written by the process that tries.
+struct trial_result {
+  bool reached;
+  bool held;
+  bool refused;
+  bool is_complete;  // before the restart, the cache had what was published
+  char restarted;
+};
+
+struct sweep_totals {
+  unsigned calls = 0;
+  unsigned errors = 0;
+  unsigned kills = 0;
+  unsigned held = 0;
+};
+
+class operation_sweep {
+ public:
+  operation_sweep(const sweep_options &options, const services &offered, const operation &disturbed)
+      : options_(options),
+        offered_(offered),
+        disturbed_(disturbed),
+        root_(options.work + "/element"),
+        stage_(make_stage(disturbed.from, root_, offered)) {}
+
+  bool run(sweep_totals &totals) {
+    plan(record());
+    const auto results = run_trials<trial_result>(
+        trials_.size(), options_.jobs, [this](std::size_t at, unsigned worker) {
+          return attempt(trials_[at], root_ + std::to_string(worker));
+        });
+    return print(results, totals);
+  }
+
+ private:
+  // The calls of an operation that nothing disturbs.
+  std::vector<passed_call> record() {
+    const shared_page page;
+    write_tree(root_, stage_);
+    gated_run run = run_gated(*page, {}, disturbed_client(*page, root_, false));
+    if (run.wait_status != 0 || page->status < 0 || run.calls.empty()) {
+      throw std::runtime_error(std::string(disturbed_.name) + ", undisturbed: " + page->text);
+    }
+    return std::move(run.calls);
+  }
+
+  void plan(const std::vector<passed_call> &calls) {
+    calls_ = calls.size();
+    for (const passed_call &call : calls) {
+      processes_ = std::max(processes_, call.place.process + 1);
+    }
+    unsigned skew = 0;
+    for (const fault_kind &kind : fault_kinds) {
+      unsigned turn = skew++;
+      for (const passed_call &call : calls) {
+        if (kind.what == fault::cut_short && find_call(call.number)->flow == byte_flow::neither) {
+          continue;
+        }
+        // Among the kinds of errors each call meets both ways on.
+        const bool repeat = disturbed_.is_repeatable && kind.what != fault::kill &&
+                            (turn / options_.every) % 2 != 0;
+        if (turn++ % options_.every == 0) {
+          trials_.push_back({&kind, call, repeat});
+        }
+      }
+    }
+  }
+
+  // For the process at the gate. Before the trouble ends, so do commands that were left behind.
+  std::function<int()> disturbed_client(gate_page &page, const std::string &root, bool repeat) {
+    return [this, &page, root, repeat] {
+      return report(page, root, offered_, [this, &page, repeat](session &client) {
+        const disturbance at_the_gate{[&page] { arm(page); }, [&page] { disarm(page); }};
+        disturb(client, disturbed_, at_the_gate, page, repeat);
+      });
+    };
+  }
+
+  trial_result attempt(const trial &tried, const std::string &root) {
+    trial_result result{};
+    const shared_page page;
+    try {
+      write_tree(root, stage_);
+      const planned_fault planned{tried.kind->what, tried.call.place, tried.kind->error};
+      const gated_run run = run_gated(*page, planned, disturbed_client(*page, root, tried.repeat));
+      require(!run.hung, "hung");
+      result.reached = run.reached;
+      const bool killed = run.reached && tried.kind->what == fault::kill;
+      require(killed || run.wait_status == 0,
+              "ended with " + std::to_string(run.wait_status) + ": " + page->text);
+      result.refused = page->status < 0;
+      result.is_complete = letter_on_disk(read_tree(root)) == disturbed_.published;
+      result.restarted = killed ? restart(*page, root, offered_, disturbed_) : none;
+      reach_anew(*page, root, killed);
+      result.held = true;
+    } catch (const std::exception &problem) {
+      complain(tried, problem.what());
+    }
+    return result;
+  }
+
+  // A new process with the service up has to reach what is published.
+  void reach_anew(gate_page &page, const std::string &root, bool killed) {
+    run_undisturbed(page, root, offered_, [this, killed](session &client) {
+      start(client);
+      if (killed) {
+        disturbed_.reach(client);
+      } else {
+        get_whole(client, disturbed_.published);
+        commit_whole(client, disturbed_.published);
+      }
+    });
+    require(letter_on_disk(read_tree(root)) == disturbed_.published,
+            "the cache has not what was published");
+  }
+
+  void complain(const trial &tried, const std::string &problem) const {
+    const std::string shown = options_.with_log ? problem : problem.substr(0, problem.find('\n'));
+    std::fprintf(stderr, "%s: %s at call %u of process %u, %s%s: %s\n", disturbed_.name,
+                 tried.kind->name, tried.call.place.call, tried.call.place.process,
+                 call_name(tried.call.number).c_str(), tried.repeat ? ", called again" : "",
+                 shown.c_str());
+  }
+
+  bool print(const std::vector<trial_result> &results, sweep_totals &totals) const;
+
+  const sweep_options &options_;
+  const services &offered_;
+  const operation &disturbed_;
+  std::string root_;
+  const file_tree stage_;
+  std::vector<trial> trials_;
+  std::size_t calls_ = 0;
+  unsigned processes_ = 0;
+};
+
+struct tally {
+  unsigned tried = 0;
+  unsigned held = 0;
+  unsigned refused = 0;
+  unsigned complete = 0;
+  std::map<char, unsigned> restarted;
+
+  void add(const trial_result &result) {
+    ++tried;
+    held += result.held ? 1 : 0;
+    refused += result.refused ? 1 : 0;
+    complete += result.is_complete ? 1 : 0;
+    ++restarted[result.restarted];
+  }
+};
+
+bool operation_sweep::print(const std::vector<trial_result> &results, sweep_totals &totals) const {
+  std::map<const fault_kind *, tally> by_kind;
+  std::map<std::string, tally> by_call;
+  tally gets;
+  unsigned missed = 0;
+  bool all_held = true;
+  for (std::size_t at = 0; at < results.size(); ++at) {
+    const trial &tried = trials_[at];
+    const trial_result &result = results[at];
+    all_held = all_held && result.held;
+    if (result.held && !result.reached) {
+      ++missed;
+      continue;
+    }
+    by_kind[tried.kind].add(result);
+    (tried.kind->what == fault::kill ? totals.kills : totals.errors) += 1;
+    totals.held += result.held ? 1 : 0;
+    by_call[call_name(tried.call.number)].add(result);
+    if (!tried.repeat && result.refused) {
+      gets.add(result);
+    }
+  }
+  totals.calls += static_cast<unsigned>(calls_);
+  std::printf("%s: %zu calls in %u processes\n", disturbed_.name, calls_, processes_);
+  for (const fault_kind &kind : fault_kinds) {
+    const tally &sum = by_kind[&kind];
+    std::printf("%s: %s: %u tried, %u held", disturbed_.name, kind.name, sum.tried, sum.held);
+    if (kind.what == fault::kill) {
+      std::printf("; started anew:");
+      for (const auto &[letter, count] : sum.restarted) {
+        std::printf(" %c %u", letter, count);
+      }
+      std::printf("\n");
+    } else {
+      std::printf("; %u refused\n", sum.refused);
+    }
+  }
+  std::printf("%s: after a refusal and a get, the cache held what was published %u of %u times\n",
+              disturbed_.name, gets.complete, gets.tried);
+  std::printf("%s: %u not reached; by call:", disturbed_.name, missed);
+  for (const auto &[name, sum] : by_call) {
+    std::printf(" %s %u/%u", name.c_str(), sum.held, sum.tried);
+  }
+  std::printf("\n");
+  std::fflush(stdout);
+  return all_held;
+}
+
+}  // namespace
+
+bool sweep_calls(const sweep_options &options, const services &offered) {
+  bool all_held = true;
+  sweep_totals totals;
+  for (const operation &each : operations()) {
+    if (options.only.empty() || options.only == each.name) {
+      all_held = operation_sweep(options, offered, each).run(totals) && all_held;
+    }
+  }
+  std::printf("calls: %u; %u errors and %u kills tried; %u held\n", totals.calls, totals.errors,
+              totals.kills, totals.held);
+  return all_held;
+}
+
+}  // namespace zot::test

@@ -1,0 +1,285 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/faults/calls/full_disk.hpp"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "tests/faults/calls/operation.hpp"
+#include "tests/faults/calls/trials.hpp"
+#include "utilities/owner.hpp"
+
+namespace zot::test {
+namespace {
+
+enum class shortage { room, files, read_only };
+
+constexpr const char *volume_options = "size=1m,nr_inodes=500";
+// More than an operation needs.
+constexpr unsigned most_pages = 20;
+constexpr unsigned most_files = 30;
+
+// How a process goes on after a failure on a full disk.
+enum class way_on { get, repeat, new_process };
+constexpr way_on ways_on[] = {way_on::get, way_on::repeat, way_on::new_process};
+
+struct trial {
+  const operation *disturbed;
+  const char *folder;  // on a volume of its own
+  shortage lacking;
+  unsigned left;  // pages of 4 KiB, or files
+  way_on then;
+};
+
+struct trial_result {
+  bool held;
+  bool refused;
+};
+
+void must(bool succeeded, const std::string &what) {
+  if (!succeeded) {
+    throw std::system_error(errno, std::generic_category(), what);
+  }
+}
+
+// A file system in memory, gone at the end of the scope.
+class volume {
+ public:
+  explicit volume(std::string path) : path_(std::move(path)) {
+    std::filesystem::create_directories(path_);
+    must(::mount("tmpfs", path_.c_str(), "tmpfs", 0, volume_options) == 0, "mount " + path_);
+  }
+  volume(const volume &) = delete;
+  volume &operator=(const volume &) = delete;
+  ~volume() { ::umount2(path_.c_str(), MNT_DETACH); }
+
+  void take(shortage lacking, unsigned left) const {
+    if (lacking == shortage::room) {
+      fill(left);
+    } else if (lacking == shortage::files) {
+      const struct statvfs now = state();
+      remount(0, "nr_inodes=" + std::to_string(now.f_files - now.f_ffree + left));
+    } else {
+      remount(MS_RDONLY, volume_options);
+    }
+  }
+
+  void give_back() const {
+    remount(0, volume_options);
+    must(::unlink(filler().c_str()) == 0 || errno == ENOENT, "unlink");
+  }
+
+ private:
+  [[nodiscard]] std::string filler() const { return path_ + "/filler"; }
+
+  [[nodiscard]] struct statvfs state() const {
+    struct statvfs now {};
+    must(::statvfs(path_.c_str(), &now) == 0, "statvfs");
+    return now;
+  }
+
+  void fill(unsigned pages_left) const {
+    const descriptor file(::open(filler().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const struct statvfs now = state();
+    must(file.is_open() && now.f_bfree >= pages_left, "fill");
+    const auto bytes = static_cast<off_t>((now.f_bfree - pages_left) * now.f_bsize);
+    errno = bytes == 0 ? 0 : ::posix_fallocate(file.get(), 0, bytes);
+    must(errno == 0, "posix_fallocate");
+  }
+
+  void remount(unsigned long flags, const std::string &options) const {
+    must(::mount(nullptr, path_.c_str(), nullptr, MS_REMOUNT | flags, options.c_str()) == 0,
+         "remount with " + options);
+  }
+
+  const std::string path_;
+};
+
+const char *name_of(shortage lacking) {
+  if (lacking == shortage::room) {
+    return "pages left";
+  }
+  return lacking == shortage::files ? "files left" : "read-only";
+}
+
+class attempt {
+ public:
+  attempt(const trial &tried, std::string root, const services &offered)
+      : tried_(tried),
+        disturbed_(*tried.disturbed),
+        root_(std::move(root)),
+        offered_(offered),
+        volume_(root_ + "/" + tried.folder) {}
+
+  trial_result run(const file_tree &stage) {
+    add_tree(root_, stage);
+    const int status = run_process(*page_, [this] {
+      return report(*page_, root_, offered_, [this](session &client) { do_first(client); });
+    });
+    require(status == 0, page_->text);
+    const bool refused = page_->status < 0;
+    if (tried_.then == way_on::new_process) {
+      start_on_the_full_disk();
+      volume_.give_back();
+    }
+    run_undisturbed(*page_, root_, offered_, [this](session &client) {
+      start(client);
+      if (tried_.then == way_on::new_process) {
+        disturbed_.reach(client);
+      } else {
+        get_whole(client, disturbed_.published);
+        commit_whole(client, disturbed_.published);
+      }
+    });
+    require(letter_on_disk(read_tree(root_)) == disturbed_.published,
+            "the cache has not what was published");
+    return {true, refused};
+  }
+
+ private:
+  void do_first(session &client) {
+    const disturbance trouble{[this] { volume_.take(tried_.lacking, tried_.left); },
+                              [this] { volume_.give_back(); }};
+    if (tried_.then != way_on::new_process) {
+      disturb(client, disturbed_, trouble, *page_, tried_.then == way_on::repeat);
+      return;
+    }
+    prepare(client, disturbed_);
+    trouble.begin();
+    page_->status = disturbed_.act(client);
+  }
+
+  // What is in force is there; a get and a commit succeed, or say why not.
+  void start_on_the_full_disk() {
+    run_undisturbed(*page_, root_, offered_, [this](session &client) {
+      if (!client.start()) {
+        return;
+      }
+      check_in_force(client, disturbed_.restarted, disturbed_.restarted);
+      const returned_list got = client.get(disturbed_.published);
+      if (got.status != ZOT_OK) {
+        check_refusal(client, got.status);
+        return;
+      }
+      require(letter_of_entries(got) == disturbed_.published, "a get returned something else");
+      const bool is_commit = disturbed_.prepared == disturbed_.published;
+      if (const int status = is_commit ? client.commit() : ZOT_OK; status < 0) {
+        check_refusal(client, status);
+      }
+    });
+  }
+
+  const trial &tried_;
+  const operation &disturbed_;
+  const std::string root_;
+  const services &offered_;
+  const volume volume_;
+  const shared_page page_;
+};
+
+std::vector<trial> plan(const operation &disturbed, unsigned every) {
+  std::vector<trial> all;
+  unsigned turn = 0;
+  const auto add = [&](const char *folder, shortage lacking, unsigned left) {
+    for (const way_on then : ways_on) {
+      if (turn++ % every == 0 && (then != way_on::repeat || disturbed.is_repeatable)) {
+        all.push_back({&disturbed, folder, lacking, left, then});
+      }
+    }
+  };
+  for (const char *const folder : {"conf", "scratch"}) {
+    for (unsigned pages = 0; pages <= most_pages; ++pages) {
+      add(folder, shortage::room, pages);
+    }
+    for (unsigned files = 0; files <= most_files; ++files) {
+      add(folder, shortage::files, files);
+    }
+    add(folder, shortage::read_only, 0);
+  }
+  return all;
+}
+
+trial_result try_one(const trial &tried, const std::string &root, const file_tree &stage,
+                     const services &offered, bool with_log) {
+  try {
+    write_tree(root, {});
+    return attempt(tried, root, offered).run(stage);
+  } catch (const std::exception &problem) {
+    const std::string text = problem.what();
+    const char *const then[] = {"", ", called again", ", started anew"};
+    std::fprintf(stderr, "%s: %s on %s: %u%s: %s\n", tried.disturbed->name, name_of(tried.lacking),
+                 tried.folder, tried.left, then[static_cast<int>(tried.then)],
+                 (with_log ? text : text.substr(0, text.find('\n'))).c_str());
+    return {};
+  }
+}
+
+bool sweep(const operation &disturbed, const sweep_options &options, const services &offered) {
+  const std::string root = options.work + "/element";
+  const file_tree stage = make_stage(disturbed.from, root, offered);
+  const std::vector<trial> trials = plan(disturbed, options.every);
+  const auto results =
+      run_trials<trial_result>(trials.size(), options.jobs, [&](std::size_t at, unsigned worker) {
+        return try_one(trials[at], root + std::to_string(worker), stage, offered, options.with_log);
+      });
+  unsigned held = 0;
+  unsigned refused = 0;
+  bool had_enough = options.every > 1;
+  for (std::size_t at = 0; at < trials.size(); ++at) {
+    held += results[at].held ? 1 : 0;
+    refused += results[at].refused ? 1 : 0;
+    had_enough = had_enough || (trials[at].left == most_pages && !results[at].refused);
+  }
+  std::printf("%s: %zu full or read-only disks: %u held; %u refused%s\n", disturbed.name,
+              trials.size(), held, refused, had_enough ? "" : "; never enough room");
+  std::fflush(stdout);
+  return held == trials.size() && had_enough;
+}
+
+void write_line(const char *path, const std::string &line) {
+  const descriptor file(::open(path, O_WRONLY | O_CLOEXEC));
+  static_cast<void>(::write(file.get(), line.data(), line.size()));
+}
+
+// Mounts that only this process and its children see. False where that is not allowed.
+bool enter_own_mounts() {
+  const std::string user = std::to_string(::getuid());
+  const std::string group = std::to_string(::getgid());
+  if (::unshare(CLONE_NEWNS) != 0) {
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+      return false;
+    }
+    write_line("/proc/self/setgroups", "deny");
+    write_line("/proc/self/uid_map", "0 " + user + " 1");
+    write_line("/proc/self/gid_map", "0 " + group + " 1");
+  }
+  return ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+}  // namespace
+
+bool sweep_full_disks(const sweep_options &options, const services &offered) {
+  if (!enter_own_mounts()) {
+    throw std::runtime_error("this user may mount nothing");
+  }
+  bool all_held = true;
+  for (const operation &each : operations()) {
+    if (options.only.empty() || options.only == each.name) {
+      all_held = sweep(each, options, offered) && all_held;
+    }
+  }
+  return all_held;
+}
+
+}  // namespace zot::test

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+// Each operation on a file system with little room, with few files left, or read-only.
+#pragma once
+
+#include "tests/faults/calls/call_sweep.hpp"
+
+namespace zot::test {
+
+// Prints its counts. True when everything held; throws where this user may mount nothing.
+[[nodiscard]] bool sweep_full_disks(const sweep_options &options, const services &offered);
+
+}  // namespace zot::test

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// The operations that the sweeps disturb: what they start from, and what has to hold afterwards.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/faults/calls/client.hpp"
+
+namespace zot::test {
+
+// What lies in the folders of an element before an operation.
+enum class stage { empty, committed, settled };
+
+struct operation {
+  const char *name;
+  stage from;
+  bool loaded;    // the process has loaded its cache before
+  char prepared;  // what the process gets before; or none
+  int (*act)(session &client);
+  // Of what was done; throws when something is missing.
+  void (*check_done)(session &client);
+  // Reaches the published configuration in one get.
+  void (*reach)(session &client);
+  char published;  // what reach() ends at
+  // What may be in force after a failure: in memory, by a cached get of the same process, and by
+  // that of a process that starts anew.
+  const char *in_memory;
+  const char *returned;
+  const char *restarted;
+  // Whether a call that failed may be made again in the same cycle.
+  bool is_repeatable;
+};
+
+[[nodiscard]] const std::vector<operation> &operations();
+
+// Everything up to the operation itself; throws when a step fails.
+void prepare(session &client, const operation &disturbed);
+
+// What goes wrong while an operation runs.
+struct disturbance {
+  std::function<void()> begin;
+  std::function<void()> end;
+};
+
+// Does an operation while it is disturbed, and what has to hold in the same process afterwards: a
+// refusal is clear, what is in force is whole, and the published configuration is reached. With
+// repeat a call that failed is made again first. Returns through the page what the call returned.
+void disturb(session &client, const operation &disturbed, const disturbance &trouble,
+             gate_page &page, bool repeat);
+
+// Runs a client without a disturbance; throws with its report when it fails.
+void run_undisturbed(gate_page &page, const std::string &root, const services &offered,
+                     const std::function<void(session &)> &steps);
+
+// What a process that starts anew, without a service, has in force: one of those that are allowed.
+[[nodiscard]] char restart(gate_page &page, const std::string &root, const services &offered,
+                           const operation &disturbed);
+
+// The folders of an element at a stage: made by the library itself, undisturbed.
+[[nodiscard]] file_tree make_stage(stage wanted, const std::string &root, const services &offered);
+
+}  // namespace zot::test
