@@ -369,6 +369,14 @@ struct zot_log_ctx {
   FILE *path_fp;     /**< stream of #ZOT_LOG_DST_PATH once a message was written */
 };
 
+/**
+ * Transfer callback, see zot_util_watch_transfers().
+ * @param arg      what was given with the callback
+ * @param received body bytes of the transfer in progress so far; 0 while it has none
+ * @return 0 to go on; anything else ends the transfer.
+ */
+typedef int (*zot_transfer_cb)(void *arg, uint64_t received);
+
 /** Value of #ZOT_PARM_LOG_DESTINATION_CB_FUNC. */
 typedef struct zot_log_cb_func {
   zot_log_cb *cb; /**< the function */
@@ -699,6 +707,30 @@ int zot_util_set_log_ctl_dst_cb_func(zot_log_ctl *ctl, zot_log_cb *cb, void *cb_
 /** Inside a log callback: level, topics, line and function of the message being delivered. A NULL
  *  context gives an empty record. */
 zot_log_site zot_util_log_cb_func_get_conf_stat(const zot_log_ctx *log_ctx);
+
+/**
+ * Has the transfers of the calling thread watched. During each transfer that this thread makes
+ * from now on, whichever handle it is for, the callback is called whenever data arrives and about
+ * once a second while none does, from the connection's first attempt on: a process can kick its
+ * watchdog in it, hold a deadline of its own, or end the transfer because it shuts down. The
+ * download of GPB files by an access point has no time limit, so nothing else ends one that stalls.
+ * Without a callback nothing changes.
+ *
+ * The callback runs on the thread of the call that transfers, inside that call. It must return
+ * soon, must not use the handle, and may call this function: NULL leaves the rest of the transfer
+ * unwatched. Other threads keep their own callbacks; a thread that ends takes its own with it. The
+ * commands that unpack and copy files are no transfers and are not watched. A host name that has to
+ * be looked up may keep it waiting, which the loopback address of the access-point adapter never
+ * does.
+ *
+ * A transfer that the callback ends fails like a broken connection: zot_conf_get() answers
+ * #ZOT_ERR_REMOTE_UNAVAIL, the configuration in force stays, and the next get starts anew. The
+ * transfer helpers return libcurl's CURLE_ABORTED_BY_CALLBACK.
+ *
+ * @param cb  the callback, in place of an earlier one of this thread; NULL: none
+ * @param arg handed to the callback, borrowed until another callback is installed
+ */
+void zot_util_watch_transfers(zot_transfer_cb cb, void *arg);
 
 /** Adds all 80 categories to a set. @return #ZOT_OK, or #ZOT_ERR_NULL_INPUT. */
 int zot_catset_set_all(zot_catset *catset);

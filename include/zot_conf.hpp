@@ -405,6 +405,38 @@ class entries {
   status result_;
 };
 
+/* ------------------------------------------------------------------------------- transfers */
+
+/**
+ * Told how many body bytes of a transfer came so far, about once a second at least; false ends the
+ * transfer. It runs on the thread of the call that transfers, must return soon, must not use the
+ * handle and must not throw: an exception that leaves it ends the process.
+ */
+using transfer_function = std::function<bool(std::uint64_t received)>;
+
+/**
+ * Watches the transfers of the thread that creates it, for its scope; see
+ * zot_util_watch_transfers(). A thread has one at a time, and its end leaves the thread unwatched.
+ */
+class transfer_watch {
+ public:
+  /** Begins to watch; an empty function watches nothing. */
+  explicit transfer_watch(transfer_function function) : function_(std::move(function)) {
+    zot_util_watch_transfers(function_ ? deliver : nullptr, this);
+  }
+  transfer_watch(const transfer_watch &) = delete;
+  transfer_watch &operator=(const transfer_watch &) = delete;
+  /** Ends on the thread where it began. */
+  ~transfer_watch() { zot_util_watch_transfers(nullptr, nullptr); }
+
+ private:
+  static int deliver(void *watch, std::uint64_t received) noexcept {
+    return static_cast<transfer_watch *>(watch)->function_(received) ? 0 : 1;
+  }
+
+  transfer_function function_;
+};
+
 /* ---------------------------------------------------------------------------------- handle */
 
 /** The library's handle: one managed element and its cache. */

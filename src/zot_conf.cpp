@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "utilities/owner.hpp"
+#include "utilities/standard_streams.hpp"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_parm.hpp"
@@ -127,6 +128,7 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
   if (handle == nullptr || ret == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
+  const zot::standard_streams guard;
   *ret = nullptr;
   ZOT_RECORD(handle, ZOT_OK);
   if (const int status = zot_priv_reload_sys_paths(handle); status != ZOT_OK) {
@@ -152,10 +154,12 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
 }
 
 int zot_conf_commit(zot_ctx *handle) {
+  const zot::standard_streams guard;
   return handle == nullptr ? ZOT_ERR_NULL_INPUT : zot_priv_commit_conf(handle);
 }
 
 int zot_conf_roll_back(zot_ctx *handle) {
+  const zot::standard_streams guard;
   return handle == nullptr ? ZOT_ERR_NULL_INPUT : zot_priv_commit_fail_k(handle);
 }
 

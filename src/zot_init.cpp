@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "utilities/owner.hpp"
+#include "utilities/standard_streams.hpp"
 #include "zot_log.hpp"
 #include "zot_parm.hpp"
 
@@ -50,6 +51,7 @@ void store_identity(zot_ctx *handle, const char *subsys_id, const char *sub_idx,
 
 zot_ctx *zot_conf_init_args(const char *subsys_id, const char *sub_idx, size_t id_len,
                             zot_parm_all parm) {
+  const zot::standard_streams guard;
   unfinished_handle handle(zot::make_zeroed<zot_ctx>().release());
   start_up_log_ptr start_up(zot::make_zeroed<start_up_log>().release());
   if (start_up == nullptr) {

@@ -4,6 +4,7 @@
 #include <syslog.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <cstring>
 
 #include "utilities/owner.hpp"
+#include "utilities/standard_streams.hpp"
 #include "zot_log_dst.hpp"
 
 namespace {
@@ -21,7 +23,7 @@ constexpr size_t message_size = 4096;
 constexpr std::array syslog_priorities{LOG_ERR, LOG_WARNING, LOG_INFO, LOG_DEBUG};
 
 // The connection belongs to the process: every handle shares it and none closes it.
-bool syslog_is_open = false;
+std::atomic<bool> syslog_is_open = false;
 
 int write_stderr(const char *text) {
   std::fputs(text, stderr);
@@ -67,9 +69,8 @@ constexpr std::array<sink, 6> sinks{to_syslog, to_stdout, to_stderr,
 }  // namespace
 
 int zot_log_dst_syslog(uint32_t level, const char *text) {
-  if (!syslog_is_open) {
+  if (!syslog_is_open.exchange(true, std::memory_order_relaxed)) {
     openlog(nullptr, LOG_PID | LOG_ODELAY, LOG_USER);
-    syslog_is_open = true;
   }
   if (level >= syslog_priorities.size()) {
     return -1;
@@ -95,6 +96,7 @@ int zot_log_dst_path(zot_log_ctx *log_ctx, const char *path, const char *text) {
   if (log_ctx != nullptr && log_ctx->path_fp != nullptr) {
     return zot_log_dst_fp(log_ctx->path_fp, text);
   }
+  const zot::standard_streams guard;
   zot::file_stream opened(std::fopen(path, "a+e"));
   if (opened == nullptr) {
     std::fprintf(stderr, "[ERROR] Unable to open log path = %s: %s\n", path, std::strerror(errno));

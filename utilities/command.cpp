@@ -14,7 +14,9 @@ class default_sigchld {
   default_sigchld() {
     struct sigaction defaults {};
     defaults.sa_handler = SIG_DFL;
-    is_set_ = ::sigaction(SIGCHLD, &defaults, &before_) == 0;
+    // To set what is set already would take away the notice of another child.
+    is_set_ = ::sigaction(SIGCHLD, nullptr, &before_) == 0 && loses_children(before_) &&
+              ::sigaction(SIGCHLD, &defaults, nullptr) == 0;
   }
   default_sigchld(const default_sigchld &) = delete;
   default_sigchld &operator=(const default_sigchld &) = delete;
@@ -26,6 +28,10 @@ class default_sigchld {
   }
 
  private:
+  static bool loses_children(const struct sigaction &action) {
+    return action.sa_handler != SIG_DFL || (action.sa_flags & SA_NOCLDWAIT) != 0;
+  }
+
   struct sigaction before_ {};
   bool is_set_;
 };

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -347,7 +346,10 @@ char *str2upper(char *s) {
     return s;
   }
   for (char *at = s; *at != '\0'; ++at) {
-    *at = static_cast<char>(std::toupper(static_cast<unsigned char>(*at)));
+    // Letters of ASCII only, whatever the host's locale makes of them.
+    if (*at >= 'a' && *at <= 'z') {
+      *at = static_cast<char>(*at - 'a' + 'A');
+    }
   }
   return s;
 }

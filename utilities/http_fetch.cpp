@@ -3,12 +3,14 @@
 #include <cjson/cJSON.h>
 #include <curl/curl.h>
 #include <strings.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 
+#include "utilities/http_limits.hpp"
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 
@@ -36,8 +38,56 @@ bool is_missing(const char *text) {
   return text == nullptr || text[0] == '\0';
 }
 
-size_t write_to_file(char *data, size_t size, size_t count, void *file) {
-  return std::fwrite(data, size, count, static_cast<std::FILE *>(file));
+// Far more than any service says beside its answer. libcurl remembers each header, those of
+// provisional answers and those that follow a body too, and not every version of it sets an end.
+constexpr uint64_t most_headers = uint64_t{256} << 10;
+
+// Where a body goes, and how much has come.
+struct body_sink {
+  std::FILE *file;
+  uint64_t limit;  // 0: none
+  uint64_t received = 0;
+  uint64_t headers = 0;
+  bool is_exceeded = false;
+};
+
+// Counts by itself: libcurl holds its own limit against an announced length alone, and neither a
+// chunked nor an encoded body announces one.
+size_t write_to_sink(char *data, size_t size, size_t count, void *arg) {
+  auto &sink = *static_cast<body_sink *>(arg);
+  const uint64_t bytes = uint64_t{size} * count;
+  if (sink.limit != 0 && bytes > sink.limit - sink.received) {
+    sink.is_exceeded = true;
+    return 0;
+  }
+  sink.received += bytes;
+  return std::fwrite(data, size, count, sink.file);
+}
+
+size_t count_header(char * /*data*/, size_t size, size_t count, void *arg) {
+  auto &sink = *static_cast<body_sink *>(arg);
+  sink.headers += uint64_t{size} * count;
+  if (sink.headers > most_headers) {
+    sink.is_exceeded = true;
+    return 0;
+  }
+  return size * count;
+}
+
+struct transfer_watcher {
+  zot_transfer_cb cb;
+  void *arg;
+};
+
+// One for each thread, as a process may run one handle in each.
+constinit thread_local transfer_watcher watcher = {};
+
+// Any answer but zero ends the transfer; libcurl would take one of them for its own progress meter.
+int tell_watcher(void * /*unused*/, curl_off_t /*expected*/, curl_off_t received,
+                 curl_off_t /*to_send*/, curl_off_t /*sent*/) {
+  // Asked for anew each time: a watcher may take itself off.
+  const transfer_watcher told = watcher;
+  return told.cb != nullptr && told.cb(told.arg, static_cast<uint64_t>(received)) != 0 ? 1 : 0;
 }
 
 bool is_loopback(const char *host) {
@@ -49,22 +99,37 @@ bool is_loopback(const char *host) {
          std::strcmp(host, "[::1]") == 0;
 }
 
-bool names_loopback(const char *url) {
+// True, too, for a URL that cannot be taken apart, for want of memory perhaps: no request to an
+// element's own service may go to a proxy by mistake.
+bool may_name_loopback(const char *url) {
   const curl_url_handle parsed(curl_url());
   char *part = nullptr;
   if (parsed == nullptr ||
       curl_url_set(parsed.get(), CURLUPART_URL, url, CURLU_GUESS_SCHEME) != CURLUE_OK ||
       curl_url_get(parsed.get(), CURLUPART_HOST, &part, 0) != CURLUE_OK) {
-    return false;
+    return true;
   }
   const curl_text host(part);
   return is_loopback(part);
 }
 
+// libcurl's own sockets would go on in a program that another thread starts meanwhile.
+curl_socket_t open_socket(void * /*none*/, curlsocktype /*purpose*/, curl_sockaddr *address) {
+  return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
 // What both transfers have in common: no signals in the host process, nothing but HTTP, and no
-// proxy between an element and its own service, whatever the environment names.
-void set_transfer_rules(CURL *curl, const char *url) {
+// proxy between an element and its own service, whatever the environment names. No encoding of the
+// body is asked for, so that a small answer stays small.
+CURLcode set_transfer_rules(CURL *curl, const char *url, body_sink *sink) {
+  curl_easy_setopt(curl, CURLOPT_URL, url);
+  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, write_to_sink);
+  curl_easy_setopt(curl, CURLOPT_WRITEDATA, sink);
+  curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, count_header);
+  curl_easy_setopt(curl, CURLOPT_HEADERDATA, sink);
+  curl_easy_setopt(curl, CURLOPT_FILETIME, 1L);
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(curl, CURLOPT_OPENSOCKETFUNCTION, open_socket);
 #if LIBCURL_VERSION_NUM >= 0x075500
   // A libcurl without TLS refuses the pair as a whole.
   if (curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https") != CURLE_OK) {
@@ -73,9 +138,20 @@ void set_transfer_rules(CURL *curl, const char *url) {
 #else
   curl_easy_setopt(curl, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
 #endif
-  if (names_loopback(url)) {
-    curl_easy_setopt(curl, CURLOPT_PROXY, "");
+  if (sink->limit != 0) {
+    curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE,
+                     static_cast<curl_off_t>(std::min<uint64_t>(sink->limit, INT64_MAX)));
   }
+  if (watcher.cb != nullptr) {
+    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, tell_watcher);
+    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+  }
+  return may_name_loopback(url) ? curl_easy_setopt(curl, CURLOPT_PROXY, "") : CURLE_OK;
+}
+
+CURLcode perform(CURL *curl, const body_sink &sink) {
+  const CURLcode result = curl_easy_perform(curl);
+  return sink.is_exceeded ? CURLE_FILESIZE_EXCEEDED : result;
 }
 
 // Fills time, size and file time; the file time only when the service told one.
@@ -124,9 +200,13 @@ int take_over(zot::file_stream &file, const char *tmp_path, const char *path, zo
   if (std::fclose(file.release()) != 0) {
     return -1;
   }
-  static_cast<void>(std::rename(tmp_path, path));
+  const bool is_in_place = std::rename(tmp_path, path) == 0;
   if (mem == nullptr) {
     return 0;
+  }
+  // What lies there is an earlier download.
+  if (!is_in_place) {
+    return -1;
   }
   uint32_t size = 0;
   char *const data = read_file(path, &size);
@@ -136,8 +216,8 @@ int take_over(zot::file_stream &file, const char *tmp_path, const char *path, zo
 
 }  // namespace
 
-int get_remote_file_stat(const char *url, const char *path, zot_file_mem *mem, uint32_t timeout,
-                         remote_file_stat *stat) {
+int zot::get_remote_file_within(const char *url, const char *path, zot_file_mem *mem,
+                                uint32_t timeout, uint64_t limit, remote_file_stat *stat) {
   if (is_missing(url) || is_missing(path)) {
     return -1;
   }
@@ -156,14 +236,13 @@ int get_remote_file_stat(const char *url, const char *path, zot_file_mem *mem, u
   if (curl == nullptr) {
     return -1;
   }
-  curl_easy_setopt(curl.get(), CURLOPT_URL, url);
-  curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, write_to_file);
-  curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, file.get());
+  body_sink sink{file.get(), limit};
+  if (const CURLcode rules = set_transfer_rules(curl.get(), url, &sink); rules != CURLE_OK) {
+    return static_cast<int>(rules);
+  }
   curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT,
                    static_cast<long>(std::min(timeout, longest_timeout)));
-  curl_easy_setopt(curl.get(), CURLOPT_FILETIME, 1L);
-  set_transfer_rules(curl.get(), url);
-  if (const CURLcode result = curl_easy_perform(curl.get()); result != CURLE_OK) {
+  if (const CURLcode result = perform(curl.get(), sink); result != CURLE_OK) {
     return static_cast<int>(result);
   }
   const long code = response_code(curl.get());
@@ -174,12 +253,8 @@ int get_remote_file_stat(const char *url, const char *path, zot_file_mem *mem, u
   return code == http_ok ? take_over(file, tmp_path, path, mem) : -1;
 }
 
-int get_remote_file(const char *url, const char *path, zot_file_mem *mem, uint32_t timeout) {
-  return get_remote_file_stat(url, path, mem, timeout, nullptr);
-}
-
-int get_remote_file_set_stat(const char *url, const char *path, const zot_list *names,
-                             uint32_t /*spare*/, remote_file_stat *stat) {
+int zot::get_remote_file_set_within(const char *url, const char *path, const zot_list *names,
+                                    uint64_t limit, remote_file_stat *stat) {
   if (is_missing(url) || is_missing(path) || names == nullptr) {
     return -1;
   }
@@ -189,20 +264,19 @@ int get_remote_file_set_stat(const char *url, const char *path, const zot_list *
   if (curl == nullptr) {
     return -1;
   }
-  curl_easy_setopt(curl.get(), CURLOPT_URL, url);
-  curl_easy_setopt(curl.get(), CURLOPT_POST, 1L);
-  // Without a body libcurl would read one from standard input.
-  curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body != nullptr ? body.get() : "");
-  curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, write_to_file);
-  curl_easy_setopt(curl.get(), CURLOPT_FILETIME, 1L);
-  set_transfer_rules(curl.get(), url);
   zot::file_stream file(std::fopen(path, "wbe"));
   if (file == nullptr) {
     // The caller finds out when it looks for the file.
     return 0;
   }
-  curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, file.get());
-  if (const CURLcode result = curl_easy_perform(curl.get()); result != CURLE_OK) {
+  body_sink sink{file.get(), limit};
+  if (const CURLcode rules = set_transfer_rules(curl.get(), url, &sink); rules != CURLE_OK) {
+    return static_cast<int>(rules);
+  }
+  curl_easy_setopt(curl.get(), CURLOPT_POST, 1L);
+  // Without a body libcurl would read one from standard input.
+  curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body != nullptr ? body.get() : "");
+  if (const CURLcode result = perform(curl.get(), sink); result != CURLE_OK) {
     return static_cast<int>(result);
   }
   if (stat != nullptr) {
@@ -210,6 +284,24 @@ int get_remote_file_set_stat(const char *url, const char *path, const zot_list *
   }
   const bool is_complete = std::fclose(file.release()) == 0;
   return is_complete && response_code(curl.get()) == http_ok ? 0 : -1;
+}
+
+void zot_util_watch_transfers(zot_transfer_cb cb, void *arg) {
+  watcher = {cb, arg};
+}
+
+int get_remote_file_stat(const char *url, const char *path, zot_file_mem *mem, uint32_t timeout,
+                         remote_file_stat *stat) {
+  return zot::get_remote_file_within(url, path, mem, timeout, 0, stat);
+}
+
+int get_remote_file(const char *url, const char *path, zot_file_mem *mem, uint32_t timeout) {
+  return get_remote_file_stat(url, path, mem, timeout, nullptr);
+}
+
+int get_remote_file_set_stat(const char *url, const char *path, const zot_list *names,
+                             uint32_t /*spare*/, remote_file_stat *stat) {
+  return zot::get_remote_file_set_within(url, path, names, 0, stat);
 }
 
 int get_remote_file_set(const char *url, const char *path, const zot_list *names, uint32_t spare) {

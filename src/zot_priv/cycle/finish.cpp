@@ -59,15 +59,19 @@ int forget_last_k(zot_ctx *handle, const char *func) {
       (handle->load_flags & ZOT_LOADED_PREV_K) == 0) {
     zot_priv_init_load_prev_k(handle);
   }
-  if (zot_priv_get_k(handle, ZOT_SLOT_LAST) == nullptr) {
+  uint32_t &progress = handle->stat.reserved;
+  if (zot_priv_get_k(handle, ZOT_SLOT_LAST) != nullptr) {
+    zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
+    remove_last_file(handle, "/knowledge/prev_subsys.k", "K", func);
+    remove_last_file(handle, "/knowledge/prev_subsys.checksum", "K.checksum", func);
+  } else if ((progress & zot::roll_back_owes_marks) == 0) {
     return ZOT_OK;
   }
-  zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
-  remove_last_file(handle, "/knowledge/prev_subsys.k", "K", func);
-  remove_last_file(handle, "/knowledge/prev_subsys.checksum", "K.checksum", func);
   const int status = zot_priv_update_cached_ret_gpb_list(
       handle, zot_priv_get_k(handle, ZOT_SLOT_CURRENT), zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT),
       handle->conf_root);
+  progress &= ~static_cast<uint32_t>(zot::roll_back_owes_marks);
+  progress |= status == ZOT_ERR_NOMEM ? zot::roll_back_owes_marks : 0U;
   if (status == ZOT_OK) {
     ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GPB,
                "%sRenew returned GPB list: Done\n");

@@ -18,6 +18,7 @@ constexpr uint32_t default_timeout_gpb = 30;
 struct directory {
   const char *path;
   const char *label;
+  bool fits;
 };
 
 // Null for a variable that is unset or empty, which mean the same.
@@ -40,11 +41,13 @@ bool has_root(zot_ctx *handle, char *(*getter)(zot_ctx *, char *, size_t), char 
   return root != nullptr && *root != '\0';
 }
 
-// A path that is too long is cut; creating its directory then tells.
-void join(char *buf, const char *root, const char *name) {
-  if (std::snprintf(buf, ZOT_PATH_SIZE, "%s/%s", root, name) < 0) {
+// A path that is too long is cut, and false is returned: what it names then is another directory.
+bool join(char *buf, const char *root, const char *name) {
+  const int length = std::snprintf(buf, ZOT_PATH_SIZE, "%s/%s", root, name);
+  if (length < 0) {
     *buf = '\0';
   }
+  return length >= 0 && length < ZOT_PATH_SIZE;
 }
 
 }  // namespace
@@ -139,7 +142,7 @@ int zot_priv_reload_sys_paths(zot_ctx *handle) {
                       handle->conf_root);
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, root_topics, "%sconf path = \"%s\"\n", handle->conf_root);
-  join(handle->conf_k_root, handle->conf_root, "/knowledge");
+  const bool k_root_fits = join(handle->conf_k_root, handle->conf_root, "/knowledge");
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_K, "%sconf K path = \"%s\"\n",
           handle->conf_k_root);
   if (!has_root(handle, handle->fns.get_tmp_root, handle->tmp_root)) {
@@ -151,14 +154,19 @@ int zot_priv_reload_sys_paths(zot_ctx *handle) {
                       handle->tmp_root);
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, root_topics, "%stmp path = \"%s\"\n", handle->tmp_root);
-  join(handle->tmp_gpb_root, handle->tmp_root, "/config");
+  const bool gpb_root_fits = join(handle->tmp_gpb_root, handle->tmp_root, "/config");
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_GPB, "%stmp GPB path = \"%s\"\n",
           handle->tmp_gpb_root);
-  const std::array<directory, 4> directories{{{handle->conf_root, "conf root"},
-                                              {handle->conf_k_root, "conf K root"},
-                                              {handle->tmp_root, "tmp root"},
-                                              {handle->tmp_gpb_root, "tmp GPB root"}}};
-  for (const auto &[path, label] : directories) {
+  const std::array<directory, 4> directories{
+      {{handle->conf_root, "conf root", true},
+       {handle->conf_k_root, "conf K root", k_root_fits},
+       {handle->tmp_root, "tmp root", true},
+       {handle->tmp_gpb_root, "tmp GPB root", gpb_root_fits}}};
+  for (const auto &[path, label, fits] : directories) {
+    if (!fits) {
+      return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "fail to create dir for %s = %s: %s", label, path,
+                        std::strerror(ENAMETOOLONG));
+    }
     if (const int status = zot_priv_chk_n_mkdir(handle, path, label); status < 0) {
       return status;
     }

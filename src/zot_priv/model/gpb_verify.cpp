@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Verification of one GPB file against what K states.
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,6 +15,28 @@
 namespace {
 
 constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
+
+// How much longer than stated a file may be and still be read, to tell what is wrong with it.
+constexpr off_t read_beyond = 65536;
+
+// The bytes of a file. Not read are what would wait for a writer, which counts as empty, and what
+// is far larger than K lets expect, of which only the size is told.
+zot::c_text read_as_stated(const char *file, int32_t size, uint32_t *real_size) {
+  *real_size = 0;
+  struct stat st {};
+  if (::stat(file, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size >= off_t{UINT32_MAX}) {
+    return nullptr;
+  }
+  if (st.st_size > std::max<off_t>(size, 0) + read_beyond) {
+    *real_size = static_cast<uint32_t>(st.st_size);
+    return nullptr;
+  }
+  zot::c_text content(read_file(file, real_size));
+  if (content == nullptr) {
+    *real_size = 0;
+  }
+  return content;
+}
 
 bool is_missing(const char *text) {
   return text == nullptr || text[0] == '\0';
@@ -28,13 +53,13 @@ int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const c
     return ZOT_ERR_NULL_INPUT;
   }
   uint32_t real_size = 0;
-  const zot::c_text content(read_file(file, &real_size));
-  if (content == nullptr) {
+  const zot::c_text content = read_as_stated(file, size, &real_size);
+  if (real_size == 0) {
     return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]:Empty content in %s", __func__, file);
   }
-  handle->stat.bytes_read += real_size;
+  handle->stat.bytes_read += content != nullptr ? real_size : 0;
 
-  if (size < 0 || real_size != static_cast<uint32_t>(size)) {
+  if (content == nullptr || size < 0 || real_size != static_cast<uint32_t>(size)) {
     ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: wrong GPB size: expect/real size=%ld/%ld",
                __func__, static_cast<long>(size), static_cast<long>(real_size));
     ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n", file);

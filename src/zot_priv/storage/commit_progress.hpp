@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How far a commit came, so that the next call of the cycle goes on there.
+// How far a commit or a roll-back came, so that the next call of the cycle goes on there.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,9 @@ enum commit_progress : uint32_t {
   commit_medium = 3,
   commit_step_bits = 0x0f,
   commit_k_rotated = 0x10,
-  commit_checksum_rotated = 0x20
+  commit_checksum_rotated = 0x20,
+  // The last K is forgotten, but there was no memory for the marks that go with it.
+  roll_back_owes_marks = 0x40
 };
 
 }  // namespace zot

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "utilities/http_limits.hpp"
 #include "utilities/path.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
@@ -18,6 +19,10 @@ namespace {
 
 constexpr size_t url_size = 2048;
 constexpr uint32_t not_found = 404;
+// Nothing announces the size of these two, so a service that sends without end would fill scratch
+// and memory. A K of ten thousand entries has two megabytes, a checksum file 65 bytes.
+constexpr uint64_t largest_k = uint64_t{64} << 20;
+constexpr uint64_t largest_checksum_file = uint64_t{64} << 10;
 // The path that a fetched K carries, wherever the scratch directory lies.
 constexpr const char *tmp_k_path = "/tmp/zot/subsys.k";
 
@@ -27,10 +32,12 @@ struct remote_file {
   const char *suffix;
   const char *label;
   const char *name;
+  uint64_t largest;
 };
 
 constexpr std::array<remote_file, 2> remote_files = {
-    remote_file{"k", "K", "subsys.k"}, remote_file{"checksum", "K.checksum", "subsys.checksum"}};
+    remote_file{"k", "K", "subsys.k", largest_k},
+    remote_file{"checksum", "K.checksum", "subsys.checksum", largest_checksum_file}};
 
 class file_memory {
  public:
@@ -131,7 +138,8 @@ int zot_priv_get_k_into_mem(zot_ctx *handle, const char *host, zot_file_mem *out
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_TRANSFER, "%sQuery with URL = %s, timeout = %u\n", url,
           timeout);
   ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_TRANSFER, "%sTarget file: %s\n", target.c_str());
-  const int result = get_remote_file_stat(url, target.c_str(), out, timeout, &stat);
+  const int result =
+      zot::get_remote_file_within(url, target.c_str(), out, timeout, wanted.largest, &stat);
   if (result != 0) {
     return zot_priv_fmt_get_k_curl_error(handle, result, stat, url, wanted.label, timeout);
   }

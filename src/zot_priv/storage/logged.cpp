@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Copies and commands that log and record under the name of the operation that asked for them.
+#include "zot_priv/storage/logged.hpp"
+
 #include <cerrno>
 #include <cstring>
 
@@ -37,23 +39,24 @@ int zot_priv_fcopy(zot_ctx *handle, const char *src, const char *dst, const char
   return ZOT_OK;
 }
 
-int _zot_priv_system(zot_ctx *handle, const char *cmd, int *code, const char *func, long line) {
+int zot::run_shown_as(zot_ctx *handle, const char *command, const char *shown, int *code,
+                      const char *func, long line) {
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  if (cmd == nullptr || cmd[0] == '\0') {
+  if (command == nullptr || command[0] == '\0') {
     return zot::record(handle, ZOT_ERR_WRONG_INPUT, func, line, "Null or empty command");
   }
-  const int raw_status = cmd_helper_system(cmd);
+  const int raw_status = cmd_helper_system(command);
   const int error = errno;
   if (raw_status == -1) {
     return zot::record(handle, ZOT_ERR_GENERIC, func, line,
-                       "No child process or no status, cmd = %s: %s", cmd, std::strerror(error));
+                       "No child process or no status, cmd = %s: %s", shown, std::strerror(error));
   }
   const int exit_code = exit_code_of(raw_status);
   errno = error;
   ZOT_LOG_AT(handle, func, line, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
-             "%sRun system command: %s done, ret = %d\n", cmd, exit_code);
+             "%sRun system command: %s done, ret = %d\n", shown, exit_code);
   if (exit_code != 0) {
     ZOT_LOG_AT(handle, func, line, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%serr = %s\n",
                std::strerror(error));
@@ -62,4 +65,8 @@ int _zot_priv_system(zot_ctx *handle, const char *cmd, int *code, const char *fu
     *code = exit_code;
   }
   return ZOT_OK;
+}
+
+int _zot_priv_system(zot_ctx *handle, const char *cmd, int *code, const char *func, long line) {
+  return zot::run_shown_as(handle, cmd, cmd, code, func, line);
 }

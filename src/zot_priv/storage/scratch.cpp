@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zot_priv/storage/scratch.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,136 +9,18 @@
 #include <openssl/sha.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
-#include "zot_list.hpp"
+#include "zot_priv/storage/directory_walk.hpp"
 
 namespace {
 
-using directory_stream = std::unique_ptr<DIR, zot::releaser<closedir>>;
-
-// A configuration is three levels deep; what nests deeper than this was made to exhaust something.
-constexpr int max_depth = 64;
-constexpr const char *gpb_directory = "config";
-
-bool is_dot(const char *name) {
-  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
-
-directory_stream open_directory(int parent, const char *name, int extra_flags = O_NOFOLLOW) {
-  zot::descriptor fd(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | extra_flags));
-  if (!fd.is_open()) {
-    return nullptr;
-  }
-  directory_stream stream(::fdopendir(fd.get()));
-  if (stream != nullptr) {
-    fd.release();
-  }
-  return stream;
-}
-
-// The scratch directory itself may be reached through a link: where it lies is the host's choice.
-directory_stream open_root(const char *path) {
-  return open_directory(AT_FDCWD, path, 0);
-}
-
-// Calls visit(directory descriptor, name, stat) for each entry; a visit that returns false ends it.
-template <class Visit>
-bool for_each_entry(DIR *directory, Visit visit) {
-  const int fd = ::dirfd(directory);
-  for (;;) {
-    errno = 0;
-    const dirent *const entry = ::readdir(directory);
-    if (entry == nullptr) {
-      return errno == 0;
-    }
-    if (is_dot(entry->d_name)) {
-      continue;
-    }
-    struct stat st {};
-    if (::fstatat(fd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-      if (errno == ENOENT) {
-        continue;
-      }
-      return false;
-    }
-    if (!visit(fd, entry->d_name, st)) {
-      return false;
-    }
-  }
-}
-
-// An archive may bring directories that their owner cannot enter or empty. What stays closed fails
-// the step that has to enter it.
-bool make_accessible(int parent, const char *name, const struct stat &st) {
-  return (st.st_mode & S_IRWXU) == S_IRWXU ||
-         ::fchmodat(parent, name, (st.st_mode & 0777) | S_IRWXU, 0) == 0;
-}
-
-// Moves a directory to a free name in another one.
-bool pull_up(int parent, const char *name, const struct stat &st, int top, unsigned &serial) {
-  make_accessible(parent, name, st);
-  for (;;) {
-    char free_name[16];
-    static_cast<void>(std::snprintf(free_name, sizeof free_name, "%u", serial++));
-    if (::renameat(parent, name, top, free_name) == 0) {
-      return true;
-    }
-    if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOTDIR) {
-      return false;
-    }
-  }
-}
-
-bool flatten(int top, const char *name, const struct stat &st, unsigned &serial) {
-  make_accessible(top, name, st);
-  const directory_stream directory = open_directory(top, name);
-  return directory != nullptr && for_each_entry(directory.get(), [&](int fd, const char *child,
-                                                                     const struct stat &child_st) {
-           return S_ISDIR(child_st.st_mode) ? pull_up(fd, child, child_st, top, serial)
-                                            : ::unlinkat(fd, child, 0) == 0;
-         });
-}
-
-// Removes an entry with all below it, links not followed. What lies deeper is pulled up to the top
-// and emptied there: a tree nested to exhaust something costs neither stack nor descriptors.
-bool remove_entry(int parent, const char *name, const struct stat &st) {
-  if (!S_ISDIR(st.st_mode)) {
-    return ::unlinkat(parent, name, 0) == 0;
-  }
-  make_accessible(parent, name, st);
-  const directory_stream directory = open_directory(parent, name);
-  if (directory == nullptr) {
-    return false;
-  }
-  unsigned serial = 0;
-  for (bool is_empty = false; !is_empty;) {
-    is_empty = true;
-    ::rewinddir(directory.get());
-    const bool complete = for_each_entry(
-        directory.get(), [&](int fd, const char *child, const struct stat &child_st) {
-          is_empty = false;
-          if (!S_ISDIR(child_st.st_mode)) {
-            return ::unlinkat(fd, child, 0) == 0;
-          }
-          return flatten(fd, child, child_st, serial) && ::unlinkat(fd, child, AT_REMOVEDIR) == 0;
-        });
-    if (!complete) {
-      return false;
-    }
-  }
-  return ::unlinkat(parent, name, AT_REMOVEDIR) == 0;
-}
-
-bool is_plain_file(const struct stat &st) {
-  return S_ISREG(st.st_mode) && st.st_nlink == 1;
-}
+using namespace zot::directory_walk;
 
 bool has_foreign_identity(const struct stat &st) {
   return S_ISREG(st.st_mode) && (st.st_mode & (S_ISUID | S_ISGID)) != 0;
@@ -187,59 +68,6 @@ sweep_result sweep_directory(int scratch, const char *name) {
   return directory != nullptr ? sweep(directory.get(), 0) : sweep_result{false, true};
 }
 
-// The inode numbers of the files that a list names: whatever form a path has, the file that it
-// reaches is told by its number.
-class listed_files {
- public:
-  bool collect(const zot_ctx &handle, const zot_list *gpbs) {
-    for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
-      static_cast<void>(gpb);
-      ++capacity_;
-    }
-    if (capacity_ == 0) {
-      return true;
-    }
-    inodes_.reset(static_cast<ino_t *>(std::calloc(capacity_, sizeof(ino_t))));
-    if (inodes_ == nullptr) {
-      return false;
-    }
-    for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
-      const zot::joined_path file(handle.tmp_gpb_root, gpb.path);
-      struct stat st {};
-      if (::stat(file.c_str(), &st) != 0) {
-        return false;
-      }
-      inodes_.get()[count_++] = st.st_ino;
-    }
-    std::sort(inodes_.get(), inodes_.get() + count_);
-    return true;
-  }
-
-  [[nodiscard]] bool holds(ino_t inode) const {
-    return std::binary_search(inodes_.get(), inodes_.get() + count_, inode);
-  }
-
- private:
-  zot::c_ptr<ino_t> inodes_;
-  size_t capacity_ = 0;
-  size_t count_ = 0;
-};
-
-void prune(DIR *directory, const listed_files &listed, int depth) {
-  for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
-    if (S_ISDIR(st.st_mode) && depth < max_depth) {
-      if (const directory_stream child = open_directory(fd, name); child != nullptr) {
-        prune(child.get(), listed, depth + 1);
-      }
-      // Only a directory that became empty goes.
-      ::unlinkat(fd, name, AT_REMOVEDIR);
-    } else if (S_ISREG(st.st_mode) && !listed.holds(st.st_ino)) {
-      ::unlinkat(fd, name, 0);
-    }
-    return true;
-  });
-}
-
 }  // namespace
 
 namespace zot {
@@ -279,6 +107,17 @@ scratch_watch::guarded_files scratch_watch::guard(const zot_ctx &handle) {
   return {digest_of(handle.tmp_root, "subsys.k"), digest_of(handle.tmp_root, "subsys.checksum")};
 }
 
+bool scratch_watch::drop_changed(const zot_ctx &handle) const {
+  const guarded_files now = guard(handle);
+  if (now.k != before_.k) {
+    ::unlinkat(root_.fd.get(), "subsys.k", 0);
+  }
+  if (now.checksum != before_.checksum) {
+    ::unlinkat(root_.fd.get(), "subsys.checksum", 0);
+  }
+  return now == before_;
+}
+
 bool scratch_watch::knows(const char *name, mode_t mode) const {
   mode_t known = 0;
   for (size_t at = 0; at < names_size_;) {
@@ -306,11 +145,30 @@ bool scratch_watch::remember(const char *name, mode_t mode) {
   return true;
 }
 
+bool scratch_watch::held_directory::hold(int parent, const char *path) {
+  fd = descriptor(::openat(parent, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return ::fstat(fd.get(), &before) == 0;
+}
+
+bool scratch_watch::held_directory::is_unchanged() const {
+  struct stat now {};
+  return ::fstat(fd.get(), &now) == 0 && now.st_mode == before.st_mode &&
+         now.st_uid == before.st_uid && now.st_gid == before.st_gid;
+}
+
+// The owner first, as that may cost bits of the mode.
+bool scratch_watch::held_directory::restore() const {
+  return is_unchanged() || (::fchown(fd.get(), before.st_uid, before.st_gid) == 0 &&
+                            ::fchmod(fd.get(), before.st_mode & 07777) == 0);
+}
+
 bool scratch_watch::begin(const zot_ctx &handle) {
   const directory_stream scratch = open_root(handle.tmp_root);
-  if (scratch == nullptr) {
+  if (scratch == nullptr || !root_.hold(AT_FDCWD, handle.tmp_root)) {
     return false;
   }
+  // One that may not be read is nobody's to change, either.
+  parent_.hold(root_.fd.get(), "..");
   const bool complete =
       for_each_entry(scratch.get(), [this](int fd, const char *name, const struct stat &st) {
         if (S_ISDIR(st.st_mode)) {
@@ -325,11 +183,15 @@ bool scratch_watch::begin(const zot_ctx &handle) {
 }
 
 bool scratch_watch::end(const zot_ctx &handle) {
+  bool clean = root_.restore();
+  if (parent_.fd.is_open() && !parent_.is_unchanged()) {
+    clean = false;
+    static_cast<void>(parent_.restore());
+  }
   const directory_stream scratch = open_root(handle.tmp_root);
   if (scratch == nullptr) {
     return false;
   }
-  bool clean = true;
   const bool complete = for_each_entry(scratch.get(), [&](int fd, const char *name,
                                                           const struct stat &st) {
     if (S_ISDIR(st.st_mode) && (std::strcmp(name, gpb_directory) == 0 || knows(name, st.st_mode))) {
@@ -344,17 +206,7 @@ bool scratch_watch::end(const zot_ctx &handle) {
     clean = false;
     return remove_entry(fd, name, st);
   });
-  return complete && clean && guard(handle) == before_;
-}
-
-void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs) {
-  listed_files listed;
-  if (!listed.collect(handle, gpbs)) {
-    return;
-  }
-  if (const directory_stream directory = open_root(handle.tmp_gpb_root); directory != nullptr) {
-    prune(directory.get(), listed, 0);
-  }
+  return drop_changed(handle) && complete && clean;
 }
 
 }  // namespace zot

@@ -2,11 +2,13 @@
 // What an unpacked archive may leave in the scratch directory, and what becomes of the rest.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <array>
 #include <cstdint>
 
+#include "utilities/owner.hpp"
 #include "zot_conf.h"
 
 namespace zot {
@@ -43,20 +45,33 @@ class scratch_watch {
 
   static file_digest digest_of(const char *root, const char *name);
   static guarded_files guard(const zot_ctx &handle);
+  // False when the K or its checksum file is not what was fetched; what it is goes.
+  [[nodiscard]] bool drop_changed(const zot_ctx &handle) const;
   // What a name stood for before: the archive may not turn one into the other, nor may it give a
   // file another mode. An unpacker that takes a directory of a file's name for an existing one does
   // just that, and says nothing.
   [[nodiscard]] bool knows(const char *name, mode_t mode) const;
   bool remember(const char *name, mode_t mode);
 
+  // A directory that an archive may name though it lies not below the scratch directory: mode and
+  // owner are not for it to give.
+  struct held_directory {
+    bool hold(int parent, const char *path);
+    [[nodiscard]] bool is_unchanged() const;
+    [[nodiscard]] bool restore() const;
+
+    descriptor fd{-1};
+    struct stat before {};
+  };
+
+  held_directory root_;
+  // Of the names that climb one is taken for harmless by an unpacker: "..".
+  held_directory parent_;
   guarded_files before_{};
   // What lay in the scratch directory before: for each its mode, its name and a terminator. The
   // mode of a directory is that of any.
   char *names_ = nullptr;
   size_t names_size_ = 0;
 };
-
-// Removes the files below the GPB directory that the list does not name.
-void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs);
 
 }  // namespace zot

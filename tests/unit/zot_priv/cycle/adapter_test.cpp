@@ -2,10 +2,12 @@
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -287,6 +289,174 @@ TEST_F(DownloadGpb, RefusesAnArchiveWithALink) {
             "[ap_download_gpb]: archive holds more than GPB files: " + e.tmp_root() + "/gpb.tgz");
   EXPECT_FALSE(exists(e.tmp_root() + "/config/out"));
 }
+
+std::string noise(std::size_t size) {
+  std::mt19937 source(5);
+  std::string bytes(size, '\0');
+  for (char &each : bytes) {
+    each = static_cast<char>(source());
+  }
+  return bytes;
+}
+
+TEST_F(DownloadGpb, RefusesAnArchiveLargerThanItsFilesCanNeed) {
+  remote.answer("/tgz", 200, noise(200000));
+  EXPECT_EQ(run(), ZOT_ERR_REMOTE_UNAVAIL);
+  EXPECT_EQ(e.error_text(), std::string("[ap_download_gpb]: curl error:") +
+                                curl_easy_strerror(CURLE_FILESIZE_EXCEEDED));
+}
+
+TEST_F(DownloadGpb, TakesFilesThatCannotBePacked) {
+  zot_priv_free_gpb_list(e.handle(), &head.node);
+  remote.publish(first_configuration().put("Wlan", "large", 1, noise(3000000)));
+  ASSERT_EQ(download_k_into_slot(e), ZOT_OK);
+  ASSERT_EQ(zot_priv_get_gpb_list_via_k_json(e.handle(), k(), &head.node), ZOT_OK);
+  EXPECT_EQ(run(), ZOT_OK) << e.error_text();
+}
+
+TEST_F(DownloadGpb, StopsAtAMemberLargerThanTheWholeArchiveMayBe) {
+  remote.answer("/tgz", 200,
+                make_tar_gz({{.path = "config/Wlan/guest/1", .bytes = std::string(4000000, '\0')},
+                             {.path = "config/Zone/hq/1", .bytes = "hq one"},
+                             {.path = "config/Radio/r5/3", .bytes = "radio"}}));
+  EXPECT_EQ(run(), ZOT_ERR_CORRUPTED);
+  EXPECT_TRUE(e.error_text().starts_with("[ap_download_gpb]: fail to run \"" + command() + "\":"))
+      << e.error_text();
+}
+
+TEST_F(DownloadGpb, TellsTheSizeOfAFileThatIsLongerThanStated) {
+  remote.publish(first_configuration().damage("Wlan", "guest", std::string(60000, 'x')));
+  EXPECT_EQ(run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(e.error_text(), "[zot_priv_verify_gpb]: wrong GPB size: expect/real size=9/60000");
+}
+
+TEST_F(DownloadGpb, ShowsTheCommandWithoutItsLimits) {
+  ASSERT_EQ(run(), ZOT_OK);
+  EXPECT_TRUE(e.log().contains("Run system command: " + command() + " done, ret = 0\n"))
+      << e.log().dump();
+  EXPECT_FALSE(e.log().contains_part("ulimit")) << e.log().dump();
+}
+
+// The next archive goes over it.
+TEST_F(DownloadGpb, LeavesWhatKNamesOfAnArchiveThatCannotBeUnpacked) {
+  const std::string whole = make_tar_gz({{.path = "config/Wlan/guest/1", .bytes = "guest one"},
+                                         {.path = "config/Vlan/other/1", .bytes = "other"},
+                                         {.path = "config/Wlan/big/1", .bytes = noise(20000)}});
+  remote.answer("/tgz", 200, whole.substr(0, whole.size() / 2));
+  ASSERT_EQ(run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(tree(e.tmp_root()),
+            (texts{"config/Wlan/guest/1", "gpb.tgz", "subsys.checksum", "subsys.k"}));
+}
+
+TEST_F(DownloadGpb, LeavesTheFilesOfAnArchiveWhenOneIsDamaged) {
+  remote.publish(first_configuration().damage("Radio", "r5", "RADIO"));
+  ASSERT_EQ(run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(tree(e.tmp_root()),
+            (texts{"config/Radio/r5/3", "config/Wlan/guest/1", "config/Zone/hq/1", "gpb.tgz",
+                   "subsys.checksum", "subsys.k"}));
+}
+
+TEST_F(DownloadGpb, LeavesTheBeginningOfATransferThatFailed) {
+  remote.break_off("/tgz", 100);
+  ASSERT_EQ(run(), ZOT_ERR_REMOTE_UNAVAIL);
+  EXPECT_EQ(tree(e.tmp_root()), (texts{"gpb.tgz", "subsys.checksum", "subsys.k"}));
+}
+
+TEST_F(DownloadGpb, StoresTheArchiveInAFileOfItsOwn) {
+  write_bytes(e.dir() / "kept", "kept");
+  std::filesystem::create_symlink(e.dir() / "kept", e.tmp_root() + "/gpb.tgz");
+  EXPECT_EQ(run(), ZOT_OK);
+  EXPECT_EQ(read_bytes(e.dir() / "kept"), "kept");
+}
+
+// An element with the first configuration in force, which is offered the second with an archive
+// that brings a link and other bytes for a file of the first.
+class FailedUpdate : public testing::Test {
+ protected:
+  void SetUp() override {
+    remote.publish(first_configuration());
+    ASSERT_EQ(e.get().status, ZOT_OK);
+    ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
+    fail();
+  }
+  void fail() {
+    remote.publish(second_configuration());
+    remote.answer("/tgz", 200,
+                  make_tar_gz({{.path = "config/Radio/r5/3", .bytes = "RADIO"},
+                               {.path = "config/x", .type = member_type::symlink, .target = "/"}}));
+    ASSERT_EQ(e.get().status, ZOT_ERR_CORRUPTED);
+    remote.clear_overrides();
+  }
+  void expect_first(const returned_list &got) {
+    ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+    const returned_entry *const radio = got.find(ZOT_CAT_RADIO, "r5");
+    ASSERT_NE(radio, nullptr);
+    EXPECT_EQ(radio->bytes, "radio");
+  }
+
+  service remote;
+  element e{remote.port()};
+};
+
+TEST_F(FailedUpdate, LeavesTheFilesOfCachedRequests) {
+  expect_first(e.get(ZOT_STAT_CACHED | every_change));
+}
+
+TEST_F(FailedUpdate, DoesNotHinderTheConfigurationInForce) {
+  remote.publish(first_configuration());
+  expect_first(e.get());
+}
+
+TEST_F(FailedUpdate, DoesNotHinderTheNextOne) {
+  EXPECT_EQ(e.get().status, ZOT_OK) << e.error_text();
+}
+
+TEST_F(FailedUpdate, KeepsTheFilesThatStayedRight) {
+  element other(remote.port());
+  remote.publish(first_configuration());
+  ASSERT_EQ(other.get().status, ZOT_OK);
+  remote.publish(second_configuration());
+  remote.answer("/tgz", 200, "no archive");
+  ASSERT_EQ(other.get().status, ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(tree(other.tmp_root() + "/config"), (texts{"Radio/r5/3", "Wlan/guest/1", "Zone/hq/1"}));
+  expect_first(other.get(ZOT_STAT_CACHED | every_change));
+}
+
+// What a process left that ended while it unpacked.
+class Leftovers : public testing::TestWithParam<const char *> {
+ protected:
+  service remote;
+  element e{remote.port()};
+};
+
+TEST_P(Leftovers, LinkInThePlaceOfADownloadIsNotFollowed) {
+  write_bytes(e.dir() / "kept", "kept");
+  std::filesystem::create_symlink(e.dir() / "kept", e.tmp_root() + "/" + GetParam());
+  remote.publish(first_configuration());
+  EXPECT_EQ(e.get().status, ZOT_OK) << e.error_text();
+  EXPECT_EQ(read_bytes(e.dir() / "kept"), "kept");
+}
+
+TEST_P(Leftovers, FifoInThePlaceOfADownloadIsNoHindrance) {
+  ASSERT_EQ(::mkfifo((e.tmp_root() + "/" + GetParam()).c_str(), 0600), 0);
+  remote.publish(first_configuration());
+  EXPECT_EQ(e.get().status, ZOT_OK) << e.error_text();
+}
+
+TEST_P(Leftovers, DirectoryInThePlaceOfADownloadIsNoHindrance) {
+  write_bytes(e.tmp_root() + "/" + GetParam() + "/file", "bytes");
+  remote.publish(first_configuration());
+  EXPECT_EQ(e.get().status, ZOT_OK) << e.error_text();
+}
+
+INSTANTIATE_TEST_SUITE_P(Places, Leftovers,
+                         testing::Values("subsys.k", "subsys.k.tmp", "subsys.checksum",
+                                         "subsys.checksum.tmp", "gpb.tgz"),
+                         [](const auto &tested) {
+                           std::string name = tested.param;
+                           std::erase(name, '.');
+                           return name;
+                         });
 
 TEST_F(DownloadGpb, FindsAnArchiveThatLacksAFileCorrupted) {
   remote.publish(first_configuration().remove("Radio", "r5"));

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -88,6 +89,23 @@ TEST(VerifyGpb, EmptyFileIsCorrupted) {
   named_file test("");
   EXPECT_EQ(test.verify(0, sha256_hex("")), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(test.handle.error_text(), "[zot_priv_verify_gpb]:Empty content in " + test.file);
+}
+
+TEST(VerifyGpb, FifoIsCorruptedWithoutWaitingForAWriter) {
+  named_file test;
+  std::filesystem::remove(test.file);
+  ASSERT_EQ(::mkfifo(test.file.c_str(), 0600), 0);
+  EXPECT_EQ(test.verify(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(test.handle.error_text(), "[zot_priv_verify_gpb]:Empty content in " + test.file);
+}
+
+TEST(VerifyGpb, FileFarLargerThanStatedIsNotRead) {
+  named_file test;
+  std::filesystem::resize_file(test.file, 3000000000);
+  EXPECT_EQ(test.verify(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(test.handle.error_text(),
+            "[zot_priv_verify_gpb]: wrong GPB size: expect/real size=19/3000000000");
+  EXPECT_EQ(test.bytes_read(), 0U);
 }
 
 TEST(VerifyGpb, DirectoryIsCorrupted) {

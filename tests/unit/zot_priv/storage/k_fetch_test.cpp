@@ -312,6 +312,42 @@ TEST(GetNewK, InvalidContentLeavesNoDataInTheRecord) {
   EXPECT_EQ(fetched.new_k->data_len, 0U);
 }
 
+constexpr std::size_t largest_checksum_file = 64 * 1024;
+constexpr std::size_t largest_k = 64 * 1024 * 1024;
+
+std::string too_large(const fetch &fetched, const std::string &label, const std::string &suffix) {
+  return "curl error get " + label + " from \"" +
+         fetched.remote.url("/file/knowledge/AP/AABBCCDDEEFF/latest/AABBCCDDEEFF." + suffix) +
+         "\": Maximum file size exceeded";
+}
+
+TEST(GetNewK, ChecksumFileOf64KiBIsTaken) {
+  fetch fetched;
+  std::string text = fetched.published.checksum_text();
+  text.resize(largest_checksum_file, '\n');
+  fetched.remote.answer(checksum_name, 200, text);
+  EXPECT_EQ(fetched.run(), ZOT_OK) << fetched.tested.error_text();
+}
+
+TEST(GetNewK, LargerChecksumFileIsRefused) {
+  fetch fetched;
+  std::string text = fetched.published.checksum_text();
+  text.resize(largest_checksum_file + 1, '\n');
+  fetched.remote.answer(checksum_name, 200, text);
+  EXPECT_EQ(fetched.run(), ZOT_ERR_REMOTE_UNAVAIL);
+  EXPECT_EQ(fetched.tested.error_text(), too_large(fetched, "K.checksum", "checksum"));
+  EXPECT_EQ(fetched.remote.request_count(k_name), 0U);
+}
+
+TEST(GetNewK, LargerKIsRefusedAndNotFetched) {
+  fetch fetched;
+  fetched.remote.answer(k_name, 200, std::string(largest_k + 1, ' '));
+  EXPECT_EQ(fetched.run(), ZOT_ERR_REMOTE_UNAVAIL);
+  EXPECT_EQ(fetched.tested.error_text(), too_large(fetched, "K", "k"));
+  EXPECT_FALSE(std::filesystem::exists(fetched.scratch("subsys.k")));
+  EXPECT_EQ(fetched.new_k->data, nullptr);
+}
+
 TEST(UpdateTmpK, MissingHandleIsRefused) {
   const zot::k_owner k = zot::make_k();
   EXPECT_EQ(zot_priv_update_tmp_k(nullptr, k.get()), ZOT_ERR_NULL_INPUT);

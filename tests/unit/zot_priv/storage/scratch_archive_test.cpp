@@ -384,14 +384,47 @@ TEST(ScratchArchive, FilesThatKDoesNotListDoNotStay) {
   EXPECT_EQ(tree(unpacked / "config"), (std::vector<std::string>{"Wlan/office/5", "Zone/hq/1"}));
 }
 
-TEST(ScratchArchive, FilesOfEarlierDownloadsStayWhenTheNewSetIsDamaged) {
+TEST(ScratchArchive, FilesOfEarlierDownloadsGoWhenTheNewSetIsDamaged) {
   scratch unpacked;
   write_bytes(unpacked / "config/Vlan/gone/1", "earlier object");
   std::vector<member> members = unpacked.listed();
   members[0].bytes = "other bytes";
   unpacked.answer_with(members);
   ASSERT_EQ(unpacked.download(), ZOT_ERR_CORRUPTED);
-  EXPECT_TRUE(exists(unpacked / "config/Vlan/gone/1"));
+  EXPECT_EQ(tree(unpacked / "config"), (std::vector<std::string>{"Wlan/office/5", "Zone/hq/1"}));
+}
+
+// Such a member comes with every archive that was made of a directory as a whole.
+TEST(ScratchArchive, ScratchDirectoryKeepsItsMode) {
+  scratch unpacked;
+  ASSERT_EQ(::chmod(unpacked.root.c_str(), 0750), 0);
+  std::vector<member> members = {{.path = "./", .type = member_type::dir, .mode = 0777}};
+  std::ranges::copy(unpacked.listed(), std::back_inserter(members));
+  unpacked.answer_with(members);
+  EXPECT_EQ(unpacked.download(), ZOT_OK) << unpacked.tested.error_text();
+  EXPECT_EQ(mode_of(unpacked.root), 0750U);
+}
+
+// One unpacker refuses the name, another takes it.
+TEST(ScratchArchive, DirectoryAboveKeepsItsMode) {
+  scratch unpacked;
+  const std::string above = fs::path(unpacked.root).parent_path().string();
+  ASSERT_EQ(::chmod(above.c_str(), 01750), 0);
+  std::vector<member> members = unpacked.listed();
+  members.push_back({.path = "..", .type = member_type::dir, .mode = 0777});
+  unpacked.answer_with(members);
+  EXPECT_EQ(unpacked.download(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(mode_of(above), 01750U);
+}
+
+TEST(ScratchArchive, KThatWasReplacedDoesNotStay) {
+  scratch unpacked;
+  std::vector<member> members = unpacked.listed();
+  members.push_back({.path = "subsys.k", .bytes = "other bytes"});
+  unpacked.answer_with(members);
+  ASSERT_EQ(unpacked.download(), ZOT_ERR_CORRUPTED);
+  EXPECT_FALSE(exists(unpacked / "subsys.k"));
+  EXPECT_TRUE(exists(unpacked / "subsys.checksum"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The watch over the scratch directory, and the removal of files that no list names.
+// The watch over the scratch directory.
 #include "zot_priv/storage/scratch.hpp"
 
 #include <gtest/gtest.h>
@@ -75,6 +75,25 @@ TEST(ScratchWatch, FileThatGotAnotherModeIsNotCleanAndGoes) {
   ASSERT_EQ(::chmod((watched.at / "gpb.tgz").c_str(), 0755), 0);
   EXPECT_FALSE(watched.end());
   EXPECT_FALSE(exists(watched.at / "gpb.tgz"));
+}
+
+TEST(ScratchWatch, DirectoryAboveThatGotAnotherModeIsReportedAndGetsItBack) {
+  watched watched;
+  const std::string above = fs::path(watched.at.root).parent_path().string();
+  ASSERT_EQ(::chmod(above.c_str(), 01777), 0);
+  ASSERT_TRUE(watched.begin());
+  ASSERT_EQ(::chmod(above.c_str(), 0777), 0);
+  EXPECT_FALSE(watched.end());
+  EXPECT_EQ(mode_of(above), 01777U);
+}
+
+TEST(ScratchWatch, ScratchDirectoryThatGotAnotherModeGetsItBack) {
+  watched watched;
+  ASSERT_EQ(::chmod(watched.at.root.c_str(), 0750), 0);
+  ASSERT_TRUE(watched.begin());
+  ASSERT_EQ(::chmod(watched.at.root.c_str(), 0), 0);
+  EXPECT_TRUE(watched.end());
+  EXPECT_EQ(mode_of(watched.at.root), 0750U);
 }
 
 TEST(ScratchWatch, FilesAndDirectoriesFromBeforeStay) {
@@ -322,83 +341,6 @@ TEST(ScratchWatch, LinkInARemovedTreeIsNotFollowed) {
   EXPECT_FALSE(watched.end());
   EXPECT_EQ(read_bytes(watched.at.sentinel + "/kept"), "kept");
   EXPECT_TRUE(exists(watched.at.sentinel + "/folder"));
-}
-
-// Files below the GPB directory beside a list of the small publication.
-struct listed_files {
-  listed_files() {
-    at.gpbs = make_list_of(at.tested.handle(), at.k.get());
-    for (const auto &[path, bytes] : at.published.files()) {
-      write_bytes(at / ("config" + path), bytes);
-    }
-  }
-
-  void run() { zot::remove_unlisted_files(*at.tested.handle(), at.gpbs.get()); }
-  [[nodiscard]] std::vector<std::string> files() const { return tree(at / "config"); }
-
-  scratch at;
-  std::vector<std::string> listed = {"Wlan/office/5", "Zone/hq/1"};
-};
-
-TEST(RemoveUnlistedFiles, ListedFilesStay) {
-  listed_files files;
-  files.run();
-  EXPECT_EQ(files.files(), files.listed);
-}
-
-TEST(RemoveUnlistedFiles, OtherVersionsOfAListedObjectGo) {
-  listed_files files;
-  write_bytes(files.at / "config/Wlan/office/4", "earlier");
-  files.run();
-  EXPECT_EQ(files.files(), files.listed);
-}
-
-TEST(RemoveUnlistedFiles, DirectoriesThatBecomeEmptyGo) {
-  listed_files files;
-  write_bytes(files.at / "config/Vlan/gone/1", "earlier");
-  write_bytes(files.at / "config/Wlan/gone/1", "earlier");
-  files.run();
-  EXPECT_FALSE(exists(files.at / "config/Vlan"));
-  EXPECT_FALSE(exists(files.at / "config/Wlan/gone"));
-  EXPECT_TRUE(exists(files.at / "config/Wlan/office"));
-}
-
-TEST(RemoveUnlistedFiles, FilesAboveTheObjectsGoToo) {
-  listed_files files;
-  write_bytes(files.at / "config/stray", "stray");
-  write_bytes(files.at / "config/Wlan/stray", "stray");
-  files.run();
-  EXPECT_EQ(files.files(), files.listed);
-}
-
-TEST(RemoveUnlistedFiles, FilesBesideTheGpbDirectoryStay) {
-  listed_files files;
-  files.run();
-  EXPECT_TRUE(exists(files.at / "subsys.k"));
-  EXPECT_TRUE(exists(files.at / "subsys.checksum"));
-}
-
-TEST(RemoveUnlistedFiles, NothingGoesWhileAListedFileIsMissing) {
-  listed_files files;
-  write_bytes(files.at / "config/Vlan/gone/1", "earlier");
-  fs::remove(files.at / "config/Zone/hq/1");
-  files.run();
-  EXPECT_TRUE(exists(files.at / "config/Vlan/gone/1"));
-}
-
-TEST(RemoveUnlistedFiles, EmptyListLeavesNoFile) {
-  listed_files files;
-  files.at.gpbs = zot::make_gpb_list(files.at.tested.handle());
-  files.run();
-  EXPECT_EQ(files.files(), std::vector<std::string>{});
-}
-
-TEST(RemoveUnlistedFiles, MissingGpbDirectoryIsNoFault) {
-  listed_files files;
-  files.at.gpbs = zot::make_gpb_list(files.at.tested.handle());
-  fs::remove_all(files.at / "config");
-  files.run();
-  EXPECT_FALSE(exists(files.at / "config"));
 }
 
 }  // namespace

@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/storage/leftovers.hpp"
+
+#include <cjson/cJSON.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+#include "utilities/owner.hpp"
+#include "utilities/path.hpp"
+#include "zot_list.hpp"
+#include "zot_priv/storage/directory_walk.hpp"
+
+namespace {
+
+using namespace zot::directory_walk;
+
+constexpr std::array download_targets = {"subsys.k", "subsys.k.tmp", "subsys.checksum",
+                                         "subsys.checksum.tmp", "gpb.tgz"};
+// Of no use to anybody once their download is over.
+constexpr std::array passing_files = {"subsys.k.tmp", "subsys.checksum.tmp", "gpb.tgz"};
+
+// The inode numbers of expected files: whatever form a path has, the file that it reaches is told
+// by its number. A file that is larger than is stated is none of them.
+class listed_files {
+ public:
+  // Makes room for so many more; false without memory.
+  bool reserve(size_t more) {
+    void *const grown = std::realloc(inodes_.get(), (count_ + more + 1) * sizeof(ino_t));
+    if (grown == nullptr) {
+      return false;
+    }
+    static_cast<void>(inodes_.release());
+    inodes_.reset(static_cast<ino_t *>(grown));
+    return true;
+  }
+
+  // False when there is no such file.
+  bool add(const zot_ctx &handle, const char *path, uint64_t size) {
+    const zot::joined_path file(handle.tmp_gpb_root, path);
+    struct stat st {};
+    if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
+        static_cast<uint64_t>(st.st_size) > size) {
+      return false;
+    }
+    inodes_.get()[count_++] = st.st_ino;
+    return true;
+  }
+
+  void sort() { std::sort(inodes_.get(), inodes_.get() + count_); }
+
+  [[nodiscard]] bool holds(ino_t inode) const {
+    return std::binary_search(inodes_.get(), inodes_.get() + count_, inode);
+  }
+
+ private:
+  zot::c_ptr<ino_t> inodes_;
+  size_t count_ = 0;
+};
+
+size_t length_of(const zot_list *gpbs) {
+  size_t count = 0;
+  for (const zot_list *node = gpbs->next; node != gpbs; node = node->next) {
+    ++count;
+  }
+  return count;
+}
+
+// Whether cached requests are answered from files of the scratch directory.
+bool is_cached_here(const zot_ctx &handle) {
+  return handle.ret.list != nullptr && std::strcmp(handle.ret.root, handle.tmp_root) == 0;
+}
+
+// Files that cached requests are answered from. False without memory.
+bool add_cached(const zot_ctx &handle, listed_files &files) {
+  if (!is_cached_here(handle)) {
+    return true;
+  }
+  if (!files.reserve(length_of(handle.ret.list))) {
+    return false;
+  }
+  for (const zot_gpb &gpb : zot::gpb_range(handle.ret.list)) {
+    files.add(handle, gpb.path, gpb.size);
+  }
+  files.sort();
+  return true;
+}
+
+// Files that K names: its list is given up when the first of them turns out to be damaged. False
+// without memory.
+bool add_announced(const zot_ctx &handle, const zot_k &k, listed_files &files) {
+  const int count = cJSON_GetArraySize(k.gpbs);
+  if (!files.reserve(static_cast<size_t>(count))) {
+    return false;
+  }
+  const cJSON *item = nullptr;
+  cJSON_ArrayForEach(item, k.gpbs) {
+    char path[ZOT_PATH_SIZE];
+    int32_t size = 0;
+    if (get_json_item(item, "path", cJSON_String, path, sizeof path) == 0 &&
+        get_json_item(item, "size", cJSON_Number, &size, sizeof size) == 0 && size >= 0) {
+      files.add(handle, path, static_cast<uint64_t>(size));
+    }
+  }
+  files.sort();
+  return true;
+}
+
+// Whether a download finds room to begin with.
+bool has_room(int directory) {
+  constexpr uint64_t least_bytes = 65536;
+  constexpr fsfilcnt_t least_files = 8;
+  struct statvfs room {};
+  if (::fstatvfs(directory, &room) != 0) {
+    return true;
+  }
+  const bool counts_files = room.f_files != 0;
+  return uint64_t{room.f_bavail} * room.f_frsize >= least_bytes &&
+         (!counts_files || room.f_favail >= least_files);
+}
+
+bool is_as_stated(const zot_ctx &handle, const zot_gpb &gpb) {
+  const zot::joined_path file(handle.tmp_gpb_root, gpb.path);
+  struct stat st {};
+  if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
+      st.st_size != static_cast<off_t>(gpb.size)) {
+    return false;
+  }
+  uint32_t size = 0;
+  const zot::c_text content(read_file(file.c_str(), &size));
+  return content != nullptr && cmp_file_sha256(content.get(), size, gpb.checksum) == 0;
+}
+
+void prune(DIR *directory, const listed_files &listed, int depth) {
+  for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
+    if (S_ISDIR(st.st_mode) && depth < max_depth) {
+      make_accessible(fd, name, st);
+      if (const directory_stream child = open_directory(fd, name); child != nullptr) {
+        prune(child.get(), listed, depth + 1);
+      }
+      // Only a directory that became empty goes.
+      ::unlinkat(fd, name, AT_REMOVEDIR);
+    } else if (!listed.holds(st.st_ino)) {
+      remove_entry(fd, name, st);
+    }
+    return true;
+  });
+}
+
+void prune_gpb_directory(int scratch, const listed_files &listed) {
+  if (const directory_stream directory = open_directory(scratch, gpb_directory);
+      directory != nullptr) {
+    prune(directory.get(), listed, 0);
+  }
+}
+
+zot::descriptor open_scratch(const zot_ctx &handle) {
+  return zot::descriptor(::open(handle.tmp_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+}  // namespace
+
+namespace zot {
+
+void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs) {
+  listed_files listed;
+  if (!listed.reserve(length_of(gpbs))) {
+    return;
+  }
+  for (const zot_gpb &gpb : gpb_range(gpbs)) {
+    if (!listed.add(handle, gpb.path, gpb.size)) {
+      return;
+    }
+  }
+  listed.sort();
+  if (const descriptor scratch = open_scratch(handle); scratch.is_open()) {
+    prune_gpb_directory(scratch.get(), listed);
+  }
+}
+
+void clear_download_targets(const zot_ctx &handle) {
+  const descriptor scratch = open_scratch(handle);
+  for (const char *const name : download_targets) {
+    struct stat st {};
+    if (::fstatat(scratch.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0 && !is_plain_file(st)) {
+      remove_entry(scratch.get(), name, st);
+    }
+  }
+}
+
+void leave_damaged_files(zot_ctx &handle) {
+  const zot_slot &current = handle.slot[ZOT_SLOT_CURRENT];
+  const bool is_in_force =
+      current.gpbs != nullptr && handle.slot[ZOT_SLOT_TMP].gpbs == current.gpbs;
+  if (!is_in_force || !is_cached_here(handle)) {
+    return;
+  }
+  for (const zot_gpb &gpb : gpb_range(handle.ret.list)) {
+    if (gpb.stat != ZOT_STAT_DELETED && !is_as_stated(handle, gpb)) {
+      handle.ret.root = handle.conf_root;
+      return;
+    }
+  }
+}
+
+void remove_strangers(const zot_ctx &handle, const zot_k &k) {
+  const descriptor scratch = open_scratch(handle);
+  listed_files kept;
+  if (scratch.is_open() && add_announced(handle, k, kept) && add_cached(handle, kept)) {
+    prune_gpb_directory(scratch.get(), kept);
+  }
+}
+
+void make_room(const zot_ctx &handle) {
+  const descriptor scratch = open_scratch(handle);
+  if (!scratch.is_open() || has_room(scratch.get())) {
+    return;
+  }
+  for (const char *const name : passing_files) {
+    struct stat st {};
+    if (::fstatat(scratch.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0) {
+      remove_entry(scratch.get(), name, st);
+    }
+  }
+  listed_files kept;
+  if (add_cached(handle, kept)) {
+    prune_gpb_directory(scratch.get(), kept);
+  }
+}
+
+}  // namespace zot

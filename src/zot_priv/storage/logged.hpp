@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+// Commands that run with more than their log shows.
+#pragma once
+
+#include "zot_conf.h"
+
+namespace zot {
+
+// As _zot_priv_system() with the text that is shown, but the shell gets the command: the same with
+// limits set before it.
+int run_shown_as(zot_ctx *handle, const char *command, const char *shown, int *code,
+                 const char *func, long line);
+
+}  // namespace zot

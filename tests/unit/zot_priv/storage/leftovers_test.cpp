@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+// What downloads leave in the scratch directory: what stays, and what goes when.
+#include "zot_priv/storage/leftovers.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/unit/zot_priv/storage/scratch_records.hpp"
+
+namespace {
+
+using namespace zot::test;
+namespace fs = std::filesystem;
+
+// Files below the GPB directory beside a list of the small publication.
+struct listed_files {
+  listed_files() {
+    at.gpbs = make_list_of(at.tested.handle(), at.k.get());
+    for (const auto &[path, bytes] : at.published.files()) {
+      write_bytes(at / ("config" + path), bytes);
+    }
+  }
+
+  void run() { zot::remove_unlisted_files(*at.tested.handle(), at.gpbs.get()); }
+  [[nodiscard]] std::vector<std::string> files() const { return tree(at / "config"); }
+
+  scratch at;
+  std::vector<std::string> listed = {"Wlan/office/5", "Zone/hq/1"};
+};
+
+TEST(RemoveUnlistedFiles, ListedFilesStay) {
+  listed_files files;
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, OtherVersionsOfAListedObjectGo) {
+  listed_files files;
+  write_bytes(files.at / "config/Wlan/office/4", "earlier");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, DirectoriesThatBecomeEmptyGo) {
+  listed_files files;
+  write_bytes(files.at / "config/Vlan/gone/1", "earlier");
+  write_bytes(files.at / "config/Wlan/gone/1", "earlier");
+  files.run();
+  EXPECT_FALSE(exists(files.at / "config/Vlan"));
+  EXPECT_FALSE(exists(files.at / "config/Wlan/gone"));
+  EXPECT_TRUE(exists(files.at / "config/Wlan/office"));
+}
+
+TEST(RemoveUnlistedFiles, FilesAboveTheObjectsGoToo) {
+  listed_files files;
+  write_bytes(files.at / "config/stray", "stray");
+  write_bytes(files.at / "config/Wlan/stray", "stray");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, FilesBesideTheGpbDirectoryStay) {
+  listed_files files;
+  files.run();
+  EXPECT_TRUE(exists(files.at / "subsys.k"));
+  EXPECT_TRUE(exists(files.at / "subsys.checksum"));
+}
+
+TEST(RemoveUnlistedFiles, NothingGoesWhileAListedFileIsMissing) {
+  listed_files files;
+  write_bytes(files.at / "config/Vlan/gone/1", "earlier");
+  fs::remove(files.at / "config/Zone/hq/1");
+  files.run();
+  EXPECT_TRUE(exists(files.at / "config/Vlan/gone/1"));
+}
+
+TEST(RemoveUnlistedFiles, EmptyListLeavesNoFile) {
+  listed_files files;
+  files.at.gpbs = zot::make_gpb_list(files.at.tested.handle());
+  files.run();
+  EXPECT_EQ(files.files(), std::vector<std::string>{});
+}
+
+TEST(RemoveUnlistedFiles, MissingGpbDirectoryIsNoFault) {
+  listed_files files;
+  files.at.gpbs = zot::make_gpb_list(files.at.tested.handle());
+  fs::remove_all(files.at / "config");
+  files.run();
+  EXPECT_FALSE(exists(files.at / "config"));
+}
+
+struct after_an_archive : listed_files {
+  void run() { zot::remove_strangers(*at.tested.handle(), *at.k); }
+};
+
+TEST(RemoveStrangers, FilesThatKNamesStayThoughOneIsCutShort) {
+  after_an_archive files;
+  write_bytes(files.at / "config/Zone/hq/1", "");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveStrangers, WhatKDoesNotNameGoes) {
+  after_an_archive files;
+  write_bytes(files.at / "config/Vlan/other/1", "brought along");
+  write_bytes(files.at / "config/Wlan/office/6", "brought along");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveStrangers, FileThatIsLargerThanStatedGoes) {
+  after_an_archive files;
+  write_bytes(files.at / "config/Zone/hq/1", std::string(100000, 'z'));
+  files.run();
+  EXPECT_EQ(files.files(), std::vector<std::string>{"Wlan/office/5"});
+}
+
+TEST(RemoveStrangers, FilesThatCachedRequestsAreAnsweredFromStay) {
+  after_an_archive files;
+  files.at.remote.publish(small_publication().put("Radio", "r5", 3, "radio"));
+  ASSERT_EQ(files.at.tested.get().status, ZOT_OK);
+  write_bytes(files.at / "config/Vlan/other/1", "brought along");
+  files.run();
+  EXPECT_EQ(files.files(), (std::vector<std::string>{"Radio/r5/3", "Wlan/office/5", "Zone/hq/1"}));
+}
+
+TEST(RemoveStrangers, KWithoutAListLeavesNoFile) {
+  after_an_archive files;
+  files.at.k = zot::make_k();
+  files.run();
+  EXPECT_EQ(files.files(), std::vector<std::string>{});
+}
+
+TEST(MakeRoom, NothingGoesWhereThereIsRoom) {
+  listed_files files;
+  write_bytes(files.at / "gpb.tgz", "archive");
+  write_bytes(files.at / "subsys.k.tmp", "half a K");
+  const auto before = tree(files.at.root);
+  zot::make_room(*files.at.tested.handle());
+  EXPECT_EQ(tree(files.at.root), before);
+}
+
+TEST(ClearDownloadTargets, PlainFilesStay) {
+  listed_files files;
+  const auto before = tree(files.at.root);
+  zot::clear_download_targets(*files.at.tested.handle());
+  EXPECT_EQ(tree(files.at.root), before);
+}
+
+TEST(ClearDownloadTargets, LinkGoesAndWhatItNamesStays) {
+  listed_files files;
+  fs::create_symlink(files.at.sentinel + "/kept", files.at / "gpb.tgz");
+  zot::clear_download_targets(*files.at.tested.handle());
+  EXPECT_FALSE(fs::is_symlink(files.at / "gpb.tgz"));
+  EXPECT_EQ(read_bytes(files.at.sentinel + "/kept"), "kept");
+}
+
+TEST(ClearDownloadTargets, FifoGoesWithoutWaiting) {
+  listed_files files;
+  fs::remove(files.at / "subsys.k");
+  ASSERT_EQ(::mkfifo((files.at / "subsys.k").c_str(), 0600), 0);
+  zot::clear_download_targets(*files.at.tested.handle());
+  EXPECT_FALSE(exists(files.at / "subsys.k"));
+}
+
+}  // namespace

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+// The places of standard input, output and error.
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "utilities/owner.hpp"
+
+namespace zot {
+
+// Holds the places of closed standard streams as long as it lives. Without it a file or a socket
+// that is opened meanwhile takes one, and what the host or a command prints gets into it.
+class standard_streams {
+ public:
+  standard_streams() {
+    const errno_keeper keep_errno;
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+      if (::fcntl(fd, F_GETFD) >= 0) {
+        continue;
+      }
+      // Commands get it too: they print like the host.
+      descriptor null(::open("/dev/null", O_RDWR));
+      if (null.get() == fd) {
+        is_held_[static_cast<size_t>(null.release())] = true;
+      }
+    }
+  }
+  standard_streams(const standard_streams &) = delete;
+  standard_streams &operator=(const standard_streams &) = delete;
+  ~standard_streams() {
+    const errno_keeper keep_errno;
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+      if (is_held_[static_cast<size_t>(fd)]) {
+        ::close(fd);
+      }
+    }
+  }
+
+ private:
+  std::array<bool, STDERR_FILENO + 1> is_held_{};
+};
+
+}  // namespace zot
