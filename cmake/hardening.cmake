@@ -4,6 +4,8 @@ include(CheckCXXCompilerFlag)
 
 add_library(zotconf_hardening INTERFACE)
 set(offered)
+# A flag that is only warned about is not offered.
+set(CMAKE_REQUIRED_FLAGS -Werror)
 foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=full
              -mbranch-protection=standard)
   string(MAKE_C_IDENTIFIER "zotconf_has${flag}" known)
@@ -12,10 +14,11 @@ foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=f
     list(APPEND offered ${flag})
   endif()
 endforeach()
+unset(CMAKE_REQUIRED_FLAGS)
 target_compile_options(zotconf_hardening INTERFACE
   ${offered} -Wformat -Wformat-security -Werror=format-security)
 # The sanitizers watch the same calls, and see more of them when nobody else does.
-if(NOT ZOTCONF_SANITIZE)
+if(NOT ZOTCONF_SANITIZE AND NOT ZOTCONF_SANITIZE_THREADS)
   target_compile_options(zotconf_hardening INTERFACE
     $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE>
     $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2>)

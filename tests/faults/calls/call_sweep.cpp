@@ -244,8 +244,8 @@ bool sweep_calls(const sweep_options &options, const services &offered) {
       all_held = operation_sweep(options, offered, each).run(totals) && all_held;
     }
   }
-  std::printf("calls: %u; %u errors and %u kills tried; %u held\n", totals.calls, totals.errors,
-              totals.kills, totals.held);
+  std::printf("calls: %u made; %u errors and %u kills tried: %u held\n", totals.calls,
+              totals.errors, totals.kills, totals.held);
   return all_held;
 }
 

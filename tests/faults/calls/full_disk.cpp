@@ -225,7 +225,13 @@ trial_result try_one(const trial &tried, const std::string &root, const file_tre
   }
 }
 
-bool sweep(const operation &disturbed, const sweep_options &options, const services &offered) {
+struct disk_totals {
+  std::size_t tried = 0;
+  unsigned held = 0;
+};
+
+bool sweep(const operation &disturbed, const sweep_options &options, const services &offered,
+           disk_totals &totals) {
   const std::string root = options.work + "/element";
   const file_tree stage = make_stage(disturbed.from, root, offered);
   const std::vector<trial> trials = plan(disturbed, options.every);
@@ -241,6 +247,8 @@ bool sweep(const operation &disturbed, const sweep_options &options, const servi
     refused += results[at].refused ? 1 : 0;
     had_enough = had_enough || (trials[at].left == most_pages && !results[at].refused);
   }
+  totals.tried += trials.size();
+  totals.held += held;
   std::printf("%s: %zu full or read-only disks: %u held; %u refused%s\n", disturbed.name,
               trials.size(), held, refused, had_enough ? "" : "; never enough room");
   std::fflush(stdout);
@@ -274,11 +282,13 @@ bool sweep_full_disks(const sweep_options &options, const services &offered) {
     throw std::runtime_error("this user may mount nothing");
   }
   bool all_held = true;
+  disk_totals totals;
   for (const operation &each : operations()) {
     if (options.only.empty() || options.only == each.name) {
-      all_held = sweep(each, options, offered) && all_held;
+      all_held = sweep(each, options, offered, totals) && all_held;
     }
   }
+  std::printf("disks: %zu full or read-only: %u held\n", totals.tried, totals.held);
   return all_held;
 }
 

@@ -202,7 +202,14 @@ trial_result try_one(const operation &observed, const file_tree &medium, const s
   return result;
 }
 
-bool sweep(const operation &observed, const sweep_options &options, const services &offered) {
+struct power_totals {
+  std::size_t states = 0;
+  std::size_t tried = 0;
+  std::size_t held = 0;
+};
+
+bool sweep(const operation &observed, const sweep_options &options, const services &offered,
+           power_totals &totals) {
   const std::string root = options.work + "/element";
   const file_tree stage = make_stage(observed.from, root, offered);
   const history passed = record(observed, root, stage, offered);
@@ -219,6 +226,9 @@ bool sweep(const operation &observed, const sweep_options &options, const servic
     held += result.held ? 1 : 0;
     ++restarted[result.restarted];
   }
+  totals.states += passed.states.size();
+  totals.tried += count;
+  totals.held += held;
   std::printf("%s, power lost: %zu states, %zu forms of the medium tried, %zu held; started anew:",
               observed.name, passed.states.size(), count, held);
   for (const auto &[letter, times] : restarted) {
@@ -234,11 +244,14 @@ bool sweep(const operation &observed, const sweep_options &options, const servic
 
 bool sweep_power_losses(const sweep_options &options, const services &offered) {
   bool all_held = true;
+  power_totals totals;
   for (const operation &each : operations()) {
     if (options.only.empty() || options.only == each.name) {
-      all_held = sweep(each, options, offered) && all_held;
+      all_held = sweep(each, options, offered, totals) && all_held;
     }
   }
+  std::printf("power: lost after each of %zu writes, %zu forms of the medium: %zu held\n",
+              totals.states, totals.tried, totals.held);
   return all_held;
 }
 

@@ -139,7 +139,7 @@ sequence without(const sequence &steps, std::size_t from, std::size_t count) {
 }  // namespace
 
 std::optional<disagreement> checker::run(const sequence &steps, tally *counts) {
-  model told(lie_);
+  model told(lie_, adapter_ == adapter::own);
   world real(remote_, closed_port_, adapter_);
   pair_of_elements both{told, real};
   for (std::size_t i = 0; i < steps.size(); ++i) {

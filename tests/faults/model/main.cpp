@@ -46,8 +46,8 @@ int find_lies(const options &wanted) {
   for (unsigned told = 1; told < lie_count; ++told) {
     found += is_found(wanted, static_cast<lie>(told)) ? 1U : 0U;
   }
-  std::cout << "model: " << lie_count - 1 << " lies told, seed " << wanted.seed << ": " << found
-            << " found\n";
+  std::cout << "lies: " << lie_count - 1 << " told to the model, seed " << wanted.seed << ": "
+            << found << " found\n";
   return found == lie_count - 1 ? 0 : 1;
 }
 

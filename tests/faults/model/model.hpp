@@ -62,7 +62,12 @@ struct marked {
 
 class model {
  public:
-  explicit model(lie told = lie::none) : lie_(told) { restart(); }
+  // A client's own operations clean up after their failures, or don't: the library leaves it to
+  // them.
+  explicit model(lie told = lie::none, bool clears_failed_files = true)
+      : lie_(told), clears_failed_files_(clears_failed_files) {
+    restart();
+  }
 
   void publish(offer published) { offered_ = std::move(published); }
   void set_service(bool up) { service_up_ = up; }
@@ -91,7 +96,9 @@ class model {
   int fetch(const answer &from, const std::string &name, std::string &body);
   int fetch_k(k_ref &fetched, outcome &seen);
   int fetch_files(const k_ref &k, list_ref &list, outcome &seen);
-  int unpack();
+  int take_files(const list_ref &all);
+  void leave_damaged_files();
+  void remove_strangers(const list_ref &all);
   int align();
   void mark_against_current(const k_ref &k, const list_ref &list, area root);
   int filter(std::uint32_t mask, const zot_catset &categories, outcome &seen);
@@ -105,6 +112,7 @@ class model {
   int keep_as_corrupted();
 
   lie lie_;
+  bool clears_failed_files_;
   directory cache_;
   directory scratch_;
   offer offered_;

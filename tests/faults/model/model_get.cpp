@@ -184,11 +184,38 @@ int model::fetch_k(k_ref &fetched, outcome &seen) {
   return ZOT_OK;
 }
 
-int model::unpack() {
-  if (!service_up_ || offered_.archive.how != answer::kind::body) {
-    return ZOT_ERR_REMOTE_UNAVAIL;
+// Cached requests turn to the cache for the files of the configuration in force.
+void model::leave_damaged_files() {
+  const list_ref &current = slots_[ZOT_SLOT_CURRENT].gpbs;
+  if (!current || slots_[ZOT_SLOT_TMP].gpbs != current || marked_root_ != area::scratch) {
+    return;
   }
-  return offered_.is_archive ? ZOT_OK : ZOT_ERR_CORRUPTED;
+  for (const marked &one : marked_) {
+    if (one.stat != ZOT_STAT_DELETED && verify(scratch_, one.file) != ZOT_OK) {
+      marked_root_ = area::cache;
+    }
+  }
+}
+
+// What a failed archive brought stays when K or a cached request expects a file there, and none
+// that is smaller.
+void model::remove_strangers(const list_ref &all) {
+  files expected;
+  const auto expect = [&expected](const gpb &file) {
+    std::string &bytes = expected["config" + file.path];
+    bytes = bytes.size() < file.bytes.size() ? file.bytes : bytes;
+  };
+  std::ranges::for_each(*all, expect);
+  if (has_marked_ && marked_root_ == area::scratch) {
+    for (const marked &one : marked_) {
+      expect(one.file);
+    }
+  }
+  std::erase_if(scratch_.held, [&](const auto &file) {
+    const auto found = expected.find(file.first);
+    const bool stays = found != expected.end() && file.second.size() <= found->second.size();
+    return file.first.starts_with("config/") && !stays;
+  });
 }
 
 int model::fetch_files(const k_ref &k, list_ref &list, outcome &seen) {
@@ -197,9 +224,20 @@ int model::fetch_files(const k_ref &k, list_ref &list, outcome &seen) {
   }
   const list_ref all = list_of(*k->found);
   seen.requests += "archive";
-  if (const int status = unpack(); status != ZOT_OK) {
-    return status;
+  if (!service_up_ || offered_.archive.how != answer::kind::body) {
+    return ZOT_ERR_REMOTE_UNAVAIL;
   }
+  const int status = offered_.is_archive ? take_files(all) : ZOT_ERR_CORRUPTED;
+  if (status == ZOT_OK) {
+    list = all;
+  } else if (clears_failed_files_) {
+    leave_damaged_files();
+    remove_strangers(all);
+  }
+  return status;
+}
+
+int model::take_files(const list_ref &all) {
   files named;
   for (const gpb &file : *all) {
     if (const auto sent = offered_.archived.find(file.path); sent != offered_.archived.end()) {
@@ -217,7 +255,6 @@ int model::fetch_files(const k_ref &k, list_ref &list, outcome &seen) {
       return file.first.starts_with("config/") && !named.contains(file.first);
     });
   }
-  list = all;
   return ZOT_OK;
 }
 

@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# usage: write_document.sh PROMISES RESULTS TEST_PROGRAM DOCUMENT
+# Prints the document with its table filled: each promise beside what holds it, and what that has
+# counted. The tests of a promise are run to be counted.
+set -euo pipefail
+
+promises=$1 results=$2 tests=$3 document=$4
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# What a sweep counted, one line each.
+counted_by() {
+  local lines
+  lines=$(sed -n "s/^$1: //p" "$results"/*.counts)
+  [[ -n $lines ]] || { echo "no sweep counted '$1'" >&2 && return 1; }
+  paste -sd '#' <<<"$lines" | sed 's/#/<br>/g'
+}
+
+# counted_cases FILTER
+counted_cases() {
+  local printed
+  printed=$("$tests" --gtest_brief=1 --gtest_filter="$1" 2>&1) || {
+    echo "$printed" >&2
+    return 1
+  }
+  sed -n 's/^\[  PASSED  \] \([0-9]*\) tests\{0,1\}\.$/\1/p' <<<"$printed"
+}
+
+promises_table() {
+  local promise kind held_by count
+  echo "| promise | held by | count |"
+  echo "|---|---|---|"
+  while IFS='|' read -r promise kind held_by; do
+    case $kind in
+      sweep)
+        count=$(counted_by "$held_by")
+        printf '| %s | sweep %s | %s |\n' "$promise" "$held_by" "$count"
+        ;;
+      tests)
+        count=$(counted_cases "$held_by")
+        ((count > 0)) || { echo "no test is named $held_by" >&2 && return 1; }
+        printf '| %s | `%s` | %s cases |\n' "$promise" "$held_by" "$count"
+        ;;
+      *) echo "neither sweep nor tests: $promise" >&2 && return 1 ;;
+    esac
+  done < <(sed -E '/^(#|$)/d; s/ *\| */|/g' "$promises")
+}
+
+promises_table >"$work/promises"
+awk -v work="$work" '
+  /^<!-- end -->$/ { inside = 0 }
+  !inside { print }
+  /^<!-- counted: [a-z]+ -->$/ {
+    inside = 1
+    print ""
+    while ((getline line < (work "/" $3)) > 0) print line
+    print ""
+  }' "$document"
