@@ -15,7 +15,7 @@ files_of() {
 
 lint_format() {
   say "lint: formatting"
-  files_of '.*\.(c|h|cpp|hpp)' include src utilities tools tests bench examples |
+  files_of '.*\.(c|h|cpp|hpp)' include src utilities tools tests bench examples fuzz |
     xargs clang-format --dry-run -Werror
 }
 
@@ -114,7 +114,7 @@ lint_configure() {
   local folder=$1
   shift
   cmake --preset release -B "$folder" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
-    -DZOTCONF_BUILD_TESTS=OFF --log-level=WARNING "$@" >/dev/null
+    -DZOTCONF_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=OFF --log-level=WARNING "$@" >/dev/null
 }
 
 # analyse FOLDER PATTERN [OPTION]...: what the build in FOLDER compiles and matches.
