@@ -1,36 +1,101 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Sweeps that let one thing after another fail, and long random sequences. Each prints its counts.
+# Sweeps that let one thing after another fail, and random sequences held against a model. Each
+# prints what it did and closes with its counts, which docs/reliability.md tells.
 
-readonly faults_build=build/faults
+readonly faults_programs=build/release/tests/faults
+readonly faults_results=build/faults
+readonly faults_document=docs/reliability.md
+readonly faults_promises=tests/faults/promises.txt
+readonly faults_sweeps=(memory calls service archive host threads model)
+readonly faults_sequences=100000
 
-# faults_make TARGET...
+# The thread sanitizer wants a library of its own.
+readonly threads_build=build/threads
+
 faults_make() {
   setup
-  cmake --preset release -B "$faults_build" -DZOTCONF_BUILD_FAULTS=ON --log-level=WARNING >/dev/null
+  say "faults: build"
+  cmake --preset release -DZOTCONF_BUILD_FAULTS=ON --log-level=WARNING >/dev/null
   local quiet=()
   [[ -t 1 ]] || quiet=(-- --quiet)
-  cmake --build "$faults_build" -j "$jobs" --target "$@" "${quiet[@]}"
+  cmake --build --preset release -j "$jobs" "${quiet[@]}"
+}
+
+faults_make_threads() {
+  cmake --preset debug -B "$threads_build" -DZOTCONF_BUILD_FAULTS=ON -DZOTCONF_BUILD_TOOLS=OFF \
+    -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1" -DZOTCONF_SANITIZE_THREADS=ON --log-level=WARNING >/dev/null
+  cmake --build "$threads_build" -j "$jobs" --target faults_threads
+}
+
+# What a sweep prints, kept; a line with counts begins with the name of what was counted.
+readonly faults_counted='memory|calls|disks|power|service|archive|host|threads|lies|model'
+
+faults_keep() {
+  local name=$1
+  shift
+  local -r log=$faults_results/$name.log
+  local begin=$SECONDS
+  mkdir -p "$faults_results"
+  rm -f "$faults_results/$name.counts"
+  say "faults: $name"
+  "$@" | tee "$log"
+  grep -E "^($faults_counted): .*[0-9]" "$log" >"$log.counts" || fail "the sweep '$name' told no counts"
+  mv "$log.counts" "$faults_results/$name.counts"
+  say "faults: $name: $((SECONDS - begin)) s"
+}
+
+faults_sweep() {
+  local -r programs=$faults_programs
+  case $1 in
+    memory) faults_keep memory "$programs/memory/memory_sweep" --jobs "$jobs" ;;
+    calls) faults_keep calls "$programs/calls/faults_calls" calls disks power jobs="$jobs" ;;
+    service) faults_keep service "$programs/service/faults_service" ;;
+    archive) faults_keep archive "$programs/archive/faults_archive" ;;
+    host) faults_keep host "$programs/host/faults_host" ;;
+    threads) faults_keep threads "$threads_build/tests/faults/host/faults_threads" ;;
+    model) faults_keep model faults_model ;;
+    *) fail "there is no sweep '$1': ${faults_sweeps[*]}" ;;
+  esac
 }
 
 faults_model() {
-  faults_make zotconf_model
-  say "faults: the cycle against its model"
-  local -r model=$faults_build/tests/faults/model/zotconf_model
+  local -r model=$faults_programs/model/zotconf_model
   "$model" --count 2000 --seed 3 --lies --adapter client
-  "$model" --count "$1" --jobs "$jobs"
-  "$model" --count "$1" --jobs "$jobs" --adapter client
+  "$model" --count "$faults_sequences" --jobs "$jobs" --adapter client
+  "$model" --count $((faults_sequences / 5)) --jobs "$jobs"
 }
 
-# Every call of an operation and its commands fails once, disks of every size run full, and power is
-# lost after every write.
-faults_calls() {
-  faults_make faults_calls
-  say "faults: system calls, disks and power"
-  "$faults_build/tests/faults/calls/faults_calls" calls disks power jobs="$jobs"
+# Bounded forms of all sweeps, for each change.
+faults_quick() {
+  faults_make
+  say "faults: bounded"
+  ctest --test-dir build/release -j "$jobs" -L faults --output-on-failure --no-tests=error
 }
 
+# The table of the sweeps, and the promises with the test that holds each and its count.
+faults_write_document() {
+  local sweep
+  for sweep in "${faults_sweeps[@]}"; do
+    [[ -s $faults_results/$sweep.counts ]] || {
+      say "faults: $faults_document is written when each of ${faults_sweeps[*]} has run"
+      return 0
+    }
+  done
+  say "faults: the tables of $faults_document"
+  tests/faults/write_document.sh "$faults_promises" "$faults_results" \
+    build/release/tests/zotconf_tests "$faults_document" >build/reliability.md
+  cp build/reliability.md "$faults_document"
+}
+
+# faults [SWEEP]...: all without a name.
 faults() {
-  faults_calls
-  faults_model "${1:-100000}"
+  local sweep wanted=("$@")
+  ((${#wanted[@]} > 0)) || wanted=("${faults_sweeps[@]}")
+  faults_make
+  for sweep in "${wanted[@]}"; do
+    [[ $sweep != threads ]] || faults_make_threads
+    faults_sweep "$sweep"
+  done
+  faults_write_document
 }
