@@ -51,11 +51,10 @@ faults_sweep() {
     memory) faults_keep memory "$programs/memory/memory_sweep" --jobs "$jobs" ;;
     calls) faults_keep calls "$programs/calls/faults_calls" calls disks power jobs="$jobs" ;;
     service) faults_keep service "$programs/service/faults_service" ;;
-    archive) faults_keep archive "$programs/archive/faults_archive" ;;
+    archive) faults_keep archive "$programs/archive/faults_archive" percent=10 ;;
     host) faults_keep host "$programs/host/faults_host" ;;
     threads) faults_keep threads "$threads_build/tests/faults/host/faults_threads" ;;
     model) faults_keep model faults_model ;;
-    *) fail "there is no sweep '$1': ${faults_sweeps[*]}" ;;
   esac
 }
 
@@ -92,6 +91,10 @@ faults_write_document() {
 faults() {
   local sweep wanted=("$@")
   ((${#wanted[@]} > 0)) || wanted=("${faults_sweeps[@]}")
+  for sweep in "${wanted[@]}"; do
+    [[ " ${faults_sweeps[*]} " == *" $sweep "* ]] ||
+      fail "there is no sweep '$sweep': ${faults_sweeps[*]}"
+  done
   faults_make
   for sweep in "${wanted[@]}"; do
     [[ $sweep != threads ]] || faults_make_threads

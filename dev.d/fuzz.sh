@@ -49,7 +49,7 @@ fuzz_run() {
 fuzz_tell() {
   local -r log=$fuzz_build/logs/$1.log
   local runs corpus status
-  status=$(<"$fuzz_build/logs/$1.status")
+  status=$(cat "$fuzz_build/logs/$1.status" 2>/dev/null || echo 255)
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
   corpus=$(sed -nE 's/.* corp: ([0-9]+).*/\1/p' "$log" | tail -n 1)
   echo "fuzz: $1: ${runs:-0} runs, $((status != 0)) crashes, corpus ${corpus:-0}"
@@ -70,6 +70,7 @@ fuzz_all() {
   # shellcheck disable=SC2064  # the name is known now
   trap "rm -rf '$temporary'" EXIT
   mkdir -p "$fuzz_build/logs" "$fuzz_build/finds"
+  rm -f "$fuzz_build"/logs/*
   for target in "${fuzz_targets[@]}"; do
     while (($(jobs -rp | wc -l) >= jobs)); do
       wait -n || true

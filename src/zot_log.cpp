@@ -69,6 +69,7 @@ constexpr std::array<sink, 6> sinks{to_syslog, to_stdout, to_stderr,
 }  // namespace
 
 int zot_log_dst_syslog(uint32_t level, const char *text) {
+  const zot::standard_streams guard;
   if (!syslog_is_open.exchange(true, std::memory_order_relaxed)) {
     openlog(nullptr, LOG_PID | LOG_ODELAY, LOG_USER);
   }

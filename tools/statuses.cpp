@@ -120,7 +120,9 @@ constexpr std::array advices = {
         .causes =
             {{{"zot_conf_get()",
                "no connection, a broken transfer, or a response other than 200 to the request "
-               "for the GPB files"}}}},
+               "for the GPB files; a K over 64 MiB, a checksum file over 64 KiB, headers over "
+               "256 KiB, or an archive larger than K allows; or the callback that watches "
+               "transfers ended it"}}}},
     status_advice{.code = ZOT_ERR_RET_TOO_BIG,
                   .meaning = "Reserved.",
                   .retry = "no",

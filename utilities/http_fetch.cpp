@@ -17,6 +17,7 @@
 namespace {
 
 constexpr long http_ok = 200;
+constexpr long http_error = 400;
 // libcurl counts milliseconds in an int and takes no longer limit.
 constexpr uint32_t longest_timeout = INT_MAX / 1000;
 
@@ -149,11 +150,6 @@ CURLcode set_transfer_rules(CURL *curl, const char *url, body_sink *sink) {
   return may_name_loopback(url) ? curl_easy_setopt(curl, CURLOPT_PROXY, "") : CURLE_OK;
 }
 
-CURLcode perform(CURL *curl, const body_sink &sink) {
-  const CURLcode result = curl_easy_perform(curl);
-  return sink.is_exceeded ? CURLE_FILESIZE_EXCEEDED : result;
-}
-
 // Fills time, size and file time; the file time only when the service told one.
 void fill_statistics(CURL *curl, remote_file_stat *stat) {
   curl_off_t bytes = 0;
@@ -171,6 +167,15 @@ long response_code(CURL *curl) {
   long code = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &code);
   return code;
+}
+
+// A service that refuses may do so at any length: what counts is that it refuses.
+CURLcode perform(CURL *curl, const body_sink &sink) {
+  const CURLcode result = curl_easy_perform(curl);
+  if (!sink.is_exceeded && result != CURLE_FILESIZE_EXCEEDED) {
+    return result;
+  }
+  return response_code(curl) >= http_error ? CURLE_OK : CURLE_FILESIZE_EXCEEDED;
 }
 
 // {"files": [names]}; null when there is none to ask for, or without memory.

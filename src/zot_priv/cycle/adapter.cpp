@@ -206,7 +206,7 @@ int ap_download_k(zot_ctx *handle, zot_k *k) {
                                     static_cast<uint32_t>(ZOT_REMOTE_PORT)));
   }
   const int status = zot_priv_get_new_k_by_host(handle, k, host);
-  if (zot_util_is_err(status)) {
+  if (zot_util_is_err(status) && status != ZOT_ERR_SAME_AS_CORRUPTED) {
     // A process that ended while it unpacked may have left no room for the K.
     zot::make_room(*handle);
   }

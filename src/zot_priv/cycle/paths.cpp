@@ -164,8 +164,9 @@ int zot_priv_reload_sys_paths(zot_ctx *handle) {
        {handle->tmp_gpb_root, "tmp GPB root", gpb_root_fits}}};
   for (const auto &[path, label, fits] : directories) {
     if (!fits) {
-      return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "fail to create dir for %s = %s: %s", label, path,
-                        std::strerror(ENAMETOOLONG));
+      return zot::record(handle, ZOT_ERR_GENERIC, "zot_priv_chk_n_mkdir", __LINE__,
+                         "fail to create dir for %s = %s: %s", label, path,
+                         std::strerror(ENAMETOOLONG));
     }
     if (const int status = zot_priv_chk_n_mkdir(handle, path, label); status < 0) {
       return status;

@@ -120,8 +120,10 @@ bool has_room(int directory) {
   if (::fstatvfs(directory, &room) != 0) {
     return true;
   }
+  // A file system in memory without a limit counts nothing.
+  const bool counts_blocks = room.f_blocks != 0;
   const bool counts_files = room.f_files != 0;
-  return uint64_t{room.f_bavail} * room.f_frsize >= least_bytes &&
+  return (!counts_blocks || uint64_t{room.f_bavail} * room.f_frsize >= least_bytes) &&
          (!counts_files || room.f_favail >= least_files);
 }
 

@@ -147,7 +147,7 @@ bool scratch_watch::remember(const char *name, mode_t mode) {
 
 bool scratch_watch::held_directory::hold(int parent, const char *path) {
   fd = descriptor(::openat(parent, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return ::fstat(fd.get(), &before) == 0;
+  return fd.is_open() && ::fstat(fd.get(), &before) == 0;
 }
 
 bool scratch_watch::held_directory::is_unchanged() const {
@@ -178,8 +178,11 @@ bool scratch_watch::begin(const zot_ctx &handle) {
         return is_plain_file(st) && !has_foreign_identity(st) ? remember(name, st.st_mode)
                                                               : remove_entry(fd, name, st);
       });
+  if (!complete) {
+    return false;
+  }
   before_ = guard(handle);
-  return complete;
+  return true;
 }
 
 bool scratch_watch::end(const zot_ctx &handle) {

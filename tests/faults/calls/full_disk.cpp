@@ -279,7 +279,7 @@ bool enter_own_mounts() {
 
 bool sweep_full_disks(const sweep_options &options, const services &offered) {
   if (!enter_own_mounts()) {
-    throw std::runtime_error("this user may mount nothing");
+    throw not_allowed("this user may mount nothing");
   }
   bool all_held = true;
   disk_totals totals;

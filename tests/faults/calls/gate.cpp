@@ -157,7 +157,7 @@ class watch {
     while (page_.listener.load() < 0) {
       if (steady::now() > limit) {
         end_group(leader_);
-        throw std::runtime_error("system calls cannot be watched here");
+        throw not_allowed("system calls cannot be watched here");
       }
       ::usleep(pause);
     }

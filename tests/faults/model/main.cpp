@@ -68,7 +68,7 @@ int main(int count, char **words) {
     return 2;
   }
   work_in_memory();
-  std::cout << "model: seed " << wanted.seed << std::endl;
+  std::cout << "seed " << wanted.seed << std::endl;
   if (wanted.lies) {
     return find_lies(wanted);
   }

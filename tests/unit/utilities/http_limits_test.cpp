@@ -130,11 +130,14 @@ TEST_F(TransferLimit, ALongerBodyLeavesTheDestinationAndTheMemory) {
   EXPECT_EQ(mem.data, nullptr);
 }
 
-TEST_F(TransferLimit, HoldsForTheBodyOfARefusalToo) {
-  service_.answer("/x", 500, std::string(limit + 1, 'x'));
-  EXPECT_EQ(fetch(url_), CURLE_FILESIZE_EXCEEDED);
-  service_.answer("/x", 500, std::string(limit, 'x'));
-  EXPECT_EQ(fetch(url_), -1);
+TEST_F(TransferLimit, RefusalOfAnyLengthIsARefusal) {
+  service_.answer("/x", 404, std::string(limit + 1, 'x'));
+  remote_file_stat stat{};
+  EXPECT_EQ(zot::get_remote_file_within(url_.c_str(), path_.c_str(), nullptr, 30, limit, &stat),
+            -1);
+  EXPECT_EQ(stat.http_code, 404);
+  EXPECT_LE(read_bytes(path_ + ".tmp").size(), limit);
+  EXPECT_EQ(fetch_set(url_), -1);
 }
 
 TEST_F(TransferLimit, ZeroIsNone) {
