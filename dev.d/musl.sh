@@ -88,8 +88,9 @@ lint_libc() {
   ((${#others[@]} == 3)) || fail "libcurl, libcrypto and libcjson are not among those of $library"
   offered=$(offered_by "${others[@]}" "/usr/lib/${machine/-gnu/-musl}/libc.so")
   # Under _FILE_OFFSET_BITS=64 glibc says open64 for open, and so on. In musl an offset always has
-  # 64 bits, and the plain name does that.
-  lint_needed "$library" "$(needed_by -D "$library" | sed 's/64$//')" "$offered" || status=1
+  # 64 bits, and the plain name does that. Fortified calls are glibc's form of the plain ones.
+  lint_needed "$library" "$(needed_by -D "$library" | sed 's/64$//; s/^__\(.*\)_chk$/\1/')" \
+    "$offered" || status=1
   own=$(nm --defined-only "$archive" | awk 'NF == 3 { print $3 }')
   lint_needed "$archive" "$(needed_by "$archive")" "$offered"$'\n'"$own" || status=1
   return "$status"

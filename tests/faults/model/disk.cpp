@@ -132,6 +132,7 @@ std::vector<change> damage_of(const step &one, const directory &hit) {
 void apply(const change &what, directory &to) {
   if (what.bytes.has_value()) {
     to.held[what.name] = *what.bytes;
+    to.exists = true;
     to.has_config = to.has_config || what.name.starts_with("config/");
     to.has_knowledge = to.has_knowledge || what.name.starts_with("knowledge/");
     return;

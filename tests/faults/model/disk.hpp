@@ -12,6 +12,7 @@
 namespace zot::faults {
 
 struct directory {
+  bool exists = false;         // itself
   bool has_config = false;     // the directory below it, with or without files
   bool has_knowledge = false;  // of the cache only
   files held;

@@ -109,7 +109,7 @@ int model::commit_k() {
 int model::commit_files() {
   cache_.remove_below("config/");
   cache_.has_config = false;
-  if (!scratch_.has_config) {
+  if (!scratch_.has_config || !cache_.exists) {
     return ZOT_ERR_GENERIC;
   }
   cache_.has_config = true;

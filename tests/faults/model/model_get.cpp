@@ -69,6 +69,7 @@ k_ref record_of(const read_k &read) {
 }  // namespace
 
 void model::make_directories() {
+  cache_.exists = scratch_.exists = true;
   cache_.has_knowledge = true;
   scratch_.has_config = true;
 }

@@ -28,8 +28,40 @@ using zot::test::write_bytes;
 
 constexpr std::uint64_t limit = 100000;
 
+// A service of one address that misses the comfort of the others.
+class plain_service {
+ public:
+  plain_service() = default;
+  plain_service(const plain_service &) = delete;
+  plain_service &operator=(const plain_service &) = delete;
+  ~plain_service() {
+    server_.stop();
+    thread_.join();
+  }
+
+  [[nodiscard]] std::string url() const {
+    return "http://127.0.0.1:" + std::to_string(port_) + "/x";
+  }
+
+ protected:
+  httplib::Server &server() { return server_; }
+  void listen() {
+    server_.set_keep_alive_max_count(1);
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    while (!server_.is_running()) {
+      std::this_thread::yield();
+    }
+  }
+
+ private:
+  httplib::Server server_;
+  int port_ = 0;
+  std::thread thread_;
+};
+
 // Answers GET and POST in chunks, without telling how much will come.
-class chunked_service {
+class chunked_service : public plain_service {
  public:
   explicit chunked_service(std::size_t bytes) {
     const auto answer_in_chunks = [bytes](const httplib::Request &, httplib::Response &answer) {
@@ -43,30 +75,10 @@ class chunked_service {
             return true;
           });
     };
-    server_.Get("/x", answer_in_chunks);
-    server_.Post("/x", answer_in_chunks);
-    server_.set_keep_alive_max_count(1);
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running()) {
-      std::this_thread::yield();
-    }
+    server().Get("/x", answer_in_chunks);
+    server().Post("/x", answer_in_chunks);
+    listen();
   }
-  chunked_service(const chunked_service &) = delete;
-  chunked_service &operator=(const chunked_service &) = delete;
-  ~chunked_service() {
-    server_.stop();
-    thread_.join();
-  }
-
-  [[nodiscard]] std::string url() const {
-    return "http://127.0.0.1:" + std::to_string(port_) + "/x";
-  }
-
- private:
-  httplib::Server server_;
-  int port_ = 0;
-  std::thread thread_;
 };
 
 class Transfer : public testing::Test {
@@ -160,37 +172,17 @@ TEST_F(TransferLimit, FullMediumIsStillAWriteError) {
 }
 
 // Sends headers of a kibibyte each.
-class talkative_service {
+class talkative_service : public plain_service {
  public:
   explicit talkative_service(int headers) {
-    server_.Get("/x", [headers](const httplib::Request &, httplib::Response &answer) {
+    server().Get("/x", [headers](const httplib::Request &, httplib::Response &answer) {
       for (int i = 0; i < headers; ++i) {
         answer.headers.emplace("X-Filler", std::string(1012, 'x'));
       }
       answer.set_content("body", "text/plain");
     });
-    server_.set_keep_alive_max_count(1);
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running()) {
-      std::this_thread::yield();
-    }
+    listen();
   }
-  talkative_service(const talkative_service &) = delete;
-  talkative_service &operator=(const talkative_service &) = delete;
-  ~talkative_service() {
-    server_.stop();
-    thread_.join();
-  }
-
-  [[nodiscard]] std::string url() const {
-    return "http://127.0.0.1:" + std::to_string(port_) + "/x";
-  }
-
- private:
-  httplib::Server server_;
-  int port_ = 0;
-  std::thread thread_;
 };
 
 TEST_F(TransferLimit, HeadersOf200KiBAreTaken) {
