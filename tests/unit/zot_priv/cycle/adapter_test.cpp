@@ -52,6 +52,7 @@ class transfers_that_end_with {
 int download_k_into_slot(const element &e) {
   auto *const k = static_cast<zot_k *>(std::calloc(1, sizeof(zot_k)));
   const int status = ap_download_k(e.handle(), k);
+  zot_priv_free_k_ex_safe(e.handle(), ZOT_SLOT_TMP, nullptr);
   zot_priv_set_k(e.handle(), ZOT_SLOT_TMP, k);
   return status;
 }
