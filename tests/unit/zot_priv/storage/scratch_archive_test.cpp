@@ -405,7 +405,7 @@ TEST(ScratchArchive, ScratchDirectoryKeepsItsMode) {
   EXPECT_EQ(mode_of(unpacked.root), 0750U);
 }
 
-// One unpacker refuses the name, another takes it.
+// One unpacker refuses the name, another passes over it, a third takes it.
 TEST(ScratchArchive, DirectoryAboveKeepsItsMode) {
   scratch unpacked;
   const std::string above = fs::path(unpacked.root).parent_path().string();
@@ -413,7 +413,8 @@ TEST(ScratchArchive, DirectoryAboveKeepsItsMode) {
   std::vector<member> members = unpacked.listed();
   members.push_back({.path = "..", .type = member_type::dir, .mode = 0777});
   unpacked.answer_with(members);
-  EXPECT_EQ(unpacked.download(), ZOT_ERR_CORRUPTED);
+  const int status = unpacked.download();
+  EXPECT_TRUE(status == ZOT_ERR_CORRUPTED || status == ZOT_OK) << status;
   EXPECT_EQ(mode_of(above), 01750U);
 }
 
