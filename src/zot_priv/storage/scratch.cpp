@@ -147,19 +147,26 @@ bool scratch_watch::remember(const char *name, mode_t mode) {
 
 bool scratch_watch::held_directory::hold(int parent, const char *path) {
   fd = descriptor(::openat(parent, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return fd.is_open() && ::fstat(fd.get(), &before) == 0;
+  struct stat before {};
+  if (!fd.is_open() || ::fstat(fd.get(), &before) != 0) {
+    return false;
+  }
+  mode = before.st_mode;
+  owner = before.st_uid;
+  group = before.st_gid;
+  return true;
 }
 
 bool scratch_watch::held_directory::is_unchanged() const {
   struct stat now {};
-  return ::fstat(fd.get(), &now) == 0 && now.st_mode == before.st_mode &&
-         now.st_uid == before.st_uid && now.st_gid == before.st_gid;
+  return ::fstat(fd.get(), &now) == 0 && now.st_mode == mode && now.st_uid == owner &&
+         now.st_gid == group;
 }
 
 // The owner first, as that may cost bits of the mode.
 bool scratch_watch::held_directory::restore() const {
-  return is_unchanged() || (::fchown(fd.get(), before.st_uid, before.st_gid) == 0 &&
-                            ::fchmod(fd.get(), before.st_mode & 07777) == 0);
+  return is_unchanged() ||
+         (::fchown(fd.get(), owner, group) == 0 && ::fchmod(fd.get(), mode & 07777) == 0);
 }
 
 bool scratch_watch::begin(const zot_ctx &handle) {

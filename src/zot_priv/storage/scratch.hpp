@@ -2,7 +2,6 @@
 // What an unpacked archive may leave in the scratch directory, and what becomes of the rest.
 #pragma once
 
-#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <array>
@@ -61,7 +60,9 @@ class scratch_watch {
     [[nodiscard]] bool restore() const;
 
     descriptor fd{-1};
-    struct stat before {};
+    mode_t mode = 0;
+    uid_t owner = 0;
+    gid_t group = 0;
   };
 
   held_directory root_;
