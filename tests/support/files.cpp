@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
 #include <system_error>
 
@@ -83,6 +84,15 @@ std::vector<std::string> tree(const fs::path &path) {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::string noise(std::size_t size) {
+  std::mt19937 source(5);
+  std::string bytes(size, '\0');
+  for (char &each : bytes) {
+    each = static_cast<char>(source());
+  }
+  return bytes;
 }
 
 std::string sha256_hex(std::string_view bytes) {

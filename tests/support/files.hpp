@@ -2,6 +2,7 @@
 // Files and directories as the tests arrange and inspect them.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -35,6 +36,9 @@ void write_bytes(const std::filesystem::path &path, std::string_view bytes);
 
 // Names of the regular files below a directory, relative to it and sorted; empty when it is absent.
 [[nodiscard]] std::vector<std::string> tree(const std::filesystem::path &path);
+
+// Bytes that no packer makes shorter, the same ones each time.
+[[nodiscard]] std::string noise(std::size_t size);
 
 // 64 lower-case digits.
 [[nodiscard]] std::string sha256_hex(std::string_view bytes);

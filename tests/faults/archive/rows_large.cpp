@@ -2,7 +2,7 @@
 // Archives that are small and unpack to much.
 #include "tests/faults/archive/rows.hpp"
 
-#include <random>
+#include "tests/support/files.hpp"
 
 namespace zot::test {
 namespace {
@@ -16,15 +16,6 @@ std::string pad_of(std::uint64_t size) {
 std::string zeros_at(const std::string &name, std::uint64_t size) {
   return gzip_around_zeros(proper_members() + tar_header({.name = name}, size), size,
                            pad_of(size) + tar_end());
-}
-
-std::string noise(std::size_t size) {
-  std::mt19937 source(5);
-  std::string bytes(size, '\0');
-  for (char &each : bytes) {
-    each = static_cast<char>(source());
-  }
-  return bytes;
 }
 
 std::string many(unsigned count, const std::string &folder, char type, const std::string &bytes) {

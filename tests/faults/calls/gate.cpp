@@ -254,6 +254,21 @@ void clear(gate_page &page) {
   page.text[0] = '\0';
 }
 
+// A process of a group of its own that ends with what the client returns.
+pid_t start_leader(gate_page &page, const std::function<int()> &client) {
+  clear(page);
+  const pid_t leader = ::fork();
+  if (leader < 0) {
+    fail("fork");
+  }
+  if (leader == 0) {
+    begin_group();
+    ::_exit(client());
+  }
+  ::setpgid(leader, leader);
+  return leader;
+}
+
 }  // namespace
 
 shared_page::shared_page() {
@@ -281,35 +296,19 @@ void disarm(gate_page &page) {
 
 gated_run run_gated(gate_page &page, const planned_fault &plan, const std::function<int()> &client,
                     const std::function<void(const passed_call &)> &look) {
-  clear(page);
-  const pid_t leader = ::fork();
-  if (leader < 0) {
-    fail("fork");
-  }
-  if (leader == 0) {
-    begin_group();
+  const pid_t leader = start_leader(page, [&page, &client] {
     const int listener = install_filter();
     if (listener < 0) {
-      ::_exit(2);
+      return 2;
     }
     page.listener = listener;
-    ::_exit(client());
-  }
-  ::setpgid(leader, leader);
+    return client();
+  });
   return watch(page, plan, leader, look).run();
 }
 
 int run_process(gate_page &page, const std::function<int()> &client) {
-  clear(page);
-  const pid_t leader = ::fork();
-  if (leader < 0) {
-    fail("fork");
-  }
-  if (leader == 0) {
-    begin_group();
-    ::_exit(client());
-  }
-  ::setpgid(leader, leader);
+  const pid_t leader = start_leader(page, client);
   int status = 0;
   while (::waitpid(leader, &status, 0) < 0 && errno == EINTR) {
   }

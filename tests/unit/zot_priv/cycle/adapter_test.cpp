@@ -7,13 +7,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <random>
+
 #include <string>
 #include <vector>
 
 #include "gpb_entries.hpp"
 #include "tests/cycle/cycle_checks.hpp"
 #include "tests/support/archive.hpp"
+#include "tests/support/files.hpp"
 #include "tests/support/service.hpp"
 
 namespace {
@@ -289,15 +290,6 @@ TEST_F(DownloadGpb, RefusesAnArchiveWithALink) {
   EXPECT_EQ(e.error_text(),
             "[ap_download_gpb]: archive holds more than GPB files: " + e.tmp_root() + "/gpb.tgz");
   EXPECT_FALSE(exists(e.tmp_root() + "/config/out"));
-}
-
-std::string noise(std::size_t size) {
-  std::mt19937 source(5);
-  std::string bytes(size, '\0');
-  for (char &each : bytes) {
-    each = static_cast<char>(source());
-  }
-  return bytes;
 }
 
 TEST_F(DownloadGpb, RefusesAnArchiveLargerThanItsFilesCanNeed) {

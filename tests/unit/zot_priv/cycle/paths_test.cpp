@@ -281,6 +281,39 @@ class Directory : public Paths {
   int check(const char *path) { return zot_priv_chk_n_mkdir(handle_.get(), path, "some root"); }
 };
 
+// A folder of so many bytes below another, its parents of names that a file system takes.
+std::string folder_of_length(std::string folder, std::size_t length) {
+  constexpr std::size_t longest_name = 200;
+  while (folder.size() < length) {
+    const std::size_t left = length - folder.size() - 1;
+    // What is left after this name has room for a slash and a name.
+    folder += "/" + std::string(left > longest_name + 1 ? longest_name : left, 'x');
+  }
+  return folder;
+}
+
+TEST_F(Paths, KRootThatDoesNotFitIsNoOtherDirectory) {
+  const std::string below = "/writable/zot/";
+  conf_prefix_.set(folder_of_length(dir_.path(), ZOT_PATH_SIZE - 6 - below.size()));
+  EXPECT_EQ(reload(), ZOT_ERR_GENERIC);
+  const std::string conf_root = handle_.get()->conf_root;
+  EXPECT_EQ(handle_.get()->conf_k_root, conf_root + "//kno");
+  EXPECT_FALSE(is_directory(conf_root + "/kno"));
+  EXPECT_TRUE(
+      std::string(handle_.get()->err_str).starts_with("fail to create dir for conf K root = "));
+}
+
+TEST_F(Paths, GpbRootThatDoesNotFitIsNoOtherDirectory) {
+  const std::string below = "/tmp/zot";
+  tmp_prefix_.set(folder_of_length(dir_.path(), ZOT_PATH_SIZE - 6 - below.size()));
+  EXPECT_EQ(reload(), ZOT_ERR_GENERIC);
+  const std::string tmp_root = handle_.get()->tmp_root;
+  EXPECT_EQ(handle_.get()->tmp_gpb_root, tmp_root + "//con");
+  EXPECT_FALSE(is_directory(tmp_root + "/con"));
+  EXPECT_TRUE(
+      std::string(handle_.get()->err_str).starts_with("fail to create dir for tmp GPB root = "));
+}
+
 TEST_F(Directory, IsCreated) {
   const std::string path = dir_ / "a/b";
   EXPECT_EQ(check(path.c_str()), 0);
