@@ -413,7 +413,10 @@ typedef struct zot_k_meta {
   char cluster_id[ZOT_UUID_LEN + 1];           /**< every K states one */
 } zot_k_meta;
 
-/** One knowledge file in memory. Everything but gpbs is owned by the record. */
+/**
+ * One knowledge file in memory. Everything but gpbs is owned by the record; json is shared with
+ * other records of the same text, is not to be changed, and goes back with zot_priv_free_k().
+ */
 typedef struct zot_k {
   char *path; /**< where the file lies */
   char

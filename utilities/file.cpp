@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "utilities/file_io.hpp"
 #include "utilities/owner.hpp"
 #include "utilities/shell_word.hpp"
 #include "zot_conf.h"
@@ -75,6 +76,16 @@ bool write_all(int fd, const char *data, size_t size, uint64_t *written) {
   return true;
 }
 
+// What an earlier content leaves behind a shorter one; what has no size keeps it.
+bool cut_to(int fd, size_t size) {
+  struct stat st {};
+  if (::fstat(fd, &st) != 0) {
+    return false;
+  }
+  const bool is_longer = S_ISREG(st.st_mode) && static_cast<uint64_t>(st.st_size) > size;
+  return !is_longer || ::ftruncate(fd, static_cast<off_t>(size)) == 0;
+}
+
 ssize_t read_some(int fd, char *buf, size_t size) {
   ssize_t got = 0;
   do {
@@ -110,6 +121,17 @@ bool copy_content(int from, int to, uint64_t *rd, uint64_t *wr) {
 }
 
 }  // namespace
+
+bool zot::read_exactly(int fd, char *into, size_t size) {
+  for (size_t have = 0; have < size;) {
+    const ssize_t got = read_some(fd, into + have, size - have);
+    if (got <= 0) {
+      return false;
+    }
+    have += static_cast<size_t>(got);
+  }
+  return true;
+}
 
 int rm_rf(const char *path) {
   if (is_missing(path) || std::strcmp(path, "/") == 0) {
@@ -223,6 +245,9 @@ int chk_and_mkdir(const char *path) {
     return -1;
   }
   struct stat st {};
+  if (::stat(path, &st) == 0 && S_ISDIR(st.st_mode)) {
+    return 0;
+  }
   {
     // A FIFO would make a plain open wait for a writer.
     const zot::descriptor fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -285,12 +310,8 @@ char *read_file(const char *path, uint32_t *size) {
   if (content == nullptr) {
     return nullptr;
   }
-  for (size_t have = 0; have < wanted;) {
-    const ssize_t got = read_some(fd.get(), content.get() + have, wanted - have);
-    if (got <= 0) {
-      return nullptr;
-    }
-    have += static_cast<size_t>(got);
+  if (!zot::read_exactly(fd.get(), content.get(), wanted)) {
+    return nullptr;
   }
   content.get()[wanted] = '\0';
   return content.release();
@@ -331,14 +352,16 @@ int write_file(const char *path, const void *buf, size_t size) {
   if (is_missing(path) || buf == nullptr) {
     return -1;
   }
-  zot::descriptor fd(::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, new_file_mode));
+  // A file that is written over keeps its blocks until it is known how many it needs: to give them
+  // back first takes longer than the writing.
+  const int truncation = size == 0 ? O_TRUNC : 0;
+  zot::descriptor fd(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC | truncation, new_file_mode));
   if (!fd.is_open() || size == 0) {
     return -1;
   }
-  if (!write_all(fd.get(), static_cast<const char *>(buf), size, nullptr)) {
-    return -1;
-  }
-  return fd.close() == 0 ? 0 : -1;
+  const bool is_written =
+      write_all(fd.get(), static_cast<const char *>(buf), size, nullptr) && cut_to(fd.get(), size);
+  return is_written && fd.close() == 0 ? 0 : -1;
 }
 
 char *str2upper(char *s) {

@@ -18,6 +18,8 @@ namespace {
 
 constexpr long http_ok = 200;
 constexpr long http_error = 400;
+// An archive is large: what libcurl receives at once, and so hands on, four times its usual piece.
+constexpr long archive_buffer_size = 65536;
 // libcurl counts milliseconds in an int and takes no longer limit.
 constexpr uint32_t longest_timeout = INT_MAX / 1000;
 
@@ -100,9 +102,23 @@ bool is_loopback(const char *host) {
          std::strcmp(host, "[::1]") == 0;
 }
 
+// The form in which an element's own service is asked, told without taking the URL apart.
+bool names_own_service(const char *url) {
+  constexpr char start[] = "http://127.0.0.1:";
+  constexpr size_t start_length = sizeof start - 1;
+  if (std::strncmp(url, start, start_length) != 0) {
+    return false;
+  }
+  const size_t digits = std::strspn(url + start_length, "0123456789");
+  return digits > 0 && url[start_length + digits] == '/';
+}
+
 // True, too, for a URL that cannot be taken apart, for want of memory perhaps: no request to an
 // element's own service may go to a proxy by mistake.
 bool may_name_loopback(const char *url) {
+  if (names_own_service(url)) {
+    return true;
+  }
   const curl_url_handle parsed(curl_url());
   char *part = nullptr;
   if (parsed == nullptr ||
@@ -278,6 +294,7 @@ int zot::get_remote_file_set_within(const char *url, const char *path, const zot
   if (const CURLcode rules = set_transfer_rules(curl.get(), url, &sink); rules != CURLE_OK) {
     return static_cast<int>(rules);
   }
+  curl_easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, archive_buffer_size);
   curl_easy_setopt(curl.get(), CURLOPT_POST, 1L);
   // Without a body libcurl would read one from standard input.
   curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body != nullptr ? body.get() : "");

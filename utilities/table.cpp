@@ -5,13 +5,22 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "utilities/gpb_path.hpp"
 #include "zot_conf.h"
 
 namespace {
 
+// A category and a version are read up to one byte less.
+constexpr size_t component_size = 255;
+
 struct named_value {
   int32_t value;
   const char *name;
+};
+
+struct named_category {
+  std::string_view name;
+  int32_t value;
 };
 
 #define ZOT_CATEGORY_ROW(constant, value, name) named_value{value, name},
@@ -29,6 +38,32 @@ consteval bool categories_are_numbered_by_row() {
 }
 static_assert(categories_are_numbered_by_row());
 
+constexpr size_t letters = 'Z' - 'A' + 1;
+
+// The categories by the first letter of their names, for who knows a name: K has one in every
+// entry. Those of a letter stand from its start to the start of the next.
+struct category_index {
+  std::array<named_category, categories.size()> sorted{};
+  std::array<uint8_t, letters + 1> starts{};
+};
+
+consteval category_index indexed_by_letter() {
+  category_index index;
+  size_t count = 0;
+  for (size_t letter = 0; letter < letters; ++letter) {
+    index.starts[letter] = static_cast<uint8_t>(count);
+    for (const named_value &row : categories) {
+      if (row.name[0] == static_cast<char>('A' + letter)) {
+        index.sorted[count++] = {row.name, row.value};
+      }
+    }
+  }
+  index.starts[letters] = static_cast<uint8_t>(count);
+  return index;
+}
+constexpr category_index category_names = indexed_by_letter();
+static_assert(category_names.starts[letters] == categories.size());
+
 constexpr std::array subsystems{named_value{0, "AP"}, named_value{1, "CP"}, named_value{2, "DP"}};
 
 template <size_t Count>
@@ -41,23 +76,24 @@ const char *name_of(const std::array<named_value, Count> &table, int32_t value) 
   return nullptr;
 }
 
-// A piece of a path, not terminated.
-struct piece {
-  const char *text;
-  size_t length;
-};
-
-// The piece between the slash at `path` and the next one; empty when there is no slash.
-piece first_piece(const char *path) {
+// What stands between the slash at `path` and the next one; nothing when there is no slash.
+std::string_view first_piece(const char *path) {
   if (*path != '/') {
-    return {path, 0};
+    return {};
   }
-  return {path + 1, std::strcspn(path + 1, "/")};
+  const char *const begin = path + 1;
+  const char *const slash = std::strchr(begin, '/');
+  return slash != nullptr ? std::string_view(begin, static_cast<size_t>(slash - begin))
+                          : std::string_view(begin);
 }
 
-void copy_piece(const piece &from, char *to, size_t size) {
-  const size_t length = std::min(from.length, size - 1);
-  std::memcpy(to, from.text, length);
+const char *end_of(std::string_view piece) {
+  return piece.data() + piece.size();
+}
+
+void copy_piece(std::string_view from, char *to, size_t size) {
+  const size_t length = std::min(from.size(), size - 1);
+  std::memcpy(to, from.data(), length);
   to[length] = '\0';
 }
 
@@ -70,6 +106,31 @@ int base_of(const char *number) {
   return number[1] == 'x' || number[1] == 'X' ? 16 : 8;
 }
 
+// Most versions are a few decimal digits; nothing for one that is not.
+std::optional<uint64_t> plain_decimal(std::string_view text) {
+  constexpr size_t always_fits = 18;
+  if (text.size() > always_fits || text.front() == '0') {
+    return std::nullopt;
+  }
+  uint64_t number = 0;
+  for (const char digit : text) {
+    if (digit < '0' || digit > '9') {
+      return std::nullopt;
+    }
+    number = number * 10 + static_cast<uint64_t>(digit - '0');
+  }
+  return number;
+}
+
+uint64_t version_of(std::string_view text) {
+  if (const std::optional<uint64_t> plain = plain_decimal(text); plain) {
+    return *plain;
+  }
+  char number[component_size];
+  copy_piece(text, number, sizeof number);
+  return std::strtoull(number, nullptr, base_of(number));
+}
+
 template <class T>
 constexpr int compare(T a, T b) {
   return static_cast<int>(a > b) - static_cast<int>(a < b);
@@ -77,46 +138,64 @@ constexpr int compare(T a, T b) {
 
 }  // namespace
 
+std::optional<zot::gpb_path> zot::split_gpb_path(const char *path) {
+  const std::string_view category = first_piece(path);
+  const std::string_view key = category.empty() ? category : first_piece(end_of(category));
+  const std::string_view version = key.empty() ? key : first_piece(end_of(key));
+  if (version.empty()) {
+    return std::nullopt;
+  }
+  return gpb_path{
+      category, {key.data(), std::min<size_t>(key.size(), ZOT_KEY_LEN)}, version_of(version)};
+}
+
+std::optional<int32_t> zot::category_of(std::string_view name) {
+  if (name.empty() || name.front() < 'A' || name.front() > 'Z') {
+    return std::nullopt;
+  }
+  const auto letter = static_cast<size_t>(name.front() - 'A');
+  for (size_t row = category_names.starts[letter]; row < category_names.starts[letter + 1]; ++row) {
+    if (category_names.sorted[row].name == name) {
+      return category_names.sorted[row].value;
+    }
+  }
+  return std::nullopt;
+}
+
 const char *get_subsys_str_by_enum(int32_t subsys) {
   return name_of(subsystems, subsys);
 }
 
 const char *get_cat_str_by_gpb_cat(int32_t category) {
-  return name_of(categories, category);
+  const bool is_known = category >= 0 && category < ZOT_CAT_COUNT;
+  return is_known ? categories[static_cast<size_t>(category)].name : nullptr;
 }
 
 int get_gpb_cat_by_cat_str(const char *name, int32_t *category) {
   if (name == nullptr || name[0] == '\0' || category == nullptr) {
     return -1;
   }
-  for (const named_value &row : categories) {
-    if (std::strcmp(row.name, name) == 0) {
-      *category = row.value;
-      return 0;
-    }
+  const std::optional<int32_t> known = zot::category_of(name);
+  if (!known) {
+    return 1;
   }
-  return 1;
+  *category = *known;
+  return 0;
 }
 
 char *get_gpb_meta_str(const char *path, char *cat, size_t cat_size, char *key, size_t key_size,
                        uint64_t *version) {
-  constexpr size_t key_piece_size = ZOT_KEY_LEN + 1;
-  constexpr size_t number_size = 255;
   if (path == nullptr || cat == nullptr || cat_size == 0 || key == nullptr || key_size == 0 ||
       version == nullptr) {
     return nullptr;
   }
-  const piece cat_piece = first_piece(path);
-  const piece key_piece = first_piece(cat_piece.text + cat_piece.length);
-  const piece version_piece = first_piece(key_piece.text + key_piece.length);
-  if (cat_piece.length == 0 || key_piece.length == 0 || version_piece.length == 0) {
+  const std::optional<zot::gpb_path> parts = zot::split_gpb_path(path);
+  if (!parts) {
     return nullptr;
   }
-  char number[number_size];
-  copy_piece(version_piece, number, sizeof number);
-  copy_piece(key_piece, key, std::min(key_size, key_piece_size));
-  copy_piece(cat_piece, cat, std::min(cat_size, number_size));
-  *version = std::strtoull(number, nullptr, base_of(number));
+  copy_piece(parts->key, key, key_size);
+  copy_piece(parts->category, cat, std::min(cat_size, component_size));
+  *version = parts->version;
   return cat;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -47,15 +48,20 @@ class download_set {
   download_set &operator=(const download_set &) = delete;
   ~download_set() { clear(); }
 
-  // The name as the service is asked for it; null without memory.
+  // The name as the service is asked for it; null without memory. An entry is as long as its name:
+  // a page for each of ten thousand would be what the whole configuration takes.
   const char *add(const zot_gpb &gpb) {
-    auto entry = zot::make_zeroed<remote_file_name>();
+    constexpr size_t longest = sizeof(remote_file_name::name);
+    const size_t size = std::min(std::strlen(directory) + 1 + std::strlen(gpb.path) + 1, longest);
+    zot::c_ptr<remote_file_name> entry(
+        static_cast<remote_file_name *>(std::malloc(offsetof(remote_file_name, name) + size)));
     if (entry == nullptr) {
       return nullptr;
     }
-    static_cast<void>(std::snprintf(entry->name, sizeof entry->name, "%s/%s", "/config", gpb.path));
-    list_add_tail(&names_, &entry->node);
-    return entry.release()->name;
+    char *const name = reinterpret_cast<char *>(entry.get()) + offsetof(remote_file_name, name);
+    static_cast<void>(std::snprintf(name, size, "%s/%s", directory, gpb.path));
+    list_add_tail(&names_, &entry.release()->node);
+    return name;
   }
 
   void clear() {
@@ -71,6 +77,8 @@ class download_set {
   [[nodiscard]] const zot_list *names() const { return &names_; }
 
  private:
+  static constexpr const char *directory = "/config";
+
   zot_list names_;
 };
 
@@ -164,8 +172,8 @@ int record_mkdir_failure(zot_ctx *handle, int error, const char *func, long line
 }
 
 // Unpacks the archive into the scratch directory under the watch of what it leaves there.
-int unpack(zot_ctx *handle, const unpack_command &command, const char *func, long line) {
-  zot::scratch_watch watch;
+int unpack(zot_ctx *handle, const unpack_command &command, zot::scratch_watch &watch,
+           const char *func, long line) {
   if (!watch.begin(*handle)) {
     return zot::record(handle, ZOT_ERR_GENERIC, func, line, "[%s]: fail to clean %s: %s", func,
                        handle->tmp_root, std::strerror(errno));
@@ -195,7 +203,10 @@ int ap_download_k(zot_ctx *handle, zot_k *k) {
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  zot::clear_download_targets(*handle);
+  // What another process left is gone once a download of this one has come to its end.
+  if (zot_priv_get_k(handle, ZOT_SLOT_TMP) == nullptr) {
+    zot::clear_download_targets(*handle);
+  }
   char host[ZOT_PATH_SIZE];
   if (is_set("ZOT_REMOTE_PORT")) {
     static_cast<void>(
@@ -240,7 +251,7 @@ int ap_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
   ::unlink(archive.c_str());
   const int result =
       zot::get_remote_file_set_within(url, archive.c_str(), wanted.names(), largest, &stat);
-  // A name takes a page; the set is of no further use.
+  // The set is of no further use.
   wanted.clear();
   if (const int status = record_transfer(handle, result, __func__, __LINE__); status != ZOT_OK) {
     zot::make_room(*handle);
@@ -253,7 +264,8 @@ int ap_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
 
   unfinished_archive unfinished(*handle, *k);
   const unpack_command command(handle->tmp_root, largest);
-  if (const int status = unpack(handle, command, __func__, __LINE__); status != ZOT_OK) {
+  zot::scratch_watch watch;
+  if (const int status = unpack(handle, command, watch, __func__, __LINE__); status != ZOT_OK) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, read_topics, "%suntar GPB files: Done\n");
@@ -261,7 +273,7 @@ int ap_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
   if (const int status = zot_priv_read_gpb(handle, k, gpbs, handle->tmp_root); status != ZOT_OK) {
     return status;
   }
-  zot::remove_unlisted_files(*handle, gpbs);
+  zot::remove_unlisted_files(*handle, gpbs, watch.found());
   unfinished.finish();
   ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sGet new GPB files on tmp: Done\n");
   return ZOT_OK;

@@ -27,6 +27,14 @@ zot_gpb_cmp compare(const zot_gpb &a, const zot_gpb &b) {
   return {0, zot::same_entry};
 }
 
+// Cuts a text to its field, which is zeroed; its length there.
+template <size_t Size>
+uint32_t copy_text(const char *text, char (&field)[Size]) {
+  const size_t length = strnlen(text, Size - 1);
+  std::memcpy(field, text, length);
+  return static_cast<uint32_t>(length);
+}
+
 }  // namespace
 
 namespace zot {
@@ -62,9 +70,8 @@ zot_gpb *zot_priv_gpb_new(const char *path, uint32_t size, int32_t category, con
   if (gpb->path == nullptr) {
     return nullptr;
   }
-  static_cast<void>(std::snprintf(gpb->checksum, sizeof gpb->checksum, "%s", checksum));
-  static_cast<void>(std::snprintf(gpb->key, sizeof gpb->key, "%s", key));
-  gpb->key_len = static_cast<uint32_t>(std::strlen(gpb->key));
+  copy_text(checksum, gpb->checksum);
+  gpb->key_len = copy_text(key, gpb->key);
   gpb->size = size;
   gpb->category = category;
   gpb->version = version;

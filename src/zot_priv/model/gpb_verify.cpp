@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // Verification of one GPB file against what K states.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+#include "utilities/file_io.hpp"
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
+#include "zot_list.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/model/verified.hpp"
 
 namespace {
 
@@ -19,98 +23,177 @@ constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
 // How much longer than stated a file may be and still be read, to tell what is wrong with it.
 constexpr off_t read_beyond = 65536;
 
-// The bytes of a file. Not read are what would wait for a writer, which counts as empty, and what
-// is far larger than K lets expect, of which only the size is told.
-zot::c_text read_as_stated(const char *file, int32_t size, uint32_t *real_size) {
-  *real_size = 0;
-  struct stat st {};
-  if (::stat(file, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size >= off_t{UINT32_MAX}) {
-    return nullptr;
+// A file, and what K states of it.
+struct stated_file {
+  const char *name;
+  int32_t size;
+  const char *checksum;
+  // Where the name begins, for what opens it, and for what tells of it. Null: it is whole.
+  const zot::gpb_folder *folder = nullptr;
+};
+
+// The name that messages tell.
+class told_name {
+ public:
+  explicit told_name(const stated_file &file) {
+    if (file.folder != nullptr) {
+      static_cast<void>(std::snprintf(text_, sizeof text_, "%s/%s/%s", file.folder->root(),
+                                      "/config", file.name));
+    } else {
+      static_cast<void>(std::snprintf(text_, sizeof text_, "%s", file.name));
+    }
   }
-  if (st.st_size > std::max<off_t>(size, 0) + read_beyond) {
-    *real_size = static_cast<uint32_t>(st.st_size);
-    return nullptr;
+
+  [[nodiscard]] const char *c_str() const { return text_; }
+
+ private:
+  char text_[ZOT_PATH_SIZE];
+};
+
+// An open file; no size for what would wait for a writer, which counts as empty.
+struct opened_file {
+  explicit opened_file(const stated_file &file) : fd(open(file)) {
+    struct stat st {};
+    if (fd.is_open() && ::fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode) &&
+        st.st_size < off_t{UINT32_MAX}) {
+      size = static_cast<uint32_t>(st.st_size);
+    }
   }
-  zot::c_text content(read_file(file, real_size));
-  if (content == nullptr) {
-    *real_size = 0;
+
+  static zot::descriptor open(const stated_file &file) {
+    constexpr int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+    return file.folder != nullptr ? file.folder->open(file.name, flags)
+                                  : zot::descriptor(::open(file.name, flags));
   }
-  return content;
-}
+
+  zot::descriptor fd;
+  uint32_t size = 0;
+};
 
 bool is_missing(const char *text) {
   return text == nullptr || text[0] == '\0';
 }
 
-}  // namespace
+// Whether bytes of the stated size are those that the checksum stands for. To compare them with
+// what stood for it before takes a fraction of the time that a digest takes.
+bool has_stated_content(const char *content, const stated_file &file, const char *known) {
+  const auto size = static_cast<uint32_t>(file.size);
+  return (known != nullptr && std::memcmp(content, known, size) == 0) ||
+         cmp_file_sha256(content, size, file.checksum) == 0;
+}
 
-int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const char *checksum,
-                        void *out) {
-  if (is_missing(file) || is_missing(checksum)) {
-    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "[%s]: null input", __func__);
+constexpr const char *file_check = "zot_priv_verify_gpb";
+constexpr const char *entry_check = "zot_priv_chk_vail_gpb";
+
+[[gnu::noinline]] int refuse_empty(zot_ctx *handle, const stated_file &file) {
+  const told_name name(file);
+  return zot::record(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__, "[%s]:Empty content in %s",
+                     file_check, name.c_str());
+}
+
+[[gnu::noinline]] int refuse_size(zot_ctx *handle, const stated_file &file, uint32_t real_size) {
+  const told_name name(file);
+  zot::record(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
+              "[%s]: wrong GPB size: expect/real size=%ld/%ld", file_check,
+              static_cast<long>(file.size), static_cast<long>(real_size));
+  ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n",
+             name.c_str());
+  return ZOT_ERR_CORRUPTED;
+}
+
+[[gnu::noinline]] int refuse_content(zot_ctx *handle, const stated_file &file) {
+  const told_name name(file);
+  zot::record(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
+              "[%s]: wrong GPB checksum: expect chksum = %s", file_check, file.checksum);
+  ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n",
+             name.c_str());
+  return ZOT_ERR_CORRUPTED;
+}
+
+// A file that is not far larger than K lets expect is read, to tell what is wrong with it.
+int verify(zot_ctx *handle, const stated_file &file, const char *known, char *out) {
+  if (is_missing(file.name) || is_missing(file.checksum)) {
+    return zot::record(handle, ZOT_ERR_NULL_INPUT, file_check, __LINE__, "[%s]: null input",
+                       file_check);
   }
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  uint32_t real_size = 0;
-  const zot::c_text content = read_as_stated(file, size, &real_size);
-  if (real_size == 0) {
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]:Empty content in %s", __func__, file);
+  const opened_file opened(file);
+  if (opened.size == 0) {
+    return refuse_empty(handle, file);
   }
-  handle->stat.bytes_read += content != nullptr ? real_size : 0;
-
-  if (content == nullptr || size < 0 || real_size != static_cast<uint32_t>(size)) {
-    ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: wrong GPB size: expect/real size=%ld/%ld",
-               __func__, static_cast<long>(size), static_cast<long>(real_size));
-    ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n", file);
-    return ZOT_ERR_CORRUPTED;
+  if (opened.size > std::max<int64_t>(file.size, 0) + read_beyond) {
+    return refuse_size(handle, file, opened.size);
   }
-  if (cmp_file_sha256(content.get(), real_size, checksum) != 0) {
-    ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: wrong GPB checksum: expect chksum = %s", __func__,
-               checksum);
-    ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n", file);
-    return ZOT_ERR_CORRUPTED;
+  const zot::c_text content(static_cast<char *>(std::malloc(size_t{opened.size} + 1)));
+  if (content == nullptr || !zot::read_exactly(opened.fd.get(), content.get(), opened.size)) {
+    return refuse_empty(handle, file);
+  }
+  handle->stat.bytes_read += opened.size;
+  if (file.size < 0 || opened.size != static_cast<uint32_t>(file.size)) {
+    return refuse_size(handle, file, opened.size);
+  }
+  if (!has_stated_content(content.get(), file, known)) {
+    return refuse_content(handle, file);
   }
   if (out != nullptr) {
-    std::memcpy(out, content.get(), real_size);
-    ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sRead GPB into memory: Done\n");
+    std::memcpy(out, content.get(), opened.size);
+    ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics,
+               "%sRead GPB into memory: Done\n");
   }
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sVerify file : size = %ld, checksum = %s : Done\n",
-          static_cast<long>(size), checksum);
+  ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics,
+             "%sVerify file : size = %ld, checksum = %s : Done\n", static_cast<long>(file.size),
+             file.checksum);
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
-int zot_priv_chk_vail_gpb(zot_ctx *handle, zot_gpb *gpb, const char *root) {
-  if (handle == nullptr || gpb == nullptr || root == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
-  }
+int verify_entry(zot_ctx *handle, zot_gpb *gpb, const zot::gpb_folder &folder, const char *known) {
   if (is_missing(gpb->path) || gpb->size == 0) {
-    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "[%s]:Wrong Input: path=%s, size=%ld", __func__,
-                      gpb->path != nullptr ? gpb->path : "",
-                      static_cast<long>(static_cast<int32_t>(gpb->size)));
+    return zot::record(handle, ZOT_ERR_WRONG_INPUT, entry_check, __LINE__,
+                       "[%s]:Wrong Input: path=%s, size=%ld", entry_check,
+                       gpb->path != nullptr ? gpb->path : "",
+                       static_cast<long>(static_cast<int32_t>(gpb->size)));
   }
-  char file[ZOT_PATH_SIZE];
-  const int length = std::snprintf(file, sizeof file, "%s/%s/%s", root, "/config", gpb->path);
-  if (length < 0 || static_cast<size_t>(length) >= sizeof file) {
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: path of GPB is too long: %s", __func__,
-                      gpb->path);
+  if (!folder.has_room_for(gpb->path)) {
+    return zot::record(handle, ZOT_ERR_CORRUPTED, entry_check, __LINE__,
+                       "[%s]: path of GPB is too long: %s", entry_check, gpb->path);
   }
-  const int status = zot_priv_verify_gpb(handle, file, static_cast<int32_t>(gpb->size),
-                                         gpb->checksum, gpb->content);
+  const stated_file stated{gpb->path, static_cast<int32_t>(gpb->size), gpb->checksum, &folder};
+  const int status = verify(handle, stated, known, gpb->content);
   if (status != ZOT_OK) {
-    ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sVerify GPB file: \"%s\" : Failed\n",
-            gpb->path);
+    ZOT_LOG_AT(handle, entry_check, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
+               "%sVerify GPB file: \"%s\" : Failed\n", gpb->path);
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sVerify GPB file: \"%s\" : Done\n",
-          gpb->path);
+  ZOT_LOG_AT(handle, entry_check, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
+             "%sVerify GPB file: \"%s\" : Done\n", gpb->path);
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
-int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root) {
-  if (handle == nullptr || gpb == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
-  }
+bool states_same_content(const zot_gpb &a, const zot_gpb &b) {
+  return a.size == b.size && std::strcmp(a.checksum, b.checksum) == 0;
+}
+
+}  // namespace
+
+namespace zot {
+
+gpb_folder::gpb_folder(const char *root)
+    : root_(root),
+      root_length_(std::strlen(root)),
+      fd_(::open(joined_path(root, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+
+bool gpb_folder::has_room_for(const char *path) const {
+  constexpr size_t between = sizeof "//config/" - 1;
+  return root_length_ + between + std::strlen(path) < ZOT_PATH_SIZE;
+}
+
+descriptor gpb_folder::open(const char *path, int flags) const {
+  return descriptor(::openat(fd_.get(), path + std::strspn(path, "/"), flags));
+}
+
+int load_content(zot_ctx *handle, zot_gpb *gpb, const gpb_folder &folder, const char *known) {
   // A file without size, or of one that K stated as negative, is refused by the check; it needs no
   // buffer.
   const bool is_possible = gpb->size != 0 && gpb->size <= INT32_MAX;
@@ -120,5 +203,41 @@ int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root) {
       return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);
     }
   }
-  return zot_priv_chk_vail_gpb(handle, gpb, root);
+  return verify_entry(handle, gpb, folder, known);
+}
+
+const char *verified_content(const zot_gpb &gpb) {
+  return gpb.content != nullptr && gpb.content[0] != '\0' ? gpb.content : nullptr;
+}
+
+verified_files::verified_files(const zot_list *gpbs)
+    : head_(gpbs), node_(gpbs != nullptr ? gpbs->next : nullptr) {}
+
+const char *verified_files::bytes_of(const zot_gpb &gpb) {
+  while (node_ != head_ && zot_priv_cmp_gpb(&gpb_of(node_), &gpb, nullptr) < 0) {
+    node_ = node_->next;
+  }
+  const bool is_found = node_ != head_ && states_same_content(gpb_of(node_), gpb);
+  return is_found ? verified_content(gpb_of(node_)) : nullptr;
+}
+
+}  // namespace zot
+
+int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const char *checksum,
+                        void *out) {
+  return verify(handle, {file, size, checksum}, nullptr, static_cast<char *>(out));
+}
+
+int zot_priv_chk_vail_gpb(zot_ctx *handle, zot_gpb *gpb, const char *root) {
+  if (handle == nullptr || gpb == nullptr || root == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
+  }
+  return verify_entry(handle, gpb, zot::gpb_folder(root), nullptr);
+}
+
+int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root) {
+  if (handle == nullptr || gpb == nullptr || root == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
+  }
+  return zot::load_content(handle, gpb, zot::gpb_folder(root), nullptr);
 }

@@ -8,6 +8,7 @@
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/model/shared_json.hpp"
 
 namespace {
 
@@ -23,9 +24,23 @@ char *replace_text(char **field, const char *text) {
 
 namespace zot {
 
+// The number of an object means nothing to JSON: that of the root counts further owners.
+cJSON *share_json(cJSON *tree) {
+  if (tree != nullptr) {
+    ++tree->valueint;
+  }
+  return tree;
+}
+
+void release_json(cJSON *tree) {
+  if (tree == nullptr || tree->valueint-- == 0) {
+    cJSON_Delete(tree);
+  }
+}
+
 void drop_k_contents(zot_k *k) {
   std::free(k->root);
-  cJSON_Delete(k->json);
+  release_json(k->json);
   k->root = nullptr;
   k->json = nullptr;
   k->gpbs = nullptr;
@@ -52,14 +67,8 @@ int duplicate_k(const zot_k *src, zot_k *dst) {
   if (status != ZOT_OK) {
     return status;
   }
-  if (src->json != nullptr) {
-    dst->json = cJSON_Duplicate(src->json, 1);
-    if (dst->json == nullptr) {
-      drop_k_contents(dst);
-      return ZOT_ERR_NOMEM;
-    }
-    dst->gpbs = cJSON_GetObjectItem(dst->json, "gpbs");
-  }
+  dst->json = share_json(src->json);
+  dst->gpbs = src->gpbs;
   dst->meta = src->meta;
   return ZOT_OK;
 }

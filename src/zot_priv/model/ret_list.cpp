@@ -9,6 +9,7 @@
 #include "zot_list.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/model/verified.hpp"
 
 namespace {
 
@@ -26,10 +27,30 @@ bool has_file(uint32_t stat) {
   return stat == ZOT_STAT_UNCHANGED || stat == ZOT_STAT_ADDED || stat == ZOT_STAT_MODIFIED;
 }
 
-// Brings in the verified bytes of an entry. Bytes that failed are released at once: a later request
+// The configurations whose files were verified when they were brought in: what is read once more is
+// mostly what one of them holds.
+class brought_in {
+ public:
+  explicit brought_in(const zot_ctx *handle)
+      : fresh_(zot_priv_get_gpb(handle, ZOT_SLOT_TMP)),
+        current_(zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT)) {}
+
+  const char *bytes_of(const zot_gpb &gpb) {
+    const char *const bytes = fresh_.bytes_of(gpb);
+    return bytes != nullptr ? bytes : current_.bytes_of(gpb);
+  }
+
+ private:
+  zot::verified_files fresh_;
+  zot::verified_files current_;
+};
+
+// Reads and verifies the file of an entry. Bytes that failed are released at once: a later request
 // must read the file again rather than find a buffer that looks loaded.
-int load_content(zot_ctx *handle, zot_gpb &gpb, const char *root) {
-  const int status = zot_priv_build_gpb_cont(handle, &gpb, root);
+int read_again(zot_ctx *handle, zot_gpb &gpb, const zot::gpb_folder &folder, brought_in &files) {
+  const char *const own = zot::verified_content(gpb);
+  const int status =
+      zot::load_content(handle, &gpb, folder, own != nullptr ? own : files.bytes_of(gpb));
   if (status != ZOT_OK) {
     std::free(gpb.content);
     gpb.content = nullptr;
@@ -37,12 +58,12 @@ int load_content(zot_ctx *handle, zot_gpb &gpb, const char *root) {
   return status;
 }
 
-int load_wanted(zot_ctx *handle, zot_gpb &gpb, uint32_t mask, const char *root) {
+int load_wanted(zot_ctx *handle, zot_gpb &gpb, uint32_t mask, const zot::gpb_folder &folder,
+                brought_in &files) {
   const bool is_full = (mask & ZOT_STAT_FULL) != 0;
-  if (is_full) {
-    return gpb.content != nullptr ? ZOT_OK : load_content(handle, gpb, root);
-  }
-  return has_file(gpb.stat) ? load_content(handle, gpb, root) : ZOT_OK;
+  const bool is_loaded = is_full && gpb.content != nullptr;
+  const bool is_read = is_full || has_file(gpb.stat);
+  return is_read && !is_loaded ? read_again(handle, gpb, folder, files) : ZOT_OK;
 }
 
 void fill(zot_ret_data &entry, const zot_gpb &gpb, uint32_t mask) {
@@ -83,6 +104,8 @@ int zot_priv_get_ret_data_via_gpb(zot_ctx *handle, zot_list *marked, zot_list *r
   const uint32_t wanted = (mask & ZOT_STAT_CACHED) != 0 ? all_changes : mask;
   ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sRead from root: %s\n", root);
 
+  const zot::gpb_folder folder(root);
+  brought_in files(handle);
   for (zot_gpb &gpb : zot::gpb_range(marked)) {
     if (!zot_catset_has(&catset, gpb.category)) {
       ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sIgnore uninterested cat: %s\n",
@@ -100,7 +123,7 @@ int zot_priv_get_ret_data_via_gpb(zot_ctx *handle, zot_list *marked, zot_list *r
       return give_up(ret, ZOT_RECORD(handle, ZOT_ERR_UNKNOWN_OPT, "[%s]:unknown stat:%d", __func__,
                                      static_cast<int>(gpb.stat)));
     }
-    if (const int status = load_wanted(handle, gpb, wanted, root); status != ZOT_OK) {
+    if (const int status = load_wanted(handle, gpb, wanted, folder, files); status != ZOT_OK) {
       return give_up(ret, status);
     }
     fill(*entry, gpb, wanted);

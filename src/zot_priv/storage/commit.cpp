@@ -9,6 +9,7 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/commit_progress.hpp"
+#include "zot_priv/storage/k_file.hpp"
 
 namespace {
 
@@ -88,7 +89,7 @@ int reload(zot_ctx *handle, zot_k *k) {
     return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
                        operation);
   }
-  if (const int status = zot_priv_read_cur_k_f(handle, stored.get(), handle->conf_root, 0);
+  if (const int status = zot::read_expected_k(handle, stored.get(), handle->conf_root, *k);
       status != ZOT_OK) {
     return status;
   }

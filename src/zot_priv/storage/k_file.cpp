@@ -8,6 +8,8 @@
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/model/k_content.hpp"
+#include "zot_priv/storage/k_file.hpp"
 
 namespace {
 
@@ -43,39 +45,45 @@ bool is_empty(const char *text) {
   return text[0] == '\0';
 }
 
-}  // namespace
+struct k_paths {
+  const char *k;
+  const char *checksum;
+};
 
-int zot_priv_verify_k_file(zot_ctx *handle, zot_k *k, const char *k_path, const char *checksum_path,
-                           int flags) {
-  if (handle == nullptr || k_path == nullptr || checksum_path == nullptr) {
+int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, const zot_k *known) {
+  constexpr const char *operation = "zot_priv_verify_k_file";
+  if (handle == nullptr || at.k == nullptr || at.checksum == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  if (is_empty(k_path) || is_empty(checksum_path)) {
-    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT);
+  if (is_empty(at.k) || is_empty(at.checksum)) {
+    return zot::record(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__);
   }
-  const checksum_line want = read_checksum(checksum_path);
+  const checksum_line want = read_checksum(at.checksum);
   const size_t length = std::strlen(want.text);
   if (want.error != 0 || length != ZOT_CHECKSUM_LEN) {
     int status = ZOT_ERR_NO_FILE;
     if (want.error != ENOENT) {
-      status = ZOT_RECORD(handle, ZOT_ERR_CORRUPTED,
-                          "[%s]: unable to get correct checksum of K: %s len = %ld: %s", __func__,
-                          want.text, static_cast<long>(length), std::strerror(want.error));
+      status = zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                           "[%s]: unable to get correct checksum of K: %s len = %ld: %s", operation,
+                           want.text, static_cast<long>(length), std::strerror(want.error));
     } else if ((flags & ZOT_READ_K_OPTIONAL) != 0) {
-      ZOT_LOG(handle, ZOT_LOG_DEBUG, k_file_topics, "%s[%s] Ignore: %s\n", __func__,
-              std::strerror(want.error));
+      ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%s[%s] Ignore: %s\n",
+                 operation, std::strerror(want.error));
     } else {
-      ZOT_RECORD(handle, status, "[%s]: %s", __func__, std::strerror(want.error));
+      zot::record(handle, status, operation, __LINE__, "[%s]: %s", operation,
+                  std::strerror(want.error));
     }
-    ZOT_LOG(handle, ZOT_LOG_DEBUG, k_file_topics, "%sfile = %s\n", checksum_path);
+    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sfile = %s\n",
+               at.checksum);
     return status;
   }
   handle->stat.bytes_read += sizeof k->checksum;
 
   uint32_t size = 0;
-  char *const data = read_file(k_path, &size);
+  char *const data = read_file(at.k, &size);
   if (data == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]:unable to read %s", __func__, k_path);
+    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]:unable to read %s",
+                       operation, at.k);
   }
   std::free(k->data);
   k->data = data;
@@ -83,16 +91,31 @@ int zot_priv_verify_k_file(zot_ctx *handle, zot_k *k, const char *k_path, const 
   handle->stat.bytes_read += size;
 
   if (calc_sha256(k->data, k->data_len, k->checksum, sizeof k->checksum) != 0) {
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]:unable to calculate checksum", __func__);
+    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                       "[%s]:unable to calculate checksum", operation);
   }
   if (std::strcmp(k->checksum, want.text) != 0) {
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: checksum mismatch expect/real: %s/%s",
-                      __func__, want.text, k->checksum);
+    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                       "[%s]: checksum mismatch expect/real: %s/%s", operation, want.text,
+                       k->checksum);
   }
-  if (const int status = zot_priv_chk_vail_k_cont(handle, k); status != ZOT_OK) {
+  if (const int status = zot::check_k_content(handle, k, known); status != ZOT_OK) {
     return status;
   }
-  return ZOT_RECORD(handle, ZOT_OK);
+  return zot::record(handle, ZOT_OK, operation, __LINE__);
+}
+
+}  // namespace
+
+int zot_priv_verify_k_file(zot_ctx *handle, zot_k *k, const char *k_path, const char *checksum_path,
+                           int flags) {
+  return verify(handle, k, {k_path, checksum_path}, flags, nullptr);
+}
+
+int zot::read_expected_k(zot_ctx *handle, zot_k *k, const char *root, const zot_k &expected) {
+  const joined_path k_path(root, current.k);
+  const joined_path checksum_path(root, current.checksum);
+  return verify(handle, k, {k_path.c_str(), checksum_path.c_str()}, 0, &expected);
 }
 
 int _zot_priv_read_k_f(zot_ctx *handle, zot_k *k, const char *root, const char *k_name,

@@ -30,6 +30,9 @@ constexpr std::array passing_files = {"subsys.k.tmp", "subsys.checksum.tmp", "gp
 // by its number. A file that is larger than is stated is none of them.
 class listed_files {
  public:
+  explicit listed_files(const zot_ctx &handle)
+      : root_(::open(handle.tmp_gpb_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+
   // Makes room for so many more; false without memory.
   bool reserve(size_t more) {
     void *const grown = std::realloc(inodes_.get(), (count_ + more + 1) * sizeof(ino_t));
@@ -42,17 +45,17 @@ class listed_files {
   }
 
   // False when there is no such file.
-  bool add(const zot_ctx &handle, const char *path, uint64_t size) {
-    const zot::joined_path file(handle.tmp_gpb_root, path);
+  bool add(const char *path, uint64_t size) {
     struct stat st {};
-    if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
-        static_cast<uint64_t>(st.st_size) > size) {
+    if (::fstatat(root_.get(), path + std::strspn(path, "/"), &st, 0) != 0 ||
+        !S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) > size) {
       return false;
     }
     inodes_.get()[count_++] = st.st_ino;
     return true;
   }
 
+  // Before it is asked for anything.
   void sort() { std::sort(inodes_.get(), inodes_.get() + count_); }
 
   [[nodiscard]] bool holds(ino_t inode) const {
@@ -60,6 +63,7 @@ class listed_files {
   }
 
  private:
+  zot::descriptor root_;
   zot::c_ptr<ino_t> inodes_;
   size_t count_ = 0;
 };
@@ -70,6 +74,35 @@ size_t length_of(const zot_list *gpbs) {
     ++count;
   }
   return count;
+}
+
+// Whether a path has three components and nothing else, none of which leads elsewhere.
+bool is_straight(const char *path) {
+  int components = 0;
+  for (const char *slash = path; *slash == '/'; ++components) {
+    const char *const name = slash + 1;
+    const size_t length = std::strcspn(name, "/");
+    const bool leads_elsewhere =
+        length == 0 || (length <= 2 && std::strncmp(name, "..", length) == 0);
+    if (leads_elsewhere) {
+      return false;
+    }
+    slash = name + length;
+  }
+  return components == 3;
+}
+
+// Whether each entry surely has a file of its own.
+bool have_a_file_each(const zot_list *gpbs) {
+  const zot_gpb *before = nullptr;
+  for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
+    const bool is_other = before == nullptr || zot_priv_cmp_gpb(before, &gpb, nullptr) < 0;
+    if (!is_other || !is_straight(gpb.path)) {
+      return false;
+    }
+    before = &gpb;
+  }
+  return true;
 }
 
 // Whether cached requests are answered from files of the scratch directory.
@@ -86,7 +119,7 @@ bool add_cached(const zot_ctx &handle, listed_files &files) {
     return false;
   }
   for (const zot_gpb &gpb : zot::gpb_range(handle.ret.list)) {
-    files.add(handle, gpb.path, gpb.size);
+    files.add(gpb.path, gpb.size);
   }
   files.sort();
   return true;
@@ -94,7 +127,7 @@ bool add_cached(const zot_ctx &handle, listed_files &files) {
 
 // Files that K names: its list is given up when the first of them turns out to be damaged. False
 // without memory.
-bool add_announced(const zot_ctx &handle, const zot_k &k, listed_files &files) {
+bool add_announced(const zot_k &k, listed_files &files) {
   const int count = cJSON_GetArraySize(k.gpbs);
   if (!files.reserve(static_cast<size_t>(count))) {
     return false;
@@ -105,7 +138,7 @@ bool add_announced(const zot_ctx &handle, const zot_k &k, listed_files &files) {
     int32_t size = 0;
     if (get_json_item(item, "path", cJSON_String, path, sizeof path) == 0 &&
         get_json_item(item, "size", cJSON_Number, &size, sizeof size) == 0 && size >= 0) {
-      files.add(handle, path, static_cast<uint64_t>(size));
+      files.add(path, static_cast<uint64_t>(size));
     }
   }
   files.sort();
@@ -139,11 +172,11 @@ bool is_as_stated(const zot_ctx &handle, const zot_gpb &gpb) {
   return content != nullptr && cmp_file_sha256(content.get(), size, gpb.checksum) == 0;
 }
 
-void prune(DIR *directory, const listed_files &listed, int depth) {
+void prune(int directory, const listed_files &listed, int depth) {
   for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
     if (S_ISDIR(st.st_mode) && depth < max_depth) {
       make_accessible(fd, name, st);
-      if (const directory_stream child = open_directory(fd, name); child != nullptr) {
+      if (const zot::descriptor child = open_directory(fd, name); child.is_open()) {
         prune(child.get(), listed, depth + 1);
       }
       // Only a directory that became empty goes.
@@ -156,8 +189,8 @@ void prune(DIR *directory, const listed_files &listed, int depth) {
 }
 
 void prune_gpb_directory(int scratch, const listed_files &listed) {
-  if (const directory_stream directory = open_directory(scratch, gpb_directory);
-      directory != nullptr) {
+  if (const zot::descriptor directory = open_directory(scratch, gpb_directory);
+      directory.is_open()) {
     prune(directory.get(), listed, 0);
   }
 }
@@ -170,13 +203,18 @@ zot::descriptor open_scratch(const zot_ctx &handle) {
 
 namespace zot {
 
-void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs) {
-  listed_files listed;
-  if (!listed.reserve(length_of(gpbs))) {
+void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs,
+                           const gpb_directory_census &found) {
+  const size_t expected = length_of(gpbs);
+  if (found.files == expected && !found.has_empty_directory && have_a_file_each(gpbs)) {
+    return;
+  }
+  listed_files listed(handle);
+  if (!listed.reserve(expected)) {
     return;
   }
   for (const zot_gpb &gpb : gpb_range(gpbs)) {
-    if (!listed.add(handle, gpb.path, gpb.size)) {
+    if (!listed.add(gpb.path, gpb.size)) {
       return;
     }
   }
@@ -213,8 +251,8 @@ void leave_damaged_files(zot_ctx &handle) {
 
 void remove_strangers(const zot_ctx &handle, const zot_k &k) {
   const descriptor scratch = open_scratch(handle);
-  listed_files kept;
-  if (scratch.is_open() && add_announced(handle, k, kept) && add_cached(handle, kept)) {
+  listed_files kept(handle);
+  if (scratch.is_open() && add_announced(k, kept) && add_cached(handle, kept)) {
     prune_gpb_directory(scratch.get(), kept);
   }
 }
@@ -230,7 +268,7 @@ void make_room(const zot_ctx &handle) {
       remove_entry(scratch.get(), name, st);
     }
   }
-  listed_files kept;
+  listed_files kept(handle);
   if (add_cached(handle, kept)) {
     prune_gpb_directory(scratch.get(), kept);
   }

@@ -3,11 +3,14 @@
 #pragma once
 
 #include "zot_conf.h"
+#include "zot_priv/storage/scratch.hpp"
 
 namespace zot {
 
-// Removes the files below the GPB directory that the list does not name.
-void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs);
+// Removes the files below the GPB directory that the list does not name, and directories without
+// files. What was found there tells whether there is any such thing to look for.
+void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs,
+                           const gpb_directory_census &found);
 
 // What a process left that ended while it unpacked: a link or a FIFO in the place of a file that
 // the next download writes. Removes it.

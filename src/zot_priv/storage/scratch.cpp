@@ -5,17 +5,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#define OPENSSL_API_COMPAT 0x10100000L
-#include <openssl/sha.h>
-
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <utility>
 
+#include "utilities/file_io.hpp"
 #include "utilities/owner.hpp"
-#include "utilities/path.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
 
 namespace {
@@ -32,26 +30,37 @@ mode_t kept_mode(mode_t mode) {
 }
 
 struct sweep_result {
-  bool complete;
-  bool found_foreign;
+  bool complete = true;
+  bool found_foreign = false;
+  zot::gpb_directory_census found;
 };
+
+void add_below(sweep_result &result, const sweep_result &below) {
+  result.found_foreign = result.found_foreign || below.found_foreign;
+  result.found.files += below.found.files;
+  result.found.has_empty_directory =
+      result.found.has_empty_directory || below.found.has_empty_directory;
+}
 
 // Removes everything below a directory that is neither a directory nor a plain file, and the
 // set-user-ID bits of those.
-sweep_result sweep(DIR *directory, int depth) {
-  sweep_result result{true, false};
+sweep_result sweep(int directory, int depth) {
+  sweep_result result;
+  bool is_empty = true;
   result.complete = for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
+    is_empty = false;
     if (S_ISDIR(st.st_mode) && depth < max_depth) {
       make_accessible(fd, name, st);
-      const directory_stream child = open_directory(fd, name);
-      if (child == nullptr) {
+      const zot::descriptor child = open_directory(fd, name);
+      if (!child.is_open()) {
         return false;
       }
       const sweep_result below = sweep(child.get(), depth + 1);
-      result.found_foreign = result.found_foreign || below.found_foreign;
+      add_below(result, below);
       return below.complete;
     }
     if (is_plain_file(st) && !has_foreign_identity(st)) {
+      ++result.found.files;
       return true;
     }
     result.found_foreign = true;
@@ -60,12 +69,20 @@ sweep_result sweep(DIR *directory, int depth) {
     }
     return remove_entry(fd, name, st);
   });
+  result.found.has_empty_directory = result.found.has_empty_directory || is_empty;
   return result;
 }
 
+// A file that is there, as it is by itself: no link is followed, and nobody is waited for.
+zot::descriptor open_plain(int directory, const char *name, struct stat *st) {
+  zot::descriptor fd(::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const bool is_plain = fd.is_open() && ::fstat(fd.get(), st) == 0 && S_ISREG(st->st_mode);
+  return is_plain ? std::move(fd) : zot::descriptor(-1);
+}
+
 sweep_result sweep_directory(int scratch, const char *name) {
-  const directory_stream directory = open_directory(scratch, name);
-  return directory != nullptr ? sweep(directory.get(), 0) : sweep_result{false, true};
+  const zot::descriptor directory = open_directory(scratch, name);
+  return directory.is_open() ? sweep(directory.get(), 0) : sweep_result{false, true, {}};
 }
 
 }  // namespace
@@ -76,46 +93,50 @@ scratch_watch::~scratch_watch() {
   std::free(names_);
 }
 
-scratch_watch::file_digest scratch_watch::digest_of(const char *root, const char *name) {
-  file_digest digest{};
-  const joined_path path(root, name);
-  const descriptor fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+bool scratch_watch::guarded_file::hold(int directory) {
+  struct stat st {};
+  const descriptor fd = open_plain(directory, name_, &st);
   if (!fd.is_open()) {
-    return digest;
+    return true;
   }
-  SHA256_CTX context;
+  size_ = static_cast<size_t>(st.st_size);
+  bytes_.reset(static_cast<char *>(std::malloc(size_ + 1)));
+  return bytes_ != nullptr && read_exactly(fd.get(), bytes_.get(), size_);
+}
+
+bool scratch_watch::guarded_file::is_unchanged(int directory) const {
+  struct stat st {};
+  const descriptor fd = open_plain(directory, name_, &st);
+  if (!fd.is_open() || bytes_ == nullptr) {
+    return !fd.is_open() && bytes_ == nullptr;
+  }
+  if (static_cast<uint64_t>(st.st_size) != size_) {
+    return false;
+  }
   char chunk[ZOT_PATH_SIZE];
-  if (SHA256_Init(&context) != 1) {
-    return digest;
-  }
-  for (;;) {
-    const ssize_t got = ::read(fd.get(), chunk, sizeof chunk);
-    if (got < 0 && errno == EINTR) {
-      continue;
+  for (size_t at = 0; at < size_; at += sizeof chunk) {
+    const size_t count = std::min(sizeof chunk, size_ - at);
+    if (!read_exactly(fd.get(), chunk, count) ||
+        std::memcmp(chunk, bytes_.get() + at, count) != 0) {
+      return false;
     }
-    if (got <= 0) {
-      break;
-    }
-    SHA256_Update(&context, chunk, static_cast<size_t>(got));
   }
-  SHA256_Final(digest.sha256.data(), &context);
-  digest.exists = true;
-  return digest;
+  return true;
 }
 
-scratch_watch::guarded_files scratch_watch::guard(const zot_ctx &handle) {
-  return {digest_of(handle.tmp_root, "subsys.k"), digest_of(handle.tmp_root, "subsys.checksum")};
+void scratch_watch::guarded_file::remove(int directory) const {
+  ::unlinkat(directory, name_, 0);
 }
 
-bool scratch_watch::drop_changed(const zot_ctx &handle) const {
-  const guarded_files now = guard(handle);
-  if (now.k != before_.k) {
-    ::unlinkat(root_.fd.get(), "subsys.k", 0);
+bool scratch_watch::drop_changed() const {
+  bool is_unchanged = true;
+  for (const guarded_file *const file : {&k_, &checksum_}) {
+    if (!file->is_unchanged(root_.fd.get())) {
+      file->remove(root_.fd.get());
+      is_unchanged = false;
+    }
   }
-  if (now.checksum != before_.checksum) {
-    ::unlinkat(root_.fd.get(), "subsys.checksum", 0);
-  }
-  return now == before_;
+  return is_unchanged;
 }
 
 bool scratch_watch::knows(const char *name, mode_t mode) const {
@@ -170,8 +191,8 @@ bool scratch_watch::held_directory::restore() const {
 }
 
 bool scratch_watch::begin(const zot_ctx &handle) {
-  const directory_stream scratch = open_root(handle.tmp_root);
-  if (scratch == nullptr || !root_.hold(AT_FDCWD, handle.tmp_root)) {
+  const descriptor scratch = open_root(handle.tmp_root);
+  if (!scratch.is_open() || !root_.hold(AT_FDCWD, handle.tmp_root)) {
     return false;
   }
   // One that may not be read is nobody's to change, either.
@@ -185,11 +206,7 @@ bool scratch_watch::begin(const zot_ctx &handle) {
         return is_plain_file(st) && !has_foreign_identity(st) ? remember(name, st.st_mode)
                                                               : remove_entry(fd, name, st);
       });
-  if (!complete) {
-    return false;
-  }
-  before_ = guard(handle);
-  return true;
+  return complete && k_.hold(root_.fd.get()) && checksum_.hold(root_.fd.get());
 }
 
 bool scratch_watch::end(const zot_ctx &handle) {
@@ -198,8 +215,8 @@ bool scratch_watch::end(const zot_ctx &handle) {
     clean = false;
     static_cast<void>(parent_.restore());
   }
-  const directory_stream scratch = open_root(handle.tmp_root);
-  if (scratch == nullptr) {
+  const descriptor scratch = open_root(handle.tmp_root);
+  if (!scratch.is_open()) {
     return false;
   }
   const bool complete = for_each_entry(scratch.get(), [&](int fd, const char *name,
@@ -208,6 +225,9 @@ bool scratch_watch::end(const zot_ctx &handle) {
       make_accessible(fd, name, st);
       const sweep_result swept = sweep_directory(fd, name);
       clean = clean && !swept.found_foreign;
+      if (std::strcmp(name, gpb_directory) == 0) {
+        found_ = swept.found;
+      }
       return swept.complete;
     }
     if (is_plain_file(st) && !has_foreign_identity(st) && knows(name, st.st_mode)) {
@@ -216,7 +236,7 @@ bool scratch_watch::end(const zot_ctx &handle) {
     clean = false;
     return remove_entry(fd, name, st);
   });
-  return drop_changed(handle) && complete && clean;
+  return drop_changed() && complete && clean;
 }
 
 }  // namespace zot

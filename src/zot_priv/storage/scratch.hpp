@@ -4,13 +4,19 @@
 
 #include <sys/types.h>
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 
 namespace zot {
+
+// What lies below the GPB directory.
+struct gpb_directory_census {
+  uint64_t files = 0;
+  bool has_empty_directory = false;
+};
 
 // Watches the scratch directory while an archive is unpacked into it. The archive may bring
 // directories and regular files below the GPB directory and nothing else: a link or a device that
@@ -30,22 +36,28 @@ class scratch_watch {
   // the fetched K or its checksum file is not what it was.
   bool end(const zot_ctx &handle);
 
+  // What the GPB directory held at the end.
+  [[nodiscard]] const gpb_directory_census &found() const { return found_; }
+
  private:
-  struct file_digest {
-    bool exists;
-    std::array<unsigned char, 32> sha256;
-    bool operator==(const file_digest &other) const = default;
-  };
-  struct guarded_files {
-    file_digest k;
-    file_digest checksum;
-    bool operator==(const guarded_files &other) const = default;
+  // A file that is not for the archive to change.
+  class guarded_file {
+   public:
+    explicit guarded_file(const char *name) : name_(name) {}
+    // Remembers what it holds. False, with errno, when that cannot be had.
+    bool hold(int directory);
+    [[nodiscard]] bool is_unchanged(int directory) const;
+    void remove(int directory) const;
+
+   private:
+    const char *name_;
+    // Null while there is no such file.
+    c_text bytes_;
+    size_t size_ = 0;
   };
 
-  static file_digest digest_of(const char *root, const char *name);
-  static guarded_files guard(const zot_ctx &handle);
   // False when the K or its checksum file is not what was fetched; what it is goes.
-  [[nodiscard]] bool drop_changed(const zot_ctx &handle) const;
+  [[nodiscard]] bool drop_changed() const;
   // What a name stood for before: the archive may not turn one into the other, nor may it give a
   // file another mode. An unpacker that takes a directory of a file's name for an existing one does
   // just that, and says nothing.
@@ -68,7 +80,9 @@ class scratch_watch {
   held_directory root_;
   // Of the names that climb one is taken for harmless by an unpacker: "..".
   held_directory parent_;
-  guarded_files before_{};
+  guarded_file k_{"subsys.k"};
+  guarded_file checksum_{"subsys.checksum"};
+  gpb_directory_census found_;
   // What lay in the scratch directory before: for each its mode, its name and a terminator. The
   // mode of a directory is that of any.
   char *names_ = nullptr;

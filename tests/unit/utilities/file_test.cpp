@@ -534,6 +534,15 @@ TEST(ChkAndMkdir, LeavesADirectoryAsItIs) {
   EXPECT_TRUE(exists(dir / "a/file"));
 }
 
+TEST(ChkAndMkdir, LeavesALinkToADirectoryAsItIs) {
+  const temp_dir dir;
+  write_bytes(dir / "a/file", "x");
+  fs::create_directory_symlink(dir / "a", dir / "link");
+  EXPECT_EQ(chk_and_mkdir((dir / "link").c_str()), 0);
+  EXPECT_TRUE(fs::is_symlink(dir / "link"));
+  EXPECT_TRUE(exists(dir / "a/file"));
+}
+
 TEST(ChkAndMkdir, ReplacesARegularFile) {
   const temp_dir dir;
   write_bytes(dir / "a", "x");
@@ -786,6 +795,19 @@ TEST(WriteFile, TruncatesAnExistingFile) {
   write_bytes(dir / "file", "much longer before");
   EXPECT_EQ(write_file((dir / "file").c_str(), "new", 3), 0);
   EXPECT_EQ(read_bytes(dir / "file"), "new");
+}
+
+TEST(WriteFile, ReplacesAFileOfAnyLength) {
+  const temp_dir dir;
+  for (const std::string before : {"", "o", "old", "older", "much longer before"}) {
+    write_bytes(dir / "file", before);
+    EXPECT_EQ(write_file((dir / "file").c_str(), "new", 3), 0) << before;
+    EXPECT_EQ(read_bytes(dir / "file"), "new") << before;
+  }
+}
+
+TEST(WriteFile, WritesWhatHasNoLength) {
+  EXPECT_EQ(write_file("/dev/null", "new", 3), 0);
 }
 
 TEST(WriteFile, SizeZeroFailsAndLeavesAnEmptyFile) {

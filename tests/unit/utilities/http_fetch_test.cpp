@@ -319,7 +319,9 @@ TEST_F(HttpProxy, Ipv6LoopbackIsReachedDirectly) {
 TEST_F(HttpProxy, OtherHostsAreReachedThroughTheProxy) {
   http_proxy_.set("http://" + service_.host());
   service_.answer("/x", 200, "from the proxy");
-  for (const std::string host : {"controller.invalid", "127.controller.invalid"}) {
+  for (const std::string host :
+       {"controller.invalid", "127.controller.invalid", "127.0.0.1.invalid",
+        "127.0.0.1:80@controller.invalid", "127.0.0.1:@controller.invalid"}) {
     EXPECT_EQ(fetch("http://" + host + "/x"), 0) << host;
     EXPECT_EQ(read_bytes(path_), "from the proxy");
   }

@@ -4,11 +4,15 @@
 #include <array>
 #include <cctype>
 #include <cstdint>
+#include <cstdlib>
+#include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "utilities/gpb_path.hpp"
 #include "zot_conf.h"
 
 namespace {
@@ -212,6 +216,190 @@ TEST(GpbMeta, BuffersWithoutRoomAreRefused) {
   EXPECT_EQ(get_gpb_meta_str("/Wlan/guest/1", cat, sizeof cat, key, 0, &version), nullptr);
   EXPECT_STREQ(key, "key");
   EXPECT_STREQ(cat, "cat");
+}
+
+TEST(CategoryOf, FindsEveryNameOfTheTable) {
+  for (int32_t value = 0; value < ZOT_CAT_COUNT; ++value) {
+    EXPECT_EQ(zot::category_of(get_cat_str_by_gpb_cat(value)), value);
+  }
+}
+
+TEST(CategoryOf, TakesANameThatIsNotTerminated) {
+  const std::string_view path = "Wlan/guest/1";
+  EXPECT_EQ(zot::category_of({path.data(), 4}), ZOT_CAT_WLAN);
+}
+
+TEST(CategoryOf, FindsNoNameInAnotherCase) {
+  for (int32_t value = 0; value < ZOT_CAT_COUNT; ++value) {
+    std::string name = get_cat_str_by_gpb_cat(value);
+    for (char &letter : name) {
+      letter = static_cast<char>(letter ^ 0x20);
+      EXPECT_EQ(zot::category_of(name), std::nullopt) << name;
+      letter = static_cast<char>(letter ^ 0x20);
+    }
+  }
+}
+
+bool is_category(const std::string &name) {
+  for (int32_t value = 0; value < ZOT_CAT_COUNT; ++value) {
+    if (name == get_cat_str_by_gpb_cat(value)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// "Ap" is the beginning of "ApGroup" and a category all the same.
+TEST(CategoryOf, FindsNoBeginningOfAName) {
+  for (int32_t value = 0; value < ZOT_CAT_COUNT; ++value) {
+    const std::string name = get_cat_str_by_gpb_cat(value);
+    for (size_t length = 0; length < name.size(); ++length) {
+      const std::string start = name.substr(0, length);
+      EXPECT_EQ(zot::category_of(start).has_value(), is_category(start)) << start;
+    }
+  }
+}
+
+TEST(CategoryOf, FindsNoNameThatIsLonger) {
+  for (int32_t value = 0; value < ZOT_CAT_COUNT; ++value) {
+    for (const char *const more : {"s", "X", " ", "/"}) {
+      const std::string name = std::string(get_cat_str_by_gpb_cat(value)) + more;
+      EXPECT_EQ(zot::category_of(name), std::nullopt) << name;
+    }
+  }
+}
+
+TEST(CategoryOf, FindsNothingElse) {
+  for (const std::string_view name :
+       {std::string_view(""), std::string_view("A"), std::string_view("Q"),
+        std::string_view(" Wlan"), std::string_view("@Wlan"), std::string_view("[Wlan"),
+        std::string_view("\xc3\x84p"), std::string_view("Wlan\0", 5), std::string_view("\0", 1),
+        std::string_view("18")}) {
+    EXPECT_EQ(zot::category_of(name), std::nullopt) << name;
+  }
+}
+
+TEST(SplitGpbPath, PartsStandInThePath) {
+  const char *const path = "/Wlan/guest/0x10";
+  const std::optional<zot::gpb_path> parts = zot::split_gpb_path(path);
+  ASSERT_TRUE(parts.has_value());
+  EXPECT_EQ(parts->category, "Wlan");
+  EXPECT_EQ(parts->category.data(), path + 1);
+  EXPECT_EQ(parts->key, "guest");
+  EXPECT_EQ(parts->key.data(), path + 6);
+  EXPECT_EQ(parts->version, 16U);
+}
+
+struct accepted_path {
+  std::string path;
+  std::string category;
+  std::string key;
+  uint64_t version;
+};
+
+TEST(SplitGpbPath, TakesThreeComponentsWhateverTheyAre) {
+  const std::vector<accepted_path> cases = {
+      {"/a/b/1", "a", "b", 1},
+      {"/Starship/enterprise/1701", "Starship", "enterprise", 1701},
+      {"/Wlan/a b/1", "Wlan", "a b", 1},
+      {"/Wlan/../7", "Wlan", "..", 7},
+      {"/Wlan/guest/..", "Wlan", "guest", 0},
+      {"/Wlan/guest/1/", "Wlan", "guest", 1},
+      {"/Wlan/guest/1/2", "Wlan", "guest", 1},
+      {"/Wlan/guest/1//", "Wlan", "guest", 1},
+      {"/Wlan/\xc3\xa9/1", "Wlan", "\xc3\xa9", 1},
+      {"/Wlan/" + std::string(52, 'k') + "/1", "Wlan", std::string(52, 'k'), 1},
+      {"/Wlan/" + std::string(53, 'k') + "/1", "Wlan", std::string(52, 'k'), 1},
+      {"/Wlan/" + std::string(4000, 'k') + "/1", "Wlan", std::string(52, 'k'), 1},
+      {"/" + std::string(300, 'C') + "/b/1", std::string(300, 'C'), "b", 1}};
+  for (const accepted_path &expected : cases) {
+    const std::optional<zot::gpb_path> parts = zot::split_gpb_path(expected.path.c_str());
+    ASSERT_TRUE(parts.has_value()) << expected.path;
+    EXPECT_EQ(parts->category, expected.category) << expected.path;
+    EXPECT_EQ(parts->key, expected.key) << expected.path;
+    EXPECT_EQ(parts->version, expected.version) << expected.path;
+  }
+}
+
+TEST(SplitGpbPath, RefusesAPathWithoutThreeComponents) {
+  for (const char *path : {"", "/", "//", "///", "text", "Wlan/guest/1", " /Wlan/guest/1", "/Wlan",
+                           "/Wlan/", "/Wlan/guest", "/Wlan/guest/", "/Wlan//1", "//guest/1",
+                           "//Wlan/guest/1", "/Wlan/guest//1", "/Wlan//guest/1"}) {
+    EXPECT_EQ(zot::split_gpb_path(path).has_value(), false) << path;
+  }
+}
+
+struct version_text {
+  std::string text;
+  int base;
+};
+
+TEST(SplitGpbPath, ReadsAVersionAsItsPrefixSays) {
+  const std::vector<version_text> cases = {
+      {"0", 10},
+      {"1", 10},
+      {"9", 10},
+      {"10", 10},
+      {"4294967296", 10},
+      // The most digits that fit always, those that may, and those that never do.
+      {std::string(17, '9'), 10},
+      {std::string(18, '9'), 10},
+      {"100000000000000000", 10},
+      {std::string(19, '9'), 10},
+      {"9223372036854775808", 10},
+      {"18446744073709551615", 10},
+      {"18446744073709551616", 10},
+      {std::string(20, '9'), 10},
+      {std::string(30, '9'), 10},
+      {"1" + std::string(29, '0'), 10},
+      {"00", 8},
+      {"007", 8},
+      {"010", 8},
+      {"08", 8},
+      {"0777777777777777777777", 8},
+      {std::string(20, '0') + "7", 8},
+      {std::string(30, '0'), 8},
+      {"0b1", 8},
+      {"0x1F", 16},
+      {"0X1f", 16},
+      {"0x", 16},
+      {"0xg", 16},
+      {"0x00000000000000000000001", 16},
+      {"0xffffffffffffffff", 16},
+      {"0x10000000000000000", 16},
+      {"0xFFFFFFFFFFFFFFFFFF", 16},
+      {"+5", 10},
+      {"-1", 10},
+      {"-5", 10},
+      {"+-5", 10},
+      {"-", 10},
+      {"+010", 10},
+      {" 7", 10},
+      {"\t7", 10},
+      {"7 ", 10},
+      {"1 2", 10},
+      {" 010", 10},
+      {" ", 10},
+      {"12abc", 10},
+      {"1x", 10},
+      {"1.5", 10},
+      {"1e3", 10},
+      {"f", 10},
+      {"text", 10},
+      {":", 10},
+      {"1\xc3\xa9", 10}};
+  for (const version_text &version : cases) {
+    const std::string path = "/Wlan/guest/" + version.text;
+    const std::optional<zot::gpb_path> parts = zot::split_gpb_path(path.c_str());
+    ASSERT_TRUE(parts.has_value()) << path;
+    EXPECT_EQ(parts->version, std::strtoull(version.text.c_str(), nullptr, version.base)) << path;
+  }
+}
+
+TEST(SplitGpbPath, VersionEndsAtTheNextSlash) {
+  EXPECT_EQ(zot::split_gpb_path("/Wlan/guest/12/34")->version, 12U);
+  EXPECT_EQ(zot::split_gpb_path("/Wlan/guest/012/34")->version, 10U);
+  EXPECT_EQ(zot::split_gpb_path("/Wlan/guest/123456789012345678/9")->version, 123456789012345678U);
 }
 
 TEST(CmpInt, IsSigned) {

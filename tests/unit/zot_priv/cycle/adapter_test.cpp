@@ -187,6 +187,21 @@ TEST_F(DownloadGpb, AsksForTheFilesInTheOrderOfTheList) {
             (texts{"/config//Wlan/guest/1", "/config//Zone/hq/1", "/config//Radio/r5/3"}));
 }
 
+// A name is "/config/" and the path, cut to what fits in 4,096 bytes with the terminator.
+TEST_F(DownloadGpb, AsksForLongPathsUpToTheLengthOfAName) {
+  zot_priv_free_gpb_list(e.handle(), &head.node);
+  texts expected;
+  for (const size_t length : {1U, 5U, 255U, 4086U, 4087U, 4088U, 4094U, 4095U}) {
+    const std::string path = "/" + std::string(length - 1, static_cast<char>('a' + length % 26));
+    list_add_tail(&head.node, &zot_priv_gpb_new(path.c_str(), 5, 0, "d", "k", 1)->node);
+    expected.push_back(("/config/" + path).substr(0, 4095));
+  }
+  remote.answer("/tgz", 200, "no archive");
+  ASSERT_EQ(run(), ZOT_ERR_CORRUPTED);
+  ASSERT_EQ(remote.requests().size(), 1U);
+  EXPECT_EQ(requested_names(remote.requests()[0].body), expected);
+}
+
 TEST_F(DownloadGpb, UnpacksBelowTheScratchDirectory) {
   ASSERT_EQ(run(), ZOT_OK);
   EXPECT_EQ(read_bytes(e.tmp_root() + "/config/Wlan/guest/1"), "guest one");

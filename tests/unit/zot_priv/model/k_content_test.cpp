@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/unit/zot_priv/model/model_records.hpp"
+#include "zot_priv/model/k_content.hpp"
 
 namespace {
 
@@ -95,6 +96,9 @@ INSTANTIATE_TEST_SUITE_P(
         refused_text{"NoJson", "no json", "unable to parse json str"},
         refused_text{"CutOff", R"({"clusterId":"c-1","gpbs":[)", "unable to parse json str"},
         refused_text{"NoObject", "[]", "wrong gpbs format."},
+        refused_text{"NumberAlone", "7", "wrong gpbs format."},
+        refused_text{"NegativeNumberAlone", "-7", "wrong gpbs format."},
+        refused_text{"TruthAlone", "true", "wrong gpbs format."},
         refused_text{"NoGpbs", R"({"clusterId":"c-1"})", "wrong gpbs format."},
         refused_text{"GpbsAsObject", R"({"clusterId":"c-1","gpbs":{}})", "wrong gpbs format."},
         refused_text{"GpbsAsText", R"({"clusterId":"c-1","gpbs":"[]"})", "wrong gpbs format."},
@@ -218,6 +222,107 @@ TEST(KContent, SecondCheckReplacesTheTree) {
   checked_k test(smallest);
   EXPECT_EQ(zot_priv_chk_vail_k_cont(test.handle.get(), test.k.get()), ZOT_OK);
   EXPECT_EQ(test.k->gpbs, cJSON_GetObjectItem(test.k->json, "gpbs"));
+}
+
+// A K with the text of one that was checked before.
+struct known_text {
+  explicit known_text(const std::string &text = complete) : k(k_with_data(text)) {}
+  int run(const zot_k *from) { return zot::check_k_content(handle.get(), k.get(), from); }
+  int run() { return run(known.k.get()); }
+
+  checked_k known{complete};
+  model_handle handle;
+  zot::k_owner k;
+};
+
+TEST(KnownKContent, OfTheSameTextSharesItsTree) {
+  known_text test;
+  EXPECT_EQ(test.run(), ZOT_OK);
+  EXPECT_EQ(test.k->json, test.known.k->json);
+  EXPECT_EQ(test.k->gpbs, test.known.k->gpbs);
+}
+
+TEST(KnownKContent, MetadataIsStored) {
+  known_text test;
+  test.run();
+  EXPECT_STREQ(test.k->meta.cluster_id, "c-1");
+  EXPECT_STREQ(test.k->meta.firmware_version, "1.2.3");
+  EXPECT_STREQ(test.k->meta.config_id, "conf-7");
+}
+
+TEST(KnownKContent, EveryStepIsLoggedAsForAnUnknownOne) {
+  known_text test;
+  test.run();
+  EXPECT_EQ(logged_by(test.handle.log(), "zot_priv_chk_vail_k_cont"), test.known.logged());
+  EXPECT_EQ(test.handle.log().lines().size(), 5U) << test.handle.log().dump();
+}
+
+TEST(KnownKContent, SuccessClearsTheCodeAlone) {
+  known_text test;
+  mark_status(test.handle.get());
+  EXPECT_EQ(test.run(), ZOT_OK);
+  EXPECT_EQ(test.handle.get()->err, ZOT_OK);
+  EXPECT_EQ(test.handle.error_text(), "an earlier text");
+}
+
+TEST(KnownKContent, SharedTreeReplacesTheFormerOne) {
+  known_text test;
+  ASSERT_EQ(test.run(nullptr), ZOT_OK);
+  ASSERT_NE(test.k->json, test.known.k->json);
+  EXPECT_EQ(test.run(), ZOT_OK);
+  EXPECT_EQ(test.k->json, test.known.k->json);
+}
+
+TEST(KnownKContent, MayBeTheRecordItself) {
+  known_text test;
+  ASSERT_EQ(test.run(nullptr), ZOT_OK);
+  EXPECT_EQ(test.run(test.k.get()), ZOT_OK);
+  EXPECT_EQ(test.k->gpbs, cJSON_GetObjectItem(test.k->json, "gpbs"));
+}
+
+TEST(KnownKContent, TreeOutlivesTheKnownRecord) {
+  known_text test;
+  ASSERT_EQ(test.run(), ZOT_OK);
+  test.known.k.reset();
+  EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(test.k->json, "configId")), "conf-7");
+}
+
+TEST(KnownKContent, OfAnotherTextIsNotTaken) {
+  std::string other = complete;
+  other.replace(other.find("c-1"), 3, "c-2");
+  known_text test(other);
+  EXPECT_EQ(test.run(), ZOT_OK);
+  EXPECT_NE(test.k->json, test.known.k->json);
+  EXPECT_STREQ(test.k->meta.cluster_id, "c-2");
+}
+
+TEST(KnownKContent, ThatTheTextOnlyBeginsWithIsNotTaken) {
+  known_text test(std::string(complete) + " ");
+  EXPECT_EQ(test.run(), ZOT_OK);
+  EXPECT_NE(test.k->json, test.known.k->json);
+}
+
+TEST(KnownKContent, DoesNotExcuseATextThatIsNoJson) {
+  known_text test("no json");
+  EXPECT_EQ(test.run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(test.handle.error_text(), "[zot_priv_chk_vail_k_cont]: unable to parse json str");
+  EXPECT_EQ(test.k->json, nullptr);
+}
+
+TEST(KnownKContent, WithoutATreeIsParsed) {
+  known_text test;
+  const zot::k_owner unchecked = k_with_data(complete);
+  EXPECT_EQ(test.run(unchecked.get()), ZOT_OK);
+  ASSERT_NE(test.k->json, nullptr);
+  EXPECT_EQ(test.k->gpbs, cJSON_GetObjectItem(test.k->json, "gpbs"));
+  EXPECT_EQ(unchecked->json, nullptr);
+}
+
+TEST(KnownKContent, MissingHandleOrRecordIsRefused) {
+  known_text test;
+  EXPECT_EQ(zot::check_k_content(nullptr, test.k.get(), test.known.k.get()), ZOT_ERR_NULL_INPUT);
+  EXPECT_EQ(zot::check_k_content(test.handle.get(), nullptr, test.known.k.get()),
+            ZOT_ERR_NULL_INPUT);
 }
 
 }  // namespace

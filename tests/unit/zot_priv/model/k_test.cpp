@@ -2,10 +2,14 @@
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "tests/unit/zot_priv/model/model_records.hpp"
+#include "zot_priv/model/shared_json.hpp"
 
 namespace {
 
@@ -208,21 +212,67 @@ TEST(CopyK, WithoutDataCopiesThePath) {
   EXPECT_EQ(copy->data_len, 0U);
 }
 
-TEST(DuplicateK, HoldsATreeOfItsOwn) {
+const char *first_path(const zot_k &k) {
+  return cJSON_GetStringValue(cJSON_GetObjectItem(cJSON_GetArrayItem(k.gpbs, 0), "path"));
+}
+
+TEST(DuplicateK, SharesTheTreeAndItsArray) {
+  const zot::k_owner k = full_k();
+  const zot::k_owner copy = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
+  EXPECT_EQ(copy->json, k->json);
+  EXPECT_EQ(copy->gpbs, k->gpbs);
+}
+
+TEST(DuplicateK, KeepsTheTreeWhenTheOriginalIsReleased) {
   zot::k_owner k = full_k();
   const zot::k_owner copy = zot::make_k();
   ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
   k.reset();
-  const cJSON *const path = cJSON_GetObjectItem(cJSON_GetArrayItem(copy->gpbs, 0), "path");
-  EXPECT_STREQ(cJSON_GetStringValue(path), "/Wlan/a/1");
+  EXPECT_STREQ(first_path(*copy), "/Wlan/a/1");
 }
 
-TEST(DuplicateK, FindsTheArrayInItsOwnTree) {
+TEST(DuplicateK, LeavesTheTreeToTheOriginalWhenTheCopyIsReleased) {
+  const zot::k_owner k = full_k();
+  zot::k_owner copy = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
+  copy.reset();
+  EXPECT_STREQ(first_path(*k), "/Wlan/a/1");
+}
+
+TEST(DuplicateK, OfACopyOutlivesBoth) {
+  zot::k_owner k = full_k();
+  zot::k_owner copy = zot::make_k();
+  const zot::k_owner last = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
+  ASSERT_EQ(zot::duplicate_k(copy.get(), last.get()), ZOT_OK);
+  copy.reset();
+  k.reset();
+  EXPECT_STREQ(first_path(*last), "/Wlan/a/1");
+}
+
+TEST(DuplicateK, ReleasedByTheOperationLeavesTheTreeToTheOther) {
+  model_handle handle;
   const zot::k_owner k = full_k();
   const zot::k_owner copy = zot::make_k();
-  zot::duplicate_k(k.get(), copy.get());
-  EXPECT_NE(copy->gpbs, k->gpbs);
-  EXPECT_EQ(copy->gpbs, cJSON_GetObjectItem(copy->json, "gpbs"));
+  ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
+  ASSERT_EQ(zot_priv_free_k(handle.get(), k.get()), ZOT_OK);
+  EXPECT_EQ(k->json, nullptr);
+  EXPECT_STREQ(first_path(*copy), "/Wlan/a/1");
+}
+
+TEST(DuplicateK, CheckedAgainReplacesItsOwnTreeOnly) {
+  model_handle handle;
+  const zot::k_owner k = full_k();
+  const cJSON *const tree = k->json;
+  const zot::k_owner copy = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
+  std::free(copy->data);
+  copy->data = ::strdup(R"({"clusterId":"c-1","gpbs":[{"path":"/Zone/b/2"}]})");
+  ASSERT_EQ(zot_priv_chk_vail_k_cont(handle.get(), copy.get()), ZOT_OK);
+  EXPECT_STREQ(first_path(*copy), "/Zone/b/2");
+  EXPECT_EQ(k->json, tree);
+  EXPECT_STREQ(first_path(*k), "/Wlan/a/1");
 }
 
 TEST(DuplicateK, CopiesMetadataAndFilePart) {
@@ -245,6 +295,55 @@ TEST(DuplicateK, WithoutATreeHasNone) {
 TEST(DuplicateK, OntoItselfIsRefused) {
   const zot::k_owner k = full_k();
   EXPECT_EQ(zot::duplicate_k(k.get(), k.get()), ZOT_ERR_WRONG_INPUT);
+}
+
+TEST(SharedJson, NoTreeHasNoOwner) {
+  EXPECT_EQ(zot::share_json(nullptr), nullptr);
+  zot::release_json(nullptr);
+}
+
+TEST(SharedJson, SharedTreeIsTheSameTree) {
+  const zot::shared_json tree(cJSON_Parse(R"({"name":"text"})"));
+  const zot::shared_json other(zot::share_json(tree.get()));
+  EXPECT_EQ(other.get(), tree.get());
+}
+
+TEST(SharedJson, SharingLeavesTheTextOfTheTree) {
+  const zot::shared_json tree(cJSON_Parse(R"({"name":"text"})"));
+  const zot::shared_json other(zot::share_json(tree.get()));
+  const zot::c_text text(cJSON_PrintUnformatted(tree.get()));
+  EXPECT_STREQ(text.get(), R"({"name":"text"})");
+}
+
+// Owners released one after the other, in each order there is.
+class ThreeOwners : public testing::TestWithParam<std::vector<size_t>> {};
+
+TEST_P(ThreeOwners, TheTreeLivesUntilTheLastIsGone) {
+  std::array<zot::shared_json, 3> owners;
+  owners[0].reset(cJSON_Parse(R"({"name":"text"})"));
+  owners[1].reset(zot::share_json(owners[0].get()));
+  owners[2].reset(zot::share_json(owners[1].get()));
+  const std::vector<size_t> &order = GetParam();
+  for (size_t gone = 0; gone < owners.size(); ++gone) {
+    const cJSON *const tree = owners[order.back()].get();
+    EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(tree, "name")), "text");
+    owners[order[gone]].reset();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryOrder, ThreeOwners,
+                         testing::Values(std::vector<size_t>{0, 1, 2}, std::vector<size_t>{0, 2, 1},
+                                         std::vector<size_t>{1, 0, 2}, std::vector<size_t>{1, 2, 0},
+                                         std::vector<size_t>{2, 0, 1},
+                                         std::vector<size_t>{2, 1, 0}));
+
+TEST(SharedJson, TreeOfOneOwnerMayBeSharedAgain) {
+  zot::shared_json tree(cJSON_Parse(R"({"name":"text"})"));
+  zot::shared_json other(zot::share_json(tree.get()));
+  other.reset();
+  other.reset(zot::share_json(tree.get()));
+  tree.reset();
+  EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(other.get(), "name")), "text");
 }
 
 TEST(CompareK, MissingRecordHasNoOrder) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -339,6 +340,126 @@ TEST(ReturnedList, UnknownMarkIsReturnedByAFullRequest) {
   request test({{ZOT_CAT_ZONE, "z", 1, unknown_mark, "zone z"}});
   EXPECT_EQ(test.run(ZOT_STAT_FULL), ZOT_OK);
   EXPECT_EQ(test.returned(), lines{"z 0x20 zone z"});
+}
+
+TEST(ReturnedList, SecondCachedRequestFailsForOtherBytesOfTheSameSize) {
+  request test;
+  ASSERT_EQ(test.run(ZOT_STAT_CACHED), ZOT_OK);
+  test.write("/Wlan/c/1", "WLAN c!");
+  EXPECT_EQ(test.run_again(ZOT_STAT_CACHED), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(test.handle.error_text(),
+            "[zot_priv_verify_gpb]: wrong GPB checksum: expect chksum = " +
+                zot::test::sha256_hex("wlan c!"));
+  EXPECT_TRUE(zot_list_is_empty(&test.ret));
+}
+
+TEST(ReturnedList, FileThatWasAlteredAndIsRightAgainIsReturned) {
+  request test;
+  ASSERT_EQ(test.run(ZOT_STAT_CACHED), ZOT_OK);
+  test.write("/Wlan/c/1", "WLAN c!");
+  ASSERT_EQ(test.run_again(ZOT_STAT_CACHED), ZOT_ERR_CORRUPTED);
+  test.write("/Wlan/c/1", "wlan c!");
+  EXPECT_EQ(test.run_again(ZOT_STAT_CACHED), ZOT_OK);
+}
+
+void state_checksum(zot_gpb &gpb, const std::string &checksum) {
+  std::memcpy(gpb.checksum, checksum.c_str(), sizeof gpb.checksum);
+}
+
+// A request whose last entry states a checksum that no file has: it is returned only where bytes of
+// that checksum are known.
+struct undigested : request {
+  undigested() { state_checksum(entry_at(marked.get(), 3), stated); }
+
+  // A slot with the configuration that the entry belongs to, its bytes verified.
+  void bring_in(uint32_t slot, const std::string &bytes) {
+    zot::gpb_list_owner gpbs = list_of(
+        handle.get(), {{ZOT_CAT_WLAN, "a", 1, 0, "wlan a"}, {ZOT_CAT_ZONE, "z", 1, 0, bytes}});
+    zot_gpb &gpb = entry_at(gpbs.get(), 1);
+    state_checksum(gpb, stated);
+    gpb.content = static_cast<char *>(std::malloc(bytes.size()));
+    std::memcpy(gpb.content, bytes.data(), bytes.size());
+    zot_priv_set_gpb(handle.get(), slot, gpbs.release());
+  }
+
+  const std::string stated = std::string(64, 'f');
+};
+
+TEST(KnownReturnedList, EntryOfTheTemporarySlotIsNotDigested) {
+  undigested test;
+  test.bring_in(ZOT_SLOT_TMP, "zone z");
+  EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK) << test.handle.error_text();
+  EXPECT_EQ(test.returned(), lines{"z 0x10 zone z"});
+}
+
+TEST(KnownReturnedList, EntryOfTheCurrentSlotIsNotDigested) {
+  undigested test;
+  test.bring_in(ZOT_SLOT_CURRENT, "zone z");
+  EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK) << test.handle.error_text();
+  EXPECT_EQ(test.returned(), lines{"z 0x10 zone z"});
+}
+
+TEST(KnownReturnedList, CurrentSlotHelpsWhereTheTemporaryOneDoesNot) {
+  undigested test;
+  zot_priv_set_gpb(test.handle.get(), ZOT_SLOT_TMP,
+                   list_of(test.handle.get(), {{ZOT_CAT_ZONE, "z", 1, 0, "zone z"}}).release());
+  test.bring_in(ZOT_SLOT_CURRENT, "zone z");
+  EXPECT_EQ(test.run(0x1e), ZOT_OK) << test.handle.error_text();
+}
+
+TEST(KnownReturnedList, OtherSlotsDoNotCount) {
+  for (const uint32_t slot : {ZOT_SLOT_LAST, ZOT_SLOT_CORRUPTED}) {
+    undigested test;
+    test.bring_in(slot, "zone z");
+    EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_ERR_CORRUPTED) << slot;
+  }
+}
+
+TEST(KnownReturnedList, WithoutKnownBytesTheChecksumDecides) {
+  undigested test;
+  EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_ERR_CORRUPTED);
+}
+
+TEST(KnownReturnedList, FileThatDiffersFromTheKnownBytesIsDigested) {
+  undigested test;
+  test.bring_in(ZOT_SLOT_TMP, "ZONE Z");
+  EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(entry_at(test.marked.get(), 3).content, nullptr);
+}
+
+TEST(KnownReturnedList, RightFileIsReturnedThoughTheSlotsHoldOtherBytes) {
+  request test;
+  zot::gpb_list_owner gpbs = list_of(test.handle.get(), {{ZOT_CAT_ZONE, "z", 1, 0, "zone z"}});
+  entry_at(gpbs.get(), 0).content = ::strdup("ZONE z");
+  zot_priv_set_gpb(test.handle.get(), ZOT_SLOT_CURRENT, gpbs.release());
+  EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK);
+  EXPECT_EQ(test.returned(), lines{"z 0x10 zone z"});
+}
+
+TEST(KnownReturnedList, BytesOfTheEntryItselfAreKnown) {
+  request test;
+  ASSERT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK);
+  state_checksum(entry_at(test.marked.get(), 3), std::string(64, 'f'));
+  EXPECT_EQ(test.run_again(ZOT_STAT_MODIFIED), ZOT_OK) << test.handle.error_text();
+}
+
+TEST(KnownReturnedList, AlteredFileFailsBesideTheBytesOfTheSlots) {
+  request test;
+  zot::gpb_list_owner gpbs = list_of(test.handle.get(), {{ZOT_CAT_ZONE, "z", 1, 0, "zone z"}});
+  entry_at(gpbs.get(), 0).content = ::strdup("zone z");
+  zot_priv_set_gpb(test.handle.get(), ZOT_SLOT_CURRENT, gpbs.release());
+  test.write("/Zone/z/1", "ZONE z");
+  EXPECT_EQ(test.run(0x1e), ZOT_ERR_CORRUPTED);
+  EXPECT_TRUE(zot_list_is_empty(&test.ret));
+}
+
+TEST(KnownReturnedList, BytesReadAreCountedAll) {
+  undigested test;
+  test.bring_in(ZOT_SLOT_CURRENT, "zone z");
+  ASSERT_EQ(test.run(0x1e), ZOT_OK);
+  EXPECT_EQ(test.handle.get()->stat.bytes_read, 19U);
+  ASSERT_EQ(test.run_again(0x1e), ZOT_OK);
+  EXPECT_EQ(test.handle.get()->stat.bytes_read, 38U);
 }
 
 TEST(CachedReturnedList, ComesFromTheMarkedListOfTheHandle) {

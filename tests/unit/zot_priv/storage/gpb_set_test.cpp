@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -132,6 +133,97 @@ TEST(ReadGpbSet, FirstFailureEndsTheReading) {
   gpb_files files(three_files().damage("Wlan", "a", "firsT"));
   ASSERT_EQ(files.run(), ZOT_ERR_CORRUPTED);
   const lines expected = {"3 1 Verify GPB file: \"/Wlan/a/1\" : Failed\n"};
+  EXPECT_EQ(lines_of(files.tested.log(), "zot_priv_chk_vail_gpb"), expected);
+}
+
+void state_checksum(zot_list *gpbs, const std::string &checksum) {
+  for (zot_gpb &gpb : zot::gpb_range(gpbs)) {
+    set_text(gpb.checksum, checksum);
+  }
+}
+
+// The files of a list are in force, and the same list is brought in once more.
+struct files_in_force : gpb_files {
+  files_in_force() {
+    if (run() != ZOT_OK) {
+      throw std::runtime_error(tested.error_text());
+    }
+    zot_priv_set_gpb(tested.handle(), ZOT_SLOT_CURRENT, gpbs.release());
+    gpbs = make_list_of(tested.handle(), k.get());
+    clear();
+  }
+  [[nodiscard]] zot_list *in_force() const {
+    return zot_priv_get_gpb(tested.handle(), ZOT_SLOT_CURRENT);
+  }
+};
+
+TEST(ReadGpbSetInForce, UnchangedFilesAreVerified) {
+  files_in_force files;
+  ASSERT_EQ(files.run(), ZOT_OK) << files.tested.error_text();
+  const zot_gpb &first = zot::gpb_of(files.gpbs.get()->next);
+  EXPECT_EQ(std::string(first.content, first.size), "first");
+}
+
+TEST(ReadGpbSetInForce, EntriesHoldBytesOfTheirOwn) {
+  files_in_force files;
+  ASSERT_EQ(files.run(), ZOT_OK);
+  EXPECT_NE(zot::gpb_of(files.gpbs.get()->next).content,
+            zot::gpb_of(files.in_force()->next).content);
+}
+
+// No bytes have the checksum that both lists state.
+TEST(ReadGpbSetInForce, UnchangedFilesAreNotDigested) {
+  files_in_force files;
+  state_checksum(files.gpbs.get(), std::string(64, 'f'));
+  state_checksum(files.in_force(), std::string(64, 'f'));
+  EXPECT_EQ(files.run(), ZOT_OK) << files.tested.error_text();
+}
+
+TEST(ReadGpbSetInForce, OtherChecksumThanThatInForceIsHeldAgainstTheFile) {
+  files_in_force files;
+  state_checksum(files.gpbs.get(), std::string(64, 'f'));
+  EXPECT_EQ(files.run(), ZOT_ERR_CORRUPTED);
+}
+
+TEST(ReadGpbSetInForce, FileThatDiffersFromTheOneInForceIsRefused) {
+  files_in_force files;
+  write_bytes(files.root + "/config/Wlan/b/1", "SECOND");
+  EXPECT_EQ(files.run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(files.tested.error_text(),
+            "[zot_priv_verify_gpb]: wrong GPB checksum: expect chksum = " + sha256_hex("second"));
+  EXPECT_TRUE(zot_list_is_empty(files.gpbs.get()));
+}
+
+TEST(ReadGpbSetInForce, ListInForceStaysWhenAFileIsRefused) {
+  files_in_force files;
+  write_bytes(files.root + "/config/Wlan/b/1", "SECOND");
+  ASSERT_EQ(files.run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(length_of(files.in_force()), 3U);
+}
+
+TEST(ReadGpbSetInForce, FileOfANewVersionIsVerifiedByItsChecksum) {
+  files_in_force files;
+  files.published.put("Wlan", "b", 2, "SECOND").install_cache(files.root);
+  files.k = make_k_of(files.tested, files.published);
+  files.gpbs = make_list_of(files.tested.handle(), files.k.get());
+  ASSERT_EQ(files.run(), ZOT_OK) << files.tested.error_text();
+  const zot_gpb &second = zot::gpb_of(files.gpbs.get()->next->next);
+  EXPECT_EQ(std::string(second.content, second.size), "SECOND");
+}
+
+TEST(ReadGpbSetInForce, ReadBytesCountEveryFile) {
+  files_in_force files;
+  const uint64_t before = files.tested.handle()->stat.bytes_read;
+  ASSERT_EQ(files.run(), ZOT_OK);
+  EXPECT_EQ(files.tested.handle()->stat.bytes_read - before, 16U);
+}
+
+TEST(ReadGpbSetInForce, EveryFileIsLoggedAsVerified) {
+  files_in_force files;
+  ASSERT_EQ(files.run(), ZOT_OK);
+  const lines expected = {"3 1 Verify GPB file: \"/Wlan/a/1\" : Done\n",
+                          "3 1 Verify GPB file: \"/Wlan/b/1\" : Done\n",
+                          "3 1 Verify GPB file: \"/Wlan/c/1\" : Done\n"};
   EXPECT_EQ(lines_of(files.tested.log(), "zot_priv_chk_vail_gpb"), expected);
 }
 

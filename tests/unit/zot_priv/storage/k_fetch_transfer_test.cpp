@@ -374,11 +374,27 @@ TEST(HdDupK, CopyHoldsTheMetadata) {
   EXPECT_STREQ(duplicated.copy->meta.firmware_version, "1.0.0");
 }
 
-TEST(HdDupK, CopyHasAParsedContentOfItsOwn) {
+TEST(HdDupK, CopySharesTheParsedContent) {
   duplication duplicated;
   ASSERT_EQ(duplicated.run(), ZOT_OK);
-  EXPECT_NE(duplicated.copy->json, duplicated.cached->json);
+  EXPECT_EQ(duplicated.copy->json, duplicated.cached->json);
+  EXPECT_EQ(duplicated.copy->gpbs, duplicated.cached->gpbs);
+}
+
+TEST(HdDupK, CopyCanBeUsedWhenTheCachedKIsGone) {
+  duplication duplicated;
+  ASSERT_EQ(duplicated.run(), ZOT_OK);
+  duplicated.cached.reset();
   const zot::gpb_list_owner gpbs = make_list_of(duplicated.tested.handle(), duplicated.copy.get());
+  EXPECT_EQ(length_of(gpbs.get()), 2U);
+}
+
+TEST(HdDupK, CachedKCanBeUsedWhenTheCopyIsGone) {
+  duplication duplicated;
+  ASSERT_EQ(duplicated.run(), ZOT_OK);
+  duplicated.copy.reset();
+  const zot::gpb_list_owner gpbs =
+      make_list_of(duplicated.tested.handle(), duplicated.cached.get());
   EXPECT_EQ(length_of(gpbs.get()), 2U);
 }
 

@@ -2,10 +2,12 @@
 // The readers that fix which pair of files below a directory is verified.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "tests/unit/zot_priv/storage/storage_records.hpp"
+#include "zot_priv/storage/k_file.hpp"
 
 namespace {
 
@@ -148,6 +150,96 @@ TEST(ReadK, PathThatDoesNotFitIsRefusedAndNotCut) {
   pair_reader reader;
   const std::string root = reader.tested.dir() / std::string(ZOT_PATH_SIZE, 'x');
   EXPECT_EQ(reader.run(root.c_str(), "subsys.k", "subsys.checksum"), ZOT_ERR_WRONG_INPUT);
+}
+
+// A stored configuration beside the K that it is expected to be.
+struct expected_k {
+  explicit expected_k(const publication &stored = small_publication()) : text(stored.k_text()) {
+    stored.install_k(root + "/knowledge", "subsys.k", "subsys.checksum");
+    tested.log().clear();
+    mark_status(tested.handle());
+  }
+
+  int run() { return zot::read_expected_k(tested.handle(), k.get(), root.c_str(), *expected); }
+
+  std::string text;
+  element tested;
+  std::string root = tested.dir() / "stored";
+  zot::k_owner expected = make_k_of(tested, small_publication());
+  zot::k_owner k = zot::make_k();
+};
+
+TEST(ReadExpectedK, KThatIsTheExpectedOneSharesItsTree) {
+  expected_k read;
+  ASSERT_EQ(read.run(), ZOT_OK) << read.tested.error_text();
+  EXPECT_EQ(read.k->json, read.expected->json);
+}
+
+TEST(ReadExpectedK, HoldsWhatWasRead) {
+  expected_k read;
+  ASSERT_EQ(read.run(), ZOT_OK);
+  EXPECT_EQ(data_of(*read.k), read.text);
+  EXPECT_NE(read.k->data, read.expected->data);
+  EXPECT_STREQ(read.k->checksum, sha256_hex(read.text).c_str());
+  EXPECT_STREQ(read.k->meta.config_id, "config-1");
+}
+
+TEST(ReadExpectedK, KThatIsAnotherOneIsParsed) {
+  expected_k read(small_publication("config-2"));
+  ASSERT_EQ(read.run(), ZOT_OK) << read.tested.error_text();
+  EXPECT_NE(read.k->json, read.expected->json);
+  EXPECT_STREQ(read.k->meta.config_id, "config-2");
+}
+
+TEST(ReadExpectedK, WrongChecksumIsRefusedThoughTheTextIsTheExpectedOne) {
+  const std::string other(64, 'a');
+  expected_k read(small_publication().set_checksum_text(other + "\n"));
+  EXPECT_EQ(read.run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(read.tested.error_text(), "[zot_priv_verify_k_file]: checksum mismatch expect/real: " +
+                                          other + "/" + sha256_hex(read.text));
+  EXPECT_EQ(read.k->json, nullptr);
+}
+
+TEST(ReadExpectedK, AbsentKIsRecorded) {
+  expected_k read;
+  std::filesystem::remove_all(read.root);
+  EXPECT_EQ(read.run(), ZOT_ERR_NO_FILE);
+  EXPECT_EQ(read.tested.handle()->err, ZOT_ERR_NO_FILE);
+}
+
+// "<function> <level> <mask> <text>" of all that was logged.
+std::vector<std::string> all_lines(const log_capture &log) {
+  std::vector<std::string> lines;
+  for (const log_record &line : log.lines()) {
+    lines.push_back(line.func + " " + std::to_string(line.level) + " " + std::to_string(line.mask) +
+                    " " + line.text);
+  }
+  return lines;
+}
+
+TEST(ReadExpectedK, LogsWhatTheReaderOfTheCurrentKLogs) {
+  expected_k read;
+  ASSERT_EQ(read.run(), ZOT_OK);
+  const std::vector<std::string> logged = all_lines(read.tested.log());
+  read.tested.log().clear();
+  const zot::k_owner plain = zot::make_k();
+  ASSERT_EQ(zot_priv_read_cur_k_f(read.tested.handle(), plain.get(), read.root.c_str(), 0), ZOT_OK);
+  EXPECT_EQ(logged, all_lines(read.tested.log()));
+  EXPECT_FALSE(logged.empty());
+}
+
+TEST(ReadExpectedK, SuccessIsRecorded) {
+  expected_k read;
+  ASSERT_EQ(read.run(), ZOT_OK);
+  EXPECT_EQ(read.tested.handle()->err, ZOT_OK);
+  EXPECT_EQ(read.tested.error_text(), "Success");
+}
+
+TEST(ReadExpectedK, ReadBytesCountChecksumAndK) {
+  expected_k read;
+  const uint64_t before = read.tested.handle()->stat.bytes_read;
+  ASSERT_EQ(read.run(), ZOT_OK);
+  EXPECT_EQ(read.tested.handle()->stat.bytes_read - before, 65 + read.text.size());
 }
 
 }  // namespace

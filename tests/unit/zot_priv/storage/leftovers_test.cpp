@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cstring>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -25,7 +27,12 @@ struct listed_files {
     }
   }
 
-  void run() { zot::remove_unlisted_files(*at.tested.handle(), at.gpbs.get()); }
+  void run() {
+    zot::scratch_watch watch;
+    ASSERT_TRUE(watch.begin(*at.tested.handle()));
+    ASSERT_TRUE(watch.end(*at.tested.handle()));
+    zot::remove_unlisted_files(*at.tested.handle(), at.gpbs.get(), watch.found());
+  }
   [[nodiscard]] std::vector<std::string> files() const { return tree(at / "config"); }
 
   scratch at;
@@ -91,6 +98,108 @@ TEST(RemoveUnlistedFiles, MissingGpbDirectoryIsNoFault) {
   fs::remove_all(files.at / "config");
   files.run();
   EXPECT_FALSE(exists(files.at / "config"));
+}
+
+void list_again(listed_files &files, const char *path) {
+  for (const zot_gpb &gpb : zot::gpb_range(files.at.gpbs.get())) {
+    if (std::strcmp(gpb.path, path) == 0) {
+      zot_gpb *const twice =
+          zot_priv_gpb_new(gpb.path, gpb.size, gpb.category, gpb.checksum, gpb.key, gpb.version);
+      list_add_tail(files.at.gpbs.get(), &twice->node);
+      return;
+    }
+  }
+  throw std::runtime_error(path);
+}
+
+TEST(RemoveUnlistedFiles, ExtraFileGoesThoughAsManyAreListedAsFound) {
+  listed_files files;
+  list_again(files, "/Wlan/office/5");
+  ASSERT_EQ(length_of(files.at.gpbs.get()), 3U);
+  write_bytes(files.at / "config/Zone/hq/0", "earlier");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, ExtraFileGoesBesideAnEntryThatFollowsItsLike) {
+  listed_files files;
+  files.at.gpbs = make_list_of(files.at.tested.handle(), files.at.k.get());
+  zot_list *const first = files.at.gpbs->next;
+  list_again(files, "/Wlan/office/5");
+  zot_list *const twice = files.at.gpbs->prev;
+  list_del(twice);
+  list_add_tail(first->next, twice);
+  write_bytes(files.at / "config/Zone/hq/0", "earlier");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+void list_under(listed_files &files, const char *path, const char *key) {
+  zot_gpb *const gpb = zot_priv_gpb_new(path, 100, ZOT_CAT_ZONE, "", key, 1);
+  list_add_tail(files.at.gpbs.get(), &gpb->node);
+}
+
+// A path that reaches a file which another entry names as well.
+TEST(RemoveUnlistedFiles, ExtraFileGoesBesideAPathThatLeadsElsewhere) {
+  for (const char *const path :
+       {"/Zone/zz/../hq/1", "/Zone/./hq/1", "/Zone/hq/./1", "//Zone/hq/1", "/Zone/hq//1"}) {
+    listed_files files;
+    list_under(files, path, "zz");
+    write_bytes(files.at / "config/Zone/zz/1", "extra");
+    files.run();
+    EXPECT_EQ(files.files(), files.listed) << path;
+  }
+}
+
+TEST(RemoveUnlistedFiles, ExtraFileGoesBesideAnEntryOfAnotherFolder) {
+  listed_files files;
+  list_under(files, "/../gpb.tgz", "zz");
+  write_bytes(files.at / "gpb.tgz", "archive");
+  write_bytes(files.at / "config/Zone/zz/1", "extra");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, FileThatIsListedTwiceStays) {
+  listed_files files;
+  list_again(files, "/Wlan/office/5");
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, EmptyDirectoriesGoThoughNoFileDoes) {
+  listed_files files;
+  fs::create_directories(files.at / "config/Vlan/gone");
+  fs::create_directories(files.at / "config/Wlan/gone");
+  files.run();
+  EXPECT_FALSE(exists(files.at / "config/Vlan"));
+  EXPECT_FALSE(exists(files.at / "config/Wlan/gone"));
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+// The census was taken before: what came since shows whether anything was looked for.
+TEST(RemoveUnlistedFiles, CensusOfTheListedFilesRemovesNothing) {
+  listed_files files;
+  write_bytes(files.at / "config/Zone/hq/0", "later");
+  zot::remove_unlisted_files(*files.at.tested.handle(), files.at.gpbs.get(),
+                             {.files = 2, .has_empty_directory = false});
+  EXPECT_TRUE(exists(files.at / "config/Zone/hq/0"));
+}
+
+TEST(RemoveUnlistedFiles, CensusWithAnEmptyDirectoryHasTheRestLookedFor) {
+  listed_files files;
+  write_bytes(files.at / "config/Zone/hq/0", "later");
+  zot::remove_unlisted_files(*files.at.tested.handle(), files.at.gpbs.get(),
+                             {.files = 2, .has_empty_directory = true});
+  EXPECT_EQ(files.files(), files.listed);
+}
+
+TEST(RemoveUnlistedFiles, CensusOfMoreFilesHasTheRestLookedFor) {
+  listed_files files;
+  write_bytes(files.at / "config/Zone/hq/0", "extra");
+  zot::remove_unlisted_files(*files.at.tested.handle(), files.at.gpbs.get(),
+                             {.files = 3, .has_empty_directory = false});
+  EXPECT_EQ(files.files(), files.listed);
 }
 
 struct after_an_archive : listed_files {

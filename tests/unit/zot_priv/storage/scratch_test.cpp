@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -342,5 +344,195 @@ TEST(ScratchWatch, LinkInARemovedTreeIsNotFollowed) {
   EXPECT_EQ(read_bytes(watched.at.sentinel + "/kept"), "kept");
   EXPECT_TRUE(exists(watched.at.sentinel + "/folder"));
 }
+
+// What the GPB directory holds when the watch ends.
+struct counted : watched {
+  zot::gpb_directory_census count() {
+    if (!begin() || !end()) {
+      throw std::runtime_error("the scratch directory is not clean");
+    }
+    return watch.found();
+  }
+};
+
+TEST(GpbDirectoryCensus, MissingDirectoryHoldsNothing) {
+  counted counted;
+  fs::remove_all(counted.at / "config");
+  const zot::gpb_directory_census found = counted.count();
+  EXPECT_EQ(found.files, 0U);
+  EXPECT_FALSE(found.has_empty_directory);
+}
+
+TEST(GpbDirectoryCensus, FilesAtAnyDepthAreCounted) {
+  counted counted;
+  for (const char *const path : {"config/stray", "config/Wlan/stray", "config/Wlan/office/5",
+                                 "config/Wlan/office/6", "config/Zone/hq/1/deeper/still"}) {
+    write_bytes(counted.at / path, "bytes");
+  }
+  EXPECT_EQ(counted.count().files, 5U);
+}
+
+TEST(GpbDirectoryCensus, DirectoriesWithFilesAreNotEmpty) {
+  counted counted;
+  write_bytes(counted.at / "config/Wlan/office/5", "bytes");
+  write_bytes(counted.at / "config/Zone/hq/1", "bytes");
+  EXPECT_FALSE(counted.count().has_empty_directory);
+}
+
+TEST(GpbDirectoryCensus, FilesThatCameMeanwhileAreCounted) {
+  counted counted;
+  write_bytes(counted.at / "config/Wlan/office/5", "bytes");
+  ASSERT_TRUE(counted.begin());
+  write_bytes(counted.at / "config/Wlan/office/6", "bytes");
+  fs::create_directories(counted.at / "config/Zone");
+  ASSERT_TRUE(counted.end());
+  EXPECT_EQ(counted.watch.found().files, 2U);
+  EXPECT_TRUE(counted.watch.found().has_empty_directory);
+}
+
+TEST(GpbDirectoryCensus, EmptyDirectoryIsToldOf) {
+  for (const char *const path : {"config", "config/Vlan", "config/Wlan/office/empty"}) {
+    counted counted;
+    if (std::strcmp(path, "config") != 0) {
+      write_bytes(counted.at / "config/Wlan/office/5", "bytes");
+    }
+    fs::create_directories(counted.at / path);
+    EXPECT_TRUE(counted.count().has_empty_directory) << path;
+  }
+}
+
+TEST(GpbDirectoryCensus, OtherFoldersDoNotCount) {
+  counted counted;
+  write_bytes(counted.at / "config/Wlan/office/5", "bytes");
+  write_bytes(counted.at / "other/file", "bytes");
+  write_bytes(counted.at / "other/config/file", "bytes");
+  fs::create_directories(counted.at / "empty");
+  const zot::gpb_directory_census found = counted.count();
+  EXPECT_EQ(found.files, 1U);
+  EXPECT_FALSE(found.has_empty_directory);
+}
+
+TEST(GpbDirectoryCensus, WhatIsRemovedDoesNotCount) {
+  counted counted;
+  write_bytes(counted.at / "config/Wlan/office/5", "bytes");
+  ASSERT_TRUE(counted.begin());
+  fs::create_symlink(counted.at.sentinel, counted.at / "config/Wlan/link");
+  ASSERT_FALSE(counted.end());
+  EXPECT_EQ(counted.watch.found().files, 1U);
+}
+
+// The files that no archive may change.
+class GuardedFile : public testing::TestWithParam<const char *> {
+ protected:
+  void begin_with(const std::string &bytes) {
+    write_bytes(file_, bytes);
+    ASSERT_TRUE(watched_.begin());
+  }
+  void expect_removed() {
+    EXPECT_FALSE(watched_.end());
+    EXPECT_FALSE(exists(file_));
+  }
+  // Written in place: what the name stands for and its mode stay.
+  void overwrite(const std::string &bytes) {
+    std::ofstream(file_, std::ios::binary | std::ios::trunc) << bytes;
+  }
+
+  watched watched_;
+  std::string file_ = watched_.at / GetParam();
+};
+
+TEST_P(GuardedFile, StaysUnchanged) {
+  begin_with("the bytes");
+  EXPECT_TRUE(watched_.end());
+  EXPECT_EQ(read_bytes(file_), "the bytes");
+}
+
+TEST_P(GuardedFile, GoesWithAChangedByte) {
+  begin_with("the bytes");
+  overwrite("the Bytes");
+  expect_removed();
+}
+
+TEST_P(GuardedFile, GoesWhenItIsLonger) {
+  begin_with("the bytes");
+  overwrite("the bytes!");
+  expect_removed();
+}
+
+TEST_P(GuardedFile, GoesWhenItIsShorter) {
+  begin_with("the bytes");
+  overwrite("the byte");
+  expect_removed();
+}
+
+TEST_P(GuardedFile, GoesWhenItIsEmptied) {
+  begin_with("the bytes");
+  overwrite("");
+  expect_removed();
+}
+
+TEST_P(GuardedFile, GoesWhenItWasEmptyAndIsNot) {
+  begin_with("");
+  overwrite("b");
+  expect_removed();
+}
+
+TEST_P(GuardedFile, StaysEmpty) {
+  begin_with("");
+  EXPECT_TRUE(watched_.end());
+  EXPECT_TRUE(exists(file_));
+}
+
+TEST_P(GuardedFile, LongOneStaysUnchanged) {
+  for (const size_t size : {4095U, 4096U, 4097U, 20000U}) {
+    watched watched;
+    const std::string file = watched.at / GetParam();
+    write_bytes(file, noise(size));
+    ASSERT_TRUE(watched.begin());
+    EXPECT_TRUE(watched.end()) << size;
+    EXPECT_TRUE(exists(file)) << size;
+  }
+}
+
+TEST_P(GuardedFile, LongOneGoesWithAChangedLastByte) {
+  std::string bytes = noise(20000);
+  begin_with(bytes);
+  bytes.back() = static_cast<char>(bytes.back() ^ 1);
+  overwrite(bytes);
+  expect_removed();
+}
+
+TEST_P(GuardedFile, RemovedOneIsReported) {
+  begin_with("the bytes");
+  fs::remove(file_);
+  expect_removed();
+}
+
+TEST_P(GuardedFile, NewOneGoes) {
+  fs::remove(file_);
+  ASSERT_TRUE(watched_.begin());
+  write_bytes(file_, "planted");
+  expect_removed();
+}
+
+TEST_P(GuardedFile, MissingOneMayStayMissing) {
+  fs::remove(file_);
+  ASSERT_TRUE(watched_.begin());
+  EXPECT_TRUE(watched_.end());
+}
+
+TEST_P(GuardedFile, OnlyTheChangedOneGoes) {
+  begin_with("the bytes");
+  overwrite("THE BYTES");
+  expect_removed();
+  const std::string other =
+      std::strcmp(GetParam(), "subsys.k") == 0 ? "subsys.checksum" : "subsys.k";
+  EXPECT_TRUE(exists(watched_.at / other));
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, GuardedFile, testing::Values("subsys.k", "subsys.checksum"),
+                         [](const auto &tested) {
+                           return std::strcmp(tested.param, "subsys.k") == 0 ? "K" : "Checksum";
+                         });
 
 }  // namespace

@@ -10,46 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "tests/unit/zot_priv/model/model_records.hpp"
+#include "tests/unit/zot_priv/model/k_gpbs_records.hpp"
 
 namespace {
 
 using namespace zot::test::model;
 
 using lines = std::vector<std::string>;
-
-const std::string digest(64, 'd');
-
-std::string element(const std::string &path, const std::string &size = "3",
-                    const std::string &checksum = "\"" + digest + "\"") {
-  return R"({"path":")" + path + R"(","size":)" + size + R"(,"checksum":)" + checksum + "}";
-}
-
-std::string joined(const std::vector<std::string> &elements) {
-  std::string text;
-  for (const std::string &one : elements) {
-    text += (text.empty() ? "" : ",") + one;
-  }
-  return text;
-}
-
-// The list of a K with the given elements.
-struct built_list {
-  explicit built_list(const std::vector<std::string> &elements)
-      : k(k_with_data(R"({"clusterId":"c-1","gpbs":[)" + joined(elements) + "]}")),
-        gpbs(zot::make_gpb_list(handle.get())),
-        checked(zot_priv_chk_vail_k_cont(handle.get(), k.get())),
-        status(zot_priv_get_gpb_list_via_k_json(handle.get(), k.get(), gpbs.get())) {}
-
-  lines paths() { return paths_of(gpbs.get()); }
-  lines logged() { return logged_by(handle.log(), "zot_priv_get_gpb_list_via_k_json"); }
-
-  model_handle handle;
-  zot::k_owner k;
-  zot::gpb_list_owner gpbs;
-  int checked;
-  int status;
-};
 
 TEST(GpbListOfK, MissingHandleIsRefused) {
   built_list test({});
@@ -219,7 +186,14 @@ TEST_P(RefusedElement, ReleasesWhatWasBuiltBefore) {
 INSTANTIATE_TEST_SUITE_P(
     Model, RefusedElement,
     testing::Values(
-        refused_element{"NoObject", "7", "unable to get path"},
+        refused_element{"Number", "7", "unable to get path"},
+        refused_element{"Text", "\"/Wlan/a/1\"", "unable to get path"},
+        refused_element{"Truth", "true", "unable to get path"},
+        refused_element{"Null", "null", "unable to get path"},
+        refused_element{"EmptyArray", "[]", "unable to get path"},
+        refused_element{"ArrayOfTexts", R"(["path","/Wlan/a/1"])", "unable to get path"},
+        refused_element{"ArrayOfAnElement", "[" + element("/Wlan/a/1") + "]", "unable to get path"},
+        refused_element{"EmptyObject", "{}", "unable to get path"},
         refused_element{"NoPath", R"({"size":3,"checksum":"d"})", "unable to get path"},
         refused_element{"PathAsNumber", R"({"path":3,"size":3,"checksum":"d"})",
                         "unable to get path"},
@@ -232,6 +206,18 @@ INSTANTIATE_TEST_SUITE_P(
                         "unable to get checksum of GPB"},
         refused_element{"ChecksumAsNumber", element("/Wlan/a/1", "3", "5"),
                         "unable to get checksum of GPB"},
+        refused_element{"LongerMemberNames", R"({"paths":"/Wlan/a/1","size":3,"checksum":"d"})",
+                        "unable to get path"},
+        refused_element{"ShorterMemberName", R"({"path":"/Wlan/a/1","siz":3,"checksum":"d"})",
+                        "unable to get size of GPB"},
+        refused_element{"MemberNameWithABlank", R"({"path":"/Wlan/a/1","size":3,"checksum ":"d"})",
+                        "unable to get checksum of GPB"},
+        refused_element{"FirstOfTwoPathsAsNumber",
+                        R"({"path":3,"path":"/Wlan/a/1","size":3,"checksum":"d"})",
+                        "unable to get path"},
+        refused_element{"FirstOfTwoSizesAsText",
+                        R"({"path":"/Wlan/a/1","size":"3","size":3,"checksum":"d"})",
+                        "unable to get size of GPB"},
         refused_element{"ChecksumOf65Characters",
                         element("/Wlan/a/1", "3", "\"" + std::string(65, 'd') + "\""),
                         "unable to get checksum of GPB"}),
@@ -256,10 +242,133 @@ TEST(GpbListOfK, FractionOfASizeIsCut) {
   EXPECT_EQ(entry_at(test.gpbs.get(), 0).size, 12U);
 }
 
-TEST(GpbListOfK, LetterCaseOfMemberNamesDoesNotCount) {
-  built_list test({R"({"Path":"/Wlan/a/1","SIZE":3,"Checksum":"d"})"});
+TEST(GpbListOfK, SizeJustBeyondTheRangeOfAWordSaturates) {
+  built_list test({element("/Wlan/a/1", "2147483648"), element("/Wlan/b/1", "4294967297")});
+  ASSERT_EQ(test.status, ZOT_OK);
+  EXPECT_EQ(entry_at(test.gpbs.get(), 0).size, 2147483647U);
+  EXPECT_EQ(entry_at(test.gpbs.get(), 1).size, 2147483647U);
+}
+
+TEST(GpbListOfK, SizeBelowTheRangeOfAWordSaturates) {
+  built_list test({element("/Wlan/a/1", "-1e12")});
+  ASSERT_EQ(test.status, ZOT_OK);
+  EXPECT_EQ(entry_at(test.gpbs.get(), 0).size, 2147483648U);
+}
+
+TEST(GpbListOfK, ChecksumOf64CharactersIsKept) {
+  const std::string checksum(64, 'e');
+  built_list test({element("/Wlan/a/1", "3", "\"" + checksum + "\"")});
+  ASSERT_EQ(test.status, ZOT_OK);
+  EXPECT_EQ(entry_at(test.gpbs.get(), 0).checksum, checksum);
+}
+
+TEST(GpbListOfK, EmptyChecksumIsKept) {
+  built_list test({element("/Wlan/a/1", "3", "\"\"")});
+  ASSERT_EQ(test.status, ZOT_OK);
+  EXPECT_STREQ(entry_at(test.gpbs.get(), 0).checksum, "");
+}
+
+// What one element states, read into its entry.
+struct members_case {
+  const char *name;
+  std::string text;
+};
+
+class MembersOfAnElement : public testing::TestWithParam<members_case> {};
+
+TEST_P(MembersOfAnElement, ThoseThatCountAreRead) {
+  built_list test({GetParam().text});
+  ASSERT_EQ(test.status, ZOT_OK) << test.handle.error_text();
+  const zot_gpb &gpb = entry_at(test.gpbs.get(), 0);
+  EXPECT_STREQ(gpb.path, "/Wlan/a/1");
+  EXPECT_EQ(gpb.size, 3U);
+  EXPECT_STREQ(gpb.checksum, "d");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Model, MembersOfAnElement,
+    testing::Values(
+        members_case{"InTheUsualOrder", R"({"path":"/Wlan/a/1","size":3,"checksum":"d"})"},
+        members_case{"InReverse", R"({"checksum":"d","size":3,"path":"/Wlan/a/1"})"},
+        members_case{"InUpperCase", R"({"PATH":"/Wlan/a/1","SIZE":3,"CHECKSUM":"d"})"},
+        members_case{"InMixedCase", R"({"pAtH":"/Wlan/a/1","sIzE":3,"checkSum":"d"})"},
+        members_case{"FirstOfTwo", R"({"path":"/Wlan/a/1","size":3,"checksum":"d",)"
+                                   R"("path":"/Zone/b/2","size":4,"checksum":"e"})"},
+        members_case{"FirstOfTwoInAnotherCase", R"({"PATH":"/Wlan/a/1","Size":3,"checkSUM":"d",)"
+                                                R"("path":"/Zone/b/2","size":4,"checksum":"e"})"},
+        members_case{"AfterLongerNames", R"({"paths":"/Zone/b/2","sizes":4,"checksums":"e",)"
+                                         R"("path":"/Wlan/a/1","size":3,"checksum":"d"})"},
+        members_case{"AfterShorterNames", R"({"pat":"/Zone/b/2","siz":4,"check":"e","":"f",)"
+                                          R"("path":"/Wlan/a/1","size":3,"checksum":"d"})"},
+        members_case{"AfterOtherMembers",
+                     R"({"comment":{"path":"/Zone/b/2","size":4},"list":["path"],)"
+                     R"("path":"/Wlan/a/1","size":3,"checksum":"d"})"}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+// "free GPB file: …" of each record, in order.
+lines released_in(const zot::test::log_capture &log) {
+  lines released;
+  for (const std::string &line : logged_by(log, "zot_priv_free_gpb")) {
+    if (line.find("free GPB file: ") != std::string::npos) {
+      released.push_back(line);
+    }
+  }
+  return released;
+}
+
+TEST(GpbListOfK, EntriesBeforeARefusedElementAreReleasedInTheOrderOfTheDocument) {
+  built_list test({element("/Zone/z/1"), element("/Wlan/b/1"), element("/Starship/s/1"),
+                   element("/Ap/a/1"), element("/Wlan/a/1", "\"3\""), element("/Wlan/c/1")});
+  EXPECT_EQ(released_in(test.handle.log()),
+            (lines{"3 128 free GPB file: /Zone/z/1\n", "3 128 free GPB file: /Wlan/b/1\n",
+                   "3 128 free GPB file: /Ap/a/1\n"}));
+}
+
+TEST(GpbListOfK, RefusedElementIsRecordedBeforeTheRelease) {
+  built_list test({element("/Zone/z/1"), "7"});
+  const auto &log = test.handle.log();
+  const auto recorded = log.index_of("[zot_priv_get_gpb_list_via_k_json]: unable to get path\n");
+  const auto released = log.index_of("free GPB file: /Zone/z/1\n");
+  ASSERT_TRUE(recorded.has_value()) << log.dump();
+  ASSERT_TRUE(released.has_value()) << log.dump();
+  EXPECT_LT(*recorded, *released);
+}
+
+TEST(GpbListOfK, ListIsReleasedAfterItsEntries) {
+  built_list test({element("/Zone/z/1"), element("/Wlan/b/1"), "7"});
+  EXPECT_EQ(logged_by(test.handle.log(), "zot_priv_free_gpb_list"),
+            lines{"3 64 free GPB list " + address_text(test.gpbs.get()) + ": Done\n"});
+  EXPECT_EQ(test.handle.log().lines().back().func, "zot_priv_free_gpb_list");
+}
+
+TEST(GpbListOfK, RefusedFirstElementReleasesNothing) {
+  built_list test({"7", element("/Zone/z/1")});
+  EXPECT_EQ(test.status, ZOT_ERR_CORRUPTED);
+  EXPECT_TRUE(released_in(test.handle.log()).empty()) << test.handle.log().dump();
+  EXPECT_TRUE(logged_by(test.handle.log(), "zot_priv_free_gpb_list").empty());
+}
+
+TEST(GpbListOfK, WarningsComeInTheOrderOfTheDocument) {
+  built_list test({element("/Starship/b/1"), element("/Wlan/a/1"), element("/Starship/a/1")});
+  EXPECT_EQ(
+      test.logged(),
+      (lines{"1 8 [Warning] Unknown category = Starship or wrong path format = /Starship/b/1.\n",
+             "1 8 [Warning] Unknown category = Starship or wrong path format = /Starship/a/1.\n",
+             "3 16 Get GPB list from K: Done\n"}));
+}
+
+TEST(GpbListOfK, CategoryThatOnlyBeginsLikeAKnownOneIsSkipped) {
+  built_list test({element("/Wla/a/1"), element("/Wlans/a/1"), element("/wlan/a/1"),
+                   element("/WLAN/a/1"), element("/Wlan/a/1")});
   EXPECT_EQ(test.status, ZOT_OK);
   EXPECT_EQ(test.paths(), lines{"/Wlan/a/1"});
+}
+
+TEST(GpbListOfK, EntryThatIsMadeOfALongKeyIsTerminated) {
+  const std::string key(60, 'k');
+  built_list test({element("/Wlan/" + key + "/1"), element("/Wlan/" + key + "/1")});
+  ASSERT_EQ(test.status, ZOT_OK);
+  EXPECT_STREQ(entry_at(test.gpbs.get(), 1).key, key.substr(0, 52).c_str());
 }
 
 TEST(GpbListOfK, SuccessIsLogged) {
