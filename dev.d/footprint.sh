@@ -21,7 +21,7 @@ footprint_build() {
   need binutils-arm-linux-gnueabihf strace
   say "footprint: build"
   footprint_build_targets release \
-    zotconf_cli footprint_process footprint_source footprint_command
+    zotconf_cli footprint_process footprint_command bench_source
   footprint_build_targets arm footprint_heap footprint_process
 }
 

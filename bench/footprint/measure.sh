@@ -18,7 +18,7 @@ here=$(dirname "$(readlink -f "$0")")
 readonly host arm sysroot here
 readonly zotconf=$host/tools/zotconf tools=$host/bench/footprint
 readonly emulate=(qemu-arm -L "$sysroot")
-readonly index=001122334455
+readonly index=001122334455 file_size=4096
 readonly counts=(100 1000 10000)
 readonly commands=(tar cp rm)
 
@@ -56,7 +56,7 @@ fail() {
 
 publish() {
   local files=$1 letter=$2 changed=$3
-  "$tools/footprint_source" "$work/$files/source" "$files" "$changed"
+  "$host/bench/source/bench_source" "$work/$files/source" "$files" "$file_size" "$changed"
   "$zotconf" publish "$work/$files/source" --out "$work/$files/$letter" --index "$index" \
     --cluster 7d0b6a52-41c5-4b0e-9d7e-2f6f0c1a8e11 --firmware 7.1.0 \
     --config-id "00000000-0000-4000-8000-00000000000$changed" >"$work/$files/publish.log" ||

@@ -3,7 +3,7 @@
 #ifndef FOOTPRINT_PROBE_H
 #define FOOTPRINT_PROBE_H
 
-// Size of each published file.
+// Size of each published file; measure.sh publishes such files.
 enum { FOOTPRINT_FILE_SIZE = 4096 };
 
 // Before the library is used for the first time.

@@ -1,0 +1,96 @@
+# SPDX-License-Identifier: Apache-2.0
+# What the library is to hold, as ratios within one run, beside what was measured.
+include "figures";
+
+def on_tmpfs: .cases | map(select(.medium == "tmpfs"));
+
+def is_met($limit; $is_below):
+  if . == null then "–"
+  elif . < $limit or (. == $limit and ($is_below | not)) then "met"
+  else "**not met**"
+  end;
+
+# aim(WHAT; LIMIT): the measured ratio, or {ratio, low, high}, as a row.
+def aim($what; $limit; $is_below):
+  (if type == "object" then .ratio else . end) as $ratio
+  | [
+      $what,
+      "\(if $is_below then "<" else "≤" end) \($limit)",
+      if $ratio == null then "not measured" else $ratio | fixed(3) end,
+      if type == "object" then "\(.low | fixed(3)) to \(.high | fixed(3))" else "" end,
+      ($ratio | is_met($limit; $is_below))
+    ];
+def aim($what; $limit): aim($what; $limit; false);
+
+def first_cycle_over($other; $figure):
+  {files: 10000, size: 4096, medium: "tmpfs"} as $case
+  | contender("zotconf"; "first"; $case) as $own
+  | contender($other; "first"; $case) as $others
+  | $own | ratios($figure; $others);
+
+# At each number of files, of the smallest files that were measured.
+def poll_cases:
+  . as $summary
+  | [on_tmpfs[] | select(. as $case | $summary | step("bare"; "poll"; "loop"; $case))]
+  | (map(.size) | min) as $smallest
+  | map(select(.size == $smallest));
+
+def poll_over_request($case):
+  step("bare"; "poll"; "loop"; $case) as $request
+  | step("zotconf"; "poll"; "loop"; $case)
+  | ratios("wall"; $request);
+
+def wall_per_file($who; $files; $size):
+  contender($who; "first"; {files: $files, size: $size, medium: "tmpfs"}).wall
+  | over($files);
+
+def growth_of_cycle($who; $size):
+  wall_per_file($who; 1000; $size) as $few
+  | wall_per_file($who; 100000; $size)
+  | over($few);
+
+def growth_of_piece($name):
+  (piece($name; 1000) | over(1000)) as $few
+  | piece($name; 100000)
+  | over(100000) | over($few);
+
+def names_of_pieces: [
+  "cjson_parse", "k_validate", "list_build", "k_parse", "path_parse", "list_sort", "diff",
+  "filter", "filter_narrow", "list_free"];
+def names_of_own_pieces: names_of_pieces - ["cjson_parse"];
+
+def growth_of_pieces:
+  . as $summary
+  | names_of_own_pieces
+  | map(. as $name | {$name, growth: ($summary | growth_of_piece($name))})
+  | map(select(.growth));
+
+def aims_of_pieces:
+  growth_of_pieces as $growths
+  | ($growths | max_by(.growth)) as $most
+  | ($growths | map(select(.growth <= 1.3)) | length) as $within
+  | $most.growth
+  | aim("cost per entry, 100,000 over 1,000: the piece that grows most, `\($most.name)`; "
+        + "\($within) of \($growths | length) stay within"; 1.3);
+
+def aims:
+  [
+    (first_cycle_over("floor"; "wall")
+     | aim("first get and commit of 10,000 × 4 KiB over the floor, wall"; 1.15)),
+    (first_cycle_over("script"; "wall") | aim("the same over the script, wall"; 1)),
+    (first_cycle_over("script"; "cpu") | aim("the same over the script, CPU"; 1; true)),
+    (poll_cases[] as $case
+     | poll_over_request($case)
+     | aim("a poll over a bare request, \($case | files_of_size)"; 1.3)),
+    (piece("cjson_parse"; 100000) as $bare
+     | piece("k_parse"; 100000) | over($bare)
+     | aim("a K of 100,000 entries parsed and sorted, over cJSON's parse of it"; 1.5)),
+    ((1024, 4096) as $size
+     | growth_of_cycle("zotconf"; $size)
+     | aim("wall per file of a first cycle, 100,000 over 1,000 × \($size | file_size)"; 1.3)),
+    (select(growth_of_pieces != []) | aims_of_pieces),
+    (select(.memory) | .memory
+     | .entries as $entries | .peak / .sum
+     | aim("peak memory of a get of \($entries | grouped) entries over the sum of its copies"; 1.1))
+  ]
+  | table("lrrrl"; ["aim", "limit", "measured", "in single rounds", ""]);

@@ -1,0 +1,24 @@
+# SPDX-License-Identifier: Apache-2.0
+# usage: jq -r -L FOLDER --arg name TABLE -f tables.jq SUMMARY
+include "figures";
+include "aims";
+include "contenders";
+include "pieces";
+include "phases";
+
+if $name == "machine" then machine
+elif $name == "aims" then aims
+elif $name == "first" then beside("first"; cases_with_peers)
+elif $name == "poll" then beside("poll"; cases_with_peers)
+elif $name == "update" then beside("update"; cases_with_peers)
+elif $name == "restart" then beside("restart"; cases_with_peers)
+elif $name == "disk" then beside_on_disk
+elif $name == "polls" then polls
+elif $name == "growth" then growth
+elif $name == "pieces" then pieces
+elif $name == "bytes" then bytes
+elif $name == "calls" then calls
+elif $name == "phases-first" then phases("first")
+elif $name == "phases-update" then phases("update")
+else error("there is no table \($name)")
+end

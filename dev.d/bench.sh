@@ -1,0 +1,100 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash disable=SC2034,SC2154
+# How fast the library is: its pieces one by one, and whole cycles beside what any program has to do
+# and what is used instead. Times are told and never fail anything.
+
+readonly bench_programs=build/release/bench
+readonly bench_results=build/bench
+readonly bench_document=docs/performance.md
+# shellcheck source=bench/cycles/packages.sh
+source bench/cycles/packages.sh
+
+# bench_build TARGET...
+bench_build() {
+  local quiet=()
+  [[ -t 1 ]] || quiet=(-- --quiet)
+  cmake --preset release -DZOTCONF_BUILD_BENCH=ON --log-level=WARNING >/dev/null
+  cmake --build --preset release -j "$jobs" --target "$@" "${quiet[@]}"
+}
+
+# bench_make [PACKAGE]...
+bench_make() {
+  setup
+  need libbenchmark-dev "${cycles_packages[@]}" "$@"
+  say "bench: build"
+  bench_build zotconf_cli bench_pieces bench_cycles
+}
+
+# bench_measure_pieces RESULTS [OPTION]...: what they copy lies in memory.
+bench_measure_pieces() (
+  say "bench: the pieces, one by one"
+  TMPDIR=$(mktemp -d -p /dev/shm)
+  export TMPDIR
+  trap 'rm -rf "$TMPDIR"' EXIT
+  trap 'exit 130' INT TERM
+  "$bench_programs/pieces/bench_pieces" --benchmark_out="$1/pieces.json.new" \
+    --benchmark_out_format=json --benchmark_repetitions=3 \
+    --benchmark_enable_random_interleaving=true "${@:2}" >"$1/pieces.log"
+  jq -r '.benchmarks[] | select(.error_occurred) | "\(.name): \(.error_message)"' \
+    "$1/pieces.json.new" >"$1/pieces.errors"
+  [[ ! -s $1/pieces.errors ]] || fail "a piece does wrong: $(<"$1/pieces.errors")"
+  mv "$1/pieces.json.new" "$1/pieces.json"
+)
+
+# bench_measure_cycles RESULTS [OPTION]...
+bench_measure_cycles() {
+  say "bench: whole cycles"
+  touch "$1/cycles.jsonl.new"
+  bench/cycles/run.sh build/release "$1/cycles.jsonl.new" "${@:2}"
+  mv "$1/cycles.jsonl.new" "$1/cycles.jsonl"
+}
+
+# bench_run [PEERS_OPTION]
+bench_run() {
+  mkdir -p "$bench_results"
+  bench_measure_pieces "$bench_results" --benchmark_min_time=0.5
+  bench_measure_cycles "$bench_results" "$@"
+  bench/report/report.sh "$bench_results"
+}
+
+bench() {
+  bench_make
+  bench_run
+}
+
+# That all of it works, from the small sizes.
+bench_quick() {
+  bench_make "${cycles_peers[@]}"
+  mkdir -p "$bench_results/quick"
+  bench_measure_pieces "$bench_results/quick" --benchmark_min_time=0.01 \
+    --benchmark_filter='/(100|1000|1024|4096)$|^log_'
+  bench_measure_cycles "$bench_results/quick" --peers --quick
+  bench/report/report.sh "$bench_results/quick"
+}
+
+bench_report() {
+  setup
+  need gnuplot-nox jq
+  say "bench: the tables and plots of $bench_document"
+  bench/report/report.sh "$bench_results" "$bench_document"
+}
+
+bench_peers() {
+  bench_make "${cycles_peers[@]}" gnuplot-nox
+  bench_run --peers
+  bench_report
+}
+
+# Instructions don't depend on what else the machine does, so these may fail a change.
+bench_counts() {
+  local -r folder=bench/counts values=$bench_results/counts.values
+  setup
+  need libbenchmark-dev valgrind
+  say "bench: build"
+  bench_build zotconf_cli bench_source bench_counts bench_client
+  mkdir -p "$bench_results"
+  say "bench: instructions, and the limit of each"
+  "$folder/count.sh" build/release >"$values"
+  awk -f bench/footprint/compare.awk "$folder/limits.txt" "$values" ||
+    fail "the instructions are not within $folder/limits.txt"
+}
