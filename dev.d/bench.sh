@@ -22,7 +22,7 @@ bench_make() {
   setup
   need libbenchmark-dev "${cycles_packages[@]}" "$@"
   say "bench: build"
-  bench_build zotconf_cli bench_pieces bench_cycles
+  bench_build zotconf_cli bench_pieces bench_cycles footprint_heap
 }
 
 # bench_measure_pieces RESULTS [OPTION]...: what they copy lies in memory.
@@ -49,11 +49,20 @@ bench_measure_cycles() {
   mv "$1/cycles.jsonl.new" "$1/cycles.jsonl"
 }
 
+# bench_measure_memory RESULTS
+bench_measure_memory() {
+  say "bench: memory of a get"
+  touch "$1/memory.json.new"
+  bench/cycles/memory.sh build/release "$1/memory.json.new"
+  mv "$1/memory.json.new" "$1/memory.json"
+}
+
 # bench_run [PEERS_OPTION]
 bench_run() {
   mkdir -p "$bench_results"
   bench_measure_pieces "$bench_results" --benchmark_min_time=0.5
   bench_measure_cycles "$bench_results" "$@"
+  bench_measure_memory "$bench_results"
   bench/report/report.sh "$bench_results"
 }
 

@@ -77,7 +77,7 @@ bool write_all(int fd, const char *data, size_t size, uint64_t *written) {
 }
 
 // What an earlier content leaves behind a shorter one; what has no size keeps it.
-bool cut_to(int fd, size_t size) {
+bool cut_to(int fd, uint64_t size) {
   struct stat st {};
   if (::fstat(fd, &st) != 0) {
     return false;
@@ -359,9 +359,15 @@ int write_file(const char *path, const void *buf, size_t size) {
   if (!fd.is_open() || size == 0) {
     return -1;
   }
-  const bool is_written =
-      write_all(fd.get(), static_cast<const char *>(buf), size, nullptr) && cut_to(fd.get(), size);
-  return is_written && fd.close() == 0 ? 0 : -1;
+  uint64_t written = 0;
+  const bool is_complete = write_all(fd.get(), static_cast<const char *>(buf), size, &written);
+  const int error = errno;
+  const bool is_cut = cut_to(fd.get(), written);
+  if (!is_complete) {
+    errno = error;
+    return -1;
+  }
+  return is_cut && fd.close() == 0 ? 0 : -1;
 }
 
 char *str2upper(char *s) {

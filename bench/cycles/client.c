@@ -2,10 +2,14 @@
 // usage: bench_client INDEX STEP…
 // An element whose cycles are measured; each step prints lines of figures.
 //
-//   first:N    creates the handle, gets a configuration of N entries into an empty cache, commits
-//   it update:N   gets a configuration of which N entries changed, and commits it settle     gets
-//   without an update, and is not measured: the first such get after a commit puts
+//   first:N    creates the handle, gets a configuration of N entries into an empty cache, and
+//              commits it
+//
+//   update:N   gets a configuration of which N entries changed, and commits it
+//
+//   settle     gets without an update, and is not measured: the first such get after a commit puts
 //              last in its place, which those that follow need not do
+//
 //   poll       gets without an update
 //   polls:N    the same N times, each beside a bare request for the checksum; tells the medians
 //   restart:N  creates the handle, gets the N cached entries and reads all their bytes
@@ -44,7 +48,6 @@ static void create(struct client *client) {
   zot_util_init_conf_parm(&parm);
   phases_listen_to(&parm.log_ctl);
   element_begin(element, zot_conf_init_args("AP", element->index, strlen(element->index), parm));
-  phases_watch_download(element->handle);
 }
 
 static void set_log_level(struct client *client, uint32_t level) {

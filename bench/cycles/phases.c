@@ -46,7 +46,6 @@ static const struct {
 
 static double taken[phase_count];
 static double last;
-static int (*download_gpb)(zot_ctx *handle, zot_k *k, zot_list *gpbs);
 
 static void end(enum phase phase) {
   const double now = wall_now();
@@ -66,22 +65,11 @@ static int hear(zot_log_ctx *log_ctx, void *unused, const char *line) {
   return 0;
 }
 
-// By now the list of the files that K names is built, of which no line tells.
-static int begin_download(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
-  end(phase_verify);
-  return download_gpb(handle, k, gpbs);
-}
-
 void phases_listen_to(zot_log_ctl *ctl) {
   ctl->level = ZOT_LOG_INFO;
   ctl->facility = ZOT_TOPIC_DEFAULT;
   ctl->dst = ZOT_LOG_DST_CB_FUNC;
   ctl->cb = hear;
-}
-
-void phases_watch_download(zot_ctx *handle) {
-  download_gpb = handle->fns.download_gpb;
-  handle->fns.download_gpb = begin_download;
 }
 
 void phases_begin(void) {

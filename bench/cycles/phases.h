@@ -8,8 +8,6 @@
 
 // Directs a log control here.
 void phases_listen_to(zot_log_ctl *ctl);
-// Lets the handle's download of the files tell its begin.
-void phases_watch_download(zot_ctx *handle);
 
 // Forgets what was counted.
 void phases_begin(void);

@@ -11,12 +11,12 @@ export LC_ALL=C
 # Files, bytes of each, rounds, polls in a row, and whether the peers do it too.
 readonly full=(
   "100 1024 7 200 -" "1000 1024 7 200 -" "10000 1024 3 50 -" "100000 1024 2 10 -"
-  "100 4096 7 200 peers" "1000 4096 7 200 peers" "10000 4096 5 50 peers" "100000 4096 3 10 -"
+  "100 4096 7 200 peers" "1000 4096 7 200 peers" "10000 4096 5 50 peers" "100000 4096 2 10 -"
   "100 65536 7 200 -" "1000 65536 3 200 peers" "10000 65536 2 50 -"
   "4 16777216 5 200 -")
 readonly quick=("100 4096 2 50 peers" "1000 4096 2 50 peers")
 # The same on a disk, which tells little: what it takes depends on what the disk did before.
-readonly on_disk=("10000 4096 2 - -")
+readonly on_disk=("1000 4096 3 - -")
 
 usage() {
   echo "usage: $0 BUILD OUT.jsonl [--peers] [--quick]" >&2
@@ -118,8 +118,9 @@ run_zotconf() {
 # As the library does it: what is published at first is digested twice, once when it has come and
 # once when it is handed out; of an update, the second time is for what changed. On tmpfs there is
 # nothing to synchronise.
-readonly floor_get='tar xzf "$1" && "$2" "$3" 1 && "$2" "$4" 1'
-readonly floor_commit='rm -rf "$5" && cp -r config "$5"'
+# Its commands name whole paths, as those of the library do: cp looks each file up by its own.
+readonly floor_get='tar xzf "$1" -C "$6" && "$2" "$3" 1 && "$2" "$4" 1'
+readonly floor_commit='rm -rf "$5" && cp -r "$6/config" "$5"'
 
 run_floor() {
   local command="$floor_get && $floor_commit" cache
@@ -128,9 +129,9 @@ run_floor() {
   [[ $BENCH_MEDIUM != disk ]] || command+=' && sync -f "$5"'
   cd "$element/scratch"
   keep "$tools/bench_measure" floor first -- sh -c "$command" floor "$site/a/tgz" \
-    "$tools/bench_digest" "$site/a.sums" "$site/a.sums" "$cache"
+    "$tools/bench_digest" "$site/a.sums" "$site/a.sums" "$cache" "$element/scratch"
   keep "$tools/bench_measure" floor update -- sh -c "$command" floor "$site/b/tgz" \
-    "$tools/bench_digest" "$site/b.sums" "$site/changed.sums" "$cache"
+    "$tools/bench_digest" "$site/b.sums" "$site/changed.sums" "$cache" "$element/scratch"
   cd "$element/cache"
   keep "$tools/bench_measure" floor restart -- "$tools/bench_digest" "$site/b.sums" 2
   expect_b "$element/cache"

@@ -101,24 +101,30 @@ std::string write_k(const std::vector<published_file> &files, number_source &num
   return text + "]}";
 }
 
-document make_document(std::size_t entries, bool is_update) {
+enum class variant { first, updated, ordered };
+
+document make_document(std::size_t entries, variant which) {
   number_source numbers;
   document made;
   made.files = make_files(entries, numbers);
-  if (is_update) {
+  if (which == variant::updated) {
     modify_some(made.files, numbers);
   }
-  shuffle(made.files, numbers);
+  if (which == variant::ordered) {
+    made.files = in_list_order(made);
+  } else {
+    shuffle(made.files, numbers);
+  }
   made.text = write_k(made.files, numbers);
   return made;
 }
 
-const document &kept_document(std::size_t entries, bool is_update) {
-  static std::map<std::pair<std::size_t, bool>, document> made;
-  const std::pair which(entries, is_update);
+const document &kept_document(std::size_t entries, variant of) {
+  static std::map<std::pair<std::size_t, variant>, document> made;
+  const std::pair which(entries, of);
   auto found = made.find(which);
   if (found == made.end()) {
-    found = made.emplace(which, make_document(entries, is_update)).first;
+    found = made.emplace(which, make_document(entries, of)).first;
   }
   return found->second;
 }
@@ -131,11 +137,15 @@ std::string published_file::path() const {
 }
 
 const document &first_document(std::size_t entries) {
-  return kept_document(entries, false);
+  return kept_document(entries, variant::first);
 }
 
 const document &updated_document(std::size_t entries) {
-  return kept_document(entries, true);
+  return kept_document(entries, variant::updated);
+}
+
+const document &ordered_document(std::size_t entries) {
+  return kept_document(entries, variant::ordered);
 }
 
 std::vector<published_file> in_list_order(const document &of) {

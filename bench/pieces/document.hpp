@@ -29,6 +29,8 @@ struct document {
 const document &first_document(std::size_t entries);
 // The same with every hundredth file in a later version.
 const document &updated_document(std::size_t entries);
+// With the files in the order of a list, as `zotconf publish` names them.
+const document &ordered_document(std::size_t entries);
 
 // In the order of a GPB list: category, key, version.
 std::vector<published_file> in_list_order(const document &of);

@@ -52,14 +52,15 @@ class download_set {
   // a page for each of ten thousand would be what the whole configuration takes.
   const char *add(const zot_gpb &gpb) {
     constexpr size_t longest = sizeof(remote_file_name::name);
-    const size_t size = std::min(std::strlen(directory) + 1 + std::strlen(gpb.path) + 1, longest);
+    const char *const path = gpb.path != nullptr ? gpb.path : "";
+    const size_t size = std::min(std::strlen(directory) + 1 + std::strlen(path) + 1, longest);
     zot::c_ptr<remote_file_name> entry(
         static_cast<remote_file_name *>(std::malloc(offsetof(remote_file_name, name) + size)));
     if (entry == nullptr) {
       return nullptr;
     }
     char *const name = reinterpret_cast<char *>(entry.get()) + offsetof(remote_file_name, name);
-    static_cast<void>(std::snprintf(name, size, "%s/%s", directory, gpb.path));
+    static_cast<void>(std::snprintf(name, size, "%s/%s", directory, path));
     list_add_tail(&names_, &entry.release()->node);
     return name;
   }
@@ -203,10 +204,7 @@ int ap_download_k(zot_ctx *handle, zot_k *k) {
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  // What another process left is gone once a download of this one has come to its end.
-  if (zot_priv_get_k(handle, ZOT_SLOT_TMP) == nullptr) {
-    zot::clear_download_targets(*handle);
-  }
+  zot::clear_download_targets(*handle);
   char host[ZOT_PATH_SIZE];
   if (is_set("ZOT_REMOTE_PORT")) {
     static_cast<void>(

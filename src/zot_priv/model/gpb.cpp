@@ -30,7 +30,7 @@ zot_gpb_cmp compare(const zot_gpb &a, const zot_gpb &b) {
 // Cuts a text to its field, which is zeroed; its length there.
 template <size_t Size>
 uint32_t copy_text(const char *text, char (&field)[Size]) {
-  const size_t length = strnlen(text, Size - 1);
+  const size_t length = text != nullptr ? strnlen(text, Size - 1) : 0;
   std::memcpy(field, text, length);
   return static_cast<uint32_t>(length);
 }

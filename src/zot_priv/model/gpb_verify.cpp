@@ -29,7 +29,7 @@ struct stated_file {
   int32_t size;
   const char *checksum;
   // Where the name begins, for what opens it, and for what tells of it. Null: it is whole.
-  const zot::gpb_folder *folder = nullptr;
+  zot::gpb_folder *folder = nullptr;
 };
 
 // The name that messages tell.
@@ -148,7 +148,7 @@ int verify(zot_ctx *handle, const stated_file &file, const char *known, char *ou
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
-int verify_entry(zot_ctx *handle, zot_gpb *gpb, const zot::gpb_folder &folder, const char *known) {
+int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, const char *known) {
   if (is_missing(gpb->path) || gpb->size == 0) {
     return zot::record(handle, ZOT_ERR_WRONG_INPUT, entry_check, __LINE__,
                        "[%s]:Wrong Input: path=%s, size=%ld", entry_check,
@@ -171,6 +171,11 @@ int verify_entry(zot_ctx *handle, zot_gpb *gpb, const zot::gpb_folder &folder, c
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
+// A client's own download may fill an entry with whatever it likes.
+bool is_brought_in_by_library(const zot_ctx &handle) {
+  return handle.fns.download_gpb == nullptr || handle.fns.download_gpb == ap_download_gpb;
+}
+
 bool states_same_content(const zot_gpb &a, const zot_gpb &b) {
   return a.size == b.size && std::strcmp(a.checksum, b.checksum) == 0;
 }
@@ -179,21 +184,30 @@ bool states_same_content(const zot_gpb &a, const zot_gpb &b) {
 
 namespace zot {
 
-gpb_folder::gpb_folder(const char *root)
-    : root_(root),
-      root_length_(std::strlen(root)),
-      fd_(::open(joined_path(root, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+gpb_folder::gpb_folder(const char *root) : root_(root), root_length_(std::strlen(root)) {}
 
 bool gpb_folder::has_room_for(const char *path) const {
   constexpr size_t between = sizeof "//config/" - 1;
   return root_length_ + between + std::strlen(path) < ZOT_PATH_SIZE;
 }
 
-descriptor gpb_folder::open(const char *path, int flags) const {
-  return descriptor(::openat(fd_.get(), path + std::strspn(path, "/"), flags));
+// One that may be entered but not read does not open; its files do.
+descriptor gpb_folder::open(const char *path, int flags) {
+  if (!is_opened_) {
+    is_opened_ = true;
+    fd_ = descriptor(
+        ::open(joined_path(root_, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  }
+  const char *const below = path + std::strspn(path, "/");
+  if (fd_.is_open()) {
+    return descriptor(::openat(fd_.get(), below, flags));
+  }
+  char whole[ZOT_PATH_SIZE];
+  static_cast<void>(std::snprintf(whole, sizeof whole, "%s/config/%s", root_, below));
+  return descriptor(::open(whole, flags));
 }
 
-int load_content(zot_ctx *handle, zot_gpb *gpb, const gpb_folder &folder, const char *known) {
+int load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, const char *known) {
   // A file without size, or of one that K stated as negative, is refused by the check; it needs no
   // buffer.
   const bool is_possible = gpb->size != 0 && gpb->size <= INT32_MAX;
@@ -212,6 +226,10 @@ const char *verified_content(const zot_gpb &gpb) {
 
 verified_files::verified_files(const zot_list *gpbs)
     : head_(gpbs), node_(gpbs != nullptr ? gpbs->next : nullptr) {}
+
+verified_files::verified_files(const zot_ctx *handle, uint32_t slot)
+    : verified_files(is_brought_in_by_library(*handle) ? zot_priv_get_gpb(handle, slot) : nullptr) {
+}
 
 const char *verified_files::bytes_of(const zot_gpb &gpb) {
   while (node_ != head_ && zot_priv_cmp_gpb(&gpb_of(node_), &gpb, nullptr) < 0) {
@@ -232,12 +250,17 @@ int zot_priv_chk_vail_gpb(zot_ctx *handle, zot_gpb *gpb, const char *root) {
   if (handle == nullptr || gpb == nullptr || root == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
   }
-  return verify_entry(handle, gpb, zot::gpb_folder(root), nullptr);
+  zot::gpb_folder folder(root);
+  return verify_entry(handle, gpb, folder, nullptr);
 }
 
 int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root) {
-  if (handle == nullptr || gpb == nullptr || root == nullptr) {
+  if (handle == nullptr || gpb == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
   }
-  return zot::load_content(handle, gpb, zot::gpb_folder(root), nullptr);
+  if (root == nullptr) {
+    return zot_priv_chk_vail_gpb(handle, gpb, root);
+  }
+  zot::gpb_folder folder(root);
+  return zot::load_content(handle, gpb, folder, nullptr);
 }

@@ -24,7 +24,8 @@ char *replace_text(char **field, const char *text) {
 
 namespace zot {
 
-// The number of an object means nothing to JSON: that of the root counts further owners.
+// The number of an object means nothing to JSON: that of the root counts further owners. A root
+// that is no object is no K's, and has one owner.
 cJSON *share_json(cJSON *tree) {
   if (tree != nullptr) {
     ++tree->valueint;
@@ -33,7 +34,7 @@ cJSON *share_json(cJSON *tree) {
 }
 
 void release_json(cJSON *tree) {
-  if (tree == nullptr || tree->valueint-- == 0) {
+  if (cJSON_IsObject(tree) == 0 || tree->valueint-- == 0) {
     cJSON_Delete(tree);
   }
 }
@@ -67,8 +68,10 @@ int duplicate_k(const zot_k *src, zot_k *dst) {
   if (status != ZOT_OK) {
     return status;
   }
-  dst->json = share_json(src->json);
-  dst->gpbs = src->gpbs;
+  if (src->json != nullptr) {
+    dst->json = share_json(src->json);
+    dst->gpbs = src->gpbs;
+  }
   dst->meta = src->meta;
   return ZOT_OK;
 }

@@ -184,13 +184,17 @@ class stated_gpbs {
     for (uint32_t index = 0; index < count_; ++index) {
       ranks_.get()[index] = {starts_.word_of(gpbs_.get()[index]), index};
     }
-    std::sort(ranks_.get(), ranks_.get() + count_, [this](const rank &a, const rank &b) {
-      if (a.word != b.word) {
-        return a.word < b.word;
+    const auto is_before = [this](const rank &left, const rank &right) {
+      if (left.word != right.word) {
+        return left.word < right.word;
       }
-      const int order = compare(gpbs_.get()[a.index], gpbs_.get()[b.index]);
-      return order != 0 ? order < 0 : a.index < b.index;
-    });
+      const int order = compare(gpbs_.get()[left.index], gpbs_.get()[right.index]);
+      return order != 0 ? order < 0 : left.index < right.index;
+    };
+    // Publishers mostly name the files in this very order.
+    if (!std::is_sorted(ranks_.get(), ranks_.get() + count_, is_before)) {
+      std::sort(ranks_.get(), ranks_.get() + count_, is_before);
+    }
     return true;
   }
 
@@ -333,7 +337,9 @@ int zot_priv_get_gpb_list_via_k_json(zot_ctx *handle, zot_k *k, zot_list *gpbs) 
     return status;
   }
   if (!stated.sort()) {
-    return record_no_memory(handle);
+    const int status = record_no_memory(handle);
+    release_read(handle, gpbs, stated);
+    return status;
   }
   if (const int status = append_sorted(handle, gpbs, stated); status != ZOT_OK) {
     zot_priv_free_gpb_list(handle, gpbs);

@@ -32,8 +32,7 @@ bool has_file(uint32_t stat) {
 class brought_in {
  public:
   explicit brought_in(const zot_ctx *handle)
-      : fresh_(zot_priv_get_gpb(handle, ZOT_SLOT_TMP)),
-        current_(zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT)) {}
+      : fresh_(handle, ZOT_SLOT_TMP), current_(handle, ZOT_SLOT_CURRENT) {}
 
   const char *bytes_of(const zot_gpb &gpb) {
     const char *const bytes = fresh_.bytes_of(gpb);
@@ -47,7 +46,7 @@ class brought_in {
 
 // Reads and verifies the file of an entry. Bytes that failed are released at once: a later request
 // must read the file again rather than find a buffer that looks loaded.
-int read_again(zot_ctx *handle, zot_gpb &gpb, const zot::gpb_folder &folder, brought_in &files) {
+int read_again(zot_ctx *handle, zot_gpb &gpb, zot::gpb_folder &folder, brought_in &files) {
   const char *const own = zot::verified_content(gpb);
   const int status =
       zot::load_content(handle, &gpb, folder, own != nullptr ? own : files.bytes_of(gpb));
@@ -58,7 +57,7 @@ int read_again(zot_ctx *handle, zot_gpb &gpb, const zot::gpb_folder &folder, bro
   return status;
 }
 
-int load_wanted(zot_ctx *handle, zot_gpb &gpb, uint32_t mask, const zot::gpb_folder &folder,
+int load_wanted(zot_ctx *handle, zot_gpb &gpb, uint32_t mask, zot::gpb_folder &folder,
                 brought_in &files) {
   const bool is_full = (mask & ZOT_STAT_FULL) != 0;
   const bool is_loaded = is_full && gpb.content != nullptr;
@@ -104,7 +103,7 @@ int zot_priv_get_ret_data_via_gpb(zot_ctx *handle, zot_list *marked, zot_list *r
   const uint32_t wanted = (mask & ZOT_STAT_CACHED) != 0 ? all_changes : mask;
   ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sRead from root: %s\n", root);
 
-  const zot::gpb_folder folder(root);
+  zot::gpb_folder folder(root);
   brought_in files(handle);
   for (zot_gpb &gpb : zot::gpb_range(marked)) {
     if (!zot_catset_has(&catset, gpb.category)) {

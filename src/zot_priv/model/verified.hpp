@@ -9,7 +9,7 @@
 
 namespace zot {
 
-// Where the files of a configuration lie, opened once for all of them.
+// Where the files of a configuration lie, opened once for all of them when the first is read.
 class gpb_folder {
  public:
   // The directory whose "config" holds the files; it has to outlive this.
@@ -18,17 +18,18 @@ class gpb_folder {
   [[nodiscard]] const char *root() const { return root_; }
   // Whether the whole name of a file has room where names have it.
   [[nodiscard]] bool has_room_for(const char *path) const;
-  [[nodiscard]] descriptor open(const char *path, int flags) const;
+  [[nodiscard]] descriptor open(const char *path, int flags);
 
  private:
   const char *root_;
   size_t root_length_;
-  descriptor fd_;
+  descriptor fd_{-1};
+  bool is_opened_ = false;
 };
 
 // Brings the bytes of an entry in, as zot_priv_build_gpb_cont does. `known` are bytes that were
 // verified against this size and checksum before, or null: a file that still holds them passes.
-int load_content(zot_ctx *handle, zot_gpb *gpb, const gpb_folder &folder, const char *known);
+int load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, const char *known);
 
 // The bytes of an entry if they are verified, else null. What failed to be verified leaves a buffer
 // of zeros at most, and no file that begins with a zero is ever verified.
@@ -40,7 +41,9 @@ class verified_files {
  public:
   // No list holds no file.
   explicit verified_files(const zot_list *gpbs);
-  // The bytes of the same file, verified; null when the list has none.
+  // The list of a slot, where the library itself brought its files in.
+  verified_files(const zot_ctx *handle, uint32_t slot);
+  // Verified bytes of the size and checksum that the entry states; null when none are found.
   const char *bytes_of(const zot_gpb &gpb);
 
  private:

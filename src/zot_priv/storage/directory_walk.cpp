@@ -65,6 +65,8 @@ const char *directory_names::next() {
     if (left_ <= 0) {
       left_ = ::syscall(SYS_getdents64, directory_, buffer_, sizeof buffer_);
       if (left_ <= 0) {
+        // A directory that is gone has come to its end.
+        left_ = left_ < 0 && errno == ENOENT ? 0 : left_;
         return nullptr;
       }
       at_ = buffer_;

@@ -37,7 +37,8 @@ class directory_names {
   [[nodiscard]] bool has_failed() const { return left_ < 0; }
 
  private:
-  static constexpr std::size_t buffer_size = 2048;
+  // A walk has one of these on the stack for each level that it is deep. A name takes 280 at most.
+  static constexpr std::size_t buffer_size = 512;
 
   int directory_;
   long left_ = 0;  // bytes that are not handed out yet

@@ -23,9 +23,9 @@ int zot_priv_read_gpb(zot_ctx *handle, zot_k * /*k*/, zot_list *gpbs, const char
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "[%s]: null gpb input", __func__);
   }
   ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sRead from root: %s\n", root);
-  const zot::gpb_folder folder(root);
+  zot::gpb_folder folder(root);
   // An update brings most files as they are.
-  zot::verified_files in_force(zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT));
+  zot::verified_files in_force(handle, ZOT_SLOT_CURRENT);
   for (zot_gpb &gpb : zot::gpb_range(gpbs)) {
     const int status = zot::load_content(handle, &gpb, folder, in_force.bytes_of(gpb));
     if (status != ZOT_OK) {

@@ -219,6 +219,8 @@ bool scratch_watch::end(const zot_ctx &handle) {
   if (!scratch.is_open()) {
     return false;
   }
+  // What cannot be swept hinders nothing from being looked at that comes after it.
+  bool is_swept = true;
   const bool complete = for_each_entry(scratch.get(), [&](int fd, const char *name,
                                                           const struct stat &st) {
     if (S_ISDIR(st.st_mode) && (std::strcmp(name, gpb_directory) == 0 || knows(name, st.st_mode))) {
@@ -228,15 +230,17 @@ bool scratch_watch::end(const zot_ctx &handle) {
       if (std::strcmp(name, gpb_directory) == 0) {
         found_ = swept.found;
       }
-      return swept.complete;
+      is_swept = is_swept && swept.complete;
+      return true;
     }
     if (is_plain_file(st) && !has_foreign_identity(st) && knows(name, st.st_mode)) {
       return true;
     }
     clean = false;
-    return remove_entry(fd, name, st);
+    is_swept = remove_entry(fd, name, st) && is_swept;
+    return true;
   });
-  return drop_changed() && complete && clean;
+  return drop_changed() && complete && is_swept && clean;
 }
 
 }  // namespace zot

@@ -806,6 +806,25 @@ TEST(WriteFile, ReplacesAFileOfAnyLength) {
   }
 }
 
+// What an earlier content had there would pass for the end of this one.
+TEST(WriteFile, FailureLeavesNothingBeyondWhatWasWritten) {
+  const temp_dir dir;
+  zot::test::write_bytes(dir / "file", std::string(20000, 'a'));
+  struct rlimit before {};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const struct rlimit low { 8192, before.rlim_max };
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &low), 0);
+  const std::string content(15000, 'b');
+  const int status = write_file((dir / "file").c_str(), content.data(), content.size());
+  const int error = errno;
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(status, -1);
+  EXPECT_EQ(error, EFBIG);
+  EXPECT_EQ(read_bytes(dir / "file"), content.substr(0, 8192));
+}
+
 TEST(WriteFile, WritesWhatHasNoLength) {
   EXPECT_EQ(write_file("/dev/null", "new", 3), 0);
 }

@@ -172,6 +172,14 @@ TEST_F(DownloadGpb, RefusesMissingArguments) {
   EXPECT_EQ(ap_download_gpb(e.handle(), k(), nullptr), ZOT_ERR_NULL_INPUT);
 }
 
+TEST_F(DownloadGpb, RefusesAnEntryWithoutAPath) {
+  zot_gpb &first = *reinterpret_cast<zot_gpb *>(reinterpret_cast<char *>(head.node.next) -
+                                                offsetof(zot_gpb, node));
+  std::free(first.path);
+  first.path = nullptr;
+  EXPECT_NE(run(), ZOT_OK);
+}
+
 TEST_F(DownloadGpb, ReadsEveryFileIntoItsEntry) {
   ASSERT_EQ(run(), ZOT_OK);
   EXPECT_EQ(loaded_bytes(&head.node), (texts{"guest one", "hq one", "radio"}));

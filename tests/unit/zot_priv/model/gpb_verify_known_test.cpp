@@ -31,7 +31,8 @@ struct known_file {
   explicit known_file(const std::string &stored = bytes) { zot::test::write_bytes(file, stored); }
 
   int load_beside(const char *bytes_at_hand) {
-    return zot::load_content(handle.get(), &gpb, zot::gpb_folder(root.c_str()), bytes_at_hand);
+    zot::gpb_folder folder(root.c_str());
+    return zot::load_content(handle.get(), &gpb, folder, bytes_at_hand);
   }
   int load() { return load_beside(known.c_str()); }
   int load_unknown() { return load_beside(nullptr); }
@@ -174,7 +175,7 @@ TEST(LoadContent, OneFolderServesManyEntries) {
   known_file test;
   zot::test::write_bytes(test.root + "/config/Zone/z/2", "zone z");
   const auto more = list_of(test.handle.get(), {{ZOT_CAT_ZONE, "z", 2, 0, "zone z"}});
-  const zot::gpb_folder folder(test.root.c_str());
+  zot::gpb_folder folder(test.root.c_str());
   EXPECT_EQ(zot::load_content(test.handle.get(), &test.gpb, folder, nullptr), ZOT_OK);
   EXPECT_EQ(zot::load_content(test.handle.get(), &entry_at(more.get(), 0), folder, nullptr),
             ZOT_OK);
@@ -190,14 +191,14 @@ TEST(LoadContent, MissingFolderIsAnEmptyFileOfTheWholeName) {
 
 // The name of a file is the root, "//config/" and the path, in 4,096 bytes with the terminator.
 TEST(GpbFolder, HasRoomForNamesUpToTheirLimit) {
-  const zot::gpb_folder folder("/root");
+  zot::gpb_folder folder("/root");
   EXPECT_TRUE(folder.has_room_for(std::string(4095 - 5 - 9, 'p').c_str()));
   EXPECT_FALSE(folder.has_room_for(std::string(4096 - 5 - 9, 'p').c_str()));
 }
 
 TEST(GpbFolder, OpensAPathWhateverSlashesItBeginsWith) {
   const known_file test;
-  const zot::gpb_folder folder(test.root.c_str());
+  zot::gpb_folder folder(test.root.c_str());
   for (const char *const path : {"Wlan/a/1", "/Wlan/a/1", "//Wlan/a/1"}) {
     EXPECT_TRUE(folder.open(path, O_RDONLY | O_CLOEXEC).is_open()) << path;
   }
@@ -205,7 +206,7 @@ TEST(GpbFolder, OpensAPathWhateverSlashesItBeginsWith) {
 
 TEST(GpbFolder, OpensNothingThatIsAbsent) {
   const known_file test;
-  const zot::gpb_folder folder(test.root.c_str());
+  zot::gpb_folder folder(test.root.c_str());
   for (const char *const path : {"/Wlan/a/2", "/", "", "/config/Wlan/a/1"}) {
     EXPECT_FALSE(folder.open(path, O_RDONLY | O_CLOEXEC).is_open()) << path;
   }

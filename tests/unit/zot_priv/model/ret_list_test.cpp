@@ -407,6 +407,27 @@ TEST(KnownReturnedList, CurrentSlotHelpsWhereTheTemporaryOneDoesNot) {
   EXPECT_EQ(test.run(0x1e), ZOT_OK) << test.handle.error_text();
 }
 
+int download_nothing(zot_ctx * /*handle*/, zot_k * /*k*/, zot_list * /*gpbs*/) {
+  return ZOT_OK;
+}
+
+// A client's own download may have filled the entries with bytes that nobody verified.
+TEST(KnownReturnedList, DownloadOfTheClientsOwnVouchesForNothing) {
+  for (const uint32_t slot : {ZOT_SLOT_TMP, ZOT_SLOT_CURRENT}) {
+    undigested test;
+    test.handle.get()->fns.download_gpb = download_nothing;
+    test.bring_in(slot, "zone z");
+    EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_ERR_CORRUPTED) << slot;
+  }
+}
+
+TEST(KnownReturnedList, LibrarysOwnDownloadVouchesForItsFiles) {
+  undigested test;
+  test.handle.get()->fns.download_gpb = ap_download_gpb;
+  test.bring_in(ZOT_SLOT_TMP, "zone z");
+  EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK) << test.handle.error_text();
+}
+
 TEST(KnownReturnedList, OtherSlotsDoNotCount) {
   for (const uint32_t slot : {ZOT_SLOT_LAST, ZOT_SLOT_CORRUPTED}) {
     undigested test;

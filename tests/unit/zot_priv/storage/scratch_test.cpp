@@ -3,6 +3,7 @@
 #include "zot_priv/storage/scratch.hpp"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -56,6 +57,32 @@ TEST(ScratchWatch, QuietScratchDirectoryIsClean) {
   watched watched;
   ASSERT_TRUE(watched.begin());
   EXPECT_TRUE(watched.end());
+}
+
+void *watch_it(void *argument) {
+  watched &watched = *static_cast<struct watched *>(argument);
+  return watched.begin() && watched.end() ? argument : nullptr;
+}
+
+// As much as the C library of an access point gives to a thread; instrumented code needs more.
+#ifdef __SANITIZE_ADDRESS__
+constexpr size_t thread_stack = 1024 * 1024;
+#else
+constexpr size_t thread_stack = 128 * 1024;
+#endif
+
+TEST(ScratchWatch, DeepTreeNeedsLittleStack) {
+  watched watched;
+  fs::create_directories(deep_directory(watched.at / "config", 200));
+  pthread_attr_t attributes;
+  ASSERT_EQ(::pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(::pthread_attr_setstacksize(&attributes, thread_stack), 0);
+  pthread_t thread{};
+  ASSERT_EQ(::pthread_create(&thread, &attributes, watch_it, &watched), 0);
+  void *result = nullptr;
+  ASSERT_EQ(::pthread_join(thread, &result), 0);
+  EXPECT_EQ(::pthread_attr_destroy(&attributes), 0);
+  EXPECT_NE(result, nullptr);
 }
 
 // Such dates come with an archive, or with a clock that was wrong when a file was written.
