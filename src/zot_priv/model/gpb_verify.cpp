@@ -23,6 +23,9 @@ constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
 // How much longer than stated a file may be and still be read, to tell what is wrong with it.
 constexpr off_t read_beyond = 65536;
 
+// A FIFO would make a plain open wait for a writer.
+constexpr int read_flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+
 // A file, and what K states of it.
 struct stated_file {
   const char *name;
@@ -61,9 +64,8 @@ struct opened_file {
   }
 
   static zot::descriptor open(const stated_file &file) {
-    constexpr int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
-    return file.folder != nullptr ? file.folder->open(file.name, flags)
-                                  : zot::descriptor(::open(file.name, flags));
+    return file.folder != nullptr ? file.folder->open(file.name)
+                                  : zot::descriptor(::open(file.name, read_flags));
   }
 
   zot::descriptor fd;
@@ -192,7 +194,7 @@ bool gpb_folder::has_room_for(const char *path) const {
 }
 
 // One that may be entered but not read does not open; its files do.
-descriptor gpb_folder::open(const char *path, int flags) {
+descriptor gpb_folder::open(const char *path) {
   if (!is_opened_) {
     is_opened_ = true;
     fd_ = descriptor(
@@ -200,11 +202,11 @@ descriptor gpb_folder::open(const char *path, int flags) {
   }
   const char *const below = path + std::strspn(path, "/");
   if (fd_.is_open()) {
-    return descriptor(::openat(fd_.get(), below, flags));
+    return descriptor(::openat(fd_.get(), below, read_flags));
   }
   char whole[ZOT_PATH_SIZE];
   static_cast<void>(std::snprintf(whole, sizeof whole, "%s/config/%s", root_, below));
-  return descriptor(::open(whole, flags));
+  return descriptor(::open(whole, read_flags));
 }
 
 int load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, const char *known) {

@@ -18,7 +18,8 @@ class gpb_folder {
   [[nodiscard]] const char *root() const { return root_; }
   // Whether the whole name of a file has room where names have it.
   [[nodiscard]] bool has_room_for(const char *path) const;
-  [[nodiscard]] descriptor open(const char *path, int flags);
+  // For reading; nothing is waited for.
+  [[nodiscard]] descriptor open(const char *path);
 
  private:
   const char *root_;
