@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: count.sh BUILD
 # Prints how many instructions the library executes for some pieces and for the calls of a cycle, as
-# lines "NAME COUNT". The processor's name for them doesn't matter: they are counted by an emulator,
-# and what picks its code by the processor is told to take the plainest.
+# lines "NAME COUNT". An emulator counts them, and what picks its code by the processor is told to
+# take the plainest: the counts are the same on any machine with the same libraries.
 set -euo pipefail
 export LC_ALL=C
 
@@ -43,7 +43,7 @@ fail() {
   exit 1
 }
 
-# count OPTION... -- COMMAND...: the instructions that are collected.
+# count [OPTION]... COMMAND...: the instructions that are collected.
 count() {
   local log=$work/callgrind.log collected
   valgrind --tool=callgrind --callgrind-out-file=/dev/null --collect-atstart=no "$@" \
