@@ -507,6 +507,25 @@ typedef struct zot_sub_data {
   uint32_t len;                    /**< bytes of the index that an adapter uses */
 } zot_sub_data;
 
+/** Tells one file from another that later takes its name; all zero: there is no such file. */
+typedef struct zot_file_id {
+  uint64_t device;      /**< file system */
+  uint64_t inode;       /**< number of the file in it */
+  uint64_t seconds;     /**< last change of the file's status, */
+  uint64_t nanoseconds; /**< and its fraction of a second */
+} zot_file_id;
+
+/** What the library itself remembers between calls; nothing here is for a client to read. */
+typedef struct zot_own {
+  char *conf_root;        /**< persistent directory of the last get with a new configuration */
+  char *tmp_root;         /**< scratch directory of that get */
+  zot_file_id fetched;    /**< the checksum file that this get left in the scratch directory */
+  zot_file_id undo;       /**< the undo folder of a commit that has begun */
+  uint32_t marks_waiting; /**< 1: the marked list is that of a configuration without a verdict */
+  uint32_t lock_depth;    /**< calls inside each other that hold the locks */
+  int32_t lock_fd[2];     /**< descriptors of the locked directories plus one; 0: none */
+} zot_own;
+
 /** The library handle. The fields are visible to adapters, tools and tests; a client uses the
  *  calls. */
 struct zot_ctx {
@@ -531,6 +550,7 @@ struct zot_ctx {
   zot_log_ctx log_ctx; /**< the handle's log */
   zot_core_stat stat;  /**< what the last cycle did */
   uint32_t dev_mode;   /**< 1: the configuration is read from a local directory */
+  zot_own own;         /**< for the library alone */
 };
 
 #ifdef __cplusplus

@@ -10,7 +10,13 @@
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_parm.hpp"
+#include "zot_priv/cycle/finish.hpp"
+#include "zot_priv/cycle/marks.hpp"
+#include "zot_priv/cycle/recovery.hpp"
+#include "zot_priv/cycle/start_up.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/cache_lock.hpp"
+#include "zot_priv/storage/fetched.hpp"
 
 namespace {
 
@@ -43,7 +49,13 @@ void load_ret_list_once(zot_ctx *handle) {
 // Answers from the cache alone.
 int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
+  if (!zot::waits_for_verdict(*handle)) {
+    zot::reload_changed_cache(*handle);
+  }
   load_ret_list_once(handle);
+  if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
+    return status;
+  }
   if (const int status = zot_priv_fltr_ret_data(handle, list, mask, catset); status != ZOT_OK) {
     return status;
   }
@@ -61,6 +73,9 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
     load_ret_list_once(handle);
+    if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
+      return status;
+    }
     ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
                "%sStart to do filter returned list.\n");
     if (const int status = zot_priv_fltr_ret_data(handle, list, mask, catset); status != ZOT_OK) {
@@ -130,6 +145,9 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
   }
   const zot::standard_streams guard;
   *ret = nullptr;
+  if (const int status = zot::settle_failed_commit(*handle); status != ZOT_OK) {
+    return status;
+  }
   ZOT_RECORD(handle, ZOT_OK);
   if (const int status = zot_priv_reload_sys_paths(handle); status != ZOT_OK) {
     return status;
@@ -138,6 +156,12 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
     return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "invalid conf_stat_mask: %u", conf_stat_mask);
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sStart to get new configuration.\n");
+  zot::cache_lock lock(*handle);
+  if (const int status = lock.acquire(__func__); status != ZOT_OK) {
+    return status;
+  }
+  // Another process may have ended in the middle of a commit while this one waited.
+  zot::undo_interrupted_commit(*handle);
   load_conf_once(handle);
   ret_list_owner list(zot::make_zeroed<zot_list>().release());
   if (list == nullptr) {
@@ -195,6 +219,7 @@ int zot_conf_free(zot_ctx *handle) {
     release_slot(handle, slot, __func__);
   }
   zot_priv_free_ret_gpb_list(handle);
+  zot::forget_get(*handle);
   zot_priv_parm_free(handle);
   zot_log_free(handle);
   std::free(handle);

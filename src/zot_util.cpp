@@ -3,6 +3,7 @@
 
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/storage/cache_lock.hpp"
 
 namespace {
 
@@ -73,6 +74,10 @@ int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which) {
   }
   if (which == ZOT_K_NEW && (handle->stat.state & get_done) == 0) {
     return ZOT_RECORD(handle, ZOT_ERR_NOT_READY, "Should run zot_conf_get() first");
+  }
+  zot::cache_lock lock(*handle);
+  if (const int status = lock.acquire(__func__); status != ZOT_OK) {
+    return status;
   }
   load_k(handle, which);
   const k_choice &choice = k_choices[static_cast<size_t>(which)];

@@ -105,7 +105,20 @@
   RECORD(zot_sub_data, 24, 24) \
   FIELD(zot_sub_data, name, 0, 18, 0, 18) \
   FIELD(zot_sub_data, len, 20, 4, 20, 4) \
-  RECORD(zot_ctx, 17176, 17264) \
+  RECORD(zot_file_id, 32, 32) \
+  FIELD(zot_file_id, device, 0, 8, 0, 8) \
+  FIELD(zot_file_id, inode, 8, 8, 8, 8) \
+  FIELD(zot_file_id, seconds, 16, 8, 16, 8) \
+  FIELD(zot_file_id, nanoseconds, 24, 8, 24, 8) \
+  RECORD(zot_own, 88, 96) \
+  FIELD(zot_own, conf_root, 0, 4, 0, 8) \
+  FIELD(zot_own, tmp_root, 4, 4, 8, 8) \
+  FIELD(zot_own, fetched, 8, 32, 16, 32) \
+  FIELD(zot_own, undo, 40, 32, 48, 32) \
+  FIELD(zot_own, marks_waiting, 72, 4, 80, 4) \
+  FIELD(zot_own, lock_depth, 76, 4, 84, 4) \
+  FIELD(zot_own, lock_fd, 80, 8, 88, 8) \
+  RECORD(zot_ctx, 17264, 17360) \
   FIELD(zot_ctx, subsys_id, 0, 64, 0, 64) \
   FIELD(zot_ctx, sub_idx, 64, 56, 64, 56) \
   FIELD(zot_ctx, sub_idx_len, 120, 4, 120, 4) \
@@ -125,7 +138,8 @@
   FIELD(zot_ctx, ret.root, 17112, 4, 17184, 8) \
   FIELD(zot_ctx, log_ctx, 17116, 24, 17192, 40) \
   FIELD(zot_ctx, stat, 17144, 24, 17232, 24) \
-  FIELD(zot_ctx, dev_mode, 17168, 4, 17256, 4)
+  FIELD(zot_ctx, dev_mode, 17168, 4, 17256, 4) \
+  FIELD(zot_ctx, own, 17176, 88, 17264, 96)
 /* clang-format on */
 
 #endif

@@ -293,6 +293,7 @@ TEST_F(GetUpdate, HandsOverNothingWhenAFileWasAlteredAfterTheCheck) {
   static_cast<void>(e.get());
   ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
   write_bytes(e.tmp_root() + "/config/Wlan/guest/2", "GUEST TWO");
+  write_bytes(e.conf_root() + "/config/Wlan/guest/2", "GUEST TWO");
   zot_list *list = marker;
   EXPECT_EQ(zot_conf_get(e.handle(), every_category(), every_change, &list), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(list, nullptr);

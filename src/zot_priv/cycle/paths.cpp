@@ -9,6 +9,8 @@
 #include "utilities/shell_word.hpp"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/cycle/paths.hpp"
+#include "zot_priv/cycle/recovery.hpp"
 
 namespace {
 
@@ -50,7 +52,89 @@ bool join(char *buf, const char *root, const char *name) {
   return length >= 0 && length < ZOT_PATH_SIZE;
 }
 
+using zot::wanted_roots;
+
+constexpr const char *reload = "zot_priv_reload_sys_paths";
+
+int refuse_long(zot_ctx *handle, const char *path, const char *label) {
+  return zot::record(handle, ZOT_ERR_GENERIC, "zot_priv_chk_n_mkdir", __LINE__,
+                     "fail to create dir for %s = %s: %s", label, path,
+                     std::strerror(ENAMETOOLONG));
+}
+
+int refuse_for_shell(zot_ctx *handle, const char *path, const char *label) {
+  return zot::record(handle, ZOT_ERR_WRONG_INPUT, reload, __LINE__,
+                     "[%s]: %s holds characters that a shell would interpret: %s", reload, label,
+                     path);
+}
+
+// Asks for both roots and judges them.
+int get_roots(zot_ctx *handle, wanted_roots &roots) {
+  constexpr uint32_t root_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_K | ZOT_TOPIC_GPB;
+  char below[ZOT_PATH_SIZE];
+  if (!has_root(handle, handle->fns.get_conf_root, roots.conf)) {
+    return zot::record(handle, ZOT_ERR_GENERIC, reload, __LINE__, "[%s]: unable to get conf root",
+                       reload);
+  }
+  // Shell commands are built from both roots, but none runs in dev mode.
+  if (handle->dev_mode != 1 && !zot::is_plain_shell_word(roots.conf)) {
+    return refuse_for_shell(handle, roots.conf, "conf root");
+  }
+  ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, root_topics, "%sconf path = \"%s\"\n",
+             roots.conf);
+  join(below, roots.conf, "/knowledge");
+  ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_K,
+             "%sconf K path = \"%s\"\n", below);
+  if (!has_root(handle, handle->fns.get_tmp_root, roots.tmp)) {
+    return zot::record(handle, ZOT_ERR_GENERIC, reload, __LINE__, "[%s]: unable to get conf root",
+                       reload);
+  }
+  if (!zot::is_plain_shell_word(roots.tmp)) {
+    return refuse_for_shell(handle, roots.tmp, "tmp root");
+  }
+  ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, root_topics, "%stmp path = \"%s\"\n",
+             roots.tmp);
+  join(below, roots.tmp, "/config");
+  ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_GPB,
+             "%stmp GPB path = \"%s\"\n", below);
+  return ZOT_OK;
+}
+
 }  // namespace
+
+namespace zot {
+
+below_roots set_roots(zot_ctx &handle, const char *conf_root, const char *tmp_root) {
+  static_cast<void>(std::snprintf(handle.conf_root, sizeof handle.conf_root, "%s", conf_root));
+  static_cast<void>(std::snprintf(handle.tmp_root, sizeof handle.tmp_root, "%s", tmp_root));
+  return {join(handle.conf_k_root, conf_root, "/knowledge"),
+          join(handle.tmp_gpb_root, tmp_root, "/config")};
+}
+
+folders_of_get::folders_of_get(zot_ctx &handle) : handle_(handle) {
+  const zot_own &own = handle.own;
+  if (own.conf_root == nullptr || own.tmp_root == nullptr ||
+      (std::strcmp(own.conf_root, handle.conf_root) == 0 &&
+       std::strcmp(own.tmp_root, handle.tmp_root) == 0)) {
+    return;
+  }
+  before_.reset(static_cast<wanted_roots *>(std::malloc(sizeof(wanted_roots))));
+  if (before_ == nullptr) {
+    has_memory_ = false;
+    return;
+  }
+  std::memcpy(before_->conf, handle.conf_root, sizeof before_->conf);
+  std::memcpy(before_->tmp, handle.tmp_root, sizeof before_->tmp);
+  set_roots(handle, own.conf_root, own.tmp_root);
+}
+
+folders_of_get::~folders_of_get() {
+  if (before_ != nullptr) {
+    set_roots(handle_, before_->conf, before_->tmp);
+  }
+}
+
+}  // namespace zot
 
 int zot_priv_init_sub_sys(zot_ctx *handle) {
   if (const int status = zot_sub_init_data(handle); status != ZOT_OK) {
@@ -59,7 +143,11 @@ int zot_priv_init_sub_sys(zot_ctx *handle) {
   if (const int status = zot_sub_init_fns(handle); status != ZOT_OK) {
     return status;
   }
-  return zot_priv_reload_sys_paths(handle);
+  const int status = zot_priv_reload_sys_paths(handle);
+  if (status == ZOT_OK) {
+    zot::remove_commit_leftovers(*handle);
+  }
+  return status;
 }
 
 int zot_sub_init_data(zot_ctx *handle) {
@@ -128,50 +216,29 @@ uint32_t zot_sub_get_remote_port(void) {
 }
 
 int zot_priv_reload_sys_paths(zot_ctx *handle) {
-  constexpr uint32_t root_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_K | ZOT_TOPIC_GPB;
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  if (!has_root(handle, handle->fns.get_conf_root, handle->conf_root)) {
-    return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: unable to get conf root", __func__);
+  wanted_roots roots;
+  roots.conf[0] = '\0';
+  roots.tmp[0] = '\0';
+  if (const int status = get_roots(handle, roots); status != ZOT_OK) {
+    return status;
   }
-  // Shell commands are built from both roots, but none runs in dev mode.
-  if (handle->dev_mode != 1 && !zot::is_plain_shell_word(handle->conf_root)) {
-    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT,
-                      "[%s]: conf root holds characters that a shell would interpret: %s", __func__,
-                      handle->conf_root);
-  }
-  ZOT_LOG(handle, ZOT_LOG_INFO, root_topics, "%sconf path = \"%s\"\n", handle->conf_root);
-  const bool k_root_fits = join(handle->conf_k_root, handle->conf_root, "/knowledge");
-  ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_K, "%sconf K path = \"%s\"\n",
-          handle->conf_k_root);
-  if (!has_root(handle, handle->fns.get_tmp_root, handle->tmp_root)) {
-    return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: unable to get conf root", __func__);
-  }
-  if (!zot::is_plain_shell_word(handle->tmp_root)) {
-    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT,
-                      "[%s]: tmp root holds characters that a shell would interpret: %s", __func__,
-                      handle->tmp_root);
-  }
-  ZOT_LOG(handle, ZOT_LOG_INFO, root_topics, "%stmp path = \"%s\"\n", handle->tmp_root);
-  const bool gpb_root_fits = join(handle->tmp_gpb_root, handle->tmp_root, "/config");
-  ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_GPB, "%stmp GPB path = \"%s\"\n",
-          handle->tmp_gpb_root);
-  const std::array<directory, 4> directories{
-      {{handle->conf_root, "conf root", true},
-       {handle->conf_k_root, "conf K root", k_root_fits},
-       {handle->tmp_root, "tmp root", true},
-       {handle->tmp_gpb_root, "tmp GPB root", gpb_root_fits}}};
+  const zot::below_roots fit = zot::set_roots(*handle, roots.conf, roots.tmp);
+  const std::array<directory, 4> directories{{{handle->conf_root, "conf root", true},
+                                              {handle->conf_k_root, "conf K root", fit.knowledge},
+                                              {handle->tmp_root, "tmp root", true},
+                                              {handle->tmp_gpb_root, "tmp GPB root", fit.config}}};
   for (const auto &[path, label, fits] : directories) {
     if (!fits) {
-      return zot::record(handle, ZOT_ERR_GENERIC, "zot_priv_chk_n_mkdir", __LINE__,
-                         "fail to create dir for %s = %s: %s", label, path,
-                         std::strerror(ENAMETOOLONG));
+      return refuse_long(handle, path, label);
     }
     if (const int status = zot_priv_chk_n_mkdir(handle, path, label); status < 0) {
       return status;
     }
   }
+  zot::undo_interrupted_commit(*handle);
   return ZOT_OK;
 }
 

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a restarted process finds in the cache, loaded once and only when it is asked for.
-#include <cstdlib>
+#include "zot_priv/cycle/start_up.hpp"
 
+#include <cstdlib>
+#include <cstring>
+
+#include "utilities/path.hpp"
 #include "zot_assert.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
@@ -20,7 +24,33 @@ bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
 }
 
+// Whether the cache holds another configuration in force than memory does. One that holds none has
+// been lost or damaged, and memory goes on.
+bool is_changed(const zot_ctx &handle) {
+  const zot_k *const current = handle.slot[ZOT_SLOT_CURRENT].k;
+  const zot::joined_path path(handle.conf_root, "/knowledge/subsys.checksum");
+  char found[ZOT_CHECKSUM_LEN + 2] = "";
+  return current != nullptr && current->checksum[0] != '\0' && handle.dev_mode == 0 &&
+         read_line(path.c_str(), found, sizeof found - 1) != nullptr &&
+         std::strlen(found) == ZOT_CHECKSUM_LEN && std::strcmp(found, current->checksum) != 0;
+}
+
 }  // namespace
+
+bool zot::reload_changed_cache(zot_ctx &handle) {
+  if (!is_changed(handle)) {
+    return false;
+  }
+  for (const uint32_t slot : {ZOT_SLOT_CURRENT, ZOT_SLOT_LAST}) {
+    zot_priv_free_k_ex_safe(&handle, slot, nullptr);
+    zot_priv_free_gpb_ex_safe(&handle, slot, nullptr);
+  }
+  zot_priv_free_ret_gpb_list(&handle);
+  handle.own.marks_waiting = 0;
+  handle.load_flags &= ~(conf_loaded | ZOT_LOADED_PREV_K | ZOT_LOADED_RET_LIST);
+  zot_priv_init_load_conf(&handle);
+  return true;
+}
 
 int __zot_priv_init_load_k_f(zot_ctx *handle, zot_k_reader reader, zot_k **target, const char *root,
                              int flags) {

@@ -6,7 +6,10 @@
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/cycle/marks.hpp"
+#include "zot_priv/cycle/start_up.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/fetched.hpp"
 
 namespace {
 
@@ -68,6 +71,9 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   zot_priv_free_gpb_ex_safe(handle, ZOT_SLOT_TMP, nullptr);
   zot_priv_set_gpb(handle, ZOT_SLOT_TMP, gpbs.release());
 
+  if (!zot::remember_get(*handle)) {
+    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+  }
   const char *const root = read == read_from_dev_path ? handle->conf_root : handle->tmp_root;
   const int status = zot_priv_update_cached_ret_gpb_list(
       handle, zot_priv_get_k(handle, ZOT_SLOT_TMP), zot_priv_get_gpb(handle, ZOT_SLOT_TMP), root);
@@ -77,6 +83,7 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GPB,
              "%sUpdate returned GPB list: Done\n");
+  handle->own.marks_waiting = 1;
   set_cycle_state(handle, ZOT_CYCLE_NEW_CONF);
   return zot::record(handle, ZOT_OK, func, __LINE__);
 }
@@ -99,8 +106,17 @@ int settle_same(zot_ctx *handle, const char *func) {
     }
     ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K, "%sUpdate last K: Done\n");
   }
+  if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
+    return status;
+  }
   set_cycle_state(handle, ZOT_CYCLE_SAME_K);
   return zot::record(handle, ZOT_NO_UPDATE, func, __LINE__, "No update data.");
+}
+
+// What was in force for this handle is published, but another process has committed something else
+// since: then the published one is news for the cache.
+bool is_news_for_cache(zot_ctx *handle, int fetched) {
+  return fetched == ZOT_NO_UPDATE && zot::reload_changed_cache(*handle);
 }
 
 }  // namespace
@@ -116,7 +132,11 @@ int zot_priv_chk_update(zot_ctx *handle) {
   }
   load_corrupted_k(handle, __func__);
 
-  const int fetched = zot_priv_update_tmp_k(handle, new_k.get());
+  int fetched = zot_priv_update_tmp_k(handle, new_k.get());
+  if (is_news_for_cache(handle, fetched)) {
+    zot::drop_k_contents(new_k.get());
+    fetched = zot_priv_update_tmp_k(handle, new_k.get());
+  }
   const bool is_rolled_back = fetched == ZOT_ERR_SAME_AS_CORRUPTED;
   if (!is_rolled_back && fetched != ZOT_OK && fetched != ZOT_NO_UPDATE) {
     return fetched;

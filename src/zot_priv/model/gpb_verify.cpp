@@ -233,12 +233,16 @@ verified_files::verified_files(const zot_ctx *handle, uint32_t slot)
     : verified_files(is_brought_in_by_library(*handle) ? zot_priv_get_gpb(handle, slot) : nullptr) {
 }
 
-const char *verified_files::bytes_of(const zot_gpb &gpb) {
+const zot_gpb *verified_files::find(const zot_gpb &gpb) {
   while (node_ != head_ && zot_priv_cmp_gpb(&gpb_of(node_), &gpb, nullptr) < 0) {
     node_ = node_->next;
   }
-  const bool is_found = node_ != head_ && states_same_content(gpb_of(node_), gpb);
-  return is_found ? verified_content(gpb_of(node_)) : nullptr;
+  return node_ != head_ && states_same_content(gpb_of(node_), gpb) ? &gpb_of(node_) : nullptr;
+}
+
+const char *verified_files::bytes_of(const zot_gpb &gpb) {
+  const zot_gpb *const found = find(gpb);
+  return found != nullptr ? verified_content(*found) : nullptr;
 }
 
 }  // namespace zot

@@ -44,12 +44,46 @@ class brought_in {
   zot::verified_files current_;
 };
 
+// The directories of the files: that of the request, and the persistent one, which has those of the
+// configuration in force when the scratch directory has lost them.
+class gpb_folders {
+ public:
+  gpb_folders(zot_ctx &handle, const char *root)
+      : handle_(handle),
+        asked_(root),
+        lasting_(handle.conf_root),
+        in_force_(zot_priv_get_gpb(&handle, ZOT_SLOT_CURRENT)) {}
+
+  int load(zot_gpb &gpb, const char *known) {
+    if (is_lost_ && in_force_.names(gpb)) {
+      return zot::load_content(&handle_, &gpb, lasting_, known);
+    }
+    const int status = zot::load_content(&handle_, &gpb, asked_, known);
+    if (is_lost_ || status != ZOT_ERR_CORRUPTED || !in_force_.names(gpb)) {
+      return status;
+    }
+    is_lost_ = true;
+    // What was lost once need not be looked for again.
+    if (handle_.ret.root == asked_.root() && handle_.own.marks_waiting == 0) {
+      handle_.ret.root = handle_.conf_root;
+    }
+    return zot::load_content(&handle_, &gpb, lasting_, known);
+  }
+
+ private:
+  zot_ctx &handle_;
+  zot::gpb_folder asked_;
+  zot::gpb_folder lasting_;
+  // Asked only for what the first directory does not have.
+  zot::verified_files in_force_;
+  bool is_lost_ = false;
+};
+
 // Reads and verifies the file of an entry. Bytes that failed are released at once: a later request
 // must read the file again rather than find a buffer that looks loaded.
-int read_again(zot_ctx *handle, zot_gpb &gpb, zot::gpb_folder &folder, brought_in &files) {
+int read_again(zot_gpb &gpb, gpb_folders &folders, brought_in &files) {
   const char *const own = zot::verified_content(gpb);
-  const int status =
-      zot::load_content(handle, &gpb, folder, own != nullptr ? own : files.bytes_of(gpb));
+  const int status = folders.load(gpb, own != nullptr ? own : files.bytes_of(gpb));
   if (status != ZOT_OK) {
     std::free(gpb.content);
     gpb.content = nullptr;
@@ -57,12 +91,11 @@ int read_again(zot_ctx *handle, zot_gpb &gpb, zot::gpb_folder &folder, brought_i
   return status;
 }
 
-int load_wanted(zot_ctx *handle, zot_gpb &gpb, uint32_t mask, zot::gpb_folder &folder,
-                brought_in &files) {
+int load_wanted(zot_gpb &gpb, uint32_t mask, gpb_folders &folders, brought_in &files) {
   const bool is_full = (mask & ZOT_STAT_FULL) != 0;
   const bool is_loaded = is_full && gpb.content != nullptr;
   const bool is_read = is_full || has_file(gpb.stat);
-  return is_read && !is_loaded ? read_again(handle, gpb, folder, files) : ZOT_OK;
+  return is_read && !is_loaded ? read_again(gpb, folders, files) : ZOT_OK;
 }
 
 void fill(zot_ret_data &entry, const zot_gpb &gpb, uint32_t mask) {
@@ -103,7 +136,7 @@ int zot_priv_get_ret_data_via_gpb(zot_ctx *handle, zot_list *marked, zot_list *r
   const uint32_t wanted = (mask & ZOT_STAT_CACHED) != 0 ? all_changes : mask;
   ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sRead from root: %s\n", root);
 
-  zot::gpb_folder folder(root);
+  gpb_folders folders(*handle, root);
   brought_in files(handle);
   for (zot_gpb &gpb : zot::gpb_range(marked)) {
     if (!zot_catset_has(&catset, gpb.category)) {
@@ -122,7 +155,7 @@ int zot_priv_get_ret_data_via_gpb(zot_ctx *handle, zot_list *marked, zot_list *r
       return give_up(ret, ZOT_RECORD(handle, ZOT_ERR_UNKNOWN_OPT, "[%s]:unknown stat:%d", __func__,
                                      static_cast<int>(gpb.stat)));
     }
-    if (const int status = load_wanted(handle, gpb, wanted, folder, files); status != ZOT_OK) {
+    if (const int status = load_wanted(gpb, wanted, folders, files); status != ZOT_OK) {
       return give_up(ret, status);
     }
     fill(*entry, gpb, wanted);

@@ -46,8 +46,12 @@ class verified_files {
   verified_files(const zot_ctx *handle, uint32_t slot);
   // Verified bytes of the size and checksum that the entry states; null when none are found.
   const char *bytes_of(const zot_gpb &gpb);
+  // Whether the list has an entry that states the same.
+  bool names(const zot_gpb &gpb) { return find(gpb) != nullptr; }
 
  private:
+  const zot_gpb *find(const zot_gpb &gpb);
+
   const zot_list *head_;
   const zot_list *node_;
 };

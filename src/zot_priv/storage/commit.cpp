@@ -8,7 +8,6 @@
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/model/owners.hpp"
-#include "zot_priv/storage/commit_progress.hpp"
 #include "zot_priv/storage/k_file.hpp"
 
 namespace {
@@ -40,16 +39,10 @@ struct rotation {
   const zot::joined_path &to;
   const char *label;
   const char *outcome;
-  uint32_t done_bit;
 };
 
-// Makes the current file the last one, once in a commit: a commit that is continued finds the
-// current file missing or new, and must not put it over the last one.
+// Makes the current file the last one.
 void rotate(zot_ctx *handle, const rotation &files, const char *func) {
-  uint32_t &progress = handle->stat.reserved;
-  if ((progress & files.done_bit) != 0) {
-    return;
-  }
   rm_rf(files.to.c_str());
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove last %s: Done\n",
              files.label);
@@ -65,10 +58,6 @@ void rotate(zot_ctx *handle, const rotation &files, const char *func) {
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%s%s\n", files.outcome);
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics,
              "%sRun CMD: rename \"%s\" \"%s\"\n", files.from.c_str(), files.to.c_str());
-  const bool is_settled = error == 0 || error == ENOENT;
-  if (is_settled && progress != zot::commit_not_begun) {
-    progress |= files.done_bit;
-  }
 }
 
 void remove_corrupted(zot_ctx *handle, const zot::joined_path &path, const char *label,
@@ -131,9 +120,7 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
     return ZOT_RECORD(handle, ZOT_OK);
   }
   const k_files at(*handle, *tmp_k);
-  rotate(handle,
-         {at.current, at.last, "K", "Rotate current K as last K in storage: Done",
-          zot::commit_k_rotated},
+  rotate(handle, {at.current, at.last, "K", "Rotate current K as last K in storage: Done"},
          __func__);
   if (const int status =
           zot_priv_fcopy(handle, at.fresh.c_str(), at.current.c_str(), __func__, __LINE__);
@@ -143,8 +130,7 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sMove data from tmp to cached storage: Done\n");
   remove_corrupted(handle, at.corrupted, "K", __func__);
   rotate(handle,
-         {at.current_checksum, at.last_checksum, "K.checksum", "Move new K to last K: Done",
-          zot::commit_checksum_rotated},
+         {at.current_checksum, at.last_checksum, "K.checksum", "Move new K to last K: Done"},
          __func__);
   if (const int status = zot_priv_fcopy(handle, at.fresh_checksum.c_str(),
                                         at.current_checksum.c_str(), __func__, __LINE__);

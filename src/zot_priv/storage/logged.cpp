@@ -8,6 +8,7 @@
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/storage/cache_lock.hpp"
 
 namespace {
 
@@ -47,7 +48,11 @@ int zot::run_shown_as(zot_ctx *handle, const char *command, const char *shown, i
   if (command == nullptr || command[0] == '\0') {
     return zot::record(handle, ZOT_ERR_WRONG_INPUT, func, line, "Null or empty command");
   }
-  const int raw_status = cmd_helper_system(command);
+  int raw_status = 0;
+  {
+    const locks_for_commands lent(*handle);
+    raw_status = cmd_helper_system(command);
+  }
   const int error = errno;
   if (raw_status == -1) {
     return zot::record(handle, ZOT_ERR_GENERIC, func, line,

@@ -436,7 +436,16 @@ TEST_F(FailedUpdate, KeepsTheFilesThatStayedRight) {
   remote.answer("/tgz", 200, "no archive");
   ASSERT_EQ(other.get().status, ZOT_ERR_CORRUPTED);
   EXPECT_EQ(tree(other.tmp_root() + "/config"), (texts{"Radio/r5/3", "Wlan/guest/1", "Zone/hq/1"}));
-  expect_first(other.get(ZOT_STAT_CACHED | every_change));
+}
+
+TEST_F(FailedUpdate, WithdrawsWhatWasFetchedBeforeIt) {
+  element other(remote.port());
+  remote.publish(first_configuration());
+  ASSERT_EQ(other.get().status, ZOT_OK);
+  remote.publish(second_configuration());
+  remote.answer("/tgz", 200, "no archive");
+  ASSERT_EQ(other.get().status, ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(other.get(ZOT_STAT_CACHED | every_change).status, ZOT_ERR_NO_CACHE);
 }
 
 // What a process left that ended while it unpacked.

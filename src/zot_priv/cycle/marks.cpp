@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/cycle/marks.hpp"
+
+#include "zot_err.hpp"
+#include "zot_priv/cycle/finish.hpp"
+#include "zot_priv/model/owners.hpp"
+
+namespace zot {
+
+int renew_marks(zot_ctx &handle) {
+  const zot_slot &current = handle.slot[ZOT_SLOT_CURRENT];
+  int status = ZOT_OK;
+  if (current.k != nullptr && current.gpbs != nullptr) {
+    status =
+        zot_priv_update_cached_ret_gpb_list(&handle, current.k, current.gpbs, handle.conf_root);
+  } else {
+    gpb_list_owner nothing = make_gpb_list(&handle);
+    if (nothing == nullptr) {
+      return ZOT_RECORD(&handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    }
+    zot_priv_free_ret_gpb_list(&handle);
+    handle.ret.list = nothing.release();
+    handle.ret.root = handle.conf_root;
+  }
+  handle.own.marks_waiting = status == ZOT_OK ? 0 : handle.own.marks_waiting;
+  return status;
+}
+
+int settle_marks(zot_ctx &handle) {
+  if (waits_for_verdict(handle)) {
+    return ZOT_OK;
+  }
+  const bool is_in_force = handle.slot[ZOT_SLOT_CURRENT].k != nullptr;
+  const bool is_settled =
+      is_in_force && handle.own.marks_waiting == 0 && handle.ret.list != nullptr;
+  return is_settled ? ZOT_OK : renew_marks(handle);
+}
+
+}  // namespace zot

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+// The other end of a cycle: the new configuration is refused and its K kept as corrupted.
+#include <cerrno>
+#include <cstring>
+
+#include "utilities/path.hpp"
+#include "zot_conf.h"
+#include "zot_err.hpp"
+#include "zot_log.hpp"
+#include "zot_priv/cycle/marks.hpp"
+#include "zot_priv/cycle/paths.hpp"
+#include "zot_priv/cycle/recovery.hpp"
+#include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/cache_lock.hpp"
+#include "zot_priv/storage/fetched.hpp"
+#include "zot_priv/storage/undo.hpp"
+
+namespace {
+
+constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
+constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
+
+// Removes one of the last K's files and says so.
+void remove_last_file(zot_ctx *handle, const char *name, const char *label, const char *func) {
+  const zot::joined_path path(handle->conf_root, name);
+  rm_rf(path.c_str());
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove last %s: Done\n",
+             label);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
+             path.c_str());
+}
+
+// Forgets the last K, in memory and in the cache: after a roll-back the configuration in force has
+// none before it. The marks are those of the configuration in force again, whatever was last.
+int forget_last_k(zot_ctx *handle, const char *func) {
+  if (zot_priv_get_k(handle, ZOT_SLOT_LAST) == nullptr &&
+      (handle->load_flags & ZOT_LOADED_PREV_K) == 0) {
+    zot_priv_init_load_prev_k(handle);
+  }
+  const bool has_last = zot_priv_get_k(handle, ZOT_SLOT_LAST) != nullptr;
+  if (has_last) {
+    zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
+    remove_last_file(handle, "/knowledge/prev_subsys.k", "K", func);
+    remove_last_file(handle, "/knowledge/prev_subsys.checksum", "K.checksum", func);
+  }
+  const int status = zot::renew_marks(*handle);
+  if (status == ZOT_OK && has_last) {
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GPB,
+               "%sRenew returned GPB list: Done\n");
+  }
+  return status;
+}
+
+void load_corrupted_k(zot_ctx *handle, const char *func) {
+  if (zot_priv_get_k(handle, ZOT_SLOT_CORRUPTED) != nullptr ||
+      (handle->load_flags & ZOT_LOADED_FAIL_K) != 0) {
+    return;
+  }
+  const int status = zot_priv_init_load_fail_k(handle);
+  if (status == ZOT_ERR_NO_FILE) {
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sNo saved corrupted K\n");
+  } else if (status != ZOT_OK) {
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_WARN, k_file_topics,
+               "%sUnable to do load corrupted K: %s\n", std::strerror(errno));
+  }
+}
+
+// Keeps the fetched K in the cache as the corrupted one.
+int store_corrupted_files(zot_ctx *handle, const char *func) {
+  const zot::joined_path k(handle->tmp_root, "subsys.k");
+  const zot::joined_path corrupted_k(handle->conf_root, "/knowledge/corrupted.k");
+  int status = zot_priv_fcopy(handle, k.c_str(), corrupted_k.c_str(), func, __LINE__);
+  if (status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics,
+             "%sMove new K from temporary storage to cached storage as corrupted K: Done\n");
+  const zot::joined_path checksum(handle->tmp_root, "subsys.checksum");
+  const zot::joined_path corrupted_checksum(handle->conf_root, "/knowledge/corrupted.checksum");
+  status = zot_priv_fcopy(handle, checksum.c_str(), corrupted_checksum.c_str(), func, __LINE__);
+  if (status != ZOT_OK) {
+    return status;
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics,
+             "%sMove new K.checksum from temporary storage to cached storage as corrupted "
+             "K.checksum: Done\n");
+  return ZOT_OK;
+}
+
+// Reads the corrupted K back into its slot.
+int reload_corrupted_k(zot_ctx *handle, const char *func) {
+  zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, nullptr);
+  zot::k_owner k = zot::make_k();
+  if (k == nullptr) {
+    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "Out of memory");
+  }
+  if (const int status = zot_priv_read_corrupted_k_f(handle, k.get(), handle->conf_root, 0);
+      status != ZOT_OK) {
+    return status;
+  }
+  if (zot_priv_k_set_root(k.get(), handle->conf_root) == nullptr) {
+    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+  }
+  zot_priv_set_k(handle, ZOT_SLOT_CORRUPTED, k.release());
+  return ZOT_OK;
+}
+
+}  // namespace
+
+int zot_priv_commit_fail_k(zot_ctx *handle) {
+  if (handle == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  if (handle->dev_mode != 0) {
+    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not commit corrupted K\n");
+    return ZOT_RECORD(handle, ZOT_OK);
+  }
+  const uint32_t state = handle->stat.state;
+  if ((state & done) != 0) {
+    return ZOT_RECORD(handle, ZOT_OK, "No need to run because commit or roll-back has done\n");
+  }
+  if ((state & ZOT_CYCLE_SAME_K) != 0) {
+    return ZOT_RECORD(handle, ZOT_NO_UPDATE, "It got same K. Do nothing for roll-back\n.");
+  }
+  if ((state & ZOT_CYCLE_NEW_CONF) == 0) {
+    return ZOT_RECORD(handle, ZOT_ERR_NOT_READY,
+                      "Should run zot_conf_get() before doing roll-back\n.");
+  }
+  const zot::folders_of_get folders(*handle);
+  if (!folders.has_memory()) {
+    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+  }
+  zot::cache_lock lock(*handle);
+  if (const int status = lock.acquire(__func__); status != ZOT_OK) {
+    return status;
+  }
+  const zot_k *const tmp_k = zot_priv_get_k(handle, ZOT_SLOT_TMP);
+  if (tmp_k != nullptr && !zot::is_k_as_fetched(*handle, *tmp_k)) {
+    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: another get has changed %s", __func__,
+                      handle->tmp_root);
+  }
+  if (!zot::undo_failed_commit(*handle)) {
+    return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: fail to restore %s: %s", __func__,
+                      handle->conf_root, std::strerror(errno));
+  }
+  if (const int status = forget_last_k(handle, __func__); status != ZOT_OK) {
+    return status;
+  }
+  if (tmp_k == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "No update data\n");
+  }
+  load_corrupted_k(handle, __func__);
+  const zot_k *const corrupted = zot_priv_get_k(handle, ZOT_SLOT_CORRUPTED);
+  if (corrupted != nullptr && (corrupted == tmp_k || zot_priv_cmp_k(corrupted, tmp_k) == 0)) {
+    return ZOT_RECORD(handle, ZOT_NO_UPDATE,
+                      "New configuration is still corrupted.It doesn't need to do anything.");
+  }
+  if (const int status = store_corrupted_files(handle, __func__); status != ZOT_OK) {
+    return status;
+  }
+  if (!zot::sync_cache(*handle)) {
+    return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: fail to sync %s: %s", __func__,
+                      handle->conf_root, std::strerror(errno));
+  }
+  if (const int status = reload_corrupted_k(handle, __func__); status != ZOT_OK) {
+    return status;
+  }
+  zot_done_roll_back(handle);
+  return ZOT_OK;
+}

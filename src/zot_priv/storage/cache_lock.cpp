@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/storage/cache_lock.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "utilities/owner.hpp"
+#include "zot_err.hpp"
+#include "zot_log.hpp"
+
+namespace {
+
+constexpr int64_t nanoseconds_in_second = 1000000000;
+constexpr long shortest_pause = 1000000;
+constexpr long longest_pause = 32000000;
+
+// A moment of a clock that nobody sets.
+int64_t now() {
+  timespec at{};
+  ::clock_gettime(CLOCK_MONOTONIC, &at);
+  return int64_t{at.tv_sec} * nanoseconds_in_second + at.tv_nsec;
+}
+
+enum class outcome { locked, not_offered, busy };
+
+// A file system may offer no locks; then processes are as far apart as they were without them.
+outcome try_lock(int fd) {
+  int result = 0;
+  do {
+    result = ::flock(fd, LOCK_EX | LOCK_NB);
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) {
+    return outcome::locked;
+  }
+  return errno == EWOULDBLOCK ? outcome::busy : outcome::not_offered;
+}
+
+bool is_same_directory(int a, int b) {
+  struct stat first {};
+  struct stat second {};
+  return ::fstat(a, &first) == 0 && ::fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+// Without a limit 0 is returned.
+int64_t deadline_of(const zot_ctx &handle) {
+  const uint32_t seconds = handle.parm != nullptr ? handle.parm->all.timeout : 0;
+  return seconds != 0 ? now() + int64_t{seconds} * nanoseconds_in_second : 0;
+}
+
+int lock_within(zot_ctx &handle, int fd, const char *path, int64_t deadline, const char *func) {
+  for (long pause = shortest_pause; try_lock(fd) == outcome::busy;
+       pause = std::min(2 * pause, longest_pause)) {
+    if (deadline != 0 && now() >= deadline) {
+      return zot::record(&handle, ZOT_ERR_TIMEOUT, func, __LINE__,
+                         "[%s]: %s is locked by another process", func, path);
+    }
+    const timespec interval{0, pause};
+    ::nanosleep(&interval, nullptr);
+  }
+  return ZOT_OK;
+}
+
+zot::descriptor open_folder(const char *path) {
+  return zot::descriptor(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+int descriptor_of(const zot_ctx &handle, size_t folder) {
+  return handle.own.lock_fd[folder] - 1;
+}
+
+}  // namespace
+
+namespace zot {
+
+cache_lock::~cache_lock() {
+  if (!is_held_ || --handle_.own.lock_depth != 0) {
+    return;
+  }
+  const errno_keeper keep_errno;
+  for (int32_t &held : handle_.own.lock_fd) {
+    if (held != 0) {
+      ::close(held - 1);
+    }
+    held = 0;
+  }
+}
+
+int cache_lock::acquire(const char *func) {
+  if (handle_.dev_mode != 0) {
+    return ZOT_OK;
+  }
+  is_held_ = true;
+  if (handle_.own.lock_depth++ != 0) {
+    return ZOT_OK;
+  }
+  const int64_t deadline = deadline_of(handle_);
+  const char *const paths[] = {handle_.conf_root, handle_.tmp_root};
+  for (size_t folder = 0; folder < std::size(paths); ++folder) {
+    descriptor fd = open_folder(paths[folder]);
+    if (!fd.is_open()) {
+      // What fails without the directory says so itself.
+      continue;
+    }
+    if (folder != 0 && is_same_directory(descriptor_of(handle_, 0), fd.get())) {
+      continue;
+    }
+    if (const int status = lock_within(handle_, fd.get(), paths[folder], deadline, func);
+        status != ZOT_OK) {
+      return status;
+    }
+    handle_.own.lock_fd[folder] = fd.release() + 1;
+  }
+  return ZOT_OK;
+}
+
+bool cache_lock::try_acquire() {
+  if (handle_.own.lock_depth != 0) {
+    is_held_ = true;
+    ++handle_.own.lock_depth;
+    return true;
+  }
+  descriptor fd = open_folder(handle_.conf_root);
+  if (!fd.is_open() || try_lock(fd.get()) == outcome::busy) {
+    return false;
+  }
+  is_held_ = true;
+  ++handle_.own.lock_depth;
+  handle_.own.lock_fd[0] = fd.release() + 1;
+  return true;
+}
+
+locks_for_commands::locks_for_commands(const zot_ctx &handle) : handle_(handle) {
+  for (size_t folder = 0; folder < std::size(flags_); ++folder) {
+    if (const int fd = descriptor_of(handle, folder); fd >= 0) {
+      flags_[folder] = ::fcntl(fd, F_GETFD);
+      ::fcntl(fd, F_SETFD, 0);
+    }
+  }
+}
+
+locks_for_commands::~locks_for_commands() {
+  const errno_keeper keep_errno;
+  for (size_t folder = 0; folder < std::size(flags_); ++folder) {
+    if (flags_[folder] >= 0) {
+      ::fcntl(descriptor_of(handle_, folder), F_SETFD, flags_[folder]);
+    }
+  }
+}
+
+}  // namespace zot

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a get left in the scratch directory, as the commit or roll-back after it finds it.
+#pragma once
+
+#include "zot_conf.h"
+
+namespace zot {
+
+// Remembers the directories and the scratch files of a get that brought a new configuration. False
+// without memory.
+bool remember_get(zot_ctx &handle);
+void forget_get(zot_ctx &handle);
+
+// Whether nobody has written another K to the scratch directory since. A K that is gone is found
+// when it is copied.
+bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k);
+
+// The same for the K and for all files of its list. They are compared byte by byte when a later get
+// of any process has begun; one that fetched the same again has changed nothing.
+bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
+
+}  // namespace zot

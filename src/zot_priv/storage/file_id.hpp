@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zot_conf.h"
+
+namespace zot {
+
+// Links are not followed. All zero when there is no such file.
+zot_file_id file_id_at(int directory, const char *name);
+
+bool is_same_file(const zot_file_id &a, const zot_file_id &b);
+
+// Whether the identity is that of a file.
+bool is_known(const zot_file_id &id);
+
+}  // namespace zot

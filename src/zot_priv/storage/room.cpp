@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/storage/room.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "utilities/owner.hpp"
+#include "zot_list.hpp"
+#include "zot_priv/storage/directory_walk.hpp"
+
+namespace {
+
+using namespace zot::directory_walk;
+
+constexpr uint64_t unlimited = UINT64_MAX;
+// st_blocks counts these, whatever blocks the file system has.
+constexpr uint64_t stat_block = 512;
+
+uint64_t size_on_medium(const struct stat &st) {
+  return static_cast<uint64_t>(st.st_blocks) * stat_block;
+}
+
+// Sums up what files and directories take.
+class estimate {
+ public:
+  estimate(uint64_t block, uint64_t directory) : block_(block), directory_(directory) {}
+
+  void add_file(uint64_t size) {
+    sum_.bytes += (size + block_ - 1) / block_ * block_;
+    ++sum_.files;
+  }
+  void add_directory() {
+    sum_.bytes += directory_;
+    ++sum_.files;
+  }
+  [[nodiscard]] const zot::room &sum() const { return sum_; }
+
+ private:
+  uint64_t block_;
+  // Some file systems keep directories at no cost.
+  uint64_t directory_;
+  zot::room sum_;
+};
+
+// The files of a sorted list, each below directories of its category and key.
+void add_gpbs(estimate &needed, const zot_list *gpbs) {
+  const zot_gpb *before = nullptr;
+  for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
+    const bool is_other_category = before == nullptr || before->category != gpb.category;
+    if (is_other_category) {
+      needed.add_directory();
+    }
+    if (is_other_category || std::strcmp(before->key, gpb.key) != 0) {
+      needed.add_directory();
+    }
+    needed.add_file(gpb.size);
+    before = &gpb;
+  }
+}
+
+zot::room free_room(const struct statvfs &found) {
+  // What is set aside for root counts for root.
+  const uint64_t blocks = ::geteuid() == 0 ? found.f_bfree : found.f_bavail;
+  const uint64_t files = ::geteuid() == 0 ? found.f_ffree : found.f_favail;
+  return {found.f_blocks != 0 ? blocks * found.f_frsize : unlimited,
+          found.f_files != 0 ? files : unlimited};
+}
+
+bool fits(const zot::room &needed, const zot::room &available) {
+  return needed.bytes <= available.bytes && needed.files <= available.files;
+}
+
+void add_taken(int directory, zot::room &sum, int depth) {
+  for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
+    sum.bytes += size_on_medium(st);
+    ++sum.files;
+    if (S_ISDIR(st.st_mode) && depth < max_depth) {
+      if (const zot::descriptor child = open_directory(fd, name); child.is_open()) {
+        add_taken(child.get(), sum, depth + 1);
+      }
+    }
+    return true;
+  });
+}
+
+// What the files in force take and give back when they go first.
+zot::room taken_by_gpbs(int root) {
+  zot::room sum;
+  if (const zot::descriptor config = open_directory(root, gpb_directory); config.is_open()) {
+    add_taken(config.get(), sum, 0);
+  }
+  return sum;
+}
+
+uint64_t add_limited(uint64_t a, uint64_t b) {
+  return a == unlimited ? unlimited : a + b;
+}
+
+}  // namespace
+
+namespace zot {
+
+room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
+  const descriptor root = open_root(handle.conf_root);
+  struct statvfs medium {};
+  struct stat directory {};
+  if (!root.is_open() || ::fstatvfs(root.get(), &medium) != 0 || medium.f_frsize == 0 ||
+      ::fstatat(root.get(), "knowledge", &directory, 0) != 0) {
+    return {};
+  }
+  estimate needed(medium.f_frsize, size_on_medium(directory));
+  needed.add_file(k.data_len);
+  needed.add_file(sizeof k.checksum);
+  // The directory of the GPB files, and the undo folder with a name for each K file.
+  needed.add_directory();
+  needed.add_directory();
+  constexpr uint64_t undo_names = 7;
+  // An adapter that commits the files itself knows where they go.
+  if (handle.fns.commit_gpb == nullptr) {
+    add_gpbs(needed, gpbs);
+  }
+  room_check check{room_check::beside, needed.sum(), free_room(medium)};
+  check.needed.files += undo_names;
+  if (fits(check.needed, check.available)) {
+    return check;
+  }
+  const room taken = handle.fns.commit_gpb == nullptr ? taken_by_gpbs(root.get()) : room{};
+  check.available.bytes = add_limited(check.available.bytes, taken.bytes);
+  check.available.files = add_limited(check.available.files, taken.files);
+  check.fits = fits(check.needed, check.available) ? room_check::in_place : room_check::none;
+  return check;
+}
+
+}  // namespace zot

@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/storage/undo.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include "utilities/owner.hpp"
+#include "utilities/path.hpp"
+#include "zot_priv/storage/directory_walk.hpp"
+#include "zot_priv/storage/file_id.hpp"
+
+namespace {
+
+using namespace zot::directory_walk;
+
+constexpr const char *undo = "undo";
+constexpr const char *undo_in_the_making = "undo.new";
+constexpr const char *undo_of_no_use = "undo.old";
+constexpr mode_t new_directory_mode = 0777;
+
+constexpr std::array k_file_names = {"subsys.k",      "subsys.checksum",
+                                     "prev_subsys.k", "prev_subsys.checksum",
+                                     "corrupted.k",   "corrupted.checksum"};
+
+// The name of the directory that stands for a file which was not there. A directory needs no data
+// on the medium.
+class absent_mark {
+ public:
+  explicit absent_mark(const char *name) {
+    static_cast<void>(std::snprintf(text_, sizeof text_, "%s.absent", name));
+  }
+  [[nodiscard]] const char *c_str() const { return text_; }
+
+ private:
+  char text_[32];
+};
+
+// The persistent directory, its K files, and a directory of undo files.
+struct cache_folders {
+  cache_folders(const zot_ctx &handle, const char *kept_in)
+      : root(open_root(handle.conf_root)),
+        knowledge(open_directory(root.get(), "knowledge")),
+        kept(open_directory(root.get(), kept_in)) {}
+  [[nodiscard]] bool are_open() const { return knowledge.is_open() && kept.is_open(); }
+
+  zot::descriptor root;
+  zot::descriptor knowledge;
+  zot::descriptor kept;
+};
+
+bool is_there(int directory, const char *name, struct stat *st) {
+  return ::fstatat(directory, name, st, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// True when nothing of that name is there afterwards.
+bool remove_if_there(int directory, const char *name) {
+  struct stat st {};
+  return is_there(directory, name, &st) ? remove_entry(directory, name, st) : errno == ENOENT;
+}
+
+bool mark_absent(int kept, const char *name) {
+  return ::mkdirat(kept, absent_mark(name).c_str(), new_directory_mode) == 0;
+}
+
+// A file system without hard links gets a copy.
+bool copy_k_file(const zot_ctx &handle, const char *name) {
+  const zot::joined_path from(handle.conf_k_root, name);
+  const zot::joined_path folder(handle.conf_root, undo_in_the_making);
+  const zot::joined_path to(folder.c_str(), name);
+  return fcopy(from.c_str(), to.c_str()) == 0;
+}
+
+bool keep_k_files(const zot_ctx &handle, const cache_folders &at, bool *is_copied) {
+  for (const char *const name : k_file_names) {
+    struct stat st {};
+    if (!is_there(at.knowledge.get(), name, &st) || S_ISDIR(st.st_mode)) {
+      if (!mark_absent(at.kept.get(), name)) {
+        return false;
+      }
+    } else if (::linkat(at.knowledge.get(), name, at.kept.get(), name, 0) != 0) {
+      if (!copy_k_file(handle, name)) {
+        return false;
+      }
+      *is_copied = true;
+    }
+  }
+  return true;
+}
+
+bool restore_k_file(const cache_folders &at, const char *name) {
+  const absent_mark mark(name);
+  struct stat st {};
+  if (is_there(at.kept.get(), mark.c_str(), &st)) {
+    return remove_if_there(at.knowledge.get(), name) &&
+           ::unlinkat(at.kept.get(), mark.c_str(), AT_REMOVEDIR) == 0;
+  }
+  if (!is_there(at.kept.get(), name, &st)) {
+    return errno == ENOENT;
+  }
+  if (is_there(at.knowledge.get(), name, &st) && S_ISDIR(st.st_mode) &&
+      !remove_entry(at.knowledge.get(), name, st)) {
+    return false;
+  }
+  if (::renameat(at.kept.get(), name, at.knowledge.get(), name) != 0) {
+    return false;
+  }
+  // Two names of one file stay as they are when one is renamed over the other.
+  return ::unlinkat(at.kept.get(), name, 0) == 0 || errno == ENOENT;
+}
+
+bool restore_gpbs(const cache_folders &at) {
+  const absent_mark mark(gpb_directory);
+  struct stat st {};
+  if (is_there(at.kept.get(), gpb_directory, &st)) {
+    return remove_if_there(at.root.get(), gpb_directory) &&
+           ::renameat(at.kept.get(), gpb_directory, at.root.get(), gpb_directory) == 0;
+  }
+  if (!is_there(at.kept.get(), mark.c_str(), &st)) {
+    return errno == ENOENT;
+  }
+  return remove_if_there(at.root.get(), gpb_directory) &&
+         ::unlinkat(at.kept.get(), mark.c_str(), AT_REMOVEDIR) == 0;
+}
+
+void remove_folder(const zot_ctx &handle, const char *name) {
+  const zot::errno_keeper keep_errno;
+  rm_rf(zot::joined_path(handle.conf_root, name).c_str());
+}
+
+// Before anything of it counts: the folder can still be given up without a trace.
+bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs) {
+  const cache_folders at(handle, undo_in_the_making);
+  bool is_copied = false;
+  if (!at.are_open() || !keep_k_files(handle, at, &is_copied)) {
+    return false;
+  }
+  struct stat st {};
+  if (gpbs == zot::gpb_protection::kept && !is_there(at.root.get(), gpb_directory, &st) &&
+      !mark_absent(at.kept.get(), gpb_directory)) {
+    return false;
+  }
+  // A copy counts as soon as its folder does, so it has to be whole on the medium before.
+  return !is_copied || ::syncfs(at.root.get()) == 0;
+}
+
+// Moves the files in force out of the way of the new ones.
+bool keep_gpbs(const cache_folders &at) {
+  return ::renameat(at.root.get(), gpb_directory, at.kept.get(), gpb_directory) == 0 ||
+         errno == ENOENT;
+}
+
+}  // namespace
+
+namespace zot {
+
+bool begin_undo(zot_ctx &handle, gpb_protection gpbs) {
+  remove_undo_leftovers(handle);
+  const descriptor root = open_root(handle.conf_root);
+  if (!root.is_open() || ::mkdirat(root.get(), undo_in_the_making, new_directory_mode) != 0) {
+    return false;
+  }
+  if (!fill_undo(handle, gpbs) ||
+      ::renameat(root.get(), undo_in_the_making, root.get(), undo) != 0) {
+    remove_folder(handle, undo_in_the_making);
+    return false;
+  }
+  const cache_folders at(handle, undo);
+  const bool is_begun = at.are_open() && ::syncfs(root.get()) == 0 &&
+                        (gpbs == gpb_protection::removed_first || keep_gpbs(at));
+  if (!is_begun) {
+    const errno_keeper keep_errno;
+    restore_from_undo(handle);
+    return false;
+  }
+  handle.own.undo = file_id_at(root.get(), undo);
+  return true;
+}
+
+bool has_undo(const zot_ctx &handle) {
+  struct stat st {};
+  return is_there(AT_FDCWD, joined_path(handle.conf_root, undo).c_str(), &st);
+}
+
+bool owns_undo(const zot_ctx &handle) {
+  const zot_file_id found = file_id_at(AT_FDCWD, joined_path(handle.conf_root, undo).c_str());
+  return is_known(found) && is_same_file(found, handle.own.undo);
+}
+
+bool restore_from_undo(zot_ctx &handle) {
+  const cache_folders at(handle, undo);
+  if (!at.are_open()) {
+    return false;
+  }
+  bool is_restored = restore_gpbs(at);
+  for (const char *const name : k_file_names) {
+    is_restored = restore_k_file(at, name) && is_restored;
+  }
+  if (!is_restored || ::syncfs(at.root.get()) != 0) {
+    return false;
+  }
+  // The folder keeps nothing any more: whether its removal reaches the medium makes no difference.
+  remove_folder(handle, undo_of_no_use);
+  if (::renameat(at.root.get(), undo, at.root.get(), undo_of_no_use) != 0) {
+    return false;
+  }
+  remove_folder(handle, undo_of_no_use);
+  handle.own.undo = {};
+  return true;
+}
+
+bool retire_undo(zot_ctx &handle) {
+  const descriptor root = open_root(handle.conf_root);
+  if (!root.is_open() || ::renameat(root.get(), undo, root.get(), undo_of_no_use) != 0) {
+    return false;
+  }
+  handle.own.undo = {};
+  return true;
+}
+
+bool sync_cache_folder(const zot_ctx &handle) {
+  const descriptor root = open_root(handle.conf_root);
+  return root.is_open() && ::fsync(root.get()) == 0;
+}
+
+bool has_undo_leftovers(const zot_ctx &handle) {
+  const auto exists = [&](const char *name) {
+    struct stat st {};
+    return is_there(AT_FDCWD, joined_path(handle.conf_root, name).c_str(), &st);
+  };
+  return exists(undo_in_the_making) || exists(undo_of_no_use);
+}
+
+void remove_undo_leftovers(const zot_ctx &handle) {
+  for (const char *const name : {undo_in_the_making, undo_of_no_use}) {
+    remove_folder(handle, name);
+  }
+}
+
+bool sync_cache(const zot_ctx &handle) {
+  const descriptor root = open_root(handle.conf_root);
+  return root.is_open() && ::syncfs(root.get()) == 0;
+}
+
+}  // namespace zot

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// The undo folder: what a commit changes in the persistent cache, kept until the commit is done.
+#pragma once
+
+#include "zot_conf.h"
+
+namespace zot {
+
+// Whether the files of the configuration in force outlast the commit beside the new ones.
+enum class gpb_protection { kept, removed_first };
+
+// Keeps the files in force: the K files by a second name, the GPB files by moving their directory.
+// When it returns true, a loss of power leaves either all of it in place or an undo folder that
+// brings all of it back. False, with errno, when the files in force are where they were.
+bool begin_undo(zot_ctx &handle, gpb_protection gpbs);
+
+// Whether a commit was interrupted, or failed and was not called again.
+bool has_undo(const zot_ctx &handle);
+
+// Whether the undo folder is the one that this handle has begun.
+bool owns_undo(const zot_ctx &handle);
+
+// Puts back what the undo folder keeps and removes it. May be cut off anywhere and called again.
+// False, with errno, when something could not be put back.
+bool restore_from_undo(zot_ctx &handle);
+
+// Ends a commit: the new files are the configuration in force from here on. False, with errno, when
+// the old ones still are.
+bool retire_undo(zot_ctx &handle);
+
+// Puts the names in the persistent directory on the medium: that of the undo folder among them.
+bool sync_cache_folder(const zot_ctx &handle);
+
+// Undo folders that were never complete, or are of no use any more.
+bool has_undo_leftovers(const zot_ctx &handle);
+void remove_undo_leftovers(const zot_ctx &handle);
+
+// Puts all that was written below the persistent directory on the medium.
+bool sync_cache(const zot_ctx &handle);
+
+}  // namespace zot
