@@ -1,0 +1,315 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is in force stays in force: whatever fails, is cut off or is called in another order.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "cycle_checks.hpp"
+#include "tests/support/service.hpp"
+#include "zot_priv/model/owners.hpp"
+
+namespace {
+using namespace zot::test;
+
+namespace fs = std::filesystem;
+using texts = std::vector<std::string>;
+
+constexpr std::uint32_t cached = ZOT_STAT_CACHED;
+
+class InForce : public testing::Test {
+ protected:
+  returned_list get_of(const publication &published) {
+    remote.publish(published);
+    return e.get();
+  }
+  void bring_to(const publication &published) {
+    ASSERT_EQ(get_of(published).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
+  }
+  void lose_scratch(const std::string &name) {
+    fs::create_directories(away());
+    fs::rename(e.tmp_root() + "/" + name, away() + "/" + name);
+  }
+  void bring_back_scratch(const std::string &name) {
+    fs::rename(away() + "/" + name, e.tmp_root() + "/" + name);
+  }
+  // A new process that nobody answers.
+  void restart_alone() {
+    e.set_port(closed_port());
+    e.restart();
+  }
+  void expect_whole(const returned_list &got, const publication &published) {
+    ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+    std::map<std::string, std::string> bytes;
+    for (const auto &[path, content] : published.files()) {
+      bytes.emplace(path.substr(0, path.rfind('/')), content);
+    }
+    std::map<std::string, std::string> found;
+    for (const returned_entry &entry : got.entries) {
+      if (entry.stat != ZOT_STAT_DELETED) {
+        found.emplace("/" + std::string(zot_util_cat2str(entry.category)) + "/" + entry.key,
+                      entry.bytes);
+      }
+    }
+    EXPECT_EQ(found, bytes);
+  }
+  void expect_no_undo() {
+    for (const char *const name : {"undo", "undo.new", "undo.old"}) {
+      EXPECT_FALSE(exists(e.conf_root() + name)) << name;
+    }
+  }
+  [[nodiscard]] std::string away() const { return e.dir() / "away"; }
+
+  service remote;
+  element e{remote.port()};
+};
+
+class InForceAfterFailedCommit : public InForce {
+ protected:
+  // The files cannot be copied, so the commit fails when the old ones are out of the way already.
+  void SetUp() override {
+    bring_to(first_configuration());
+    ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+    lose_scratch("config");
+    ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+    remote.clear_requests();
+  }
+};
+
+TEST_F(InForceAfterFailedCommit, ANewProcessWithoutAServiceHasTheConfigurationBefore) {
+  restart_alone();
+  expect_whole(e.get(cached), first_configuration());
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+  expect_no_undo();
+}
+
+TEST_F(InForceAfterFailedCommit, TheNextGetFinishesItAndDownloadsNothing) {
+  bring_back_scratch("config");
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_SAME_K);
+  EXPECT_EQ(remote.request_count(".k"), 0U);
+  EXPECT_EQ(remote.request_count("/tgz"), 0U);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  expect_no_undo();
+}
+
+TEST_F(InForceAfterFailedCommit, ACachedRequestFinishesItToo) {
+  bring_back_scratch("config");
+  expect_whole(e.get(cached), second_configuration());
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
+TEST_F(InForceAfterFailedCommit, TheNextGetOffersItAnewWhenItCannotBeFinished) {
+  expect_whole(e.get(), second_configuration());
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_LAST).k), first_configuration().k_text());
+}
+
+TEST_F(InForceAfterFailedCommit,
+       AGetThatCannotFinishItNorReachTheServiceLeavesTheConfigurationBefore) {
+  e.set_port(closed_port());
+  EXPECT_EQ(e.get().status, ZOT_ERR_REMOTE_UNAVAIL);
+  EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), first_configuration().k_text());
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+  expect_whole(e.get(cached), first_configuration());
+}
+
+TEST_F(InForceAfterFailedCommit, ARollBackUndoesItInMemoryAndOnTheMedium) {
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), first_configuration().k_text());
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+  EXPECT_EQ(read_bytes(knowledge_of(e) + "/corrupted.k"), second_configuration().k_text());
+  expect_no_undo();
+  const returned_list again = e.get();
+  EXPECT_EQ(again.status, ZOT_ERR_SAME_AS_CORRUPTED);
+  EXPECT_EQ(marks_of(again), (texts{"Wlan/guest=2", "Zone/hq=2", "Radio/r5=2"}));
+}
+
+TEST_F(InForceAfterFailedCommit, ANewProcessMayComeBetweenItAndTheSecondCall) {
+  bring_back_scratch("config");
+  const handle_owner other(zot_conf_init2("AP", "aabbccddeeff", 12));
+  ASSERT_NE(other, nullptr);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  EXPECT_EQ(read_bytes(knowledge_of(e) + "/prev_subsys.k"), first_configuration().k_text());
+  expect_no_undo();
+}
+
+TEST_F(InForce, AFirstCommitThatFailsLeavesNothing) {
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  lose_scratch("config");
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+  restart_alone();
+  EXPECT_EQ(e.get(cached).status, ZOT_ERR_NO_CACHE);
+  EXPECT_TRUE(contents(e.conf_root()).empty());
+  EXPECT_FALSE(exists(e.conf_root() + "config"));
+}
+
+TEST_F(InForce, ADamagedFileLeavesNothingInForceAndReportsNothingDeleted) {
+  bring_to(first_configuration());
+  bring_to(second_configuration());
+  write_bytes(e.conf_root() + "/config/Wlan/staff/1", "Staff one");
+  restart_alone();
+  const returned_list got = e.get(cached);
+  EXPECT_EQ(got.status, ZOT_ERR_NO_CACHE);
+  EXPECT_EQ(got.error_text, "No cached data now");
+}
+
+TEST_F(InForce, WhatWasFetchedWithoutAVerdictIsWithdrawnWhenTheOldOneIsPublishedAgain) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  const returned_list got = get_of(first_configuration());
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_SAME_K);
+  EXPECT_EQ(marks_of(got), (texts{"Wlan/guest=2", "Zone/hq=2", "Radio/r5=2"}));
+  expect_whole(got, first_configuration());
+  expect_whole(e.get(ZOT_STAT_FULL), first_configuration());
+}
+
+TEST_F(InForce, WhatWasFetchedWithoutAVerdictIsWithdrawnWhenARefusedOneIsPublished) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(third_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK);
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  const returned_list got = get_of(third_configuration());
+  EXPECT_EQ(got.status, ZOT_ERR_SAME_AS_CORRUPTED);
+  EXPECT_EQ(marks_of(got), (texts{"Wlan/guest=2", "Zone/hq=2", "Radio/r5=2"}));
+}
+
+TEST_F(InForce, ASecondRollBackInARowHandsOutNothingOfTheRefusedOne) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK);
+  ASSERT_EQ(get_of(third_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK);
+  expect_whole(e.get(cached), first_configuration());
+  const returned_list got = e.get();
+  EXPECT_EQ(got.status, ZOT_ERR_SAME_AS_CORRUPTED);
+  EXPECT_EQ(marks_of(got), (texts{"Wlan/guest=2", "Zone/hq=2", "Radio/r5=2"}));
+}
+
+TEST_F(InForce, TheFirstConfigurationRolledBackLeavesNothing) {
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_EQ(e.get(cached).status, ZOT_ERR_NO_CACHE);
+  const returned_list got = e.get();
+  EXPECT_EQ(got.status, ZOT_ERR_SAME_AS_CORRUPTED);
+  EXPECT_TRUE(got.has_list);
+  EXPECT_TRUE(got.entries.empty());
+}
+
+TEST_F(InForce, ARefusedConfigurationReportsNothingDeletedAfterARestart) {
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK);
+  install_last(e, second_configuration());
+  e.restart();
+  const returned_list got = e.get();
+  EXPECT_EQ(got.status, ZOT_ERR_SAME_AS_CORRUPTED);
+  EXPECT_TRUE(got.entries.empty());
+}
+
+TEST_F(InForce, TheScratchFolderMayBeLostAfterACommit) {
+  bring_to(first_configuration());
+  bring_to(second_configuration());
+  fs::remove_all(e.tmp_root());
+  expect_whole(e.get(cached), second_configuration());
+  fs::remove_all(e.tmp_root());
+  expect_whole(e.get(ZOT_STAT_FULL), second_configuration());
+  fs::remove_all(e.tmp_root());
+  expect_whole(e.get(), second_configuration());
+}
+
+TEST_F(InForce, AFileThatTheScratchFolderLostIsMissedOnce) {
+  bring_to(first_configuration());
+  fs::remove_all(e.tmp_root() + "/config");
+  ASSERT_EQ(e.get(cached).status, ZOT_OK);
+  e.log().clear();
+  ASSERT_EQ(e.get(cached).status, ZOT_OK);
+  EXPECT_FALSE(e.log().contains_part("Empty content in"));
+}
+
+TEST_F(InForce, AnAlteredScratchFileOfANewConfigurationIsNotHandedOut) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  write_bytes(e.tmp_root() + "/config/Wlan/staff/1", "Staff one");
+  EXPECT_EQ(e.get(cached).status, ZOT_ERR_CORRUPTED);
+}
+
+TEST_F(InForce, ARefusedRootBetweenGetAndCommitChangesNoFolder) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  const std::string conf_root = e.conf_root();
+  {
+    const env_guard refused("ZOT_PREFIX_CONF_ROOT", e.dir() / "a b");
+    EXPECT_EQ(e.get().status, ZOT_ERR_WRONG_INPUT);
+  }
+  EXPECT_EQ(e.handle()->conf_root, conf_root);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(conf_root, second_configuration()));
+}
+
+TEST_F(InForce, ARefusedScratchRootBetweenGetAndCommitChangesNoFolder) {
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  const std::string conf_root = e.conf_root();
+  {
+    const env_guard other("ZOT_PREFIX_CONF_ROOT", e.dir() / "other");
+    const env_guard refused("ZOT_PREFIX_TMP_ROOT", e.dir() / "a b");
+    EXPECT_EQ(e.get().status, ZOT_ERR_WRONG_INPUT);
+  }
+  EXPECT_EQ(e.handle()->conf_root, conf_root);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(conf_root, first_configuration()));
+}
+
+// Other folders are taken at once, but not for the configuration that waits for its verdict.
+class InForceWithOtherFolders : public InForce {
+ protected:
+  void SetUp() override {
+    bring_to(first_configuration());
+    ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+    other_.emplace("ZOT_PREFIX_CONF_ROOT", e.dir() / "other");
+    static_cast<void>(e.get(0));
+    ASSERT_EQ(e.handle()->conf_root, other_root());
+  }
+  [[nodiscard]] std::string other_root() const { return e.dir() / "other/writable/zot/"; }
+
+  std::optional<env_guard> other_;
+};
+
+TEST_F(InForceWithOtherFolders, ACommitWorksOnThoseOfItsGet) {
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  EXPECT_TRUE(contents(other_root()).empty());
+  EXPECT_EQ(e.handle()->conf_root, other_root());
+}
+
+TEST_F(InForceWithOtherFolders, ARollBackWorksOnThoseOfItsGet) {
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(exists(knowledge_of(e) + "/corrupted.k"));
+  EXPECT_TRUE(contents(other_root()).empty());
+}
+
+TEST_F(InForce, ACommitThatFindsNoRoomChangesNothing) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  zot_list *const gpbs = slot_of(e, ZOT_SLOT_TMP).gpbs;
+  constexpr unsigned more_than_any_disk = 100000;
+  for (unsigned each = 0; each < more_than_any_disk; ++each) {
+    zot_gpb *const huge = zot_priv_gpb_new("/Vpn/huge/1", INT32_MAX, ZOT_CAT_VPN, "", "huge", 1);
+    ASSERT_NE(huge, nullptr);
+    list_add_tail(gpbs, &huge->node);
+  }
+  const auto cache = contents(e.conf_root());
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+  EXPECT_TRUE(e.error_text().starts_with("[zot_priv_commit_conf]: no room in " + e.conf_root()))
+      << e.error_text();
+  EXPECT_EQ(contents(e.conf_root()), cache);
+  EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), first_configuration().k_text());
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+}
+
+}  // namespace
