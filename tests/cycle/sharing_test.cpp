@@ -1,0 +1,307 @@
+// SPDX-License-Identifier: Apache-2.0
+// Several handles and processes on one cache and one scratch folder.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cycle_checks.hpp"
+#include "tests/support/service.hpp"
+#include "utilities/owner.hpp"
+
+namespace {
+using namespace zot::test;
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using texts = std::vector<std::string>;
+
+constexpr std::uint32_t cached = ZOT_STAT_CACHED;
+
+class Sharing : public testing::Test {
+ protected:
+  Sharing() : e(element_options{.port = remote.port(), .timeout = 1}), other_(make_other()) {}
+
+  handle_owner make_other() {
+    return handle_owner(zot_conf_init_args("AP", "aabbccddeeff", 12, e.parm()));
+  }
+  [[nodiscard]] zot_ctx *other() const { return other_.get(); }
+  returned_list get_of(const publication &published) {
+    remote.publish(published);
+    return e.get();
+  }
+  void bring_to(const publication &published) {
+    ASSERT_EQ(get_of(published).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
+  }
+  // Holds the lock of a folder as another process does.
+  static zot::descriptor lock(const std::string &folder) {
+    zot::descriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_EQ(::flock(fd.get(), LOCK_EX | LOCK_NB), 0) << folder;
+    return fd;
+  }
+  void expect_timeout(int status, const std::string &folder) {
+    EXPECT_EQ(status, ZOT_ERR_TIMEOUT);
+    EXPECT_NE(e.error_text().find(folder + " is locked by another process"), std::string::npos)
+        << e.error_text();
+  }
+
+  service remote;
+  element e;
+  handle_owner other_;
+};
+
+TEST_F(Sharing, AGetGivesUpWhenTheCacheStaysLocked) {
+  const zot::descriptor held = lock(e.conf_root());
+  expect_timeout(e.get().status, e.conf_root());
+  expect_timeout(e.get(cached).status, e.conf_root());
+  EXPECT_TRUE(remote.requests().empty());
+}
+
+TEST_F(Sharing, AGetGivesUpWhenTheScratchFolderStaysLocked) {
+  const zot::descriptor held = lock(e.tmp_root());
+  expect_timeout(e.get().status, e.tmp_root());
+  EXPECT_TRUE(remote.requests().empty());
+}
+
+TEST_F(Sharing, ACommitGivesUpWhenTheCacheStaysLockedAndCanBeCalledAgain) {
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  {
+    const zot::descriptor held = lock(e.conf_root());
+    expect_timeout(zot_conf_commit(e.handle()), e.conf_root());
+    EXPECT_TRUE(contents(e.conf_root()).empty());
+  }
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
+}
+
+TEST_F(Sharing, ARollBackGivesUpWhenTheCacheStaysLocked) {
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  const zot::descriptor held = lock(e.conf_root());
+  expect_timeout(zot_conf_roll_back(e.handle()), e.conf_root());
+}
+
+TEST_F(Sharing, MetadataIsNotReadFromACacheThatStaysLocked) {
+  const zot::descriptor held = lock(e.conf_root());
+  zot_k_meta meta{};
+  expect_timeout(zot_util_get_k_meta(e.handle(), &meta, ZOT_K_CURRENT), e.conf_root());
+}
+
+TEST_F(Sharing, AGetWaitsForALockThatIsReleasedInTime) {
+  remote.publish(first_configuration());
+  zot::descriptor held = lock(e.conf_root());
+  std::thread release([&held] {
+    std::this_thread::sleep_for(200ms);
+    held.close();
+  });
+  EXPECT_EQ(e.get().status, ZOT_OK);
+  release.join();
+}
+
+TEST_F(Sharing, NothingIsLockedBetweenCalls) {
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  EXPECT_TRUE(lock(e.conf_root()).is_open());
+  EXPECT_TRUE(lock(e.tmp_root()).is_open());
+}
+
+TEST_F(Sharing, OneFolderForBothIsLockedOnce) {
+  const env_guard same("ZOT_PREFIX_TMP_ROOT", e.dir() / "conf");
+  fs::create_directories(e.dir() / "conf/tmp");
+  fs::create_directory_symlink(e.dir() / "conf/writable/zot", e.dir() / "conf/tmp/zot");
+  EXPECT_EQ(get_of(first_configuration()).status, ZOT_OK) << e.error_text();
+}
+
+TEST_F(Sharing, TwoHandlesOfAThreadDoNotWaitForEachOther) {
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_EQ(zot_conf_commit(other()), ZOT_OK);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+}
+
+TEST_F(Sharing, AGetOfSomethingElseBetweenGetAndCommitIsNoticed) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  remote.publish(third_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  const auto cache = contents(e.conf_root());
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(e.error_text(), "[zot_priv_commit_conf]: another get has changed " + e.tmp_root());
+  EXPECT_EQ(contents(e.conf_root()), cache);
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(contents(e.conf_root()), cache);
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), third_configuration()));
+}
+
+TEST_F(Sharing, AScratchFileThatAnotherGetLeftDamagedIsNoticed) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  write_bytes(e.tmp_root() + "/config/Wlan/staff/1", "Staff one");
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+}
+
+TEST_F(Sharing, EachHandleIsToldOfWhatTheOtherCommitted) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  bring_to(second_configuration());
+  const returned_list got = get(other(), every_change);
+  EXPECT_EQ(marks_of(got), (texts{"Wlan/guest=16", "Wlan/staff=8", "Zone/hq=4", "Radio/r5=2"}));
+  EXPECT_EQ(zot_conf_commit(other()), ZOT_OK);
+}
+
+TEST_F(Sharing, ACachedRequestFollowsWhatTheOtherCommitted) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get(other(), cached).status, ZOT_OK);
+  bring_to(second_configuration());
+  const returned_list got = get(other(), cached);
+  const returned_entry *const guest = got.find(ZOT_CAT_WLAN, "guest");
+  ASSERT_NE(guest, nullptr);
+  EXPECT_EQ(guest->bytes, "guest two");
+}
+
+TEST_F(Sharing, WhatIsPublishedAgainReplacesWhatTheOtherCommitted) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  bring_to(second_configuration());
+  remote.publish(first_configuration());
+  const returned_list got = get(other(), every_change);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  EXPECT_EQ(marks_of(got), (texts{"Wlan/guest=16", "Wlan/staff=4", "Zone/hq=8", "Radio/r5=2"}));
+  EXPECT_EQ(zot_conf_commit(other()), ZOT_OK);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+}
+
+// A commit in a process of its own, with a `cp` that does what a script says before it copies.
+class SharingWithACommit : public Sharing {
+ protected:
+  void SetUp() override {
+    bring_to(first_configuration());
+    remote.publish(second_configuration());
+  }
+  void replace_cp(const std::string &script) {
+    const std::string program = e.dir() / "bin/cp";
+    write_bytes(program, "#!/bin/sh\n" + script + "\nexec /bin/cp \"$@\"\n");
+    ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
+    path_.emplace("PATH", (e.dir() / "bin") + ":" + std::getenv("PATH"));
+  }
+  // The child's exit status is whether it committed. Its port and folders are the parent's.
+  pid_t start_commit() {
+    const pid_t child = ::fork();
+    if (child != 0) {
+      return child;
+    }
+    ::setenv("COMMITS", std::to_string(::getpid()).c_str(), 1);
+    zot_ctx *const handle = zot_conf_init2("AP", "aabbccddeeff", 12);
+    zot_list *list = nullptr;
+    const bool is_committed =
+        zot_conf_get(handle, every_category(), every_change, &list) == ZOT_OK &&
+        zot_conf_commit(handle) == ZOT_OK;
+    ::_exit(is_committed ? 0 : 1);
+  }
+  static int end_of(pid_t child) {
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return status;
+  }
+  // What the script of `cp` says that it has done.
+  void wait_for(const std::string &mark) {
+    for (int tries = 0; tries < 1000 && !exists(e.dir() / mark); ++tries) {
+      std::this_thread::sleep_for(10ms);
+    }
+    ASSERT_TRUE(exists(e.dir() / mark));
+  }
+  [[nodiscard]] std::string touch(const std::string &mark) const {
+    return "touch " + (e.dir() / mark) + "\n";
+  }
+
+  std::optional<env_guard> path_;
+};
+
+TEST_F(SharingWithACommit, OneThatIsKilledIsUndoneByTheNextProcess) {
+  replace_cp("kill -9 $COMMITS");
+  const int status = end_of(start_commit());
+  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+  path_.reset();
+  e.set_port(closed_port());
+  e.restart();
+  const returned_list got = e.get(cached);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest one");
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "staff"), nullptr);
+}
+
+TEST_F(SharingWithACommit, OneThatGoesOnIsNotUndoneByACreation) {
+  replace_cp(touch("begun") + "sleep 0.5");
+  const pid_t child = start_commit();
+  wait_for("begun");
+  const handle_owner started = make_other();
+  ASSERT_NE(started, nullptr);
+  EXPECT_TRUE(exists(e.conf_root() + "undo"));
+  EXPECT_EQ(end_of(child), 0);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
+TEST_F(SharingWithACommit, OneThatGoesOnIsWaitedForByAGet) {
+  replace_cp(touch("begun") + "sleep 0.3");
+  const pid_t child = start_commit();
+  wait_for("begun");
+  const returned_list got = get(make_other().get(), cached);
+  EXPECT_EQ(end_of(child), 0);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest two");
+}
+
+// The copy outlives the process that started it, and still writes.
+TEST_F(SharingWithACommit, AnOrphanedCopyIsWaitedFor) {
+  replace_cp(touch("begun") + "kill -9 $COMMITS\nsleep 0.4");
+  ASSERT_TRUE(WIFSIGNALED(end_of(start_commit())));
+  path_.reset();
+  e.restart();
+  ASSERT_EQ(e.get(cached).status, ZOT_OK);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+  std::this_thread::sleep_for(600ms);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+}
+
+// What others may read but not write.
+TEST_F(Sharing, AReadOnlyCacheAnswersCachedRequests) {
+  bring_to(first_configuration());
+  e.stop();
+  other_.reset();
+  ASSERT_EQ(::chmod(e.dir().path().c_str(), 0755), 0);
+  for (const auto &entry : fs::recursive_directory_iterator(e.dir().path())) {
+    fs::permissions(entry.path(), entry.is_directory() ? fs::perms(0555) : fs::perms(0444));
+  }
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) {
+      ::_exit(2);
+    }
+    zot_ctx *const handle = zot_conf_init2("AP", "aabbccddeeff", 12);
+    ::_exit(handle != nullptr && get(handle, cached).entries.size() == 3 ? 0 : 1);
+  }
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  for (const auto &entry : fs::recursive_directory_iterator(e.dir().path())) {
+    if (entry.is_directory()) {
+      fs::permissions(entry.path(), fs::perms(0755));
+    }
+  }
+  EXPECT_EQ(status, 0);
+}
+
+}  // namespace
