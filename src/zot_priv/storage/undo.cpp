@@ -44,7 +44,7 @@ class absent_mark {
 struct cache_folders {
   cache_folders(const zot_ctx &handle, const char *kept_in)
       : root(open_root(handle.conf_root)),
-        knowledge(open_directory(root.get(), "knowledge")),
+        knowledge(open_root(handle.conf_k_root)),
         kept(open_directory(root.get(), kept_in)) {}
   [[nodiscard]] bool are_open() const { return knowledge.is_open() && kept.is_open(); }
 
@@ -92,7 +92,18 @@ bool keep_k_files(const zot_ctx &handle, const cache_folders &at, bool *is_copie
   return true;
 }
 
-bool restore_k_file(const cache_folders &at, const char *name) {
+// Where the two directories lie on different file systems, the kept file is the copy that it was
+// made as, and stays until it has been copied back.
+bool move_back(const zot_ctx &handle, const cache_folders &at, const char *name) {
+  if (::renameat(at.kept.get(), name, at.knowledge.get(), name) == 0) {
+    return true;
+  }
+  const zot::joined_path folder(handle.conf_root, undo);
+  return errno == EXDEV && fcopy(zot::joined_path(folder.c_str(), name).c_str(),
+                                 zot::joined_path(handle.conf_k_root, name).c_str()) == 0;
+}
+
+bool restore_k_file(const zot_ctx &handle, const cache_folders &at, const char *name) {
   const absent_mark mark(name);
   struct stat st {};
   if (is_there(at.kept.get(), mark.c_str(), &st)) {
@@ -106,7 +117,7 @@ bool restore_k_file(const cache_folders &at, const char *name) {
       !remove_entry(at.knowledge.get(), name, st)) {
     return false;
   }
-  if (::renameat(at.kept.get(), name, at.knowledge.get(), name) != 0) {
+  if (!move_back(handle, at, name)) {
     return false;
   }
   // Two names of one file stay as they are when one is renamed over the other.
@@ -198,7 +209,7 @@ bool restore_from_undo(zot_ctx &handle) {
   }
   bool is_restored = restore_gpbs(at);
   for (const char *const name : k_file_names) {
-    is_restored = restore_k_file(at, name) && is_restored;
+    is_restored = restore_k_file(handle, at, name) && is_restored;
   }
   if (!is_restored || ::syncfs(at.root.get()) != 0) {
     return false;

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+// How a lock is held; what calls make of it is tested with whole cycles.
+#include "zot_priv/storage/cache_lock.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+
+#include <array>
+#include <chrono>
+#include <string>
+
+#include "tests/support/element.hpp"
+#include "utilities/owner.hpp"
+
+namespace {
+using namespace zot::test;
+
+class CacheLock : public testing::Test {
+ protected:
+  CacheLock() : e(element_options{.timeout = 1}) {}
+
+  static bool is_free(const std::string &folder) {
+    const zot::descriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0;
+  }
+  [[nodiscard]] zot::descriptor lock(const std::string &folder) const {
+    zot::descriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_EQ(::flock(fd.get(), LOCK_EX | LOCK_NB), 0);
+    return fd;
+  }
+  // FD_CLOEXEC of both descriptors.
+  [[nodiscard]] std::array<int, 2> descriptor_flags() const {
+    const zot_own &own = e.handle()->own;
+    return {::fcntl(own.lock_fd[0] - 1, F_GETFD), ::fcntl(own.lock_fd[1] - 1, F_GETFD)};
+  }
+
+  element e;
+};
+
+TEST_F(CacheLock, HoldsBothFoldersUntilItsEnd) {
+  {
+    zot::cache_lock held(*e.handle());
+    ASSERT_EQ(held.acquire("f"), ZOT_OK);
+    EXPECT_FALSE(is_free(e.conf_root()));
+    EXPECT_FALSE(is_free(e.tmp_root()));
+  }
+  EXPECT_TRUE(is_free(e.conf_root()));
+  EXPECT_TRUE(is_free(e.tmp_root()));
+}
+
+TEST_F(CacheLock, OfACallInsideAnotherOneChangesNothing) {
+  zot::cache_lock outer(*e.handle());
+  ASSERT_EQ(outer.acquire("f"), ZOT_OK);
+  {
+    zot::cache_lock inner(*e.handle());
+    EXPECT_EQ(inner.acquire("g"), ZOT_OK);
+    zot::cache_lock tried(*e.handle());
+    EXPECT_TRUE(tried.try_acquire());
+  }
+  EXPECT_FALSE(is_free(e.conf_root()));
+}
+
+TEST_F(CacheLock, WaitsNoLongerThanTheTimeOut) {
+  const zot::descriptor other = lock(e.tmp_root());
+  const auto begin = std::chrono::steady_clock::now();
+  zot::cache_lock held(*e.handle());
+  EXPECT_EQ(held.acquire("f"), ZOT_ERR_TIMEOUT);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_EQ(e.error_text(), "[f]: " + e.tmp_root() + " is locked by another process");
+}
+
+TEST_F(CacheLock, ThatWasNotHadReleasesWhatItHas) {
+  const zot::descriptor other = lock(e.tmp_root());
+  {
+    zot::cache_lock held(*e.handle());
+    ASSERT_EQ(held.acquire("f"), ZOT_ERR_TIMEOUT);
+  }
+  EXPECT_TRUE(is_free(e.conf_root()));
+  EXPECT_EQ(e.handle()->own.lock_depth, 0U);
+}
+
+TEST_F(CacheLock, IsTriedWithoutWaiting) {
+  const zot::descriptor other = lock(e.conf_root());
+  zot::cache_lock held(*e.handle());
+  EXPECT_FALSE(held.try_acquire());
+}
+
+TEST_F(CacheLock, IsNotNeededInDevMode) {
+  const zot::descriptor other = lock(e.conf_root());
+  e.handle()->dev_mode = 1;
+  zot::cache_lock held(*e.handle());
+  EXPECT_EQ(held.acquire("f"), ZOT_OK);
+}
+
+TEST_F(CacheLock, IsPassedToCommandsOnlyWhereItIsLent) {
+  zot::cache_lock held(*e.handle());
+  ASSERT_EQ(held.acquire("f"), ZOT_OK);
+  EXPECT_EQ(descriptor_flags(), (std::array{FD_CLOEXEC, FD_CLOEXEC}));
+  {
+    const zot::locks_for_commands lent(*e.handle());
+    EXPECT_EQ(descriptor_flags(), (std::array{0, 0}));
+    { const zot::locks_for_commands again(*e.handle()); }
+    EXPECT_EQ(descriptor_flags(), (std::array{0, 0}));
+  }
+  EXPECT_EQ(descriptor_flags(), (std::array{FD_CLOEXEC, FD_CLOEXEC}));
+}
+
+}  // namespace

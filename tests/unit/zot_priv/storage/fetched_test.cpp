@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/storage/fetched.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/cycle/cycle_checks.hpp"
+#include "tests/support/service.hpp"
+
+namespace {
+using namespace zot::test;
+
+namespace fs = std::filesystem;
+
+// A get that brought the second configuration.
+class Fetched : public testing::Test {
+ protected:
+  void SetUp() override {
+    remote.publish(second_configuration());
+    ASSERT_EQ(e.get().status, ZOT_OK);
+  }
+  [[nodiscard]] bool is_k_as_fetched() const {
+    return zot::is_k_as_fetched(*e.handle(), *slot_of(e, ZOT_SLOT_TMP).k);
+  }
+  [[nodiscard]] bool is_set_as_fetched() const {
+    const zot_slot &fetched = slot_of(e, ZOT_SLOT_TMP);
+    return zot::is_set_as_fetched(*e.handle(), *fetched.k, fetched.gpbs);
+  }
+  // As a later get begins.
+  void renew_checksum() { write_bytes(scratch("subsys.checksum"), "renewed"); }
+  [[nodiscard]] std::string scratch(const std::string &name) const {
+    return e.tmp_root() + "/" + name;
+  }
+
+  service remote;
+  element e{remote.port()};
+};
+
+TEST_F(Fetched, IsWholeAfterItsGet) {
+  EXPECT_TRUE(is_k_as_fetched());
+  EXPECT_TRUE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsWholeWhenALaterGetBroughtTheSame) {
+  renew_checksum();
+  EXPECT_TRUE(is_k_as_fetched());
+  EXPECT_TRUE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsNotReadAgainWithoutALaterGet) {
+  write_bytes(scratch("config/Wlan/staff/1"), "Staff one");
+  EXPECT_TRUE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsNotWholeWithOtherBytesOfAFile) {
+  renew_checksum();
+  write_bytes(scratch("config/Wlan/staff/1"), "Staff one");
+  EXPECT_FALSE(is_set_as_fetched());
+  EXPECT_TRUE(is_k_as_fetched());
+}
+
+TEST_F(Fetched, IsNotWholeWithAFileOfAnotherSize) {
+  renew_checksum();
+  write_bytes(scratch("config/Wlan/staff/1"), "staff one and more");
+  EXPECT_FALSE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsNotWholeWithoutAFile) {
+  renew_checksum();
+  fs::remove(scratch("config/Wlan/staff/1"));
+  EXPECT_FALSE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsNotWholeWithAnotherK) {
+  renew_checksum();
+  write_bytes(scratch("subsys.k"), third_configuration().k_text());
+  EXPECT_FALSE(is_k_as_fetched());
+  EXPECT_FALSE(is_set_as_fetched());
+}
+
+// The copy of the K tells better what is wrong.
+TEST_F(Fetched, LeavesAFileThatIsGoneToItsCopy) {
+  renew_checksum();
+  fs::remove(scratch("subsys.k"));
+  EXPECT_TRUE(is_k_as_fetched());
+  fs::remove(scratch("subsys.checksum"));
+  EXPECT_TRUE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, RemembersTheFoldersOfItsGet) {
+  EXPECT_EQ(e.handle()->own.conf_root, e.conf_root());
+  EXPECT_EQ(e.handle()->own.tmp_root, e.tmp_root());
+  zot::forget_get(*e.handle());
+  EXPECT_EQ(e.handle()->own.conf_root, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/storage/room.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <cstdint>
+#include <string>
+
+#include "storage_records.hpp"
+#include "tests/cycle/cycle_checks.hpp"
+#include "utilities/owner.hpp"
+
+namespace {
+using namespace zot::test;
+using zot::room_check;
+
+constexpr std::uint64_t gibibyte = std::uint64_t{1} << 30;
+
+int commit_elsewhere(zot_ctx *, const char *, zot_list *) {
+  return ZOT_OK;
+}
+
+class Room : public testing::Test {
+ protected:
+  Room() : gpbs_(zot::make_gpb_list(e.handle())) {
+    k_.data_len = 1;
+    struct statvfs found {};
+    ::statvfs(e.conf_root().c_str(), &found);
+    block_ = found.f_frsize;
+    struct stat knowledge {};
+    ::stat(knowledge_of(e).c_str(), &knowledge);
+    folder_ = static_cast<std::uint64_t>(knowledge.st_blocks) * 512;
+  }
+  void add(const char *category, std::int32_t number, const char *key, std::uint32_t size) {
+    const std::string path = std::string("/") + category + "/" + key + "/1";
+    zot_gpb *const gpb = zot_priv_gpb_new(path.c_str(), size, number, "", key, 1);
+    list_add_tail(gpbs_.get(), &gpb->node);
+  }
+  [[nodiscard]] room_check look() const { return zot::look_for_room(*e.handle(), k_, gpbs_.get()); }
+
+  element e;
+  zot::gpb_list_owner gpbs_;
+  zot_k k_{};
+  std::uint64_t block_ = 0;
+  std::uint64_t folder_ = 0;
+};
+
+TEST_F(Room, IsNeededForKAndItsFoldersAlone) {
+  const room_check check = look();
+  EXPECT_EQ(check.fits, room_check::beside);
+  EXPECT_EQ(check.needed.bytes, 2 * block_ + 2 * folder_);
+  EXPECT_EQ(check.needed.files, 2U + 2 + 7);
+}
+
+TEST_F(Room, IsNeededInBlocksForEachFileAndForEachFolder) {
+  const room_check without = look();
+  add("Wlan", ZOT_CAT_WLAN, "a", 1);
+  add("Wlan", ZOT_CAT_WLAN, "b", static_cast<std::uint32_t>(block_));
+  add("Zone", ZOT_CAT_ZONE, "b", static_cast<std::uint32_t>(block_) + 1);
+  const room_check check = look();
+  EXPECT_EQ(check.needed.bytes - without.needed.bytes, 4 * block_ + 5 * folder_);
+  EXPECT_EQ(check.needed.files - without.needed.files, 3U + 5);
+}
+
+TEST_F(Room, IsNotThereForMoreThanTheDiskHas) {
+  const room_check without = look();
+  for (std::uint64_t left = 0; left < without.available.bytes + 4 * gibibyte; left += gibibyte) {
+    add("Vpn", ZOT_CAT_VPN, "huge", gibibyte);
+  }
+  const room_check check = look();
+  EXPECT_EQ(check.fits, room_check::none);
+  EXPECT_GT(check.needed.bytes, check.available.bytes);
+}
+
+TEST_F(Room, OfTheFilesInForceCountsWhenTheyGoFirst) {
+  constexpr std::uint64_t taken = 512 * (std::uint64_t{1} << 20);
+  write_bytes(e.conf_root() + "config/Wlan/a/1", "");
+  const zot::descriptor file(::open((e.conf_root() + "config/Wlan/a/1").c_str(), O_WRONLY));
+  ASSERT_EQ(::posix_fallocate(file.get(), 0, taken), 0);
+  const std::uint64_t wanted = look().available.bytes + taken / 2;
+  for (std::uint64_t left = wanted; left > 0; left -= std::min(left, gibibyte)) {
+    add("Vpn", ZOT_CAT_VPN, "huge", static_cast<std::uint32_t>(std::min(left, gibibyte)));
+  }
+  const room_check check = look();
+  EXPECT_EQ(check.fits, room_check::in_place);
+  EXPECT_GE(check.available.bytes, check.needed.bytes);
+}
+
+TEST_F(Room, ForFilesThatAnAdapterCommitsIsItsOwnAffair) {
+  const room_check without = look();
+  for (int each = 0; each < 100000; ++each) {
+    add("Vpn", ZOT_CAT_VPN, "huge", INT32_MAX);
+  }
+  e.handle()->fns.commit_gpb = commit_elsewhere;
+  EXPECT_EQ(look().fits, room_check::beside);
+  EXPECT_EQ(look().needed.bytes, without.needed.bytes);
+}
+
+TEST_F(Room, InAFolderThatIsGoneIsNotJudged) {
+  std::filesystem::remove_all(e.conf_root());
+  EXPECT_EQ(look().fits, room_check::beside);
+}
+
+}  // namespace
