@@ -138,9 +138,16 @@ bool restore_gpbs(const cache_folders &at) {
          ::unlinkat(at.kept.get(), mark.c_str(), AT_REMOVEDIR) == 0;
 }
 
+// A command takes longer to start than a few files take to go, and less time for many.
 void remove_folder(const zot_ctx &handle, const char *name) {
   const zot::errno_keeper keep_errno;
-  rm_rf(zot::joined_path(handle.conf_root, name).c_str());
+  const zot::joined_path folder(handle.conf_root, name);
+  struct stat st {};
+  if (is_there(AT_FDCWD, zot::joined_path(folder.c_str(), gpb_directory).c_str(), &st)) {
+    rm_rf(folder.c_str());
+  } else {
+    remove_if_there(AT_FDCWD, folder.c_str());
+  }
 }
 
 // Before anything of it counts: the folder can still be given up without a trace.
