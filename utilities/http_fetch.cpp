@@ -135,35 +135,75 @@ curl_socket_t open_socket(void * /*none*/, curlsocktype /*purpose*/, curl_sockad
   return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-// What both transfers have in common: no signals in the host process, nothing but HTTP, and no
-// proxy between an element and its own service, whatever the environment names. No encoding of the
-// body is asked for, so that a small answer stays small.
-CURLcode set_transfer_rules(CURL *curl, const char *url, body_sink *sink) {
-  curl_easy_setopt(curl, CURLOPT_URL, url);
-  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, write_to_sink);
-  curl_easy_setopt(curl, CURLOPT_WRITEDATA, sink);
-  curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, count_header);
-  curl_easy_setopt(curl, CURLOPT_HEADERDATA, sink);
-  curl_easy_setopt(curl, CURLOPT_FILETIME, 1L);
-  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(curl, CURLOPT_OPENSOCKETFUNCTION, open_socket);
+// What came of setting a transfer up. A build of libcurl may lack a feature, and its options with
+// it: a transfer goes on without what it can do without. It never goes on for want of memory.
+class setup {
+ public:
+  void need(CURLcode result) {
+    if (outcome_ == CURLE_OK) {
+      outcome_ = result;
+    }
+  }
+  // Whether it was granted.
+  bool wish(CURLcode result) {
+    if (result == CURLE_OUT_OF_MEMORY) {
+      need(result);
+    }
+    return result == CURLE_OK;
+  }
+  [[nodiscard]] CURLcode outcome() const { return outcome_; }
+
+ private:
+  CURLcode outcome_ = CURLE_OK;
+};
+
+void allow_http_alone(CURL *curl, setup &rules) {
 #if LIBCURL_VERSION_NUM >= 0x075500
   // A libcurl without TLS refuses the pair as a whole.
-  if (curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https") != CURLE_OK) {
-    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http");
+  if (!rules.wish(curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https"))) {
+    rules.wish(curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http"));
   }
 #else
-  curl_easy_setopt(curl, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
+  rules.wish(curl_easy_setopt(curl, CURLOPT_PROTOCOLS,
+                              static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS)));
 #endif
+}
+
+// No proxy, whatever the environment names. A libcurl that does not know the option knows no
+// proxies.
+CURLcode leave_proxies_out(CURL *curl) {
+  const CURLcode result = curl_easy_setopt(curl, CURLOPT_PROXY, "");
+  return result == CURLE_UNKNOWN_OPTION || result == CURLE_NOT_BUILT_IN ? CURLE_OK : result;
+}
+
+// What both transfers have in common: no signals in the host process, nothing but HTTP, and no
+// proxy between an element and its own service. No encoding of the body is asked for, so that a
+// small answer stays small.
+setup set_transfer_rules(CURL *curl, const char *url, body_sink *sink) {
+  setup rules;
+  rules.need(curl_easy_setopt(curl, CURLOPT_URL, url));
+  rules.need(curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, write_to_sink));
+  rules.need(curl_easy_setopt(curl, CURLOPT_WRITEDATA, sink));
+  // With one of the pair alone, headers would go where the body goes, or nowhere.
+  rules.need(curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, count_header));
+  rules.need(curl_easy_setopt(curl, CURLOPT_HEADERDATA, sink));
+  rules.wish(curl_easy_setopt(curl, CURLOPT_FILETIME, 1L));
+  rules.wish(curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L));
+  rules.wish(curl_easy_setopt(curl, CURLOPT_OPENSOCKETFUNCTION, open_socket));
+  allow_http_alone(curl, rules);
   if (sink->limit != 0) {
-    curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE,
-                     static_cast<curl_off_t>(std::min<uint64_t>(sink->limit, INT64_MAX)));
+    const auto limit = static_cast<curl_off_t>(std::min<uint64_t>(sink->limit, INT64_MAX));
+    rules.wish(curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, limit));
   }
-  if (watcher.cb != nullptr) {
-    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, tell_watcher);
-    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+  // Without the function libcurl would draw a progress meter of its own.
+  if (watcher.cb != nullptr &&
+      rules.wish(curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, tell_watcher))) {
+    rules.wish(curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L));
   }
-  return may_name_loopback(url) ? curl_easy_setopt(curl, CURLOPT_PROXY, "") : CURLE_OK;
+  if (may_name_loopback(url)) {
+    rules.need(leave_proxies_out(curl));
+  }
+  return rules;
 }
 
 // Fills time, size and file time; the file time only when the service told one.
@@ -186,7 +226,10 @@ long response_code(CURL *curl) {
 }
 
 // A service that refuses may do so at any length: what counts is that it refuses.
-CURLcode perform(CURL *curl, const body_sink &sink) {
+CURLcode perform(CURL *curl, const setup &rules, const body_sink &sink) {
+  if (rules.outcome() != CURLE_OK) {
+    return rules.outcome();
+  }
   const CURLcode result = curl_easy_perform(curl);
   if (!sink.is_exceeded && result != CURLE_FILESIZE_EXCEEDED) {
     return result;
@@ -258,12 +301,10 @@ int zot::get_remote_file_within(const char *url, const char *path, zot_file_mem 
     return -1;
   }
   body_sink sink{file.get(), limit};
-  if (const CURLcode rules = set_transfer_rules(curl.get(), url, &sink); rules != CURLE_OK) {
-    return static_cast<int>(rules);
-  }
-  curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT,
-                   static_cast<long>(std::min(timeout, longest_timeout)));
-  if (const CURLcode result = perform(curl.get(), sink); result != CURLE_OK) {
+  setup rules = set_transfer_rules(curl.get(), url, &sink);
+  const auto seconds = static_cast<long>(std::min(timeout, longest_timeout));
+  rules.wish(curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, seconds));
+  if (const CURLcode result = perform(curl.get(), rules, sink); result != CURLE_OK) {
     return static_cast<int>(result);
   }
   const long code = response_code(curl.get());
@@ -291,14 +332,13 @@ int zot::get_remote_file_set_within(const char *url, const char *path, const zot
     return 0;
   }
   body_sink sink{file.get(), limit};
-  if (const CURLcode rules = set_transfer_rules(curl.get(), url, &sink); rules != CURLE_OK) {
-    return static_cast<int>(rules);
-  }
-  curl_easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, archive_buffer_size);
-  curl_easy_setopt(curl.get(), CURLOPT_POST, 1L);
+  setup rules = set_transfer_rules(curl.get(), url, &sink);
+  rules.wish(curl_easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, archive_buffer_size));
+  rules.need(curl_easy_setopt(curl.get(), CURLOPT_POST, 1L));
   // Without a body libcurl would read one from standard input.
-  curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body != nullptr ? body.get() : "");
-  if (const CURLcode result = perform(curl.get(), sink); result != CURLE_OK) {
+  const char *const posted = body != nullptr ? body.get() : "";
+  rules.need(curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, posted));
+  if (const CURLcode result = perform(curl.get(), rules, sink); result != CURLE_OK) {
     return static_cast<int>(result);
   }
   if (stat != nullptr) {
