@@ -98,11 +98,12 @@ lint_libc() {
 
 # Building them takes minutes, so it is done once for each state of the script.
 musl_make_others() {
-  local script=tests/musl/build_libraries.sh stamp=$musl_build/root/made
+  local scripts=(tests/musl/build_libraries.sh tests/support/debian_source.sh)
+  local stamp=$musl_build/root/made
   if ! sha256sum --check --status "$stamp" 2>/dev/null; then
     say "musl: cJSON, libcurl and libcrypto of Debian's sources"
-    "$script" "$musl_build" "$jobs"
-    sha256sum "$script" >"$stamp"
+    "${scripts[0]}" "$musl_build" "$jobs"
+    sha256sum "${scripts[@]}" >"$stamp"
   fi
 }
 

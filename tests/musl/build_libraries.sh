@@ -7,58 +7,13 @@
 set -euo pipefail
 
 work=$(realpath -m "$1") jobs=$2
+# shellcheck source=tests/support/debian_source.sh
+source "$(dirname "$0")/../support/debian_source.sh"
 root=$work/root
 readonly flags="-Os -ffunction-sections -fdata-sections"
 
 rm -rf "$work/source" "$work/kernel" "$root"
-mkdir -p "$work/source/lists" "$work/kernel" "$root/include" "$root/lib/pkgconfig"
-
-# Tells how a step ended; its log shows up when it failed.
-tell_end() {
-  local status=$1 name=$2 begin=$3
-  if ((status == 0)); then
-    printf '%-10s %4d s\n' "$name" $((SECONDS - begin))
-  else
-    tail -n 40 "$work/$name.log" >&2
-    echo "${0##*/}: $name failed; the whole log is $work/$name.log" >&2
-  fi
-}
-
-# Runs in a process of its own, which ends at the first command that fails.
-step() (
-  local name=$1
-  shift
-  # shellcheck disable=SC2064  # the time to count from is this one
-  trap "tell_end \$? '$name' $SECONDS" EXIT
-  "$@" >"$work/$name.log" 2>&1
-)
-
-sources() {
-  local codename
-  codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
-  apt-get indextargets \
-    --format 'deb-src [signed-by=$(SIGNED_BY)] $(REPO_URI) $(RELEASE) $(COMPONENT)' \
-    'Created-By: Packages' 'Origin: Debian' 'Component: main' "Codename: $codename" |
-    sed 's/ \[signed-by=\$(SIGNED_BY)\]//' | sort -u
-}
-
-# One suite alone: its index and its packages are of one piece.
-fetch() {
-  sources >"$work/source/apt.list"
-  if [[ ! -s $work/source/apt.list ]]; then
-    apt-get update
-    sources >"$work/source/apt.list"
-  fi
-  if [[ ! -s $work/source/apt.list ]]; then
-    echo "apt knows of no sources for the release of this machine"
-    return 1
-  fi
-  cd "$work/source"
-  local apt=(apt-get -o Dir::Etc::SourceList="$PWD/apt.list" -o Dir::Etc::SourceParts=/dev/null
-    -o Dir::State::Lists="$PWD/lists" -o Dir::Cache="$PWD/cache" -o APT::Sandbox::User=root)
-  "${apt[@]}" update
-  "${apt[@]}" source cjson curl openssl
-}
+mkdir -p "$work/kernel" "$root/include" "$root/lib/pkgconfig"
 
 make_cjson() {
   cd "$work"/source/cjson-*/
@@ -105,7 +60,7 @@ make_crypto() {
 }
 
 trap wait EXIT
-step fetch fetch
+step fetch fetch cjson curl openssl
 step cJSON make_cjson
 # Most of libcurl's time goes into its configure, which knows one process only.
 step libcurl make_curl &

@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* What examples/cycle.c leaves out: an element that refuses what it gets, and one that starts with
- * what its cache holds. Prints a line "Category/key size" for each entry, and how the refusal
- * ended. usage: client roll-back | cached */
+/* What examples/cycle.c leaves out: an element that refuses what it gets, one that starts with what
+ * its cache holds, and one that watches its transfers, and ends them or not. Prints a line
+ * "Category/key size" for each entry, and how anything but a cached start ended.
+ * usage: client roll-back | cached | watched | ended */
 #include <stdio.h>
 #include <string.h>
 #include <zot_conf.h>
@@ -22,24 +23,50 @@ static int get(zot_ctx *handle, uint32_t wanted) {
   return status;
 }
 
+struct watcher {
+  int answer;
+  unsigned calls;
+};
+
+static int watch(void *arg, uint64_t received) {
+  struct watcher *watcher = arg;
+  (void)received;
+  ++watcher->calls;
+  return watcher->answer;
+}
+
+static int get_watched(zot_ctx *handle, uint32_t wanted, int answer) {
+  struct watcher watcher = {answer, 0};
+  zot_util_watch_transfers(watch, &watcher);
+  const int status = get(handle, wanted);
+  zot_util_watch_transfers(NULL, NULL);
+  printf("the watcher was %s\n", watcher.calls > 0 ? "called" : "not called");
+  return status;
+}
+
 int main(int argc, char **argv) {
-  const bool refuses = argc == 2 && strcmp(argv[1], "roll-back") == 0;
-  if (!refuses && (argc != 2 || strcmp(argv[1], "cached") != 0)) {
-    fprintf(stderr, "usage: client roll-back | cached\n");
+  const char *const mode = argc == 2 ? argv[1] : "";
+  const bool is_cached = strcmp(mode, "cached") == 0;
+  const bool is_watched = strcmp(mode, "watched") == 0;
+  const bool is_ended = strcmp(mode, "ended") == 0;
+  const bool refuses = strcmp(mode, "roll-back") == 0;
+  if (!is_cached && !is_watched && !is_ended && !refuses) {
+    fprintf(stderr, "usage: client roll-back | cached | watched | ended\n");
     return 2;
   }
   zot_ctx *handle = zot_conf_init("001122334455", 12);
   if (handle == NULL) {
     return 1;
   }
-  int status = get(
-      handle, refuses ? ZOT_STAT_ADDED | ZOT_STAT_MODIFIED | ZOT_STAT_DELETED : ZOT_STAT_CACHED);
+  const uint32_t changed = ZOT_STAT_ADDED | ZOT_STAT_MODIFIED | ZOT_STAT_DELETED;
+  const uint32_t wanted = is_cached ? ZOT_STAT_CACHED : changed;
+  int status = is_watched || is_ended ? get_watched(handle, wanted, is_ended) : get(handle, wanted);
   if (refuses && status == ZOT_OK) {
     status = zot_conf_roll_back(handle);
   }
-  if (refuses || status != ZOT_OK) {
+  if (!is_cached || status != ZOT_OK) {
     printf("%s\n", zot_util_get_err_str(handle));
   }
   zot_conf_free(handle);
-  return status == ZOT_OK ? 0 : 1;
+  return zot_util_is_err(status) ? 1 : 0;
 }

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: run_cycle.sh ZOTCONF SAMPLE PROGRAMS root|path
-# Runs whole cycles with the static PROGRAMS (cycle, client, c_client) against a service of this
-# machine. The element has busybox's sh, tar, cp and rm and no other program: either as its PATH on
-# this machine, or in a root of its own where there is nothing else, and no other C library.
+# Runs whole cycles with the PROGRAMS (cycle, client, c_client) against a service of this machine. The
+# element has busybox's sh, tar, cp and rm and no other program: either as its PATH on this machine,
+# or in a root of its own where there is nothing else, and no other C library; there the programs
+# have to be static.
 set -euo pipefail
 
 zotconf=$1 sample=$2 programs=$3 where=$4
@@ -87,6 +88,16 @@ get_first() {
   shows '^It got same K\. Do nothing for zot_priv_commit_conf\(\)\.$'
 }
 
+# A client that watches sees each transfer, and may end it; the cache stays.
+watch_transfers() {
+  expect 1 on_element client ended
+  shows '^the watcher was called$'
+  shows '^curl error get K\.checksum from "http://127\.0\.0\.1:[0-9]+/file/.*": .+$'
+  has_k first subsys
+  expect 0 on_element client watched
+  shows '^the watcher was called$'
+}
+
 get_second() {
   echo "rate-limit=update" >>"$source/Wlan/guest"
   printf 'ssid=Lab\nsecurity=wpa3-personal\nvlan=110\n' >"$source/Wlan/lab"
@@ -140,9 +151,10 @@ run_c_client() {
 cp -r "$sample" "$source"
 make_root
 get_first
+watch_transfers
 get_second
 refuse_third
 start_without_service
 run_c_client
-echo "musl, busybox, $where: $(count_files "$sample") files were got, committed, rotated and" \
+echo "busybox, $where: $(count_files "$sample") files were got, committed, rotated and" \
   "rolled back as told"
