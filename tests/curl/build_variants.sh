@@ -32,7 +32,8 @@ make_curl() {
   mkdir "$folder"
   cd "$folder"
   [[ ! -e $work/found ]] || cp "$work/found" config.cache
-  CFLAGS="-O0 -w" "$work"/source/curl-*/configure --quiet --config-cache --disable-shared \
+  local source=("$work"/source/curl-*/)
+  CFLAGS="-O0 -w" "${source[0]}configure" --quiet --config-cache --disable-shared \
     --disable-dependency-tracking \
     --without-ssl --without-zlib --without-brotli --without-zstd --without-libpsl \
     --without-libidn2 --without-nghttp2 --without-librtmp \

@@ -47,7 +47,7 @@ fetch() {
     echo "apt knows of no sources for the release of this machine"
     return 1
   fi
-  cd "$work/source"
+  cd "$work/source" || return
   local apt=(apt-get -o Dir::Etc::SourceList="$PWD/apt.list" -o Dir::Etc::SourceParts=/dev/null
     -o Dir::State::Lists="$PWD/lists" -o Dir::Cache="$PWD/cache" -o APT::Sandbox::User=root)
   "${apt[@]}" update
