@@ -144,6 +144,7 @@ int zot_log(zot_log_ctx *log_ctx, uint32_t level, uint32_t mask, long line, cons
   // A caller that logs between a failure and its report still finds the error number.
   const zot::errno_keeper keep_errno;
   const zot_log_site site{level, mask, line, func};
+  log_ctx->site = site;
   char message[message_size];
   va_list args;
   va_start(args, fmt);

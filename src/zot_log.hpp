@@ -29,7 +29,6 @@ inline bool log_enabled(const zot_log_ctx *log_ctx, uint32_t level, uint32_t mas
     const zot_log_site zot_site_{(at_level), (at_mask), (at_line), (at_func)};                \
     if (zot::log_enabled(zot_ctx_, zot_site_.level, zot_site_.mask) && zot_ctx_ != nullptr) { \
       char zot_prefix_[ZOT_LOG_PREFIX_SIZE];                                                  \
-      zot_ctx_->site = zot_site_;                                                             \
       zot_log(zot_ctx_, zot_site_.level, zot_site_.mask, zot_site_.line, zot_site_.func, fmt, \
               zot_log_get_prefix(zot_ctx_, zot_site_.func, zot_site_.line, zot_prefix_,       \
                                  sizeof zot_prefix_) __VA_OPT__(, ) __VA_ARGS__);             \

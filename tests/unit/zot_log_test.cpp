@@ -136,6 +136,25 @@ TEST(LogCallSite, WithoutAHandleWritesNothing) {
   EXPECT_EQ(capture.text(), "");
 }
 
+TEST(Log, TellsACallbackItsOwnRecord) {
+  bare_handle handle;
+  log_at(&handle->log_ctx, ZOT_LOG_DEBUG);
+  EXPECT_EQ(zot_log(&handle->log_ctx, ZOT_LOG_WARN, ZOT_TOPIC_FILE, 34, "caller", "text"), 0);
+  const auto &line = handle.log().lines().back();
+  EXPECT_EQ(line.level, static_cast<uint32_t>(ZOT_LOG_WARN));
+  EXPECT_EQ(line.mask, static_cast<uint32_t>(ZOT_TOPIC_FILE));
+  EXPECT_EQ(line.line, 34);
+  EXPECT_EQ(line.func, "caller");
+}
+
+TEST(Log, ThatIsOffLeavesTheRecordOfTheMessageBefore) {
+  bare_handle handle;
+  log_at(&handle->log_ctx, ZOT_LOG_ERROR);
+  handle.ctl().level = ZOT_LOG_WARN;
+  EXPECT_EQ(zot_log(&handle->log_ctx, ZOT_LOG_INFO, ZOT_TOPIC_FILE, 34, "caller", "text"), 0);
+  EXPECT_STREQ(handle->log_ctx.site.func, "log_at");
+}
+
 struct filter_case {
   uint32_t ctl_level;
   uint32_t facility;
