@@ -17,6 +17,12 @@ namespace {
 
 constexpr uint32_t option_mask = ZOT_LOG_OPT_FUNC | ZOT_LOG_OPT_LINE;
 
+// Under whose names a whole control is refused, and its target told, too.
+constexpr const char *set_destination_name = "zot_parm_set_log_destination";
+constexpr const char *set_stream_name = "zot_parm_set_log_destination_fp";
+constexpr const char *set_path_name = "zot_parm_set_log_destination_path";
+constexpr const char *set_level_name = "zot_parm_set_log_level";
+
 // Leaving a path destination, for the same one too, gives up everything that belonged to it.
 void switch_destination(zot_ctx *handle, uint32_t dst) {
   zot_log_ctl &ctl = log_ctl_of(handle);
@@ -41,33 +47,61 @@ c_text copy_path(const void *val, size_t val_len) {
   return copy;
 }
 
-// The target of a destination that needs one, which the control has to bring along.
-int set_log_target(zot_ctx *handle, const zot_log_ctl &wanted, const char *path, const char *func) {
-  const char *missing = nullptr;
+int refuse_option(zot_ctx *handle, const char *func, uint32_t value) {
+  return record(handle, ZOT_ERR_UNKNOWN_OPT, func, __LINE__, "[%s] unknown options: %x", func,
+                value);
+}
+
+int refuse_empty_path(zot_ctx *handle) {
+  return record(handle, ZOT_ERR_WRONG_INPUT, set_path_name, __LINE__, "[%s] empty path\n",
+                set_path_name);
+}
+
+void tell_stream(zot_ctx *handle) {
+  ZOT_LOG_AT(handle, set_stream_name, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
+             "%sSet logging destination file pointer: Done\n");
+  ZOT_LOG_AT(handle, set_stream_name, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sfp: %p\n",
+             static_cast<void *>(log_ctl_of(handle).fp));
+}
+
+void tell_path(zot_ctx *handle) {
+  ZOT_LOG_AT(handle, set_path_name, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
+             "%sSet logging destination path: Done\n");
+  ZOT_LOG_AT(handle, set_path_name, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sdst: %s\n",
+             log_ctl_of(handle).path);
+}
+
+// What a control lacks of what its destination needs; null when it has all.
+const char *missing_target(const zot_log_ctl &ctl) {
+  switch (ctl.dst) {
+    case ZOT_LOG_DST_FP:
+      return ctl.fp == nullptr ? "fp" : nullptr;
+    case ZOT_LOG_DST_PATH:
+      return ctl.path == nullptr ? "path" : nullptr;
+    case ZOT_LOG_DST_CB_FUNC:
+      return ctl.cb == nullptr ? "callback function" : nullptr;
+    default:
+      return nullptr;
+  }
+}
+
+// Takes the target of the destination into use, and tells it of that.
+void set_target(zot_ctx *handle, const zot_log_ctl &wanted, c_text path) {
+  zot_log_ctl &ctl = log_ctl_of(handle);
   switch (wanted.dst) {
     case ZOT_LOG_DST_FP:
-      if (wanted.fp != nullptr) {
-        return zot_parm_set_log_destination_fp(handle, wanted.fp, sizeof wanted.fp);
-      }
-      missing = "fp";
-      break;
+      ctl.fp = wanted.fp;
+      return tell_stream(handle);
     case ZOT_LOG_DST_PATH:
-      if (path != nullptr) {
-        return zot_parm_set_log_destination_path(handle, path, ZOT_PATH_SIZE);
-      }
-      missing = "path";
-      break;
+      ctl.path = path.release();
+      return tell_path(handle);
     case ZOT_LOG_DST_CB_FUNC:
-      if (wanted.cb != nullptr) {
-        const zot_log_cb_func target{wanted.cb, wanted.cb_arg};
-        return zot_parm_set_log_destination_cb_func(handle, &target, sizeof target);
-      }
-      missing = "callback function";
-      break;
+      ctl.cb = wanted.cb;
+      ctl.cb_arg = wanted.cb_arg;
+      return;
     default:
-      return ZOT_OK;
+      return;
   }
-  return record(handle, ZOT_ERR_NULL_INPUT, func, __LINE__, "[%s] Null input: %s", func, missing);
 }
 
 }  // namespace
@@ -79,7 +113,7 @@ void free_log_path(zot_log_ctl &ctl) {
 int zot_parm_set_log_destination(zot_ctx *handle, const void *val, size_t val_len) {
   const uint32_t dst = word_of(val, val_len);
   if (dst > ZOT_LOG_DST_CB_FUNC) {
-    return ZOT_RECORD(handle, ZOT_ERR_UNKNOWN_OPT, "[%s] unknown options: %x", __func__, dst);
+    return refuse_option(handle, set_destination_name, dst);
   }
   switch_destination(handle, dst);
   return ZOT_RECORD(handle, ZOT_OK);
@@ -95,11 +129,8 @@ int zot_parm_set_log_destination_fp(zot_ctx *handle, const void *val, size_t val
   }
   switch_destination(handle, ZOT_LOG_DST_FP);
   // The value is the stream itself, not a place that holds it.
-  FILE *const stream = static_cast<FILE *>(const_cast<void *>(val));
-  log_ctl_of(handle).fp = stream;
-  ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
-          "%sSet logging destination file pointer: Done\n");
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sfp: %p\n", static_cast<void *>(stream));
+  log_ctl_of(handle).fp = static_cast<FILE *>(const_cast<void *>(val));
+  tell_stream(handle);
   return ZOT_RECORD(handle, ZOT_OK);
 }
 
@@ -113,14 +144,13 @@ int zot_parm_set_log_destination_path(zot_ctx *handle, const void *val, size_t v
   c_text path = copy_path(val, val_len);
   switch_destination(handle, ZOT_LOG_DST_PATH);
   if (empty) {
-    return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "[%s] empty path\n", __func__);
+    return refuse_empty_path(handle);
   }
   if (path == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s] out of memory\n", __func__);
   }
   log_ctl_of(handle).path = path.release();
-  ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sSet logging destination path: Done\n");
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sdst: %s\n", log_ctl_of(handle).path);
+  tell_path(handle);
   return ZOT_RECORD(handle, ZOT_OK);
 }
 
@@ -142,7 +172,7 @@ int zot_parm_set_log_destination_cb_func(zot_ctx *handle, const void *val, size_
 int zot_parm_set_log_level(zot_ctx *handle, const void *val, size_t val_len) {
   const uint32_t level = word_of(val, val_len);
   if (level > ZOT_LOG_DEBUG) {
-    return ZOT_RECORD(handle, ZOT_ERR_UNKNOWN_OPT, "[%s] unknown options: %x", __func__, level);
+    return refuse_option(handle, set_level_name, level);
   }
   log_ctl_of(handle).level = level;
   return ZOT_RECORD(handle, ZOT_OK);
@@ -177,18 +207,26 @@ int zot_parm_set_log_ctl(zot_ctx *handle, const void *val, size_t val_len) {
       return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s] out of memory\n", __func__);
     }
   }
-  log_ctl_of(handle).facility = wanted.facility;
-  int status = zot_parm_set_log_option(handle, &wanted.option, sizeof wanted.option);
-  if (status == ZOT_OK) {
-    status = zot_parm_set_log_level(handle, &wanted.level, sizeof wanted.level);
+  zot_log_ctl &ctl = log_ctl_of(handle);
+  ctl.facility = wanted.facility;
+  ctl.option = wanted.option & option_mask;
+  if (wanted.level > ZOT_LOG_DEBUG) {
+    return refuse_option(handle, set_level_name, wanted.level);
   }
-  if (status == ZOT_OK) {
-    status = zot_parm_set_log_destination(handle, &wanted.dst, sizeof wanted.dst);
+  ctl.level = wanted.level;
+  if (wanted.dst > ZOT_LOG_DST_CB_FUNC) {
+    return refuse_option(handle, set_destination_name, wanted.dst);
   }
-  if (status == ZOT_OK) {
-    status = set_log_target(handle, wanted, path.get(), __func__);
+  switch_destination(handle, wanted.dst);
+  if (const char *const missing = missing_target(wanted); missing != nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "[%s] Null input: %s", __func__, missing);
   }
-  return status == ZOT_OK ? ZOT_RECORD(handle, ZOT_OK) : status;
+  if (path != nullptr && *path.get() == '\0') {
+    return refuse_empty_path(handle);
+  }
+  // Only now is a success told: field by field, it would have gone to a destination nobody chose.
+  set_target(handle, wanted, std::move(path));
+  return ZOT_RECORD(handle, ZOT_OK);
 }
 
 }  // namespace zot

@@ -9,6 +9,7 @@
 #include "tests/support/env.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/log_capture.hpp"
+#include "tests/unit/captured_syslog.hpp"
 #include "zot_conf.h"
 
 namespace {
@@ -18,6 +19,8 @@ using zot::test::handle_owner;
 using zot::test::log_capture;
 using zot::test::log_record;
 using zot::test::read_bytes;
+using zot::test::syslog_messages;
+using zot::test::syslog_openings;
 using zot::test::temp_dir;
 using zot::test::write_bytes;
 
@@ -168,6 +171,53 @@ TEST_F(Creation, WritesAllMessagesToALogFile) {
   const std::string text = read_bytes(path);
   EXPECT_NE(text.find("Start init zot lib.\n"), std::string::npos) << text;
   EXPECT_NE(text.find("Init. zot lib: Done\n"), std::string::npos) << text;
+}
+
+// Whatever a handle logs while its settings are not yet whole would go here.
+class other_destinations {
+ public:
+  other_destinations() { testing::internal::CaptureStderr(); }
+  void expect_nothing() const {
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(syslog_messages.size(), messages_);
+    EXPECT_EQ(syslog_openings.size(), openings_);
+  }
+
+ private:
+  std::size_t messages_ = syslog_messages.size();
+  std::size_t openings_ = syslog_openings.size();
+};
+
+TEST_F(Creation, LogsToTheCallbackAlone) {
+  const other_destinations others;
+  const handle_owner handle = create("AP", "aabb", 4);
+  others.expect_nothing();
+  EXPECT_NE(handle, nullptr);
+  EXPECT_EQ(log_.lines().front().text, "Start init zot lib.\n") << log_.dump();
+}
+
+TEST_F(Creation, LogsToTheFileAlone) {
+  zot_parm_all settings = parm();
+  const std::string path = dir_ / "log";
+  zot_util_set_log_ctl_dst_path(&settings.log_ctl, path.c_str());
+  const other_destinations others;
+  const handle_owner handle(zot_conf_init_args("AP", "aabb", 4, settings));
+  others.expect_nothing();
+  EXPECT_NE(handle, nullptr);
+  EXPECT_NE(handle->log_ctx.path_fp, nullptr);
+}
+
+TEST_F(Creation, LogsToTheStreamAlone) {
+  zot_parm_all settings = parm();
+  FILE *const stream = std::tmpfile();
+  zot_util_set_log_ctl_dst_fp(&settings.log_ctl, stream);
+  const other_destinations others;
+  handle_owner handle(zot_conf_init_args("AP", "aabb", 4, settings));
+  others.expect_nothing();
+  EXPECT_NE(handle, nullptr);
+  EXPECT_GT(std::ftell(stream), 0);
+  handle.reset();
+  std::fclose(stream);
 }
 
 TEST_F(Creation, RefusesUnusableLogSettings) {

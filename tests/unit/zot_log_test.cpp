@@ -13,29 +13,25 @@
 
 #include "tests/support/files.hpp"
 #include "tests/unit/bare_handle.hpp"
+#include "tests/unit/captured_syslog.hpp"
 #include "zot_log_dst.hpp"
+
+namespace zot::test {
+
+std::vector<syslog_opening> syslog_openings;
+std::vector<syslog_message> syslog_messages;
+
+}  // namespace zot::test
 
 namespace {
 
-struct syslog_opening {
-  bool has_identity;
-  int option;
-  int facility;
-};
-
-struct syslog_message {
-  int priority;
-  std::string format;
-  std::string text;
-};
-
-std::vector<syslog_opening> openings;
-std::vector<syslog_message> messages;
+using zot::test::syslog_messages;
+using zot::test::syslog_openings;
 
 [[gnu::format(printf, 2, 0)]] void keep_message(int priority, const char *format, va_list args) {
   char text[8192];
   std::vsnprintf(text, sizeof text, format, args);
-  messages.push_back({priority, format, text});
+  syslog_messages.push_back({priority, format, text});
 }
 
 }  // namespace
@@ -44,7 +40,7 @@ std::vector<syslog_message> messages;
 extern "C" {
 
 void openlog(const char *identity, int option, int facility) {
-  openings.push_back({identity != nullptr, option, facility});
+  syslog_openings.push_back({identity != nullptr, option, facility});
 }
 
 void syslog(int priority, const char *format, ...) {
@@ -299,12 +295,12 @@ class LogToSyslog : public testing::TestWithParam<priority_case> {};
 TEST_P(LogToSyslog, MapsTheLevel) {
   bare_handle handle;
   handle.ctl().dst = ZOT_LOG_DST_SYSLOG;
-  messages.clear();
+  syslog_messages.clear();
   EXPECT_EQ(write_plain(&handle->log_ctx, GetParam().level, "100% here\n"), 0);
-  ASSERT_EQ(messages.size(), 1U);
-  EXPECT_EQ(messages[0].priority, GetParam().priority);
-  EXPECT_EQ(messages[0].format, "%s");
-  EXPECT_EQ(messages[0].text, "100% here\n");
+  ASSERT_EQ(syslog_messages.size(), 1U);
+  EXPECT_EQ(syslog_messages[0].priority, GetParam().priority);
+  EXPECT_EQ(syslog_messages[0].format, "%s");
+  EXPECT_EQ(syslog_messages[0].text, "100% here\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryLevel, LogToSyslog,
@@ -315,9 +311,9 @@ TEST(Syslog, RefusesALevelWithoutAPriority) {
   bare_handle handle;
   handle.ctl().dst = ZOT_LOG_DST_SYSLOG;
   handle.ctl().level = 4;
-  messages.clear();
+  syslog_messages.clear();
   EXPECT_EQ(write_plain(&handle->log_ctx, 4, "text\n"), -1);
-  EXPECT_TRUE(messages.empty());
+  EXPECT_TRUE(syslog_messages.empty());
 }
 
 TEST(Syslog, OpensTheConnectionOncePerProcess) {
@@ -327,10 +323,10 @@ TEST(Syslog, OpensTheConnectionOncePerProcess) {
   second.ctl().dst = ZOT_LOG_DST_SYSLOG;
   write_plain(&first->log_ctx, ZOT_LOG_ERROR, "one\n");
   write_plain(&second->log_ctx, ZOT_LOG_ERROR, "two\n");
-  ASSERT_EQ(openings.size(), 1U);
-  EXPECT_FALSE(openings[0].has_identity);
-  EXPECT_EQ(openings[0].option, 5);
-  EXPECT_EQ(openings[0].facility, 8);
+  ASSERT_EQ(syslog_openings.size(), 1U);
+  EXPECT_FALSE(syslog_openings[0].has_identity);
+  EXPECT_EQ(syslog_openings[0].option, 5);
+  EXPECT_EQ(syslog_openings[0].facility, 8);
 }
 
 TEST(LogToStandardOutput, WritesTheText) {

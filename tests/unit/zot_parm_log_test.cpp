@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "tests/support/files.hpp"
 #include "tests/unit/bare_handle.hpp"
@@ -27,6 +28,12 @@ int set_path(bare_handle &handle, const std::string &path) {
 
 int ignore_line(zot_log_ctx *, void *, const char *) {
   return 0;
+}
+
+std::string written_to(FILE *stream) {
+  std::rewind(stream);
+  char text[4096];
+  return {text, std::fread(text, 1, sizeof text, stream)};
 }
 
 TEST(ParmLogDestination, RefusesSix) {
@@ -63,11 +70,7 @@ class ParmStream : public testing::Test {
   int set(size_t length = sizeof(FILE *)) {
     return zot_parm_set(handle_.get(), ZOT_PARM_LOG_DESTINATION_FP, stream_, length);
   }
-  std::string written() {
-    std::rewind(stream_);
-    char text[4096];
-    return {text, std::fread(text, 1, sizeof text, stream_)};
-  }
+  std::string written() { return written_to(stream_); }
 
   bare_handle handle_;
   FILE *stream_;
@@ -346,12 +349,55 @@ TEST_F(ParmLogCtl, StopsAtAnUnknownDestination) {
   EXPECT_STREQ(handle_->err_str, "[zot_parm_set_log_destination] unknown options: 6");
 }
 
+std::vector<std::string> texts_of(const log_capture &log) {
+  std::vector<std::string> texts;
+  for (const zot::test::log_record &line : log.lines()) {
+    texts.push_back(line.text);
+  }
+  return texts;
+}
+
+const std::string announcement = "Set parameter \"ZOT_PARM_LOG_CTL\": Done\n";
+
+TEST_F(ParmLogCtl, IsRecordedOnceAtItsDestination) {
+  EXPECT_EQ(set(other_.ctl()), 0);
+  EXPECT_EQ(texts_of(handle_.log()), std::vector{announcement});
+  EXPECT_EQ(texts_of(other_), std::vector<std::string>{"Success\n"});
+}
+
+TEST_F(ParmLogCtl, IsRecordedOnceWhenItIsRefused) {
+  EXPECT_EQ(set(other_.ctl(7)), -4);
+  EXPECT_EQ(
+      texts_of(handle_.log()),
+      (std::vector<std::string>{announcement, "[zot_parm_set_log_level] unknown options: 7\n"}));
+  handle_.log().clear();
+  zot_log_ctl value = other_.ctl();
+  value.dst = 6;
+  EXPECT_EQ(set(value), -4);
+  EXPECT_EQ(texts_of(handle_.log()),
+            (std::vector<std::string>{announcement,
+                                      "[zot_parm_set_log_destination] unknown options: 6\n"}));
+  EXPECT_TRUE(other_.lines().empty()) << other_.dump();
+}
+
 struct missing_case {
   uint32_t dst;
   const char *text;
 };
 
 class ParmLogCtlTarget : public testing::TestWithParam<missing_case> {};
+
+TEST_P(ParmLogCtlTarget, ThatIsMissingIsTheOnlyRecord) {
+  bare_handle handle;
+  handle.ctl() = {};
+  zot_log_ctl value{};
+  value.dst = GetParam().dst;
+  value.facility = ZOT_TOPIC_DEFAULT;
+  value.level = ZOT_LOG_DEBUG;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(zot_parm_set(handle.get(), ZOT_PARM_LOG_CTL, &value, sizeof value), -9);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(GetParam().text) + "\n");
+}
 
 TEST_P(ParmLogCtlTarget, HasToBeThere) {
   bare_handle handle;
@@ -375,6 +421,28 @@ TEST_F(ParmLogCtl, TakesAStream) {
   EXPECT_EQ(set(value), 0);
   EXPECT_EQ(handle_.ctl().fp, stdout);
   EXPECT_EQ(handle_.ctl().dst, static_cast<uint32_t>(ZOT_LOG_DST_FP));
+}
+
+TEST_F(ParmLogCtl, TellsItsStreamOnce) {
+  FILE *const stream = std::tmpfile();
+  zot_log_ctl value = other_.ctl();
+  zot_util_set_log_ctl_dst_fp(&value, stream);
+  EXPECT_EQ(set(value), 0);
+  char address[64];
+  std::snprintf(address, sizeof address, "fp: %p\n", static_cast<void *>(stream));
+  EXPECT_EQ(written_to(stream),
+            std::string("Set logging destination file pointer: Done\n") + address + "Success\n");
+  std::fclose(stream);
+}
+
+TEST_F(ParmLogCtl, TellsItsPathOnce) {
+  const temp_dir dir;
+  const std::string path = dir / "log";
+  zot_log_ctl value = other_.ctl();
+  zot_util_set_log_ctl_dst_path(&value, path.c_str());
+  EXPECT_EQ(set(value), 0);
+  zot_log_free(handle_.get());
+  EXPECT_EQ(read_bytes(path), "Set logging destination path: Done\ndst: " + path + "\nSuccess\n");
 }
 
 TEST_F(ParmLogCtl, CopiesThePath) {
