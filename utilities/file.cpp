@@ -94,6 +94,11 @@ ssize_t read_some(int fd, char *buf, size_t size) {
   return got;
 }
 
+// A plain open of a FIFO would wait for whoever writes to it.
+zot::descriptor open_to_read(const char *path) {
+  return zot::descriptor(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+}
+
 // A new file for a copy: what stands in its place is removed, never written through.
 zot::descriptor create_replacing(const char *path, mode_t mode) {
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
@@ -188,9 +193,13 @@ int fcopy_stat(const char *src, const char *dst, uint64_t *rd, uint64_t *wr) {
     errno = EINVAL;
     return -1;
   }
-  zot::descriptor from(::open(src, O_RDONLY | O_CLOEXEC));
+  const zot::descriptor from = open_to_read(src);
   struct stat from_st {};
   if (!from.is_open() || ::fstat(from.get(), &from_st) != 0) {
+    return -1;
+  }
+  if (S_ISFIFO(from_st.st_mode)) {
+    errno = EINVAL;
     return -1;
   }
   struct stat to_st {};
@@ -249,8 +258,7 @@ int chk_and_mkdir(const char *path) {
     return 0;
   }
   {
-    // A FIFO would make a plain open wait for a writer.
-    const zot::descriptor fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const zot::descriptor fd = open_to_read(path);
     if (!fd.is_open()) {
       return mkdir_r(path);
     }
@@ -269,18 +277,25 @@ char *read_line(const char *path, char *buf, size_t len) {
     errno = EINVAL;
     return nullptr;
   }
-  const zot::file_stream file(std::fopen(path, "re"));
-  if (file == nullptr) {
+  const zot::descriptor fd = open_to_read(path);
+  if (!fd.is_open()) {
     return nullptr;
   }
   char line[line_size];
-  if (std::fgets(line, sizeof line, file.get()) == nullptr) {
+  size_t have = 0;
+  char *end = nullptr;
+  for (ssize_t got = 1; got > 0 && end == nullptr && have < sizeof line - 1;) {
+    got = read_some(fd.get(), line + have, sizeof line - 1 - have);
+    if (got < 0) {
+      return nullptr;
+    }
+    end = static_cast<char *>(std::memchr(line + have, '\n', static_cast<size_t>(got)));
+    have += static_cast<size_t>(got);
+  }
+  if (have == 0) {
     return nullptr;
   }
-  const size_t length = std::strlen(line);
-  if (length > 0 && line[length - 1] == '\n') {
-    line[length - 1] = '\0';
-  }
+  *(end != nullptr ? end : line + have) = '\0';
   return std::strncpy(buf, line, len);
 }
 
@@ -288,7 +303,7 @@ char *read_file(const char *path, uint32_t *size) {
   if (is_missing(path) || size == nullptr) {
     return nullptr;
   }
-  const zot::descriptor fd(::open(path, O_RDONLY | O_CLOEXEC));
+  const zot::descriptor fd = open_to_read(path);
   if (!fd.is_open()) {
     return nullptr;
   }
@@ -325,7 +340,7 @@ char *read_file_mmap(const char *path, uint32_t *len) {
   if (is_missing(path)) {
     return nullptr;
   }
-  const zot::descriptor fd(::open(path, O_RDONLY | O_CLOEXEC));
+  const zot::descriptor fd = open_to_read(path);
   struct stat st {};
   if (!fd.is_open() || ::fstat(fd.get(), &st) != 0) {
     return nullptr;
@@ -355,7 +370,9 @@ int write_file(const char *path, const void *buf, size_t size) {
   // A file that is written over keeps its blocks until it is known how many it needs: to give them
   // back first takes longer than the writing.
   const int truncation = size == 0 ? O_TRUNC : 0;
-  zot::descriptor fd(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC | truncation, new_file_mode));
+  // A plain open of a FIFO would wait for whoever reads from it.
+  constexpr int flags = O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC;
+  zot::descriptor fd(::open(path, flags | truncation, new_file_mode));
   if (!fd.is_open() || size == 0) {
     return -1;
   }

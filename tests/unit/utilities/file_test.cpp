@@ -2,7 +2,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -413,6 +415,51 @@ TEST(Fcopy, DestinationThatCannotBeLookedUpFails) {
   EXPECT_EQ(errno, ENOTDIR);
 }
 
+// Nobody writes to it, and nobody ever will.
+std::string silent_fifo(const temp_dir &dir) {
+  std::string path = dir / "fifo";
+  EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  return path;
+}
+
+TEST(Fcopy, RefusesAFifoWithoutWaitingForAWriter) {
+  const temp_dir dir;
+  EXPECT_EQ(fcopy(silent_fifo(dir).c_str(), (dir / "to").c_str()), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_FALSE(exists(dir / "to"));
+}
+
+TEST(Fcopy, RefusesAFifoThatHasAWriter) {
+  const temp_dir dir;
+  const std::string path = silent_fifo(dir);
+  const zot::descriptor writer(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+  ASSERT_EQ(::write(writer.get(), "x", 1), 1);
+  EXPECT_EQ(fcopy(path.c_str(), (dir / "to").c_str()), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_FALSE(exists(dir / "to"));
+}
+
+TEST(Fcopy, RefusesASocket) {
+  const temp_dir dir;
+  const zot::descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, (dir / "socket").c_str(), sizeof address.sun_path - 1);
+  ASSERT_EQ(::bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
+            0);
+  EXPECT_EQ(fcopy((dir / "socket").c_str(), (dir / "to").c_str()), -1);
+  EXPECT_EQ(errno, ENXIO);
+  EXPECT_FALSE(exists(dir / "to"));
+}
+
+TEST(Fcopy, ReplacesAFifo) {
+  const temp_dir dir;
+  write_bytes(dir / "from", "abc");
+  const std::string path = silent_fifo(dir);
+  EXPECT_EQ(fcopy((dir / "from").c_str(), path.c_str()), 0);
+  EXPECT_EQ(read_bytes(path), "abc");
+}
+
 TEST(Fcopy, FailingReadFailsTheCopy) {
   const temp_dir dir;
   fs::create_directory(dir / "src");
@@ -597,6 +644,8 @@ TEST(ReadLine, TakesTheFirstLineWithoutOneNewline) {
       {std::string(510, 'x') + "\n", std::string(510, 'x')},
       {std::string(511, 'x') + "\n", std::string(511, 'x')},
       {std::string(600, 'x') + "\n", std::string(511, 'x')},
+      {std::string("ab\0cd\n", 6), "ab"},
+      {std::string("\0\n", 2), ""},
   };
   for (const line_case &one : cases) {
     write_bytes(dir / "file", one.content);
@@ -634,6 +683,23 @@ TEST(ReadLine, FailingReadKeepsTheSystemError) {
   char buf[8];
   EXPECT_EQ(read_line(dir.path().c_str(), buf, sizeof buf), nullptr);
   EXPECT_EQ(errno, EISDIR);
+}
+
+TEST(ReadLine, FifoWithoutAWriterHasNoLine) {
+  const temp_dir dir;
+  char buf[8] = "before";
+  EXPECT_EQ(read_line(silent_fifo(dir).c_str(), buf, sizeof buf), nullptr);
+  EXPECT_STREQ(buf, "before");
+}
+
+TEST(ReadLine, FifoWhoseWriterIsSilentHasNoLine) {
+  const temp_dir dir;
+  const std::string path = silent_fifo(dir);
+  const zot::descriptor writer(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+  char buf[8] = "before";
+  EXPECT_EQ(read_line(path.c_str(), buf, sizeof buf), nullptr);
+  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_STREQ(buf, "before");
 }
 
 TEST(ReadLine, MissingArgumentsHaveNoLine) {
@@ -705,6 +771,14 @@ TEST(ReadFile, WithoutAPositionGivesNothingAndLeavesTheSize) {
   EXPECT_EQ(size, 99U);
 }
 
+TEST(ReadFile, FifoWithoutAWriterGivesNothing) {
+  const temp_dir dir;
+  uint32_t size = 99;
+  EXPECT_EQ(read_file(silent_fifo(dir).c_str(), &size), nullptr);
+  EXPECT_EQ(errno, ESPIPE);
+  EXPECT_EQ(size, 99U);
+}
+
 TEST(ReadFile, SizeThatDoesNotFitIsTooBig) {
   const temp_dir dir;
   const std::string path = sparse_file(dir / "file", static_cast<off_t>(UINT32_MAX));
@@ -763,6 +837,13 @@ TEST(ReadFileMmap, FailureLeavesLengthZero) {
     EXPECT_EQ(read_file_mmap(path.c_str(), &len), nullptr) << path;
     EXPECT_EQ(len, 0U) << path;
   }
+}
+
+TEST(ReadFileMmap, FifoWithoutAWriterGivesNothing) {
+  const temp_dir dir;
+  uint32_t len = 99;
+  EXPECT_EQ(read_file_mmap(silent_fifo(dir).c_str(), &len), nullptr);
+  EXPECT_EQ(len, 0U);
 }
 
 TEST(ReadFileMmap, MissingArgumentsGiveNothing) {
@@ -827,6 +908,23 @@ TEST(WriteFile, FailureLeavesNothingBeyondWhatWasWritten) {
 
 TEST(WriteFile, WritesWhatHasNoLength) {
   EXPECT_EQ(write_file("/dev/null", "new", 3), 0);
+}
+
+TEST(WriteFile, FifoWithoutAReaderFails) {
+  const temp_dir dir;
+  const std::string path = silent_fifo(dir);
+  EXPECT_EQ(write_file(path.c_str(), "new", 3), -1);
+  EXPECT_EQ(errno, ENXIO);
+  EXPECT_EQ(write_file(path.c_str(), "new", 0), -1);
+}
+
+TEST(WriteFile, FifoWhoseReaderIsSlowFails) {
+  const temp_dir dir;
+  const std::string path = silent_fifo(dir);
+  const zot::descriptor reader(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+  const std::string more_than_it_holds(std::size_t{1} << 20, 'x');
+  EXPECT_EQ(write_file(path.c_str(), more_than_it_holds.data(), more_than_it_holds.size()), -1);
+  EXPECT_EQ(errno, EAGAIN);
 }
 
 TEST(WriteFile, SizeZeroFailsAndLeavesAnEmptyFile) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Verification of one K file against its checksum file.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
@@ -176,6 +177,26 @@ TEST(VerifyKFile, UnreadableChecksumFileIsCorruptedEvenWhenOptional) {
   std::filesystem::create_directory(stored.checksum_path);
   EXPECT_EQ(stored.run(ZOT_READ_K_OPTIONAL), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(stored.tested.error_text(), wrong_checksum_text("", 0, EISDIR));
+}
+
+void replace_by_fifo(const std::string &path) {
+  std::filesystem::remove(path);
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+}
+
+TEST(VerifyKFile, FifoInThePlaceOfTheChecksumFileIsCorruptedAtOnce) {
+  stored_k stored;
+  replace_by_fifo(stored.checksum_path);
+  EXPECT_EQ(stored.run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(stored.tested.error_text(), wrong_checksum_text("", 0, ENODATA));
+}
+
+TEST(VerifyKFile, FifoInThePlaceOfKIsCorruptedAtOnce) {
+  stored_k stored;
+  replace_by_fifo(stored.k_path);
+  EXPECT_EQ(stored.run(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(stored.tested.error_text(),
+            std::string("[") + verify + "]:unable to read " + stored.k_path);
 }
 
 TEST(VerifyKFile, AbsentOptionalChecksumFileKeepsTheEarlierStatus) {
