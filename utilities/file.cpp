@@ -94,9 +94,9 @@ ssize_t read_some(int fd, char *buf, size_t size) {
   return got;
 }
 
-// A plain open of a FIFO would wait for whoever writes to it.
-zot::descriptor open_to_read(const char *path) {
-  return zot::descriptor(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+// A plain open of a FIFO would wait for its other end.
+zot::descriptor open_at_once(const char *path, int flags, mode_t mode = 0) {
+  return zot::descriptor(::open(path, flags | O_NONBLOCK | O_CLOEXEC, mode));
 }
 
 // A new file for a copy: what stands in its place is removed, never written through.
@@ -193,7 +193,7 @@ int fcopy_stat(const char *src, const char *dst, uint64_t *rd, uint64_t *wr) {
     errno = EINVAL;
     return -1;
   }
-  const zot::descriptor from = open_to_read(src);
+  const zot::descriptor from = open_at_once(src, O_RDONLY);
   struct stat from_st {};
   if (!from.is_open() || ::fstat(from.get(), &from_st) != 0) {
     return -1;
@@ -258,7 +258,7 @@ int chk_and_mkdir(const char *path) {
     return 0;
   }
   {
-    const zot::descriptor fd = open_to_read(path);
+    const zot::descriptor fd = open_at_once(path, O_RDONLY);
     if (!fd.is_open()) {
       return mkdir_r(path);
     }
@@ -277,7 +277,7 @@ char *read_line(const char *path, char *buf, size_t len) {
     errno = EINVAL;
     return nullptr;
   }
-  const zot::descriptor fd = open_to_read(path);
+  const zot::descriptor fd = open_at_once(path, O_RDONLY);
   if (!fd.is_open()) {
     return nullptr;
   }
@@ -303,7 +303,7 @@ char *read_file(const char *path, uint32_t *size) {
   if (is_missing(path) || size == nullptr) {
     return nullptr;
   }
-  const zot::descriptor fd = open_to_read(path);
+  const zot::descriptor fd = open_at_once(path, O_RDONLY);
   if (!fd.is_open()) {
     return nullptr;
   }
@@ -340,7 +340,7 @@ char *read_file_mmap(const char *path, uint32_t *len) {
   if (is_missing(path)) {
     return nullptr;
   }
-  const zot::descriptor fd = open_to_read(path);
+  const zot::descriptor fd = open_at_once(path, O_RDONLY);
   struct stat st {};
   if (!fd.is_open() || ::fstat(fd.get(), &st) != 0) {
     return nullptr;
@@ -370,9 +370,7 @@ int write_file(const char *path, const void *buf, size_t size) {
   // A file that is written over keeps its blocks until it is known how many it needs: to give them
   // back first takes longer than the writing.
   const int truncation = size == 0 ? O_TRUNC : 0;
-  // A plain open of a FIFO would wait for whoever reads from it.
-  constexpr int flags = O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC;
-  zot::descriptor fd(::open(path, flags | truncation, new_file_mode));
+  zot::descriptor fd = open_at_once(path, O_WRONLY | O_CREAT | truncation, new_file_mode);
   if (!fd.is_open() || size == 0) {
     return -1;
   }

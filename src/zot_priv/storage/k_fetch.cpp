@@ -155,7 +155,9 @@ int zot_priv_is_chk_dup(zot_ctx *handle, const zot_file_mem *new_checksum, const
       cached == nullptr || label == nullptr) {
     return -1;
   }
-  if (std::strncmp(new_checksum->data, cached->checksum, ZOT_CHECKSUM_LEN) == 0) {
+  const bool is_whole = new_checksum->size >= ZOT_CHECKSUM_LEN &&
+                        strnlen(new_checksum->data, ZOT_CHECKSUM_LEN) == ZOT_CHECKSUM_LEN;
+  if (is_whole && std::memcmp(new_checksum->data, cached->checksum, ZOT_CHECKSUM_LEN) == 0) {
     ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_K, "%sNew checksum of K is as same as %s\n", label);
     return 0;
   }

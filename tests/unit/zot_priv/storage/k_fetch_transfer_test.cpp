@@ -325,6 +325,25 @@ TEST(IsChkDup, OtherTextIsLoggedWithBoth) {
                   "\n"});
 }
 
+// A K that was just fetched has no checksum, only zeros in its place.
+TEST(IsChkDup, ZeroAmongThe64BytesIsNoDuplicate) {
+  comparison zeros(std::string(64, '\0'));
+  std::memset(zeros.cached->checksum, 0, sizeof zeros.cached->checksum);
+  EXPECT_EQ(zeros.run(), 1);
+  comparison begun(std::string(64, 'a').replace(0, 1, 1, '\0'));
+  begun.cached->checksum[0] = '\0';
+  EXPECT_EQ(begun.run(), 1);
+  comparison ended(std::string(64, 'a').replace(63, 1, 1, '\0'));
+  ended.cached->checksum[63] = '\0';
+  EXPECT_EQ(ended.run(), 1);
+}
+
+TEST(IsChkDup, FewerBytesAreNoDuplicate) {
+  comparison compared(std::string(64, 'a'));
+  compared.memory.size = 63;
+  EXPECT_EQ(compared.run(), 1);
+}
+
 TEST(IsChkDup, CachedKWithoutAChecksumIsNoDuplicate) {
   comparison compared(std::string(64, 'a'));
   compared.cached->checksum[0] = '\0';
