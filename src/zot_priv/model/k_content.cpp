@@ -12,8 +12,15 @@
 
 namespace {
 
+// Fills the whole field: metadata are handed out as they lie in memory, and what is no part of the
+// text is nobody's business.
 bool read_text(const cJSON *object, const char *name, char *out, size_t size) {
-  return get_json_item(object, name, cJSON_String, out, size) == 0;
+  if (get_json_item(object, name, cJSON_String, out, size) != 0) {
+    return false;
+  }
+  const size_t length = std::strlen(out);
+  std::memset(out + length, 0, size - length);
+  return true;
 }
 
 // A tree of one's own, or that of a K with the same text.

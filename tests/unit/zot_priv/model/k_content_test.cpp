@@ -2,6 +2,7 @@
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -185,6 +186,27 @@ TEST(KContent, AbsentMetadataKeepsTheFormerText) {
   EXPECT_EQ(zot_priv_chk_vail_k_cont(handle.get(), k.get()), ZOT_OK);
   EXPECT_STREQ(k->meta.firmware_version, "former fw");
   EXPECT_STREQ(k->meta.config_id, "former id");
+}
+
+// Whether the field is a text and, to its end, zeros.
+template <std::size_t Size>
+testing::AssertionResult holds_nothing_but(const char (&field)[Size], const std::string &text) {
+  std::string whole = text;
+  whole.resize(Size, '\0');
+  return std::string(field, Size) == whole
+             ? testing::AssertionSuccess()
+             : testing::AssertionFailure() << "it begins with " << field;
+}
+
+// The metadata are handed out as they lie in memory.
+TEST(KContent, NothingStandsBehindTheTexts) {
+  model_handle handle;
+  const zot::k_owner k = k_with_data(complete);
+  std::memset(&k->meta, 'x', sizeof k->meta);
+  EXPECT_EQ(zot_priv_chk_vail_k_cont(handle.get(), k.get()), ZOT_OK);
+  EXPECT_TRUE(holds_nothing_but(k->meta.cluster_id, "c-1"));
+  EXPECT_TRUE(holds_nothing_but(k->meta.firmware_version, "1.2.3"));
+  EXPECT_TRUE(holds_nothing_but(k->meta.config_id, "conf-7"));
 }
 
 TEST(KContent, EveryStepOfACompleteKIsLogged) {
