@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -202,7 +203,12 @@ descriptor gpb_folder::open(const char *path) {
   }
   const char *const below = path + std::strspn(path, "/");
   if (fd_.is_open()) {
-    return descriptor(::openat(fd_.get(), below, read_flags));
+    descriptor file(::openat(fd_.get(), below, read_flags));
+    if (file.is_open() || (errno != EMFILE && errno != ENFILE)) {
+      return file;
+    }
+    // The folder's own may be the last descriptor that was to be had.
+    fd_.close();
   }
   char whole[ZOT_PATH_SIZE];
   static_cast<void>(std::snprintf(whole, sizeof whole, "%s/config/%s", root_, below));
