@@ -254,7 +254,7 @@ TEST(OrderOfGpbList, OneKeyInTwoCategoriesIsTwoObjects) {
   EXPECT_EQ(test.status, ZOT_OK);
 }
 
-// Counts around those at which more room is made.
+// Counts around those at which the sort has runs of one length only.
 class LengthOfGpbList : public testing::TestWithParam<size_t> {};
 
 TEST_P(LengthOfGpbList, IsThatOfTheDocument) {
