@@ -3,6 +3,7 @@
 
 #include <syslog.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -135,37 +136,65 @@ int zot_log_deliver(zot_log_ctx *log_ctx, const zot_log_site &site, const char *
   return sinks[dst](log_ctx, site, text);
 }
 
+namespace {
+
+// Delivers a prefix and a message behind it; both may be empty.
+int write_message(zot_log_ctx *log_ctx, const zot_log_site &site, const char *prefix,
+                  const char *fmt, va_list args) {
+  // A caller that logs between a failure and its report still finds the error number.
+  const zot::errno_keeper keep_errno;
+  log_ctx->site = site;
+  char message[message_size];
+  const size_t begin = std::strlen(prefix);
+  std::memcpy(message, prefix, begin + 1);
+  va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(message + begin, sizeof message - begin, fmt, args);
+  const size_t size = begin + static_cast<size_t>(std::max(length, 0)) + 1;
+  int result = length < 0 ? length : 0;
+  if (size > sizeof message) {
+    const zot::c_text whole(static_cast<char *>(std::calloc(size, 1)));
+    if (whole != nullptr) {
+      std::memcpy(whole.get(), prefix, begin);
+      std::vsnprintf(whole.get() + begin, size - begin, fmt, again);
+      result = zot_log_deliver(log_ctx, site, whole.get());
+    } else {
+      zot_log_deliver(log_ctx, site, message);
+      result = -1;
+    }
+  } else if (size > 1) {
+    result = zot_log_deliver(log_ctx, site, message);
+  }
+  va_end(again);
+  return result;
+}
+
+}  // namespace
+
 int zot_log(zot_log_ctx *log_ctx, uint32_t level, uint32_t mask, long line, const char *func,
             const char *fmt, ...) {
   if (log_ctx == nullptr || fmt == nullptr || *fmt == '\0' ||
       !zot::log_enabled(log_ctx, level, mask)) {
     return 0;
   }
-  // A caller that logs between a failure and its report still finds the error number.
-  const zot::errno_keeper keep_errno;
-  const zot_log_site site{level, mask, line, func};
-  log_ctx->site = site;
-  char message[message_size];
   va_list args;
   va_start(args, fmt);
-  const int length = std::vsnprintf(message, sizeof message, fmt, args);
+  const int result = write_message(log_ctx, {level, mask, line, func}, "", fmt, args);
   va_end(args);
-  if (length <= 0) {
-    return length;
-  }
-  const size_t size = static_cast<size_t>(length) + 1;
-  if (size <= sizeof message) {
-    return zot_log_deliver(log_ctx, site, message);
-  }
-  const zot::c_text whole(static_cast<char *>(std::calloc(size, 1)));
-  if (whole == nullptr) {
-    zot_log_deliver(log_ctx, site, message);
-    return -1;
-  }
+  return result;
+}
+
+void zot::write_line(zot_log_ctx *log_ctx, uint32_t packed, const char *func, const char *fmt,
+                     ...) {
+  constexpr size_t prefix_conversion = 2;
+  const zot_log_site site{packed & level_mask, packed >> level_bits & topic_mask,
+                          static_cast<long>(packed >> (level_bits + topic_bits)), func};
+  char prefix[ZOT_LOG_PREFIX_SIZE];
+  zot_log_get_prefix(log_ctx, func, site.line, prefix, sizeof prefix);
+  va_list args;
   va_start(args, fmt);
-  std::vsnprintf(whole.get(), size, fmt, args);
+  write_message(log_ctx, site, prefix, fmt + prefix_conversion, args);
   va_end(args);
-  return zot_log_deliver(log_ctx, site, whole.get());
 }
 
 char *zot_log_get_prefix(const zot_log_ctx *log_ctx, const char *func, long line, char *buf,

@@ -20,19 +20,35 @@ inline bool log_enabled(const zot_log_ctx *log_ctx, uint32_t level, uint32_t mas
   return log_ctx->ctl->level >= level && (mask & log_ctx->ctl->facility) != 0;
 }
 
+// Level, topics and line of a message in one word, so that a call hands over little.
+inline constexpr unsigned level_bits = 4;
+inline constexpr unsigned topic_bits = 8;
+inline constexpr uint32_t level_mask = (1U << level_bits) - 1;
+inline constexpr uint32_t topic_mask = (1U << topic_bits) - 1;
+constexpr uint32_t pack_site(uint32_t level, uint32_t topics, long line) {
+  return level | topics << level_bits | static_cast<uint32_t>(line) << (level_bits + topic_bits);
+}
+
+// Writes a message that is enabled. The first conversion of `fmt` is "%s" and stands for the
+// prefix, which is none of the arguments.
+void write_line(zot_log_ctx *log_ctx, uint32_t packed, const char *func, const char *fmt, ...);
+
+// Never called: has the compiler check the arguments against the format.
+[[gnu::format(printf, 1, 2)]] void check_format(const char *fmt, ...);
+
 }  // namespace zot
 
 // Logs as another operation: the function name and line are given.
-#define ZOT_LOG_AT(owner, at_func, at_line, at_level, at_mask, fmt, ...)                      \
-  do {                                                                                        \
-    zot_log_ctx *const zot_ctx_ = zot::log_of(owner);                                         \
-    const zot_log_site zot_site_{(at_level), (at_mask), (at_line), (at_func)};                \
-    if (zot::log_enabled(zot_ctx_, zot_site_.level, zot_site_.mask) && zot_ctx_ != nullptr) { \
-      char zot_prefix_[ZOT_LOG_PREFIX_SIZE];                                                  \
-      zot_log(zot_ctx_, zot_site_.level, zot_site_.mask, zot_site_.line, zot_site_.func, fmt, \
-              zot_log_get_prefix(zot_ctx_, zot_site_.func, zot_site_.line, zot_prefix_,       \
-                                 sizeof zot_prefix_) __VA_OPT__(, ) __VA_ARGS__);             \
-    }                                                                                         \
+#define ZOT_LOG_AT(owner, at_func, at_line, at_level, at_mask, fmt, ...)                     \
+  do {                                                                                       \
+    zot_log_ctx *const zot_ctx_ = zot::log_of(owner);                                        \
+    if (zot::log_enabled(zot_ctx_, (at_level), (at_mask)) && zot_ctx_ != nullptr) {          \
+      zot::write_line(zot_ctx_, zot::pack_site((at_level), (at_mask), (at_line)), (at_func), \
+                      fmt __VA_OPT__(, ) __VA_ARGS__);                                       \
+    }                                                                                        \
+    if constexpr (false) {                                                                   \
+      zot::check_format(fmt, "" __VA_OPT__(, ) __VA_ARGS__);                                 \
+    }                                                                                        \
   } while (false)
 
 // Logs under the name of the operation that stands around it. `owner` is a handle or a log context;
