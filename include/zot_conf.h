@@ -17,9 +17,13 @@
  *     news and no error, a negative value is an error. The last status and its text stay in the
  *     handle (zot_util_get_err(), zot_util_get_err_str()) until the next call.
  *  3. Helpers without a handle return 0 or -1 and leave `errno` as the failing system call set it.
- *  4. Threads. The library starts no thread and takes no lock. A handle belongs to one thread at a
- *     time; several handles may be used by several threads as long as their directories differ and
- *     no two transfers or shell commands run at the same moment. Transfers and commands block.
+ *  4. Threads. The library starts no thread and takes no lock of the process. A handle belongs to
+ *     one thread at a time; several handles may be used by several threads as long as no two
+ *     transfers or shell commands run at the same moment. Transfers and commands block.
+ *     Processes. Several handles, in one process or in several, may use the same directories: a
+ * call that touches them holds flock() on both until it returns. It waits for another one as long
+ * as #ZOT_PARM_TIMEOUT says (0: no limit), and then ends with #ZOT_ERR_TIMEOUT. Its commands hold
+ *     the locks too, and so does any other program that the process starts during such a command.
  *  5. Strings are NUL-terminated and are copied; a text kept by reference is named as such. Sizes
  *     are bytes. A buffer size counts the terminator. Paths hold at most 4095 bytes.
  *  6. Null. A null handle is answered with #ZOT_ERR_NULL_INPUT and recorded nowhere. Exceptions
@@ -51,7 +55,7 @@ struct stat;
 /** Version of this interface: rises when a program has to be changed or rebuilt. */
 #define ZOT_CONF_VERSION_MAJOR 1
 /** Version of this interface: rises when something is added. */
-#define ZOT_CONF_VERSION_MINOR 0
+#define ZOT_CONF_VERSION_MINOR 1
 /** Version of this interface: rises when nothing but behaviour is mended. */
 #define ZOT_CONF_VERSION_PATCH 0
 
@@ -91,7 +95,7 @@ struct stat;
  * | ZOT_ERR_CORRUPTED | -8 | a file does not match what was announced for it |
  * | ZOT_ERR_NULL_INPUT | -9 | a missing argument |
  * | ZOT_ERR_OUT_OF_RANGE | -10 | the sub-system index is longer than an adapter takes |
- * | ZOT_ERR_TIMEOUT | -11 | a transfer passed its time limit |
+ * | ZOT_ERR_TIMEOUT | -11 | a transfer passed its time limit, or a directory stayed locked |
  * | ZOT_ERR_NO_CACHE | -12 | nothing cached to return |
  * | ZOT_ERR_SAME_AS_CORRUPTED | -13 | the service still offers what was rolled back |
  * | ZOT_ERR_NOT_READY | -14 | zot_conf_get() has to come first |
@@ -193,7 +197,8 @@ enum {
 
 /** Parameters of zot_parm_set() and zot_parm_get(). */
 typedef enum zot_parm_id {
-  ZOT_PARM_TIMEOUT = 1,     /**< uint32_t, seconds for K and checksum; 0: no limit */
+  ZOT_PARM_TIMEOUT = 1, /**< uint32_t, seconds for K, for the checksum, and for a locked directory,
+                           each; 0: no limit */
   ZOT_PARM_TIMEOUT_GPB = 2, /**< uint32_t, seconds for GPB files, for adapters; the access-point
                                adapter sets no limit */
   ZOT_PARM_RETURN_PROTO_TYPE = 3,    /**< uint32_t, 0 or 1; kept for the caller, nothing reads it */
@@ -385,7 +390,7 @@ typedef struct zot_log_cb_func {
 
 /** Every parameter that creation takes. */
 typedef struct zot_parm_all {
-  uint32_t timeout;     /**< seconds for K and checksum; 0: no limit */
+  uint32_t timeout;     /**< seconds for K, checksum and a locked directory; 0: no limit */
   uint32_t timeout_gpb; /**< seconds for GPB files, for adapters; the access-point adapter sets no
                            limit */
   zot_log_ctl log_ctl;  /**< where messages go, and which */
@@ -481,7 +486,8 @@ typedef struct remote_file_name {
 
 /** Operations of a sub-system. A client may replace an entry before its first zot_conf_get(). */
 typedef struct zot_sub_fns {
-  /** Optional: commits the GPB files below @p tmp_gpb_root instead of the library. */
+  /** Optional: commits the GPB files below @p tmp_gpb_root instead of the library. What it changes
+   *  is its own to put back: a commit that is undone restores the K files alone. */
   int (*commit_gpb)(zot_ctx *handle, const char *tmp_gpb_root, zot_list *gpbs);
   /** Writes the persistent directory into @p buf; NULL or an empty text is a failure. */
   char *(*get_conf_root)(zot_ctx *handle, char *buf, size_t size);
@@ -571,6 +577,8 @@ ZOT_STATIC_ASSERT_(sizeof(void *) != 4 || sizeof(zot_parm_all) == 40, "parameter
  *
  * Applies the log settings of @p parm before anything else, so that start-up messages obey them,
  * resolves the directories from the environment and creates them. Nothing is loaded from the cache.
+ * When an earlier process was ended in the middle of a commit, the configuration before that commit
+ * is put back, unless another process holds the cache.
  *
  * @param subsys_id "AP", "CP" or "DP", at most 63 bytes; NULL means "AP". Copied.
  * @param sub_idx   the element's own index (the MAC address of an access point), copied up to a
@@ -593,6 +601,11 @@ zot_ctx *zot_conf_init(const char *sub_idx, size_t id_len);
 /**
  * Looks for a new configuration and returns the entries that the caller asks for.
  *
+ * What is returned belongs to the configuration in force or to the new one that this get brought.
+ * An earlier one that was neither committed nor rolled back is withdrawn. A commit of this handle
+ * that failed is finished first; one that fails again is undone, and its configuration counts as
+ * new again.
+ *
  * Blocks while it downloads; the transfer of the GPB files has no time limit. Both new and
  * unchanged configurations end in #ZOT_OK; whether something new waits for commit or roll-back is
  * told by #ZOT_CYCLE_NEW_CONF in the handle's statistics and by each entry's stat.
@@ -608,14 +621,15 @@ zot_ctx *zot_conf_init(const char *sub_idx, size_t id_len);
  * @return
  *  - #ZOT_OK: @p ret holds the entries, possibly none.
  *  - #ZOT_ERR_SAME_AS_CORRUPTED: the service still offers what was rolled back; @p ret holds the
- *    cached entries and has to be freed.
+ *    entries of the configuration in force, none without one, and has to be freed.
  *  - #ZOT_ERR_NULL_INPUT: no handle or no @p ret, with nothing recorded; or K states no
  *    checksum for a file.
  *  - #ZOT_ERR_WRONG_INPUT: @p conf_stat_mask is 0, a directory holds characters that a shell
  *    would interpret, or K states size 0 for a file.
- *  - #ZOT_ERR_NO_CACHE: #ZOT_STAT_CACHED was asked for and nothing is cached for @p catset.
+ *  - #ZOT_ERR_NO_CACHE: #ZOT_STAT_CACHED was asked for and nothing is in force or new, or nothing
+ *    of it is in @p catset.
  *  - #ZOT_ERR_TIMEOUT, #ZOT_ERR_REMOTE_UNAVAIL, #ZOT_ERR_NOT_FOUND: the service timed out, did not
- *    answer, or does not know this element.
+ *    answer, or does not know this element; or, for the first, a directory stayed locked.
  *  - #ZOT_ERR_CORRUPTED: a K, a checksum or a GPB file is not what was announced.
  *  - #ZOT_ERR_NO_FILE: dev mode is on and its directory holds no checksum file of K.
  *  - #ZOT_ERR_NOMEM, #ZOT_ERR_GENERIC: memory, files or processes failed, or the service answered
@@ -630,15 +644,28 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
  * persistent cache, and the one before it becomes last. The cache is synchronised to the medium
  * before the call returns #ZOT_OK.
  *
+ * The cache holds the old configuration or the new one, whole, at every instant: a process that
+ * starts after a kill or a loss of power finds the old one unless the commit had come to its end.
+ * With an adapter's own commit_gpb this holds for the K files alone. When the medium has no room
+ * for the new files beside the old ones, those are removed first, with a warning in the log. When
+ * it has no room for them at all, nothing changes.
+ *
+ * It works on the directories of the get that it answers, whatever the environment says by now.
+ *
  * @return
  *  - #ZOT_OK: committed, or commit or roll-back was done earlier in this cycle, or dev mode is on.
  *  - #ZOT_NO_UPDATE: the last get brought nothing new.
  *  - #ZOT_ERR_NOT_READY: no successful zot_conf_get() came before.
  *  - #ZOT_ERR_WRONG_INPUT: there is no temporary configuration.
  *  - #ZOT_ERR_NULL_INPUT: no handle.
+ *  - #ZOT_ERR_TIMEOUT: another process kept a directory locked. Nothing has changed.
+ *  - #ZOT_ERR_CORRUPTED: a get of another handle has brought something else into the scratch
+ *    directory. Nothing has changed; the next get brings it again.
+ *  - #ZOT_ERR_GENERIC: no room; nothing has changed, and the text has the sizes.
  *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_CORRUPTED, #ZOT_ERR_NO_FILE, or the status of an
  *    adapter's own commit: a file operation failed. The new configuration is current in memory;
- *    call again in the same cycle to go on at the operation that failed.
+ *    call again in the same cycle to go on at the operation that failed. Instead, zot_conf_get()
+ *    finishes or undoes the commit, zot_conf_roll_back() undoes it, and so does another process.
  */
 int zot_conf_commit(zot_ctx *handle);
 
@@ -646,7 +673,8 @@ int zot_conf_commit(zot_ctx *handle);
  * Refuses the configuration that the last get brought. The configuration in force stays; the new K
  * is kept aside as corrupted, so that zot_conf_get() answers #ZOT_ERR_SAME_AS_CORRUPTED while the
  * service offers it again. The last K is forgotten, in memory and in the cache: #ZOT_K_LAST then
- * has none.
+ * has none. A commit that failed in this cycle is undone first. The cache is synchronised to the
+ * medium before the call returns #ZOT_OK.
  *
  * @return
  *  - #ZOT_OK: rolled back, or commit or roll-back was done earlier in this cycle, or dev mode is
@@ -654,8 +682,11 @@ int zot_conf_commit(zot_ctx *handle);
  *  - #ZOT_NO_UPDATE: the last get brought nothing new, or this K is already kept as corrupted.
  *  - #ZOT_ERR_NOT_READY: no successful zot_conf_get() came before.
  *  - #ZOT_ERR_NULL_INPUT: no handle, or no temporary K.
- *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_CORRUPTED, #ZOT_ERR_NO_FILE: a file operation
- *    failed; the call may be repeated.
+ *  - #ZOT_ERR_TIMEOUT: another process kept a directory locked. Nothing has changed.
+ *  - #ZOT_ERR_CORRUPTED: a get of another handle has brought something else into the scratch
+ *    directory, and nothing has changed; or what was copied is not what was fetched.
+ *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_NO_FILE: a file operation failed; the call may be
+ *    repeated.
  */
 int zot_conf_roll_back(zot_ctx *handle);
 
@@ -705,6 +736,7 @@ const char *zot_util_cat2str(int32_t category);
  *  - #ZOT_ERR_WRONG_INPUT: another value of @p which.
  *  - #ZOT_ERR_NOT_READY: #ZOT_K_NEW before a completed zot_conf_get().
  *  - #ZOT_ERR_NO_CACHE: there is no such K.
+ *  - #ZOT_ERR_TIMEOUT: another process kept a directory locked.
  *  - #ZOT_ERR_GENERIC: @p dst is the K's own metadata.
  */
 int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which);
