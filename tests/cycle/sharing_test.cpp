@@ -277,6 +277,20 @@ TEST_F(SharingWithACommit, AnOrphanedCopyIsWaitedFor) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
 }
 
+// Another get would sweep what this one has unpacked so far.
+TEST_F(SharingWithACommit, TheScratchFolderOfAGetIsLeftToIt) {
+  const std::string program = e.dir() / "bin/tar";
+  write_bytes(program, "#!/bin/sh\n" + touch("begun") + "sleep 0.3\nexec /bin/tar \"$@\"\n");
+  ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
+  path_.emplace("PATH", (e.dir() / "bin") + ":" + std::getenv("PATH"));
+  const pid_t child = start_commit();
+  wait_for("begun");
+  path_.reset();
+  EXPECT_EQ(e.get().status, ZOT_OK) << e.error_text();
+  EXPECT_EQ(end_of(child), 0);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
 // What others may read but not write.
 TEST_F(Sharing, AReadOnlyCacheAnswersCachedRequests) {
   bring_to(first_configuration());
