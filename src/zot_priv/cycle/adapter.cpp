@@ -135,7 +135,6 @@ class unfinished_archive {
   unfinished_archive &operator=(const unfinished_archive &) = delete;
   ~unfinished_archive() {
     if (handle_ != nullptr) {
-      zot::leave_damaged_files(*handle_);
       zot::remove_strangers(*handle_, k_);
       zot::make_room(*handle_);
     }

@@ -12,8 +12,7 @@ enum commit_progress : uint32_t {
   commit_not_begun = 0,
   commit_k_files = 1,
   commit_gpb_files = 2,
-  commit_medium = 3,
-  commit_end = 4
+  commit_medium = 3
 };
 
 }  // namespace zot

@@ -117,20 +117,13 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
   return status;
 }
 
-// The new files have to be on the medium before the old ones are given up, and that they are given
-// up before the commit is reported as done.
+// The new files have to be on the medium before the old ones are given up.
 int store_on_medium(zot_ctx *handle) {
-  if (open_step(*handle) == zot::commit_medium) {
-    if (!zot::sync_cache(*handle)) {
-      return record_failure(handle, __LINE__, "sync");
-    }
-    if (!zot::retire_undo(*handle)) {
-      return record_failure(handle, __LINE__, "end the commit in");
-    }
-    open_step(*handle) = zot::commit_end;
-  }
-  if (!zot::sync_cache_folder(*handle)) {
+  if (!zot::sync_cache(*handle)) {
     return record_failure(handle, __LINE__, "sync");
+  }
+  if (!zot::retire_undo(*handle)) {
+    return record_failure(handle, __LINE__, "end the commit in");
   }
   zot::remove_undo_leftovers(*handle);
   open_step(*handle) = zot::commit_not_begun;
@@ -161,7 +154,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
     return zot::record(handle, ZOT_NO_UPDATE, operation, __LINE__,
                        "Configuration not changed. It doesn't need to do commit.");
   }
-  if ((step == zot::commit_gpb_files || step == zot::commit_medium) && !zot::owns_undo(*handle)) {
+  if (step > zot::commit_k_files && !zot::owns_undo(*handle)) {
     // Another process has found the interrupted commit and put the old files back.
     step = zot::commit_k_files;
   }
@@ -203,9 +196,9 @@ int zot::settle_failed_commit(zot_ctx &handle) {
   if (const int status = lock.acquire(operation); status != ZOT_OK) {
     return status;
   }
-  zot_list *const gpbs = zot_priv_get_gpb(&handle, ZOT_SLOT_TMP);
-  zot_k *const k = zot_priv_get_k(&handle, ZOT_SLOT_TMP);
-  if (folders.has_memory() && run_commit(&handle, k, gpbs) == ZOT_OK) {
+  const zot_slot &fetched = handle.slot[ZOT_SLOT_TMP];
+  if (folders.has_memory() && fetched.k != nullptr && fetched.gpbs != nullptr &&
+      run_commit(&handle, fetched.k, fetched.gpbs) == ZOT_OK) {
     return ZOT_OK;
   }
   if (!undo_failed_commit(handle)) {

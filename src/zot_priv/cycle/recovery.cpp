@@ -16,6 +16,8 @@ constexpr uint32_t file_topics = ZOT_TOPIC_K | ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 // The temporary slot goes on holding what the commit had made current.
 void undo_in_memory(zot_ctx &handle) {
   zot_slot &last = handle.slot[ZOT_SLOT_LAST];
+  zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CURRENT, nullptr);
+  zot_priv_free_gpb_ex_safe(&handle, ZOT_SLOT_CURRENT, nullptr);
   handle.slot[ZOT_SLOT_CURRENT] = last;
   last = {};
   // The commit gave up these two; both lie in the cache again.

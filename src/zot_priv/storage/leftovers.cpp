@@ -160,18 +160,6 @@ bool has_room(int directory) {
          (!counts_files || room.f_favail >= least_files);
 }
 
-bool is_as_stated(const zot_ctx &handle, const zot_gpb &gpb) {
-  const zot::joined_path file(handle.tmp_gpb_root, gpb.path);
-  struct stat st {};
-  if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
-      st.st_size != static_cast<off_t>(gpb.size)) {
-    return false;
-  }
-  uint32_t size = 0;
-  const zot::c_text content(read_file(file.c_str(), &size));
-  return content != nullptr && cmp_file_sha256(content.get(), size, gpb.checksum) == 0;
-}
-
 void prune(int directory, const listed_files &listed, int depth) {
   for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
     if (S_ISDIR(st.st_mode) && depth < max_depth) {
@@ -230,21 +218,6 @@ void clear_download_targets(const zot_ctx &handle) {
     struct stat st {};
     if (::fstatat(scratch.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0 && !is_plain_file(st)) {
       remove_entry(scratch.get(), name, st);
-    }
-  }
-}
-
-void leave_damaged_files(zot_ctx &handle) {
-  const zot_slot &current = handle.slot[ZOT_SLOT_CURRENT];
-  const bool is_in_force =
-      current.gpbs != nullptr && handle.slot[ZOT_SLOT_TMP].gpbs == current.gpbs;
-  if (!is_in_force || !is_cached_here(handle)) {
-    return;
-  }
-  for (const zot_gpb &gpb : gpb_range(handle.ret.list)) {
-    if (gpb.stat != ZOT_STAT_DELETED && !is_as_stated(handle, gpb)) {
-      handle.ret.root = handle.conf_root;
-      return;
     }
   }
 }

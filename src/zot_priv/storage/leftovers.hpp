@@ -16,11 +16,6 @@ void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs,
 // the next download writes. Removes it.
 void clear_download_targets(const zot_ctx &handle);
 
-// After an archive that failed and may have written over files that cached requests are answered
-// from: lets them be answered from the persistent directory, where those of the configuration in
-// force lie as well.
-void leave_damaged_files(zot_ctx &handle);
-
 // After an archive that failed: removes what it brought below the GPB directory and K does not
 // name, or states to be smaller. Files that cached requests are answered from stay.
 void remove_strangers(const zot_ctx &handle, const zot_k &k);

@@ -236,13 +236,16 @@ bool retire_undo(zot_ctx &handle) {
   if (!root.is_open() || ::renameat(root.get(), undo, root.get(), undo_of_no_use) != 0) {
     return false;
   }
-  handle.own.undo = {};
-  return true;
-}
-
-bool sync_cache_folder(const zot_ctx &handle) {
-  const descriptor root = open_root(handle.conf_root);
-  return root.is_open() && ::fsync(root.get()) == 0;
+  if (::fsync(root.get()) == 0) {
+    handle.own.undo = {};
+    return true;
+  }
+  // Nobody knows what the medium holds now, so the old files stay within reach.
+  const errno_keeper keep_errno;
+  if (::renameat(root.get(), undo_of_no_use, root.get(), undo) == 0) {
+    handle.own.undo = file_id_at(root.get(), undo);
+  }
+  return false;
 }
 
 bool has_undo_leftovers(const zot_ctx &handle) {

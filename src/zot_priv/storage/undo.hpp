@@ -24,12 +24,9 @@ bool owns_undo(const zot_ctx &handle);
 // False, with errno, when something could not be put back.
 bool restore_from_undo(zot_ctx &handle);
 
-// Ends a commit: the new files are the configuration in force from here on. False, with errno, when
-// the old ones still are.
+// Ends a commit: the new files are the configuration in force from here on, also after a loss of
+// power. False, with errno, when that is not sure; the undo folder is there still.
 bool retire_undo(zot_ctx &handle);
-
-// Puts the names in the persistent directory on the medium: that of the undo folder among them.
-bool sync_cache_folder(const zot_ctx &handle);
 
 // Undo folders that were never complete, or are of no use any more.
 bool has_undo_leftovers(const zot_ctx &handle);
