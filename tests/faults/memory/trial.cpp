@@ -127,6 +127,8 @@ bool run_trial(const operation &tried, stage &on, const trial &wanted, shared_re
     static_cast<void>(std::freopen("/dev/null", "we", stdout));
     if (!wanted.shows_all) {
       static_cast<void>(std::freopen("/dev/null", "we", stderr));
+      // The first message would have a buffer allocated, and no failure is to blame for that.
+      static_cast<void>(std::setvbuf(stderr, nullptr, _IONBF, 0));
     }
     try {
       try_it(tried, on, wanted, *told);
