@@ -156,6 +156,18 @@ stored_k read_k(stored_k from) {
   return from;
 }
 
+// Where the next start finds a K file of the cache: the undo folder has the one to put back, or the
+// mark that there was none. Without either the file has not been changed, or is back in its place.
+fs::path standing_k_file(const cache_paths &paths, const std::string &name) {
+  const fs::path undo = undo_folder(paths);
+  const bool is_kept = is_there(undo / name) || is_there(undo / (name + ".absent"));
+  return is_kept && !paths.dev_mode ? undo / name : paths.conf_root / "knowledge" / name;
+}
+
+fs::path standing_files(const cache_paths &paths) {
+  return has_undo_of_files(paths) ? undo_folder(paths) : paths.conf_root;
+}
+
 }  // namespace
 
 bool is_there(const fs::path &path) {
@@ -172,6 +184,15 @@ cache_paths find_cache() {
   found.tmp_root = zot_sub_get_tmp_root(&handle, path.data(), path.size());
   found.port = zot_sub_get_remote_port();
   return found;
+}
+
+fs::path undo_folder(const cache_paths &paths) {
+  return paths.conf_root / "undo";
+}
+
+bool has_undo_of_files(const cache_paths &paths) {
+  const fs::path undo = undo_folder(paths);
+  return !paths.dev_mode && (is_there(undo / "config") || is_there(undo / "config.absent"));
 }
 
 std::string_view name_of(k_slot slot) {
@@ -194,12 +215,14 @@ uint64_t stored_k::size_of_files() const {
 stored_k read_slot(const cache_paths &paths, k_slot slot) {
   static constexpr std::array<const char *, 4> names = {"subsys", "prev_subsys", "corrupted",
                                                         "subsys"};
-  const bool is_scratch = slot == k_slot::scratch;
-  const fs::path folder = is_scratch ? paths.tmp_root : paths.conf_root / "knowledge";
   const std::string name = names.at(static_cast<size_t>(slot));
-  const fs::path conf_files = slot == k_slot::corrupted ? fs::path() : paths.conf_root;
-  return read_k_file(folder / (name + ".k"), folder / (name + ".checksum"),
-                     is_scratch ? paths.tmp_root : conf_files);
+  if (slot == k_slot::scratch) {
+    return read_k_file(paths.tmp_root / (name + ".k"), paths.tmp_root / (name + ".checksum"),
+                       paths.tmp_root);
+  }
+  return read_k_file(standing_k_file(paths, name + ".k"),
+                     standing_k_file(paths, name + ".checksum"),
+                     slot == k_slot::corrupted ? fs::path() : standing_files(paths));
 }
 
 stored_k read_k_file(const fs::path &k, const fs::path &checksum_file, const fs::path &root) {

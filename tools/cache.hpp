@@ -33,6 +33,12 @@ inline constexpr std::array<k_slot, 4> k_slots = {k_slot::current, k_slot::last,
 
 std::string_view name_of(k_slot slot);
 
+// The folder that a commit keeps the configuration before it in until it has ended.
+fs::path undo_folder(const cache_paths &paths);
+
+// Whether that folder keeps the files of that configuration, or the mark that it had none.
+bool has_undo_of_files(const cache_paths &paths);
+
 // Nothing for a name that no slot has.
 std::optional<k_slot> slot_of(std::string_view name);
 
@@ -70,6 +76,8 @@ struct stored_k {
   [[nodiscard]] uint64_t size_of_files() const;
 };
 
+// As the next start finds it: while a commit has not ended, what it keeps of the configuration
+// before it is in force.
 stored_k read_slot(const cache_paths &paths, k_slot slot);
 
 // A K file alone, or held against its checksum file when `checksum_file` is not empty.

@@ -12,6 +12,7 @@
 #include "exit_status.hpp"
 #include "json.hpp"
 #include "k_text.hpp"
+#include "open_commit.hpp"
 #include "text_table.hpp"
 
 namespace zotconf {
@@ -259,6 +260,7 @@ std::vector<difference> differences(const stored_k &from, const stored_k &to) {
 
 int run_diff(const diff_options &options, const console &where) {
   const report found = compare(options);
+  warn_of_open_commit({options.from, options.to}, where);
   if (where.is_json()) {
     write_json(where, found);
   } else {

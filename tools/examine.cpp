@@ -40,12 +40,14 @@ class examination {
       : paths_(paths), strict_(strict), where_(where) {}
 
   findings run() {
+    found_.commit = find_open_commit(paths_);
     for (const k_slot slot : k_slots) {
       found_.slots.at(static_cast<size_t>(slot)) = read_slot(paths_, slot);
       look_at_k(slot);
     }
     look_at_files();
     look_for_unnamed();
+    look_ahead();
     return std::move(found_);
   }
 
@@ -135,7 +137,7 @@ class examination {
 
   void look_for_unnamed() {
     const stored_k &current = found_.slot(k_slot::current);
-    const fs::path folder = paths_.conf_root / "config";
+    const fs::path folder = current.root / "config";
     if (current.wrong) {
       found_.notes.push_back({.kind = "not_checked",
                               .path = folder,
@@ -156,6 +158,24 @@ class examination {
     }
   }
 
+  // What a commit has left, and what it means for what was found.
+  void look_ahead() {
+    const auto bad = std::ranges::find(found_.damaged, k_slot::current, &damage::slot);
+    found_.outlook = outlook_of(found_.commit, found_.slot(k_slot::current),
+                                bad == found_.damaged.end() ? "" : bad->path.string());
+    for (const fs::path &leftover : found_.commit.leftovers) {
+      found_.notes.push_back({.kind = "leftover",
+                              .path = leftover,
+                              .text = "left of a commit: the next start removes it"});
+    }
+    if (found_.commit.state == commit_state::in_progress) {
+      found_.notes.push_back(
+          {.kind = "in_progress",
+           .path = paths_.conf_root,
+           .text = "a commit is in progress: what it changes meanwhile may look damaged"});
+    }
+  }
+
   const cache_paths &paths_;
   bool strict_;
   const console &where_;
@@ -165,7 +185,7 @@ class examination {
 }  // namespace
 
 bool findings::is_clean() const {
-  return std::ranges::all_of(damaged, &damage::is_harmless);
+  return !commit.is_interrupted() && std::ranges::all_of(damaged, &damage::is_harmless);
 }
 
 findings examine(const cache_paths &paths, bool strict, const console &where) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "k_text.hpp"
 #include "status.hpp"
 #include "utilities/shell_word.hpp"
 
@@ -87,11 +88,6 @@ bool ends_at_directories(const cache_paths &paths, next_get &next) {
   return false;
 }
 
-// A K by the name that a person knows it by.
-std::string named(const stored_k &k) {
-  return k.config_id.empty() ? "checksum " + k.checksum : "config ID " + k.config_id;
-}
-
 void foresee_dev_mode(const cache_paths &paths, const slot_state &current, next_get &next) {
   next.sentences.push_back("dev mode: K and files are read from " + paths.conf_root.string() +
                            ", no service is asked, and nothing is committed or rolled back");
@@ -113,9 +109,7 @@ std::string nothing_in_force(const slot_state &current) {
   if (!current.wrong) {
     return text;
   }
-  const std::string culprit =
-      current.bad_file.empty() ? current.k.bad_file().string() : current.bad_file;
-  return text + ", because " + culprit + " is damaged";
+  return text + ", because " + current.culprit() + " is damaged";
 }
 
 void foresee_update(const slot_states &slots, next_get &next) {
@@ -142,7 +136,7 @@ void foresee_update(const slot_states &slots, next_get &next) {
 
 }  // namespace
 
-next_get foresee(const cache_paths &paths, const slot_states &slots) {
+next_get foresee(const cache_paths &paths, const open_commit &commit, const slot_states &slots) {
   next_get next;
   if (ends_at_directories(paths, next)) {
     return next;
@@ -158,6 +152,9 @@ next_get foresee(const cache_paths &paths, const slot_states &slots) {
                            " cannot be written: " + std::strerror(error)});
       return next;
     }
+  }
+  if (commit.is_interrupted()) {
+    next.sentences.emplace_back("the interrupted commit is undone first");
   }
   next.sentences.push_back("the service at http://127.0.0.1:" + std::to_string(paths.port) +
                            " is asked");

@@ -34,6 +34,10 @@ std::string counted(uint64_t number, std::string_view one, std::string_view many
   return std::to_string(number).append(" ").append(number == 1 ? one : many);
 }
 
+std::string named(const stored_k &k) {
+  return k.config_id.empty() ? "checksum " + k.checksum : "config ID " + k.config_id;
+}
+
 state_text state_of(bool is_present, const std::optional<library_status> &wrong) {
   if (!is_present) {
     return {.word = "absent", .with = colour::dim};

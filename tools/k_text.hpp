@@ -19,6 +19,9 @@ std::string iso_time(std::time_t when);
 // "1 entry", "2 entries".
 std::string counted(uint64_t number, std::string_view one, std::string_view many);
 
+// A K by the name that a person knows it by: "config ID 0f8f…", else "checksum 4be1…".
+std::string named(const stored_k &k);
+
 // "absent", "damaged" or "good", and how a terminal shows it.
 struct state_text {
   const char *word;

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "archive_reader.hpp"
+#include "cycle.hpp"
 #include "serve.hpp"
 
 namespace zotconf {
@@ -26,13 +27,14 @@ std::string host_of(const cache_paths &paths) {
 // One repair works at a time.
 class workshop {
  public:
-  explicit workshop(const cache_paths &paths)
+  workshop(const cache_paths &paths, const findings &found)
       : root_(paths.conf_root),
         lock_(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
         folder_(root_ / ".repair") {
     if (!lock_.is_open() || ::flock(lock_.get(), LOCK_EX) != 0) {
       throw_errno("cannot lock " + root_.string());
     }
+    refuse_changes(paths, found.slot(k_slot::current));
     // An interrupted repair leaves its folder behind.
     fs::remove_all(folder_);
     fs::create_directory(folder_);
@@ -84,6 +86,16 @@ class workshop {
   }
 
  private:
+  // Another process may have committed until the lock was free.
+  static void refuse_changes(const cache_paths &paths, const stored_k &known) {
+    const stored_k now = read_slot(paths, k_slot::current);
+    if (is_there(undo_folder(paths)) || now.checksum != known.checksum ||
+        now.announced != known.announced) {
+      throw std::runtime_error("another process changed " + paths.conf_root.string() +
+                               " meanwhile: verify it again");
+    }
+  }
+
   void take_away(const fs::path &path) {
     fs::rename(path, folder_ / ("away-" + std::to_string(taken_++)));
   }
@@ -160,8 +172,8 @@ std::string restore_k(k_slot slot, const stored_k &stored, const stored_k &offer
 // One attempt to bring the bad files of the configuration in force back.
 class file_repair {
  public:
-  file_repair(const cache_paths &paths, const console &where, size_t total)
-      : paths_(paths), shop_(paths), work_(where, "fetched", total) {}
+  file_repair(const cache_paths &paths, const findings &found, const console &where, size_t total)
+      : paths_(paths), shop_(paths, found), work_(where, "fetched", total) {}
 
   repair_report run(std::span<const listed_file> files) {
     while (!files.empty() && !report_.service_error) {
@@ -275,6 +287,21 @@ class file_repair {
 
 }  // namespace
 
+repair_outcome undo_commit(const cache_paths &paths, const element &who, const console &where) {
+  cycle_options options;
+  options.subsys = who.subsys;
+  options.index = who.index;
+  std::string reason;
+  const auto undone_by = create_handle(options, where.err(), reason);
+  const fs::path undo = undo_folder(paths);
+  if (!is_there(undo)) {
+    return {.path = undo, .result = "repaired", .text = ""};
+  }
+  return {.path = undo,
+          .result = "not_restorable",
+          .text = undone_by ? "the library could not put back what it keeps" : reason};
+}
+
 repair_report repair_k(const cache_paths &paths, const element &who, const findings &found) {
   repair_report report;
   for (const damage &bad : found.damaged) {
@@ -288,7 +315,7 @@ repair_report repair_k(const cache_paths &paths, const element &who, const findi
   if (std::ranges::none_of(found.damaged, is_of_cached_k)) {
     return report;
   }
-  workshop shop(paths);
+  workshop shop(paths, found);
   const published_k offered(paths, who, shop.folder());
   const bool is_in_force = std::ranges::any_of(found.damaged, [](const damage &bad) {
     return is_of_cached_k(bad) && bad.slot == k_slot::current;
@@ -337,7 +364,7 @@ repair_report repair_files(const cache_paths &paths, const findings &found, cons
   if (files.empty()) {
     return refused;
   }
-  repair_report report = file_repair(paths, where, files.size()).run(files);
+  repair_report report = file_repair(paths, found, where, files.size()).run(files);
   std::ranges::move(refused.outcomes, std::back_inserter(report.outcomes));
   return report;
 }

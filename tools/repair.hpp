@@ -22,6 +22,9 @@ struct repair_report {
   std::optional<library_status> service_error;  // with which the service ended the repair
 };
 
+// Lets the library undo an interrupted commit, as it does at a start.
+repair_outcome undo_commit(const cache_paths &paths, const element &who, const console &where);
+
 // The K in force and its checksum file. Other K of the cache can be fetched from nowhere, which the
 // report says of them.
 repair_report repair_k(const cache_paths &paths, const element &who, const findings &found);

@@ -8,6 +8,7 @@
 #include "exit_status.hpp"
 #include "json.hpp"
 #include "k_text.hpp"
+#include "open_commit.hpp"
 #include "text_table.hpp"
 
 namespace zotconf {
@@ -68,6 +69,7 @@ void write_text(const console &where, const stored_k &k, const selection &chosen
 
 int run_show(const show_options &options, const console &where) {
   const stored_k k = read_good_source(options.source, options.who);
+  warn_of_open_commit({options.source}, where);
   const selection chosen = select(k, options.filter);
   if (where.is_json()) {
     write_json(where, k, chosen);

@@ -6,6 +6,7 @@
 #include "exit_status.hpp"
 #include "json.hpp"
 #include "k_text.hpp"
+#include "room.hpp"
 #include "text_table.hpp"
 
 namespace zotconf {
@@ -39,8 +40,41 @@ slot_states read_slots(const cache_paths &paths, const console &where) {
   return states;
 }
 
-void write_json(const console &where, const cache_paths &paths, const slot_states &states,
-                const next_get &next) {
+// All that the command tells.
+struct cache_status {
+  cache_paths paths;
+  slot_states slots;
+  commit_outlook commit;
+  std::optional<room> needed;  // nothing: not known
+  next_get next;
+};
+
+// An update is measured by the configuration in force. Beside an open commit, what is free now is
+// not what the next commit finds.
+std::optional<room> find_room(const cache_paths &paths, const open_commit &commit,
+                              const slot_state &current) {
+  const auto on = volume_of(paths);
+  if (paths.dev_mode || !commit.undo.empty() || !current.is_good() || !on) {
+    return std::nullopt;
+  }
+  return room_of(current.k, *on);
+}
+
+cache_status look(const console &where) {
+  cache_status found;
+  found.paths = find_cache();
+  const open_commit commit = find_open_commit(found.paths);
+  found.slots = read_slots(found.paths, where);
+  const slot_state &current = found.slots.at(static_cast<size_t>(k_slot::current));
+  found.commit = outlook_of(commit, current.k, current.wrong ? current.culprit() : "");
+  found.needed = find_room(found.paths, commit, current);
+  found.next = foresee(found.paths, commit, found.slots);
+  return found;
+}
+
+void write_json(const console &where, const cache_status &found) {
+  const cache_paths &paths = found.paths;
+  const next_get &next = found.next;
   json_document document;
   json_node root = document.root();
   root.set("conf_root", paths.conf_root.string())
@@ -49,7 +83,7 @@ void write_json(const console &where, const cache_paths &paths, const slot_state
       .set("port", paths.port)
       .set("service", "http://127.0.0.1:" + std::to_string(paths.port));
   json_node list = root.array("slots");
-  for (const slot_state &state : states) {
+  for (const slot_state &state : found.slots) {
     json_node item = list.append();
     item.set("slot", name_of(state.slot))
         .set("state", state_of(state.k.is_present, state.wrong).word);
@@ -57,6 +91,8 @@ void write_json(const console &where, const cache_paths &paths, const slot_state
     set_status(item, "wrong", state.wrong);
     item.set("bad_file", state.bad_file.empty() ? std::nullopt : std::optional(state.bad_file));
   }
+  set_outlook(root, found.commit);
+  set_room(root, found.needed);
   json_node foreseen = root.object("next_get");
   foreseen.set("outcome", next.outcome);
   set_status(foreseen, "error", next.error);
@@ -107,35 +143,41 @@ void print_slots(const console &where, const slot_states &states) {
   table.print(where);
   for (const slot_state &state : states) {
     if (state.wrong) {
-      where.out() << name_of(state.slot) << ": "
-                  << printable(state.bad_file.empty() ? state.k.bad_file().string()
-                                                      : state.bad_file)
-                  << ": " << printable(described(*state.wrong)) << '\n';
+      where.out() << name_of(state.slot) << ": " << printable(state.culprit()) << ": "
+                  << printable(described(*state.wrong)) << '\n';
     }
   }
 }
 
-void write_text(const console &where, const cache_paths &paths, const slot_states &states,
-                const next_get &next) {
-  print_paths(where, paths, states);
-  where.out() << '\n';
-  print_slots(where, states);
-  where.out() << '\n' << where.paint("the next get:", colour::bold) << '\n';
-  for (const std::string &sentence : next.sentences) {
+void print_list(const console &where, const char *heading,
+                const std::vector<std::string> &sentences) {
+  where.out() << '\n' << where.paint(heading, colour::bold) << '\n';
+  for (const std::string &sentence : sentences) {
     where.out() << "  - " << printable(sentence) << '\n';
   }
+}
+
+void write_text(const console &where, const cache_status &found) {
+  print_paths(where, found.paths, found.slots);
+  where.out() << '\n';
+  print_slots(where, found.slots);
+  if (!found.commit.sentences.empty()) {
+    print_list(where, "the last commit:", found.commit.sentences);
+  }
+  if (found.needed && !found.needed->fits_beside()) {
+    where.out() << '\n' << where.paint("warning:", colour::yellow) << ' ' << room_warning << '\n';
+  }
+  print_list(where, "the next get:", found.next.sentences);
 }
 
 }  // namespace
 
 int run_status(const status_options & /*options*/, const console &where) {
-  const cache_paths paths = find_cache();
-  const slot_states states = read_slots(paths, where);
-  const next_get next = foresee(paths, states);
+  const cache_status found = look(where);
   if (where.is_json()) {
-    write_json(where, paths, states, next);
+    write_json(where, found);
   } else {
-    write_text(where, paths, states, next);
+    write_text(where, found);
   }
   return exit_success;
 }

@@ -10,6 +10,7 @@
 
 #include "cache.hpp"
 #include "console.hpp"
+#include "open_commit.hpp"
 
 namespace zotconf {
 
@@ -23,6 +24,10 @@ struct slot_state {
   std::string bad_file;                 // that file; empty when K itself is wrong
 
   [[nodiscard]] bool is_good() const { return k.is_present && !wrong; }
+  // The file that is to blame when something is wrong.
+  [[nodiscard]] std::string culprit() const {
+    return bad_file.empty() ? k.bad_file().string() : bad_file;
+  }
 };
 
 using slot_states = std::array<slot_state, k_slots.size()>;
@@ -34,7 +39,7 @@ struct next_get {
   std::optional<library_status> error;  // with which it would fail
 };
 
-next_get foresee(const cache_paths &paths, const slot_states &slots);
+next_get foresee(const cache_paths &paths, const open_commit &commit, const slot_states &slots);
 
 // Returns an exit status.
 int run_status(const status_options &options, const console &where);

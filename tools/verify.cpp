@@ -27,6 +27,17 @@ std::string spaced(std::string word) {
   return word;
 }
 
+int64_t count_of_bad(const findings &found) {
+  return std::ranges::count(found.damaged, false, &damage::is_harmless);
+}
+
+const char *result_of(const findings &found) {
+  if (found.is_clean()) {
+    return "clean";
+  }
+  return count_of_bad(found) > 0 ? "damaged" : "interrupted";
+}
+
 void set_damage(json_node list, const damage &bad) {
   list.append()
       .set("path", bad.path.string())
@@ -73,10 +84,11 @@ void write_json(const console &where, const verdict_of_verify &told) {
   for (const verify_note &note : told.found.notes) {
     notes.append().set("kind", note.kind).set("path", note.path.string()).set("text", note.text);
   }
+  set_outlook(root, told.found.outlook);
   set_repair(root, told.repair);
   root.set("files", told.found.files)
       .set("bytes", told.found.bytes)
-      .set("result", told.found.is_clean() ? "clean" : "damaged");
+      .set("result", result_of(told.found));
   where.out() << document.text();
 }
 
@@ -110,6 +122,11 @@ void print_repair(const console &where, const repair_report &repair) {
 }
 
 void print_findings(const console &where, const findings &found) {
+  if (found.commit.is_interrupted()) {
+    for (const std::string &sentence : found.outlook.sentences) {
+      where.out() << where.paint("commit", colour::red) << ": " << printable(sentence) << '\n';
+    }
+  }
   for (const damage &bad : found.damaged) {
     where.out() << (bad.is_harmless ? where.paint("harmless", colour::yellow)
                                     : where.paint("damaged", colour::red))
@@ -130,11 +147,11 @@ void write_text(const console &where, const verdict_of_verify &told) {
     print_repair(where, *told.repair);
   }
   print_findings(where, found);
-  if (found.is_clean()) {
-    where.out() << where.paint("clean", colour::green) << ": ";
-  } else {
-    const auto bad = std::ranges::count(found.damaged, false, &damage::is_harmless);
-    where.out() << where.paint("damaged", colour::red) << ": " << bad << " bad; ";
+  const auto bad = count_of_bad(found);
+  where.out() << where.paint(result_of(found), found.is_clean() ? colour::green : colour::red)
+              << ": ";
+  if (bad > 0) {
+    where.out() << bad << " bad; ";
   }
   where.out() << counted(found.files, "file", "files") << ", " << found.bytes << " bytes checked\n";
 }
@@ -153,6 +170,17 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
   if (told.paths.dev_mode) {
     throw std::runtime_error("dev mode: " + told.paths.conf_root.string() +
                              " is not the library's to write");
+  }
+  if (told.found.commit.state == commit_state::in_progress) {
+    throw std::runtime_error("a commit is in progress: nothing was repaired");
+  }
+  if (told.found.commit.is_interrupted()) {
+    told.repair->outcomes.push_back(undo_commit(told.paths, options.who, where));
+    told.found = examine(told.paths, options.strict, where);
+    // Files put in place now would be replaced when the commit is undone.
+    if (told.found.is_clean() || !told.found.commit.undo.empty()) {
+      return;
+    }
   }
   append(*told.repair, repair_k(told.paths, options.who, told.found));
   if (!told.found.slot(k_slot::current).is_good()) {

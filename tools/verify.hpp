@@ -11,6 +11,7 @@
 
 #include "cache.hpp"
 #include "console.hpp"
+#include "open_commit.hpp"
 
 namespace zotconf {
 
@@ -39,6 +40,8 @@ struct verify_note {
 };
 
 struct findings {
+  open_commit commit;
+  commit_outlook outlook;  // of the commit
   std::array<stored_k, k_slots.size()> slots;
   std::vector<damage> damaged;
   std::vector<verify_note> notes;
@@ -48,6 +51,7 @@ struct findings {
   [[nodiscard]] const stored_k &slot(k_slot which) const {
     return slots.at(static_cast<size_t>(which));
   }
+  // No damage that counts, and no commit that has to be undone.
   [[nodiscard]] bool is_clean() const;
 };
 

@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/repair.hpp"
 
-#include <fcntl.h>
-
 #include <csignal>
 #include <cstdlib>
 
 #include "cached_element.hpp"
+#include "interrupted.hpp"
 #include "json_value.hpp"
-#include "tools/archive.hpp"
-#include "tools/archive_reader.hpp"
 
 namespace zot::test {
 namespace {
@@ -18,6 +15,22 @@ constexpr int clean = 0;
 constexpr int failed = 1;
 constexpr int usage = 2;
 constexpr int damaged = 7;
+
+// Whether zotconf, once it runs as this process, has a directory open.
+bool has_open(pid_t process, const std::string &directory) {
+  std::error_code gone;
+  const std::filesystem::path of_process = "/proc/" + std::to_string(process);
+  // Until then the process has what the test has open.
+  if (!has(read_bytes(of_process / "cmdline"), "--repair")) {
+    return false;
+  }
+  for (const auto &each : std::filesystem::directory_iterator(of_process / "fd", gone)) {
+    if (std::filesystem::read_symlink(each.path(), gone) == directory) {
+      return true;
+    }
+  }
+  return false;
+}
 
 class Repair : public CachedElement {
  protected:
@@ -298,78 +311,41 @@ TEST_F(Repair, AsksForManyFilesInTurns) {
   EXPECT_EQ(read_bytes(conf("config/Vlan/299/1")), "id=299");
 }
 
-// An archive of a folder, made by tar as it is told.
-class Unpack : public testing::Test {
- protected:
-  void pack(const std::string &words) const {
-    const std::string command =
-        "tar czf '" + archive_ + "' -C '" + (dir_ / "pack") + "' " + words + " 2>/dev/null";
-    ASSERT_EQ(std::system(command.c_str()), 0);
-  }
-  void SetUp() override {
-    write_bytes(dir_ / "pack/config/Wlan/a/1", "ssid=a");
-    std::filesystem::create_directories(dir_ / "out");
-  }
-
-  temp_dir dir_;
-  std::string archive_ = dir_ / "files.tgz";
-  std::map<std::string, zotconf::wanted_member> wanted_ = {
-      {"config/Wlan/a/1", {.to = dir_ / "out/a", .longest = 6}}};
-};
-
-TEST_F(Unpack, TakesWhatIsWantedAndNothingElse) {
-  write_bytes(dir_ / "pack/config/Wlan/b/1", "ssid=b");
-  pack("config");
-  zotconf::unpack(archive_, wanted_);
-  EXPECT_EQ(tree(dir_ / "out"), std::vector<std::string>{"a"});
-  EXPECT_EQ(read_bytes(dir_ / "out/a"), "ssid=a");
+TEST_F(Repair, StopsAtACommitThatTheLibraryCannotUndo) {
+  const interrupted_commit commit(conf_root_);
+  std::filesystem::remove(commit.undo("subsys.k"));
+  std::filesystem::create_directories(commit.undo("subsys.k"));
+  std::filesystem::remove(conf("config/Zone/z/1"));
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out, "not restorable: " + conf("undo") +
+                                ": the library could not put back what it keeps\n"))
+      << done.out;
+  EXPECT_FALSE(exists(conf("config/Zone/z/1")));
 }
 
-TEST_F(Unpack, TakesNamesWithALeadingDotOrSlash) {
-  pack("./config");
-  zotconf::unpack(archive_, wanted_);
-  EXPECT_EQ(read_bytes(dir_ / "out/a"), "ssid=a");
-  std::filesystem::remove(dir_ / "out/a");
-  pack("-P --transform 's,^,/,' config/Wlan/a/1");
-  zotconf::unpack(archive_, wanted_);
-  EXPECT_EQ(read_bytes(dir_ / "out/a"), "ssid=a");
+TEST_F(Repair, TouchesNothingWhileACommitGoesOn) {
+  const interrupted_commit commit(conf_root_);
+  write_bytes(conf("config/Zone/z/1"), "country=FR");
+  const held_lock running(conf_root_);
+  const auto before = snapshot(dir_ / "device");
+  const finished done = repair();
+  EXPECT_EQ(done.status, failed);
+  EXPECT_TRUE(has(done.err, "a commit is in progress: nothing was repaired")) << done.err;
+  EXPECT_EQ(snapshot(dir_ / "device"), before);
 }
 
-TEST_F(Unpack, TakesNoLink) {
-  std::filesystem::remove(dir_ / "pack/config/Wlan/a/1");
-  write_bytes(dir_ / "pack/target", "target");
-  std::filesystem::create_symlink("/etc/passwd", dir_ / "pack/config/Wlan/a/1");
-  pack("config");
-  zotconf::unpack(archive_, wanted_);
-  std::filesystem::remove(dir_ / "pack/config/Wlan/a/1");
-  std::filesystem::create_hard_link(dir_ / "pack/target", dir_ / "pack/config/Wlan/a/1");
-  pack("target config");
-  zotconf::unpack(archive_, wanted_);
-  EXPECT_TRUE(std::filesystem::is_empty(dir_ / "out"));
-}
-
-TEST_F(Unpack, CutsWhatIsTooLong) {
-  write_bytes(dir_ / "pack/config/Wlan/a/1", std::string(100000, 'x'));
-  pack("config");
-  zotconf::unpack(archive_, wanted_);
-  EXPECT_EQ(std::filesystem::file_size(dir_ / "out/a"), 7U);
-}
-
-TEST_F(Unpack, RefusesWhatIsNoArchive) {
-  write_bytes(archive_, "404 not found");
-  EXPECT_THROW(zotconf::unpack(archive_, wanted_), std::runtime_error);
-}
-
-TEST_F(Unpack, RefusesATruncatedArchive) {
-  std::string noise;
-  for (unsigned int i = 0; noise.size() < 200000; ++i) {
-    noise += sha256_hex(std::to_string(i));
-  }
-  write_bytes(dir_ / "pack/config/Wlan/a/1", noise);
-  wanted_.at("config/Wlan/a/1").longest = noise.size();
-  pack("config");
-  std::filesystem::resize_file(archive_, std::filesystem::file_size(archive_) / 2);
-  EXPECT_THROW(zotconf::unpack(archive_, wanted_), std::runtime_error);
+TEST_F(Repair, PutsNothingBesideWhatAnotherProcessCommitsMeanwhile) {
+  write_bytes(conf("config/Zone/z/1"), "country=FR");
+  const std::string root = std::filesystem::canonical(conf_root_);
+  std::unique_ptr<held_lock> other = std::make_unique<held_lock>(conf_root_);
+  background running({"verify", "--repair", "--index", index_}, variables());
+  wait_until([&] { return has_open(running.pid(), root); }, "the repair at the lock");
+  const interrupted_commit commit(conf_root_);
+  other.reset();
+  EXPECT_EQ(running.wait(), failed);
+  EXPECT_TRUE(has(running.err(), "another process changed " + conf_root_)) << running.err();
+  EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=FR");
 }
 
 }  // namespace

@@ -5,8 +5,10 @@
 
 #include <csignal>
 #include <functional>
+#include <memory>
 
 #include "cached_element.hpp"
+#include "interrupted.hpp"
 #include "json_value.hpp"
 #include "terminal.hpp"
 
@@ -320,6 +322,63 @@ TEST_F(LongVerify, ShowsItsProgressOnATerminalOnly) {
   EXPECT_EQ(run_zotconf({"verify"}, variables).err, "");
   variables["NO_COLOR"] = "";
   EXPECT_FALSE(has(run_on_terminal({"verify"}, variables).out, " files/s"));
+}
+
+// A commit is cut off while it copies files.
+class VerifyInterrupted : public Verify {
+ protected:
+  void SetUp() override {
+    Verify::SetUp();
+    commit_ = std::make_unique<interrupted_commit>(conf_root_);
+    commit_->rotate_k("{\"half\": ");
+    commit_->keep_files();
+    commit_->write_file("Wlan/a/2", "half");
+  }
+  std::unique_ptr<interrupted_commit> commit_;
+};
+
+TEST_F(VerifyInterrupted, FindsTheCommitAndNoDamage) {
+  const finished done = verify();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out,
+                  "commit: interrupted commit: the next start puts the configuration before it "
+                  "back\ncommit: in force then: checksum "))
+      << done.out;
+  EXPECT_TRUE(has(done.out, "interrupted: 6 files, 44 bytes checked\n")) << done.out;
+}
+
+TEST_F(VerifyInterrupted, WritesJson) {
+  const json_value found = told();
+  EXPECT_EQ(found["result"].text(), "interrupted");
+  EXPECT_EQ(found["damaged"].size() + found["notes"].size(), 0);
+  EXPECT_EQ(found["commit"]["state"].text(), "interrupted");
+  EXPECT_EQ(found["commit"]["next_start"].text(), "previous");
+}
+
+TEST_F(VerifyInterrupted, JudgesTheFilesThatComeBack) {
+  write_bytes(commit_->undo("config/Wlan/b/1"), "damage");
+  EXPECT_EQ(damage()["path"].text(), commit_->undo("config/Wlan/b/1"));
+  EXPECT_EQ(told()["result"].text(), "damaged");
+  EXPECT_EQ(told()["commit"]["next_start"].text(), "nothing");
+  EXPECT_TRUE(has(verify().out, "damaged: 1 bad; 6 files"));
+}
+
+TEST_F(VerifyInterrupted, JudgesTheKThatComesBack) {
+  write_bytes(commit_->undo("subsys.k"), "{}");
+  EXPECT_EQ(damage()["path"].text(), commit_->undo("subsys.k"));
+  EXPECT_EQ(damage()["slot"].text(), "current");
+}
+
+TEST_F(VerifyInterrupted, IsNoFindingWhileTheCommitGoesOn) {
+  const held_lock running(conf_root_);
+  EXPECT_EQ(verify().status, clean);
+  EXPECT_EQ(notes(), "in_progress " + conf("") + "\n");
+}
+
+TEST_F(Verify, NotesWhatACommitLeft) {
+  std::filesystem::create_directories(conf("undo.old"));
+  EXPECT_EQ(verify().status, clean);
+  EXPECT_EQ(notes(), "leftover " + conf("undo.old") + "\n");
 }
 
 }  // namespace

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+// Whether an update fits beside the configuration in force. Where it does not, a commit removes the
+// old files first.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "cache.hpp"
+#include "json.hpp"
+
+namespace zotconf {
+
+// The file system that the cache lies on.
+struct volume {
+  uint64_t block_size = 1;
+  uint64_t free_bytes = 0;             // for the user of this process
+  std::optional<uint64_t> free_files;  // nothing: files are not counted there
+  bool folders_take_blocks = false;
+};
+
+// Nothing when the cache is not there.
+std::optional<volume> volume_of(const cache_paths &paths);
+
+// What a configuration takes on that file system.
+struct room {
+  uint64_t needed_bytes = 0;
+  uint64_t needed_files = 0;  // with K, its checksum file and folders
+  uint64_t free_bytes = 0;
+  std::optional<uint64_t> free_files;
+
+  // Whether another one of this size fits beside it.
+  [[nodiscard]] bool fits_beside() const {
+    return needed_bytes <= free_bytes && (!free_files || needed_files <= *free_files);
+  }
+};
+
+room room_of(const stored_k &k, const volume &on);
+
+// The member "room" of a command's JSON; null for nothing.
+void set_room(json_node into, const std::optional<room> &told);
+
+inline constexpr const char *room_warning =
+    "an update of this size fits only when the old files are removed first: a power cut during "
+    "that "
+    "commit would leave no configuration";
+
+}  // namespace zotconf
