@@ -3,6 +3,7 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 #include <string_view>
@@ -70,6 +71,11 @@ void write_change_list(const fs::path &file, const entries &list,
         .set("path", path);
   }
   replace_file(file, document.text(), durability::buffered);
+}
+
+bool has_entry_in_force(const entries &list) {
+  return std::ranges::any_of(list,
+                             [](const entry &one) { return one.change() != change::deleted; });
 }
 
 command_end end_of_command(int status) {

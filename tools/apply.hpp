@@ -21,6 +21,9 @@ void write_entries(const fs::path &folder, const entries &list);
 void write_change_list(const fs::path &file, const entries &list,
                        const std::optional<metadata> &from);
 
+// Whether a list has an entry to hand over; one that only deletes has none.
+bool has_entry_in_force(const entries &list);
+
 struct command_end {
   bool accepted = false;
   std::string text;  // "exit status 7", "ended by signal 9"

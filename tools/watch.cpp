@@ -7,6 +7,7 @@
 #include <ctime>
 #include <ostream>
 #include <thread>
+#include <utility>
 
 #include "apply.hpp"
 #include "backoff.hpp"
@@ -123,6 +124,13 @@ class reporter {
   const notifier &manager_;
 };
 
+// What the command has said of a configuration.
+struct decision {
+  std::string k;  // its bytes
+  bool accepted = false;
+  report news;  // once it is done
+};
+
 class watcher {
  public:
   watcher(const watch_options &options, handle &element, const console &where)
@@ -177,16 +185,35 @@ class watcher {
     }
     const status &result = list.result();
     if (result == ZOT_ERR_SAME_AS_CORRUPTED) {
-      return settle({.what = event::same_as_rolled_back, .status = result.code()});
+      return conclude(ZOT_SLOT_CORRUPTED,
+                      {.what = event::same_as_rolled_back, .status = result.code()});
     }
     if (result.is_error()) {
       return fail({.what = event::service_failing, .text = result.text(), .status = result.code()});
     }
-    return element_.is_new() ? take(list) : settle({.what = event::no_update});
+    return element_.is_new() ? take(list) : conclude(ZOT_SLOT_CURRENT, {.what = event::no_update});
   }
 
-  // Hands a new configuration to the command and does what that one decides.
+  // The bytes of a K; empty when there is none.
+  [[nodiscard]] std::string bytes_of(uint32_t slot) const {
+    const zot_k *const k = zot_priv_get_k(element_.c_handle(), slot);
+    return k != nullptr && k->data != nullptr ? std::string(k->data, k->data_len) : "";
+  }
+
+  // A get that brings nothing new. It may have ended what failed before, which is told then.
+  milliseconds conclude(uint32_t slot, const report &news) {
+    const auto decided = std::exchange(decided_, std::nullopt);
+    return settle(decided && decided->k == bytes_of(slot) ? decided->news : news);
+  }
+
+  // Hands a new configuration to the command and does what that one decides. What it has decided
+  // before is still to be done.
   milliseconds take(const entries &list) {
+    const std::string k = bytes_of(ZOT_SLOT_TMP);
+    if (decided_ && decided_->k == k) {
+      return answer();
+    }
+    decided_.reset();
     const auto from = element_.metadata_of(generation::fetched);
     std::optional<command_end> end;
     try {
@@ -198,15 +225,13 @@ class watcher {
       is_undecided_ = true;
       return 0ms;
     }
-    if (!answer(end->accepted)) {
-      return 0ms;
-    }
     report news{.what = end->accepted ? event::committed : event::rolled_back,
                 .text = end->accepted ? size_of(list) : "apply: " + end->text};
     if (from && !from->config_id.empty()) {
       news.config_id = from->config_id;
     }
-    return settle(news);
+    decided_ = decision{.k = k, .accepted = end->accepted, .news = news};
+    return answer();
   }
 
   // Hands what is in force to the command, which has no say.
@@ -215,6 +240,10 @@ class watcher {
     report news{.what = event::applied_cached, .text = list.result().text()};
     if (list.result().is_error()) {
       news.status = list.result().code();
+    } else if (!has_entry_in_force(list)) {
+      // The command would take what was in force once for deleted.
+      news.text = "no entry is in force, CMD was not run";
+      news.status = ZOT_ERR_NO_CACHE;
     } else {
       try {
         const auto end = apply(list, element_.metadata_of(generation::current));
@@ -257,19 +286,14 @@ class watcher {
     command.send(SIGKILL);
   }
 
-  // Commits or rolls back, as often as it takes. False when a signal to stop came before.
-  bool answer(bool accepted) {
-    while (true) {
-      const status done = accepted ? element_.commit() : element_.roll_back();
-      if (!done.is_error()) {
-        return true;
-      }
-      rest(fail({.what = event::verdict_failing, .text = done.text(), .status = done.code()}));
-      if (is_stopped()) {
-        is_undecided_ = true;
-        return false;
-      }
+  // Commits or rolls back. After a failure the next get ends it, or offers the configuration again:
+  // another process may have taken its files from the scratch area.
+  milliseconds answer() {
+    const status done = decided_->accepted ? element_.commit() : element_.roll_back();
+    if (done.is_error()) {
+      return fail({.what = event::verdict_failing, .text = done.text(), .status = done.code()});
     }
+    return settle(std::exchange(decided_, std::nullopt)->news);
   }
 
   // All went well: the next get is due at its usual time.
@@ -302,7 +326,9 @@ class watcher {
 
   [[nodiscard]] std::string reason_to_stop() const {
     return "signal " + std::to_string(wake_.stop_signal()) +
-           (is_undecided_ ? ", the new configuration is neither committed nor rolled back" : "");
+           (is_undecided_ || decided_
+                ? ", the new configuration is neither committed nor rolled back"
+                : "");
   }
 
   const watch_options &options_;
@@ -313,6 +339,7 @@ class watcher {
   backoff backoff_;
   std::optional<report> told_;
   bool is_ready_ = false;
+  std::optional<decision> decided_;  // not yet done
   bool is_undecided_ = false;
 };
 
