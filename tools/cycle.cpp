@@ -98,11 +98,6 @@ int run_cycle(const cycle_options &chosen, const console &where, cycle_report &r
       return exit_failure;
     }
   }
-  // What was in force once is nobody's to delete.
-  if (chosen.want == ZOT_STAT_CACHED && !is_rolled_back && !has_entry_in_force(list)) {
-    report.tell_failure("get", status(ZOT_ERR_NO_CACHE, "No cached data now"));
-    return exit_failure;
-  }
   const bool is_new = client->is_new();
   const outcome &found = outcome_of(list, is_new, chosen);
   const auto from = client->metadata_of(is_new ? generation::fetched : generation::current);

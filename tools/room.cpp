@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <set>
 
@@ -10,6 +11,12 @@
 
 namespace zotconf {
 namespace {
+
+// st_blocks counts these, whatever blocks the file system has.
+constexpr uint64_t stat_block = 512;
+// The undo folder, and in it a name for each K file and for the folder of the files.
+constexpr uint64_t undo_folders = 1;
+constexpr uint64_t undo_names = 7;
 
 uint64_t in_blocks(uint64_t size, uint64_t block_size) {
   return (size + block_size - 1) / block_size * block_size;
@@ -20,19 +27,22 @@ uint64_t in_blocks(uint64_t size, uint64_t block_size) {
 std::optional<volume> volume_of(const cache_paths &paths) {
   struct statvfs found {};
   struct stat folder {};
-  if (::statvfs(paths.conf_root.c_str(), &found) != 0 ||
+  if (::statvfs(paths.conf_root.c_str(), &found) != 0 || found.f_frsize == 0 ||
       ::stat((paths.conf_root / "knowledge").c_str(), &folder) != 0) {
     return std::nullopt;
   }
-  const uint64_t block_size = found.f_frsize != 0 ? found.f_frsize : found.f_bsize;
+  // What is set aside for root counts for root.
+  const bool is_root = ::geteuid() == 0;
   volume on;
-  on.block_size = block_size != 0 ? block_size : 1;
-  on.free_bytes = uint64_t{found.f_bavail} * on.block_size;
-  // A file system that makes files as it needs them tells none.
-  if (found.f_files != 0) {
-    on.free_files = found.f_favail;
+  on.block_size = found.f_frsize;
+  on.folder_size = static_cast<uint64_t>(folder.st_blocks) * stat_block;
+  // A file system without a size of its own tells none.
+  if (found.f_blocks != 0) {
+    on.free_bytes = uint64_t{is_root ? found.f_bfree : found.f_bavail} * on.block_size;
   }
-  on.folders_take_blocks = folder.st_blocks != 0;
+  if (found.f_files != 0) {
+    on.free_files = is_root ? found.f_ffree : found.f_favail;
+  }
   return on;
 }
 
@@ -41,18 +51,16 @@ room room_of(const stored_k &k, const volume &on) {
   needed.free_bytes = on.free_bytes;
   needed.free_files = on.free_files;
   std::set<fs::path> folders = {"config"};
+  for (const uint64_t size : {uint64_t{k.bytes.size()}, uint64_t{ZOT_CHECKSUM_LEN + 1}}) {
+    needed.needed_bytes += in_blocks(size, on.block_size);
+  }
   for (const listed_file &file : k.files) {
     needed.needed_bytes += in_blocks(file.size, on.block_size);
     const fs::path key = path_of(file, "").parent_path();
     folders.insert({key, key.parent_path()});
   }
-  for (const uint64_t size : {uint64_t{k.bytes.size()}, uint64_t{ZOT_CHECKSUM_LEN}}) {
-    needed.needed_bytes += in_blocks(size, on.block_size);
-  }
-  needed.needed_files = k.files.size() + folders.size() + 2;
-  if (on.folders_take_blocks) {
-    needed.needed_bytes += folders.size() * on.block_size;
-  }
+  needed.needed_bytes += (folders.size() + undo_folders) * on.folder_size;
+  needed.needed_files = k.files.size() + 2 + folders.size() + undo_folders + undo_names;
   return needed;
 }
 

@@ -14,9 +14,9 @@ namespace zotconf {
 // The file system that the cache lies on.
 struct volume {
   uint64_t block_size = 1;
-  uint64_t free_bytes = 0;             // for the user of this process
-  std::optional<uint64_t> free_files;  // nothing: files are not counted there
-  bool folders_take_blocks = false;
+  uint64_t folder_size = 0;            // bytes that a folder takes
+  std::optional<uint64_t> free_bytes;  // for the user of this process; nothing: no limit
+  std::optional<uint64_t> free_files;  // the same
 };
 
 // Nothing when the cache is not there.
@@ -25,13 +25,14 @@ std::optional<volume> volume_of(const cache_paths &paths);
 // What a configuration takes on that file system.
 struct room {
   uint64_t needed_bytes = 0;
-  uint64_t needed_files = 0;  // with K, its checksum file and folders
-  uint64_t free_bytes = 0;
+  uint64_t needed_files = 0;  // with folders, K and what a commit keeps
+  std::optional<uint64_t> free_bytes;
   std::optional<uint64_t> free_files;
 
   // Whether another one of this size fits beside it.
   [[nodiscard]] bool fits_beside() const {
-    return needed_bytes <= free_bytes && (!free_files || needed_files <= *free_files);
+    return (!free_bytes || needed_bytes <= *free_bytes) &&
+           (!free_files || needed_files <= *free_files);
   }
 };
 

@@ -311,6 +311,31 @@ TEST_F(Repair, AsksForManyFilesInTurns) {
   EXPECT_EQ(read_bytes(conf("config/Vlan/299/1")), "id=299");
 }
 
+TEST_F(Repair, LetsTheLibraryUndoAnInterruptedCommitFirst) {
+  const std::string k = read_bytes(k_);
+  const interrupted_commit commit(conf_root_);
+  commit.rotate_k("{");
+  commit.keep_files();
+  commit.write_file("Wlan/a/2", "half");
+  std::filesystem::remove(commit.undo("config/Zone/z/1"));
+  const finished done = repair();
+  EXPECT_EQ(done.status, clean) << done.out << done.err;
+  EXPECT_TRUE(has(done.out, "repaired: " + conf("undo") + "\n")) << done.out;
+  EXPECT_TRUE(has(done.out, "repaired: " + conf("config/Zone/z/1") + "\n")) << done.out;
+  EXPECT_FALSE(exists(conf("undo")));
+  EXPECT_EQ(read_bytes(k_), k);
+  EXPECT_EQ(tree(conf("config")),
+            (std::vector<std::string>{"Ap/x/1", "Wlan/a/1", "Wlan/b/1", "Zone/z/1"}));
+}
+
+TEST_F(Repair, NeedsNoServiceToUndoACommit) {
+  service_->stop(SIGTERM);
+  const interrupted_commit commit(conf_root_);
+  commit.rotate_k("{");
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_FALSE(exists(conf("undo")));
+}
+
 TEST_F(Repair, StopsAtACommitThatTheLibraryCannotUndo) {
   const interrupted_commit commit(conf_root_);
   std::filesystem::remove(commit.undo("subsys.k"));

@@ -173,13 +173,47 @@ TEST_F(Watch, PrintsOneObjectALine) {
   EXPECT_EQ(json_value(lines[3])["text"].text(), "signal 2");
 }
 
-TEST_F(Watch, CommitsAgainUntilTheCommitSucceeds) {
-  const auto running = watch("mv \"$SCRATCH/subsys.k\" \"$SCRATCH/aside\"");
+TEST_F(Watch, EndsACommitThatFailedWithALaterGetAndAsksTheCommandOnce) {
+  const auto running = watch("echo run >>\"$PROBE\"; mv \"$SCRATCH/subsys.k\" \"$SCRATCH/aside\"");
   running->wait_for("commit or roll-back failing: ");
-  fs::rename(dir_ / "device/tmp/zot/aside", dir_ / "device/tmp/zot/subsys.k");
   running->wait_for("recovered\n");
   running->wait_for(committed + "2 entries\n");
+  running->wait_for("no update\n");
   EXPECT_EQ(in_force("Wlan/a/1"), "ssid=a");
+  EXPECT_EQ(read_bytes(dir_ / "probe"), "run\n");
+}
+
+TEST_F(Watch, EndsARollBackThatFailedWithALaterGetAndAsksTheCommandOnce) {
+  const auto running =
+      watch("echo run >>\"$PROBE\"; mv \"$SCRATCH/subsys.k\" \"$SCRATCH/aside\"; exit 1");
+  running->wait_for("commit or roll-back failing: ");
+  running->wait_for("rolled back: apply: exit status 1\n");
+  running->wait_for("same as rolled back\n");
+  EXPECT_EQ(read_bytes(dir_ / "probe"), "run\n");
+}
+
+TEST_F(Watch, TakesWhatAnotherGetPutInTheScratchAreaBeforeTheCommit) {
+  const auto running = watch(
+      "test -e \"$PROBE\" || { echo asked >\"$PROBE\"; until test -e \"$PROBE.go\"; do sleep 0.02; "
+      "done; }");
+  ASSERT_EQ(probe(), "asked");
+  publish_changes();
+  ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455"}, variables_).status, ok);
+  write_bytes(dir_ / "probe.go", "");
+  running->wait_for(
+      "commit or roll-back failing: [zot_priv_commit_conf]: another get has changed ");
+  running->wait_for(committed + "2 entries\n");
+  EXPECT_EQ(in_force("Ap/x/1"), "model=x");
+}
+
+TEST_F(Watch, GoesOnWhenTheCacheIsLockedDuringACommit) {
+  variables_["CACHE"] = dir_ / "device/writable/zot";
+  const auto running = watch(
+      "exec 9<\"$CACHE\" && flock 9 && echo $$ >\"$PROBE\" && { sleep 1.5 <&9 & } && exec 9<&-",
+      {"--timeout", "1"});
+  running->wait_for("commit or roll-back failing: ");
+  EXPECT_TRUE(has(running->out(), "writable/zot/ is locked by another process")) << running->out();
+  running->wait_for(committed + "2 entries\n");
 }
 
 TEST_F(Watch, AppliesLaterWhatCouldNotBeWritten) {
