@@ -49,19 +49,26 @@ constexpr std::array advices = {
         .retry = "yes, once the cause is gone",
         .fault = "storage; for an HTTP response other than 200 and 404: service",
         .cache =
-            "A get leaves the configuration in force as it was. After a failed commit the new "
-            "configuration is current in memory and the files may be half replaced; a process "
-            "that starts on them gets the configuration again as new. After a failed roll-back "
-            "the configuration in force is as it was, and the last K may be forgotten.",
+            "A get leaves the configuration in force as it was. A commit that finds no room has "
+            "changed nothing. After another failed commit the new configuration is current in "
+            "memory, and what was in force before is kept until the commit ends: a process that "
+            "starts meanwhile puts it back. After a failed roll-back the configuration in force "
+            "is as it was, and the last K may be forgotten.",
         .action = "Read the recorded text: space, permissions and mount of the directory it names. "
-                  "After a failed commit or roll-back call it again before the next get; a commit "
-                  "goes on where it stopped.",
+                  "After a failed commit call it again, and it goes on where it stopped; or get "
+                  "again, which ends the commit or undoes it. A configuration that finds no room "
+                  "needs a larger medium or a smaller publication. Call a failed roll-back again.",
         .causes = {{{"zot_conf_get()",
                      "a directory or a scratch file cannot be made, an archive cannot be unpacked "
                      "for want of a process, the last K cannot be written, or the request for K or "
                      "its checksum got a response other than 200 and 404 (0: no file to write to)"},
-                    {"zot_conf_commit()", "a file cannot be copied, removed or synchronised"},
-                    {"zot_conf_roll_back()", "the refused K cannot be copied into the cache"},
+                    {"zot_conf_commit()",
+                     "a file cannot be copied, removed or synchronised; or there is no room for "
+                     "the configuration: the text tells the bytes and files that are needed and "
+                     "those there"},
+                    {"zot_conf_roll_back()",
+                     "the refused K cannot be copied into the cache or synchronised, or what a "
+                     "failed commit has changed cannot be put back"},
                     {"zot_util_get_k_meta()", "the destination is the K's own metadata"}}}},
     status_advice{
         .code = ZOT_ERR_NOMEM,
@@ -137,19 +144,24 @@ constexpr std::array advices = {
         .fault = "controller or service; storage when commit or roll-back returns it",
         .cache = "A get leaves the configuration in force as it was and keeps nothing of the "
                  "download in the cache: the same configuration is fetched again by the next get. "
-                 "After a failed commit the new configuration is current in memory, and its files "
-                 "are not all in place.",
+                 "A commit or roll-back that finds the scratch directory changed has changed "
+                 "nothing. After another failed commit the new configuration is current in "
+                 "memory, and what was in force before is kept: the next get ends the commit or "
+                 "undoes it.",
         .action = "Read the recorded text, which names the file. When it comes back at every get, "
-                  "the controller has to publish again. After a failed commit or roll-back suspect "
-                  "the medium and call again before the next get.",
+                  "the controller has to publish again. Where another get changed the scratch "
+                  "directory, get again: that puts it right. After another failed commit or "
+                  "roll-back suspect the medium.",
         .causes = {{{"zot_conf_get()",
                      "the checksum file is shorter than 64 characters; K does not match it, is no "
                      "JSON, or lacks gpbs, clusterId or a field of a file, or names one entry in "
                      "two versions; "
                      "the archive cannot be unpacked or holds anything else; or a file is missing, "
                      "empty, or of another size or checksum"},
-                    {"zot_conf_commit()", "the K read back is not the one that was written"},
-                    {"zot_conf_roll_back()", "the K read back is not the one that was written"}}}},
+                    {"zot_conf_commit()",
+                     "the K read back is not the one that was written; or the get of another "
+                     "process changed the scratch directory after the get of this one"},
+                    {"zot_conf_roll_back()", "the same"}}}},
     status_advice{
         .code = ZOT_ERR_NULL_INPUT,
         .meaning = "An argument is missing.",
@@ -179,26 +191,35 @@ constexpr std::array advices = {
         .causes = {{{"zot_sub_init_data()", "the length word of the index is above 17"}}}},
     status_advice{
         .code = ZOT_ERR_TIMEOUT,
-        .meaning = "A transfer passed its time limit.",
+        .meaning = "A transfer passed its time limit, or another process held the lock of the "
+                   "cache or of the scratch directory for as long.",
         .retry = "yes, with growing pauses",
-        .fault = "service",
+        .fault = "service; for a lock: the other process",
         .cache = "The configuration in force is as it was.",
-        .action = "Go on with the configuration in force. See what holds the service up; raise "
-                  "ZOT_PARM_TIMEOUT when K is large or the service slow.",
+        .action = "Go on with the configuration in force. The recorded text names the address or "
+                  "the locked directory. See what holds the service up; raise ZOT_PARM_TIMEOUT "
+                  "when K is large or the service slow. A lock is held during a get and a commit, "
+                  "and as long as a command that one of them started still runs: see which "
+                  "process works on that directory.",
         .causes = {{{"zot_conf_get()",
                      "K or its checksum took longer than ZOT_PARM_TIMEOUT, or no connection came "
-                     "about for the GPB files, whose transfer has no limit of its own"}}}},
+                     "about for the GPB files, whose transfer has no limit of its own; or a "
+                     "directory stayed locked"},
+                    {"zot_conf_commit(), zot_conf_roll_back()",
+                     "a directory stayed locked; nothing was changed"},
+                    {"zot_util_get_k_meta()", "a directory stayed locked"}}}},
     status_advice{
         .code = ZOT_ERR_NO_CACHE,
         .meaning = "Nothing cached can be returned.",
         .retry = "after a get that was committed",
         .fault = "none on a new element; storage when there was a configuration in force",
         .cache = "Not touched. A cached configuration with a file that fails verification counts "
-                 "as none.",
+                 "as none, and what was in force before is not reported as deleted.",
         .action = "Get a configuration and commit it. On an element that had one, verify the files "
                   "of the cache.",
         .causes = {{{"zot_conf_get()",
-                     "cached entries were asked for, and there are none in these categories"},
+                     "cached entries were asked for, and nothing is in force or waits for its "
+                     "verdict, or has no entry in these categories"},
                     {"zot_util_get_k_meta()", "there is no such K"}}}},
     status_advice{
         .code = ZOT_ERR_SAME_AS_CORRUPTED,
@@ -212,7 +233,7 @@ constexpr std::array advices = {
                   "knowledge/corrupted.checksum from the cache.",
         .causes = {{{"zot_conf_get()",
                      "the announced checksum is that of the corrupted K; the list holds the cached "
-                     "entries"}}}},
+                     "entries, none when nothing is in force"}}}},
     status_advice{
         .code = ZOT_ERR_NOT_READY,
         .meaning = "A get that completed has to come first.",
@@ -230,10 +251,11 @@ constexpr std::array advices = {
         .retry = "no; of a commit or roll-back once the medium is mended",
         .fault = "caller in dev mode; storage when commit or roll-back returns it",
         .cache = "A get leaves it as it was. After a failed commit the new configuration is "
-                 "current in memory, and its files are not all in place.",
+                 "current in memory, and what was in force before is kept: the next get ends the "
+                 "commit or undoes it.",
         .action = "In dev mode put knowledge/subsys.k and knowledge/subsys.checksum below "
-                  "ZOT_DEV_PATH. After a failed commit or roll-back suspect the medium, or another "
-                  "process on the same cache, and call again before the next get.",
+                  "ZOT_DEV_PATH. After a failed commit or roll-back suspect the medium, and call "
+                  "again or get again.",
         .causes = {{{"zot_conf_get()", "dev mode is on and its directory holds no checksum file"},
                     {"zot_conf_commit()", "the checksum file just written is gone"},
                     {"zot_conf_roll_back()", "the checksum file just written is gone"},

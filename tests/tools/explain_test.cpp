@@ -94,6 +94,13 @@ TEST(Explain, TellsEveryAspectAndTheCalls) {
   }
 }
 
+TEST(Explain, TellsOfALockWhereACallMayHaveWaitedForOne) {
+  const std::string text = run_zotconf({"explain", "timeout"}).out;
+  EXPECT_TRUE(has(text, "another process held the lock")) << text;
+  EXPECT_TRUE(has(text, "\nzot_conf_commit(), zot_conf_roll_back()\n    a directory stayed locked"))
+      << text;
+}
+
 TEST(Explain, KeepsLinesShort) {
   for (const known &status : interface) {
     const std::string text = run_zotconf({"explain", status.name}).out;
