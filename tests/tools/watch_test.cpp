@@ -208,9 +208,8 @@ TEST_F(Watch, TakesWhatAnotherGetPutInTheScratchAreaBeforeTheCommit) {
 
 TEST_F(Watch, GoesOnWhenTheCacheIsLockedDuringACommit) {
   variables_["CACHE"] = dir_ / "device/writable/zot";
-  const auto running = watch(
-      "exec 9<\"$CACHE\" && flock 9 && echo $$ >\"$PROBE\" && { sleep 1.5 <&9 & } && exec 9<&-",
-      {"--timeout", "1"});
+  const auto running =
+      watch("exec 9<\"$CACHE\" && flock 9 && { sleep 1.5 <&9 & } && exec 9<&-", {"--timeout", "1"});
   running->wait_for("commit or roll-back failing: ");
   EXPECT_TRUE(has(running->out(), "writable/zot/ is locked by another process")) << running->out();
   running->wait_for(committed + "2 entries\n");

@@ -11,7 +11,9 @@ const command_text status_text = {
     .summary = "Tell what lies in the cache and what the next get would do",
     .about =
         "Needs no service and writes nothing. The files of the configuration in force are checked "
-        "up to the\nfirst bad one, as a starting process does: with it nothing is in force.\n\n"
+        "up to the\nfirst bad one, as a starting process does: with it nothing is in force. After "
+        "an interrupted commit\nthe slots are what the next start puts back. It warns when an "
+        "update of the size of the configuration\nin force would not fit beside it.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",
     .examples = "zotconf status\nzotconf status --json",
     .exits = {exit_success, exit_failure, exit_usage}};
@@ -24,10 +26,12 @@ const command_text verify_text = {
         "configuration\nin force and of the scratch area is held against its K. Of the last and "
         "the corrupted configuration\nthe cache keeps K and checksum only. Files that no K names "
         "are noted and are no damage. Damage of the\nscratch area is harmless, because a new "
-        "configuration overwrites it: it counts with --strict only.\n\n--repair asks the service "
-        "for what "
-        "is bad in the persistent cache, verifies it and puts it in place\nin one step; what is "
-        "good is not touched. K is restored when the service still offers the K in force.\n\n"
+        "configuration overwrites it: it counts with --strict only.\nA commit that was interrupted "
+        "is a finding, and what the next start puts back is checked.\n\n--repair lets the library "
+        "undo an interrupted commit. Then it asks the service for what is bad in the\npersistent "
+        "cache, verifies it and puts it in place in one step; what is good is not touched. K is\n"
+        "restored when the service still offers the K in force. While another process commits, "
+        "nothing is\nwritten.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",
     .examples =
         "zotconf verify\n"
