@@ -3,6 +3,7 @@
 
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/cycle/recovery.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 
 namespace {
@@ -79,6 +80,7 @@ int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which) {
   if (const int status = lock.acquire(__func__); status != ZOT_OK) {
     return status;
   }
+  zot::undo_interrupted_commit(*handle);
   load_k(handle, which);
   const k_choice &choice = k_choices[static_cast<size_t>(which)];
   const zot_k *const k = zot_priv_get_k(handle, choice.slot);

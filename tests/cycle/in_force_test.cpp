@@ -192,6 +192,17 @@ TEST_F(InForce, ASecondRollBackInARowHandsOutNothingOfTheRefusedOne) {
   EXPECT_EQ(marks_of(got), (texts{"Wlan/guest=2", "Zone/hq=2", "Radio/r5=2"}));
 }
 
+TEST_F(InForce, ACommitAfterARollBackThatFailedHandsOutTheNewOne) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  fs::create_directories(knowledge_of(e) + "/corrupted.k/in-the-way");
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_GENERIC);
+  expect_whole(e.get(cached), first_configuration());
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  expect_whole(e.get(cached), second_configuration());
+  expect_whole(e.get(ZOT_STAT_FULL), second_configuration());
+}
+
 TEST_F(InForce, TheFirstConfigurationRolledBackLeavesNothing) {
   ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
   ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();

@@ -114,11 +114,50 @@ TEST_F(Sharing, NothingIsLockedBetweenCalls) {
   EXPECT_TRUE(lock(e.tmp_root()).is_open());
 }
 
-TEST_F(Sharing, OneFolderForBothIsLockedOnce) {
+TEST_F(Sharing, OneFolderForBothIsRefused) {
   const env_guard same("ZOT_PREFIX_TMP_ROOT", e.dir() / "conf");
   fs::create_directories(e.dir() / "conf/tmp");
   fs::create_directory_symlink(e.dir() / "conf/writable/zot", e.dir() / "conf/tmp/zot");
-  EXPECT_EQ(get_of(first_configuration()).status, ZOT_OK) << e.error_text();
+  EXPECT_EQ(get_of(first_configuration()).status, ZOT_ERR_WRONG_INPUT);
+  EXPECT_EQ(e.error_text(), "[zot_conf_get]: conf root and tmp root are one directory: " +
+                                (e.dir() / "conf/tmp/zot"));
+}
+
+TEST_F(Sharing, ARefusedConfigurationIsAnsweredWithWhatTheOtherCommitted) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(get_of(third_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK);
+  remote.publish(second_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  remote.publish(third_configuration());
+  const returned_list got = e.get(ZOT_STAT_FULL);
+  ASSERT_EQ(got.status, ZOT_ERR_SAME_AS_CORRUPTED) << got.error_text;
+  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest two");
+}
+
+TEST_F(Sharing, WhatTheOtherCommittedCannotBeRolledBack) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_GENERIC);
+  EXPECT_EQ(e.error_text(),
+            "[zot_priv_commit_fail_k]: another process has committed this to " + e.conf_root());
+  EXPECT_FALSE(exists(knowledge_of(e) + "/corrupted.k"));
+}
+
+// A get that fails may take files away that another one has fetched.
+TEST_F(Sharing, FilesThatAFailedGetOfAnotherTookAwayAreMissed) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  remote.answer("/tgz", 200, "no archive");
+  remote.publish(third_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
 }
 
 TEST_F(Sharing, TwoHandlesOfAThreadDoNotWaitForEachOther) {

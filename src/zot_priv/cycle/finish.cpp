@@ -111,10 +111,16 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, gpb_file_topics,
              "%sStart to commit GPB files into cached storage.\n");
   const int status = zot_priv_commit_gpb(handle, tmp_gpbs);
-  if (status == ZOT_OK) {
-    open_step(*handle) = zot::commit_medium;
+  if (status != ZOT_OK) {
+    return status;
   }
-  return status;
+  // An adapter may keep its files elsewhere.
+  if (handle->fns.commit_gpb == nullptr && !zot::are_files_stored(*handle, tmp_gpbs)) {
+    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                       "[%s]: files are missing in %s", operation, handle->conf_root);
+  }
+  open_step(*handle) = zot::commit_medium;
+  return ZOT_OK;
 }
 
 // The new files have to be on the medium before the old ones are given up.
@@ -175,6 +181,10 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   }
   if (const int status = store(handle, tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
     return status;
+  }
+  if (handle->own.marks_waiting == 0) {
+    // A roll-back that failed before has made the list that of the earlier configuration.
+    zot_priv_free_ret_gpb_list(handle);
   }
   handle->own.marks_waiting = 0;
   zot_done_commit(handle);

@@ -11,6 +11,7 @@
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/undo.hpp"
 
 namespace {
 
@@ -31,7 +32,7 @@ bool is_changed(const zot_ctx &handle) {
   const zot::joined_path path(handle.conf_root, "/knowledge/subsys.checksum");
   char found[ZOT_CHECKSUM_LEN + 2] = "";
   return current != nullptr && current->checksum[0] != '\0' && handle.dev_mode == 0 &&
-         read_line(path.c_str(), found, sizeof found - 1) != nullptr &&
+         !zot::has_undo(handle) && read_line(path.c_str(), found, sizeof found - 1) != nullptr &&
          std::strlen(found) == ZOT_CHECKSUM_LEN && std::strcmp(found, current->checksum) != 0;
 }
 
@@ -91,12 +92,16 @@ int zot_priv_init_load_conf(zot_ctx *handle) {
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sStart Init. Load K\n");
   handle->load_flags |= conf_loaded;
   zot_k *loaded = nullptr;
+  const zot::in_force_source source(*handle);
   if (const int status =
-          __zot_priv_init_load_k_f(handle, zot_priv_read_cur_k_f, &loaded, handle->conf_root, 0);
+          __zot_priv_init_load_k_f(handle, source.reader(), &loaded, source.k_root(), 0);
       status != ZOT_OK) {
     return status;
   }
   zot::k_owner k(loaded);
+  if (zot_priv_k_set_root(k.get(), source.gpb_root()) == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+  }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sInit. Load K: Done\n");
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
   if (gpbs == nullptr) {
@@ -107,7 +112,7 @@ int zot_priv_init_load_conf(zot_ctx *handle) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics, "%sInit. Load GPB list from K: Done\n");
-  if (const int status = zot_priv_read_gpb(handle, k.get(), gpbs.get(), handle->conf_root);
+  if (const int status = zot_priv_read_gpb(handle, k.get(), gpbs.get(), source.gpb_root());
       status != ZOT_OK) {
     return status;
   }

@@ -138,6 +138,10 @@ int zot_priv_chk_update(zot_ctx *handle) {
     fetched = zot_priv_update_tmp_k(handle, new_k.get());
   }
   const bool is_rolled_back = fetched == ZOT_ERR_SAME_AS_CORRUPTED;
+  if (is_rolled_back) {
+    // What is answered instead is what the cache has in force.
+    zot::reload_changed_cache(*handle);
+  }
   if (!is_rolled_back && fetched != ZOT_OK && fetched != ZOT_NO_UPDATE) {
     return fetched;
   }

@@ -28,18 +28,18 @@ int64_t now() {
   return int64_t{at.tv_sec} * nanoseconds_in_second + at.tv_nsec;
 }
 
-enum class outcome { locked, not_offered, busy };
+enum class outcome { locked, busy, failed };
 
-// A file system may offer no locks; then processes are as far apart as they were without them.
+// A file system may offer no locks at all; then one process at a time has to use it.
 outcome try_lock(int fd) {
   int result = 0;
   do {
     result = ::flock(fd, LOCK_EX | LOCK_NB);
   } while (result != 0 && errno == EINTR);
-  if (result == 0) {
+  if (result == 0 || errno == ENOSYS || errno == EOPNOTSUPP) {
     return outcome::locked;
   }
-  return errno == EWOULDBLOCK ? outcome::busy : outcome::not_offered;
+  return errno == EWOULDBLOCK ? outcome::busy : outcome::failed;
 }
 
 bool is_same_directory(int a, int b) {
@@ -55,9 +55,15 @@ int64_t deadline_of(const zot_ctx &handle) {
   return seconds != 0 ? now() + int64_t{seconds} * nanoseconds_in_second : 0;
 }
 
+int record_failure(zot_ctx &handle, const char *path, const char *func) {
+  return zot::record(&handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to lock %s: %s", func,
+                     path, std::strerror(errno));
+}
+
 int lock_within(zot_ctx &handle, int fd, const char *path, int64_t deadline, const char *func) {
-  for (long pause = shortest_pause; try_lock(fd) == outcome::busy;
-       pause = std::min(2 * pause, longest_pause)) {
+  outcome tried = try_lock(fd);
+  for (long pause = shortest_pause; tried == outcome::busy;
+       pause = std::min(2 * pause, longest_pause), tried = try_lock(fd)) {
     if (deadline != 0 && now() >= deadline) {
       return zot::record(&handle, ZOT_ERR_TIMEOUT, func, __LINE__,
                          "[%s]: %s is locked by another process", func, path);
@@ -65,7 +71,7 @@ int lock_within(zot_ctx &handle, int fd, const char *path, int64_t deadline, con
     const timespec interval{0, pause};
     ::nanosleep(&interval, nullptr);
   }
-  return ZOT_OK;
+  return tried == outcome::locked ? ZOT_OK : record_failure(handle, path, func);
 }
 
 zot::descriptor open_folder(const char *path) {
@@ -105,12 +111,16 @@ int cache_lock::acquire(const char *func) {
   const char *const paths[] = {handle_.conf_root, handle_.tmp_root};
   for (size_t folder = 0; folder < std::size(paths); ++folder) {
     descriptor fd = open_folder(paths[folder]);
-    if (!fd.is_open()) {
-      // What fails without the directory says so itself.
+    if (!fd.is_open() && (errno == EACCES || errno == ENOENT)) {
+      // What cannot be done without the directory fails by itself.
       continue;
     }
+    if (!fd.is_open()) {
+      return record_failure(handle_, paths[folder], func);
+    }
     if (folder != 0 && is_same_directory(descriptor_of(handle_, 0), fd.get())) {
-      continue;
+      return zot::record(&handle_, ZOT_ERR_WRONG_INPUT, func, __LINE__,
+                         "[%s]: conf root and tmp root are one directory: %s", func, paths[folder]);
     }
     if (const int status = lock_within(handle_, fd.get(), paths[folder], deadline, func);
         status != ZOT_OK) {
@@ -123,12 +133,10 @@ int cache_lock::acquire(const char *func) {
 
 bool cache_lock::try_acquire() {
   if (handle_.own.lock_depth != 0) {
-    is_held_ = true;
-    ++handle_.own.lock_depth;
-    return true;
+    return handle_.own.lock_fd[0] != 0;
   }
   descriptor fd = open_folder(handle_.conf_root);
-  if (!fd.is_open() || try_lock(fd.get()) == outcome::busy) {
+  if (!fd.is_open() || try_lock(fd.get()) != outcome::locked) {
     return false;
   }
   is_held_ = true;

@@ -25,10 +25,13 @@ zot_file_id fetched_now(const zot_ctx &handle) {
   return zot::file_id_at(AT_FDCWD, zot::joined_path(handle.tmp_root, checksum_name).c_str());
 }
 
-// A checksum file that is gone is found when it is copied.
 bool is_untouched(const zot_ctx &handle) {
-  const zot_file_id found = fetched_now(handle);
-  return !zot::is_known(found) || zot::is_same_file(found, handle.own.fetched);
+  return zot::is_same_file(fetched_now(handle), handle.own.fetched);
+}
+
+// The path of an entry as it counts from its directory.
+const char *name_below(const zot_gpb &gpb) {
+  return gpb.path != nullptr ? gpb.path + std::strspn(gpb.path, "/") : "";
 }
 
 bool replace(char *&kept, const char *text) {
@@ -57,6 +60,19 @@ bool holds(int directory, const char *name, const char *bytes, size_t size) {
   return true;
 }
 
+bool is_absent(const char *path) {
+  return ::access(path, F_OK) != 0 && errno == ENOENT;
+}
+
+// Whether the checksum file announces a K.
+bool announces(const char *path, const zot_k &k) {
+  char announced[ZOT_CHECKSUM_LEN + 1] = "";
+  char digest[ZOT_CHECKSUM_LEN + 1] = "";
+  return read_line(path, announced, ZOT_CHECKSUM_LEN) != nullptr &&
+         calc_sha256(k.data, k.data_len, digest, sizeof digest) == 0 &&
+         std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0;
+}
+
 }  // namespace
 
 namespace zot {
@@ -79,8 +95,32 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
     return true;
   }
   const joined_path path(handle.tmp_root, k_name);
-  return holds(AT_FDCWD, path.c_str(), k.data, k.data_len) ||
-         (::access(path.c_str(), F_OK) != 0 && errno == ENOENT);
+  const joined_path checksum(handle.tmp_root, checksum_name);
+  return (is_absent(path.c_str()) || holds(AT_FDCWD, path.c_str(), k.data, k.data_len)) &&
+         (is_absent(checksum.c_str()) || announces(checksum.c_str(), k));
+}
+
+bool is_k_in_force(const zot_ctx &handle, const zot_k &k) {
+  const joined_path path(handle.conf_k_root, k_name);
+  return holds(AT_FDCWD, path.c_str(), k.data, k.data_len);
+}
+
+bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
+  const descriptor folder(
+      ::open(joined_path(handle.conf_root, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (const zot_gpb &gpb : gpb_range(gpbs)) {
+    struct stat st {};
+    if (::fstatat(folder.get(), name_below(gpb), &st, 0) != 0 || !S_ISREG(st.st_mode) ||
+        static_cast<uint64_t>(st.st_size) != gpb.size) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void renew_fetched_id(const zot_ctx &handle) {
+  ::utimensat(AT_FDCWD, joined_path(handle.tmp_root, checksum_name).c_str(), nullptr,
+              AT_SYMLINK_NOFOLLOW);
 }
 
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
@@ -92,8 +132,7 @@ bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gp
   }
   const descriptor folder(::open(handle.tmp_gpb_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (const zot_gpb &gpb : gpb_range(gpbs)) {
-    const char *const name = gpb.path != nullptr ? gpb.path + std::strspn(gpb.path, "/") : "";
-    if (gpb.content != nullptr && !holds(folder.get(), name, gpb.content, gpb.size)) {
+    if (gpb.content != nullptr && !holds(folder.get(), name_below(gpb), gpb.content, gpb.size)) {
       return false;
     }
   }

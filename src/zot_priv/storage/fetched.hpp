@@ -11,12 +11,22 @@ namespace zot {
 bool remember_get(zot_ctx &handle);
 void forget_get(zot_ctx &handle);
 
-// Whether nobody has written another K to the scratch directory since. A K that is gone is found
-// when it is copied.
+// Whether nobody has written another K or checksum to the scratch directory since. A file that is
+// gone is found when it is copied.
 bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k);
 
 // The same for the K and for all files of its list. They are compared byte by byte when a later get
 // of any process has begun; one that fetched the same again has changed nothing.
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
+
+// Whether the persistent directory has a K as the one in force, whoever committed it.
+bool is_k_in_force(const zot_ctx &handle, const zot_k &k);
+
+// Whether the persistent directory has all files of a list, each of its size.
+bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs);
+
+// Lets whoever has fetched a configuration compare its files before it commits them: some of them
+// may go.
+void renew_fetched_id(const zot_ctx &handle);
 
 }  // namespace zot

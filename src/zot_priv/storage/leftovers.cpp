@@ -16,6 +16,7 @@
 #include "utilities/path.hpp"
 #include "zot_list.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
+#include "zot_priv/storage/fetched.hpp"
 
 namespace {
 
@@ -176,7 +177,8 @@ void prune(int directory, const listed_files &listed, int depth) {
   });
 }
 
-void prune_gpb_directory(int scratch, const listed_files &listed) {
+void prune_gpb_directory(const zot_ctx &handle, int scratch, const listed_files &listed) {
+  zot::renew_fetched_id(handle);
   if (const zot::descriptor directory = open_directory(scratch, gpb_directory);
       directory.is_open()) {
     prune(directory.get(), listed, 0);
@@ -208,7 +210,7 @@ void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs,
   }
   listed.sort();
   if (const descriptor scratch = open_scratch(handle); scratch.is_open()) {
-    prune_gpb_directory(scratch.get(), listed);
+    prune_gpb_directory(handle, scratch.get(), listed);
   }
 }
 
@@ -226,7 +228,7 @@ void remove_strangers(const zot_ctx &handle, const zot_k &k) {
   const descriptor scratch = open_scratch(handle);
   listed_files kept(handle);
   if (scratch.is_open() && add_announced(k, kept) && add_cached(handle, kept)) {
-    prune_gpb_directory(scratch.get(), kept);
+    prune_gpb_directory(handle, scratch.get(), kept);
   }
 }
 
@@ -243,7 +245,7 @@ void make_room(const zot_ctx &handle) {
   }
   listed_files kept(handle);
   if (add_cached(handle, kept)) {
-    prune_gpb_directory(scratch.get(), kept);
+    prune_gpb_directory(handle, scratch.get(), kept);
   }
 }
 

@@ -204,6 +204,16 @@ bool has_undo(const zot_ctx &handle) {
   return is_there(AT_FDCWD, joined_path(handle.conf_root, undo).c_str(), &st);
 }
 
+in_force_source::in_force_source(const zot_ctx &handle)
+    : conf_root_(handle.conf_root), kept_(handle.conf_root, undo) {
+  const auto keeps = [this](const char *name) {
+    struct stat st {};
+    return is_there(AT_FDCWD, joined_path(kept_.c_str(), name).c_str(), &st);
+  };
+  has_k_ = keeps(k_file_names.front());
+  has_gpbs_ = keeps(gpb_directory);
+}
+
 bool owns_undo(const zot_ctx &handle) {
   const zot_file_id found = file_id_at(AT_FDCWD, joined_path(handle.conf_root, undo).c_str());
   return is_known(found) && is_same_file(found, handle.own.undo);

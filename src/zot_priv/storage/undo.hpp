@@ -2,6 +2,7 @@
 // The undo folder: what a commit changes in the persistent cache, kept until the commit is done.
 #pragma once
 
+#include "utilities/path.hpp"
 #include "zot_conf.h"
 
 namespace zot {
@@ -16,6 +17,25 @@ bool begin_undo(zot_ctx &handle, gpb_protection gpbs);
 
 // Whether a commit was interrupted, or failed and was not called again.
 bool has_undo(const zot_ctx &handle);
+
+// Where the files of the configuration in force are read from: the persistent directory, or an undo
+// folder whose files could not be put back, because the medium cannot be written any more.
+class in_force_source {
+ public:
+  explicit in_force_source(const zot_ctx &handle);
+
+  [[nodiscard]] zot_k_reader reader() const {
+    return has_k_ ? zot_priv_read_tmp_k_f : zot_priv_read_cur_k_f;
+  }
+  [[nodiscard]] const char *k_root() const { return has_k_ ? kept_.c_str() : conf_root_; }
+  [[nodiscard]] const char *gpb_root() const { return has_gpbs_ ? kept_.c_str() : conf_root_; }
+
+ private:
+  const char *conf_root_;
+  joined_path kept_;
+  bool has_k_;
+  bool has_gpbs_;
+};
 
 // Whether the undo folder is the one that this handle has begun.
 bool owns_undo(const zot_ctx &handle);

@@ -29,7 +29,9 @@ class Fetched : public testing::Test {
     return zot::is_set_as_fetched(*e.handle(), *fetched.k, fetched.gpbs);
   }
   // As a later get begins.
-  void renew_checksum() { write_bytes(scratch("subsys.checksum"), "renewed"); }
+  void renew_checksum() {
+    write_bytes(scratch("subsys.checksum"), second_configuration().checksum_text());
+  }
   [[nodiscard]] std::string scratch(const std::string &name) const {
     return e.tmp_root() + "/" + name;
   }
@@ -78,6 +80,34 @@ TEST_F(Fetched, IsNotWholeWithAnotherK) {
   write_bytes(scratch("subsys.k"), third_configuration().k_text());
   EXPECT_FALSE(is_k_as_fetched());
   EXPECT_FALSE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsNotWholeWithTheChecksumOfAnotherK) {
+  write_bytes(scratch("subsys.checksum"), third_configuration().checksum_text());
+  EXPECT_FALSE(is_k_as_fetched());
+  EXPECT_FALSE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsComparedWhenFilesMayHaveGone) {
+  write_bytes(scratch("config/Wlan/staff/1"), "Staff one");
+  zot::renew_fetched_id(*e.handle());
+  EXPECT_FALSE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsStoredWhenTheCacheHasAllItsFiles) {
+  const zot_list *const gpbs = slot_of(e, ZOT_SLOT_TMP).gpbs;
+  EXPECT_FALSE(zot::are_files_stored(*e.handle(), gpbs));
+  second_configuration().install_cache(e.conf_root());
+  EXPECT_TRUE(zot::are_files_stored(*e.handle(), gpbs));
+  write_bytes(e.conf_root() + "config/Wlan/staff/1", "staff");
+  EXPECT_FALSE(zot::are_files_stored(*e.handle(), gpbs));
+}
+
+TEST_F(Fetched, IsInForceWhenTheCacheHasItsK) {
+  const zot_k &k = *slot_of(e, ZOT_SLOT_TMP).k;
+  EXPECT_FALSE(zot::is_k_in_force(*e.handle(), k));
+  second_configuration().install_cache(e.conf_root());
+  EXPECT_TRUE(zot::is_k_in_force(*e.handle(), k));
 }
 
 // The copy of the K tells better what is wrong.

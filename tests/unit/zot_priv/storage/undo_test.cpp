@@ -200,6 +200,25 @@ TEST_F(Undo, CannotBeBegunWithoutACache) {
   EXPECT_FALSE(zot::retire_undo(*e.handle()));
 }
 
+// As on a medium that cannot be written any more.
+TEST_F(Undo, IsLoadedFromWhereItWasNotPutBack) {
+  ASSERT_TRUE(begin());
+  replace_everything();
+  ASSERT_EQ(zot_priv_init_load_conf(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), first_configuration().k_text());
+  EXPECT_EQ(slot_of(e, ZOT_SLOT_CURRENT).k->root, root() + "/undo");
+}
+
+TEST_F(Undo, IsLoadedFromWhereItWasPutBackInPart) {
+  ASSERT_TRUE(begin());
+  replace_everything();
+  for (const char *const name : {"subsys.k", "subsys.checksum"}) {
+    fs::rename(undo(name), knowledge(name));
+  }
+  ASSERT_EQ(zot_priv_init_load_conf(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), first_configuration().k_text());
+}
+
 // Another file system has no second names for files of this one.
 TEST_F(Undo, CopiesKFilesThatCannotBeLinked) {
   const std::string elsewhere = "/dev/shm/" + fs::path(e.dir().path()).filename().string();
