@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/faults/calls/client.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -22,6 +23,10 @@ void write_text(gate_page &page, const std::string &text) {
 
 std::string with_status(const session &client, const std::string &what, int status) {
   return what + ": " + std::to_string(status) + ": " + client.error_text();
+}
+
+bool is_deleted(const returned_entry &entry) {
+  return (entry.stat & ZOT_STAT_DELETED) != 0;
 }
 
 }  // namespace
@@ -82,9 +87,14 @@ char check_in_force(session &client, const std::string &in_memory, const std::st
   require(cached.status == ZOT_OK || cached.status == ZOT_ERR_NO_CACHE,
           "cached get: " + std::to_string(cached.status) + ": " + cached.error_text);
   const char letter = letter_of_entries(cached);
+  const char in_force = client.in_force();
+  require(in_force != none || std::ranges::none_of(cached.entries, is_deleted),
+          "entries are told to be deleted while nothing is in force");
+  require(
+      (letter == none) == (cached.status == ZOT_ERR_NO_CACHE),
+      std::string("a cached get returned ") + letter + " with " + std::to_string(cached.status));
   require(returned.find(letter) != std::string::npos,
           std::string("a cached get returned ") + letter + ", none of " + returned);
-  const char in_force = client.in_force();
   require(in_memory.find(in_force) != std::string::npos,
           std::string("in force in memory is ") + in_force + ", none of " + in_memory);
   return letter;

@@ -48,7 +48,8 @@ void start(session &client);
 void get_whole(session &client, char letter);
 void commit_whole(session &client, char letter);
 // What is in force in memory, and what a cached get returns: each is one configuration or none, of
-// those that are allowed. Returns what the cached get returned.
+// those that are allowed; without one in force nothing is told to be deleted. Returns what the
+// cached get returned.
 char check_in_force(session &client, const std::string &in_memory, const std::string &returned);
 // A refusal has a negative status and says why.
 void check_refusal(const session &client, int status);

@@ -30,8 +30,6 @@ constexpr const char *volume_options = "size=1m,nr_inodes=500";
 constexpr unsigned most_pages = 20;
 constexpr unsigned most_files = 30;
 
-// How a process goes on after a failure on a full disk.
-enum class way_on { get, repeat, new_process };
 constexpr way_on ways_on[] = {way_on::get, way_on::repeat, way_on::new_process};
 
 struct trial {
@@ -130,7 +128,7 @@ class attempt {
     require(status == 0, page_->text);
     const bool refused = page_->status < 0;
     if (tried_.then == way_on::new_process) {
-      start_on_the_full_disk();
+      start_on_the_full_disk(!refused);
       volume_.give_back();
     }
     run_undisturbed(*page_, root_, offered_, [this](session &client) {
@@ -142,8 +140,7 @@ class attempt {
         commit_whole(client, disturbed_.published);
       }
     });
-    require(letter_on_disk(read_tree(root_)) == disturbed_.published,
-            "the cache has not what was published");
+    check_settled(read_tree(root_), disturbed_.published);
     return {true, refused};
   }
 
@@ -152,28 +149,29 @@ class attempt {
     const disturbance trouble{[this] { volume_.take(tried_.lacking, tried_.left); },
                               [this] { volume_.give_back(); }};
     if (tried_.then != way_on::new_process) {
-      disturb(client, disturbed_, trouble, *page_, tried_.then == way_on::repeat);
+      disturb(client, disturbed_, trouble, *page_, tried_.then);
       return;
     }
-    prepare(client, disturbed_);
+    // The disk stays as it is when the process is gone.
+    disturbed_.prepare(client);
     trouble.begin();
     page_->status = disturbed_.act(client);
   }
 
   // What is in force is there; a get and a commit succeed, or say why not.
-  void start_on_the_full_disk() {
-    run_undisturbed(*page_, root_, offered_, [this](session &client) {
+  void start_on_the_full_disk(bool completed) {
+    run_undisturbed(*page_, root_, offered_, [this, completed](session &client) {
       if (!client.start()) {
         return;
       }
-      check_in_force(client, disturbed_.restarted, disturbed_.restarted);
+      check_restarted(client, completed ? disturbed_.completed : disturbed_.restarted);
       const returned_list got = client.get(disturbed_.published);
       if (got.status != ZOT_OK) {
         check_refusal(client, got.status);
         return;
       }
       require(letter_of_entries(got) == disturbed_.published, "a get returned something else");
-      const bool is_commit = disturbed_.prepared == disturbed_.published;
+      const bool is_commit = disturbed_.completed == std::string{disturbed_.published};
       if (const int status = is_commit ? client.commit() : ZOT_OK; status < 0) {
         check_refusal(client, status);
       }
@@ -285,7 +283,7 @@ bool sweep_full_disks(const sweep_options &options, const services &offered) {
   disk_totals totals;
   for (const operation &each : operations()) {
     if (options.only.empty() || options.only == each.name) {
-      all_held = sweep(each, options, offered, totals) && all_held;
+      all_held = succeeds(each, [&] { return sweep(each, options, offered, totals); }) && all_held;
     }
   }
   std::printf("disks: %zu full or read-only: %u held\n", totals.tried, totals.held);

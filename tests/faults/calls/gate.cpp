@@ -210,7 +210,8 @@ class watch {
     const auto known = processes_.try_emplace(asked.pid, static_cast<unsigned>(processes_.size()));
     const unsigned process = known.first->second;
     counts_.resize(processes_.size());
-    const passed_call call{{process, ++counts_[process]}, asked.data.nr};
+    const passed_call call{
+        {process, ++counts_[process]}, asked.data.nr, asked.pid, asked.data.args[0]};
     run_.calls.push_back(call);
     return call;
   }

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <compare>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <stdexcept>
 #include <vector>
@@ -30,6 +31,8 @@ struct call_place {
 struct passed_call {
   call_place place;
   int number = 0;
+  unsigned caller = 0;         // its process, while it waits at the gate
+  std::uint64_t argument = 0;  // the first
 };
 
 struct planned_fault {

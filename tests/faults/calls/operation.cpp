@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/faults/calls/operation.hpp"
 
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <exception>
+
 namespace zot::test {
 namespace {
 
@@ -33,21 +39,81 @@ int roll_back(session &client) {
   return client.roll_back();
 }
 
+void prepare_nothing(session &) {}
+
+void prepare_process(session &client) {
+  start(client);
+}
+
+void prepare_loaded(session &client) {
+  start(client);
+  require(letter_of_entries(client.get_cached()) == 'a', "the cache is not loaded");
+}
+
+void prepare_first(session &client) {
+  start(client);
+  get_whole(client, 'a');
+}
+
+void prepare_next(session &client) {
+  prepare_loaded(client);
+  get_whole(client, 'b');
+}
+
+// Files beyond a limit can't be written, so the commit fails when the K files are in place.
+void prepare_failed_commit(session &client) {
+  constexpr rlim_t below_the_largest = 8192;
+  prepare_next(client);
+  rlimit limit{};
+  require(::getrlimit(RLIMIT_FSIZE, &limit) == 0, "getrlimit");
+  rlimit low = limit;
+  low.rlim_cur = below_the_largest;
+  ::signal(SIGXFSZ, SIG_IGN);
+  require(::setrlimit(RLIMIT_FSIZE, &low) == 0, "setrlimit");
+  const int status = client.commit();
+  require(::setrlimit(RLIMIT_FSIZE, &limit) == 0, "setrlimit");
+  require(status < 0, "a commit without room for a file: " + std::to_string(status));
+}
+
+void prepare_after_roll_back(session &client) {
+  prepare_next(client);
+  require(client.roll_back() == ZOT_OK, "roll-back: " + client.error_text());
+  get_whole(client, 'd');
+}
+
 void nothing_to_check(session &) {}
 
 template <char letter>
 void check_committed(session &client) {
   require(client.in_force() == letter, "a commit that succeeded has not changed what is in force");
   require(letter_on_disk(client.disk()) == letter, "a commit that succeeded left the cache behind");
+  check_in_force(client, {letter}, {letter});
 }
 
+// The commit that had failed is finished, or undone in memory and in the cache alike.
+void check_finished_or_undone(session &client) {
+  const char in_force = client.in_force();
+  require(in_force == 'a' || in_force == 'b', "a get after a failed commit lost what is in force");
+  require(letter_on_disk(client.disk()) == in_force,
+          "a get after a failed commit left the cache behind");
+}
+
+template <char refused, char kept>
 void check_rolled_back(session &client) {
   const file_tree disk = client.disk();
   const auto k = disk.find(std::string(conf_folder) + "knowledge/corrupted.k");
   const auto checksum = disk.find(std::string(conf_folder) + "knowledge/corrupted.checksum");
-  require(k != disk.end() && k->second == configuration('b').k_text() && checksum != disk.end() &&
-              checksum->second == configuration('b').checksum_text(),
+  const publication &expected = configuration(refused);
+  require(k != disk.end() && k->second == expected.k_text() && checksum != disk.end() &&
+              checksum->second == expected.checksum_text(),
           "a roll-back that succeeded has not kept the refused K");
+  require(letter_on_disk(disk) == kept, "a roll-back that succeeded changed what is in force");
+  check_in_force(client, {kept}, {kept});
+}
+
+void check_returned_to(session &client) {
+  require(letter_of_entries(client.get_cached()) == 'a',
+          "a cached get returned what was withdrawn before its verdict");
 }
 
 template <char letter>
@@ -56,19 +122,33 @@ void reach(session &client) {
   commit_whole(client, letter);
 }
 
-// What was refused is refused still, or offered anew; the next one is taken either way.
-void reach_after_roll_back(session &client) {
-  const returned_list got = client.get('b');
+// What was refused is refused still, or offered anew; the next one is taken either way. Kept are
+// those of which one stays in force.
+void reach_beside(session &client, char refused, const std::string &kept) {
+  const returned_list got = client.get(refused);
   if (got.status == ZOT_OK) {
-    require(letter_of_entries(got) == 'b', "what is offered anew is not whole");
+    require(letter_of_entries(got) == refused, "what is offered anew is not whole");
     const int status = client.roll_back();
     require(status == ZOT_OK || status == ZOT_NO_UPDATE,
             "a second roll-back: " + client.error_text());
   } else {
     require(got.status == ZOT_ERR_SAME_AS_CORRUPTED, "get: " + got.error_text);
-    require(letter_of_entries(got) == 'a', "beside the refused one something else is in force");
+    require(kept.find(letter_of_entries(got)) != std::string::npos,
+            "beside the refused one something else is in force");
   }
-  require(client.in_force() == 'a', "a roll-back changed what is in force");
+  require(kept.find(client.in_force()) != std::string::npos,
+          "a roll-back changed what is in force");
+}
+
+template <char refused, char kept, char next>
+void reach_after_roll_back(session &client) {
+  reach_beside(client, refused, {kept});
+  reach<next>(client);
+}
+
+// A roll-back that failed leaves the commit before it open, and a get may finish that.
+void reach_after_failed_commit(session &client) {
+  reach_beside(client, 'b', "ab");
   reach<'d'>(client);
 }
 
@@ -100,50 +180,72 @@ void get_the_same(session &client) {
   get_whole(client, 'a');
 }
 
+constexpr std::string_view unfinished[] = {"undo", "undo.new", "undo.old"};
+
+void require_nothing_unfinished(const file_tree &disk) {
+  for (const std::string_view name : unfinished) {
+    require(!disk.contains(std::string(conf_folder) + std::string(name) + "/"),
+            std::string(name) + " is still there");
+  }
+}
+
 }  // namespace
 
 const std::vector<operation> &operations() {
   static const std::vector<operation> all = {
-      {"first creation", stage::empty, false, none, create, nothing_to_check, reach<'a'>, 'a', "-",
-       "-", "-", true},
-      {"creation", stage::settled, false, none, create, nothing_to_check, reach<'b'>, 'b', "a", "a",
-       "a", true},
-      {"first get", stage::empty, false, none, get<'a'>, nothing_to_check, reach<'a'>, 'a', "-",
-       "-a", "-", true},
-      {"get at start", stage::settled, false, none, get<'b'>, nothing_to_check, reach<'b'>, 'b',
-       "a-", "ab-", "a", true},
-      {"get", stage::settled, true, none, get<'b'>, nothing_to_check, reach<'b'>, 'b', "a", "ab",
-       "a", true},
-      {"get without update", stage::committed, true, none, get<'a'>, nothing_to_check, reach<'b'>,
-       'b', "a", "a", "a", true},
-      {"cached get", stage::settled, false, none, get_cached, nothing_to_check, reach<'b'>, 'b',
-       "a-", "a-", "a", false},
-      {"first commit", stage::empty, false, 'a', commit, check_committed<'a'>, reach<'a'>, 'a',
-       "a-", "a", "a-", true},
-      {"commit", stage::settled, true, 'b', commit, check_committed<'b'>, reach<'b'>, 'b', "ab",
-       "ab", "ab-", true},
-      {"roll-back", stage::settled, true, 'b', roll_back, check_rolled_back, reach_after_roll_back,
-       'd', "a", "ab", "a", true},
+      {"first creation", stage::empty, prepare_nothing, create, nothing_to_check, reach<'a'>, 'a',
+       "-", "-", "-", "-", true, false},
+      {"creation", stage::settled, prepare_nothing, create, nothing_to_check, reach<'b'>, 'b', "a",
+       "a", "a", "a", true, false},
+      {"first get", stage::empty, prepare_process, get<'a'>, nothing_to_check, reach<'a'>, 'a', "-",
+       "-a", "-", "-", true, false},
+      {"get at start", stage::settled, prepare_process, get<'b'>, nothing_to_check, reach<'b'>, 'b',
+       "a-", "ab-", "a", "a", true, false},
+      {"get", stage::settled, prepare_loaded, get<'b'>, nothing_to_check, reach<'b'>, 'b', "a",
+       "ab", "a", "a", true, false},
+      {"get without update", stage::committed, prepare_loaded, get<'a'>, nothing_to_check,
+       reach<'b'>, 'b', "a", "a", "a", "a", true, false},
+      {"cached get", stage::settled, prepare_process, get_cached, nothing_to_check, reach<'b'>, 'b',
+       "a-", "a-", "a", "a", false, false},
+      {"get of the old one again", stage::settled, prepare_next, get<'a'>, check_returned_to,
+       reach<'b'>, 'b', "a", "ab", "a", "a", true, false},
+      {"get after a failed commit", stage::settled, prepare_failed_commit, get<'b'>,
+       check_finished_or_undone, reach<'b'>, 'b', "ab", "ab", "ab", "ab", true, true},
+      {"first commit", stage::empty, prepare_first, commit, check_committed<'a'>, reach<'a'>, 'a',
+       "a-", "a", "a-", "a", true, true},
+      {"commit", stage::settled, prepare_next, commit, check_committed<'b'>, reach<'b'>, 'b', "ab",
+       "ab", "ab", "b", true, true},
+      {"commit again", stage::settled, prepare_failed_commit, commit, check_committed<'b'>,
+       reach<'b'>, 'b', "ab", "ab", "ab", "b", true, true},
+      {"first roll-back", stage::empty, prepare_first, roll_back, check_rolled_back<'a', none>,
+       reach_after_roll_back<'a', none, 'b'>, 'b', "-", "a-", "-", "-", true, true},
+      {"roll-back", stage::settled, prepare_next, roll_back, check_rolled_back<'b', 'a'>,
+       reach_after_roll_back<'b', 'a', 'd'>, 'd', "a", "ab", "a", "a", true, true},
+      {"second roll-back", stage::settled, prepare_after_roll_back, roll_back,
+       check_rolled_back<'d', 'a'>, reach_after_roll_back<'d', 'a', 'b'>, 'b', "a", "ad", "a", "a",
+       true, true},
+      {"roll-back after a failed commit", stage::settled, prepare_failed_commit, roll_back,
+       check_rolled_back<'b', 'a'>, reach_after_failed_commit, 'd', "ab", "ab", "a", "a", true,
+       true},
   };
   return all;
 }
 
-void prepare(session &client, const operation &disturbed) {
-  if (disturbed.act == create) {
-    return;
-  }
-  start(client);
-  if (disturbed.loaded) {
-    require(letter_of_entries(client.get_cached()) == 'a', "the cache is not loaded");
-  }
-  if (disturbed.prepared != none) {
-    get_whole(client, disturbed.prepared);
+bool succeeds(const operation &swept, const std::function<bool()> &sweep) {
+  try {
+    return sweep();
+  } catch (const not_allowed &) {
+    throw;
+  } catch (const std::exception &problem) {
+    const std::string text = problem.what();
+    std::printf("%s: FAILED: %s\n", swept.name, text.substr(0, text.find('\n')).c_str());
+    return false;
   }
 }
 
 void disturb(session &client, const operation &disturbed, const disturbance &trouble,
-             gate_page &page, bool repeat) {
-  prepare(client, disturbed);
+             gate_page &page, way_on then) {
+  disturbed.prepare(client);
   int status = 0;
   {
     const trouble_scope scope(trouble);
@@ -153,12 +255,15 @@ void disturb(session &client, const operation &disturbed, const disturbance &tro
       check_refusal(client, status);
     }
   }
+  if (then == way_on::new_process) {
+    return;
+  }
   if (client.handle() == nullptr) {
     start(client);
   } else if (status >= 0) {
     disturbed.check_done(client);
   }
-  if (repeat && status < 0) {
+  if (then == way_on::repeat && status < 0) {
     const int again = disturbed.act(client);
     require(again >= 0, "called again: " + std::to_string(again) + ": " + client.error_text());
     disturbed.check_done(client);
@@ -173,13 +278,24 @@ void run_undisturbed(gate_page &page, const std::string &root, const services &o
   require(status == 0, std::string("undisturbed: ") + page.text);
 }
 
+char check_restarted(session &client, const std::string &allowed) {
+  const char found = check_in_force(client, allowed, allowed);
+  require_nothing_unfinished(client.disk());
+  return found;
+}
+
 char restart(gate_page &page, const std::string &root, const services &offered,
-             const operation &disturbed) {
+             const std::string &allowed) {
   run_undisturbed(page, root, offered, [&](session &client) {
     start(client);
-    page.status = check_in_force(client, disturbed.restarted, disturbed.restarted);
+    page.status = check_restarted(client, allowed);
   });
   return static_cast<char>(page.status.load());
+}
+
+void check_settled(const file_tree &disk, char letter) {
+  require(letter_on_disk(disk) == letter, "the cache has not what was published");
+  require_nothing_unfinished(disk);
 }
 
 file_tree make_stage(stage wanted, const std::string &root, const services &offered) {

@@ -16,12 +16,12 @@ enum class stage { empty, committed, settled };
 struct operation {
   const char *name;
   stage from;
-  bool loaded;    // the process has loaded its cache before
-  char prepared;  // what the process gets before; or none
+  // Everything up to the operation itself; throws when a step fails.
+  void (*prepare)(session &client);
   int (*act)(session &client);
   // Of what was done; throws when something is missing.
   void (*check_done)(session &client);
-  // Reaches the published configuration in one get.
+  // Reaches the published configuration, whatever the operation left.
   void (*reach)(session &client);
   char published;  // what reach() ends at
   // What may be in force after a failure: in memory, by a cached get of the same process, and by
@@ -29,14 +29,18 @@ struct operation {
   const char *in_memory;
   const char *returned;
   const char *restarted;
+  // What such a process may find when the operation has succeeded.
+  const char *completed;
   // Whether a call that failed may be made again in the same cycle.
   bool is_repeatable;
+  // Whether what it has done outlives a loss of power right after it.
+  bool lasts;
 };
 
 [[nodiscard]] const std::vector<operation> &operations();
 
-// Everything up to the operation itself; throws when a step fails.
-void prepare(session &client, const operation &disturbed);
+// Whether a sweep of an operation held; an operation that fails undisturbed doesn't end the others.
+[[nodiscard]] bool succeeds(const operation &swept, const std::function<bool()> &sweep);
 
 // What goes wrong while an operation runs.
 struct disturbance {
@@ -44,19 +48,28 @@ struct disturbance {
   std::function<void()> end;
 };
 
+// How it goes on after an operation that was disturbed: with a get, with the same call again if it
+// failed, or with the end of the process.
+enum class way_on { get, repeat, new_process };
+
 // Does an operation while it is disturbed, and what has to hold in the same process afterwards: a
-// refusal is clear, what is in force is whole, and the published configuration is reached. With
-// repeat a call that failed is made again first. Returns through the page what the call returned.
+// refusal is clear, what is in force is whole, and the published configuration is reached. Returns
+// through the page what the call returned.
 void disturb(session &client, const operation &disturbed, const disturbance &trouble,
-             gate_page &page, bool repeat);
+             gate_page &page, way_on then);
 
 // Runs a client without a disturbance; throws with its report when it fails.
 void run_undisturbed(gate_page &page, const std::string &root, const services &offered,
                      const std::function<void(session &)> &steps);
 
 // What a process that starts anew, without a service, has in force: one of those that are allowed.
+// What a commit or its undoing keeps between two processes is gone then.
+char check_restarted(session &client, const std::string &allowed);
 [[nodiscard]] char restart(gate_page &page, const std::string &root, const services &offered,
-                           const operation &disturbed);
+                           const std::string &allowed);
+
+// The cache holds a configuration, and nothing of a commit that is not finished.
+void check_settled(const file_tree &disk, char letter);
 
 // The folders of an element at a stage: made by the library itself, undisturbed.
 [[nodiscard]] file_tree make_stage(stage wanted, const std::string &root, const services &offered);

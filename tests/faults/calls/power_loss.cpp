@@ -4,169 +4,103 @@
 #include <sys/syscall.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/faults/calls/gate.hpp"
+#include "tests/faults/calls/medium.hpp"
 #include "tests/faults/calls/operation.hpp"
 #include "tests/faults/calls/trials.hpp"
 
 namespace zot::test {
 namespace {
 
+constexpr const char *cache_folder = "conf";
+
+// What the medium may hold while an operation runs, what it may hold after that, and what it holds
+// when everything has reached it.
+struct history {
+  std::size_t states = 0;
+  std::set<medium> passed;
+  std::set<medium> completed;
+  file_tree cache;
+};
+
 // The cache alone: what lies in the scratch area does not outlive a loss of power.
 file_tree read_cache(const std::string &root) {
   file_tree cache;
-  for (const auto &[name, bytes] : read_tree(root + "/conf")) {
-    cache.emplace("conf/" + name, bytes);
+  for (const auto &[name, bytes] : read_tree(root + "/" + cache_folder)) {
+    cache.emplace(std::string(cache_folder) + "/" + name, bytes);
   }
   return cache;
 }
 
-// The states of the cache while an operation runs, one after the other.
-struct history {
-  std::vector<file_tree> states;
-  bool is_synchronised = false;  // nothing changed after the last synchronisation
-};
+void follow(const passed_call &call, const std::string &root, medium_watch &watched) {
+  watched.look();
+  if (call.number == SYS_sync) {
+    watched.synchronise();
+    return;
+  }
+  if (call.number != SYS_syncfs && call.number != SYS_fsync && call.number != SYS_fdatasync) {
+    return;
+  }
+  const std::string handle =
+      "/proc/" + std::to_string(call.caller) + "/fd/" + std::to_string(call.argument);
+  const std::string path = std::filesystem::read_symlink(handle).string();
+  if (!path.starts_with(root + "/" + cache_folder)) {
+    return;
+  }
+  if (call.number == SYS_syncfs) {
+    watched.synchronise();
+  } else {
+    watched.synchronise(id_of(handle));
+  }
+}
 
 history record(const operation &observed, const std::string &root, const file_tree &stage,
                const services &offered) {
   const shared_page page;
   write_tree(root, stage);
-  history found;
-  const auto look = [&](const passed_call &call) {
-    file_tree now = read_cache(root);
-    if (found.states.empty() || now != found.states.back()) {
-      found.states.push_back(std::move(now));
-      found.is_synchronised = false;
-    }
-    found.is_synchronised = found.is_synchronised || call.number == SYS_syncfs;
-  };
+  medium_watch watched(root, cache_folder);
   const gated_run run = run_gated(
       *page, {},
       [&] {
         return report(*page, root, offered, [&](session &client) {
-          prepare(client, observed);
           arm(*page);
+          observed.prepare(client);
           const int status = observed.act(client);
           disarm(*page);
           require(status >= 0, client.error_text());
         });
       },
-      look);
+      [&](const passed_call &call) { follow(call, root, watched); });
   require(!run.hung && run.wait_status == 0,
           std::string(observed.name) + ", undisturbed: " + page->text);
-  if (file_tree last = read_cache(root); last != found.states.back()) {
-    found.states.push_back(std::move(last));
-    found.is_synchronised = false;
-  }
-  return found;
+  watched.look();
+  return {watched.states(), watched.passed(), watched.possible_now(), read_cache(root)};
 }
 
-// Files whose content is another one than before, those that came or went included.
-std::vector<std::string> changed_files(const file_tree &before, const file_tree &after) {
-  std::set<std::string> names;
-  for (const file_tree *tree : {&before, &after}) {
-    for (const auto &[name, bytes] : *tree) {
-      const auto old = before.find(name);
-      const auto now = after.find(name);
-      const bool same = old != before.end() && now != after.end() && old->second == now->second;
-      if (!name.ends_with('/') && !same) {
-        names.insert(name);
-      }
+// One form of the medium, and whether the operation had returned before.
+struct trial {
+  medium held;
+  bool completed = false;
+};
+
+std::vector<trial> plan(const history &passed) {
+  std::vector<trial> all;
+  for (const medium &held : passed.completed) {
+    all.push_back({held, true});
+  }
+  for (const medium &held : passed.passed) {
+    if (!passed.completed.contains(held)) {
+      all.push_back({held, false});
     }
   }
-  return {names.begin(), names.end()};
-}
-
-void put_back(file_tree &tree, const file_tree &before, const std::string &name) {
-  if (const auto old = before.find(name); old != before.end()) {
-    tree[name] = old->second;
-  } else {
-    tree.erase(name);
-  }
-}
-
-// One file whose data, or whose name, did not reach the medium.
-void add_single_losses(std::set<file_tree> &media, const file_tree &before, const file_tree &state,
-                       const std::string &name) {
-  file_tree without = state;
-  put_back(without, before, name);
-  media.insert(without);
-  const auto found = state.find(name);
-  if (found == state.end()) {
-    return;
-  }
-  const std::size_t size = found->second.size();
-  for (const std::string &bytes :
-       {std::string(), found->second.substr(0, size / 2), std::string(size, '\0')}) {
-    file_tree lost = state;
-    lost[name] = bytes;
-    media.insert(lost);
-  }
-  file_tree absent = state;
-  absent.erase(name);
-  media.insert(absent);
-}
-
-void add_common_losses(std::set<file_tree> &media, const file_tree &state,
-                       const std::vector<std::string> &names) {
-  file_tree empty = state;
-  file_tree halves = state;
-  for (const std::string &name : names) {
-    if (const auto found = state.find(name); found != state.end()) {
-      empty[name].clear();
-      halves[name] = found->second.substr(0, found->second.size() / 2);
-    }
-  }
-  media.insert(empty);
-  media.insert(halves);
-}
-
-// Whatever order a file system chooses: each subset of the files has changed already.
-void add_subsets(std::set<file_tree> &media, const file_tree &before, const file_tree &last) {
-  constexpr std::size_t most = 12;
-  const std::vector<std::string> names = changed_files(before, last);
-  require(names.size() <= most, "too many files for all subsets");
-  for (unsigned subset = 0; subset < 1U << names.size(); ++subset) {
-    file_tree state = last;
-    for (std::size_t at = 0; at < names.size(); ++at) {
-      if ((subset >> at & 1U) == 0) {
-        put_back(state, before, names[at]);
-      }
-    }
-    media.insert(state);
-  }
-}
-
-std::vector<file_tree> media_after(const history &passed) {
-  std::set<file_tree> media;
-  const file_tree &before = passed.states.front();
-  for (const file_tree &state : passed.states) {
-    media.insert(state);
-    const std::vector<std::string> names = changed_files(before, state);
-    for (const std::string &name : names) {
-      add_single_losses(media, before, state, name);
-    }
-    add_common_losses(media, state, names);
-  }
-  add_subsets(media, before, passed.states.back());
-  return {media.begin(), media.end()};
-}
-
-// Files that the configuration in force does not name go with the next commit only.
-file_tree without_leftovers(file_tree tree, char letter) {
-  const std::string config = std::string(conf_folder) + "config";
-  const std::map<std::string, std::string> named = configuration(letter).files();
-  std::erase_if(tree, [&](const auto &entry) {
-    return entry.first.starts_with(config + "/") && !entry.first.ends_with('/') &&
-           named.find(entry.first.substr(config.size())) == named.end();
-  });
-  return tree;
+  return all;
 }
 
 struct trial_result {
@@ -174,30 +108,37 @@ struct trial_result {
   char restarted;
 };
 
-trial_result try_one(const operation &observed, const file_tree &medium, const std::string &root,
-                     const services &offered, const sweep_options &options) {
-  trial_result result{};
+void try_medium(const operation &observed, const trial &tried, const history &passed,
+                const std::string &root, const services &offered, trial_result &result) {
   const shared_page page;
+  const bool has_to_last = observed.lasts && tried.completed;
+  write_medium(root, tried.held);
+  result.restarted =
+      restart(*page, root, offered, has_to_last ? observed.completed : observed.restarted);
+  require(!has_to_last || read_cache(root) == passed.cache, "what was done did not last");
+  run_undisturbed(*page, root, offered, [&](session &client) {
+    start(client);
+    observed.reach(client);
+  });
+  check_settled(read_tree(root), observed.published);
+}
+
+trial_result try_one(const operation &observed, const trial &tried, const history &passed,
+                     const std::string &root, const services &offered,
+                     const sweep_options &options) {
+  trial_result result{};
   try {
-    write_tree(root, medium);
-    result.restarted = restart(*page, root, offered, observed);
-    run_undisturbed(*page, root, offered, [&](session &client) {
-      start(client);
-      observed.reach(client);
-    });
-    file_tree disk = read_tree(root);
-    if (result.restarted == observed.published) {
-      disk = without_leftovers(std::move(disk), observed.published);
-    }
-    require(letter_on_disk(disk) == observed.published, "the cache has not what was published");
+    try_medium(observed, tried, passed, root, offered, result);
     result.held = true;
   } catch (const std::exception &problem) {
     std::string text = problem.what();
     text = options.with_log ? text : text.substr(0, text.find('\n'));
-    for (const auto &[name, bytes] : medium) {
-      text += "\n  " + name + ": " + std::to_string(bytes.size()) + " bytes";
+    for (const auto &[name, bytes] : tried.held.tree) {
+      text += "\n  " + name +
+              (name.ends_with('/') ? "" : ": " + std::to_string(bytes.size()) + " bytes");
     }
-    std::fprintf(stderr, "%s, power lost: %s\n", observed.name, text.c_str());
+    std::fprintf(stderr, "%s, power lost%s: %s\n", observed.name,
+                 tried.completed ? " after it" : "", text.c_str());
   }
   return result;
 }
@@ -213,31 +154,36 @@ bool sweep(const operation &observed, const sweep_options &options, const servic
   const std::string root = options.work + "/element";
   const file_tree stage = make_stage(observed.from, root, offered);
   const history passed = record(observed, root, stage, offered);
-  const std::vector<file_tree> media = media_after(passed);
-  const std::size_t count = (media.size() + options.every - 1) / options.every;
+  const std::vector<trial> trials = plan(passed);
+  const std::size_t count = (trials.size() + options.every - 1) / options.every;
   const auto results =
       run_trials<trial_result>(count, options.jobs, [&](std::size_t at, unsigned worker) {
-        return try_one(observed, media[at * options.every], root + std::to_string(worker), offered,
-                       options);
+        return try_one(observed, trials[at * options.every], passed, root + std::to_string(worker),
+                       offered, options);
       });
   std::size_t held = 0;
+  std::size_t completed = 0;
   std::map<char, unsigned> restarted;
-  for (const trial_result &result : results) {
-    held += result.held ? 1 : 0;
-    ++restarted[result.restarted];
+  for (std::size_t at = 0; at < count; ++at) {
+    held += results[at].held ? 1 : 0;
+    completed += trials[at * options.every].completed ? 1 : 0;
+    if (results[at].restarted != '\0') {
+      ++restarted[results[at].restarted];
+    }
   }
-  totals.states += passed.states.size();
+  totals.states += passed.states;
   totals.tried += count;
   totals.held += held;
-  std::printf("%s, power lost: %zu states, %zu forms of the medium tried, %zu held; started anew:",
-              observed.name, passed.states.size(), count, held);
+  std::printf(
+      "%s, power lost: %zu states, %zu forms of the medium tried, %zu of them after the end, %zu "
+      "held; started anew:",
+      observed.name, passed.states, count, completed, held);
   for (const auto &[letter, times] : restarted) {
     std::printf(" %c %u", letter, times);
   }
-  const bool has_to_last = observed.prepared == observed.published;
-  std::printf("; %s\n", passed.is_synchronised ? "synchronised at the end" : "not synchronised");
+  std::printf("\n");
   std::fflush(stdout);
-  return held == count && (passed.is_synchronised || !has_to_last);
+  return held == count;
 }
 
 }  // namespace
@@ -247,7 +193,7 @@ bool sweep_power_losses(const sweep_options &options, const services &offered) {
   power_totals totals;
   for (const operation &each : operations()) {
     if (options.only.empty() || options.only == each.name) {
-      all_held = sweep(each, options, offered, totals) && all_held;
+      all_held = succeeds(each, [&] { return sweep(each, options, offered, totals); }) && all_held;
     }
   }
   std::printf("power: lost after each of %zu writes, %zu forms of the medium: %zu held\n",

@@ -64,10 +64,16 @@ const std::vector<watched_call> &watched_calls() {
 #ifdef SYS_fdatasync
       {SYS_fdatasync, "fdatasync"},
 #endif
+#ifdef SYS_flock
+      {SYS_flock, "flock"},
+#endif
 #ifdef SYS_fork
       {SYS_fork, "fork"},
 #endif
       {SYS_fstat, "fstat"},
+#ifdef SYS_fstatfs
+      {SYS_fstatfs, "fstatfs"},
+#endif
 #ifdef SYS_fsync
       {SYS_fsync, "fsync"},
 #endif
@@ -88,6 +94,12 @@ const std::vector<watched_call> &watched_calls() {
 #endif
 #ifdef SYS_ioctl
       {SYS_ioctl, "ioctl"},
+#endif
+#ifdef SYS_link
+      {SYS_link, "link"},
+#endif
+#ifdef SYS_linkat
+      {SYS_linkat, "linkat"},
 #endif
 #ifdef SYS_lseek
       {SYS_lseek, "lseek"},
@@ -168,8 +180,20 @@ const std::vector<watched_call> &watched_calls() {
 #ifdef SYS_stat
       {SYS_stat, "stat"},
 #endif
+#ifdef SYS_statfs
+      {SYS_statfs, "statfs"},
+#endif
 #ifdef SYS_statx
       {SYS_statx, "statx"},
+#endif
+#ifdef SYS_symlink
+      {SYS_symlink, "symlink"},
+#endif
+#ifdef SYS_symlinkat
+      {SYS_symlinkat, "symlinkat"},
+#endif
+#ifdef SYS_sync
+      {SYS_sync, "sync"},
 #endif
 #ifdef SYS_syncfs
       {SYS_syncfs, "syncfs"},
@@ -202,6 +226,15 @@ const watched_call *find_call(int number) {
   const std::vector<watched_call> &calls = watched_calls();
   const auto found = std::ranges::find(calls, number, &watched_call::number);
   return found != calls.end() ? &*found : nullptr;
+}
+
+bool is_link_call(int number) {
+#ifdef SYS_link
+  if (number == SYS_link) {
+    return true;
+  }
+#endif
+  return number == SYS_linkat;
 }
 
 std::string call_name(int number) {

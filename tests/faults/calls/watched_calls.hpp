@@ -22,6 +22,8 @@ struct watched_call {
 // Null for a call that is not watched.
 [[nodiscard]] const watched_call *find_call(int number);
 
+[[nodiscard]] bool is_link_call(int number);
+
 [[nodiscard]] std::string call_name(int number);
 
 }  // namespace zot::test
