@@ -7,7 +7,7 @@ readonly faults_programs=build/release/tests/faults
 readonly faults_results=build/faults
 readonly faults_document=docs/reliability.md
 readonly faults_promises=tests/faults/promises.txt
-readonly faults_sweeps=(memory calls service archive host threads model)
+readonly faults_sweeps=(memory calls share service archive host threads model)
 readonly faults_sequences=100000
 
 # The thread sanitizer wants a library of its own.
@@ -29,7 +29,7 @@ faults_make_threads() {
 }
 
 # What a sweep prints, kept; a line with counts begins with the name of what was counted.
-readonly faults_counted='memory|calls|disks|power|service|archive|host|threads|lies|model'
+readonly faults_counted='memory|calls|disks|power|share|service|archive|host|threads|lies|model'
 
 faults_keep() {
   local name=$1
@@ -50,6 +50,7 @@ faults_sweep() {
   case $1 in
     memory) faults_keep memory "$programs/memory/memory_sweep" --jobs "$jobs" ;;
     calls) faults_keep calls "$programs/calls/faults_calls" calls disks power jobs="$jobs" ;;
+    share) faults_keep share "$programs/share/faults_share" cycles=500 ;;
     service) faults_keep service "$programs/service/faults_service" ;;
     archive) faults_keep archive "$programs/archive/faults_archive" percent=10 ;;
     host) faults_keep host "$programs/host/faults_host" ;;

@@ -11,9 +11,6 @@ namespace zot::test {
 namespace {
 
 constexpr const char *sub_idx = "aabbccddeeff";
-// A machine that does other things too must not fail a step that nothing disturbs.
-constexpr std::uint32_t timeout = 30;
-constexpr std::uint32_t timeout_gpb = 30;
 
 void write_text(gate_page &page, const std::string &text) {
   const std::size_t size = std::min(text.size(), gate_page::text_size - 1);
@@ -43,15 +40,19 @@ bool session::start() {
   ::unsetenv("ZOT_DEV_PATH");
   zot_parm_all parm{};
   parm.timeout = timeout;
-  parm.timeout_gpb = timeout_gpb;
+  parm.timeout_gpb = timeout;
   parm.log_ctl = log_.ctl(ZOT_LOG_INFO);
   handle_.reset(zot_conf_init_args("AP", sub_idx, std::strlen(sub_idx), parm));
   return handle_ != nullptr;
 }
 
-returned_list session::get(char letter, std::uint32_t mask) {
-  ::setenv("ZOT_REMOTE_PORT", std::to_string(offered_.port(letter)).c_str(), 1);
+returned_list session::get_from(std::uint16_t port, std::uint32_t mask) {
+  ::setenv("ZOT_REMOTE_PORT", std::to_string(port).c_str(), 1);
   return test::get(handle(), mask);
+}
+
+returned_list session::get(char letter, std::uint32_t mask) {
+  return get_from(offered_.port(letter), mask);
 }
 
 returned_list session::get_cached() {

@@ -17,11 +17,16 @@ void require(bool holds, const std::string &text);
 // A process that uses an element's folders; its environment names them from then on.
 class session {
  public:
+  // In seconds. A machine that does other things too must not fail a step that nothing disturbs.
+  static constexpr std::uint32_t timeout = 30;
+
   session(const std::string &root, const services &offered) : root_(root), offered_(offered) {}
 
   [[nodiscard]] bool start();
   [[nodiscard]] zot_ctx *handle() const { return handle_.get(); }
 
+  // From the service on a port.
+  [[nodiscard]] returned_list get_from(std::uint16_t port, std::uint32_t mask = every_change);
   // From the service that offers a configuration.
   [[nodiscard]] returned_list get(char letter, std::uint32_t mask = every_change);
   // Without a service.
