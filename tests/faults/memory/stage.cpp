@@ -7,6 +7,10 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <system_error>
 #include <vector>
@@ -78,6 +82,61 @@ void hold_services(int report, int life_line) {
     while (::read(life_line, &none, 1) < 0 && errno == EINTR) {
     }
   }
+}
+
+// Asks without a service what is in force below a folder, and expects what holds for every cache.
+std::string ask_anew(const std::string &dir, const zot_parm_all &parm) {
+  constexpr const char *sub_idx = "aabbccddeeff";
+  ::setenv("ZOT_PREFIX_CONF_ROOT", (dir + "/conf").c_str(), 1);
+  ::setenv("ZOT_PREFIX_TMP_ROOT", (dir + "/scratch").c_str(), 1);
+  ::setenv("ZOT_REMOTE_PORT", std::to_string(test::closed_port()).c_str(), 1);
+  const test::handle_owner handle(zot_conf_init_args("AP", sub_idx, std::strlen(sub_idx), parm));
+  expect(handle != nullptr, "a new process gets no handle");
+  test::returned_list cached = test::get(handle.get(), ZOT_STAT_CACHED);
+  expect(cached.status == ZOT_OK || cached.status == ZOT_ERR_NO_CACHE,
+         "a new process" + found(cached));
+  const bool is_in_force = handle->slot[ZOT_SLOT_CURRENT].k != nullptr;
+  expect(is_in_force == (cached.status == ZOT_OK),
+         "a new process, with something in force or nothing" + found(cached));
+  for (const char *const unfinished : {"undo", "undo.new", "undo.old"}) {
+    expect(!test::exists(std::string(handle->conf_root) + unfinished),
+           std::string(unfinished) + " is still there for a new process");
+  }
+  std::erase_if(cached.entries, [](const test::returned_entry &entry) {
+    return (entry.stat & ZOT_STAT_DELETED) != 0;
+  });
+  for (test::returned_entry &entry : cached.entries) {
+    entry.stat = ZOT_STAT_FULL;
+  }
+  return describe(cached.entries);
+}
+
+// Runs it in a process of its own and returns its text, after a letter that tells how it ended.
+std::string in_own_process(const std::function<std::string()> &ask) {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    throw std::system_error(errno, std::generic_category(), "pipe");
+  }
+  const pid_t process = ::fork();
+  if (process == 0) {
+    std::string told;
+    try {
+      told = "+" + ask();
+    } catch (const std::exception &problem) {
+      told = std::string("-") + problem.what();
+    }
+    static_cast<void>(::write(ends[1], told.data(), told.size()));
+    ::_exit(0);
+  }
+  ::close(ends[1]);
+  std::string told;
+  std::array<char, 4096> part{};
+  for (ssize_t size = 0; (size = ::read(ends[0], part.data(), part.size())) > 0;) {
+    told.append(part.data(), static_cast<std::size_t>(size));
+  }
+  ::close(ends[0]);
+  ::waitpid(process, nullptr, 0);
+  return told;
 }
 
 }  // namespace
@@ -283,6 +342,15 @@ void stage::expect_whole_cycle(published next) {
   const test::returned_list cached = element_.get(ZOT_STAT_CACHED);
   expect(cached.status == ZOT_OK && objects_of(cached) == published_objects(wanted),
          "the committed configuration is not in the cache" + found(cached));
+}
+
+std::string stage::found_anew() {
+  const std::string copy = beside_ / "all";
+  fs::remove_all(copy);
+  fs::copy(element_.dir().path(), copy, fs::copy_options::recursive);
+  const std::string told = in_own_process([&] { return ask_anew(copy, element_.parm()); });
+  expect(told.starts_with('+'), told.empty() ? "a new process crashed" : told.substr(1));
+  return told.substr(1);
 }
 
 void stage::save_files() {

@@ -121,6 +121,10 @@ class stage {
   // Another configuration comes, is committed, is found unchanged, and survives a restart.
   void expect_whole_cycle(published next);
 
+  // What a process that starts anew, without a service, has in force, in words; the folders of this
+  // element stay as they are. Empty for nothing; throws when it finds something that nobody may.
+  [[nodiscard]] std::string found_anew();
+
   // Everything on disk as it was when it was saved.
   void save_files();
   void restore_files() const;
@@ -128,6 +132,7 @@ class stage {
  private:
   ports ports_;
   test::temp_dir saved_;
+  test::temp_dir beside_;  // for a new process
   test::element element_;
   armed_count allocations_;
   std::string notes_;

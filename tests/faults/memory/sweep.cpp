@@ -26,6 +26,7 @@ class sweep {
     wanted_.last_block = inspect_heap().newest_block;
     tried_.prepare(stage_);
     stage_.save_files();
+    wanted_.found_before = stage_.found_anew();
     if (!take_references()) {
       return;
     }
@@ -65,6 +66,7 @@ class sweep {
       return false;
     }
     total_ = told_->allocations.allocations;
+    wanted_.found_after = told_->found_anew.data();
     wanted_.left_sizes.assign(told_->left_sizes.begin(),
                               told_->left_sizes.begin() + told_->left_count);
     const reference undisturbed = {{told_->status, told_->text.data()}, told_->after.data()};

@@ -70,6 +70,14 @@ void expect_documented(const operation &tried, const outcome &got, const referen
          "it gives\n" + got.text + "\ninstead of\n" + want.given.text);
 }
 
+// The old configuration or the new one; the new one after success.
+void expect_in_force_anew(const operation &tried, const outcome &got, const trial &wanted,
+                          const std::string &found) {
+  const bool is_done = got.status == tried.status;
+  expect(found == wanted.found_after || (!is_done && found == wanted.found_before),
+         "with status " + std::to_string(got.status) + " a new process finds\n" + found);
+}
+
 void try_it(const operation &tried, stage &on, const trial &wanted, report &told) {
   const std::ptrdiff_t descriptors = open_descriptors();
   if (on.handle() != nullptr) {
@@ -94,6 +102,11 @@ void try_it(const operation &tried, stage &on, const trial &wanted, report &told
     told.is_as_undisturbed = got.text == undisturbed->given.text;
     expect(want != nullptr, "no reference");
     expect_documented(tried, got, *want);
+  }
+  const std::string found = on.found_anew();
+  tell(told.found_anew, found);
+  if (!is_reference) {
+    expect_in_force_anew(tried, got, wanted, found);
   }
   tell(told.after, tried.go_on(on, got, wanted.known));
   tell(told.notes, on.notes());

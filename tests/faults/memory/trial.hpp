@@ -22,6 +22,7 @@ struct report {
   std::array<char, 32768> text;  // what was given, or what did not hold
   std::array<char, 32768> after;
   std::array<char, 256> notes;
+  std::array<char, 4096> found_anew;  // by a new process, before anything followed
   // Of the blocks that are still there after the handle was freed.
   std::size_t left_count;
   std::array<std::size_t, 64> left_sizes;
@@ -47,6 +48,9 @@ struct trial {
   // Without any the trial becomes a reference itself.
   references known;
   std::vector<std::size_t> left_sizes;  // undisturbed
+  // What a new process finds before the operation, and after it.
+  std::string found_before;
+  std::string found_after;
   bool shows_all = false;
 };
 
