@@ -210,7 +210,7 @@ const std::vector<operation> &operations() {
       {"get of the old one again", stage::settled, prepare_next, get<'a'>, check_returned_to,
        reach<'b'>, 'b', "a", "ab", "a", "a", true, false},
       {"get after a failed commit", stage::settled, prepare_failed_commit, get<'b'>,
-       check_finished_or_undone, reach<'b'>, 'b', "ab", "ab", "ab", "ab", true, true},
+       check_finished_or_undone, reach<'b'>, 'b', "ab", "ab", "ab", "ab", true, false},
       {"first commit", stage::empty, prepare_first, commit, check_committed<'a'>, reach<'a'>, 'a',
        "a-", "a", "a-", "a", true, true},
       {"commit", stage::settled, prepare_next, commit, check_committed<'b'>, reach<'b'>, 'b', "ab",

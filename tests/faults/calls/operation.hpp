@@ -33,7 +33,8 @@ struct operation {
   const char *completed;
   // Whether a call that failed may be made again in the same cycle.
   bool is_repeatable;
-  // Whether what it has done outlives a loss of power right after it.
+  // Whether every file that it has left outlives a loss of power right after it. What is in force
+  // does so in any case.
   bool lasts;
 };
 

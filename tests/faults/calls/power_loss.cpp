@@ -113,8 +113,9 @@ void try_medium(const operation &observed, const trial &tried, const history &pa
   const shared_page page;
   const bool has_to_last = observed.lasts && tried.completed;
   write_medium(root, tried.held);
-  result.restarted =
-      restart(*page, root, offered, has_to_last ? observed.completed : observed.restarted);
+  const std::string allowed =
+      tried.completed ? std::string{letter_on_disk(passed.cache)} : observed.restarted;
+  result.restarted = restart(*page, root, offered, allowed);
   require(!has_to_last || read_cache(root) == passed.cache, "what was done did not last");
   run_undisturbed(*page, root, offered, [&](session &client) {
     start(client);
