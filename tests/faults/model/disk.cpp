@@ -2,6 +2,7 @@
 #include "disk.hpp"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <utility>
 
@@ -10,6 +11,10 @@
 
 namespace zot::faults {
 namespace {
+
+constexpr std::array k_file_names = {"knowledge/subsys.k",      "knowledge/subsys.checksum",
+                                     "knowledge/prev_subsys.k", "knowledge/prev_subsys.checksum",
+                                     "knowledge/corrupted.k",   "knowledge/corrupted.checksum"};
 
 std::string file_name(target hit) {
   switch (hit) {
@@ -103,6 +108,46 @@ files directory::below(const std::string &prefix) const {
     }
   }
   return found;
+}
+
+bool directory::begin_undo(unsigned number, bool keeps_config) {
+  if (!exists || !has_knowledge) {
+    return false;
+  }
+  undo_folder kept;
+  kept.number = number;
+  kept.keeps_config = keeps_config;
+  for (const char *const name : k_file_names) {
+    const auto found = held.find(name);
+    kept.k_files[name] = found != held.end() ? std::optional(found->second) : std::nullopt;
+  }
+  if (keeps_config) {
+    kept.had_config = has_config;
+    kept.config = below("config/");
+    remove_below("config/");
+    has_config = false;
+  }
+  undo = kept;
+  return true;
+}
+
+bool directory::restore_from_undo() {
+  if (!undo.has_value() || !has_knowledge) {
+    return !undo.has_value();
+  }
+  if (undo->keeps_config) {
+    remove_below("config/");
+    held.merge(undo->config);
+    has_config = undo->had_config;
+  }
+  for (const auto &[name, bytes] : undo->k_files) {
+    held.erase(name);
+    if (bytes.has_value()) {
+      held[name] = *bytes;
+    }
+  }
+  undo.reset();
+  return true;
 }
 
 std::vector<change> damage_of(const step &one, const directory &hit) {

@@ -2,6 +2,7 @@
 // The two directories of an element as the model has them, and what happens to them from outside.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,11 +12,21 @@
 
 namespace zot::faults {
 
+// What a commit that has not come to its end keeps of what was there before it.
+struct undo_folder {
+  unsigned number = 0;                                        // each commit has its own
+  std::map<std::string, std::optional<std::string>> k_files;  // none: it was not there
+  bool keeps_config = false;
+  bool had_config = false;
+  files config;
+};
+
 struct directory {
   bool exists = false;         // itself
   bool has_config = false;     // the directory below it, with or without files
   bool has_knowledge = false;  // of the cache only
   files held;
+  std::optional<undo_folder> undo = {};  // of the cache only
 
   [[nodiscard]] bool has(const std::string &name) const { return held.contains(name); }
   // False when there is no such file, or no directory to copy it into.
@@ -23,6 +34,10 @@ struct directory {
   void rename(const std::string &name, const std::string &to);
   void remove_below(const std::string &prefix);
   [[nodiscard]] files below(const std::string &prefix) const;
+  // False when there is no directory to keep anything of.
+  [[nodiscard]] bool begin_undo(unsigned number, bool keeps_config);
+  // False when there is no directory to put anything back into.
+  bool restore_from_undo();
 };
 
 // To do to the files: write the bytes, or remove the name with everything below it. An empty name

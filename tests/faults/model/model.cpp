@@ -2,6 +2,7 @@
 // The verdict and the start, as the model has them, and what can be seen of it.
 #include "model.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace zot::faults {
@@ -39,6 +40,18 @@ std::string first_holder(std::size_t slot_index, Same same) {
   return slot_names.at(first);
 }
 
+// Only files can be seen: what was not there is told by an empty directory.
+void add_undo(const undo_folder &kept, view &seen) {
+  for (const auto &[name, bytes] : kept.k_files) {
+    if (bytes.has_value()) {
+      seen["cache undo/" + name.substr(name.rfind('/') + 1)] = *bytes;
+    }
+  }
+  for (const auto &[name, bytes] : kept.config) {
+    seen["cache undo/" + name] = bytes;
+  }
+}
+
 }  // namespace
 
 std::vector<change> model::damage(const step &one) {
@@ -46,19 +59,23 @@ std::vector<change> model::damage(const step &one) {
   const std::vector<change> changes = damage_of(one, hit);
   for (const change &what : changes) {
     apply(what, hit);
+    checksum_written_ += what.where == area::scratch && what.name == "subsys.checksum" ? 1 : 0;
   }
   return changes;
 }
 
 void model::restart() {
   make_directories();
+  undo_interrupted_commit();
   slots_ = {};
   has_marked_ = false;
   marked_.clear();
   marked_root_ = area::cache;
+  marks_wait_ = false;
   load_flags_ = 0;
   state_ = 0;
-  in_memory_ = k_rotated_ = checksum_rotated_ = k_done_ = false;
+  open_step_ = step_of_commit::none;
+  own_undo_ = 0;
 }
 
 bool model::is_open(int &status) const {
@@ -74,20 +91,45 @@ bool model::is_open(int &status) const {
   return false;
 }
 
-int model::commit_k() {
-  if (!k_rotated_) {
-    cache_.held.erase("knowledge/prev_subsys.k");
-    cache_.rename("knowledge/subsys.k", "knowledge/prev_subsys.k");
-    k_rotated_ = true;
+bool model::waits_for_verdict() const {
+  return (state_ & (done | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
+}
+
+void model::undo_interrupted_commit() {
+  if (lie_ != lie::cut_off_commit_stays) {
+    static_cast<void>(cache_.restore_from_undo());
   }
+}
+
+bool model::is_untouched() const {
+  return !scratch_.has("subsys.checksum") || checksum_written_ == checksum_fetched_;
+}
+
+bool model::is_k_as_fetched() const {
+  const auto found = scratch_.held.find("subsys.k");
+  return is_untouched() || found == scratch_.held.end() ||
+         found->second == slots_[ZOT_SLOT_TMP].k->bytes;
+}
+
+bool model::is_set_as_fetched() const {
+  if (is_untouched()) {
+    return true;
+  }
+  return is_k_as_fetched() &&
+         std::ranges::all_of(*slots_[ZOT_SLOT_TMP].gpbs, [this](const gpb &file) {
+           const auto found = scratch_.held.find("config" + file.path);
+           return found != scratch_.held.end() && found->second == file.bytes;
+         });
+}
+
+int model::commit_k() {
+  cache_.held.erase("knowledge/prev_subsys.k");
+  cache_.rename("knowledge/subsys.k", "knowledge/prev_subsys.k");
   if (!cache_.copy(scratch_, "subsys.k", "knowledge/subsys.k")) {
     return ZOT_ERR_GENERIC;
   }
-  if (!checksum_rotated_) {
-    cache_.held.erase("knowledge/prev_subsys.checksum");
-    cache_.rename("knowledge/subsys.checksum", "knowledge/prev_subsys.checksum");
-    checksum_rotated_ = true;
-  }
+  cache_.held.erase("knowledge/prev_subsys.checksum");
+  cache_.rename("knowledge/subsys.checksum", "knowledge/prev_subsys.checksum");
   if (lie_ != lie::commit_keeps_corrupted) {
     cache_.held.erase("knowledge/corrupted.k");
   }
@@ -106,6 +148,25 @@ int model::commit_k() {
   return ZOT_OK;
 }
 
+// The K files are put back at once when they don't all come.
+int model::store_k() {
+  if (!cache_.restore_from_undo()) {
+    return ZOT_ERR_GENERIC;
+  }
+  slots_[ZOT_SLOT_TMP].k->root = area::scratch;
+  if (!cache_.begin_undo(++undo_count_, has_own_operations_)) {
+    return ZOT_ERR_GENERIC;
+  }
+  own_undo_ = undo_count_;
+  const int status = commit_k();
+  if (status == ZOT_OK) {
+    open_step_ = step_of_commit::gpb_files;
+  } else {
+    static_cast<void>(cache_.restore_from_undo());
+  }
+  return status;
+}
+
 int model::commit_files() {
   cache_.remove_below("config/");
   cache_.has_config = false;
@@ -117,35 +178,83 @@ int model::commit_files() {
   return ZOT_OK;
 }
 
-outcome model::commit() {
-  int status = ZOT_OK;
-  if (!is_open(status)) {
-    return of(status);
-  }
-  slot &current = slots_[ZOT_SLOT_CURRENT];
-  const slot tmp = slots_[ZOT_SLOT_TMP];
-  outcome seen;
-  if (in_memory_) {
-    seen.note = k_done_ ? "again, at the files" : "again, at K";
-  } else {
-    if (current.k && current.k->bytes == tmp.k->bytes) {
-      return of(ZOT_NO_UPDATE);
+int model::store() {
+  if (open_step_ == step_of_commit::k_files) {
+    if (const int status = store_k(); status != ZOT_OK) {
+      return status;
     }
-    slots_[ZOT_SLOT_LAST] = std::exchange(current, tmp);
-    in_memory_ = true;
   }
-  if (!k_done_) {
-    status = commit_k();
-    k_done_ = status == ZOT_OK;
+  if (const int status = commit_files(); status != ZOT_OK) {
+    return status;
   }
-  if (status == ZOT_OK) {
-    status = commit_files();
+  cache_.undo.reset();
+  open_step_ = step_of_commit::none;
+  return ZOT_OK;
+}
+
+void model::adopt() {
+  slots_[ZOT_SLOT_LAST] = std::exchange(slots_[ZOT_SLOT_CURRENT], slots_[ZOT_SLOT_TMP]);
+  open_step_ = step_of_commit::k_files;
+  load_flags_ |= ZOT_LOADED_PREV_K;
+}
+
+// Begins a commit, or goes on with one that failed.
+int model::run_commit(outcome &seen) {
+  const k_ref &current = slots_[ZOT_SLOT_CURRENT].k;
+  const bool is_begun = open_step_ != step_of_commit::none;
+  if (!is_begun && current && current->bytes == slots_[ZOT_SLOT_TMP].k->bytes) {
+    return ZOT_NO_UPDATE;
   }
-  if (status == ZOT_OK) {
-    state_ |= ZOT_CYCLE_DONE_COMMIT;
+  const bool owns_undo = cache_.undo.has_value() && cache_.undo->number == own_undo_;
+  if (open_step_ == step_of_commit::gpb_files && !owns_undo) {
+    open_step_ = step_of_commit::k_files;
   }
-  seen.status = status;
+  if (is_begun) {
+    seen.note = open_step_ == step_of_commit::k_files ? "again, at K" : "again, at the files";
+  }
+  if (!is_set_as_fetched()) {
+    return ZOT_ERR_CORRUPTED;
+  }
+  if (!is_begun) {
+    adopt();
+  }
+  if (const int status = store(); status != ZOT_OK) {
+    return status;
+  }
+  marks_wait_ = false;
+  state_ |= ZOT_CYCLE_DONE_COMMIT;
+  return ZOT_OK;
+}
+
+outcome model::commit() {
+  outcome seen;
+  if (is_open(seen.status)) {
+    seen.status = run_commit(seen);
+  }
   return seen;
+}
+
+// False when the files cannot be put back yet.
+bool model::undo_failed_commit() {
+  if (open_step_ != step_of_commit::none) {
+    slots_[ZOT_SLOT_CURRENT] = std::exchange(slots_[ZOT_SLOT_LAST], {});
+    load_flags_ &= ~static_cast<std::uint32_t>(ZOT_LOADED_PREV_K | ZOT_LOADED_FAIL_K);
+  }
+  open_step_ = step_of_commit::none;
+  return cache_.restore_from_undo();
+}
+
+std::string model::settle_failed_commit() {
+  if (open_step_ == step_of_commit::none || !waits_for_verdict()) {
+    return {};
+  }
+  outcome unseen;
+  if (run_commit(unseen) == ZOT_OK) {
+    return "after a commit that it finished";
+  }
+  static_cast<void>(undo_failed_commit());
+  state_ = 0;
+  return "after a commit that it undid";
 }
 
 int model::keep_as_corrupted() {
@@ -166,6 +275,12 @@ int model::keep_as_corrupted() {
 }
 
 int model::refuse() {
+  if (!is_k_as_fetched()) {
+    return ZOT_ERR_CORRUPTED;
+  }
+  if (!undo_failed_commit()) {
+    return ZOT_ERR_GENERIC;
+  }
   slot &last = slots_[ZOT_SLOT_LAST];
   if (!last.k && (load_flags_ & ZOT_LOADED_PREV_K) == 0) {
     load_last();
@@ -174,13 +289,12 @@ int model::refuse() {
     last.k.reset();
     cache_.held.erase("knowledge/prev_subsys.k");
     cache_.held.erase("knowledge/prev_subsys.checksum");
-    const slot &current = slots_[ZOT_SLOT_CURRENT];
-    if (!current.k || !current.gpbs) {
-      return ZOT_ERR_NULL_INPUT;
-    }
-    mark_against_current(current.k, current.gpbs, area::cache);
   }
+  renew_marks();
   const k_ref &corrupted = slots_[ZOT_SLOT_CORRUPTED].k;
+  if (!corrupted && (load_flags_ & ZOT_LOADED_FAIL_K) == 0) {
+    load_corrupted();
+  }
   if (corrupted && corrupted->bytes == slots_[ZOT_SLOT_TMP].k->bytes) {
     return ZOT_NO_UPDATE;
   }
@@ -219,6 +333,9 @@ view model::look() const {
   seen["load flags"] = std::to_string(load_flags_);
   for (const auto &[name, bytes] : cache_.held) {
     seen["cache " + name] = bytes;
+  }
+  if (cache_.undo.has_value()) {
+    add_undo(*cache_.undo, seen);
   }
   for (const auto &[name, bytes] : scratch_.held) {
     seen["scratch " + name] = bytes;

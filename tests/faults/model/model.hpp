@@ -37,8 +37,11 @@ enum class lie {
   commit_keeps_corrupted,
   stray_files_stay,
   cached_get_asks_the_service,
+  cut_off_commit_stays,
+  withdrawn_list_stays,
+  nothing_in_force_is_a_success,
 };
-inline constexpr unsigned lie_count = static_cast<unsigned>(lie::cached_get_asks_the_service) + 1;
+inline constexpr unsigned lie_count = static_cast<unsigned>(lie::nothing_in_force_is_a_success) + 1;
 
 struct known_k {
   std::string bytes;
@@ -62,10 +65,10 @@ struct marked {
 
 class model {
  public:
-  // A client's own operations clean up after their failures, or don't: the library leaves it to
-  // them.
-  explicit model(lie told = lie::none, bool clears_failed_files = true)
-      : lie_(told), clears_failed_files_(clears_failed_files) {
+  // A client's own operations clean up after their failures, or don't, and the GPB files that they
+  // commit are not kept for an undoing: the library leaves both to them.
+  explicit model(lie told = lie::none, bool has_own_operations = true)
+      : lie_(told), has_own_operations_(has_own_operations) {
     restart();
   }
 
@@ -83,6 +86,11 @@ class model {
  private:
   // Directories
   void make_directories();
+  void undo_interrupted_commit();
+  // Whether nobody has written the announced checksum anew since the get.
+  [[nodiscard]] bool is_untouched() const;
+  [[nodiscard]] bool is_k_as_fetched() const;
+  [[nodiscard]] bool is_set_as_fetched() const;
   directory &at(area where) { return where == area::cache ? cache_ : scratch_; }
 
   // Start
@@ -90,9 +98,12 @@ class model {
   void load_last();
   void load_corrupted();
   void load_marked();
+  bool reload_changed_cache();
 
   // Get
   int check_for_update(outcome &seen);
+  int take_new(outcome &seen);
+  int take_same(outcome &seen);
   int fetch(const answer &from, const std::string &name, std::string &body);
   int fetch_k(k_ref &fetched, outcome &seen);
   int fetch_files(const k_ref &k, list_ref &list, outcome &seen);
@@ -101,18 +112,31 @@ class model {
   void remove_strangers(const list_ref &all);
   int align();
   void mark_against_current(const k_ref &k, const list_ref &list, area root);
+  void renew_marks();
+  void settle_marks();
+  int read_file(const gpb &file, bool &is_lost);
+  int get_cached(std::uint32_t mask, const zot_catset &categories, outcome &seen);
+  int get_update(std::uint32_t mask, const zot_catset &categories, outcome &seen);
   int filter(std::uint32_t mask, const zot_catset &categories, outcome &seen);
   k_ref duplicate(const known_k &of);
 
   // Verdict
   [[nodiscard]] bool is_open(int &status) const;
+  [[nodiscard]] bool waits_for_verdict() const;
+  int run_commit(outcome &seen);
+  void adopt();
+  int store();
+  int store_k();
   int commit_k();
   int commit_files();
+  bool undo_failed_commit();
+  // Says what became of one, if there was one.
+  std::string settle_failed_commit();
   int refuse();
   int keep_as_corrupted();
 
   lie lie_;
-  bool clears_failed_files_;
+  bool has_own_operations_;
   directory cache_;
   directory scratch_;
   offer offered_;
@@ -125,11 +149,17 @@ class model {
   std::uint32_t load_flags_ = 0;
   std::uint32_t state_ = 0;
 
-  // How far a commit that failed has come.
-  bool in_memory_ = false;
-  bool k_rotated_ = false;
-  bool checksum_rotated_ = false;
-  bool k_done_ = false;
+  bool marks_wait_ = false;  // the marked list is that of a configuration without a verdict
+
+  // How far a commit that failed has come, and the undo folder that it has begun.
+  enum class step_of_commit { none, k_files, gpb_files };
+  step_of_commit open_step_ = step_of_commit::none;
+  unsigned own_undo_ = 0;
+  unsigned undo_count_ = 0;
+
+  // Which announced checksum lies in the scratch directory, and which one the get has left there.
+  unsigned checksum_written_ = 0;
+  unsigned checksum_fetched_ = 0;
 };
 
 }  // namespace zot::faults

@@ -1,58 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // A get, as the model has it.
 #include <algorithm>
-#include <tuple>
 
 #include "model.hpp"
 #include "tests/support/files.hpp"
 
 namespace zot::faults {
 namespace {
-
-auto object_of(const gpb &file) {
-  return std::tie(file.category, file.key);
-}
-
-// Marks what two sorted lists have in common and what not.
-std::vector<marked> difference(const std::vector<gpb> &old_list, const std::vector<gpb> &new_list,
-                               bool other_cluster) {
-  std::vector<marked> marks;
-  auto was = old_list.begin();
-  auto is = new_list.begin();
-  while (was != old_list.end() || is != new_list.end()) {
-    const bool only_old =
-        is == new_list.end() || (was != old_list.end() && object_of(*was) < object_of(*is));
-    const bool only_new =
-        was == old_list.end() || (is != new_list.end() && object_of(*is) < object_of(*was));
-    if (only_old) {
-      marks.push_back({*was++, ZOT_STAT_DELETED});
-    } else if (only_new) {
-      marks.push_back({*is++, ZOT_STAT_ADDED});
-    } else if (was->version != is->version || other_cluster) {
-      marks.push_back({*is++, ZOT_STAT_MODIFIED});
-      ++was;
-    } else {
-      marks.push_back({*was++, ZOT_STAT_UNCHANGED});
-      ++is;
-    }
-  }
-  return marks;
-}
-
-bool is_other_cluster(const k_ref &a, const k_ref &b) {
-  return !a || !b || a->found == nullptr || b->found == nullptr ||
-         a->found->content->cluster != b->found->content->cluster;
-}
-
-const std::vector<gpb> &entries_of(const list_ref &list) {
-  static const std::vector<gpb> none;
-  return list ? *list : none;
-}
-
-bool wanted(const zot_catset &categories, std::int32_t category) {
-  const auto number = static_cast<unsigned>(category);
-  return (categories.word[number / 32] & (1U << (number % 32))) != 0;
-}
 
 bool same_bytes(const k_ref &a, const k_ref &b) {
   return a && b && a->bytes == b->bytes;
@@ -104,28 +58,27 @@ void model::load_corrupted() {
   }
 }
 
-void model::load_marked() {
-  if (has_marked_ || (load_flags_ & ZOT_LOADED_RET_LIST) != 0) {
-    return;
+// Another configuration than the one in memory lies in the cache. One that cannot be told from its
+// checksum file has been lost, and memory goes on.
+bool model::reload_changed_cache() {
+  const k_ref &current = slots_[ZOT_SLOT_CURRENT].k;
+  const auto sum = cache_.held.find("knowledge/subsys.checksum");
+  if (!current || current->digest.empty() || sum == cache_.held.end()) {
+    return false;
   }
-  load_flags_ |= ZOT_LOADED_RET_LIST;
-  const slot &current = slots_[ZOT_SLOT_CURRENT];
-  const slot &last = slots_[ZOT_SLOT_LAST];
-  if (!current.k && (load_flags_ & ZOT_LOADED_CONF) == 0) {
-    load_current();
+  const std::string line = sum->second.substr(0, sum->second.find('\n'));
+  if (line.size() != ZOT_CHECKSUM_LEN || line == current->digest) {
+    return false;
   }
-  if (!last.k && (load_flags_ & ZOT_LOADED_PREV_K) == 0) {
-    load_last();
-  }
-  has_marked_ = true;
+  slots_[ZOT_SLOT_CURRENT] = {};
+  slots_[ZOT_SLOT_LAST] = {};
+  has_marked_ = false;
   marked_.clear();
-  if (current.k || last.k) {
-    marked_ = difference(entries_of(last.gpbs), entries_of(current.gpbs),
-                         is_other_cluster(last.k, current.k));
-  }
-  if (current.k) {
-    marked_root_ = current.k->root;
-  }
+  marks_wait_ = false;
+  load_flags_ &= ~static_cast<std::uint32_t>(ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB |
+                                             ZOT_LOADED_PREV_K | ZOT_LOADED_RET_LIST);
+  load_current();
+  return true;
 }
 
 int model::fetch(const answer &from, const std::string &name, std::string &body) {
@@ -141,6 +94,7 @@ int model::fetch(const answer &from, const std::string &name, std::string &body)
   }
   scratch_.held.erase(name + ".tmp");
   scratch_.held[name] = from.bytes;
+  checksum_written_ += name == "subsys.checksum" ? 1 : 0;
   body = from.bytes;
   return body.empty() ? ZOT_ERR_GENERIC : ZOT_OK;
 }
@@ -231,7 +185,7 @@ int model::fetch_files(const k_ref &k, list_ref &list, outcome &seen) {
   const int status = offered_.is_archive ? take_files(all) : ZOT_ERR_CORRUPTED;
   if (status == ZOT_OK) {
     list = all;
-  } else if (clears_failed_files_) {
+  } else if (has_own_operations_) {
     leave_damaged_files();
     remove_strangers(all);
   }
@@ -259,13 +213,6 @@ int model::take_files(const list_ref &all) {
   return ZOT_OK;
 }
 
-void model::mark_against_current(const k_ref &k, const list_ref &list, area root) {
-  const slot &current = slots_[ZOT_SLOT_CURRENT];
-  marked_ = difference(entries_of(current.gpbs), entries_of(list), is_other_cluster(current.k, k));
-  has_marked_ = true;
-  marked_root_ = root;
-}
-
 // Nothing is new, but last is another configuration: then it becomes the one in force, too.
 int model::align() {
   slot &tmp = slots_[ZOT_SLOT_TMP];
@@ -287,12 +234,16 @@ int model::align() {
 
 int model::check_for_update(outcome &seen) {
   state_ = 0;
-  in_memory_ = k_rotated_ = checksum_rotated_ = k_done_ = false;
+  open_step_ = step_of_commit::none;
   if (!slots_[ZOT_SLOT_CORRUPTED].k && (load_flags_ & ZOT_LOADED_FAIL_K) == 0) {
     load_corrupted();
   }
   k_ref fetched;
-  const int status = fetch_k(fetched, seen);
+  int status = fetch_k(fetched, seen);
+  if (status == ZOT_NO_UPDATE && reload_changed_cache()) {
+    fetched.reset();
+    status = fetch_k(fetched, seen);
+  }
   if (!fetched) {
     return status;
   }
@@ -303,18 +254,27 @@ int model::check_for_update(outcome &seen) {
     state_ = ZOT_CYCLE_SAME_K;
     return status;
   }
-  if (status == ZOT_OK) {
-    list_ref list;
-    if (const int failed = fetch_files(fetched, list, seen); failed != ZOT_OK) {
-      return failed;
-    }
-    tmp.gpbs = list;
-    mark_against_current(tmp.k, tmp.gpbs, area::scratch);
-    state_ = ZOT_CYCLE_NEW_CONF;
-    seen.note = "a new configuration";
-    return ZOT_OK;
+  return status == ZOT_OK ? take_new(seen) : take_same(seen);
+}
+
+int model::take_new(outcome &seen) {
+  slot &tmp = slots_[ZOT_SLOT_TMP];
+  list_ref list;
+  if (const int failed = fetch_files(tmp.k, list, seen); failed != ZOT_OK) {
+    return failed;
   }
-  if (same_bytes(slots_[ZOT_SLOT_LAST].k, fetched)) {
+  tmp.gpbs = list;
+  checksum_fetched_ = checksum_written_;
+  mark_against_current(tmp.k, tmp.gpbs, area::scratch);
+  marks_wait_ = true;
+  state_ = ZOT_CYCLE_NEW_CONF;
+  seen.note = "a new configuration";
+  return ZOT_OK;
+}
+
+int model::take_same(outcome &seen) {
+  slot &tmp = slots_[ZOT_SLOT_TMP];
+  if (same_bytes(slots_[ZOT_SLOT_LAST].k, tmp.k)) {
     tmp.gpbs = slots_[ZOT_SLOT_CURRENT].gpbs;
     seen.note = "nothing new";
   } else if (const int failed = align(); failed != ZOT_OK) {
@@ -322,43 +282,40 @@ int model::check_for_update(outcome &seen) {
   } else {
     seen.note = "nothing new, last aligned";
   }
+  settle_marks();
   state_ = ZOT_CYCLE_SAME_K;
   return ZOT_NO_UPDATE;
 }
 
-int model::filter(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
-  if ((mask & ZOT_STAT_CACHED) != 0) {
-    mask = test::every_change;
+int model::get_cached(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
+  if (!waits_for_verdict()) {
+    reload_changed_cache();
   }
-  const bool full = (mask & ZOT_STAT_FULL) != 0;
-  for (marked &one : marked_) {
-    const bool deleted = one.stat == ZOT_STAT_DELETED;
-    if (!wanted(categories, one.file.category) || (full ? deleted : (one.stat & mask) == 0)) {
-      continue;
-    }
-    if (!deleted && !(full && one.read)) {
-      const int status = verify(at(marked_root_), one.file);
-      one.read = status == ZOT_OK;
-      if (status != ZOT_OK) {
-        seen.entries.clear();
-        return status;
-      }
-    }
-    test::returned_entry entry;
-    entry.category = one.file.category;
-    entry.key = one.file.key;
-    entry.stat = full ? static_cast<std::uint32_t>(ZOT_STAT_FULL) : one.stat;
-    entry.has_data = !deleted;
-    entry.bytes = deleted ? "" : one.file.bytes;
-    entry.size = static_cast<std::uint32_t>(entry.bytes.size());
-    seen.entries.push_back(entry);
+  load_marked();
+  settle_marks();
+  const int status = filter(mask, categories, seen);
+  const bool is_nothing = seen.entries.empty() && lie_ != lie::nothing_in_force_is_a_success;
+  return status == ZOT_OK && is_nothing ? static_cast<int>(ZOT_ERR_NO_CACHE) : status;
+}
+
+int model::get_update(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
+  const int update = check_for_update(seen);
+  if (update < 0 && update != ZOT_ERR_SAME_AS_CORRUPTED) {
+    return update;
   }
-  return ZOT_OK;
+  if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
+    load_marked();
+    settle_marks();
+  }
+  const int status = filter(mask, categories, seen);
+  return status == ZOT_OK && update == ZOT_ERR_SAME_AS_CORRUPTED ? update : status;
 }
 
 outcome model::get(std::uint32_t mask, const zot_catset &categories) {
   outcome seen;
+  const std::string settled = settle_failed_commit();
   make_directories();
+  undo_interrupted_commit();
   if (mask == 0) {
     seen.status = ZOT_ERR_WRONG_INPUT;
     return seen;
@@ -368,23 +325,10 @@ outcome model::get(std::uint32_t mask, const zot_catset &categories) {
   if ((!current.k || !current.gpbs) && (load_flags_ & both) != both) {
     load_current();
   }
-  const bool cached = (mask & ZOT_STAT_CACHED) != 0;
-  if (!cached || lie_ == lie::cached_get_asks_the_service) {
-    const int status = check_for_update(seen);
-    if (status < 0 && status != ZOT_ERR_SAME_AS_CORRUPTED) {
-      seen.status = status;
-      return seen;
-    }
-    seen.status = status == ZOT_ERR_SAME_AS_CORRUPTED ? status : ZOT_OK;
-  }
-  load_marked();
-  if (const int failed = filter(mask, categories, seen); failed != ZOT_OK) {
-    seen.status = failed;
-  } else if (cached && seen.entries.empty()) {
-    seen.status = ZOT_ERR_NO_CACHE;
-  } else {
-    seen.has_list = true;
-  }
+  const bool cached = (mask & ZOT_STAT_CACHED) != 0 && lie_ != lie::cached_get_asks_the_service;
+  seen.status = cached ? get_cached(mask, categories, seen) : get_update(mask, categories, seen);
+  seen.note = settled.empty() ? seen.note : settled;
+  seen.has_list = seen.status == ZOT_OK || seen.status == ZOT_ERR_SAME_AS_CORRUPTED;
   return seen;
 }
 

@@ -129,7 +129,8 @@ step random_step(dice &thrown) {
   return one;
 }
 
-// A commit of files that are damaged, and mostly a second one when they are there again.
+// A commit of files that are damaged, mostly followed by what goes on from there: with the files as
+// they were or still damaged, another commit, a get, a roll-back or a new process.
 void add_interrupted_commit(dice &thrown, unsigned published, sequence &steps) {
   steps.push_back({.kind = step_kind::commit});
   if (thrown.below(3) != 0) {
@@ -137,8 +138,10 @@ void add_interrupted_commit(dice &thrown, unsigned published, sequence &steps) {
     steps.push_back({.kind = step_kind::damage_scratch,
                      .what = static_cast<unsigned>(mended),
                      .which = published});
-    steps.push_back({.kind = step_kind::commit});
   }
+  constexpr std::array next = {step_kind::commit, step_kind::commit,    step_kind::get,
+                               step_kind::get,    step_kind::roll_back, step_kind::restart};
+  steps.push_back({.kind = next.at(thrown.below(next.size()))});
 }
 
 std::string damage_text(const step &one) {
@@ -186,6 +189,10 @@ sequence random_sequence(std::uint64_t seed) {
       add_interrupted_commit(thrown, published, steps);
     }
   }
+  // Whatever has happened, a new process without a service is asked for what is in force.
+  steps.push_back({.kind = step_kind::restart});
+  steps.push_back({.kind = step_kind::service_down});
+  steps.push_back({.kind = step_kind::cached_get});
   return steps;
 }
 

@@ -140,10 +140,10 @@ std::string world::directory_of(area where) const {
 void world::damage(const std::vector<change> &changes) const {
   for (const change &what : changes) {
     const std::string path = directory_of(what.where) + "/" + what.name;
+    // A file may have a second name, which goes on holding what it held.
+    fs::remove_all(path);
     if (what.bytes.has_value()) {
       test::write_bytes(path, *what.bytes);
-    } else {
-      fs::remove_all(path);
     }
   }
 }
