@@ -59,10 +59,16 @@ bool is_possible(const fault_kind &kind, const passed_call &call) {
 }
 
 const char *told(way_on then) {
-  if (then == way_on::get) {
-    return "";
+  switch (then) {
+    case way_on::repeat:
+      return ", called again";
+    case way_on::roll_back:
+      return ", rolled back";
+    case way_on::new_process:
+      return ", started anew";
+    default:
+      return "";
   }
-  return then == way_on::repeat ? ", called again" : ", started anew";
 }
 
 class operation_sweep {
@@ -119,8 +125,14 @@ class operation_sweep {
     if (kind.what == fault::kill) {
       return way_on::new_process;
     }
-    constexpr way_on ways[] = {way_on::get, way_on::new_process, way_on::repeat};
-    return ways[turn % (disturbed_.is_repeatable ? 3 : 2)];
+    std::vector<way_on> ways = {way_on::get, way_on::new_process};
+    if (disturbed_.is_repeatable) {
+      ways.push_back(way_on::repeat);
+    }
+    if (disturbed_.refuse != nullptr) {
+      ways.push_back(way_on::roll_back);
+    }
+    return ways[turn % ways.size()];
   }
 
   // For the process at the gate. Before the trouble ends, so do commands that were left behind.

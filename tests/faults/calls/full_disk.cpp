@@ -30,7 +30,7 @@ constexpr const char *volume_options = "size=1m,nr_inodes=500";
 constexpr unsigned most_pages = 20;
 constexpr unsigned most_files = 30;
 
-constexpr way_on ways_on[] = {way_on::get, way_on::repeat, way_on::new_process};
+constexpr way_on ways_on[] = {way_on::get, way_on::repeat, way_on::roll_back, way_on::new_process};
 
 struct trial {
   const operation *disturbed;
@@ -191,7 +191,9 @@ std::vector<trial> plan(const operation &disturbed, unsigned every) {
   unsigned turn = 0;
   const auto add = [&](const char *folder, shortage lacking, unsigned left) {
     for (const way_on then : ways_on) {
-      if (turn++ % every == 0 && (then != way_on::repeat || disturbed.is_repeatable)) {
+      const bool is_possible = (then != way_on::repeat || disturbed.is_repeatable) &&
+                               (then != way_on::roll_back || disturbed.refuse != nullptr);
+      if (is_possible && turn++ % every == 0) {
         all.push_back({&disturbed, folder, lacking, left, then});
       }
     }
@@ -215,7 +217,7 @@ trial_result try_one(const trial &tried, const std::string &root, const file_tre
     return attempt(tried, root, offered).run(stage);
   } catch (const std::exception &problem) {
     const std::string text = problem.what();
-    const char *const then[] = {"", ", called again", ", started anew"};
+    const char *const then[] = {"", ", called again", ", rolled back", ", started anew"};
     std::fprintf(stderr, "%s: %s on %s: %u%s: %s\n", tried.disturbed->name, name_of(tried.lacking),
                  tried.folder, tried.left, then[static_cast<int>(tried.then)],
                  (with_log ? text : text.substr(0, text.find('\n'))).c_str());

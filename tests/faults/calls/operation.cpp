@@ -152,6 +152,16 @@ void reach_after_failed_commit(session &client) {
   reach<'d'>(client);
 }
 
+// What was refused can be reached again once another one has been committed.
+template <char refused, char kept>
+void refuse_failed_commit(session &client) {
+  const int status = client.roll_back();
+  require(status == ZOT_OK,
+          "roll-back of a failed commit: " + std::to_string(status) + ": " + client.error_text());
+  check_rolled_back<refused, kept>(client);
+  reach<'d'>(client);
+}
+
 // Ends a disturbance also when an exception does.
 class trouble_scope {
  public:
@@ -212,11 +222,11 @@ const std::vector<operation> &operations() {
       {"get after a failed commit", stage::settled, prepare_failed_commit, get<'b'>,
        check_finished_or_undone, reach<'b'>, 'b', "ab", "ab", "ab", "ab", true, false},
       {"first commit", stage::empty, prepare_first, commit, check_committed<'a'>, reach<'a'>, 'a',
-       "a-", "a", "a-", "a", true, true},
+       "a-", "a", "a-", "a", true, true, refuse_failed_commit<'a', none>},
       {"commit", stage::settled, prepare_next, commit, check_committed<'b'>, reach<'b'>, 'b', "ab",
-       "ab", "ab", "b", true, true},
+       "ab", "ab", "b", true, true, refuse_failed_commit<'b', 'a'>},
       {"commit again", stage::settled, prepare_failed_commit, commit, check_committed<'b'>,
-       reach<'b'>, 'b', "ab", "ab", "ab", "b", true, true},
+       reach<'b'>, 'b', "ab", "ab", "ab", "b", true, true, refuse_failed_commit<'b', 'a'>},
       {"first roll-back", stage::empty, prepare_first, roll_back, check_rolled_back<'a', none>,
        reach_after_roll_back<'a', none, 'b'>, 'b', "-", "a-", "-", "-", true, true},
       {"roll-back", stage::settled, prepare_next, roll_back, check_rolled_back<'b', 'a'>,
@@ -268,7 +278,12 @@ void disturb(session &client, const operation &disturbed, const disturbance &tro
     require(again >= 0, "called again: " + std::to_string(again) + ": " + client.error_text());
     disturbed.check_done(client);
   }
-  check_in_force(client, disturbed.in_memory, disturbed.returned);
+  // Any get would finish the commit.
+  if (then == way_on::roll_back && status < 0) {
+    disturbed.refuse(client);
+  } else {
+    check_in_force(client, disturbed.in_memory, disturbed.returned);
+  }
   disturbed.reach(client);
 }
 

@@ -36,6 +36,9 @@ struct operation {
   // Whether every file that it has left outlives a loss of power right after it. What is in force
   // does so in any case.
   bool lasts;
+  // Of a commit: rolls it back after it has failed, with all that has to hold then, and goes on to
+  // where reach() can begin.
+  void (*refuse)(session &client) = nullptr;
 };
 
 [[nodiscard]] const std::vector<operation> &operations();
@@ -49,9 +52,9 @@ struct disturbance {
   std::function<void()> end;
 };
 
-// How it goes on after an operation that was disturbed: with a get, with the same call again if it
-// failed, or with the end of the process.
-enum class way_on { get, repeat, new_process };
+// How it goes on after an operation that was disturbed: with a get; if it failed, with the same
+// call again or with a roll-back; or with the end of the process.
+enum class way_on { get, repeat, roll_back, new_process };
 
 // Does an operation while it is disturbed, and what has to hold in the same process afterwards: a
 // refusal is clear, what is in force is whole, and the published configuration is reached. Returns
