@@ -684,7 +684,8 @@ int zot_conf_commit(zot_ctx *handle);
  *  - #ZOT_ERR_NULL_INPUT: no handle, or no temporary K.
  *  - #ZOT_ERR_TIMEOUT: another process kept a directory locked. Nothing has changed.
  *  - #ZOT_ERR_CORRUPTED: a get of another handle has brought something else into the scratch
- *    directory, and nothing has changed; or what was copied is not what was fetched.
+ *    directory, or another process has committed this configuration, and nothing has changed; or
+ *    what was copied is not what was fetched.
  *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_NO_FILE: a file operation failed; the call may be
  *    repeated.
  */

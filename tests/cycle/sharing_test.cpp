@@ -143,7 +143,7 @@ TEST_F(Sharing, WhatTheOtherCommittedCannotBeRolledBack) {
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
   ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
   ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
-  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_GENERIC);
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(e.error_text(),
             "[zot_priv_commit_fail_k]: another process has committed this to " + e.conf_root());
   EXPECT_FALSE(exists(knowledge_of(e) + "/corrupted.k"));

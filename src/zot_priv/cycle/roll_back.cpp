@@ -144,7 +144,7 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
                       handle->conf_root, std::strerror(errno));
   }
   if (tmp_k != nullptr && zot::is_k_in_force(*handle, *tmp_k)) {
-    return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: another process has committed this to %s",
+    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: another process has committed this to %s",
                       __func__, handle->conf_root);
   }
   if (const int status = forget_last_k(handle, __func__); status != ZOT_OK) {

@@ -127,6 +127,10 @@ bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gp
   if (is_untouched(handle)) {
     return true;
   }
+  if (!is_known(fetched_now(handle))) {
+    // Without it the K files fail to be copied, and nothing of the set is taken.
+    return true;
+  }
   if (!is_k_as_fetched(handle, k)) {
     return false;
   }

@@ -66,7 +66,7 @@ void has_relative_folders(host &h) {
   h.whole_cycle();
 }
 
-// Relative folders are where the process stands. A commit from elsewhere finds nothing to copy,
+// Relative folders are where the process stands. A commit from elsewhere finds nothing to keep,
 // says so, and goes on when the process is back.
 void leaves_relative_folders(host &h) {
   name_relative_folders(h);
@@ -75,7 +75,7 @@ void leaves_relative_folders(host &h) {
   go_to("/proc/self");
   require(zot_conf_commit(h.handle()) == ZOT_ERR_GENERIC, "a commit from elsewhere");
   const std::string text = zot_util_get_err_str(h.handle());
-  require(text.find("fail to cp") != std::string::npos, "it says " + text);
+  require(text.find("fail to keep the files") != std::string::npos, "it says " + text);
   go_to(h.root());
   h.commit_whole('a');
   h.recover();

@@ -102,17 +102,20 @@ void model::undo_interrupted_commit() {
 }
 
 bool model::is_untouched() const {
-  return !scratch_.has("subsys.checksum") || checksum_written_ == checksum_fetched_;
+  return scratch_.has("subsys.checksum") && checksum_written_ == checksum_fetched_;
 }
 
 bool model::is_k_as_fetched() const {
-  const auto found = scratch_.held.find("subsys.k");
-  return is_untouched() || found == scratch_.held.end() ||
-         found->second == slots_[ZOT_SLOT_TMP].k->bytes;
+  const auto k = scratch_.held.find("subsys.k");
+  const auto checksum = scratch_.held.find("subsys.checksum");
+  const std::string &bytes = slots_[ZOT_SLOT_TMP].k->bytes;
+  return is_untouched() || ((k == scratch_.held.end() || k->second == bytes) &&
+                            (checksum == scratch_.held.end() ||
+                             checksum->second.starts_with(test::sha256_hex(bytes))));
 }
 
 bool model::is_set_as_fetched() const {
-  if (is_untouched()) {
+  if (is_untouched() || !scratch_.has("subsys.checksum")) {
     return true;
   }
   return is_k_as_fetched() &&
@@ -175,7 +178,11 @@ int model::commit_files() {
   }
   cache_.has_config = true;
   cache_.held.merge(scratch_.below("config/"));
-  return ZOT_OK;
+  const bool are_stored = std::ranges::all_of(*slots_[ZOT_SLOT_TMP].gpbs, [this](const gpb &file) {
+    const auto found = cache_.held.find("config" + file.path);
+    return found != cache_.held.end() && found->second.size() == file.bytes.size();
+  });
+  return !has_own_operations_ || are_stored ? ZOT_OK : ZOT_ERR_CORRUPTED;
 }
 
 int model::store() {
@@ -220,6 +227,10 @@ int model::run_commit(outcome &seen) {
   }
   if (const int status = store(); status != ZOT_OK) {
     return status;
+  }
+  if (!marks_wait_) {
+    has_marked_ = false;
+    marked_.clear();
   }
   marks_wait_ = false;
   state_ |= ZOT_CYCLE_DONE_COMMIT;
@@ -280,6 +291,10 @@ int model::refuse() {
   }
   if (!undo_failed_commit()) {
     return ZOT_ERR_GENERIC;
+  }
+  const auto in_force = cache_.held.find("knowledge/subsys.k");
+  if (in_force != cache_.held.end() && in_force->second == slots_[ZOT_SLOT_TMP].k->bytes) {
+    return ZOT_ERR_CORRUPTED;
   }
   slot &last = slots_[ZOT_SLOT_LAST];
   if (!last.k && (load_flags_ & ZOT_LOADED_PREV_K) == 0) {

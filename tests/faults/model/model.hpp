@@ -108,7 +108,6 @@ class model {
   int fetch_k(k_ref &fetched, outcome &seen);
   int fetch_files(const k_ref &k, list_ref &list, outcome &seen);
   int take_files(const list_ref &all);
-  void leave_damaged_files();
   void remove_strangers(const list_ref &all);
   int align();
   void mark_against_current(const k_ref &k, const list_ref &list, area root);

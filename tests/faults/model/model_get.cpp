@@ -139,19 +139,6 @@ int model::fetch_k(k_ref &fetched, outcome &seen) {
   return ZOT_OK;
 }
 
-// Cached requests turn to the cache for the files of the configuration in force.
-void model::leave_damaged_files() {
-  const list_ref &current = slots_[ZOT_SLOT_CURRENT].gpbs;
-  if (!current || slots_[ZOT_SLOT_TMP].gpbs != current || marked_root_ != area::scratch) {
-    return;
-  }
-  for (const marked &one : marked_) {
-    if (one.stat != ZOT_STAT_DELETED && verify(scratch_, one.file) != ZOT_OK) {
-      marked_root_ = area::cache;
-    }
-  }
-}
-
 // What a failed archive brought stays when K or a cached request expects a file there, and none
 // that is smaller.
 void model::remove_strangers(const list_ref &all) {
@@ -186,7 +173,6 @@ int model::fetch_files(const k_ref &k, list_ref &list, outcome &seen) {
   if (status == ZOT_OK) {
     list = all;
   } else if (has_own_operations_) {
-    leave_damaged_files();
     remove_strangers(all);
   }
   return status;
@@ -243,6 +229,9 @@ int model::check_for_update(outcome &seen) {
   if (status == ZOT_NO_UPDATE && reload_changed_cache()) {
     fetched.reset();
     status = fetch_k(fetched, seen);
+  }
+  if (status == ZOT_ERR_SAME_AS_CORRUPTED) {
+    reload_changed_cache();
   }
   if (!fetched) {
     return status;
