@@ -155,7 +155,7 @@ int write_message(zot_log_ctx *log_ctx, const zot_log_site &site, const char *pr
   if (size > sizeof message) {
     const zot::c_text whole(static_cast<char *>(std::calloc(size, 1)));
     if (whole != nullptr) {
-      std::memcpy(whole.get(), prefix, begin);
+      static_cast<void>(std::snprintf(whole.get(), size, "%s", prefix));
       std::vsnprintf(whole.get() + begin, size - begin, fmt, again);
       result = zot_log_deliver(log_ctx, site, whole.get());
     } else {
