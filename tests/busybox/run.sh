@@ -5,9 +5,9 @@
 # mount namespace can be had. The links to it go into FOLDER.
 set -euo pipefail
 
-# This one puts a script of its own in rm's place, which such a shell never looks at: it prefers its
-# own applets to what PATH names.
-readonly not_in_its_shell='RmRf.HandsOnTheRawStatusOfTheCommand'
+# These put scripts of their own in the place of rm, cp and tar, which such a shell never looks at: it
+# prefers its own applets to what PATH names.
+readonly not_in_its_shell='RmRf.HandsOnTheRawStatusOfTheCommand:SharingWithACommit.*'
 
 busybox=$(command -v busybox) || {
   echo "busybox: not installed; ./dev setup installs it" >&2

@@ -66,11 +66,11 @@ roll-back 0: b1/list1 -/list1 c3/list3 c4 | added 0 modified 0 deleted 0 unchang
 get -13: b1/list1 -/list1 c3/list3 c4 | added 0 modified 0 deleted 0 unchanged 3, cache
 TABLE
 
-# A roll-back without a last K leaves the marks of the refused configuration.
+# A roll-back without a last K renews the marks, too.
 rm "$work/element/writable/zot/knowledge"/corrupted.*
 "$slots" get roll-back get >"$work/found"
 expect <<'TABLE'
 get 0: b1/list1 - c3/list3 - | added 1 modified 1 deleted 1 unchanged 1, scratch
-roll-back 0: b1/list1 - c3/list3 c4 | added 1 modified 1 deleted 1 unchanged 1, scratch
-get -13: b1/list1 - c3/list3 c4 | added 1 modified 1 deleted 1 unchanged 1, scratch
+roll-back 0: b1/list1 - c3/list3 c4 | added 0 modified 0 deleted 0 unchanged 3, cache
+get -13: b1/list1 - c3/list3 c4 | added 0 modified 0 deleted 0 unchanged 3, cache
 TABLE
