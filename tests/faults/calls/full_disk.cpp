@@ -164,7 +164,13 @@ class attempt {
       if (!client.start()) {
         return;
       }
-      check_restarted(client, completed ? disturbed_.completed : disturbed_.restarted);
+      const std::string allowed = completed ? disturbed_.completed : disturbed_.restarted;
+      // What cannot be put back is read from where it lies.
+      if (tried_.lacking == shortage::read_only) {
+        check_in_force(client, allowed, allowed);
+      } else {
+        check_restarted(client, allowed);
+      }
       const returned_list got = client.get(disturbed_.published);
       if (got.status != ZOT_OK) {
         check_refusal(client, got.status);

@@ -207,6 +207,8 @@ const std::vector<operation> &operations() {
        "-", "-", "-", "-", true, false},
       {"creation", stage::settled, prepare_nothing, create, nothing_to_check, reach<'b'>, 'b', "a",
        "a", "a", "a", true, false},
+      {"creation after a cut-off commit", stage::interrupted, prepare_nothing, create,
+       nothing_to_check, reach<'b'>, 'b', "a", "a", "a", "a", true, true},
       {"first get", stage::empty, prepare_process, get<'a'>, nothing_to_check, reach<'a'>, 'a', "-",
        "-a", "-", "-", true, false},
       {"get at start", stage::settled, prepare_process, get<'b'>, nothing_to_check, reach<'b'>, 'b',
@@ -320,9 +322,12 @@ file_tree make_stage(stage wanted, const std::string &root, const services &offe
     run_undisturbed(*page, root, offered, commit_first);
   }
   // With one that was refused, and a get without an update: every file that a cache may hold.
-  if (wanted == stage::settled) {
+  if (wanted == stage::settled || wanted == stage::interrupted) {
     run_undisturbed(*page, root, offered, refuse_one);
     run_undisturbed(*page, root, offered, get_the_same);
+  }
+  if (wanted == stage::interrupted) {
+    run_undisturbed(*page, root, offered, prepare_failed_commit);
   }
   return read_tree(root);
 }

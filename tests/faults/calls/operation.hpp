@@ -11,7 +11,7 @@
 namespace zot::test {
 
 // What lies in the folders of an element before an operation.
-enum class stage { empty, committed, settled };
+enum class stage { empty, committed, settled, interrupted };
 
 struct operation {
   const char *name;
