@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <string>
+#include <thread>
 
 namespace zot::test {
 namespace {
@@ -68,6 +69,7 @@ class client_process {
     }
     require_status("get", got.status, got.status == ZOT_OK && letter != none);
     ask_again(letter);
+    apply();
     if (waits_for_verdict()) {
       decide(letter);
     }
@@ -75,6 +77,15 @@ class client_process {
 
   [[nodiscard]] bool waits_for_verdict() const {
     return (client_.handle()->stat.state & ZOT_CYCLE_NEW_CONF) != 0;
+  }
+
+  // A client needs its time for a new configuration, in which others go on.
+  void apply() {
+    constexpr unsigned to_apply = 50;
+    constexpr unsigned longest = 60;
+    if (happens(to_apply)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(dice_() % longest));
+    }
   }
 
   // A cached request between get and verdict; without anything new, others may have committed.
