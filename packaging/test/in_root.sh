@@ -33,6 +33,7 @@ publish() {
 }
 
 serve() {
+  : >serve.log
   zotconf serve published --port 0 >serve.log 2>&1 &
   service=$!
   local tries port=
