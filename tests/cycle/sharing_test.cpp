@@ -224,6 +224,18 @@ TEST_F(Sharing, WhatIsPublishedAgainReplacesWhatTheOtherCommitted) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
 }
 
+// The K whose folder the list was read from is released when another one is in force.
+TEST_F(Sharing, AGetThatFailsAfterTheCacheHasChangedKeepsNoFolderOfAReleasedK) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get(other(), cached).status, ZOT_OK);
+  ASSERT_NE(other()->ret.root, other()->conf_root);
+  bring_to(second_configuration());
+  remote.publish(first_configuration());
+  remote.answer(".k", 500, "");
+  ASSERT_EQ(get(other(), every_change).status, ZOT_ERR_GENERIC);
+  EXPECT_EQ(other()->ret.root, other()->conf_root);
+}
+
 // A commit in a process of its own, with a `cp` that does what a script says before it copies.
 class SharingWithACommit : public Sharing {
  protected:

@@ -202,14 +202,21 @@ int zot::settle_failed_commit(zot_ctx &handle) {
     return ZOT_OK;
   }
   const folders_of_get folders(handle);
+  {
+    cache_lock lock(handle);
+    if (const int status = lock.acquire(operation); status != ZOT_OK) {
+      return status;
+    }
+    const zot_slot &fetched = handle.slot[ZOT_SLOT_TMP];
+    if (folders.has_memory() && fetched.k != nullptr && fetched.gpbs != nullptr &&
+        run_commit(&handle, fetched.k, fetched.gpbs) == ZOT_OK) {
+      return ZOT_OK;
+    }
+  }
+  // A command that the commit could not wait for holds the lock until it ends.
   cache_lock lock(handle);
   if (const int status = lock.acquire(operation); status != ZOT_OK) {
     return status;
-  }
-  const zot_slot &fetched = handle.slot[ZOT_SLOT_TMP];
-  if (folders.has_memory() && fetched.k != nullptr && fetched.gpbs != nullptr &&
-      run_commit(&handle, fetched.k, fetched.gpbs) == ZOT_OK) {
-    return ZOT_OK;
   }
   if (!undo_failed_commit(handle)) {
     record_failure(&handle, __LINE__, "restore");

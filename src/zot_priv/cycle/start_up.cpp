@@ -47,6 +47,8 @@ bool zot::reload_changed_cache(zot_ctx &handle) {
     zot_priv_free_gpb_ex_safe(&handle, slot, nullptr);
   }
   zot_priv_free_ret_gpb_list(&handle);
+  // It was that of a K that is gone.
+  handle.ret.root = handle.conf_root;
   handle.own.marks_waiting = 0;
   handle.load_flags &= ~(conf_loaded | ZOT_LOADED_PREV_K | ZOT_LOADED_RET_LIST);
   zot_priv_init_load_conf(&handle);

@@ -78,7 +78,11 @@ bool copy_k_file(const zot_ctx &handle, const char *name) {
 bool keep_k_files(const zot_ctx &handle, const cache_folders &at, bool *is_copied) {
   for (const char *const name : k_file_names) {
     struct stat st {};
-    if (!is_there(at.knowledge.get(), name, &st) || S_ISDIR(st.st_mode)) {
+    const bool is_found = is_there(at.knowledge.get(), name, &st);
+    if (!is_found && errno != ENOENT) {
+      return false;
+    }
+    if (!is_found || S_ISDIR(st.st_mode)) {
       if (!mark_absent(at.kept.get(), name)) {
         return false;
       }
@@ -110,6 +114,9 @@ bool restore_k_file(const zot_ctx &handle, const cache_folders &at, const char *
     return remove_if_there(at.knowledge.get(), name) &&
            ::unlinkat(at.kept.get(), mark.c_str(), AT_REMOVEDIR) == 0;
   }
+  if (errno != ENOENT) {
+    return false;
+  }
   if (!is_there(at.kept.get(), name, &st)) {
     return errno == ENOENT;
   }
@@ -130,6 +137,9 @@ bool restore_gpbs(const cache_folders &at) {
   if (is_there(at.kept.get(), gpb_directory, &st)) {
     return remove_if_there(at.root.get(), gpb_directory) &&
            ::renameat(at.kept.get(), gpb_directory, at.root.get(), gpb_directory) == 0;
+  }
+  if (errno != ENOENT) {
+    return false;
   }
   if (!is_there(at.kept.get(), mark.c_str(), &st)) {
     return errno == ENOENT;
@@ -201,7 +211,8 @@ bool begin_undo(zot_ctx &handle, gpb_protection gpbs) {
 
 bool has_undo(const zot_ctx &handle) {
   struct stat st {};
-  return is_there(AT_FDCWD, joined_path(handle.conf_root, undo).c_str(), &st);
+  return is_there(AT_FDCWD, joined_path(handle.conf_root, undo).c_str(), &st) ||
+         (errno != ENOENT && errno != ENOTDIR);
 }
 
 in_force_source::in_force_source(const zot_ctx &handle)
