@@ -221,8 +221,11 @@ int zot_parm_set_log_ctl(zot_ctx *handle, const void *val, size_t val_len) {
   if (const char *const missing = missing_target(wanted); missing != nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "[%s] Null input: %s", __func__, missing);
   }
-  if (path != nullptr && *path.get() == '\0') {
-    return refuse_empty_path(handle);
+  if (path != nullptr) {
+    switch_destination(handle, ZOT_LOG_DST_PATH);  // gives up an earlier callback as well
+    if (*path.get() == '\0') {
+      return refuse_empty_path(handle);
+    }
   }
   // Only now is a success told: field by field, it would have gone to a destination nobody chose.
   set_target(handle, wanted, std::move(path));

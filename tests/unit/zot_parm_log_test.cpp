@@ -454,6 +454,16 @@ TEST_F(ParmLogCtl, CopiesThePath) {
   EXPECT_NE(handle_.ctl().path, path.c_str());
 }
 
+TEST_F(ParmLogCtl, GivesUpTheCallbackWhenItTakesAPath) {
+  zot_log_ctl value = handle_.ctl();
+  value.level = ZOT_LOG_ERROR;
+  value.dst = ZOT_LOG_DST_PATH;
+  value.path = "/absent/log";
+  EXPECT_EQ(set(value), 0);
+  EXPECT_EQ(handle_.ctl().cb, nullptr);
+  EXPECT_EQ(handle_.ctl().cb_arg, nullptr);
+}
+
 TEST_F(ParmLogCtl, RefusesAnEmptyPath) {
   zot_log_ctl value{};
   value.dst = ZOT_LOG_DST_PATH;
