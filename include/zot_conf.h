@@ -21,9 +21,10 @@
  *     one thread at a time; several handles may be used by several threads as long as no two
  *     transfers or shell commands run at the same moment. Transfers and commands block.
  *     Processes. Several handles, in one process or in several, may use the same directories: a
- * call that touches them holds flock() on both until it returns. It waits for another one as long
- * as #ZOT_PARM_TIMEOUT says (0: no limit), and then ends with #ZOT_ERR_TIMEOUT. Its commands hold
- *     the locks too, and so does any other program that the process starts during such a command.
+ *     call that touches them holds flock() on both until it returns. It waits for another one as
+ *     long as #ZOT_PARM_TIMEOUT says (0: no limit), and then ends with #ZOT_ERR_TIMEOUT. Its
+ *     commands hold the locks too, and so does any other program that the process starts
+ *     during such a command.
  *  5. Strings are NUL-terminated and are copied; a text kept by reference is named as such. Sizes
  *     are bytes. A buffer size counts the terminator. Paths hold at most 4095 bytes.
  *  6. Null. A null handle is answered with #ZOT_ERR_NULL_INPUT and recorded nowhere. Exceptions
@@ -635,7 +636,7 @@ zot_ctx *zot_conf_init(const char *sub_idx, size_t id_len);
  *  - #ZOT_ERR_NOMEM, #ZOT_ERR_GENERIC: memory, files or processes failed, or the service answered
  *    the request for K or its checksum with a response other than 200 and 404.
  *
- *  The configuration in force never changes through a get, whatever it returns.
+ *  A get changes the configuration in force only where it ends a commit that failed.
  */
 int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zot_list **ret);
 
@@ -684,7 +685,7 @@ int zot_conf_commit(zot_ctx *handle);
  *  - #ZOT_ERR_NULL_INPUT: no handle, or no temporary K.
  *  - #ZOT_ERR_TIMEOUT: another process kept a directory locked. Nothing has changed.
  *  - #ZOT_ERR_CORRUPTED: a get of another handle has brought something else into the scratch
- *    directory, or another process has committed this configuration, and nothing has changed; or
+ *    directory, or this configuration is in force already, and nothing has changed; or
  *    what was copied is not what was fetched.
  *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_NO_FILE: a file operation failed; the call may be
  *    repeated.

@@ -46,6 +46,21 @@ void load_ret_list_once(zot_ctx *handle) {
   }
 }
 
+// When files of the configuration in force are not where memory has them, the cache is loaded anew.
+// One that cannot be loaded counts as none for the next get, which asks the service for all of it.
+int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) {
+  const int status = zot_priv_fltr_ret_data(handle, list, mask, catset);
+  if (status != ZOT_ERR_CORRUPTED || zot::waits_for_verdict(*handle)) {
+    return status;
+  }
+  zot::forget_conf(*handle);
+  if (zot_priv_init_load_conf(handle) != ZOT_OK || zot::settle_marks(*handle) != ZOT_OK) {
+    zot::forget_conf(*handle);
+    return zot_priv_err_set_errno(handle, status);
+  }
+  return zot_priv_fltr_ret_data(handle, list, mask, catset);
+}
+
 // Answers from the cache alone.
 int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
@@ -56,7 +71,7 @@ int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
   if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
     return status;
   }
-  if (const int status = zot_priv_fltr_ret_data(handle, list, mask, catset); status != ZOT_OK) {
+  if (const int status = hand_out(handle, list, mask, catset); status != ZOT_OK) {
     return status;
   }
   if (zot_list_is_empty(list)) {
@@ -78,7 +93,7 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
     }
     ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
                "%sStart to do filter returned list.\n");
-    if (const int status = zot_priv_fltr_ret_data(handle, list, mask, catset); status != ZOT_OK) {
+    if (const int status = hand_out(handle, list, mask, catset); status != ZOT_OK) {
       return status;
     }
     return zot::record(handle, ZOT_ERR_SAME_AS_CORRUPTED, func, __LINE__,
@@ -87,7 +102,9 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
   if (zot_util_is_err(update)) {
     return update;
   }
-  if (const int status = zot_priv_fltr_ret_data(handle, list, mask, catset); status != ZOT_OK) {
+  if (const int status = hand_out(handle, list, mask, catset); status != ZOT_OK) {
+    // What the caller has not seen is not there to be committed.
+    handle->stat.state &= ~uint32_t{ZOT_CYCLE_NEW_CONF};
     return status;
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,

@@ -50,8 +50,12 @@ constexpr uint32_t level_of(int code) {
                                              const char *fmt, va_list args) {
   handle->err = code;
   store_text(handle, code, fmt, args);
-  if (!is_empty(func) && line != 0) {
-    ZOT_LOG_AT(handle, func, line, level_of(code), ZOT_TOPIC_GENERAL, "%s%s\n", handle->err_str);
+  zot_log_ctx *const log_ctx = &handle->log_ctx;
+  const uint32_t level = level_of(code);
+  if (!is_empty(func) && line != 0 && zot::log_enabled(log_ctx, level, ZOT_TOPIC_GENERAL)) {
+    char prefix[ZOT_LOG_PREFIX_SIZE];
+    zot_log_get_prefix(log_ctx, func, line, prefix, sizeof prefix);
+    zot_log(log_ctx, level, ZOT_TOPIC_GENERAL, line, func, "%s%s\n", prefix, handle->err_str);
   }
   return code;
 }

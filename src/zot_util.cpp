@@ -3,7 +3,9 @@
 
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/cycle/finish.hpp"
 #include "zot_priv/cycle/recovery.hpp"
+#include "zot_priv/cycle/start_up.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 
 namespace {
@@ -81,6 +83,9 @@ int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which) {
     return status;
   }
   zot::undo_interrupted_commit(*handle);
+  if (!zot::waits_for_verdict(*handle)) {
+    zot::reload_changed_cache(*handle);
+  }
   load_k(handle, which);
   const k_choice &choice = k_choices[static_cast<size_t>(which)];
   const zot_k *const k = zot_priv_get_k(handle, choice.slot);

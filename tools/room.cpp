@@ -31,17 +31,15 @@ std::optional<volume> volume_of(const cache_paths &paths) {
       ::stat((paths.conf_root / "knowledge").c_str(), &folder) != 0) {
     return std::nullopt;
   }
-  // What is set aside for root counts for root.
-  const bool is_root = ::geteuid() == 0;
   volume on;
   on.block_size = found.f_frsize;
   on.folder_size = static_cast<uint64_t>(folder.st_blocks) * stat_block;
   // A file system without a size of its own tells none.
   if (found.f_blocks != 0) {
-    on.free_bytes = uint64_t{is_root ? found.f_bfree : found.f_bavail} * on.block_size;
+    on.free_bytes = uint64_t{found.f_bavail} * on.block_size;
   }
   if (found.f_files != 0) {
-    on.free_files = is_root ? found.f_ffree : found.f_favail;
+    on.free_files = found.f_favail;
   }
   return on;
 }

@@ -192,6 +192,16 @@ TEST_F(InForce, ASecondRollBackInARowHandsOutNothingOfTheRefusedOne) {
   EXPECT_EQ(marks_of(got), (texts{"Wlan/guest=2", "Zone/hq=2", "Radio/r5=2"}));
 }
 
+// A damaged cache has its K, but nobody has it in force.
+TEST_F(InForce, WhatTheCacheHoldsDamagedMayBeRolledBack) {
+  bring_to(first_configuration());
+  flip_bit(e.conf_root() + "config/Wlan/guest/1");
+  e.restart();
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
 TEST_F(InForce, ACommitAfterARollBackThatFailedHandsOutTheNewOne) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
@@ -241,6 +251,71 @@ TEST_F(InForce, AFileThatTheScratchFolderLostIsMissedOnce) {
   e.log().clear();
   ASSERT_EQ(e.get(cached).status, ZOT_OK);
   EXPECT_FALSE(e.log().contains_part("Empty content in"));
+}
+
+TEST_F(InForce, AFileThatTheScratchFolderLostLeavesNoTextOfAFailure) {
+  bring_to(first_configuration());
+  fs::remove_all(e.tmp_root() + "/config");
+  const returned_list got = e.get();
+  ASSERT_EQ(got.status, ZOT_OK);
+  EXPECT_EQ(got.error_text, "Success");
+}
+
+// A file of the configuration in force that is nowhere whole: the published one brings it back.
+TEST_F(InForce, WhatIsDamagedEverywhereComesFromTheServiceAgain) {
+  bring_to(first_configuration());
+  fs::remove_all(e.tmp_root());
+  flip_bit(e.conf_root() + "config/Wlan/guest/1");
+  EXPECT_EQ(e.get().status, ZOT_ERR_CORRUPTED);
+  expect_whole(e.get(), first_configuration());
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  restart_alone();
+  expect_whole(e.get(cached), first_configuration());
+}
+
+TEST_F(InForce, WhatIsDamagedEverywhereIsLoadedAgainOnceItIsWhole) {
+  bring_to(first_configuration());
+  fs::remove_all(e.tmp_root());
+  flip_bit(e.conf_root() + "config/Wlan/guest/1");
+  EXPECT_EQ(e.get(cached).status, ZOT_ERR_CORRUPTED);
+  flip_bit(e.conf_root() + "config/Wlan/guest/1");
+  expect_whole(e.get(cached), first_configuration());
+}
+
+TEST_F(InForce, WhatAGetCouldNotHandOutIsNotCommitted) {
+  bring_to(first_configuration());
+  remote.publish(second_configuration());
+  zot_sub_fns &fns = e.handle()->fns;
+  fns.download_gpb = [](zot_ctx *handle, zot_k *k, zot_list *gpbs) {
+    const int status = ap_download_gpb(handle, k, gpbs);
+    flip_bit(std::string(handle->tmp_gpb_root) + "/Wlan/staff/1");
+    return status;
+  };
+  EXPECT_EQ(e.get().status, ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
+  fns.download_gpb = ap_download_gpb;
+  expect_whole(e.get(), second_configuration());
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
+}
+
+TEST_F(InForce, AScratchFileThatWasAlteredIsNotCommitted) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  flip_bit(e.tmp_root() + "/config/Wlan/staff/1");
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(e.error_text(),
+            "[zot_priv_commit_conf]: files are missing or damaged in " + e.conf_root());
+  restart_alone();
+  expect_whole(e.get(cached), first_configuration());
+}
+
+// One version may be written in more than one way.
+TEST_F(InForce, AnotherSpellingOfAVersionIsReadFromWhereItLies) {
+  bring_to(publication().put("Wlan", "guest", "0x10", "sixteen"));
+  bring_to(publication().put("Wlan", "guest", "16", "sixteen"));
+  const returned_list got = e.get(cached);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  EXPECT_EQ(got.entries.at(0).bytes, "sixteen");
 }
 
 TEST_F(InForce, AnAlteredScratchFileOfANewConfigurationIsNotHandedOut) {

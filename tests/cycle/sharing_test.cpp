@@ -19,6 +19,7 @@
 #include "cycle_checks.hpp"
 #include "tests/support/service.hpp"
 #include "utilities/owner.hpp"
+#include "zot_priv/storage/undo.hpp"
 
 namespace {
 using namespace zot::test;
@@ -145,7 +146,7 @@ TEST_F(Sharing, WhatTheOtherCommittedCannotBeRolledBack) {
   ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
   EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(e.error_text(),
-            "[zot_priv_commit_fail_k]: another process has committed this to " + e.conf_root());
+            "[zot_priv_commit_fail_k]: this is in force already in " + e.conf_root());
   EXPECT_FALSE(exists(knowledge_of(e) + "/corrupted.k"));
 }
 
@@ -210,6 +211,29 @@ TEST_F(Sharing, ACachedRequestFollowsWhatTheOtherCommitted) {
   const returned_entry *const guest = got.find(ZOT_CAT_WLAN, "guest");
   ASSERT_NE(guest, nullptr);
   EXPECT_EQ(guest->bytes, "guest two");
+}
+
+// What is there instead cannot be loaded, by this process or by a new one.
+TEST_F(Sharing, ADamagedCacheTakesNothingFromAProcessThatHasItInMemory) {
+  bring_to(first_configuration());
+  flip_bit(e.conf_root() + "knowledge/subsys.checksum");
+  EXPECT_EQ(marks_of(get(e.handle(), cached)), (texts{"Wlan/guest=8", "Zone/hq=8", "Radio/r5=8"}));
+  EXPECT_EQ(get(e.handle(), every_change).status, ZOT_OK);
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_SAME_K);
+  remote.answer(".checksum", 500, "");
+  EXPECT_EQ(get(e.handle(), every_change).status, ZOT_ERR_GENERIC);
+  EXPECT_EQ(get(e.handle(), cached).status, ZOT_OK);
+}
+
+TEST_F(Sharing, MetadataFollowWhatTheOtherCommitted) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get(other(), cached).status, ZOT_OK);
+  bring_to(second_configuration());
+  zot_k_meta found{};
+  zot_k_meta wanted{};
+  ASSERT_EQ(zot_util_get_k_meta(other(), &found, ZOT_K_CURRENT), ZOT_OK);
+  ASSERT_EQ(zot_util_get_k_meta(e.handle(), &wanted, ZOT_K_CURRENT), ZOT_OK);
+  EXPECT_STREQ(found.config_id, wanted.config_id);
 }
 
 TEST_F(Sharing, WhatIsPublishedAgainReplacesWhatTheOtherCommitted) {
@@ -343,30 +367,74 @@ TEST_F(SharingWithACommit, TheScratchFolderOfAGetIsLeftToIt) {
 }
 
 // What others may read but not write.
-TEST_F(Sharing, AReadOnlyCacheAnswersCachedRequests) {
-  bring_to(first_configuration());
-  e.stop();
-  other_.reset();
-  ASSERT_EQ(::chmod(e.dir().path().c_str(), 0755), 0);
-  for (const auto &entry : fs::recursive_directory_iterator(e.dir().path())) {
-    fs::permissions(entry.path(), entry.is_directory() ? fs::perms(0555) : fs::perms(0444));
+// A process that may read both folders and write neither, from a moment on that it decides.
+class SharingWithAReader : public Sharing {
+ protected:
+  void SetUp() override {
+    bring_to(second_configuration());
+    bring_to(first_configuration());
+    ASSERT_EQ(::chmod(e.dir().path().c_str(), 0755), 0);
+    for (const auto &entry : fs::recursive_directory_iterator(e.dir().path())) {
+      fs::permissions(entry.path(), entry.is_directory() ? fs::perms(0755) : fs::perms(0644));
+    }
   }
-  const pid_t child = ::fork();
-  if (child == 0) {
+  static void become_reader() {
     if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) {
       ::_exit(2);
     }
-    zot_ctx *const handle = zot_conf_init2("AP", "aabbccddeeff", 12);
-    ::_exit(handle != nullptr && get(handle, cached).entries.size() == 3 ? 0 : 1);
   }
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  for (const auto &entry : fs::recursive_directory_iterator(e.dir().path())) {
-    if (entry.is_directory()) {
-      fs::permissions(entry.path(), fs::perms(0755));
+  static handle_owner new_handle() {
+    return handle_owner(zot_conf_init2("AP", "aabbccddeeff", 12));
+  }
+  // What another process leaves that is killed in its commit.
+  void interrupt_commit() {
+    ASSERT_TRUE(zot::begin_undo(*e.handle(), zot::gpb_protection::kept));
+    for (const char *const name : {"subsys.k", "subsys.checksum"}) {
+      fs::rename(knowledge_of(e) + "/" + name, knowledge_of(e) + "/prev_" + name);
     }
   }
-  EXPECT_EQ(status, 0);
+  template <class Body>
+  void expect_in_child(Body body) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::_exit(body() ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  static bool has_first(const returned_list &got) {
+    return got.status == ZOT_OK &&
+           marks_of(got) == texts{"Wlan/guest=16", "Wlan/staff=4", "Zone/hq=8", "Radio/r5=2"};
+  }
+};
+
+TEST_F(SharingWithAReader, CachedRequestsAreAnswered) {
+  expect_in_child([&] {
+    become_reader();
+    return has_first(get(new_handle().get(), cached));
+  });
+}
+
+TEST_F(SharingWithAReader, AnInterruptedCommitOfAnotherLeavesWhatWasInForceAndWhatWasLast) {
+  interrupt_commit();
+  expect_in_child([&] {
+    become_reader();
+    return has_first(get(new_handle().get(), cached));
+  });
+}
+
+TEST_F(SharingWithAReader, WhatItHasInMemoryIsFoundWhereAnInterruptedCommitKeepsIt) {
+  fs::remove_all(e.tmp_root() + "/config");
+  expect_in_child([&] {
+    const handle_owner handle = new_handle();
+    if (!has_first(get(handle.get(), cached))) {
+      return false;
+    }
+    interrupt_commit();
+    become_reader();
+    return get(handle.get(), cached).entries.size() == 3;
+  });
 }
 
 }  // namespace

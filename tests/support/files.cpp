@@ -67,6 +67,12 @@ std::string read_bytes(const fs::path &path) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+void flip_bit(const fs::path &path) {
+  std::string bytes = read_bytes(path);
+  bytes.at(bytes.size() / 2) ^= 1;
+  write_bytes(path, bytes);
+}
+
 bool exists(const fs::path &path) {
   std::error_code ignored;
   return fs::exists(fs::symlink_status(path, ignored));

@@ -31,6 +31,9 @@ void write_bytes(const std::filesystem::path &path, std::string_view bytes);
 // Throws when the file cannot be read, so that no test takes an absent file for an empty one.
 [[nodiscard]] std::string read_bytes(const std::filesystem::path &path);
 
+// One bit in the middle of a file.
+void flip_bit(const std::filesystem::path &path);
+
 // True for anything at that path, a dangling symbolic link included.
 [[nodiscard]] bool exists(const std::filesystem::path &path);
 

@@ -135,11 +135,6 @@ void make_empty(const std::string &path) {
 void append_byte(const std::string &path) {
   write_bytes(path, read_bytes(path) + "+");
 }
-void flip_bit(const std::string &path) {
-  std::string bytes = read_bytes(path);
-  bytes.at(bytes.size() / 2) ^= 1;
-  write_bytes(path, bytes);
-}
 void dangle(const std::string &path) {
   std::filesystem::remove(path);
   std::filesystem::create_symlink("nowhere", path);

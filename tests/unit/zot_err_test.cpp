@@ -43,6 +43,13 @@ TEST(SetStatus, SuccessReplacesAnOlderFailureAndIsLoggedForDebugging) {
   EXPECT_EQ(handle.log().lines()[0].level, static_cast<uint32_t>(ZOT_LOG_DEBUG));
 }
 
+TEST(SetStatus, LogRecordCarriesALineOfAnyNumber) {
+  bare_handle handle;
+  zot_priv_err_set_err2(handle.get(), -1, "f", 2000000);
+  ASSERT_EQ(handle.log().lines().size(), 1U);
+  EXPECT_EQ(handle.log().lines()[0].line, 2000000);
+}
+
 TEST(SetStatus, LogRecordCarriesTopicFunctionAndLine) {
   bare_handle handle;
   zot_priv_err_set_err2(handle.get(), -1, "some_operation", 77);

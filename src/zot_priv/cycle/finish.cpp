@@ -80,11 +80,10 @@ int adopt(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
 
 // From here on the old files are safe until the commit has come to its end.
 int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
-  if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
-    return record_failure(handle, __LINE__, "restore");
-  }
-  // A K that was read back from the cache before that was undone.
-  if (zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
+  // Of a commit that was undone after its K had been read back from the cache.
+  const bool is_read_back =
+      tmp_k->root != nullptr && std::strcmp(tmp_k->root, handle->conf_root) == 0;
+  if (is_read_back && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
     return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
                        operation);
   }
@@ -117,7 +116,7 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
   // An adapter may keep its files elsewhere.
   if (handle->fns.commit_gpb == nullptr && !zot::are_files_stored(*handle, tmp_gpbs)) {
     return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]: files are missing in %s", operation, handle->conf_root);
+                       "[%s]: files are missing or damaged in %s", operation, handle->conf_root);
   }
   open_step(*handle) = zot::commit_medium;
   return ZOT_OK;
@@ -170,6 +169,10 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   }
   zot::gpb_protection gpbs = zot::gpb_protection::kept;
   if (step <= zot::commit_k_files) {
+    // What an interrupted commit has left would count as taken.
+    if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
+      return record_failure(handle, __LINE__, "restore");
+    }
     if (const int status = check_room(handle, *tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
       return status;
     }

@@ -4,6 +4,7 @@
 #include "zot_err.hpp"
 #include "zot_priv/cycle/finish.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/undo.hpp"
 
 namespace zot {
 
@@ -11,8 +12,10 @@ int renew_marks(zot_ctx &handle) {
   const zot_slot &current = handle.slot[ZOT_SLOT_CURRENT];
   int status = ZOT_OK;
   if (current.k != nullptr && current.gpbs != nullptr) {
-    status =
-        zot_priv_update_cached_ret_gpb_list(&handle, current.k, current.gpbs, handle.conf_root);
+    // The files of an undo folder that could not be put back are where they were loaded from.
+    const char *const root =
+        has_undo(handle) && current.k->root != nullptr ? current.k->root : handle.conf_root;
+    status = zot_priv_update_cached_ret_gpb_list(&handle, current.k, current.gpbs, root);
   } else {
     gpb_list_owner nothing = make_gpb_list(&handle);
     if (nothing == nullptr) {

@@ -222,7 +222,9 @@ int zot_priv_reload_sys_paths(zot_ctx *handle) {
   wanted_roots roots;
   roots.conf[0] = '\0';
   roots.tmp[0] = '\0';
+  const auto dev_mode = handle->dev_mode;
   if (const int status = get_roots(handle, roots); status != ZOT_OK) {
+    handle->dev_mode = dev_mode;
     return status;
   }
   const zot::below_roots fit = zot::set_roots(*handle, roots.conf, roots.tmp);

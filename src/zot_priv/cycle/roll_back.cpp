@@ -23,6 +23,7 @@ constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 // Removes one of the last K's files and says so.
 void remove_last_file(zot_ctx *handle, const char *name, const char *label, const char *func) {
   const zot::joined_path path(handle->conf_root, name);
+  const zot::locks_for_commands lent(*handle);
   rm_rf(path.c_str());
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove last %s: Done\n",
              label);
@@ -143,9 +144,10 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
     return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: fail to restore %s: %s", __func__,
                       handle->conf_root, std::strerror(errno));
   }
-  if (tmp_k != nullptr && zot::is_k_in_force(*handle, *tmp_k)) {
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: another process has committed this to %s",
-                      __func__, handle->conf_root);
+  if (tmp_k != nullptr &&
+      zot::is_in_force(*handle, *tmp_k, zot_priv_get_gpb(handle, ZOT_SLOT_TMP))) {
+    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: this is in force already in %s", __func__,
+                      handle->conf_root);
   }
   if (const int status = forget_last_k(handle, __func__); status != ZOT_OK) {
     return status;

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "utilities/path.hpp"
 #include "zot_assert.hpp"
@@ -25,8 +26,7 @@ bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
 }
 
-// Whether the cache holds another configuration in force than memory does. One that holds none has
-// been lost or damaged, and memory goes on.
+// Whether the cache names another configuration than memory holds.
 bool is_changed(const zot_ctx &handle) {
   const zot_k *const current = handle.slot[ZOT_SLOT_CURRENT].k;
   const zot::joined_path path(handle.conf_root, "/knowledge/subsys.checksum");
@@ -36,12 +36,8 @@ bool is_changed(const zot_ctx &handle) {
          std::strlen(found) == ZOT_CHECKSUM_LEN && std::strcmp(found, current->checksum) != 0;
 }
 
-}  // namespace
-
-bool zot::reload_changed_cache(zot_ctx &handle) {
-  if (!is_changed(handle)) {
-    return false;
-  }
+// Frees what memory holds of the cache.
+void give_up(zot_ctx &handle) {
   for (const uint32_t slot : {ZOT_SLOT_CURRENT, ZOT_SLOT_LAST}) {
     zot_priv_free_k_ex_safe(&handle, slot, nullptr);
     zot_priv_free_gpb_ex_safe(&handle, slot, nullptr);
@@ -50,9 +46,31 @@ bool zot::reload_changed_cache(zot_ctx &handle) {
   // It was that of a K that is gone.
   handle.ret.root = handle.conf_root;
   handle.own.marks_waiting = 0;
-  handle.load_flags &= ~(conf_loaded | ZOT_LOADED_PREV_K | ZOT_LOADED_RET_LIST);
-  zot_priv_init_load_conf(&handle);
+  handle.load_flags &= ~(uint32_t{ZOT_LOADED_PREV_K} | ZOT_LOADED_RET_LIST);
+}
+
+}  // namespace
+
+bool zot::reload_changed_cache(zot_ctx &handle) {
+  if (!is_changed(handle)) {
+    return false;
+  }
+  zot_slot &current = handle.slot[ZOT_SLOT_CURRENT];
+  const zot_slot before = std::exchange(current, {});
+  handle.load_flags &= ~conf_loaded;
+  const bool is_loaded = zot_priv_init_load_conf(&handle) == ZOT_OK;
+  const zot_slot found = std::exchange(current, before);
+  if (!is_loaded) {
+    return false;
+  }
+  give_up(handle);
+  current = found;
   return true;
+}
+
+void zot::forget_conf(zot_ctx &handle) {
+  give_up(handle);
+  handle.load_flags &= ~conf_loaded;
 }
 
 int __zot_priv_init_load_k_f(zot_ctx *handle, zot_k_reader reader, zot_k **target, const char *root,
@@ -96,7 +114,7 @@ int zot_priv_init_load_conf(zot_ctx *handle) {
   zot_k *loaded = nullptr;
   const zot::in_force_source source(*handle);
   if (const int status =
-          __zot_priv_init_load_k_f(handle, source.reader(), &loaded, source.k_root(), 0);
+          __zot_priv_init_load_k_f(handle, zot::read_k_in_force, &loaded, handle->conf_root, 0);
       status != ZOT_OK) {
     return status;
   }
@@ -134,7 +152,7 @@ int zot_priv_init_load_prev_k(zot_ctx *handle) {
     return ZOT_OK;
   }
   handle->load_flags |= ZOT_LOADED_PREV_K;
-  int status = _zot_priv_init_load_k_f(handle, zot_priv_read_prev_k_f, &last.k, handle->conf_root,
+  int status = _zot_priv_init_load_k_f(handle, zot::read_last_k, &last.k, handle->conf_root,
                                        ZOT_READ_K_OPTIONAL);
   if (status != ZOT_OK) {
     return status;
@@ -189,7 +207,7 @@ int zot_priv_init_load_fail_k(zot_ctx *handle) {
     return ZOT_OK;
   }
   handle->load_flags |= ZOT_LOADED_FAIL_K;
-  if (const int status = _zot_priv_init_load_k_f(handle, zot_priv_read_corrupted_k_f, &corrupted.k,
+  if (const int status = _zot_priv_init_load_k_f(handle, zot::read_corrupted_k, &corrupted.k,
                                                  handle->conf_root, ZOT_READ_K_OPTIONAL);
       status != ZOT_OK) {
     return status;

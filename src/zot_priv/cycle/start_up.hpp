@@ -6,7 +6,10 @@
 namespace zot {
 
 // Takes the configuration in force from the cache again when another process has committed one
-// since. True when that was so; the slots are empty then where the cache could not be loaded.
+// since, and returns true. One that cannot be loaded changes nothing.
 bool reload_changed_cache(zot_ctx &handle);
+
+// Lets the next get load the cache anew, as the first one did.
+void forget_conf(zot_ctx &handle);
 
 }  // namespace zot

@@ -135,6 +135,7 @@ int zot_priv_chk_update(zot_ctx *handle) {
   int fetched = zot_priv_update_tmp_k(handle, new_k.get());
   if (is_news_for_cache(handle, fetched)) {
     zot::drop_k_contents(new_k.get());
+    new_k->meta = {};
     fetched = zot_priv_update_tmp_k(handle, new_k.get());
   }
   const bool is_rolled_back = fetched == ZOT_ERR_SAME_AS_CORRUPTED;

@@ -35,7 +35,10 @@ merge_step next_step(const zot_gpb &current, const zot_gpb &fresh, const zot_gpb
     return {&fresh, ZOT_STAT_MODIFIED, true, true};
   }
   if (order.result == 0) {
-    return {&current, ZOT_STAT_UNCHANGED, true, true};
+    // Two spellings of one version lie in two places.
+    const bool is_same_file = current.path == nullptr || fresh.path == nullptr ||
+                              std::strcmp(current.path, fresh.path) == 0;
+    return {is_same_file ? &current : &fresh, ZOT_STAT_UNCHANGED, true, true};
   }
   if (order.result > 0) {
     return {&fresh, ZOT_STAT_ADDED, false, true};

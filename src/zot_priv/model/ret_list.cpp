@@ -63,6 +63,8 @@ class gpb_folders {
       return status;
     }
     is_lost_ = true;
+    // Nothing has failed yet.
+    ZOT_RECORD(&handle_, ZOT_OK);
     // What was lost once need not be looked for again.
     if (handle_.ret.root == asked_.root() && handle_.own.marks_waiting == 0) {
       handle_.ret.root = handle_.conf_root;

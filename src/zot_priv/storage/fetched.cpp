@@ -60,6 +60,12 @@ bool holds(int directory, const char *name, const char *bytes, size_t size) {
   return true;
 }
 
+bool has_size(int directory, const char *name, uint32_t size) {
+  struct stat st {};
+  return ::fstatat(directory, name, &st, 0) == 0 && S_ISREG(st.st_mode) &&
+         static_cast<uint64_t>(st.st_size) == size;
+}
+
 bool is_absent(const char *path) {
   return ::access(path, F_OK) != 0 && errno == ENOENT;
 }
@@ -100,18 +106,22 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
          (is_absent(checksum.c_str()) || announces(checksum.c_str(), k));
 }
 
-bool is_k_in_force(const zot_ctx &handle, const zot_k &k) {
+bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   const joined_path path(handle.conf_k_root, k_name);
-  return holds(AT_FDCWD, path.c_str(), k.data, k.data_len);
+  const joined_path checksum(handle.conf_k_root, checksum_name);
+  // An adapter may keep its files elsewhere.
+  return holds(AT_FDCWD, path.c_str(), k.data, k.data_len) && announces(checksum.c_str(), k) &&
+         (handle.fns.commit_gpb != nullptr || are_files_stored(handle, gpbs));
 }
 
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
   const descriptor folder(
       ::open(joined_path(handle.conf_root, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (const zot_gpb &gpb : gpb_range(gpbs)) {
-    struct stat st {};
-    if (::fstatat(folder.get(), name_below(gpb), &st, 0) != 0 || !S_ISREG(st.st_mode) ||
-        static_cast<uint64_t>(st.st_size) != gpb.size) {
+    const char *const name = name_below(gpb);
+    const bool is_stored = gpb.content != nullptr ? holds(folder.get(), name, gpb.content, gpb.size)
+                                                  : has_size(folder.get(), name, gpb.size);
+    if (!is_stored) {
       return false;
     }
   }

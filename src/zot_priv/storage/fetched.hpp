@@ -19,10 +19,12 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k);
 // of any process has begun; one that fetched the same again has changed nothing.
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
-// Whether the persistent directory has a K as the one in force, whoever committed it.
-bool is_k_in_force(const zot_ctx &handle, const zot_k &k);
+// Whether the persistent directory has a configuration as the one in force, whole, whoever
+// committed it.
+bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
-// Whether the persistent directory has all files of a list, each of its size.
+// Whether the persistent directory has all files of a list with the bytes that memory has of them,
+// or at least of their size.
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs);
 
 // Lets whoever has fetched a configuration compare its files before it commits them: some of them

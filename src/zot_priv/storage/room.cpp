@@ -6,11 +6,13 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "utilities/owner.hpp"
 #include "zot_list.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
+#include "zot_priv/storage/undo.hpp"
 
 namespace {
 
@@ -30,16 +32,35 @@ class estimate {
   estimate(uint64_t block, uint64_t directory) : block_(block), directory_(directory) {}
 
   void add_file(uint64_t size) {
-    sum_.bytes += (size + block_ - 1) / block_ * block_;
+    sum_.bytes += in_blocks(size);
     ++sum_.files;
   }
   void add_directory() {
     sum_.bytes += directory_;
     ++sum_.files;
   }
+  void add_links(uint64_t count) { sum_.files += count; }
+  // Beyond the first block of a directory, which may be half full in all of them.
+  void add_names(uint64_t count) {
+    constexpr uint64_t longest_name = 64;
+    const uint64_t bytes = directory_ != 0 ? in_blocks(2 * count * longest_name) : 0;
+    sum_.bytes += bytes > block_ ? bytes - block_ : 0;
+  }
+  // The files in force are gone once it turns out that an estimate was too low.
+  [[nodiscard]] zot::room with_reserve() const {
+    constexpr uint64_t reserved_blocks = 16;
+    constexpr uint64_t reserved_part = 64;
+    constexpr uint64_t most_of_it = 16 << 20;
+    const uint64_t part = std::min(sum_.bytes / reserved_part, most_of_it);
+    return {sum_.bytes + part + reserved_blocks * block_, sum_.files + reserved_blocks};
+  }
   [[nodiscard]] const zot::room &sum() const { return sum_; }
 
  private:
+  [[nodiscard]] uint64_t in_blocks(uint64_t size) const {
+    return (size + block_ - 1) / block_ * block_;
+  }
+
   uint64_t block_;
   // Some file systems keep directories at no cost.
   uint64_t directory_;
@@ -49,25 +70,29 @@ class estimate {
 // The files of a sorted list, each below directories of its category and key.
 void add_gpbs(estimate &needed, const zot_list *gpbs) {
   const zot_gpb *before = nullptr;
+  uint64_t keys = 0;
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
     const bool is_other_category = before == nullptr || before->category != gpb.category;
     if (is_other_category) {
       needed.add_directory();
+      needed.add_names(keys);
+      keys = 0;
     }
     if (is_other_category || std::strcmp(before->key, gpb.key) != 0) {
       needed.add_directory();
+      ++keys;
     }
     needed.add_file(gpb.size);
     before = &gpb;
   }
+  needed.add_names(keys);
 }
 
 zot::room free_room(const struct statvfs &found) {
-  // What is set aside for root counts for root.
-  const uint64_t blocks = ::geteuid() == 0 ? found.f_bfree : found.f_bavail;
-  const uint64_t files = ::geteuid() == 0 ? found.f_ffree : found.f_favail;
-  return {found.f_blocks != 0 ? blocks * found.f_frsize : unlimited,
-          found.f_files != 0 ? files : unlimited};
+  // A file system sets blocks aside for itself too, so root cannot count on what others may not
+  // use.
+  return {found.f_blocks != 0 ? found.f_bavail * uint64_t{found.f_frsize} : unlimited,
+          found.f_files != 0 ? found.f_favail : unlimited};
 }
 
 bool fits(const zot::room &needed, const zot::room &available) {
@@ -115,19 +140,24 @@ room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *
   estimate needed(medium.f_frsize, size_on_medium(directory));
   needed.add_file(k.data_len);
   needed.add_file(sizeof k.checksum);
-  // The directory of the GPB files, and the undo folder with a name for each K file.
+  // The directory of the GPB files, and the undo folder with a name for each file that it keeps.
   needed.add_directory();
   needed.add_directory();
-  constexpr uint64_t undo_names = 7;
+  constexpr unsigned undo_names = 7;
+  const unsigned absent = count_absent_files(handle);
+  for (unsigned i = 0; i < absent; ++i) {
+    needed.add_directory();
+  }
   // An adapter that commits the files itself knows where they go.
   if (handle.fns.commit_gpb == nullptr) {
     add_gpbs(needed, gpbs);
   }
+  needed.add_links(undo_names - absent);
   room_check check{room_check::beside, needed.sum(), free_room(medium)};
-  check.needed.files += undo_names;
   if (fits(check.needed, check.available)) {
     return check;
   }
+  check.needed = needed.with_reserve();
   const room taken = handle.fns.commit_gpb == nullptr ? taken_by_gpbs(root.get()) : room{};
   check.available.bytes = add_limited(check.available.bytes, taken.bytes);
   check.available.files = add_limited(check.available.files, taken.files);

@@ -182,6 +182,47 @@ bool keep_gpbs(const cache_folders &at) {
          errno == ENOENT;
 }
 
+// A file of a K, "subsys.k" for one; in the undo folder when that keeps it, or keeps that it was
+// not there.
+class k_file_path {
+ public:
+  k_file_path(const char *root, const char *k, const char *extension)
+      : path_(root, name_below(undo, k, extension, ".absent")) {
+    struct stat st {};
+    const bool was_absent = is_there(AT_FDCWD, path_.c_str(), &st);
+    path_ = zot::joined_path(root, name_below(undo, k, extension, ""));
+    if (!was_absent && !is_there(AT_FDCWD, path_.c_str(), &st)) {
+      path_ = zot::joined_path(root, name_below("/knowledge", k, extension, ""));
+    }
+  }
+  [[nodiscard]] const char *c_str() const { return path_.c_str(); }
+
+ private:
+  const char *name_below(const char *folder, const char *k, const char *extension,
+                         const char *suffix) {
+    static_cast<void>(
+        std::snprintf(name_, sizeof name_, "%s/%s%s%s", folder, k, extension, suffix));
+    return name_;
+  }
+
+  char name_[64];
+  zot::joined_path path_;
+};
+
+int read_k(zot_ctx *handle, zot_k *k, const char *root, const char *name, int flags) {
+  const k_file_path k_path(root, name, ".k");
+  const k_file_path checksum_path(root, name, ".checksum");
+  return zot_priv_verify_k_file(handle, k, k_path.c_str(), checksum_path.c_str(), flags);
+}
+
+// Whatever else has this name keeps nothing, and would be in the way of every commit.
+bool remove_foreign_undo(const zot_ctx &handle) {
+  const zot::joined_path path(handle.conf_root, undo);
+  struct stat st {};
+  return is_there(AT_FDCWD, path.c_str(), &st) && !S_ISDIR(st.st_mode) &&
+         ::unlink(path.c_str()) == 0;
+}
+
 }  // namespace
 
 namespace zot {
@@ -217,12 +258,31 @@ bool has_undo(const zot_ctx &handle) {
 
 in_force_source::in_force_source(const zot_ctx &handle)
     : conf_root_(handle.conf_root), kept_(handle.conf_root, undo) {
-  const auto keeps = [this](const char *name) {
-    struct stat st {};
-    return is_there(AT_FDCWD, joined_path(kept_.c_str(), name).c_str(), &st);
-  };
-  has_k_ = keeps(k_file_names.front());
-  has_gpbs_ = keeps(gpb_directory);
+  struct stat st {};
+  has_gpbs_ = is_there(AT_FDCWD, joined_path(kept_.c_str(), gpb_directory).c_str(), &st);
+}
+
+int read_k_in_force(zot_ctx *handle, zot_k *k, const char *root, int flags) {
+  return read_k(handle, k, root, "subsys", flags);
+}
+
+int read_last_k(zot_ctx *handle, zot_k *k, const char *root, int flags) {
+  return read_k(handle, k, root, "prev_subsys", flags);
+}
+
+int read_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags) {
+  return read_k(handle, k, root, "corrupted", flags);
+}
+
+unsigned count_absent_files(const zot_ctx &handle) {
+  const descriptor root = open_root(handle.conf_root);
+  const descriptor knowledge = open_root(handle.conf_k_root);
+  struct stat st {};
+  unsigned count = is_there(root.get(), gpb_directory, &st) ? 0 : 1;
+  for (const char *const name : k_file_names) {
+    count += is_there(knowledge.get(), name, &st) ? 0 : 1;
+  }
+  return count;
 }
 
 bool owns_undo(const zot_ctx &handle) {
@@ -231,15 +291,23 @@ bool owns_undo(const zot_ctx &handle) {
 }
 
 bool restore_from_undo(zot_ctx &handle) {
+  if (remove_foreign_undo(handle)) {
+    return true;
+  }
   const cache_folders at(handle, undo);
   if (!at.are_open()) {
     return false;
   }
-  bool is_restored = restore_gpbs(at);
+  int error = restore_gpbs(at) ? 0 : errno;
   for (const char *const name : k_file_names) {
-    is_restored = restore_k_file(handle, at, name) && is_restored;
+    const bool is_restored = restore_k_file(handle, at, name);
+    error = is_restored || error != 0 ? error : errno;
   }
-  if (!is_restored || ::syncfs(at.root.get()) != 0) {
+  if (error != 0) {
+    errno = error;
+    return false;
+  }
+  if (::syncfs(at.root.get()) != 0) {
     return false;
   }
   // The folder keeps nothing any more: whether its removal reaches the medium makes no difference.

@@ -18,25 +18,27 @@ bool begin_undo(zot_ctx &handle, gpb_protection gpbs);
 // Whether a commit was interrupted, or failed and was not called again.
 bool has_undo(const zot_ctx &handle);
 
-// Where the files of the configuration in force are read from: the persistent directory, or an undo
-// folder whose files could not be put back, because the medium cannot be written any more.
+// Where the GPB files of the configuration in force are read from: the persistent directory, or an
+// undo folder whose files could not be put back, because the medium cannot be written any more.
 class in_force_source {
  public:
   explicit in_force_source(const zot_ctx &handle);
 
-  [[nodiscard]] zot_k_reader reader() const {
-    return has_k_ ? zot_priv_read_tmp_k_f : zot_priv_read_cur_k_f;
-  }
-  [[nodiscard]] const char *k_root() const { return has_k_ ? kept_.c_str() : conf_root_; }
   [[nodiscard]] const char *gpb_root() const { return has_gpbs_ ? kept_.c_str() : conf_root_; }
 
  private:
   const char *conf_root_;
   joined_path kept_;
-  bool has_k_;
   bool has_gpbs_;
 };
 
+// Read the K in force, the last one and the corrupted one, each file from where it is.
+int read_k_in_force(zot_ctx *handle, zot_k *k, const char *root, int flags);
+int read_last_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
+int read_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
+
+// How many of the files that an undo folder keeps are not there; each takes a directory in it.
+unsigned count_absent_files(const zot_ctx &handle);
 // Whether the undo folder is the one that this handle has begun.
 bool owns_undo(const zot_ctx &handle);
 

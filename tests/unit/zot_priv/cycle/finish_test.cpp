@@ -153,6 +153,18 @@ TEST_F(CommitConf, LogsItsStepsInOrder) {
        {ZOT_LOG_INFO, k_topics, "zot_done_commit", "Commit configuration: Done\n"}}));
 }
 
+// An adapter may have put its K elsewhere.
+TEST_F(CommitConf, TakesTheKFilesFromTheRootOfTheK) {
+  const std::string root = e.dir() / "adapter";
+  std::filesystem::create_directories(root);
+  for (const char *const name : {"/subsys.k", "/subsys.checksum"}) {
+    std::filesystem::rename(e.tmp_root() + name, root + name);
+  }
+  ASSERT_NE(zot_priv_k_set_root(slot(ZOT_SLOT_TMP).k, root.c_str()), nullptr);
+  EXPECT_EQ(run_commit(), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
 TEST_F(CommitConf, ForgetsTheCorruptedK) {
   install_corrupted(e, third_configuration());
   e.handle()->load_flags &= ~static_cast<std::uint32_t>(ZOT_LOADED_FAIL_K);

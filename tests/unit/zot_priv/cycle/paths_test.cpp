@@ -256,6 +256,13 @@ TEST_P(RootForAShell, IsRefusedAsTmpRoot) {
   EXPECT_TRUE(std::filesystem::is_empty(dir_.path()));
 }
 
+TEST_P(RootForAShell, IsRefusedAsTmpRootWithTheDevPathBesideIt) {
+  dev_path_.set(dir_ / "dev");
+  tmp_prefix_.set(dir_ / GetParam());
+  EXPECT_EQ(reload(), -5);
+  EXPECT_EQ(handle_->dev_mode, 0U);
+}
+
 TEST_P(RootForAShell, IsTakenAsDevPath) {
   dev_path_.set(dir_ / GetParam());
   EXPECT_EQ(reload(), 0);

@@ -28,6 +28,10 @@ class Fetched : public testing::Test {
     const zot_slot &fetched = slot_of(e, ZOT_SLOT_TMP);
     return zot::is_set_as_fetched(*e.handle(), *fetched.k, fetched.gpbs);
   }
+  [[nodiscard]] bool is_in_force() const {
+    const zot_slot &fetched = slot_of(e, ZOT_SLOT_TMP);
+    return zot::is_in_force(*e.handle(), *fetched.k, fetched.gpbs);
+  }
   // As a later get begins.
   void renew_checksum() {
     write_bytes(scratch("subsys.checksum"), second_configuration().checksum_text());
@@ -103,11 +107,18 @@ TEST_F(Fetched, IsStoredWhenTheCacheHasAllItsFiles) {
   EXPECT_FALSE(zot::are_files_stored(*e.handle(), gpbs));
 }
 
-TEST_F(Fetched, IsInForceWhenTheCacheHasItsK) {
-  const zot_k &k = *slot_of(e, ZOT_SLOT_TMP).k;
-  EXPECT_FALSE(zot::is_k_in_force(*e.handle(), k));
+TEST_F(Fetched, IsInForceWhenTheCacheHasAllOfIt) {
+  EXPECT_FALSE(is_in_force());
   second_configuration().install_cache(e.conf_root());
-  EXPECT_TRUE(zot::is_k_in_force(*e.handle(), k));
+  EXPECT_TRUE(is_in_force());
+}
+
+TEST_F(Fetched, IsNotInForceWhenTheCacheHasItDamaged) {
+  for (const char *const name : {"knowledge/subsys.checksum", "config/Wlan/staff/1"}) {
+    second_configuration().install_cache(e.conf_root());
+    flip_bit(e.conf_root() + name);
+    EXPECT_FALSE(is_in_force()) << name;
+  }
 }
 
 // The copy of the K tells better what is wrong.

@@ -48,10 +48,11 @@ class Room : public testing::Test {
   std::uint64_t folder_ = 0;
 };
 
+// A file that is not there is kept as a folder.
 TEST_F(Room, IsNeededForKAndItsFoldersAlone) {
   const room_check check = look();
   EXPECT_EQ(check.fits, room_check::beside);
-  EXPECT_EQ(check.needed.bytes, 2 * block_ + 2 * folder_);
+  EXPECT_EQ(check.needed.bytes, 2 * block_ + (2 + 7) * folder_);
   EXPECT_EQ(check.needed.files, 2U + 2 + 7);
 }
 
@@ -63,6 +64,26 @@ TEST_F(Room, IsNeededInBlocksForEachFileAndForEachFolder) {
   const room_check check = look();
   EXPECT_EQ(check.needed.bytes - without.needed.bytes, 4 * block_ + 5 * folder_);
   EXPECT_EQ(check.needed.files - without.needed.files, 3U + 5);
+}
+
+TEST_F(Room, IsNeededForFewerFoldersWhenThereAreFilesToKeep) {
+  const room_check without = look();
+  write_bytes(knowledge_of(e) + "/subsys.k", "K");
+  EXPECT_EQ(without.needed.bytes - look().needed.bytes, folder_);
+  EXPECT_EQ(look().needed.files, without.needed.files);
+}
+
+TEST_F(Room, IsNeededForTheNamesInALargeFolder) {
+  if (folder_ == 0) {
+    GTEST_SKIP() << "folders take no room here";
+  }
+  constexpr std::uint64_t keys = 1000;
+  const room_check without = look();
+  for (std::uint64_t key = 0; key < keys; ++key) {
+    add("Wlan", ZOT_CAT_WLAN, std::to_string(key).c_str(), 1);
+  }
+  const std::uint64_t counted = keys * block_ + (1 + keys) * folder_;
+  EXPECT_GE(look().needed.bytes - without.needed.bytes - counted, keys * (64 + 8));
 }
 
 TEST_F(Room, IsNotThereForMoreThanTheDiskHas) {

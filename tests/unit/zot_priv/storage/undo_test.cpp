@@ -219,6 +219,36 @@ TEST_F(Undo, IsLoadedFromWhereItWasPutBackInPart) {
   EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), first_configuration().k_text());
 }
 
+TEST_F(Undo, IsLoadedFromBothPlacesWhenOneFileOfTheKWasPutBack) {
+  ASSERT_TRUE(begin());
+  replace_everything();
+  fs::rename(undo("subsys.k"), knowledge("subsys.k"));
+  ASSERT_EQ(zot_priv_init_load_conf(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), first_configuration().k_text());
+}
+
+TEST_F(Undo, GivesWayWhenItIsNoFolder) {
+  write_bytes(root() + "undo", "somebody's file");
+  ASSERT_TRUE(zot::has_undo(*e.handle()));
+  EXPECT_TRUE(restore());
+  EXPECT_FALSE(zot::has_undo(*e.handle()));
+  EXPECT_TRUE(begin());
+}
+
+// The names that are looked for afterwards are not there.
+TEST_F(Undo, SaysWhatCouldNotBePutBack) {
+  ASSERT_TRUE(begin());
+  fs::remove(knowledge("subsys.k"));
+  fs::create_directories(knowledge("subsys.k"));
+  fs::remove(undo("subsys.k"));
+  fs::create_directories(undo("subsys.k/within"));
+  fs::remove_all(knowledge("subsys.k"));
+  write_bytes(knowledge("subsys.k"), "in the way");
+  errno = 0;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(errno, ENOTDIR);
+}
+
 // Another file system has no second names for files of this one.
 TEST_F(Undo, CopiesKFilesThatCannotBeLinked) {
   const std::string elsewhere = "/dev/shm/" + fs::path(e.dir().path()).filename().string();
