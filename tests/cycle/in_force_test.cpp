@@ -304,7 +304,7 @@ TEST_F(InForce, AScratchFileThatWasAlteredIsNotCommitted) {
   flip_bit(e.tmp_root() + "/config/Wlan/staff/1");
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(e.error_text(),
-            "[zot_priv_commit_conf]: files are missing or damaged in " + e.conf_root());
+            "[zot_priv_commit_conf]: what the get fetched was changed in " + e.tmp_root());
   restart_alone();
   expect_whole(e.get(cached), first_configuration());
 }

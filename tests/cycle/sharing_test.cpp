@@ -176,7 +176,8 @@ TEST_F(Sharing, AGetOfSomethingElseBetweenGetAndCommitIsNoticed) {
   ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
   const auto cache = contents(e.conf_root());
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
-  EXPECT_EQ(e.error_text(), "[zot_priv_commit_conf]: another get has changed " + e.tmp_root());
+  EXPECT_EQ(e.error_text(),
+            "[zot_priv_commit_conf]: what the get fetched was changed in " + e.tmp_root());
   EXPECT_EQ(contents(e.conf_root()), cache);
   EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(contents(e.conf_root()), cache);

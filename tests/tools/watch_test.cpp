@@ -201,7 +201,7 @@ TEST_F(Watch, TakesWhatAnotherGetPutInTheScratchAreaBeforeTheCommit) {
   ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455"}, variables_).status, ok);
   write_bytes(dir_ / "probe.go", "");
   running->wait_for(
-      "commit or roll-back failing: [zot_priv_commit_conf]: another get has changed ");
+      "commit or roll-back failing: [zot_priv_commit_conf]: what the get fetched was changed in ");
   running->wait_for(committed + "2 entries\n");
   EXPECT_EQ(in_force("Ap/x/1"), "model=x");
 }

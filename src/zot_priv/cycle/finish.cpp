@@ -116,7 +116,7 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
   // An adapter may keep its files elsewhere.
   if (handle->fns.commit_gpb == nullptr && !zot::are_files_stored(*handle, tmp_gpbs)) {
     return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]: files are missing or damaged in %s", operation, handle->conf_root);
+                       "[%s]: files are missing in %s", operation, handle->conf_root);
   }
   open_step(*handle) = zot::commit_medium;
   return ZOT_OK;
@@ -165,7 +165,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   }
   if (step < zot::commit_medium && !zot::is_set_as_fetched(*handle, *tmp_k, tmp_gpbs)) {
     return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]: another get has changed %s", operation, handle->tmp_root);
+                       "[%s]: what the get fetched was changed in %s", operation, handle->tmp_root);
   }
   zot::gpb_protection gpbs = zot::gpb_protection::kept;
   if (step <= zot::commit_k_files) {

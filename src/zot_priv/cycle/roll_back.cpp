@@ -137,8 +137,8 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
   }
   const zot_k *const tmp_k = zot_priv_get_k(handle, ZOT_SLOT_TMP);
   if (tmp_k != nullptr && !zot::is_k_as_fetched(*handle, *tmp_k)) {
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: another get has changed %s", __func__,
-                      handle->tmp_root);
+    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: what the get fetched was changed in %s",
+                      __func__, handle->tmp_root);
   }
   if (!zot::undo_failed_commit(*handle)) {
     return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: fail to restore %s: %s", __func__,

@@ -60,10 +60,41 @@ bool holds(int directory, const char *name, const char *bytes, size_t size) {
   return true;
 }
 
-bool has_size(int directory, const char *name, uint32_t size) {
-  struct stat st {};
-  return ::fstatat(directory, name, &st, 0) == 0 && S_ISREG(st.st_mode) &&
-         static_cast<uint64_t>(st.st_size) == size;
+zot::descriptor open_folder(const char *path) {
+  return zot::descriptor(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+// Whether the files in a folder hold the bytes that memory has of them.
+bool hold_all(const char *path, const zot_list *gpbs) {
+  const zot::descriptor folder = open_folder(path);
+  for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
+    if (gpb.content != nullptr && !holds(folder.get(), name_below(gpb), gpb.content, gpb.size)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Whether a file has come or changed since the get, or so shortly before that nobody can tell.
+bool is_newer(const struct stat &st, const zot_file_id &get) {
+  const auto seconds = static_cast<uint64_t>(st.st_ctim.tv_sec);
+  return seconds > get.seconds ||
+         (seconds == get.seconds && static_cast<uint64_t>(st.st_ctim.tv_nsec) >= get.nanoseconds);
+}
+
+// The same for the files that somebody has touched since their get. One that is gone is found when
+// it is copied.
+bool hold_all_touched(const zot_ctx &handle, const zot_list *gpbs) {
+  const zot::descriptor folder = open_folder(handle.tmp_gpb_root);
+  for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
+    struct stat st {};
+    const char *const name = name_below(gpb);
+    if (gpb.content != nullptr && ::fstatat(folder.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+        is_newer(st, handle.own.fetched) && !holds(folder.get(), name, gpb.content, gpb.size)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 bool is_absent(const char *path) {
@@ -84,6 +115,7 @@ bool announces(const char *path, const zot_k &k) {
 namespace zot {
 
 bool remember_get(zot_ctx &handle) {
+  renew_fetched_id(handle);
   handle.own.fetched = fetched_now(handle);
   return replace(handle.own.conf_root, handle.conf_root) &&
          replace(handle.own.tmp_root, handle.tmp_root);
@@ -111,17 +143,16 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   const joined_path checksum(handle.conf_k_root, checksum_name);
   // An adapter may keep its files elsewhere.
   return holds(AT_FDCWD, path.c_str(), k.data, k.data_len) && announces(checksum.c_str(), k) &&
-         (handle.fns.commit_gpb != nullptr || are_files_stored(handle, gpbs));
+         (handle.fns.commit_gpb != nullptr ||
+          hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
 
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
-  const descriptor folder(
-      ::open(joined_path(handle.conf_root, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const descriptor folder = open_folder(joined_path(handle.conf_root, "/config").c_str());
   for (const zot_gpb &gpb : gpb_range(gpbs)) {
-    const char *const name = name_below(gpb);
-    const bool is_stored = gpb.content != nullptr ? holds(folder.get(), name, gpb.content, gpb.size)
-                                                  : has_size(folder.get(), name, gpb.size);
-    if (!is_stored) {
+    struct stat st {};
+    if (::fstatat(folder.get(), name_below(gpb), &st, 0) != 0 || !S_ISREG(st.st_mode) ||
+        static_cast<uint64_t>(st.st_size) != gpb.size) {
       return false;
     }
   }
@@ -134,23 +165,14 @@ void renew_fetched_id(const zot_ctx &handle) {
 }
 
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
-  if (is_untouched(handle)) {
-    return true;
-  }
   if (!is_known(fetched_now(handle))) {
     // Without it the K files fail to be copied, and nothing of the set is taken.
     return true;
   }
-  if (!is_k_as_fetched(handle, k)) {
-    return false;
+  if (is_untouched(handle)) {
+    return hold_all_touched(handle, gpbs);
   }
-  const descriptor folder(::open(handle.tmp_gpb_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  for (const zot_gpb &gpb : gpb_range(gpbs)) {
-    if (gpb.content != nullptr && !holds(folder.get(), name_below(gpb), gpb.content, gpb.size)) {
-      return false;
-    }
-  }
-  return true;
+  return is_k_as_fetched(handle, k) && hold_all(handle.tmp_gpb_root, gpbs);
 }
 
 }  // namespace zot

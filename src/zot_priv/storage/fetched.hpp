@@ -15,16 +15,16 @@ void forget_get(zot_ctx &handle);
 // gone is found when it is copied.
 bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k);
 
-// The same for the K and for all files of its list. They are compared byte by byte when a later get
-// of any process has begun; one that fetched the same again has changed nothing.
+// The same for the K and for all files of its list. A file that was touched since is compared byte
+// by byte; and all of them are when a later get of any process has begun: one that fetched the same
+// again has changed nothing.
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 // Whether the persistent directory has a configuration as the one in force, whole, whoever
 // committed it.
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
-// Whether the persistent directory has all files of a list with the bytes that memory has of them,
-// or at least of their size.
+// Whether the persistent directory has all files of a list, each of its size.
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs);
 
 // Lets whoever has fetched a configuration compare its files before it commits them: some of them
