@@ -46,16 +46,15 @@ void load_ret_list_once(zot_ctx *handle) {
   }
 }
 
-// When files of the configuration in force are not where memory has them, the cache is loaded anew.
-// One that cannot be loaded counts as none for the next get, which asks the service for all of it.
+// When files of the configuration in force are not where memory has them, the cache is loaded
+// again.
 int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) {
   const int status = zot_priv_fltr_ret_data(handle, list, mask, catset);
   if (status != ZOT_ERR_CORRUPTED || zot::waits_for_verdict(*handle)) {
     return status;
   }
-  zot::forget_conf(*handle);
-  if (zot_priv_init_load_conf(handle) != ZOT_OK || zot::settle_marks(*handle) != ZOT_OK) {
-    zot::forget_conf(*handle);
+  if (!zot::reload_conf(*handle) || zot::settle_marks(*handle) != ZOT_OK) {
+    zot::mark_damaged(*handle);
     return zot_priv_err_set_errno(handle, status);
   }
   return zot_priv_fltr_ret_data(handle, list, mask, catset);
@@ -85,6 +84,7 @@ int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
 // Answers after asking the service.
 int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
+  zot::mend_damaged(*handle);
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
     load_ret_list_once(handle);

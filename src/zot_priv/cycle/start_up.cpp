@@ -21,6 +21,8 @@ constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
 constexpr uint32_t gpb_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_GENERAL;
 constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
+// Beside the bits of the loaders.
+constexpr uint32_t conf_damaged = 0x100;
 
 bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
@@ -51,10 +53,7 @@ void give_up(zot_ctx &handle) {
 
 }  // namespace
 
-bool zot::reload_changed_cache(zot_ctx &handle) {
-  if (!is_changed(handle)) {
-    return false;
-  }
+bool zot::reload_conf(zot_ctx &handle) {
   zot_slot &current = handle.slot[ZOT_SLOT_CURRENT];
   const zot_slot before = std::exchange(current, {});
   handle.load_flags &= ~conf_loaded;
@@ -68,9 +67,22 @@ bool zot::reload_changed_cache(zot_ctx &handle) {
   return true;
 }
 
-void zot::forget_conf(zot_ctx &handle) {
-  give_up(handle);
-  handle.load_flags &= ~conf_loaded;
+bool zot::reload_changed_cache(zot_ctx &handle) {
+  return is_changed(handle) && reload_conf(handle);
+}
+
+void zot::mark_damaged(zot_ctx &handle) {
+  handle.load_flags |= conf_damaged;
+}
+
+void zot::mend_damaged(zot_ctx &handle) {
+  if ((handle.load_flags & conf_damaged) == 0) {
+    return;
+  }
+  handle.load_flags &= ~conf_damaged;
+  if (!reload_conf(handle)) {
+    give_up(handle);
+  }
 }
 
 int __zot_priv_init_load_k_f(zot_ctx *handle, zot_k_reader reader, zot_k **target, const char *root,

@@ -5,11 +5,17 @@
 
 namespace zot {
 
-// Takes the configuration in force from the cache again when another process has committed one
-// since, and returns true. One that cannot be loaded changes nothing.
+// Takes the configuration in force from the cache again, and returns true. One that cannot be
+// loaded changes nothing.
+bool reload_conf(zot_ctx &handle);
+
+// The same when another process has committed one since.
 bool reload_changed_cache(zot_ctx &handle);
 
-// Lets the next get load the cache anew, as the first one did.
-void forget_conf(zot_ctx &handle);
+// Files of the configuration in force are nowhere to be read. Before the service is asked the next
+// time, the cache is loaded again; when that fails, nothing is in force any more, and the published
+// configuration is new.
+void mark_damaged(zot_ctx &handle);
+void mend_damaged(zot_ctx &handle);
 
 }  // namespace zot

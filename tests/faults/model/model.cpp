@@ -115,14 +115,26 @@ bool model::is_k_as_fetched() const {
 }
 
 bool model::is_set_as_fetched() const {
-  if (is_untouched() || !scratch_.has("subsys.checksum")) {
+  if (!scratch_.has("subsys.checksum")) {
     return true;
   }
-  return is_k_as_fetched() &&
-         std::ranges::all_of(*slots_[ZOT_SLOT_TMP].gpbs, [this](const gpb &file) {
+  const bool may_be_gone = is_untouched();
+  return is_k_as_fetched() && std::ranges::all_of(*slots_[ZOT_SLOT_TMP].gpbs, [&](const gpb &file) {
            const auto found = scratch_.held.find("config" + file.path);
-           return found != scratch_.held.end() && found->second == file.bytes;
+           return found != scratch_.held.end() ? found->second == file.bytes : may_be_gone;
          });
+}
+
+bool model::is_in_force() const {
+  const auto k = cache_.held.find("knowledge/subsys.k");
+  const auto checksum = cache_.held.find("knowledge/subsys.checksum");
+  const slot &fetched = slots_[ZOT_SLOT_TMP];
+  return k != cache_.held.end() && k->second == fetched.k->bytes && checksum != cache_.held.end() &&
+         checksum->second.starts_with(test::sha256_hex(fetched.k->bytes)) &&
+         (!has_own_operations_ || std::ranges::all_of(*fetched.gpbs, [this](const gpb &file) {
+           const auto found = cache_.held.find("config" + file.path);
+           return found != cache_.held.end() && found->second == file.bytes;
+         }));
 }
 
 int model::commit_k() {
@@ -292,8 +304,7 @@ int model::refuse() {
   if (!undo_failed_commit()) {
     return ZOT_ERR_GENERIC;
   }
-  const auto in_force = cache_.held.find("knowledge/subsys.k");
-  if (in_force != cache_.held.end() && in_force->second == slots_[ZOT_SLOT_TMP].k->bytes) {
+  if (is_in_force()) {
     return ZOT_ERR_CORRUPTED;
   }
   slot &last = slots_[ZOT_SLOT_LAST];

@@ -91,6 +91,7 @@ class model {
   [[nodiscard]] bool is_untouched() const;
   [[nodiscard]] bool is_k_as_fetched() const;
   [[nodiscard]] bool is_set_as_fetched() const;
+  [[nodiscard]] bool is_in_force() const;
   directory &at(area where) { return where == area::cache ? cache_ : scratch_; }
 
   // Start
@@ -98,7 +99,10 @@ class model {
   void load_last();
   void load_corrupted();
   void load_marked();
+  bool reload_conf();
   bool reload_changed_cache();
+  void give_up();
+  void mend_damaged();
 
   // Get
   int check_for_update(outcome &seen);
@@ -116,6 +120,7 @@ class model {
   int read_file(const gpb &file, bool &is_lost);
   int get_cached(std::uint32_t mask, const zot_catset &categories, outcome &seen);
   int get_update(std::uint32_t mask, const zot_catset &categories, outcome &seen);
+  int hand_out(std::uint32_t mask, const zot_catset &categories, outcome &seen);
   int filter(std::uint32_t mask, const zot_catset &categories, outcome &seen);
   k_ref duplicate(const known_k &of);
 
@@ -133,6 +138,9 @@ class model {
   std::string settle_failed_commit();
   int refuse();
   int keep_as_corrupted();
+
+  // Beside the load flags of the interface.
+  static constexpr std::uint32_t conf_damaged = 0x100;
 
   lie lie_;
   bool has_own_operations_;

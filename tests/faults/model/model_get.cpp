@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A get, as the model has it.
 #include <algorithm>
+#include <utility>
 
 #include "model.hpp"
 #include "tests/support/files.hpp"
@@ -58,8 +59,30 @@ void model::load_corrupted() {
   }
 }
 
-// Another configuration than the one in memory lies in the cache. One that cannot be told from its
-// checksum file has been lost, and memory goes on.
+// Memory goes on with what it has when the cache cannot be loaded.
+bool model::reload_conf() {
+  const slot before = std::exchange(slots_[ZOT_SLOT_CURRENT], {});
+  load_current();
+  const slot found = std::exchange(slots_[ZOT_SLOT_CURRENT], before);
+  if (!found.k) {
+    return false;
+  }
+  give_up();
+  slots_[ZOT_SLOT_CURRENT] = found;
+  return true;
+}
+
+void model::give_up() {
+  slots_[ZOT_SLOT_CURRENT] = {};
+  slots_[ZOT_SLOT_LAST] = {};
+  has_marked_ = false;
+  marked_.clear();
+  marked_root_ = area::cache;
+  marks_wait_ = false;
+  load_flags_ &= ~static_cast<std::uint32_t>(ZOT_LOADED_PREV_K | ZOT_LOADED_RET_LIST);
+}
+
+// Another configuration than the one in memory lies in the cache.
 bool model::reload_changed_cache() {
   const k_ref &current = slots_[ZOT_SLOT_CURRENT].k;
   const auto sum = cache_.held.find("knowledge/subsys.checksum");
@@ -67,18 +90,31 @@ bool model::reload_changed_cache() {
     return false;
   }
   const std::string line = sum->second.substr(0, sum->second.find('\n'));
-  if (line.size() != ZOT_CHECKSUM_LEN || line == current->digest) {
-    return false;
+  return line.size() == ZOT_CHECKSUM_LEN && line != current->digest && reload_conf();
+}
+
+// What was damaged everywhere is loaded from the cache once more, or counts as none.
+void model::mend_damaged() {
+  if ((load_flags_ & conf_damaged) == 0) {
+    return;
   }
-  slots_[ZOT_SLOT_CURRENT] = {};
-  slots_[ZOT_SLOT_LAST] = {};
-  has_marked_ = false;
-  marked_.clear();
-  marks_wait_ = false;
-  load_flags_ &= ~static_cast<std::uint32_t>(ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB |
-                                             ZOT_LOADED_PREV_K | ZOT_LOADED_RET_LIST);
-  load_current();
-  return true;
+  load_flags_ &= ~conf_damaged;
+  if (!reload_conf()) {
+    give_up();
+  }
+}
+
+int model::hand_out(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
+  const int status = filter(mask, categories, seen);
+  if (status != ZOT_ERR_CORRUPTED || waits_for_verdict()) {
+    return status;
+  }
+  if (!reload_conf()) {
+    load_flags_ |= conf_damaged;
+    return status;
+  }
+  settle_marks();
+  return filter(mask, categories, seen);
 }
 
 int model::fetch(const answer &from, const std::string &name, std::string &body) {
@@ -282,12 +318,13 @@ int model::get_cached(std::uint32_t mask, const zot_catset &categories, outcome 
   }
   load_marked();
   settle_marks();
-  const int status = filter(mask, categories, seen);
+  const int status = hand_out(mask, categories, seen);
   const bool is_nothing = seen.entries.empty() && lie_ != lie::nothing_in_force_is_a_success;
   return status == ZOT_OK && is_nothing ? static_cast<int>(ZOT_ERR_NO_CACHE) : status;
 }
 
 int model::get_update(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
+  mend_damaged();
   const int update = check_for_update(seen);
   if (update < 0 && update != ZOT_ERR_SAME_AS_CORRUPTED) {
     return update;
@@ -296,7 +333,10 @@ int model::get_update(std::uint32_t mask, const zot_catset &categories, outcome 
     load_marked();
     settle_marks();
   }
-  const int status = filter(mask, categories, seen);
+  const int status = hand_out(mask, categories, seen);
+  if (status != ZOT_OK && update >= 0) {
+    state_ &= ~static_cast<std::uint32_t>(ZOT_CYCLE_NEW_CONF);
+  }
   return status == ZOT_OK && update == ZOT_ERR_SAME_AS_CORRUPTED ? update : status;
 }
 
