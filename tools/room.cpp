@@ -5,6 +5,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <map>
 #include <set>
 
 #include "zot_conf.h"
@@ -22,6 +23,22 @@ uint64_t in_blocks(uint64_t size, uint64_t block_size) {
   return (size + block_size - 1) / block_size * block_size;
 }
 
+// What the names of a category take beyond the first block of its folder, which may be half full in
+// all of them.
+uint64_t names_in_folders(const std::set<fs::path> &folders, const volume &on) {
+  constexpr uint64_t longest_name = 64;
+  std::map<fs::path, uint64_t> names;
+  for (const fs::path &folder : folders) {
+    ++names[folder.parent_path()];
+  }
+  uint64_t sum = 0;
+  for (const auto &[folder, count] : names) {
+    const uint64_t bytes = in_blocks(2 * count * longest_name, on.block_size);
+    sum += on.folder_size != 0 && bytes > on.block_size ? bytes - on.block_size : 0;
+  }
+  return sum;
+}
+
 }  // namespace
 
 std::optional<volume> volume_of(const cache_paths &paths) {
@@ -34,6 +51,10 @@ std::optional<volume> volume_of(const cache_paths &paths) {
   volume on;
   on.block_size = found.f_frsize;
   on.folder_size = static_cast<uint64_t>(folder.st_blocks) * stat_block;
+  for (const char *const name : {"subsys.k", "subsys.checksum", "prev_subsys.k",
+                                 "prev_subsys.checksum", "corrupted.k", "corrupted.checksum"}) {
+    on.absent_k_files += fs::exists(paths.conf_root / "knowledge" / name) ? 0 : 1;
+  }
   // A file system without a size of its own tells none.
   if (found.f_blocks != 0) {
     on.free_bytes = uint64_t{found.f_bavail} * on.block_size;
@@ -57,7 +78,9 @@ room room_of(const stored_k &k, const volume &on) {
     const fs::path key = path_of(file, "").parent_path();
     folders.insert({key, key.parent_path()});
   }
-  needed.needed_bytes += (folders.size() + undo_folders) * on.folder_size;
+  // An absent file is kept as a folder.
+  needed.needed_bytes += (folders.size() + undo_folders + on.absent_k_files) * on.folder_size;
+  needed.needed_bytes += names_in_folders(folders, on);
   needed.needed_files = k.files.size() + 2 + folders.size() + undo_folders + undo_names;
   return needed;
 }

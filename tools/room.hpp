@@ -15,6 +15,7 @@ namespace zotconf {
 struct volume {
   uint64_t block_size = 1;
   uint64_t folder_size = 0;            // bytes that a folder takes
+  uint64_t absent_k_files = 0;         // of those that a commit keeps
   std::optional<uint64_t> free_bytes;  // for the user of this process; nothing: no limit
   std::optional<uint64_t> free_files;  // the same
 };

@@ -60,8 +60,9 @@ constexpr std::array advices = {
                   "needs a larger medium or a smaller publication. Call a failed roll-back again.",
         .causes = {{{"zot_conf_get()",
                      "a directory or a scratch file cannot be made, an archive cannot be unpacked "
-                     "for want of a process, the last K cannot be written, or the request for K or "
-                     "its checksum got a response other than 200 and 404 (0: no file to write to)"},
+                     "for want of a process, the last K cannot be written, a folder cannot be "
+                     "locked, or the request for K or its checksum got a response other than 200 "
+                     "and 404 (0: no file to write to)"},
                     {"zot_conf_commit()",
                      "a file cannot be copied, removed or synchronised; or there is no room for "
                      "the configuration: the text tells the bytes and files that are needed and "
@@ -76,9 +77,11 @@ constexpr std::array advices = {
         .retry = "yes, when memory is free again",
         .fault = "memory",
         .cache = "A get leaves the configuration in force as it was. After a failed commit the new "
-                 "configuration may be current in memory and the files half replaced.",
+                 "configuration may be current in memory, and what was in force before is kept "
+                 "until the commit ends.",
         .action = "Free memory. A get holds the files of the new configuration beside those in "
-                  "force. After a failed commit or roll-back call it again before the next get.",
+                  "force. Call a failed commit or roll-back again; a get ends a failed commit or "
+                  "undoes it.",
         .causes = {{{"zot_conf_get()", "while a K, its list or its files are taken into memory"},
                     {"zot_conf_commit()", "while the committed K is read back"},
                     {"zot_conf_roll_back()", "while the refused K is read back"},
@@ -108,7 +111,8 @@ constexpr std::array advices = {
         .causes =
             {{{"zot_conf_get()",
                "the request bits are 0; a directory holds characters that a shell would "
-               "interpret; or K states size 0 for a file"},
+               "interpret; the persistent and the scratch folder are one; or K states size 0 for "
+               "a file"},
               {"zot_conf_commit()", "there is no temporary configuration"},
               {"zot_parm_set(), zot_parm_get()",
                "the length is 0 or too short, the path is empty, there is no callback, or the "
@@ -159,9 +163,12 @@ constexpr std::array advices = {
                      "the archive cannot be unpacked or holds anything else; or a file is missing, "
                      "empty, or of another size or checksum"},
                     {"zot_conf_commit()",
-                     "the K read back is not the one that was written; or the get of another "
-                     "process changed the scratch directory after the get of this one"},
-                    {"zot_conf_roll_back()", "the same"}}}},
+                     "the K that was written is not what was fetched, or a file is missing after "
+                     "the copy; or a file in the scratch directory was changed; or the get of "
+                     "another process changed the scratch directory after the get of this one"},
+                    {"zot_conf_roll_back()",
+                     "the same; or the configuration is in force already, because another process "
+                     "has committed it"}}}},
     status_advice{
         .code = ZOT_ERR_NULL_INPUT,
         .meaning = "An argument is missing.",

@@ -46,8 +46,12 @@ class estimate {
     const uint64_t bytes = directory_ != 0 ? in_blocks(2 * count * longest_name) : 0;
     sum_.bytes += bytes > block_ ? bytes - block_ : 0;
   }
-  // The files in force are gone once it turns out that an estimate was too low.
+  // The files in force are gone once it turns out that an estimate was too low. It is none where
+  // directories take no room, as in memory.
   [[nodiscard]] zot::room with_reserve() const {
+    if (directory_ == 0) {
+      return sum_;
+    }
     constexpr uint64_t reserved_blocks = 16;
     constexpr uint64_t reserved_part = 64;
     constexpr uint64_t most_of_it = 16 << 20;
