@@ -80,10 +80,11 @@ int adopt(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
 
 // From here on the old files are safe until the commit has come to its end.
 int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
-  // Of a commit that was undone after its K had been read back from the cache.
-  const bool is_read_back =
-      tmp_k->root != nullptr && std::strcmp(tmp_k->root, handle->conf_root) == 0;
-  if (is_read_back && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
+  // Of a commit that was undone after its K had been read back; or of a get that had no memory for
+  // it.
+  const bool is_of_scratch =
+      tmp_k->root == nullptr || std::strcmp(tmp_k->root, handle->conf_root) == 0;
+  if (is_of_scratch && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
     return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
                        operation);
   }

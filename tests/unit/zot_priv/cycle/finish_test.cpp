@@ -165,6 +165,13 @@ TEST_F(CommitConf, TakesTheKFilesFromTheRootOfTheK) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
 }
 
+// A get that has no memory for it goes on without.
+TEST_F(CommitConf, TakesTheKFilesOfAKWithoutARootFromTheScratchFolder) {
+  zot_priv_k_set_root(slot(ZOT_SLOT_TMP).k, nullptr);
+  EXPECT_EQ(run_commit(), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
 TEST_F(CommitConf, ForgetsTheCorruptedK) {
   install_corrupted(e, third_configuration());
   e.handle()->load_flags &= ~static_cast<std::uint32_t>(ZOT_LOADED_FAIL_K);
