@@ -54,7 +54,7 @@ int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) 
     return status;
   }
   if (!zot::reload_conf(*handle) || zot::settle_marks(*handle) != ZOT_OK) {
-    zot::mark_damaged(*handle);
+    zot::mark_outdated(*handle);
     return zot_priv_err_set_errno(handle, status);
   }
   return zot_priv_fltr_ret_data(handle, list, mask, catset);
@@ -84,7 +84,7 @@ int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
 // Answers after asking the service.
 int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
-  zot::mend_damaged(*handle);
+  zot::renew_outdated(*handle);
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
     load_ret_list_once(handle);

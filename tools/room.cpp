@@ -23,17 +23,17 @@ uint64_t in_blocks(uint64_t size, uint64_t block_size) {
   return (size + block_size - 1) / block_size * block_size;
 }
 
-// What the names of a category take beyond the first block of its folder, which may be half full in
-// all of them.
+// What names take beyond the first block of their folder, which may be half full in all of them.
 uint64_t names_in_folders(const std::set<fs::path> &folders, const volume &on) {
-  constexpr uint64_t longest_name = 64;
+  // What a directory keeps beside each name.
+  constexpr uint64_t entry_head = 12;
   std::map<fs::path, uint64_t> names;
   for (const fs::path &folder : folders) {
-    ++names[folder.parent_path()];
+    names[folder.parent_path()] += folder.filename().string().size() + entry_head;
   }
   uint64_t sum = 0;
-  for (const auto &[folder, count] : names) {
-    const uint64_t bytes = in_blocks(2 * count * longest_name, on.block_size);
+  for (const auto &[folder, length] : names) {
+    const uint64_t bytes = in_blocks(2 * length, on.block_size);
     sum += on.folder_size != 0 && bytes > on.block_size ? bytes - on.block_size : 0;
   }
   return sum;
@@ -75,8 +75,10 @@ room room_of(const stored_k &k, const volume &on) {
   }
   for (const listed_file &file : k.files) {
     needed.needed_bytes += in_blocks(file.size, on.block_size);
-    const fs::path key = path_of(file, "").parent_path();
-    folders.insert({key, key.parent_path()});
+    const fs::path path = fs::path(file.path).relative_path();
+    for (fs::path at = path.parent_path(); !at.empty(); at = at.parent_path()) {
+      folders.insert(at);
+    }
   }
   // An absent file is kept as a folder.
   needed.needed_bytes += (folders.size() + undo_folders + on.absent_k_files) * on.folder_size;

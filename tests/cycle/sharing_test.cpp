@@ -148,6 +148,8 @@ TEST_F(Sharing, WhatTheOtherCommittedCannotBeRolledBack) {
   EXPECT_EQ(e.error_text(),
             "[zot_priv_commit_fail_k]: this is in force already in " + e.conf_root());
   EXPECT_FALSE(exists(knowledge_of(e) + "/corrupted.k"));
+  EXPECT_EQ(e.get().status, ZOT_OK);
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_SAME_K);
 }
 
 // A get that fails may take files away that another one has fetched.

@@ -10,6 +10,7 @@
 #include "zot_priv/cycle/marks.hpp"
 #include "zot_priv/cycle/paths.hpp"
 #include "zot_priv/cycle/recovery.hpp"
+#include "zot_priv/cycle/start_up.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
@@ -146,6 +147,8 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
   }
   if (tmp_k != nullptr &&
       zot::is_in_force(*handle, *tmp_k, zot_priv_get_gpb(handle, ZOT_SLOT_TMP))) {
+    // The next get has to find that it brings nothing new.
+    zot::mark_outdated(*handle);
     return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: this is in force already in %s", __func__,
                       handle->conf_root);
   }

@@ -22,7 +22,7 @@ constexpr uint32_t gpb_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_GENERAL;
 constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
 // Beside the bits of the loaders.
-constexpr uint32_t conf_damaged = 0x100;
+constexpr uint32_t conf_outdated = 0x100;
 
 bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
@@ -71,15 +71,15 @@ bool zot::reload_changed_cache(zot_ctx &handle) {
   return is_changed(handle) && reload_conf(handle);
 }
 
-void zot::mark_damaged(zot_ctx &handle) {
-  handle.load_flags |= conf_damaged;
+void zot::mark_outdated(zot_ctx &handle) {
+  handle.load_flags |= conf_outdated;
 }
 
-void zot::mend_damaged(zot_ctx &handle) {
-  if ((handle.load_flags & conf_damaged) == 0) {
+void zot::renew_outdated(zot_ctx &handle) {
+  if ((handle.load_flags & conf_outdated) == 0) {
     return;
   }
-  handle.load_flags &= ~conf_damaged;
+  handle.load_flags &= ~conf_outdated;
   if (!reload_conf(handle)) {
     give_up(handle);
   }

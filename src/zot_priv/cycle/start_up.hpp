@@ -12,10 +12,10 @@ bool reload_conf(zot_ctx &handle);
 // The same when another process has committed one since.
 bool reload_changed_cache(zot_ctx &handle);
 
-// Files of the configuration in force are nowhere to be read. Before the service is asked the next
-// time, the cache is loaded again; when that fails, nothing is in force any more, and the published
-// configuration is new.
-void mark_damaged(zot_ctx &handle);
-void mend_damaged(zot_ctx &handle);
+// Memory and cache differ, or files of the configuration in force are nowhere to be read. Before
+// the service is asked the next time, the cache is loaded again; when that fails, nothing is in
+// force any more, and the published configuration is new.
+void mark_outdated(zot_ctx &handle);
+void renew_outdated(zot_ctx &handle);
 
 }  // namespace zot

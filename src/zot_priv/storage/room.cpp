@@ -41,9 +41,8 @@ class estimate {
   }
   void add_links(uint64_t count) { sum_.files += count; }
   // Beyond the first block of a directory, which may be half full in all of them.
-  void add_names(uint64_t count) {
-    constexpr uint64_t longest_name = 64;
-    const uint64_t bytes = directory_ != 0 ? in_blocks(2 * count * longest_name) : 0;
+  void add_names(uint64_t length) {
+    const uint64_t bytes = directory_ != 0 ? in_blocks(2 * length) : 0;
     sum_.bytes += bytes > block_ ? bytes - block_ : 0;
   }
   // The files in force are gone once it turns out that an estimate was too low. It is none where
@@ -71,25 +70,38 @@ class estimate {
   zot::room sum_;
 };
 
-// The files of a sorted list, each below directories of its category and key.
+// How much of a path two files have in common, in whole folders.
+size_t common_folders(const char *path, const char *other) {
+  size_t length = 0;
+  for (size_t i = 0; path[i] != '\0' && path[i] == other[i]; ++i) {
+    length = path[i] == '/' ? i + 1 : length;
+  }
+  return length;
+}
+
+// The files of a list that is sorted by category and key, each below the folders of its path. Where
+// it is in another order than its paths, some folders count twice.
 void add_gpbs(estimate &needed, const zot_list *gpbs) {
-  const zot_gpb *before = nullptr;
-  uint64_t keys = 0;
+  // What a directory keeps beside each name.
+  constexpr uint64_t entry_head = 12;
+  const char *before = "";
+  uint64_t names = 0;
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
-    const bool is_other_category = before == nullptr || before->category != gpb.category;
-    if (is_other_category) {
-      needed.add_directory();
-      needed.add_names(keys);
-      keys = 0;
+    const char *const path = gpb.path != nullptr ? gpb.path + std::strspn(gpb.path, "/") : "";
+    const char *at = path + common_folders(path, before);
+    if (at == path) {
+      needed.add_names(names);
+      names = 0;
     }
-    if (is_other_category || std::strcmp(before->key, gpb.key) != 0) {
+    for (const char *end = std::strchr(at, '/'); end != nullptr; end = std::strchr(at, '/')) {
       needed.add_directory();
-      ++keys;
+      names += static_cast<uint64_t>(end - at) + entry_head;
+      at = end + 1;
     }
     needed.add_file(gpb.size);
-    before = &gpb;
+    before = path;
   }
-  needed.add_names(keys);
+  needed.add_names(names);
 }
 
 zot::room free_room(const struct statvfs &found) {

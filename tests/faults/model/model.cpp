@@ -305,6 +305,7 @@ int model::refuse() {
     return ZOT_ERR_GENERIC;
   }
   if (is_in_force()) {
+    load_flags_ |= conf_outdated;
     return ZOT_ERR_CORRUPTED;
   }
   slot &last = slots_[ZOT_SLOT_LAST];

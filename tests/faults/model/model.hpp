@@ -102,7 +102,7 @@ class model {
   bool reload_conf();
   bool reload_changed_cache();
   void give_up();
-  void mend_damaged();
+  void renew_outdated();
 
   // Get
   int check_for_update(outcome &seen);
@@ -140,7 +140,7 @@ class model {
   int keep_as_corrupted();
 
   // Beside the load flags of the interface.
-  static constexpr std::uint32_t conf_damaged = 0x100;
+  static constexpr std::uint32_t conf_outdated = 0x100;
 
   lie lie_;
   bool has_own_operations_;

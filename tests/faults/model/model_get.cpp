@@ -94,11 +94,11 @@ bool model::reload_changed_cache() {
 }
 
 // What was damaged everywhere is loaded from the cache once more, or counts as none.
-void model::mend_damaged() {
-  if ((load_flags_ & conf_damaged) == 0) {
+void model::renew_outdated() {
+  if ((load_flags_ & conf_outdated) == 0) {
     return;
   }
-  load_flags_ &= ~conf_damaged;
+  load_flags_ &= ~conf_outdated;
   if (!reload_conf()) {
     give_up();
   }
@@ -110,7 +110,7 @@ int model::hand_out(std::uint32_t mask, const zot_catset &categories, outcome &s
     return status;
   }
   if (!reload_conf()) {
-    load_flags_ |= conf_damaged;
+    load_flags_ |= conf_outdated;
     return status;
   }
   settle_marks();
@@ -324,7 +324,7 @@ int model::get_cached(std::uint32_t mask, const zot_catset &categories, outcome 
 }
 
 int model::get_update(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
-  mend_damaged();
+  renew_outdated();
   const int update = check_for_update(seen);
   if (update < 0 && update != ZOT_ERR_SAME_AS_CORRUPTED) {
     return update;

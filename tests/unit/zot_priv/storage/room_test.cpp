@@ -83,7 +83,18 @@ TEST_F(Room, IsNeededForTheNamesInALargeFolder) {
     add("Wlan", ZOT_CAT_WLAN, std::to_string(key).c_str(), 1);
   }
   const std::uint64_t counted = keys * block_ + (1 + keys) * folder_;
-  EXPECT_GE(look().needed.bytes - without.needed.bytes - counted, keys * (64 + 8));
+  EXPECT_GE(look().needed.bytes - without.needed.bytes - counted, keys * 12);
+}
+
+// A path may have more parts than the three that say what it is.
+TEST_F(Room, IsNeededForEveryFolderOfAPath) {
+  const room_check without = look();
+  for (const char *const path : {"/Wlan/a/1/x/y", "/Wlan/a/1/x/z", "/Wlan/b/1/x/y"}) {
+    list_add_tail(gpbs_.get(), &zot_priv_gpb_new(path, 1, ZOT_CAT_WLAN, "", "a", 1)->node);
+  }
+  const room_check check = look();
+  EXPECT_EQ(check.needed.bytes - without.needed.bytes, 3 * block_ + (1 + 3 + 3) * folder_);
+  EXPECT_EQ(check.needed.files - without.needed.files, 3U + 7);
 }
 
 TEST_F(Room, IsNotThereForMoreThanTheDiskHas) {
