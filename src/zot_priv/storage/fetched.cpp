@@ -13,6 +13,7 @@
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
 #include "zot_list.hpp"
+#include "zot_priv/storage/directory_walk.hpp"
 #include "zot_priv/storage/file_id.hpp"
 
 namespace {
@@ -60,13 +61,9 @@ bool holds(int directory, const char *name, const char *bytes, size_t size) {
   return true;
 }
 
-zot::descriptor open_folder(const char *path) {
-  return zot::descriptor(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-}
-
 // Whether the files in a folder hold the bytes that memory has of them.
 bool hold_all(const char *path, const zot_list *gpbs) {
-  const zot::descriptor folder = open_folder(path);
+  const zot::descriptor folder = zot::directory_walk::open_root(path);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
     if (gpb.content != nullptr && !holds(folder.get(), name_below(gpb), gpb.content, gpb.size)) {
       return false;
@@ -85,7 +82,7 @@ bool is_newer(const struct stat &st, const zot_file_id &get) {
 // The same for the files that somebody has touched since their get. One that is gone is found when
 // it is copied.
 bool hold_all_touched(const zot_ctx &handle, const zot_list *gpbs) {
-  const zot::descriptor folder = open_folder(handle.tmp_gpb_root);
+  const zot::descriptor folder = zot::directory_walk::open_root(handle.tmp_gpb_root);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
     struct stat st {};
     const char *const name = name_below(gpb);
@@ -148,7 +145,8 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
 }
 
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
-  const descriptor folder = open_folder(joined_path(handle.conf_root, "/config").c_str());
+  const descriptor folder =
+      directory_walk::open_root(joined_path(handle.conf_root, "/config").c_str());
   for (const zot_gpb &gpb : gpb_range(gpbs)) {
     struct stat st {};
     if (::fstatat(folder.get(), name_below(gpb), &st, 0) != 0 || !S_ISREG(st.st_mode) ||
