@@ -35,9 +35,9 @@ class estimate {
     sum_.bytes += in_blocks(size);
     ++sum_.files;
   }
-  void add_directory() {
-    sum_.bytes += directory_;
-    ++sum_.files;
+  void add_directories(uint64_t count) {
+    sum_.bytes += count * directory_;
+    sum_.files += count;
   }
   void add_links(uint64_t count) { sum_.files += count; }
   // Beyond the first block of a directory, which may be half full in all of them.
@@ -94,7 +94,7 @@ void add_gpbs(estimate &needed, const zot_list *gpbs) {
       names = 0;
     }
     for (const char *end = std::strchr(at, '/'); end != nullptr; end = std::strchr(at, '/')) {
-      needed.add_directory();
+      needed.add_directories(1);
       names += static_cast<uint64_t>(end - at) + entry_head;
       at = end + 1;
     }
@@ -157,13 +157,9 @@ room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *
   needed.add_file(k.data_len);
   needed.add_file(sizeof k.checksum);
   // The directory of the GPB files, and the undo folder with a name for each file that it keeps.
-  needed.add_directory();
-  needed.add_directory();
   constexpr unsigned undo_names = 7;
   const unsigned absent = count_absent_files(handle);
-  for (unsigned i = 0; i < absent; ++i) {
-    needed.add_directory();
-  }
+  needed.add_directories(2 + absent);
   // An adapter that commits the files itself knows where they go.
   if (handle.fns.commit_gpb == nullptr) {
     add_gpbs(needed, gpbs);
