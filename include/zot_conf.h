@@ -431,14 +431,24 @@ typedef struct zot_k {
   char checksum[ZOT_CHECKSUM_LEN + 1]; /**< SHA-256 of data; empty for a K just fetched */
   zot_k_meta meta;                     /**< what K says about itself */
   char *root;                          /**< directory of this K's files */
-  struct cJSON *json;                  /**< data, parsed */
+  struct cJSON *json;                  /**< data, parsed; see parsed */
   struct cJSON *gpbs;                  /**< the "gpbs" array inside json */
+  /** Holds json for all copies of this K, and releases it with the last of them. What is held may
+   *  be read and never changed, freed or given to another record. NULL: json, when there is one,
+   *  belongs to this record alone, which frees it with cJSON_Delete(). */
+  struct zot_parsed_k *parsed;
 } zot_k;
 
-/** One GPB file of a configuration; path and content are owned by the record. */
+/** Bytes of a GPB file that passed its verification; the library alone makes them. */
+typedef struct zot_verified zot_verified;
+
+/** One GPB file of a configuration. The record owns its path, and its content as told there. */
 typedef struct zot_gpb {
-  char *path;                          /**< /category/key/version */
-  char *content;                       /**< the file's bytes once verified, not terminated */
+  char *path; /**< /category/key/version */
+  /** The file's bytes, not terminated. When they are those of verified, they may be read and never
+   *  changed or freed; any other buffer belongs to the record, comes from malloc(), counts as not
+   *  verified and is never handed out. */
+  char *content;
   uint32_t size;                       /**< bytes, as K states */
   char checksum[ZOT_CHECKSUM_LEN + 1]; /**< SHA-256, as K states */
   uint64_t version;                    /**< third part of the path */
@@ -447,6 +457,8 @@ typedef struct zot_gpb {
   uint32_t key_len;                    /**< bytes of key */
   char key[ZOT_KEY_LEN + 1];           /**< second part of the path, cut to its buffer */
   zot_list node;                       /**< links the entry into its list */
+  /** What content points into, shared by the records of one file; NULL: not verified. */
+  zot_verified *verified;
 } zot_gpb;
 
 /** One entry of a returned list. The node comes first, so a node pointer is an entry pointer. */

@@ -52,7 +52,7 @@
   FIELD(zot_k_meta, firmware_version, 0, 512, 0, 512) \
   FIELD(zot_k_meta, config_id, 512, 37, 512, 37) \
   FIELD(zot_k_meta, cluster_id, 549, 37, 549, 37) \
-  RECORD(zot_k, 676, 696) \
+  RECORD(zot_k, 680, 704) \
   FIELD(zot_k, path, 0, 4, 0, 8) \
   FIELD(zot_k, data, 4, 4, 8, 8) \
   FIELD(zot_k, data_len, 8, 4, 16, 4) \
@@ -61,7 +61,8 @@
   FIELD(zot_k, root, 664, 4, 672, 8) \
   FIELD(zot_k, json, 668, 4, 680, 8) \
   FIELD(zot_k, gpbs, 672, 4, 688, 8) \
-  RECORD(zot_gpb, 168, 184) \
+  FIELD(zot_k, parsed, 676, 4, 696, 8) \
+  RECORD(zot_gpb, 168, 192) \
   FIELD(zot_gpb, path, 0, 4, 0, 8) \
   FIELD(zot_gpb, content, 4, 4, 8, 8) \
   FIELD(zot_gpb, size, 8, 4, 16, 4) \
@@ -72,6 +73,7 @@
   FIELD(zot_gpb, key_len, 96, 4, 104, 4) \
   FIELD(zot_gpb, key, 100, 53, 108, 53) \
   FIELD(zot_gpb, node, 156, 8, 168, 16) \
+  FIELD(zot_gpb, verified, 164, 4, 184, 8) \
   RECORD(zot_ret_data, 80, 96) \
   FIELD(zot_ret_data, node, 0, 8, 0, 16) \
   FIELD(zot_ret_data, key, 8, 53, 16, 53) \

@@ -11,6 +11,7 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/difference.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/model/verified_bytes.hpp"
 
 namespace {
 
@@ -82,9 +83,7 @@ int zot_priv_free_gpb(zot_ctx *handle, zot_gpb *gpb) {
   if (handle == nullptr || gpb == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  if (gpb->content != nullptr && gpb->size != 0) {
-    std::free(gpb->content);
-  }
+  zot::drop_content(*gpb);
   if (gpb->path != nullptr) {
     ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_DETAIL, "%sfree GPB file: %s\n", gpb->path);
     std::free(gpb->path);

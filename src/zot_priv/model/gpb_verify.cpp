@@ -1,31 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 // Verification of one GPB file against what K states.
+#include "zot_priv/model/gpb_verify.hpp"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "utilities/file_io.hpp"
-#include "utilities/owner.hpp"
-#include "utilities/path.hpp"
-#include "zot_conf.h"
 #include "zot_err.hpp"
-#include "zot_list.hpp"
 #include "zot_log.hpp"
-#include "zot_priv/model/verified.hpp"
+#include "zot_priv/model/verified_bytes.hpp"
 
 namespace {
+
+using zot::verified_bytes;
 
 constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
 
 // How much longer than stated a file may be and still be read, to tell what is wrong with it.
 constexpr off_t read_beyond = 65536;
-
-// A FIFO would make a plain open wait for a writer.
-constexpr int read_flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 
 // A file, and what K states of it.
 struct stated_file {
@@ -65,24 +62,42 @@ struct opened_file {
   }
 
   static zot::descriptor open(const stated_file &file) {
-    return file.folder != nullptr ? file.folder->open(file.name)
-                                  : zot::descriptor(::open(file.name, read_flags));
+    return file.folder != nullptr
+               ? file.folder->open(file.name)
+               : zot::descriptor(::open(file.name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   }
 
   zot::descriptor fd;
   uint32_t size = 0;
 };
 
-bool is_missing(const char *text) {
-  return text == nullptr || text[0] == '\0';
+// Bytes on their way to be verified; nobody else has them yet.
+using unverified = zot::c_ptr<zot_verified>;
+
+unverified make_room(uint32_t size) {
+  return unverified(static_cast<zot_verified *>(std::malloc(sizeof(zot_verified) + size_t{size})));
 }
 
-// Whether bytes of the stated size are those that the checksum stands for. To compare them with
+verified_bytes seal(unverified bytes, const stated_file &file) {
+  bytes->owners = 1;
+  bytes->size = static_cast<uint32_t>(file.size);
+  static_cast<void>(std::snprintf(bytes->checksum, sizeof bytes->checksum, "%s", file.checksum));
+  return verified_bytes(bytes.release());
+}
+
+// Bytes of the stated size, if they are those that the checksum stands for. To compare them with
 // what stood for it before takes a fraction of the time that a digest takes.
-bool has_stated_content(const char *content, const stated_file &file, const char *known) {
+verified_bytes check(unverified bytes, const stated_file &file, zot_verified *known) {
+  const char *const read = zot::bytes_of(bytes.get());
   const auto size = static_cast<uint32_t>(file.size);
-  return (known != nullptr && std::memcmp(content, known, size) == 0) ||
-         cmp_file_sha256(content, size, file.checksum) == 0;
+  if (known != nullptr && std::memcmp(read, zot::bytes_of(known), size) == 0) {
+    return zot::share(known);
+  }
+  return cmp_file_sha256(read, size, file.checksum) == 0 ? seal(std::move(bytes), file) : nullptr;
+}
+
+bool is_missing(const char *text) {
+  return text == nullptr || text[0] == '\0';
 }
 
 constexpr const char *file_check = "zot_priv_verify_gpb";
@@ -113,8 +128,10 @@ constexpr const char *entry_check = "zot_priv_chk_vail_gpb";
   return ZOT_ERR_CORRUPTED;
 }
 
-// A file that is not far larger than K lets expect is read, to tell what is wrong with it.
-int verify(zot_ctx *handle, const stated_file &file, const char *known, char *out) {
+// Reads a file and checks it. A file that is not far larger than K lets expect is read, to tell
+// what is wrong with it. `room` is for a file of the stated size, or null.
+int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known, unverified room,
+                  verified_bytes &out) {
   if (is_missing(file.name) || is_missing(file.checksum)) {
     return zot::record(handle, ZOT_ERR_NULL_INPUT, file_check, __LINE__, "[%s]: null input",
                        file_check);
@@ -129,19 +146,24 @@ int verify(zot_ctx *handle, const stated_file &file, const char *known, char *ou
   if (opened.size > std::max<int64_t>(file.size, 0) + read_beyond) {
     return refuse_size(handle, file, opened.size);
   }
-  const zot::c_text content(static_cast<char *>(std::malloc(size_t{opened.size} + 1)));
-  if (content == nullptr || !zot::read_exactly(opened.fd.get(), content.get(), opened.size)) {
+  const bool has_stated_size = file.size >= 0 && opened.size == static_cast<uint32_t>(file.size);
+  if (room == nullptr || !has_stated_size) {
+    room = make_room(opened.size);
+  }
+  if (room == nullptr ||
+      !zot::read_exactly(opened.fd.get(), zot::bytes_of(room.get()), opened.size)) {
     return refuse_empty(handle, file);
   }
   handle->stat.bytes_read += opened.size;
-  if (file.size < 0 || opened.size != static_cast<uint32_t>(file.size)) {
+  if (!has_stated_size) {
     return refuse_size(handle, file, opened.size);
   }
-  if (!has_stated_content(content.get(), file, known)) {
-    return refuse_content(handle, file);
-  }
-  if (out != nullptr) {
-    std::memcpy(out, content.get(), opened.size);
+  out = check(std::move(room), file, known);
+  return out != nullptr ? ZOT_OK : refuse_content(handle, file);
+}
+
+int tell_verified(zot_ctx *handle, const stated_file &file, bool is_kept) {
+  if (is_kept) {
     ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics,
                "%sRead GPB into memory: Done\n");
   }
@@ -151,7 +173,11 @@ int verify(zot_ctx *handle, const stated_file &file, const char *known, char *ou
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
-int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, const char *known) {
+// What verifying an entry is for.
+enum purpose { look, fill_buffer, keep };
+
+int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, zot_verified *known,
+                 unverified room, purpose purpose) {
   if (is_missing(gpb->path) || gpb->size == 0) {
     return zot::record(handle, ZOT_ERR_WRONG_INPUT, entry_check, __LINE__,
                        "[%s]:Wrong Input: path=%s, size=%ld", entry_check,
@@ -163,99 +189,59 @@ int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, const c
                        "[%s]: path of GPB is too long: %s", entry_check, gpb->path);
   }
   const stated_file stated{gpb->path, static_cast<int32_t>(gpb->size), gpb->checksum, &folder};
-  const int status = verify(handle, stated, known, gpb->content);
+  verified_bytes bytes;
+  const int status = read_verified(handle, stated, known, std::move(room), bytes);
   if (status != ZOT_OK) {
     ZOT_LOG_AT(handle, entry_check, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
                "%sVerify GPB file: \"%s\" : Failed\n", gpb->path);
     return status;
   }
+  if (purpose == fill_buffer) {
+    std::memcpy(gpb->content, zot::bytes_of(bytes.get()), gpb->size);
+  } else if (purpose == keep) {
+    zot::keep_content(*gpb, std::move(bytes));
+  }
+  tell_verified(handle, stated, purpose != look);
   ZOT_LOG_AT(handle, entry_check, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
              "%sVerify GPB file: \"%s\" : Done\n", gpb->path);
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
-// A client's own download may fill an entry with whatever it likes.
-bool is_brought_in_by_library(const zot_ctx &handle) {
-  return handle.fns.download_gpb == nullptr || handle.fns.download_gpb == ap_download_gpb;
+// A file without size, or of one that K stated as negative, is refused by the check; it needs no
+// buffer.
+bool is_size_possible(const zot_gpb &gpb) {
+  return gpb.size != 0 && gpb.size <= INT32_MAX;
 }
 
-bool states_same_content(const zot_gpb &a, const zot_gpb &b) {
-  return a.size == b.size && std::strcmp(a.checksum, b.checksum) == 0;
+// Whether the content of an entry is a buffer of its own.
+bool has_own_buffer(const zot_gpb &gpb) {
+  return gpb.content != nullptr && gpb.verified == nullptr;
 }
 
 }  // namespace
 
-namespace zot {
-
-gpb_folder::gpb_folder(const char *root) : root_(root), root_length_(std::strlen(root)) {}
-
-bool gpb_folder::has_room_for(const char *path) const {
-  constexpr size_t between = sizeof "//config/" - 1;
-  return root_length_ + between + std::strlen(path) < ZOT_PATH_SIZE;
-}
-
-// One that may be entered but not read does not open; its files do.
-descriptor gpb_folder::open(const char *path) {
-  if (!is_opened_) {
-    is_opened_ = true;
-    fd_ = descriptor(
-        ::open(joined_path(root_, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  }
-  const char *const below = path + std::strspn(path, "/");
-  if (fd_.is_open()) {
-    descriptor file(::openat(fd_.get(), below, read_flags));
-    if (file.is_open() || (errno != EMFILE && errno != ENFILE)) {
-      return file;
-    }
-    // The folder's own may be the last descriptor that was to be had.
-    fd_.close();
-  }
-  char whole[ZOT_PATH_SIZE];
-  static_cast<void>(std::snprintf(whole, sizeof whole, "%s/config/%s", root_, below));
-  return descriptor(::open(whole, read_flags));
-}
-
-int load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, const char *known) {
-  // A file without size, or of one that K stated as negative, is refused by the check; it needs no
-  // buffer.
-  const bool is_possible = gpb->size != 0 && gpb->size <= INT32_MAX;
-  if (gpb->content == nullptr && is_possible) {
-    gpb->content = static_cast<char *>(std::calloc(1, gpb->size));
-    if (gpb->content == nullptr) {
+int zot::load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, zot_verified *known) {
+  unverified room;
+  if (is_size_possible(*gpb)) {
+    room = make_room(gpb->size);
+    if (room == nullptr) {
       return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);
     }
   }
-  return verify_entry(handle, gpb, folder, known);
+  return verify_entry(handle, gpb, folder, known, std::move(room), keep);
 }
-
-const char *verified_content(const zot_gpb &gpb) {
-  return gpb.content != nullptr && gpb.content[0] != '\0' ? gpb.content : nullptr;
-}
-
-verified_files::verified_files(const zot_list *gpbs)
-    : head_(gpbs), node_(gpbs != nullptr ? gpbs->next : nullptr) {}
-
-verified_files::verified_files(const zot_ctx *handle, uint32_t slot)
-    : verified_files(is_brought_in_by_library(*handle) ? zot_priv_get_gpb(handle, slot) : nullptr) {
-}
-
-const zot_gpb *verified_files::find(const zot_gpb &gpb) {
-  while (node_ != head_ && zot_priv_cmp_gpb(&gpb_of(node_), &gpb, nullptr) < 0) {
-    node_ = node_->next;
-  }
-  return node_ != head_ && states_same_content(gpb_of(node_), gpb) ? &gpb_of(node_) : nullptr;
-}
-
-const char *verified_files::bytes_of(const zot_gpb &gpb) {
-  const zot_gpb *const found = find(gpb);
-  return found != nullptr ? verified_content(*found) : nullptr;
-}
-
-}  // namespace zot
 
 int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const char *checksum,
                         void *out) {
-  return verify(handle, {file, size, checksum}, nullptr, static_cast<char *>(out));
+  const stated_file stated{file, size, checksum};
+  verified_bytes bytes;
+  if (const int status = read_verified(handle, stated, nullptr, nullptr, bytes); status != ZOT_OK) {
+    return status;
+  }
+  if (out != nullptr) {
+    std::memcpy(out, zot::bytes_of(bytes.get()), static_cast<uint32_t>(size));
+  }
+  return tell_verified(handle, stated, out != nullptr);
 }
 
 int zot_priv_chk_vail_gpb(zot_ctx *handle, zot_gpb *gpb, const char *root) {
@@ -263,16 +249,25 @@ int zot_priv_chk_vail_gpb(zot_ctx *handle, zot_gpb *gpb, const char *root) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
   }
   zot::gpb_folder folder(root);
-  return verify_entry(handle, gpb, folder, nullptr);
+  if (has_own_buffer(*gpb)) {
+    return verify_entry(handle, gpb, folder, nullptr, nullptr, fill_buffer);
+  }
+  return verify_entry(handle, gpb, folder, zot::verified_of(*gpb), nullptr,
+                      gpb->content != nullptr ? keep : look);
 }
 
 int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root) {
   if (handle == nullptr || gpb == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
   }
-  if (root == nullptr) {
+  if (root == nullptr || gpb->content != nullptr) {
     return zot_priv_chk_vail_gpb(handle, gpb, root);
   }
   zot::gpb_folder folder(root);
-  return zot::load_content(handle, gpb, folder, nullptr);
+  const int status = zot::load_content(handle, gpb, folder, nullptr);
+  // Callers find a blank buffer after a failure.
+  if (status != ZOT_OK && status != ZOT_ERR_NOMEM && is_size_possible(*gpb)) {
+    gpb->content = static_cast<char *>(std::calloc(1, gpb->size));
+  }
+  return status;
 }

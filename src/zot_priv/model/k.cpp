@@ -8,7 +8,7 @@
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 #include "zot_priv/model/owners.hpp"
-#include "zot_priv/model/shared_json.hpp"
+#include "zot_priv/model/parsed_k.hpp"
 
 namespace {
 
@@ -24,27 +24,26 @@ char *replace_text(char **field, const char *text) {
 
 namespace zot {
 
-// The number of an object means nothing to JSON: that of the root counts further owners. A root
-// that is no object is no K's, and has one owner.
-cJSON *share_json(cJSON *tree) {
-  if (tree != nullptr) {
-    ++tree->valueint;
+// A tree that nobody else may hold is copied.
+int duplicate_json(const zot_k &src, zot_k &dst) {
+  const bool is_held = src.parsed != nullptr && src.json == src.parsed->tree;
+  if (is_held) {
+    keep_parsed(dst, share(src.parsed), src.gpbs);
+    return ZOT_OK;
   }
-  return tree;
-}
-
-void release_json(cJSON *tree) {
-  if (cJSON_IsObject(tree) == 0 || tree->valueint-- == 0) {
-    cJSON_Delete(tree);
+  drop_parsed(dst);
+  if (src.json == nullptr) {
+    return ZOT_OK;
   }
+  dst.json = cJSON_Duplicate(src.json, 1);
+  dst.gpbs = cJSON_GetObjectItem(dst.json, "gpbs");
+  return dst.json != nullptr ? ZOT_OK : ZOT_ERR_NOMEM;
 }
 
 void drop_k_contents(zot_k *k) {
   std::free(k->root);
-  release_json(k->json);
   k->root = nullptr;
-  k->json = nullptr;
-  k->gpbs = nullptr;
+  drop_parsed(*k);
 
   std::free(k->path);
   std::free(k->data);
@@ -68,9 +67,9 @@ int duplicate_k(const zot_k *src, zot_k *dst) {
   if (status != ZOT_OK) {
     return status;
   }
-  if (src->json != nullptr) {
-    dst->json = share_json(src->json);
-    dst->gpbs = src->gpbs;
+  if (duplicate_json(*src, *dst) != ZOT_OK) {
+    drop_k_contents(dst);
+    return ZOT_ERR_NOMEM;
   }
   dst->meta = src->meta;
   return ZOT_OK;

@@ -3,12 +3,13 @@
 #include <cjson/cJSON.h>
 
 #include <cstring>
+#include <utility>
 
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/model/k_content.hpp"
-#include "zot_priv/model/shared_json.hpp"
+#include "zot_priv/model/parsed_k.hpp"
 
 namespace {
 
@@ -23,15 +24,16 @@ bool read_text(const cJSON *object, const char *name, char *out, size_t size) {
   return true;
 }
 
-// A tree of one's own, or that of a K with the same text.
-cJSON *parse(const zot_k &k, const zot_k *known) {
-  const bool is_known = known != nullptr && zot_priv_cmp_k(&k, known) == 0;
-  return is_known && known->json != nullptr ? zot::share_json(known->json) : cJSON_Parse(k.data);
+// That of a K with the same text, or one's own.
+zot::parsed_k parse(const char *text, const char *checksum, zot_parsed_k *known) {
+  const bool is_known =
+      checksum != nullptr && known != nullptr && std::strcmp(checksum, known->checksum) == 0;
+  return is_known ? zot::share(known) : zot::parse_k(text, checksum);
 }
 
 }  // namespace
 
-int zot::check_k_content(zot_ctx *handle, zot_k *k, const zot_k *known) {
+int zot::check_k_content(zot_ctx *handle, zot_k *k, const char *checksum, zot_parsed_k *known) {
   constexpr const char *operation = "zot_priv_chk_vail_k_cont";
   if (handle == nullptr || k == nullptr) {
     return ZOT_ERR_NULL_INPUT;
@@ -42,42 +44,40 @@ int zot::check_k_content(zot_ctx *handle, zot_k *k, const zot_k *known) {
   }
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_K, "%sContent of K=\"%s\"\n",
              k->data);
-  zot::shared_json json(parse(*k, known));
-  if (json == nullptr) {
+  parsed_k parsed = parse(k->data, checksum, known);
+  if (parsed == nullptr) {
     return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
                        "[%s]: unable to parse json str", operation);
   }
-  cJSON *const gpbs = cJSON_GetObjectItem(json.get(), "gpbs");
+  const cJSON *const json = parsed->tree;
+  cJSON *const gpbs = cJSON_GetObjectItem(json, "gpbs");
   if (!cJSON_IsArray(gpbs)) {
     return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]: wrong %s format.",
                        operation, "gpbs");
   }
   zot_k_meta &meta = k->meta;
   char cluster_id[sizeof meta.cluster_id];
-  if (!read_text(json.get(), "clusterId", cluster_id, sizeof cluster_id)) {
+  if (!read_text(json, "clusterId", cluster_id, sizeof cluster_id)) {
     return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]: No %s", operation,
                        "clusterId");
   }
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
              "%sGet new K: cluster ID: \"%s\"\n", cluster_id);
-  if (read_text(json.get(), "firmwareVersion", meta.firmware_version,
-                sizeof meta.firmware_version)) {
+  if (read_text(json, "firmwareVersion", meta.firmware_version, sizeof meta.firmware_version)) {
     ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
                "%sfw version of new K: \"%s\"\n", meta.firmware_version);
   } else {
     ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_K, "%sNo %s in K.\n",
                "firmwareVersion");
   }
-  if (read_text(json.get(), "configId", meta.config_id, sizeof meta.config_id)) {
+  if (read_text(json, "configId", meta.config_id, sizeof meta.config_id)) {
     ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
                "%sconf UUID of new K: \"%s\"\n", meta.config_id);
   } else {
     ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_K, "%sNo %s in K.\n",
                "configId");
   }
-  zot::release_json(k->json);
-  k->json = json.release();
-  k->gpbs = gpbs;
+  keep_parsed(*k, std::move(parsed), gpbs);
   std::memcpy(meta.cluster_id, cluster_id, sizeof meta.cluster_id);
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
              "%sJSON format of K is valid.\n");
@@ -85,5 +85,5 @@ int zot::check_k_content(zot_ctx *handle, zot_k *k, const zot_k *known) {
 }
 
 int zot_priv_chk_vail_k_cont(zot_ctx *handle, zot_k *k) {
-  return zot::check_k_content(handle, k, nullptr);
+  return zot::check_k_content(handle, k, nullptr, nullptr);
 }

@@ -5,8 +5,9 @@
 
 namespace zot {
 
-// Checks the text of a K, as zot_priv_chk_vail_k_cont does. `known` is a K that was checked before,
-// or null: the same text is not parsed again.
-int check_k_content(zot_ctx *handle, zot_k *k, const zot_k *known);
+// Checks the text of a K, as zot_priv_chk_vail_k_cont does. `checksum` is one that the text is
+// known to have, or null. `known` is what was parsed before, or null: the text with the same
+// checksum is not parsed again.
+int check_k_content(zot_ctx *handle, zot_k *k, const char *checksum, zot_parsed_k *known);
 
 }  // namespace zot

@@ -8,8 +8,9 @@
 #include "zot_err.hpp"
 #include "zot_list.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/model/gpb_verify.hpp"
 #include "zot_priv/model/owners.hpp"
-#include "zot_priv/model/verified.hpp"
+#include "zot_priv/model/verified_bytes.hpp"
 
 namespace {
 
@@ -32,16 +33,17 @@ bool has_file(uint32_t stat) {
 class brought_in {
  public:
   explicit brought_in(const zot_ctx *handle)
-      : fresh_(handle, ZOT_SLOT_TMP), current_(handle, ZOT_SLOT_CURRENT) {}
+      : fresh_(zot_priv_get_gpb(handle, ZOT_SLOT_TMP)),
+        current_(zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT)) {}
 
-  const char *bytes_of(const zot_gpb &gpb) {
-    const char *const bytes = fresh_.bytes_of(gpb);
-    return bytes != nullptr ? bytes : current_.bytes_of(gpb);
+  zot_verified *verified_of(const zot_gpb &gpb) {
+    zot_verified *const found = fresh_.verified_of(gpb);
+    return found != nullptr ? found : current_.verified_of(gpb);
   }
 
  private:
-  zot::verified_files fresh_;
-  zot::verified_files current_;
+  zot::listed_files fresh_;
+  zot::listed_files current_;
 };
 
 // The directories of the files: that of the request, and the persistent one, which has those of the
@@ -54,7 +56,7 @@ class gpb_folders {
         lasting_(handle.conf_root),
         in_force_(zot_priv_get_gpb(&handle, ZOT_SLOT_CURRENT)) {}
 
-  int load(zot_gpb &gpb, const char *known) {
+  int load(zot_gpb &gpb, zot_verified *known) {
     if (is_lost_ && in_force_.names(gpb)) {
       return zot::load_content(&handle_, &gpb, lasting_, known);
     }
@@ -77,25 +79,24 @@ class gpb_folders {
   zot::gpb_folder asked_;
   zot::gpb_folder lasting_;
   // Asked only for what the first directory does not have.
-  zot::verified_files in_force_;
+  zot::listed_files in_force_;
   bool is_lost_ = false;
 };
 
 // Reads and verifies the file of an entry. Bytes that failed are released at once: a later request
 // must read the file again rather than find a buffer that looks loaded.
 int read_again(zot_gpb &gpb, gpb_folders &folders, brought_in &files) {
-  const char *const own = zot::verified_content(gpb);
-  const int status = folders.load(gpb, own != nullptr ? own : files.bytes_of(gpb));
+  zot_verified *const own = zot::verified_of(gpb);
+  const int status = folders.load(gpb, own != nullptr ? own : files.verified_of(gpb));
   if (status != ZOT_OK) {
-    std::free(gpb.content);
-    gpb.content = nullptr;
+    zot::drop_content(gpb);
   }
   return status;
 }
 
 int load_wanted(zot_gpb &gpb, uint32_t mask, gpb_folders &folders, brought_in &files) {
   const bool is_full = (mask & ZOT_STAT_FULL) != 0;
-  const bool is_loaded = is_full && gpb.content != nullptr;
+  const bool is_loaded = is_full && zot::verified_of(gpb) != nullptr;
   const bool is_read = is_full || has_file(gpb.stat);
   return is_read && !is_loaded ? read_again(gpb, folders, files) : ZOT_OK;
 }

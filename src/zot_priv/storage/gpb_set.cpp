@@ -5,7 +5,8 @@
 #include "zot_err.hpp"
 #include "zot_list.hpp"
 #include "zot_log.hpp"
-#include "zot_priv/model/verified.hpp"
+#include "zot_priv/model/gpb_verify.hpp"
+#include "zot_priv/model/verified_bytes.hpp"
 
 namespace {
 
@@ -25,9 +26,9 @@ int zot_priv_read_gpb(zot_ctx *handle, zot_k * /*k*/, zot_list *gpbs, const char
   ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sRead from root: %s\n", root);
   zot::gpb_folder folder(root);
   // An update brings most files as they are.
-  zot::verified_files in_force(handle, ZOT_SLOT_CURRENT);
+  zot::listed_files in_force(zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT));
   for (zot_gpb &gpb : zot::gpb_range(gpbs)) {
-    const int status = zot::load_content(handle, &gpb, folder, in_force.bytes_of(gpb));
+    const int status = zot::load_content(handle, &gpb, folder, in_force.verified_of(gpb));
     if (status != ZOT_OK) {
       zot_priv_free_gpb_list(handle, gpbs);
       return status;

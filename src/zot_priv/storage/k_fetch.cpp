@@ -13,6 +13,7 @@
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/model/k_content.hpp"
 #include "zot_priv/model/owners.hpp"
 
 namespace {
@@ -244,7 +245,8 @@ int zot_priv_get_new_k_by_host(zot_ctx *handle, zot_k *new_k, const char *host) 
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_K, "%sChecksum of K matched, the K is valid.\n");
   lent_data lent(downloaded, new_k);
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_K, "%sK is new version. Start to check content of K.\n");
-  if (const int status = zot_priv_chk_vail_k_cont(handle, new_k); status != ZOT_OK) {
+  if (const int status = zot::check_k_content(handle, new_k, checksum.held.data, nullptr);
+      status != ZOT_OK) {
     return status;
   }
   // The digest of a committed K is computed when it is read back from the cache.

@@ -50,7 +50,7 @@ struct k_paths {
   const char *checksum;
 };
 
-int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, const zot_k *known) {
+int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, zot_parsed_k *known) {
   constexpr const char *operation = "zot_priv_verify_k_file";
   if (handle == nullptr || at.k == nullptr || at.checksum == nullptr) {
     return ZOT_ERR_NULL_INPUT;
@@ -99,7 +99,7 @@ int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, const zot_k 
                        "[%s]: checksum mismatch expect/real: %s/%s", operation, want.text,
                        k->checksum);
   }
-  if (const int status = zot::check_k_content(handle, k, known); status != ZOT_OK) {
+  if (const int status = zot::check_k_content(handle, k, k->checksum, known); status != ZOT_OK) {
     return status;
   }
   return zot::record(handle, ZOT_OK, operation, __LINE__);
@@ -115,7 +115,7 @@ int zot_priv_verify_k_file(zot_ctx *handle, zot_k *k, const char *k_path, const 
 int zot::read_expected_k(zot_ctx *handle, zot_k *k, const char *root, const zot_k &expected) {
   const joined_path k_path(root, current.k);
   const joined_path checksum_path(root, current.checksum);
-  return verify(handle, k, {k_path.c_str(), checksum_path.c_str()}, 0, &expected);
+  return verify(handle, k, {k_path.c_str(), checksum_path.c_str()}, 0, expected.parsed);
 }
 
 int _zot_priv_read_k_f(zot_ctx *handle, zot_k *k, const char *root, const char *k_name,

@@ -163,7 +163,8 @@ class DownloadGpb : public testing::Test {
                .stat = 0,
                .key_len = 0,
                .key = {},
-               .node = {&head.node, &head.node}};
+               .node = {&head.node, &head.node},
+               .verified = nullptr};
 };
 
 TEST_F(DownloadGpb, RefusesMissingArguments) {

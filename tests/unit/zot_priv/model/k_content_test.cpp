@@ -8,6 +8,7 @@
 
 #include "tests/unit/zot_priv/model/model_records.hpp"
 #include "zot_priv/model/k_content.hpp"
+#include "zot_priv/model/parsed_k.hpp"
 
 namespace {
 
@@ -19,6 +20,10 @@ using lines = std::vector<std::string>;
 struct checked_k {
   explicit checked_k(const std::string &text)
       : k(k_with_data(text)), status(zot_priv_chk_vail_k_cont(handle.get(), k.get())) {}
+  // One whose checksum was verified before.
+  checked_k(const std::string &text, const std::string &checksum)
+      : k(k_with_data(text)),
+        status(zot::check_k_content(handle.get(), k.get(), checksum.c_str(), nullptr)) {}
 
   lines logged() { return logged_by(handle.log(), "zot_priv_chk_vail_k_cont"); }
 
@@ -249,10 +254,13 @@ TEST(KContent, SecondCheckReplacesTheTree) {
 // A K with the text of one that was checked before.
 struct known_text {
   explicit known_text(const std::string &text = complete) : k(k_with_data(text)) {}
-  int run(const zot_k *from) { return zot::check_k_content(handle.get(), k.get(), from); }
-  int run() { return run(known.k.get()); }
+  int run(zot_parsed_k *from) {
+    return zot::check_k_content(handle.get(), k.get(), zot::test::sha256_hex(k->data).c_str(),
+                                from);
+  }
+  int run() { return run(known.k->parsed); }
 
-  checked_k known{complete};
+  checked_k known{complete, zot::test::sha256_hex(complete)};
   model_handle handle;
   zot::k_owner k;
 };
@@ -298,7 +306,7 @@ TEST(KnownKContent, SharedTreeReplacesTheFormerOne) {
 TEST(KnownKContent, MayBeTheRecordItself) {
   known_text test;
   ASSERT_EQ(test.run(nullptr), ZOT_OK);
-  EXPECT_EQ(test.run(test.k.get()), ZOT_OK);
+  EXPECT_EQ(test.run(test.k->parsed), ZOT_OK);
   EXPECT_EQ(test.k->gpbs, cJSON_GetObjectItem(test.k->json, "gpbs"));
 }
 
@@ -331,19 +339,36 @@ TEST(KnownKContent, DoesNotExcuseATextThatIsNoJson) {
   EXPECT_EQ(test.k->json, nullptr);
 }
 
-TEST(KnownKContent, WithoutATreeIsParsed) {
+TEST(KnownKContent, WhoseChecksumNobodyToldIsNotTaken) {
   known_text test;
-  const zot::k_owner unchecked = k_with_data(complete);
-  EXPECT_EQ(test.run(unchecked.get()), ZOT_OK);
-  ASSERT_NE(test.k->json, nullptr);
-  EXPECT_EQ(test.k->gpbs, cJSON_GetObjectItem(test.k->json, "gpbs"));
-  EXPECT_EQ(unchecked->json, nullptr);
+  const zot::parsed_k untold = zot::parse_k(complete, nullptr);
+  EXPECT_EQ(test.run(untold.get()), ZOT_OK);
+  EXPECT_NE(test.k->json, untold->tree);
+}
+
+TEST(KnownKContent, IsNotTakenForATextWithoutAChecksum) {
+  known_text test;
+  EXPECT_EQ(zot::check_k_content(test.handle.get(), test.k.get(), nullptr, test.known.k->parsed),
+            ZOT_OK);
+  EXPECT_NE(test.k->json, test.known.k->json);
+}
+
+// The text of a record may have been replaced after it was parsed.
+TEST(KnownKContent, OfARecordWhoseTextWasReplacedIsNotTaken) {
+  std::string other = complete;
+  other.replace(other.find("c-1"), 3, "c-2");
+  known_text test(other);
+  std::memcpy(test.known.k->data, other.c_str(), other.size());
+  EXPECT_EQ(test.run(), ZOT_OK);
+  EXPECT_NE(test.k->json, test.known.k->json);
+  EXPECT_STREQ(test.k->meta.cluster_id, "c-2");
 }
 
 TEST(KnownKContent, MissingHandleOrRecordIsRefused) {
   known_text test;
-  EXPECT_EQ(zot::check_k_content(nullptr, test.k.get(), test.known.k.get()), ZOT_ERR_NULL_INPUT);
-  EXPECT_EQ(zot::check_k_content(test.handle.get(), nullptr, test.known.k.get()),
+  EXPECT_EQ(zot::check_k_content(nullptr, test.k.get(), nullptr, test.known.k->parsed),
+            ZOT_ERR_NULL_INPUT);
+  EXPECT_EQ(zot::check_k_content(test.handle.get(), nullptr, nullptr, test.known.k->parsed),
             ZOT_ERR_NULL_INPUT);
 }
 

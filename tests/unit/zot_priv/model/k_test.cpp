@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/unit/zot_priv/model/model_records.hpp"
-#include "zot_priv/model/shared_json.hpp"
+#include "zot_priv/model/parsed_k.hpp"
 
 namespace {
 
@@ -30,8 +30,9 @@ zot::k_owner full_k() {
   set_text(k->meta.firmware_version, "1.2.3");
   set_text(k->meta.config_id, "config-1");
   set_text(k->meta.cluster_id, "c-1");
-  k->json = cJSON_Parse(text.c_str());
-  k->gpbs = cJSON_GetObjectItem(k->json, "gpbs");
+  zot::parsed_k parsed = zot::parse_k(text.c_str(), nullptr);
+  cJSON *const gpbs = cJSON_GetObjectItem(parsed->tree, "gpbs");
+  zot::keep_parsed(*k, std::move(parsed), gpbs);
   return k;
 }
 
@@ -297,53 +298,52 @@ TEST(DuplicateK, OntoItselfIsRefused) {
   EXPECT_EQ(zot::duplicate_k(k.get(), k.get()), ZOT_ERR_WRONG_INPUT);
 }
 
-TEST(SharedJson, NoTreeHasNoOwner) {
-  EXPECT_EQ(zot::share_json(nullptr), nullptr);
-  zot::release_json(nullptr);
+// Trees that a client put into a record belong to that record alone, whatever they are.
+class OwnTree : public testing::TestWithParam<const char *> {};
+
+TEST_P(OwnTree, IsCopiedWithItsRecord) {
+  zot::k_owner k = k_with_data(GetParam());
+  k->json = cJSON_Parse(GetParam());
+  const zot::k_owner copy = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
+  EXPECT_NE(copy->json, k->json);
+  k.reset();
+  const zot::c_text text(cJSON_PrintUnformatted(copy->json));
+  EXPECT_STREQ(text.get(), GetParam());
 }
 
-TEST(SharedJson, SharedTreeIsTheSameTree) {
-  const zot::shared_json tree(cJSON_Parse(R"({"name":"text"})"));
-  const zot::shared_json other(zot::share_json(tree.get()));
-  EXPECT_EQ(other.get(), tree.get());
+INSTANTIATE_TEST_SUITE_P(EveryType, OwnTree,
+                         testing::Values("[1,2]", "7", "-7", "true", "null", R"("text")",
+                                         R"({"gpbs":[]})"));
+
+TEST(DuplicateK, OfATreeOfItsOwnPointsIntoTheCopy) {
+  const zot::k_owner k = zot::make_k();
+  k->json = cJSON_Parse(R"({"gpbs":[{"path":"/Wlan/a/1"}]})");
+  k->gpbs = cJSON_GetObjectItem(k->json, "gpbs");
+  const zot::k_owner copy = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
+  EXPECT_EQ(copy->gpbs, cJSON_GetObjectItem(copy->json, "gpbs"));
+  EXPECT_STREQ(first_path(*copy), "/Wlan/a/1");
 }
 
-TEST(SharedJson, SharingLeavesTheTextOfTheTree) {
-  const zot::shared_json tree(cJSON_Parse(R"({"name":"text"})"));
-  const zot::shared_json other(zot::share_json(tree.get()));
-  const zot::c_text text(cJSON_PrintUnformatted(tree.get()));
-  EXPECT_STREQ(text.get(), R"({"name":"text"})");
+// The leak checker holds that both trees are freed.
+TEST(FreeK, TreeThatTookThePlaceOfASharedOneIsFreedBesideIt) {
+  model_handle handle;
+  const zot::k_owner k = full_k();
+  const zot::k_owner copy = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(k.get(), copy.get()), ZOT_OK);
+  copy->json = cJSON_Parse("[1]");
+  EXPECT_EQ(zot_priv_free_k(handle.get(), copy.get()), ZOT_OK);
+  EXPECT_EQ(copy->json, nullptr);
+  EXPECT_STREQ(first_path(*k), "/Wlan/a/1");
 }
 
-// Owners released one after the other, in each order there is.
-class ThreeOwners : public testing::TestWithParam<std::vector<size_t>> {};
-
-TEST_P(ThreeOwners, TheTreeLivesUntilTheLastIsGone) {
-  std::array<zot::shared_json, 3> owners;
-  owners[0].reset(cJSON_Parse(R"({"name":"text"})"));
-  owners[1].reset(zot::share_json(owners[0].get()));
-  owners[2].reset(zot::share_json(owners[1].get()));
-  const std::vector<size_t> &order = GetParam();
-  for (size_t gone = 0; gone < owners.size(); ++gone) {
-    const cJSON *const tree = owners[order.back()].get();
-    EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(tree, "name")), "text");
-    owners[order[gone]].reset();
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(EveryOrder, ThreeOwners,
-                         testing::Values(std::vector<size_t>{0, 1, 2}, std::vector<size_t>{0, 2, 1},
-                                         std::vector<size_t>{1, 0, 2}, std::vector<size_t>{1, 2, 0},
-                                         std::vector<size_t>{2, 0, 1},
-                                         std::vector<size_t>{2, 1, 0}));
-
-TEST(SharedJson, TreeOfOneOwnerMayBeSharedAgain) {
-  zot::shared_json tree(cJSON_Parse(R"({"name":"text"})"));
-  zot::shared_json other(zot::share_json(tree.get()));
-  other.reset();
-  other.reset(zot::share_json(tree.get()));
-  tree.reset();
-  EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(other.get(), "name")), "text");
+TEST(FreeK, CopyOfASharedTreeIsTheClientsOwn) {
+  zot::k_owner k = full_k();
+  const zot::k_owner other = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(k.get(), other.get()), ZOT_OK);
+  const zot::json_tree copy(cJSON_Duplicate(k->json, 1));
+  EXPECT_EQ(cJSON_Compare(copy.get(), other->json, 1), 1);
 }
 
 TEST(CompareK, MissingRecordHasNoOrder) {

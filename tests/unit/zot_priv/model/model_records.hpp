@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -16,6 +17,7 @@
 #include "zot_conf.h"
 #include "zot_list.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/model/verified_bytes.hpp"
 
 namespace zot::test::model {
 
@@ -110,6 +112,26 @@ inline gpb_list_owner list_of(zot_ctx *handle, const std::vector<entry> &entries
     list_add_tail(gpbs.get(), &new_gpb(from)->node);
   }
   return gpbs;
+}
+
+// Bytes as verification makes them, under a checksum that they need not have: what passes beside
+// them was not digested.
+inline verified_bytes verified_as(const std::string &bytes, const std::string &checksum) {
+  auto *const made = static_cast<zot_verified *>(std::malloc(sizeof(zot_verified) + bytes.size()));
+  made->owners = 1;
+  made->size = static_cast<uint32_t>(bytes.size());
+  std::snprintf(made->checksum, sizeof made->checksum, "%s", checksum.c_str());
+  std::memcpy(bytes_of(made), bytes.data(), bytes.size());
+  return verified_bytes(made);
+}
+
+// Makes bytes the verified content of an entry, as it states it.
+inline void keep_as_verified(zot_gpb &gpb, const std::string &bytes) {
+  keep_content(gpb, verified_as(bytes, gpb.checksum));
+}
+
+inline void state_checksum(zot_gpb &gpb, const std::string &checksum) {
+  std::snprintf(gpb.checksum, sizeof gpb.checksum, "%s", checksum.c_str());
 }
 
 inline zot_gpb &entry_at(zot_list *gpbs, size_t place) {

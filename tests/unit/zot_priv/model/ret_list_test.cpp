@@ -362,10 +362,6 @@ TEST(ReturnedList, FileThatWasAlteredAndIsRightAgainIsReturned) {
   EXPECT_EQ(test.run_again(ZOT_STAT_CACHED), ZOT_OK);
 }
 
-void state_checksum(zot_gpb &gpb, const std::string &checksum) {
-  std::memcpy(gpb.checksum, checksum.c_str(), sizeof gpb.checksum);
-}
-
 // A request whose last entry states a checksum that no file has: it is returned only where bytes of
 // that checksum are known.
 struct undigested : request {
@@ -377,8 +373,7 @@ struct undigested : request {
         handle.get(), {{ZOT_CAT_WLAN, "a", 1, 0, "wlan a"}, {ZOT_CAT_ZONE, "z", 1, 0, bytes}});
     zot_gpb &gpb = entry_at(gpbs.get(), 1);
     state_checksum(gpb, stated);
-    gpb.content = static_cast<char *>(std::malloc(bytes.size()));
-    std::memcpy(gpb.content, bytes.data(), bytes.size());
+    keep_as_verified(gpb, bytes);
     zot_priv_set_gpb(handle.get(), slot, gpbs.release());
   }
 
@@ -407,25 +402,48 @@ TEST(KnownReturnedList, CurrentSlotHelpsWhereTheTemporaryOneDoesNot) {
   EXPECT_EQ(test.run(0x1e), ZOT_OK) << test.handle.error_text();
 }
 
-int download_nothing(zot_ctx * /*handle*/, zot_k * /*k*/, zot_list * /*gpbs*/) {
-  return ZOT_OK;
-}
-
 // A client's own download may have filled the entries with bytes that nobody verified.
-TEST(KnownReturnedList, DownloadOfTheClientsOwnVouchesForNothing) {
+TEST(KnownReturnedList, BytesThatNobodyVerifiedVouchForNothing) {
   for (const uint32_t slot : {ZOT_SLOT_TMP, ZOT_SLOT_CURRENT}) {
     undigested test;
-    test.handle.get()->fns.download_gpb = download_nothing;
     test.bring_in(slot, "zone z");
+    zot_gpb &gpb = entry_at(zot_priv_get_gpb(test.handle.get(), slot), 1);
+    zot::drop_content(gpb);
+    gpb.content = ::strdup("zone z");
     EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_ERR_CORRUPTED) << slot;
   }
 }
 
-TEST(KnownReturnedList, LibrarysOwnDownloadVouchesForItsFiles) {
-  undigested test;
-  test.handle.get()->fns.download_gpb = ap_download_gpb;
-  test.bring_in(ZOT_SLOT_TMP, "zone z");
-  EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK) << test.handle.error_text();
+TEST(KnownReturnedList, OneFileIsInMemoryOnce) {
+  request test;
+  zot::gpb_list_owner gpbs = list_of(test.handle.get(), {{ZOT_CAT_ZONE, "z", 1, 0, "zone z"}});
+  zot_gpb &in_force = entry_at(gpbs.get(), 0);
+  keep_as_verified(in_force, "zone z");
+  zot_priv_set_gpb(test.handle.get(), ZOT_SLOT_CURRENT, gpbs.release());
+  ASSERT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK);
+  EXPECT_EQ(entry_at(test.marked.get(), 3).content, in_force.content);
+  EXPECT_EQ(zot::ret_data_of(test.ret.next).data, in_force.content);
+}
+
+// What somebody put into a record is never handed out, whatever a request asks for.
+TEST(ReturnedList, ContentThatNobodyVerifiedIsReadFromTheFile) {
+  for (const uint32_t mask : {uint32_t{ZOT_STAT_FULL}, uint32_t{ZOT_STAT_MODIFIED}}) {
+    request test;
+    entry_at(test.marked.get(), 3).content = ::strdup("EVIL z");
+    ASSERT_EQ(test.run(mask, only(ZOT_CAT_ZONE)), ZOT_OK);
+    const zot_ret_data &returned = zot::ret_data_of(test.ret.next);
+    EXPECT_EQ(std::string(static_cast<const char *>(returned.data), returned.size), "zone z");
+  }
+}
+
+TEST(ReturnedList, ContentThatNobodyVerifiedIsNotReturnedWithoutAFile) {
+  for (const uint32_t mask : {uint32_t{ZOT_STAT_FULL}, uint32_t{ZOT_STAT_MODIFIED}}) {
+    request test;
+    entry_at(test.marked.get(), 3).content = ::strdup("EVIL z");
+    test.write("/Zone/z/1", "EVIL z");
+    EXPECT_EQ(test.run(mask, only(ZOT_CAT_ZONE)), ZOT_ERR_CORRUPTED);
+    EXPECT_TRUE(zot_list_is_empty(&test.ret));
+  }
 }
 
 TEST(KnownReturnedList, OtherSlotsDoNotCount) {
@@ -451,7 +469,7 @@ TEST(KnownReturnedList, FileThatDiffersFromTheKnownBytesIsDigested) {
 TEST(KnownReturnedList, RightFileIsReturnedThoughTheSlotsHoldOtherBytes) {
   request test;
   zot::gpb_list_owner gpbs = list_of(test.handle.get(), {{ZOT_CAT_ZONE, "z", 1, 0, "zone z"}});
-  entry_at(gpbs.get(), 0).content = ::strdup("ZONE z");
+  keep_as_verified(entry_at(gpbs.get(), 0), "ZONE z");
   zot_priv_set_gpb(test.handle.get(), ZOT_SLOT_CURRENT, gpbs.release());
   EXPECT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK);
   EXPECT_EQ(test.returned(), lines{"z 0x10 zone z"});
@@ -460,14 +478,16 @@ TEST(KnownReturnedList, RightFileIsReturnedThoughTheSlotsHoldOtherBytes) {
 TEST(KnownReturnedList, BytesOfTheEntryItselfAreKnown) {
   request test;
   ASSERT_EQ(test.run(ZOT_STAT_MODIFIED), ZOT_OK);
-  state_checksum(entry_at(test.marked.get(), 3), std::string(64, 'f'));
+  zot_gpb &gpb = entry_at(test.marked.get(), 3);
+  state_checksum(gpb, std::string(64, 'f'));
+  keep_as_verified(gpb, "zone z");
   EXPECT_EQ(test.run_again(ZOT_STAT_MODIFIED), ZOT_OK) << test.handle.error_text();
 }
 
 TEST(KnownReturnedList, AlteredFileFailsBesideTheBytesOfTheSlots) {
   request test;
   zot::gpb_list_owner gpbs = list_of(test.handle.get(), {{ZOT_CAT_ZONE, "z", 1, 0, "zone z"}});
-  entry_at(gpbs.get(), 0).content = ::strdup("zone z");
+  keep_as_verified(entry_at(gpbs.get(), 0), "zone z");
   zot_priv_set_gpb(test.handle.get(), ZOT_SLOT_CURRENT, gpbs.release());
   test.write("/Zone/z/1", "ZONE z");
   EXPECT_EQ(test.run(0x1e), ZOT_ERR_CORRUPTED);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The K files at commit and at rotation.
+#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -184,6 +186,19 @@ TEST(CommitK, RecordHoldsTheKAsReadFromTheCache) {
   EXPECT_STREQ(pending.k->checksum, sha256_hex(pending.fresh.k_text()).c_str());
   EXPECT_STREQ(pending.k->meta.config_id, "config-fresh");
   EXPECT_NE(pending.k->gpbs, nullptr);
+}
+
+// A client may have replaced the text of the record, and the file, after the record was checked.
+TEST(CommitK, TreeOfTheRecordIsThatOfItsText) {
+  pending_k pending;
+  const publication other = small_publication("config-other");
+  other.install_k(pending.tested.tmp_root(), "subsys.k", "subsys.checksum");
+  std::free(pending.k->data);
+  pending.k->data = ::strdup(other.k_text().c_str());
+  pending.k->data_len = static_cast<uint32_t>(other.k_text().size());
+  ASSERT_EQ(pending.commit(), ZOT_OK);
+  EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(pending.k->json, "configId")),
+               "config-other");
 }
 
 TEST(CommitK, RootOfTheRecordIsTheConfRoot) {

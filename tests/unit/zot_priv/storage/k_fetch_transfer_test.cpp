@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The steps of fetching a K: one file into memory, failed transfers, the copy of a cached K.
+#include <cjson/cJSON.h>
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +13,7 @@
 
 #include "tests/support/service.hpp"
 #include "tests/unit/zot_priv/storage/storage_records.hpp"
+#include "utilities/owner.hpp"
 
 namespace {
 
@@ -398,6 +400,24 @@ TEST(HdDupK, CopySharesTheParsedContent) {
   ASSERT_EQ(duplicated.run(), ZOT_OK);
   EXPECT_EQ(duplicated.copy->json, duplicated.cached->json);
   EXPECT_EQ(duplicated.copy->gpbs, duplicated.cached->gpbs);
+}
+
+// A tree that a client made may be anything; each record frees its own.
+TEST(HdDupK, TreeOfAClientIsCopied) {
+  for (const char *const text : {"[]", "7", R"({"gpbs":[]})"}) {
+    duplication duplicated;
+    zot_ctx *const handle = duplicated.tested.handle();
+    zot_priv_free_k(handle, duplicated.cached.get());
+    duplicated.cached->data = ::strdup(text);
+    duplicated.cached->data_len = static_cast<uint32_t>(std::strlen(text));
+    duplicated.cached->json = cJSON_Parse(text);
+    ASSERT_EQ(duplicated.run(), ZOT_OK);
+    EXPECT_NE(duplicated.copy->json, duplicated.cached->json);
+    EXPECT_EQ(zot_priv_free_k(handle, duplicated.cached.get()), ZOT_OK);
+    const zot::c_text copied(cJSON_PrintUnformatted(duplicated.copy->json));
+    EXPECT_STREQ(copied.get(), text);
+    EXPECT_EQ(zot_priv_free_k(handle, duplicated.copy.get()), ZOT_OK);
+  }
 }
 
 TEST(HdDupK, CopyCanBeUsedWhenTheCachedKIsGone) {

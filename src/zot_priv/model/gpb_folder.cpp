@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/model/gpb_folder.hpp"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "utilities/path.hpp"
+
+namespace zot {
+
+gpb_folder::gpb_folder(const char *root) : root_(root), root_length_(std::strlen(root)) {}
+
+bool gpb_folder::has_room_for(const char *path) const {
+  constexpr size_t between = sizeof "//config/" - 1;
+  return root_length_ + between + std::strlen(path) < ZOT_PATH_SIZE;
+}
+
+// One that may be entered but not read does not open; its files do.
+descriptor gpb_folder::open(const char *path) {
+  // A FIFO would make a plain open wait for a writer.
+  constexpr int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+  if (!is_opened_) {
+    is_opened_ = true;
+    fd_ = descriptor(
+        ::open(joined_path(root_, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  }
+  const char *const below = path + std::strspn(path, "/");
+  if (fd_.is_open()) {
+    descriptor file(::openat(fd_.get(), below, flags));
+    if (file.is_open() || (errno != EMFILE && errno != ENFILE)) {
+      return file;
+    }
+    // The folder's own may be the last descriptor that was to be had.
+    fd_.close();
+  }
+  char whole[ZOT_PATH_SIZE];
+  static_cast<void>(std::snprintf(whole, sizeof whole, "%s/config/%s", root_, below));
+  return descriptor(::open(whole, flags));
+}
+
+}  // namespace zot

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zot_conf.h"
+#include "zot_priv/model/gpb_folder.hpp"
+
+namespace zot {
+
+// Verifies the file of an entry and makes its bytes the entry's content, which is left as it was on
+// failure. `known` is what was verified against the same statement before, or null: a file that
+// still holds those bytes passes without a digest, and shares them. ZOT_ERR_NOMEM, or as
+// zot_priv_chk_vail_gpb.
+int load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, zot_verified *known);
+
+}  // namespace zot
