@@ -17,51 +17,48 @@ constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
 constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 
-// The files that a commit of K works on.
-struct k_files {
-  explicit k_files(const zot_ctx &handle, const zot_k &tmp_k)
-      : current(handle.conf_k_root, "/subsys.k"),
-        last(handle.conf_k_root, "/prev_subsys.k"),
-        corrupted(handle.conf_root, "/knowledge/corrupted.k"),
-        fresh(tmp_k.root, "/subsys.k"),
-        current_checksum(handle.conf_root, "/knowledge/subsys.checksum"),
-        last_checksum(handle.conf_root, "/knowledge/prev_subsys.checksum"),
-        corrupted_checksum(handle.conf_root, "/knowledge/corrupted.checksum"),
-        fresh_checksum(tmp_k.root, "/subsys.checksum") {}
-
-  zot::joined_path current, last, corrupted, fresh;
-  zot::joined_path current_checksum, last_checksum, corrupted_checksum, fresh_checksum;
+// A file by its directory and its name below that: no more paths are made than a step needs.
+struct place {
+  const char *root;
+  const char *name;
 };
 
-// What a rotation calls its file, and how it ends.
-struct rotation {
-  const zot::joined_path &from;
-  const zot::joined_path &to;
-  const char *label;
-  const char *outcome;
-};
+constexpr const char *k_name = "/subsys.k";
+constexpr const char *last_k_name = "/prev_subsys.k";
+constexpr const char *checksum_name = "/subsys.checksum";
+constexpr const char *cached_checksum_name = "/knowledge/subsys.checksum";
+constexpr const char *last_checksum_name = "/knowledge/prev_subsys.checksum";
 
-// Makes the current file the last one.
-void rotate(zot_ctx *handle, const rotation &files, const char *func) {
-  rm_rf(files.to.c_str());
+// Makes the current file the last one; label and outcome are how the log calls the file and the
+// end.
+void rotate(zot_ctx *handle, const place &current, const place &last, const char *label,
+            const char *outcome, const char *func) {
+  const zot::joined_path from(current.root, current.name);
+  const zot::joined_path to(last.root, last.name);
+  rm_rf(to.c_str());
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove last %s: Done\n",
-             files.label);
+             label);
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
-             files.to.c_str());
-  const int error = std::rename(files.from.c_str(), files.to.c_str()) == 0 ? 0 : errno;
+             to.c_str());
+  const int error = std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
   if (error != 0) {
     // Before the first commit there is nothing to rename.
     const uint32_t level = error == ENOENT ? ZOT_LOG_INFO : ZOT_LOG_WARN;
     ZOT_LOG_AT(handle, func, __LINE__, level, k_file_topics, "%s[Warning] Unable to do mv: %s\n",
                std::strerror(error));
   }
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%s%s\n", files.outcome);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%s%s\n", outcome);
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics,
-             "%sRun CMD: rename \"%s\" \"%s\"\n", files.from.c_str(), files.to.c_str());
+             "%sRun CMD: rename \"%s\" \"%s\"\n", from.c_str(), to.c_str());
 }
 
-void remove_corrupted(zot_ctx *handle, const zot::joined_path &path, const char *label,
-                      const char *func) {
+int copy(zot_ctx *handle, const place &from, const place &to, const char *func, long line) {
+  return zot_priv_fcopy(handle, zot::joined_path(from.root, from.name).c_str(),
+                        zot::joined_path(to.root, to.name).c_str(), func, line);
+}
+
+void remove_corrupted(zot_ctx *handle, const char *name, const char *label, const char *func) {
+  const zot::joined_path path(handle->conf_root, name);
   rm_rf(path.c_str());
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove corrupted %s: Done\n",
              label);
@@ -119,26 +116,25 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
             "(null)");
     return ZOT_RECORD(handle, ZOT_OK);
   }
-  const k_files at(*handle, *tmp_k);
-  rotate(handle, {at.current, at.last, "K", "Rotate current K as last K in storage: Done"},
-         __func__);
-  if (const int status =
-          zot_priv_fcopy(handle, at.fresh.c_str(), at.current.c_str(), __func__, __LINE__);
+  const place current{handle->conf_k_root, k_name};
+  const place current_checksum{handle->conf_root, cached_checksum_name};
+  rotate(handle, current, {handle->conf_k_root, last_k_name}, "K",
+         "Rotate current K as last K in storage: Done", __func__);
+  if (const int status = copy(handle, {tmp_k->root, k_name}, current, __func__, __LINE__);
       status != ZOT_OK) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sMove data from tmp to cached storage: Done\n");
-  remove_corrupted(handle, at.corrupted, "K", __func__);
-  rotate(handle,
-         {at.current_checksum, at.last_checksum, "K.checksum", "Move new K to last K: Done"},
-         __func__);
-  if (const int status = zot_priv_fcopy(handle, at.fresh_checksum.c_str(),
-                                        at.current_checksum.c_str(), __func__, __LINE__);
+  remove_corrupted(handle, "/knowledge/corrupted.k", "K", __func__);
+  rotate(handle, current_checksum, {handle->conf_root, last_checksum_name}, "K.checksum",
+         "Move new K to last K: Done", __func__);
+  if (const int status =
+          copy(handle, {tmp_k->root, checksum_name}, current_checksum, __func__, __LINE__);
       status != ZOT_OK) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached storage: Done\n");
-  remove_corrupted(handle, at.corrupted_checksum, "K.checksum", __func__);
+  remove_corrupted(handle, "/knowledge/corrupted.checksum", "K.checksum", __func__);
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, tmp_k);
 
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sStart to reload cached K.\n");
@@ -207,15 +203,14 @@ int zot_priv_rotate_prev_k(zot_ctx *handle, zot_k *tmp_k) {
             handle->conf_root);
     return ZOT_RECORD(handle, ZOT_OK);
   }
-  const k_files at(*handle, *tmp_k);
-  if (const int status =
-          zot_priv_fcopy(handle, at.fresh.c_str(), at.last.c_str(), __func__, __LINE__);
+  if (const int status = copy(handle, {tmp_k->root, k_name}, {handle->conf_k_root, last_k_name},
+                              __func__, __LINE__);
       status != ZOT_OK) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached directory: Done\n");
-  if (const int status = zot_priv_fcopy(handle, at.fresh_checksum.c_str(), at.last_checksum.c_str(),
-                                        __func__, __LINE__);
+  if (const int status = copy(handle, {tmp_k->root, checksum_name},
+                              {handle->conf_root, last_checksum_name}, __func__, __LINE__);
       status != ZOT_OK) {
     return status;
   }
