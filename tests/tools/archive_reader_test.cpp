@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/archive_reader.hpp"
+#include "tools/files/archive_reader.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/backoff.hpp"
+#include "tools/element/backoff.hpp"
 
 #include <gtest/gtest.h>
 

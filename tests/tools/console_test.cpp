@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/console.hpp"
+#include "tools/output/console.hpp"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <sstream>
 #include <thread>
 
-#include "tools/text_table.hpp"
+#include "tools/output/text_table.hpp"
 
 namespace zotconf {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/cycle_report.hpp"
+#include "tools/element/cycle_report.hpp"
 
 #include "cached_element.hpp"
 #include "json_value.hpp"

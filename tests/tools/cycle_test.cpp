@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/cycle.hpp"
+#include "tools/element/cycle.hpp"
 
 #include <gtest/gtest.h>
 #include <httplib.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/duration.hpp"
+#include "tools/output/duration.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/explain.hpp"
+#include "tools/reference/explain.hpp"
 
 #include <gtest/gtest.h>
 
 #include "process.hpp"
-#include "tools/statuses.hpp"
+#include "tools/reference/statuses.hpp"
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 

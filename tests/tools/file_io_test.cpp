@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/file_io.hpp"
+#include "tools/files/file_io.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

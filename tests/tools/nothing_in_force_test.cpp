@@ -5,7 +5,7 @@
 
 #include "cached_element.hpp"
 #include "interrupted.hpp"
-#include "tools/watch.hpp"
+#include "tools/element/watch.hpp"
 
 namespace zot::test {
 namespace {

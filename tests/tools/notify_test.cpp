@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/notify.hpp"
+#include "tools/element/notify.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

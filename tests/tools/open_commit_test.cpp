@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/open_commit.hpp"
+#include "tools/cache/open_commit.hpp"
 
 #include <csignal>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/publish.hpp"
+#include "tools/publication/publish.hpp"
 
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <functional>
 
 #include "process.hpp"
-#include "tools/publication_store.hpp"
+#include "tools/publication/publication_store.hpp"
 #include "utilities/owner.hpp"
 
 namespace zot::test {

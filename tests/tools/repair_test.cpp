@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/repair.hpp"
+#include "tools/cache/repair.hpp"
 
 #include <csignal>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/room.hpp"
+#include "tools/cache/room.hpp"
 
 #include <sys/statvfs.h>
 #include <unistd.h>

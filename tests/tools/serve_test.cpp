@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/serve.hpp"
+#include "tools/service/serve.hpp"
 
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>

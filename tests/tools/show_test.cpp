@@ -2,7 +2,7 @@
 #include "cached_element.hpp"
 #include "json_value.hpp"
 #include "terminal.hpp"
-#include "tools/k_text.hpp"
+#include "tools/cache/k_text.hpp"
 
 namespace zot::test {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/status_page.hpp"
+#include "tools/service/status_page.hpp"
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -11,7 +11,7 @@
 
 #include "json_value.hpp"
 #include "process.hpp"
-#include "tools/request_log.hpp"
+#include "tools/service/request_log.hpp"
 
 namespace zot::test {
 namespace {

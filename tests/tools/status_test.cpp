@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/status.hpp"
+#include "tools/cache/status.hpp"
 
 #include <sys/stat.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/verify.hpp"
+#include "tools/cache/verify.hpp"
 
 #include <sys/stat.h>
 

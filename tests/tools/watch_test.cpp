@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/watch.hpp"
+#include "tools/element/watch.hpp"
 
 #include "datagrams.hpp"
 #include "json_value.hpp"

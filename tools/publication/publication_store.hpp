@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+// The publication folder: what `publish` writes and `serve` reads.
+//
+//   config/<Category>/<key>/<version>                          the files, never rewritten
+//   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.k           K of one element
+//   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.checksum    its SHA-256 and a newline
+//
+// Versions are shared by all elements of a folder, so elements may share files.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/files/file_io.hpp"
+#include "tools/model/names.hpp"
+
+namespace zotconf {
+
+// One file of a configuration.
+struct published_file {
+  int32_t category = 0;
+  std::string category_name;
+  std::string key;
+  uint64_t version = 0;
+  uint64_t size = 0;
+  std::string checksum;
+};
+
+// What K says.
+struct manifest {
+  std::string cluster;
+  std::string config_id;  // empty: absent
+  std::string firmware;   // empty: absent
+  std::vector<published_file> files;
+};
+
+std::string render_manifest(const manifest &content);
+
+// Nothing for a text that is no K.
+std::optional<manifest> parse_manifest(const std::string &text);
+
+class publication_store {
+ public:
+  explicit publication_store(fs::path root) : root_(std::move(root)) {}
+
+  // Creates the folder and keeps other publishers out until the store goes away.
+  void lock();
+
+  [[nodiscard]] std::optional<std::string> read_k(const element &who) const;
+  [[nodiscard]] std::optional<std::string> read_checksum(const element &who) const;
+
+  // The highest version of an object that lies here, 0 for none.
+  [[nodiscard]] uint64_t highest_version(const published_file &file) const;
+  [[nodiscard]] bool holds(const published_file &file) const;
+  void write(const published_file &file, std::string_view bytes) const;
+
+  // Makes a K the latest of an element. The files come to the medium first, K next, the checksum
+  // that announces it last.
+  void announce(const element &who, const std::string &k) const;
+
+  // Opens config/<Category>/<key>/<version>; not open when it isn't there.
+  [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const;
+
+ private:
+  [[nodiscard]] fs::path object_folder(const published_file &file) const;
+  [[nodiscard]] std::optional<std::string> read_latest(const element &who,
+                                                       const std::string &suffix) const;
+  void flush() const;
+
+  fs::path root_;
+  zot::descriptor lock_{-1};
+};
+
+}  // namespace zotconf
