@@ -8,8 +8,8 @@
 #include <fstream>
 #include <optional>
 
-#include "datagrams.hpp"
 #include "tests/support/files.hpp"
+#include "tests/tools/element/datagrams.hpp"
 
 namespace zot::test {
 namespace {

@@ -3,8 +3,8 @@
 #include <csignal>
 #include <functional>
 
-#include "cached_element.hpp"
-#include "interrupted.hpp"
+#include "tests/tools/support/cached_element.hpp"
+#include "tests/tools/support/interrupted.hpp"
 #include "tools/element/watch.hpp"
 
 namespace zot::test {

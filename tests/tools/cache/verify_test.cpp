@@ -7,10 +7,10 @@
 #include <functional>
 #include <memory>
 
-#include "cached_element.hpp"
-#include "interrupted.hpp"
-#include "json_value.hpp"
-#include "terminal.hpp"
+#include "tests/tools/support/cached_element.hpp"
+#include "tests/tools/support/interrupted.hpp"
+#include "tests/tools/support/json_value.hpp"
+#include "tests/tools/support/terminal.hpp"
 
 namespace zot::test {
 namespace {

@@ -8,8 +8,8 @@
 #include <csignal>
 #include <fstream>
 
-#include "datagrams.hpp"
-#include "watching.hpp"
+#include "tests/tools/element/datagrams.hpp"
+#include "tests/tools/element/watching.hpp"
 
 namespace zot::test {
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cached_element.hpp"
-#include "json_value.hpp"
-#include "terminal.hpp"
+#include "tests/tools/support/cached_element.hpp"
+#include "tests/tools/support/json_value.hpp"
+#include "tests/tools/support/terminal.hpp"
 #include "tools/cache/k_text.hpp"
 
 namespace zot::test {

@@ -5,9 +5,9 @@
 
 #include <csignal>
 
-#include "cached_element.hpp"
-#include "json_value.hpp"
-#include "terminal.hpp"
+#include "tests/tools/support/cached_element.hpp"
+#include "tests/tools/support/json_value.hpp"
+#include "tests/tools/support/terminal.hpp"
 
 namespace zot::test {
 namespace {

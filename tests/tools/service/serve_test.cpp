@@ -12,8 +12,8 @@
 #include <regex>
 #include <thread>
 
-#include "json_value.hpp"
-#include "process.hpp"
+#include "tests/tools/support/json_value.hpp"
+#include "tests/tools/support/process.hpp"
 #include "utilities/owner.hpp"
 
 namespace zot::test {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/element/cycle_report.hpp"
 
-#include "cached_element.hpp"
-#include "json_value.hpp"
-#include "terminal.hpp"
+#include "tests/tools/support/cached_element.hpp"
+#include "tests/tools/support/json_value.hpp"
+#include "tests/tools/support/terminal.hpp"
 
 namespace zot::test {
 namespace {

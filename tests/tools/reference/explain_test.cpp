@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "process.hpp"
+#include "tests/tools/support/process.hpp"
 #include "tools/reference/statuses.hpp"
 #include "utilities/owner.hpp"
 #include "zot_conf.h"

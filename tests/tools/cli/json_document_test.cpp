@@ -4,7 +4,7 @@
 
 #include <set>
 
-#include "cached_element.hpp"
+#include "tests/tools/support/cached_element.hpp"
 #include "utilities/owner.hpp"
 
 namespace zot::test {

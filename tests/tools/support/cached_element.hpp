@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "process.hpp"
+#include "tests/tools/support/process.hpp"
 
 namespace zot::test {
 

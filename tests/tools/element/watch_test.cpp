@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/element/watch.hpp"
 
-#include "datagrams.hpp"
-#include "json_value.hpp"
-#include "watching.hpp"
+#include "tests/tools/element/datagrams.hpp"
+#include "tests/tools/element/watching.hpp"
+#include "tests/tools/support/json_value.hpp"
 
 namespace zot::test {
 namespace {

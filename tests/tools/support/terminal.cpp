@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "terminal.hpp"
+#include "tests/tools/support/terminal.hpp"
 
 #include <pty.h>
 #include <sys/wait.h>

@@ -9,8 +9,8 @@
 #include <sstream>
 #include <thread>
 
-#include "json_value.hpp"
-#include "process.hpp"
+#include "tests/tools/support/json_value.hpp"
+#include "tests/tools/support/process.hpp"
 #include "tools/service/request_log.hpp"
 
 namespace zot::test {

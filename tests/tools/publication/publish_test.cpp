@@ -8,7 +8,7 @@
 
 #include <functional>
 
-#include "process.hpp"
+#include "tests/tools/support/process.hpp"
 #include "tools/publication/publication_store.hpp"
 #include "utilities/owner.hpp"
 

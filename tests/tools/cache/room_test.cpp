@@ -7,8 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "cached_element.hpp"
-#include "json_value.hpp"
+#include "tests/tools/support/cached_element.hpp"
+#include "tests/tools/support/json_value.hpp"
 
 namespace zot::test {
 namespace {

@@ -3,7 +3,7 @@
 #include <map>
 #include <stdexcept>
 
-#include "watching.hpp"
+#include "tests/tools/element/watching.hpp"
 
 namespace zot::test {
 namespace {

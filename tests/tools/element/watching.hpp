@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "process.hpp"
+#include "tests/tools/support/process.hpp"
 
 namespace zot::test {
 

@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "process.hpp"
+#include "tests/tools/support/process.hpp"
 
 namespace zot::test {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "process.hpp"
+#include "tests/tools/support/process.hpp"
 
 #include <fcntl.h>
 #include <sys/wait.h>

@@ -3,9 +3,9 @@
 
 #include <csignal>
 
-#include "cached_element.hpp"
-#include "interrupted.hpp"
-#include "json_value.hpp"
+#include "tests/tools/support/cached_element.hpp"
+#include "tests/tools/support/interrupted.hpp"
+#include "tests/tools/support/json_value.hpp"
 
 namespace zot::test {
 namespace {
