@@ -11,8 +11,10 @@
 
 #include "tools/cache/k_text.hpp"
 #include "tools/cache/open_commit.hpp"
+#include "tools/cache/source.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
+#include "tools/output/plain_text.hpp"
 #include "tools/output/text_table.hpp"
 
 namespace zotconf {
@@ -60,8 +62,7 @@ class record_list {
   [[nodiscard]] std::vector<uint32_t> stats() const {
     std::vector<uint32_t> result;
     for (const zot_list *node = head_.next; node != &head_; node = node->next) {
-      const char *const at = reinterpret_cast<const char *>(node) - offsetof(zot_gpb, node);
-      result.push_back(reinterpret_cast<const zot_gpb *>(at)->stat);
+      result.push_back(gpb_of(node).stat);
     }
     return result;
   }

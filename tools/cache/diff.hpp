@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/cache/cache.hpp"
 #include "tools/cache/entry_filter.hpp"
+#include "tools/model/names.hpp"
+#include "tools/model/stored_k.hpp"
 #include "tools/output/console.hpp"
 
 namespace zotconf {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tools/cache/cache.hpp"
+#include "tools/model/manifest.hpp"
 #include "zot_conf.h"
 
 namespace zotconf {

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Looking at every file of the cache and the scratch area.
+#include "tools/cache/examine.hpp"
+
 #include <unistd.h>
 
 #include <algorithm>
 #include <set>
 
-#include "tools/cache/k_text.hpp"
-#include "tools/cache/verify.hpp"
+#include "tools/output/figures.hpp"
 
 namespace zotconf {
 namespace {

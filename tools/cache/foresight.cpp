@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the next get would do, by the rules by which the library starts and checks for an update.
+#include "tools/cache/foresight.hpp"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -7,7 +8,6 @@
 #include <cstring>
 
 #include "tools/cache/k_text.hpp"
-#include "tools/cache/status.hpp"
 #include "utilities/shell_word.hpp"
 
 namespace zotconf {

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cache/k_text.hpp"
 
-#include <algorithm>
 #include <array>
 #include <ostream>
-#include <stdexcept>
+
+#include "tools/output/figures.hpp"
+#include "tools/output/plain_text.hpp"
 
 namespace zotconf {
 namespace {
@@ -14,25 +15,7 @@ std::optional<T> when(bool is_known, const T &value) {
   return is_known ? std::optional<T>(value) : std::nullopt;
 }
 
-std::optional<std::string> stated(const std::string &text) {
-  return when(!text.empty(), text);
-}
-
 }  // namespace
-
-std::string iso_time(std::time_t when) {
-  std::tm parts{};
-  std::array<char, 32> text{};
-  if (::gmtime_r(&when, &parts) == nullptr ||
-      std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts) == 0) {
-    return "";
-  }
-  return text.data();
-}
-
-std::string counted(uint64_t number, std::string_view one, std::string_view many) {
-  return std::to_string(number).append(" ").append(number == 1 ? one : many);
-}
 
 std::string named(const stored_k &k) {
   return k.config_id.empty() ? "checksum " + k.checksum : "config ID " + k.config_id;
@@ -84,17 +67,6 @@ void print_k(const console &where, const stored_k &k) {
     where.out() << where.paint(label, colour::bold) << (text.empty() ? "-" : printable(text))
                 << '\n';
   }
-}
-
-stored_k read_good_source(const std::string &name, const element &who) {
-  stored_k k = read_source(name, who);
-  if (!k.is_present) {
-    throw std::runtime_error(name + ": there is no K at " + k.k.string());
-  }
-  if (k.wrong) {
-    throw std::runtime_error(k.bad_file().string() + ": " + described(*k.wrong));
-  }
-  return k;
 }
 
 }  // namespace zotconf

@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "tools/cache/k_text.hpp"
+#include "tools/output/plain_text.hpp"
 
 namespace zotconf {
 namespace {

@@ -10,9 +10,9 @@
 #include <span>
 #include <stdexcept>
 
-#include "tools/element/cycle.hpp"
 #include "tools/files/archive_reader.hpp"
-#include "tools/service/serve.hpp"
+#include "tools/publication/publication_store.hpp"
+#include "zot_conf.hpp"
 
 namespace zotconf {
 namespace {
@@ -287,12 +287,12 @@ class file_repair {
 
 }  // namespace
 
-repair_outcome undo_commit(const cache_paths &paths, const element &who, const console &where) {
-  cycle_options options;
-  options.subsys = who.subsys;
-  options.index = who.index;
+repair_outcome undo_commit(const cache_paths &paths, const element &who) {
+  options settings{.subsystem = who.subsys, .index = who.index, .timeout = 0, .timeout_gpb = 0};
+  // What goes wrong is told by the outcome.
+  settings.log.function = [](const log_line & /*line*/) {};
   std::string reason;
-  const auto undone_by = create_handle(options, where.err(), reason);
+  const auto undone_by = handle::create(std::move(settings), &reason);
   const fs::path undo = undo_folder(paths);
   if (!is_there(undo)) {
     return {.path = undo, .result = "repaired", .text = ""};

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/cache/verify.hpp"
+#include "tools/cache/examine.hpp"
+#include "tools/model/names.hpp"
 
 namespace zotconf {
 
@@ -23,7 +24,7 @@ struct repair_report {
 };
 
 // Lets the library undo an interrupted commit, as it does at a start.
-repair_outcome undo_commit(const cache_paths &paths, const element &who, const console &where);
+repair_outcome undo_commit(const cache_paths &paths, const element &who);
 
 // The K in force and its checksum file. Other K of the cache can be fetched from nowhere, which the
 // report says of them.

@@ -7,8 +7,11 @@
 
 #include "tools/cache/k_text.hpp"
 #include "tools/cache/open_commit.hpp"
+#include "tools/cache/source.hpp"
 #include "tools/output/exit_status.hpp"
+#include "tools/output/figures.hpp"
 #include "tools/output/json.hpp"
+#include "tools/output/plain_text.hpp"
 #include "tools/output/text_table.hpp"
 
 namespace zotconf {

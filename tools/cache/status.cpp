@@ -3,10 +3,13 @@
 
 #include <ostream>
 
+#include "tools/cache/foresight.hpp"
 #include "tools/cache/k_text.hpp"
 #include "tools/cache/room.hpp"
 #include "tools/output/exit_status.hpp"
+#include "tools/output/figures.hpp"
 #include "tools/output/json.hpp"
+#include "tools/output/plain_text.hpp"
 #include "tools/output/text_table.hpp"
 
 namespace zotconf {
@@ -89,7 +92,7 @@ void write_json(const console &where, const cache_status &found) {
         .set("state", state_of(state.k.is_present, state.wrong).word);
     set_k(item, state.k);
     set_status(item, "wrong", state.wrong);
-    item.set("bad_file", state.bad_file.empty() ? std::nullopt : std::optional(state.bad_file));
+    item.set("bad_file", stated(state.bad_file));
   }
   set_outlook(root, found.commit);
   set_room(root, found.needed);
@@ -127,15 +130,15 @@ void print_slots(const console &where, const slot_states &states) {
                     {"ENTRIES", align::right},
                     {"BYTES", align::right},
                     {"WRITTEN"}});
-  const auto stated = [](const std::string &text) { return text.empty() ? "-" : printable(text); };
+  const auto shown = [](const std::string &text) { return text.empty() ? "-" : printable(text); };
   for (const slot_state &state : states) {
     const state_text text = state_of(state.k.is_present, state.wrong);
     const bool is_known = state.k.is_good();
     table.add_row({std::string(name_of(state.slot)),
                    {text.word, text.with},
-                   stated(state.k.config_id),
-                   stated(state.k.cluster),
-                   stated(state.k.firmware),
+                   shown(state.k.config_id),
+                   shown(state.k.cluster),
+                   shown(state.k.firmware),
                    is_known ? std::to_string(state.k.files.size()) : "-",
                    is_known ? std::to_string(state.k.size_of_files()) : "-",
                    state.k.written ? iso_time(*state.k.written) : "-"});

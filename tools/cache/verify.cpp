@@ -6,10 +6,13 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "tools/cache/examine.hpp"
 #include "tools/cache/k_text.hpp"
 #include "tools/cache/repair.hpp"
 #include "tools/output/exit_status.hpp"
+#include "tools/output/figures.hpp"
 #include "tools/output/json.hpp"
+#include "tools/output/plain_text.hpp"
 #include "tools/output/text_table.hpp"
 
 namespace zotconf {
@@ -59,7 +62,7 @@ void set_repair(json_node root, const std::optional<repair_report> &repair) {
     list.append()
         .set("path", each.path.string())
         .set("result", each.result)
-        .set("text", each.text.empty() ? std::nullopt : std::optional(each.text));
+        .set("text", stated(each.text));
   }
   set_status(root, "service_error", repair->service_error);
 }
@@ -175,7 +178,7 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
     throw std::runtime_error("a commit is in progress: nothing was repaired");
   }
   if (told.found.commit.is_interrupted()) {
-    told.repair->outcomes.push_back(undo_commit(told.paths, options.who, where));
+    told.repair->outcomes.push_back(undo_commit(told.paths, options.who));
     told.found = examine(told.paths, options.strict, where);
     // Files put in place now would be replaced when the commit is undone.
     if (told.found.is_clean() || !told.found.commit.undo.empty()) {

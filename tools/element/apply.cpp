@@ -31,10 +31,6 @@ void set_variable(const char *name, const fs::path &path) {
   }
 }
 
-std::optional<std::string> stated(const std::string &text) {
-  return text.empty() ? std::nullopt : std::optional(text);
-}
-
 }  // namespace
 
 void write_entries(const fs::path &folder, const entries &list) {

@@ -9,7 +9,6 @@
 #include <thread>
 #include <utility>
 
-#include "tools/cache/k_text.hpp"
 #include "tools/element/apply.hpp"
 #include "tools/element/backoff.hpp"
 #include "tools/element/notify.hpp"
@@ -17,7 +16,9 @@
 #include "tools/element/wake_up.hpp"
 #include "tools/output/duration.hpp"
 #include "tools/output/exit_status.hpp"
+#include "tools/output/figures.hpp"
 #include "tools/output/json.hpp"
+#include "tools/output/plain_text.hpp"
 
 namespace zotconf {
 namespace {

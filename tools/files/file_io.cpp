@@ -20,6 +20,11 @@ bool is_regular(int fd) {
 
 }  // namespace
 
+bool is_there(const fs::path &path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
+
 void throw_errno(const std::string &what) {
   throw std::system_error(errno, std::generic_category(), what);
 }

@@ -13,6 +13,9 @@ namespace zotconf {
 
 namespace fs = std::filesystem;
 
+// Whether anything stands at a path, a dangling link included.
+bool is_there(const fs::path &path);
+
 // Throws std::system_error with the current errno; `what` names the action and the file.
 [[noreturn]] void throw_errno(const std::string &what);
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/model/judge.hpp"
 
+#include <cstddef>
+
 #include "zot_conf.hpp"
 
 namespace zotconf {
@@ -18,6 +20,11 @@ std::string_view name_of_status(int code) {
 
 std::string described(const library_status &status) {
   return status.text + " (" + std::to_string(status.code) + ")";
+}
+
+const zot_gpb &gpb_of(const zot_list *node) {
+  return *reinterpret_cast<const zot_gpb *>(reinterpret_cast<const char *>(node) -
+                                            offsetof(zot_gpb, node));
 }
 
 judge::judge() {

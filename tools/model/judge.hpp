@@ -22,6 +22,9 @@ std::string_view name_of_status(int code);
 // "text (-8)".
 std::string described(const library_status &status);
 
+// The library's record of a file that a node of its list belongs to.
+const zot_gpb &gpb_of(const zot_list *node);
+
 class judge {
  public:
   judge();

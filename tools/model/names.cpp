@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
 
 #include "zot_conf.h"
 
@@ -112,6 +113,16 @@ std::string check_key(std::string_view key) {
     return "has a key over 52 characters";
   }
   return check_text(key, ZOT_KEY_LEN);
+}
+
+std::optional<uint64_t> parse_version(std::string_view text) {
+  uint64_t version = 0;
+  const char *const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, version);
+  if (error != std::errc{} || stop != end) {
+    return std::nullopt;
+  }
+  return version;
 }
 
 std::string upper_case(std::string_view text) {

@@ -3,6 +3,8 @@
 // or with what is wrong.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +22,9 @@ std::string check_cluster(std::string_view cluster);
 std::string check_uuid(std::string_view uuid);
 std::string check_firmware(std::string_view firmware);
 std::string check_key(std::string_view key);
+
+// A version as K and the names of files write it; nothing for any other text.
+std::optional<uint64_t> parse_version(std::string_view text);
 
 std::string upper_case(std::string_view text);
 

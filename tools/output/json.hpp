@@ -16,6 +16,11 @@
 
 namespace zotconf {
 
+// A text that may be absent, which an empty one stands for: null in JSON.
+inline std::optional<std::string> stated(const std::string &text) {
+  return text.empty() ? std::nullopt : std::optional(text);
+}
+
 // An object or array inside a document, which has to live as long.
 class json_node {
  public:

@@ -1,124 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/publication/publication_store.hpp"
 
-#include <cjson/cJSON.h>
 #include <fcntl.h>
 #include <sys/file.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
-#include <limits>
-#include <new>
-
-#include "zot_conf.h"
+#include <cerrno>
 
 namespace zotconf {
-namespace {
 
-std::vector<std::string> latest_path(const element &who, const std::string &suffix) {
+std::vector<std::string> latest_parts(const element &who, const std::string &suffix) {
   return {"file", "knowledge", who.subsys, who.index, "latest", who.index + suffix};
 }
 
-std::optional<uint64_t> parse_version(std::string_view text) {
-  uint64_t version = 0;
-  const char *const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, version);
-  if (error != std::errc{} || stop != end) {
-    return std::nullopt;
+fs::path latest_file(const fs::path &publication, const element &who, const std::string &suffix) {
+  fs::path path = publication;
+  for (const std::string &part : latest_parts(who, suffix)) {
+    path /= part;
   }
-  return version;
+  return path;
 }
 
-std::string text_member(const cJSON *object, const char *name) {
-  const char *const text = cJSON_GetStringValue(cJSON_GetObjectItem(object, name));
-  return text == nullptr ? "" : text;
-}
-
-void add_text(cJSON *object, const char *name, const std::string &text) {
-  if (cJSON_AddStringToObject(object, name, text.c_str()) == nullptr) {
-    throw std::bad_alloc();
-  }
-}
-
-void add_file(cJSON *list, const published_file &file) {
-  cJSON *const item = cJSON_CreateObject();
-  if (!cJSON_AddItemToArray(list, item)) {
-    throw std::bad_alloc();
-  }
-  add_text(item, "path",
-           "/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version));
-  if (cJSON_AddNumberToObject(item, "size", static_cast<double>(file.size)) == nullptr) {
-    throw std::bad_alloc();
-  }
-  add_text(item, "checksum", file.checksum);
-}
-
-std::optional<published_file> parse_file(const cJSON *item) {
-  published_file file;
-  const std::string path = text_member(item, "path");
-  const double size = cJSON_GetNumberValue(cJSON_GetObjectItem(item, "size"));
-  file.checksum = text_member(item, "checksum");
-  const size_t key_at = path.find('/', 1);
-  const size_t version_at = path.rfind('/');
-  if (key_at == std::string::npos || version_at <= key_at || std::isnan(size) || size < 0 ||
-      size > std::numeric_limits<int32_t>::max()) {
-    return std::nullopt;
-  }
-  file.category_name = path.substr(1, key_at - 1);
-  file.key = path.substr(key_at + 1, version_at - key_at - 1);
-  const auto version = parse_version(std::string_view(path).substr(version_at + 1));
-  if (!version || get_gpb_cat_by_cat_str(file.category_name.c_str(), &file.category) != 0) {
-    return std::nullopt;
-  }
-  file.version = *version;
-  file.size = static_cast<uint64_t>(size);
-  return file;
-}
-
-}  // namespace
-
-std::string render_manifest(const manifest &content) {
-  const zot::json_tree root(cJSON_CreateObject());
-  add_text(root.get(), "clusterId", content.cluster);
-  if (!content.firmware.empty()) {
-    add_text(root.get(), "firmwareVersion", content.firmware);
-  }
-  if (!content.config_id.empty()) {
-    add_text(root.get(), "configId", content.config_id);
-  }
-  cJSON *const list = cJSON_AddArrayToObject(root.get(), "gpbs");
-  if (list == nullptr) {
-    throw std::bad_alloc();
-  }
-  for (const published_file &file : content.files) {
-    add_file(list, file);
-  }
-  const zot::c_text text(cJSON_Print(root.get()));
-  if (text == nullptr) {
-    throw std::bad_alloc();
-  }
-  return std::string(text.get()) + "\n";
-}
-
-std::optional<manifest> parse_manifest(const std::string &text) {
-  const zot::json_tree root(cJSON_ParseWithLength(text.data(), text.size()));
-  const cJSON *const list = cJSON_GetObjectItem(root.get(), "gpbs");
-  if (!cJSON_IsArray(list)) {
-    return std::nullopt;
-  }
-  manifest content{.cluster = text_member(root.get(), "clusterId"),
-                   .config_id = text_member(root.get(), "configId"),
-                   .firmware = text_member(root.get(), "firmwareVersion"),
-                   .files = {}};
-  for (const cJSON *item = list->child; item != nullptr; item = item->next) {
-    auto file = parse_file(item);
-    if (!file) {
-      return std::nullopt;
+std::optional<std::vector<std::string>> split_member_name(const std::string &name) {
+  std::vector<std::string> parts;
+  for (size_t at = 0; at < name.size();) {
+    const size_t end = std::min(name.find('/', at), name.size());
+    if (end > at) {
+      parts.push_back(name.substr(at, end - at));
     }
-    content.files.push_back(std::move(*file));
+    at = end + 1;
   }
-  return content;
+  const auto is_dots = [](const std::string &part) { return part == "." || part == ".."; };
+  const bool trailing_slash = !name.empty() && name.back() == '/';
+  if (parts.size() != 4 || parts.front() != "config" || trailing_slash ||
+      std::ranges::any_of(parts, is_dots)) {
+    return std::nullopt;
+  }
+  return parts;
 }
 
 void publication_store::lock() {
@@ -137,7 +55,7 @@ void publication_store::lock() {
 
 std::optional<std::string> publication_store::read_latest(const element &who,
                                                           const std::string &suffix) const {
-  const auto parts = latest_path(who, suffix);
+  const auto parts = latest_parts(who, suffix);
   const zot::descriptor file = open_beneath(root_, parts);
   if (!file.is_open()) {
     return std::nullopt;
@@ -189,14 +107,11 @@ void publication_store::flush() const {
 }
 
 void publication_store::announce(const element &who, const std::string &k) const {
-  fs::path path = root_;
-  for (const std::string &part : latest_path(who, ".k")) {
-    path /= part;
-  }
+  const fs::path path = latest_file(root_, who, ".k");
   fs::create_directories(path.parent_path());
   flush();
   replace_file(path, k, durability::flushed);
-  replace_file(path.replace_extension(".checksum"), sha256_text(k) + "\n", durability::flushed);
+  replace_file(latest_file(root_, who, ".checksum"), sha256_text(k) + "\n", durability::flushed);
   flush();
 }
 

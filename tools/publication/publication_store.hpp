@@ -15,32 +15,19 @@
 #include <vector>
 
 #include "tools/files/file_io.hpp"
+#include "tools/model/manifest.hpp"
 #include "tools/model/names.hpp"
 
 namespace zotconf {
 
-// One file of a configuration.
-struct published_file {
-  int32_t category = 0;
-  std::string category_name;
-  std::string key;
-  uint64_t version = 0;
-  uint64_t size = 0;
-  std::string checksum;
-};
+// The latest K of an element, or its checksum file, by ".k" or ".checksum": the pieces of the path,
+// and where it lies in a publication folder.
+std::vector<std::string> latest_parts(const element &who, const std::string &suffix);
+fs::path latest_file(const fs::path &publication, const element &who, const std::string &suffix);
 
-// What K says.
-struct manifest {
-  std::string cluster;
-  std::string config_id;  // empty: absent
-  std::string firmware;   // empty: absent
-  std::vector<published_file> files;
-};
-
-std::string render_manifest(const manifest &content);
-
-// Nothing for a text that is no K.
-std::optional<manifest> parse_manifest(const std::string &text);
+// The pieces config, category, key and version of a requested name; doubled slashes count as one.
+// Nothing for a name of another form or one with "." or "..".
+std::optional<std::vector<std::string>> split_member_name(const std::string &name);
 
 class publication_store {
  public:

@@ -10,7 +10,7 @@
 #include <ostream>
 #include <utility>
 
-#include "tools/cache/k_text.hpp"
+#include "tools/output/figures.hpp"
 
 namespace zotconf {
 namespace {

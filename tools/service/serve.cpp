@@ -226,24 +226,6 @@ void keep_log(httplib::Server &server, request_log &log) {
 
 }  // namespace
 
-std::optional<std::vector<std::string>> split_member_name(const std::string &name) {
-  std::vector<std::string> parts;
-  for (size_t at = 0; at < name.size();) {
-    const size_t end = std::min(name.find('/', at), name.size());
-    if (end > at) {
-      parts.push_back(name.substr(at, end - at));
-    }
-    at = end + 1;
-  }
-  const auto is_dots = [](const std::string &part) { return part == "." || part == ".."; };
-  const bool trailing_slash = !name.empty() && name.back() == '/';
-  if (parts.size() != 4 || parts.front() != "config" || trailing_slash ||
-      std::ranges::any_of(parts, is_dots)) {
-    return std::nullopt;
-  }
-  return parts;
-}
-
 std::optional<std::vector<std::string>> parse_file_request(const std::string &body) {
   std::vector<std::string> names;
   if (body.empty()) {

@@ -21,10 +21,6 @@ struct serve_options {
 // objects if asked for. A status page is at `/`; its own requests are not told.
 int run_serve(const serve_options &options, const console &where);
 
-// The pieces config, category, key and version of a requested name; doubled slashes count as one.
-// Nothing for a name of another form or one with "." or "..".
-std::optional<std::vector<std::string>> split_member_name(const std::string &name);
-
 // The names of a request body {"files": [...]}. An empty body names nothing: that is what a client
 // sends whose configuration has no files. Nothing for any other text.
 std::optional<std::vector<std::string>> parse_file_request(const std::string &body);

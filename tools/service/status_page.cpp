@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "tools/cache/cache.hpp"
-#include "tools/cache/k_text.hpp"
+#include "tools/output/figures.hpp"
+#include "tools/publication/published.hpp"
 
 namespace zotconf {
 namespace {
@@ -61,10 +61,6 @@ void send(httplib::Response &response, const std::string &body, const char *type
   response.set_content(body, type);
 }
 
-std::vector<std::string> latest_parts(const element &who, const std::string &suffix) {
-  return {"file", "knowledge", who.subsys, who.index, "latest", who.index + suffix};
-}
-
 // A K that the service would not hand out, whatever it holds.
 std::optional<std::string> why_not_served(const publication_store &store, const element &who) {
   if (!check_subsys(who.subsys).empty() || !check_index(who.index).empty()) {
@@ -101,18 +97,14 @@ publication_summary summary_of(const element &who, const stored_k &k) {
   return summary;
 }
 
-// Null for what K does not say or what cannot be told.
-std::optional<std::string> stated(const std::string &text) {
-  return text.empty() ? std::nullopt : std::optional(valid_utf8(text));
-}
-
+// Null for what cannot be told.
 std::optional<uint64_t> known(const publication_summary &summary, uint64_t figure) {
   return summary.damage ? std::nullopt : std::optional(figure);
 }
 
 void describe_publication(json_node into, const publication_summary &summary) {
-  into.set("subsys", valid_utf8(summary.who.subsys))
-      .set("index", valid_utf8(summary.who.index))
+  into.set("subsys", summary.who.subsys)
+      .set("index", summary.who.index)
       .set("damaged", summary.damage.has_value())
       .set("reason", stated(summary.damage.value_or("")))
       .set("config_id", stated(summary.config_id))
@@ -137,10 +129,7 @@ std::array<publication_view::file_stamp, 2> publication_view::stamps_of(const el
   std::array<file_stamp, 2> stamps{};
   const std::array<const char *, 2> suffixes = {".k", ".checksum"};
   for (size_t i = 0; i < stamps.size(); ++i) {
-    fs::path path = folder_;
-    for (const std::string &part : latest_parts(who, suffixes.at(i))) {
-      path /= part;
-    }
+    const fs::path path = latest_file(folder_, who, suffixes.at(i));
     struct stat info {};
     if (::stat(path.c_str(), &info) == 0) {
       stamps.at(i) = {static_cast<int64_t>(info.st_dev), static_cast<int64_t>(info.st_ino),
@@ -182,7 +171,7 @@ void publication_view::refresh() {
   try {
     look();
   } catch (const std::exception &error) {
-    problem_ = valid_utf8(error.what());
+    problem_ = error.what();
     known_.clear();
   }
   looked_ = clock::now();
@@ -214,7 +203,7 @@ std::string status_page::status_json() {
   root.object("service")
       .set("host", host_)
       .set("port", port_)
-      .set("publication", valid_utf8(fs::absolute(folder_).lexically_normal().string()))
+      .set("publication", fs::absolute(folder_).lexically_normal().string())
       .set("started", iso_time(started_))
       .set("uptime_seconds", std::chrono::duration_cast<std::chrono::seconds>(up).count());
   view_.describe(root);

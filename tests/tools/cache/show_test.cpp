@@ -2,7 +2,6 @@
 #include "tests/tools/support/cached_element.hpp"
 #include "tests/tools/support/json_value.hpp"
 #include "tests/tools/support/terminal.hpp"
-#include "tools/cache/k_text.hpp"
 
 namespace zot::test {
 namespace {

@@ -7,8 +7,6 @@
 #include <sstream>
 #include <thread>
 
-#include "tools/output/text_table.hpp"
-
 namespace zotconf {
 namespace {
 
@@ -61,26 +59,6 @@ TEST(Progress, TellsCountsBytesAndRateAndLeavesNothing) {
     EXPECT_NE(err.str().find(" files/s"), std::string::npos);
   }
   EXPECT_TRUE(err.str().ends_with("\r\x1b[K"));
-  EXPECT_EQ(out.str(), "");
-}
-
-TEST(TextTable, IsAsWideAsItsLongestCells) {
-  std::ostringstream out;
-  std::ostringstream err;
-  text_table table({{"KEY"}, {"SIZE", align::right}, {"NOTE"}});
-  table.add_row({"a", "5", "x"});
-  table.add_row({"caf\xc3\xa9-long", "12345", ""});
-  table.print(console(out, err));
-  EXPECT_EQ(out.str(),
-            "KEY         SIZE  NOTE\n"
-            "a              5  x\n"
-            "caf\xc3\xa9-long  12345  \n");
-}
-
-TEST(TextTable, WithoutRowsPrintsNothing) {
-  std::ostringstream out;
-  std::ostringstream err;
-  text_table({{"KEY"}}).print(console(out, err));
   EXPECT_EQ(out.str(), "");
 }
 

@@ -9,7 +9,7 @@
 #include <functional>
 
 #include "tests/tools/support/process.hpp"
-#include "tools/publication/publication_store.hpp"
+#include "tools/model/manifest.hpp"
 #include "utilities/owner.hpp"
 
 namespace zot::test {

@@ -288,21 +288,5 @@ TEST(ServeUsage, RefusesAPortOutOfRange) {
   EXPECT_EQ(run_zotconf({"serve", dir.path(), "--port", "65536"}).status, 2);
 }
 
-TEST(SplitMemberName, TakesConfigCategoryKeyAndVersion) {
-  const std::vector<std::string> parts = {"config", "Wlan", "a", "1"};
-  for (const std::string name :
-       {"config/Wlan/a/1", "/config/Wlan/a/1", "/config//Wlan/a/1", "//config///Wlan//a//1"}) {
-    EXPECT_EQ(zotconf::split_member_name(name), parts) << name;
-  }
-}
-
-TEST(SplitMemberName, RefusesEveryOtherForm) {
-  for (const std::string name : {"", "/", "config", "/config/Wlan/a", "/config/Wlan/a/1/2",
-                                 "/config/Wlan/a/1/", "/file/knowledge/AP/x", "/Config/Wlan/a/1",
-                                 "/config/./a/1", "/config/Wlan/../1", "../config/Wlan/a"}) {
-    EXPECT_FALSE(zotconf::split_member_name(name)) << name;
-  }
-}
-
 }  // namespace
 }  // namespace zot::test
