@@ -5,9 +5,9 @@
 
 #include <cmath>
 #include <limits>
-#include <new>
 
 #include "tools/model/names.hpp"
+#include "tools/output/json.hpp"
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 
@@ -17,25 +17,6 @@ namespace {
 std::string text_member(const cJSON *object, const char *name) {
   const char *const text = cJSON_GetStringValue(cJSON_GetObjectItem(object, name));
   return text == nullptr ? "" : text;
-}
-
-void add_text(cJSON *object, const char *name, const std::string &text) {
-  if (cJSON_AddStringToObject(object, name, text.c_str()) == nullptr) {
-    throw std::bad_alloc();
-  }
-}
-
-void add_file(cJSON *list, const published_file &file) {
-  cJSON *const item = cJSON_CreateObject();
-  if (!cJSON_AddItemToArray(list, item)) {
-    throw std::bad_alloc();
-  }
-  add_text(item, "path",
-           "/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version));
-  if (cJSON_AddNumberToObject(item, "size", static_cast<double>(file.size)) == nullptr) {
-    throw std::bad_alloc();
-  }
-  add_text(item, "checksum", file.checksum);
 }
 
 std::optional<published_file> parse_file(const cJSON *item) {
@@ -63,26 +44,23 @@ std::optional<published_file> parse_file(const cJSON *item) {
 }  // namespace
 
 std::string render_manifest(const manifest &content) {
-  const zot::json_tree root(cJSON_CreateObject());
-  add_text(root.get(), "clusterId", content.cluster);
+  json_document document;
+  json_node root = document.root();
+  root.set("clusterId", content.cluster);
   if (!content.firmware.empty()) {
-    add_text(root.get(), "firmwareVersion", content.firmware);
+    root.set("firmwareVersion", content.firmware);
   }
   if (!content.config_id.empty()) {
-    add_text(root.get(), "configId", content.config_id);
+    root.set("configId", content.config_id);
   }
-  cJSON *const list = cJSON_AddArrayToObject(root.get(), "gpbs");
-  if (list == nullptr) {
-    throw std::bad_alloc();
-  }
+  json_node list = root.array("gpbs");
   for (const published_file &file : content.files) {
-    add_file(list, file);
+    list.append()
+        .set("path", "/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version))
+        .set("size", file.size)
+        .set("checksum", file.checksum);
   }
-  const zot::c_text text(cJSON_Print(root.get()));
-  if (text == nullptr) {
-    throw std::bad_alloc();
-  }
-  return std::string(text.get()) + "\n";
+  return document.text();
 }
 
 std::optional<manifest> parse_manifest(const std::string &text) {

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <charconv>
 
+#include "tools/output/plain_text.hpp"
 #include "zot_conf.h"
 
 namespace zotconf {
@@ -20,36 +21,6 @@ bool is_dot_name(std::string_view name) {
 bool is_control(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x20 || byte == 0x7f;
-}
-
-// Bytes that follow a UTF-8 lead byte; -1 for a byte that cannot lead.
-int continuation_bytes(unsigned char lead) {
-  if (lead < 0x80) {
-    return 0;
-  }
-  if (lead >= 0xc2 && lead <= 0xdf) {
-    return 1;
-  }
-  if (lead >= 0xe0 && lead <= 0xef) {
-    return 2;
-  }
-  return lead >= 0xf0 && lead <= 0xf4 ? 3 : -1;
-}
-
-bool is_utf8(std::string_view text) {
-  for (size_t i = 0; i < text.size();) {
-    const int more = continuation_bytes(static_cast<unsigned char>(text[i]));
-    if (more < 0 || text.size() - i <= static_cast<size_t>(more)) {
-      return false;
-    }
-    const std::string_view tail = text.substr(i + 1, static_cast<size_t>(more));
-    if (!std::ranges::all_of(
-            tail, [](char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; })) {
-      return false;
-    }
-    i += 1 + static_cast<size_t>(more);
-  }
-  return true;
 }
 
 // What K, a JSON text, can carry as it is.

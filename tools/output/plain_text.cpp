@@ -30,6 +30,17 @@ size_t character_size(std::string_view text) {
 
 }  // namespace
 
+bool is_utf8(std::string_view text) {
+  while (!text.empty()) {
+    const size_t size = character_size(text);
+    if (size == 0) {
+      return false;
+    }
+    text.remove_prefix(size);
+  }
+  return true;
+}
+
 std::string valid_utf8(std::string text) {
   for (size_t at = 0; at < text.size();) {
     const size_t size = character_size(std::string_view(text).substr(at));

@@ -7,6 +7,8 @@
 
 namespace zotconf {
 
+bool is_utf8(std::string_view text);
+
 // The text with a "?" for each byte that isn't part of a UTF-8 character: JSON takes no other.
 std::string valid_utf8(std::string text);
 

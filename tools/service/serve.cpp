@@ -28,13 +28,12 @@ constexpr const char *latest_url =
     R"(/file/knowledge/(AP|CP|DP)/([0-9A-Za-z:._-]{1,17})/latest/([0-9A-Za-z:._-]{1,17})\.(k|checksum))";
 
 std::string error_json(const std::string &error, const std::string &file) {
-  const zot::json_tree root(cJSON_CreateObject());
-  cJSON_AddStringToObject(root.get(), "error", error.c_str());
+  json_document document;
+  document.root().set("error", error);
   if (!file.empty()) {
-    cJSON_AddStringToObject(root.get(), "file", file.c_str());
+    document.root().set("file", file);
   }
-  const zot::c_text text(cJSON_PrintUnformatted(root.get()));
-  return text != nullptr ? std::string(text.get()) + "\n" : "{}\n";
+  return document.line();
 }
 
 void refuse(httplib::Response &response, int status, const std::string &error,

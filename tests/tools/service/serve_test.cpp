@@ -159,6 +159,13 @@ TEST_F(Serve, RefusesABodyThatIsNoRequest) {
   }
 }
 
+TEST_F(Serve, AnswersInUtf8WhateverIsAskedFor) {
+  const auto refused = post("{\"files\": [\"/config/Wlan/\xff/1\"]}");
+  ASSERT_TRUE(refused);
+  EXPECT_EQ(refused->status, 404);
+  EXPECT_EQ(refused->body, "{\"error\":\"no such file\",\"file\":\"/config/Wlan/?/1\"}\n");
+}
+
 TEST_F(Serve, RefusesANameThatLeavesTheFolder) {
   for (const std::string name : {"/config/../secret/1", "/config/Wlan/../1", "../../etc/passwd",
                                  "/etc/passwd", "/config/Wlan/a/..", "/config/Wlan/./1"}) {
