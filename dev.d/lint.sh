@@ -25,31 +25,53 @@ lint_shell() {
     xargs shellcheck --severity=warning
 }
 
-# A file stands on a layer and includes nothing of a higher one.
-lint_layers() {
-  say "lint: includes run one way"
-  local files
-  mapfile -t files < <(files_of '.*\.(h|hpp|cpp)' include src utilities)
-  awk '
-    function layer(path) {
-      if (path ~ /^include\//) return 0
-      if (path ~ /^utilities\//) return 1
-      if (path ~ /^src\/zot_priv\/model\//) return 3
-      if (path ~ /^src\/zot_priv\/storage\//) return 4
-      if (path ~ /^src\/zot_priv\/cycle\//) return 5
-      if (path ~ /^src\/zot_(conf|init|util)\./) return 6
-      if (path ~ /^src\/zot_[a-z_]+\.[a-z]+$/) return 2
-      return -1
+# The layers of the library and of the program from the bottom up, each a pattern of the paths that
+# stand on it. Where several match, the last one counts.
+readonly layers_of_library=(
+  ^include/
+  ^utilities/
+  '^src/zot_[a-z_]+[.]'
+  ^src/zot_priv/model/
+  ^src/zot_priv/storage/
+  ^src/zot_priv/cycle/
+  '^src/zot_(conf|init|util)[.]'
+)
+readonly layers_of_tools=(
+  ^include/
+  ^utilities/
+  '^tools/(output|files)/'
+  ^tools/model/
+  ^tools/publication/
+  '^tools/(cache|service|element|reference)/'
+  ^tools/cli/
+  ^tools/manual/
+)
+
+# includes_run_down LAYERS FILE...: a file stands on a layer and includes nothing of a higher one, and
+# nothing of another folder on its own.
+includes_run_down() {
+  local layers=$1
+  shift
+  awk -v layers="$layers" '
+    function layer(path,   at) {
+      for (at = count; at > 0 && path !~ pattern[at];) --at
+      return at
     }
-    function exists(path,   line, found) {
+    function folder(path) {
+      sub(/[^\/]*$/, "", path)
+      return path
+    }
+    function is_file(path,   line, found) {
       found = (getline line < path) >= 0
       close(path)
       return found
     }
-    function resolve(from, name,   folder) {
-      folder = from
-      sub(/[^\/]*$/, "", folder)
-      if (exists(folder name)) return folder name
+    # A file that the build makes is there as what it is made of.
+    function exists(path) {
+      return is_file(path) || is_file(path ".in")
+    }
+    function resolve(from, name) {
+      if (exists(folder(from) name)) return folder(from) name
       if (exists("src/" name)) return "src/" name
       if (exists("include/" name)) return "include/" name
       return name
@@ -58,14 +80,27 @@ lint_layers() {
       printf "%s:%d: %s\n", FILENAME, FNR, what
       refused = 1
     }
+    BEGIN { count = split(layers, pattern, " ") }
+    FNR == 1 && !layer(FILENAME) { refuse("the file stands on no layer") }
     /^[ \t]*#[ \t]*include[ \t]*"/ {
       split($0, piece, "\"")
       target = resolve(FILENAME, piece[2])
-      if (layer(FILENAME) < 0) refuse("the file stands on no layer")
-      else if (layer(target) < 0 || !exists(target)) refuse("\"" piece[2] "\" is on no layer")
+      if (!layer(target) || !exists(target)) refuse("\"" piece[2] "\" is on no layer")
       else if (layer(target) > layer(FILENAME)) refuse("\"" piece[2] "\" is on a higher layer")
+      else if (layer(target) == layer(FILENAME) && folder(target) != folder(FILENAME))
+        refuse("\"" piece[2] "\" is in another folder of the same layer")
     }
-    END { exit refused }' "${files[@]}"
+    END { exit refused }' "$@"
+}
+
+lint_layers() {
+  say "lint: includes run one way"
+  local library tools status=0
+  mapfile -t library < <(files_of '.*\.(h|hpp|cpp)' include src utilities)
+  mapfile -t tools < <(files_of '.*\.(h|hpp|cpp)' tools)
+  includes_run_down "${layers_of_library[*]}" "${library[@]}" || status=1
+  includes_run_down "${layers_of_tools[*]}" "${tools[@]}" || status=1
+  return "$status"
 }
 
 # Prints the lines whose code, not comments or texts, has what the pattern names; succeeds when there

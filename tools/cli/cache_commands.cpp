@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli.hpp"
-#include "status.hpp"
-#include "verify.hpp"
+#include "tools/cache/status.hpp"
+#include "tools/cache/verify.hpp"
+#include "tools/cli/cli.hpp"
 
 namespace zotconf {
 namespace {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli.hpp"
+#include "tools/cli/cli.hpp"
 
 #include <algorithm>
 #include <ostream>
 
-#include "names.hpp"
-#include "version.hpp"
+#include "tools/cli/version.hpp"
+#include "tools/model/names.hpp"
 
 namespace zotconf {
 namespace {

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "console.hpp"
-#include "exit_status.hpp"
+#include "tools/output/console.hpp"
+#include "tools/output/exit_status.hpp"
 
 namespace zotconf {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <map>
 
-#include "cli.hpp"
-#include "cycle.hpp"
-#include "duration.hpp"
-#include "watch.hpp"
+#include "tools/cli/cli.hpp"
+#include "tools/element/cycle.hpp"
+#include "tools/element/watch.hpp"
+#include "tools/output/duration.hpp"
 
 namespace zotconf {
 namespace {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli.hpp"
-#include "cycle.hpp"
-#include "diff.hpp"
-#include "show.hpp"
+#include "tools/cache/diff.hpp"
+#include "tools/cache/show.hpp"
+#include "tools/cli/cli.hpp"
+#include "tools/element/cycle.hpp"
 
 namespace zotconf {
 namespace {

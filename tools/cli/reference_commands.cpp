@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "categories.hpp"
-#include "cli.hpp"
-#include "explain.hpp"
+#include "tools/cli/cli.hpp"
+#include "tools/reference/categories.hpp"
+#include "tools/reference/explain.hpp"
 
 namespace zotconf {
 namespace {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli.hpp"
-#include "names.hpp"
-#include "publish.hpp"
-#include "serve.hpp"
+#include "tools/cli/cli.hpp"
+#include "tools/model/names.hpp"
+#include "tools/publication/publish.hpp"
+#include "tools/service/serve.hpp"
 
 namespace zotconf {
 namespace {

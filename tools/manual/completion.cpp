@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "completion.hpp"
+#include "tools/manual/completion.hpp"
 
 #include <array>
 

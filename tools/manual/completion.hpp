@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "cli/cli.hpp"
+#include "tools/cli/cli.hpp"
 
 namespace zotconf {
 

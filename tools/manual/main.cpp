@@ -4,9 +4,9 @@
 #include <exception>
 #include <iostream>
 
-#include "completion.hpp"
-#include "file_io.hpp"
-#include "man_page.hpp"
+#include "tools/files/file_io.hpp"
+#include "tools/manual/completion.hpp"
+#include "tools/manual/man_page.hpp"
 
 namespace {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "man_page.hpp"
+#include "tools/manual/man_page.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 
-#include "version.hpp"
+#include "tools/cli/version.hpp"
 
 namespace zotconf {
 namespace {

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/cache/cache.hpp"
+
+#include <algorithm>
+#include <array>
+
+#include "zot_conf.h"
+
+namespace zotconf {
+namespace {
+
+constexpr std::array<std::string_view, 4> slot_names = {"current", "last", "corrupted", "scratch"};
+
+// Where the next start finds a K file of the cache: the undo folder has the one to put back, or the
+// mark that there was none. Without either the file has not been changed, or is back in its place.
+fs::path standing_k_file(const cache_paths &paths, const std::string &name) {
+  const fs::path undo = undo_folder(paths);
+  const bool is_kept = is_there(undo / name) || is_there(undo / (name + ".absent"));
+  return is_kept && !paths.dev_mode ? undo / name : paths.conf_root / "knowledge" / name;
+}
+
+fs::path standing_files(const cache_paths &paths) {
+  return has_undo_of_files(paths) ? undo_folder(paths) : paths.conf_root;
+}
+
+}  // namespace
+
+cache_paths find_cache() {
+  zot_ctx handle{};
+  std::array<char, ZOT_PATH_SIZE> path{};
+  cache_paths found;
+  found.conf_root = zot_sub_get_conf_root(&handle, path.data(), path.size());
+  found.dev_mode = handle.dev_mode != 0;
+  found.tmp_root = zot_sub_get_tmp_root(&handle, path.data(), path.size());
+  found.port = zot_sub_get_remote_port();
+  return found;
+}
+
+fs::path undo_folder(const cache_paths &paths) {
+  return paths.conf_root / "undo";
+}
+
+bool has_undo_of_files(const cache_paths &paths) {
+  const fs::path undo = undo_folder(paths);
+  return !paths.dev_mode && (is_there(undo / "config") || is_there(undo / "config.absent"));
+}
+
+std::string_view name_of(k_slot slot) {
+  return slot_names.at(static_cast<size_t>(slot));
+}
+
+std::optional<k_slot> slot_of(std::string_view name) {
+  const auto *const found = std::ranges::find(slot_names, name);
+  if (found == slot_names.end()) {
+    return std::nullopt;
+  }
+  return static_cast<k_slot>(found - slot_names.begin());
+}
+
+stored_k read_slot(const cache_paths &paths, k_slot slot) {
+  static constexpr std::array<const char *, 4> names = {"subsys", "prev_subsys", "corrupted",
+                                                        "subsys"};
+  const std::string name = names.at(static_cast<size_t>(slot));
+  if (slot == k_slot::scratch) {
+    return read_k_file(paths.tmp_root / (name + ".k"), paths.tmp_root / (name + ".checksum"),
+                       paths.tmp_root);
+  }
+  return read_k_file(standing_k_file(paths, name + ".k"),
+                     standing_k_file(paths, name + ".checksum"),
+                     slot == k_slot::corrupted ? fs::path() : standing_files(paths));
+}
+
+}  // namespace zotconf

@@ -1,0 +1,372 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/cache/repair.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <span>
+#include <stdexcept>
+
+#include "tools/files/archive_reader.hpp"
+#include "tools/publication/publication_store.hpp"
+#include "zot_conf.hpp"
+
+namespace zotconf {
+namespace {
+
+constexpr size_t batch_size = 256;
+
+std::string host_of(const cache_paths &paths) {
+  return "127.0.0.1:" + std::to_string(paths.port);
+}
+
+// A folder inside the cache's file system, so that what is good there can be renamed to its place.
+// One repair works at a time.
+class workshop {
+ public:
+  workshop(const cache_paths &paths, const findings &found)
+      : root_(paths.conf_root),
+        lock_(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+        folder_(root_ / ".repair") {
+    if (!lock_.is_open() || ::flock(lock_.get(), LOCK_EX) != 0) {
+      throw_errno("cannot lock " + root_.string());
+    }
+    refuse_changes(paths, found.slot(k_slot::current));
+    // An interrupted repair leaves its folder behind.
+    fs::remove_all(folder_);
+    fs::create_directory(folder_);
+  }
+  workshop(const workshop &) = delete;
+  workshop &operator=(const workshop &) = delete;
+  ~workshop() {
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+  }
+
+  [[nodiscard]] const fs::path &folder() const { return folder_; }
+
+  // Everything written so far is on the medium.
+  void flush() const {
+    if (::syncfs(lock_.get()) != 0) {
+      throw_errno("cannot flush " + root_.string());
+    }
+  }
+
+  // Puts a file of the folder in its place, whatever stands there.
+  void place(const fs::path &from, const fs::path &to) {
+    if (fs::is_directory(fs::symlink_status(to))) {
+      take_away(to);
+    }
+    fs::rename(from, to);
+  }
+
+  // The same with a copy, for what more than one place needs.
+  void place_copy(const fs::path &from, const fs::path &to) {
+    const fs::path copy = folder_ / "copy";
+    fs::copy_file(from, copy, fs::copy_options::overwrite_existing);
+    flush();
+    place(copy, to);
+  }
+
+  // Makes a path a directory. False when a symbolic link stands there: what lies behind it is not
+  // the cache's.
+  bool make_directory(const fs::path &path) {
+    const fs::file_status status = fs::symlink_status(path);
+    if (fs::is_symlink(status)) {
+      return false;
+    }
+    if (fs::exists(status) && !fs::is_directory(status)) {
+      take_away(path);
+    }
+    fs::create_directory(path);
+    return true;
+  }
+
+ private:
+  // Another process may have committed until the lock was free.
+  static void refuse_changes(const cache_paths &paths, const stored_k &known) {
+    const stored_k now = read_slot(paths, k_slot::current);
+    if (is_there(undo_folder(paths)) || now.checksum != known.checksum ||
+        now.announced != known.announced) {
+      throw std::runtime_error("another process changed " + paths.conf_root.string() +
+                               " meanwhile: verify it again");
+    }
+  }
+
+  void take_away(const fs::path &path) {
+    fs::rename(path, folder_ / ("away-" + std::to_string(taken_++)));
+  }
+
+  fs::path root_;
+  zot::descriptor lock_;
+  fs::path folder_;
+  size_t taken_ = 0;
+};
+
+// The K that the service offers, with its checksum file, judged by the library.
+class published_k {
+ public:
+  published_k(const cache_paths &paths, const element &who, const fs::path &folder) {
+    const std::string index = upper_case(who.index);
+    zot_ctx *const handle = by_.handle();
+    who.subsys.copy(handle->subsys_id, ZOT_SUBSYS_ID_LEN);
+    index.copy(handle->sub_data.name, ZOT_SUB_NAME_LEN);
+    const std::string to = folder.string();
+    if (to.size() >= sizeof handle->tmp_root) {
+      throw std::runtime_error("a path is too long: " + to);
+    }
+    to.copy(handle->tmp_root, to.size());
+    // As the library does: the checksum first.
+    if (fetch(host_of(paths), 1) && fetch(host_of(paths), 0)) {
+      k_ = read_k_file(folder / "subsys.k", folder / "subsys.checksum", "");
+    }
+  }
+
+  [[nodiscard]] const std::optional<library_status> &error() const { return error_; }
+  [[nodiscard]] const stored_k &k() const { return k_; }
+
+ private:
+  bool fetch(const std::string &host, int kind) {
+    zot_file_mem bytes{};
+    const int status = zot_priv_get_k_into_mem(by_.handle(), host.c_str(), &bytes, kind);
+    const zot::c_text owner(bytes.data);
+    if (status != ZOT_OK) {
+      error_ = by_.recorded(status);
+    }
+    return status == ZOT_OK;
+  }
+
+  judge by_;
+  std::optional<library_status> error_;
+  stored_k k_;
+};
+
+bool is_of_cached_k(const damage &bad) {
+  return bad.slot != k_slot::scratch && !bad.file;
+}
+
+// Restores K from its checksum, or the checksum file from K: one of the two has to bear witness
+// that the service offers the very K of this slot. Empty when done.
+std::string restore_k(k_slot slot, const stored_k &stored, const stored_k &offered,
+                      workshop &shop) {
+  if (!offered.is_good()) {
+    return "the service's K is damaged: " + described(*offered.wrong);
+  }
+  if (stored.announced == offered.announced) {
+    shop.place_copy(offered.k, stored.k);
+  } else if (stored.checksum == offered.announced) {
+    shop.place_copy(offered.checksum_file, stored.checksum_file);
+  } else {
+    return slot == k_slot::current
+               ? "the service does not offer the K in force; the next get takes what it offers as "
+                 "wholly new"
+               : "the service does not offer the K of this slot";
+  }
+  shop.flush();
+  return "";
+}
+
+// One attempt to bring the bad files of the configuration in force back.
+class file_repair {
+ public:
+  file_repair(const cache_paths &paths, const findings &found, const console &where, size_t total)
+      : paths_(paths), shop_(paths, found), work_(where, "fetched", total) {}
+
+  repair_report run(std::span<const listed_file> files) {
+    while (!files.empty() && !report_.service_error) {
+      const size_t count = std::min(files.size(), batch_size);
+      fetch(files.first(count));
+      files = files.subspan(count);
+    }
+    shop_.flush();
+    return std::move(report_);
+  }
+
+ private:
+  void add(const listed_file &file, const char *result, std::string text) {
+    report_.outcomes.push_back(
+        {.path = path_of(file, paths_.conf_root), .result = result, .text = std::move(text)});
+    work_.advance(file.size);
+  }
+
+  // The service answers for a set as a whole, so what it refuses is asked for in halves.
+  void fetch(std::span<const listed_file> files) {
+    const int result = download(files);
+    if (result > 0) {
+      report_.service_error = transfer_error(result);
+      return;
+    }
+    if (result == 0) {
+      return bring_in(files);
+    }
+    if (files.size() == 1) {
+      return add(files.front(), "not_available", "Unable to get remote files");
+    }
+    fetch(files.first(files.size() / 2));
+    if (!report_.service_error) {
+      fetch(files.subspan(files.size() / 2));
+    }
+  }
+
+  [[nodiscard]] std::string url() const { return "http://" + host_of(paths_) + "/tgz"; }
+  [[nodiscard]] fs::path archive() const { return shop_.folder() / "files.tgz"; }
+
+  int download(std::span<const listed_file> files) const {
+    std::vector<remote_file_name> entries(files.size());
+    zot_list names{};
+    zot_list_init(&names);
+    for (size_t i = 0; i < files.size(); ++i) {
+      ("/" + member_of(files[i])).copy(entries[i].name, sizeof entries[i].name - 1);
+      list_add_tail(&names, &entries[i].node);
+    }
+    return get_remote_file_set_stat(url().c_str(), archive().c_str(), &names, 0, nullptr);
+  }
+
+  [[nodiscard]] library_status transfer_error(int result) const {
+    judge by;
+    return by.recorded(
+        zot_priv_fmt_get_k_curl_error(by.handle(), result, {}, url().c_str(), "GPB files", 0));
+  }
+
+  // config/Category/key/version, as an archive names it.
+  static std::string member_of(const listed_file &file) { return path_of(file, "").string(); }
+
+  void bring_in(std::span<const listed_file> files) {
+    std::map<std::string, wanted_member> wanted;
+    for (const listed_file &file : files) {
+      const fs::path to = path_of(file, shop_.folder());
+      std::error_code impossible;  // K may hold a name that no file can have
+      fs::create_directories(to.parent_path(), impossible);
+      if (impossible) {
+        continue;
+      }
+      wanted[member_of(file)] = {.to = to, .longest = file.size};
+    }
+    std::string archive_error;
+    try {
+      unpack(archive(), wanted);
+    } catch (const std::runtime_error &error) {
+      archive_error = error.what();
+    }
+    shop_.flush();
+    for (const listed_file &file : files) {
+      settle(file, archive_error);
+    }
+  }
+
+  // Puts a fetched file in its place when it is what K announces.
+  void settle(const listed_file &file, const std::string &archive_error) {
+    const fs::path fetched = path_of(file, shop_.folder());
+    if (!is_there(fetched)) {
+      return add(file, "not_available",
+                 archive_error.empty() ? "the archive does not hold it" : archive_error);
+    }
+    if (const auto wrong = check_file(file, shop_.folder())) {
+      return add(file, "still_bad", "fetched: " + described(*wrong));
+    }
+    const fs::path to = path_of(file, paths_.conf_root);
+    const fs::path key = to.parent_path();
+    const fs::path category = key.parent_path();
+    for (const fs::path &folder : {category.parent_path(), category, key}) {
+      if (!shop_.make_directory(folder)) {
+        return add(file, "still_bad", "a symbolic link stands at " + folder.string());
+      }
+    }
+    shop_.place(fetched, to);
+    add(file, "repaired", "");
+  }
+
+  const cache_paths &paths_;
+  workshop shop_;
+  progress work_;
+  repair_report report_;
+};
+
+}  // namespace
+
+repair_outcome undo_commit(const cache_paths &paths, const element &who) {
+  options settings{.subsystem = who.subsys, .index = who.index, .timeout = 0, .timeout_gpb = 0};
+  // What goes wrong is told by the outcome.
+  settings.log.function = [](const log_line & /*line*/) {};
+  std::string reason;
+  const auto undone_by = handle::create(std::move(settings), &reason);
+  const fs::path undo = undo_folder(paths);
+  if (!is_there(undo)) {
+    return {.path = undo, .result = "repaired", .text = ""};
+  }
+  return {.path = undo,
+          .result = "not_restorable",
+          .text = undone_by ? "the library could not put back what it keeps" : reason};
+}
+
+repair_report repair_k(const cache_paths &paths, const element &who, const findings &found) {
+  repair_report report;
+  for (const damage &bad : found.damaged) {
+    if (bad.slot == k_slot::scratch && !bad.is_harmless) {
+      report.outcomes.push_back({.path = bad.path,
+                                 .result = "not_restorable",
+                                 .text = "the scratch area is not repaired; a new configuration "
+                                         "overwrites it"});
+    }
+  }
+  if (std::ranges::none_of(found.damaged, is_of_cached_k)) {
+    return report;
+  }
+  workshop shop(paths, found);
+  const published_k offered(paths, who, shop.folder());
+  const bool is_in_force = std::ranges::any_of(found.damaged, [](const damage &bad) {
+    return is_of_cached_k(bad) && bad.slot == k_slot::current;
+  });
+  // What is not in force does not keep the files from their repair.
+  if (offered.error() && is_in_force) {
+    report.service_error = offered.error();
+    return report;
+  }
+  for (const k_slot slot : {k_slot::current, k_slot::last, k_slot::corrupted}) {
+    const auto is_here = [slot](const damage &bad) {
+      return is_of_cached_k(bad) && bad.slot == slot;
+    };
+    if (std::ranges::none_of(found.damaged, is_here)) {
+      continue;
+    }
+    const std::string reason = offered.error()
+                                   ? described(*offered.error())
+                                   : restore_k(slot, found.slot(slot), offered.k(), shop);
+    for (const damage &bad : found.damaged) {
+      if (is_here(bad)) {
+        report.outcomes.push_back({.path = bad.path,
+                                   .result = reason.empty() ? "repaired" : "not_restorable",
+                                   .text = reason});
+      }
+    }
+  }
+  return report;
+}
+
+repair_report repair_files(const cache_paths &paths, const findings &found, const console &where) {
+  repair_report refused;
+  std::vector<listed_file> files;
+  for (const damage &bad : found.damaged) {
+    if (bad.slot != k_slot::current || !bad.file) {
+      continue;
+    }
+    if (split_member_name("/config/" + bad.file->path)) {
+      files.push_back(*bad.file);
+    } else {
+      refused.outcomes.push_back({.path = bad.path,
+                                  .result = "not_available",
+                                  .text = "K gives it a path outside of its place"});
+    }
+  }
+  if (files.empty()) {
+    return refused;
+  }
+  repair_report report = file_repair(paths, found, where, files.size()).run(files);
+  std::ranges::move(refused.outcomes, std::back_inserter(report.outcomes));
+  return report;
+}
+
+}  // namespace zotconf

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// Whether an update fits beside the configuration in force. Where it does not, a commit removes the
+// old files first.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "tools/cache/cache.hpp"
+#include "tools/output/json.hpp"
+
+namespace zotconf {
+
+// The file system that the cache lies on.
+struct volume {
+  uint64_t block_size = 1;
+  uint64_t folder_size = 0;            // bytes that a folder takes
+  uint64_t absent_k_files = 0;         // of those that a commit keeps
+  std::optional<uint64_t> free_bytes;  // for the user of this process; nothing: no limit
+  std::optional<uint64_t> free_files;  // the same
+};
+
+// Nothing when the cache is not there.
+std::optional<volume> volume_of(const cache_paths &paths);
+
+// What a configuration takes on that file system.
+struct room {
+  uint64_t needed_bytes = 0;
+  uint64_t needed_files = 0;  // with folders, K and what a commit keeps
+  std::optional<uint64_t> free_bytes;
+  std::optional<uint64_t> free_files;
+
+  // Whether another one of this size fits beside it.
+  [[nodiscard]] bool fits_beside() const {
+    return (!free_bytes || needed_bytes <= *free_bytes) &&
+           (!free_files || needed_files <= *free_files);
+  }
+};
+
+room room_of(const stored_k &k, const volume &on);
+
+// The member "room" of a command's JSON; null for nothing.
+void set_room(json_node into, const std::optional<room> &told);
+
+inline constexpr const char *room_warning =
+    "an update of this size fits only when the old files are removed first: a power cut during "
+    "that "
+    "commit would leave no configuration";
+
+}  // namespace zotconf

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/cache/source.hpp"
+
+#include <stdexcept>
+
+#include "tools/cache/cache.hpp"
+#include "tools/publication/published.hpp"
+
+namespace zotconf {
+
+stored_k read_source(const std::string &name, const element &who) {
+  if (const auto slot = slot_of(name)) {
+    return read_slot(find_cache(), *slot);
+  }
+  const fs::path path(name);
+  if (fs::is_regular_file(path)) {
+    const fs::path checksum = fs::path(path).replace_extension(".checksum");
+    return read_k_file(path, fs::exists(checksum) && checksum != path ? checksum : fs::path(), "");
+  }
+  if (!fs::is_directory(path)) {
+    throw std::runtime_error(name + " is no slot, no publication folder and no K file");
+  }
+  if (!who.index.empty()) {
+    return read_published(path, {.subsys = who.subsys, .index = upper_case(who.index)});
+  }
+  const auto elements = published_elements(path);
+  if (elements.size() != 1) {
+    throw std::runtime_error(name + (elements.empty() ? " holds no publication"
+                                                      : " holds several elements; name one with "
+                                                        "--index"));
+  }
+  return read_published(path, elements.front());
+}
+
+stored_k read_good_source(const std::string &name, const element &who) {
+  stored_k k = read_source(name, who);
+  if (!k.is_present) {
+    throw std::runtime_error(name + ": there is no K at " + k.k.string());
+  }
+  if (k.wrong) {
+    throw std::runtime_error(k.bad_file().string() + ": " + described(*k.wrong));
+  }
+  return k;
+}
+
+}  // namespace zotconf

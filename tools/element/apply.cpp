@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/element/apply.hpp"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+#include <string_view>
+
+#include "tools/output/json.hpp"
+
+namespace zotconf {
+namespace {
+
+fs::path relative_path(const entry &one) {
+  const std::string_view category = one.category_name();
+  if (category.empty()) {
+    throw std::runtime_error("category " + std::to_string(one.category()) + " has no name");
+  }
+  const std::string_view key = one.key();
+  if (key.empty() || key == "." || key == ".." || key.find('/') != std::string_view::npos) {
+    throw std::runtime_error("key \"" + std::string(key) + "\" cannot be a file name");
+  }
+  return fs::path(category) / key;
+}
+
+void set_variable(const char *name, const fs::path &path) {
+  if (::setenv(name, fs::absolute(path).c_str(), 1) != 0) {
+    throw_errno(std::string("cannot set ") + name);
+  }
+}
+
+}  // namespace
+
+void write_entries(const fs::path &folder, const entries &list) {
+  fs::create_directories(folder);
+  for (const entry one : list) {
+    if (one.change() == change::deleted) {
+      continue;
+    }
+    const fs::path path = folder / relative_path(one);
+    fs::create_directories(path.parent_path());
+    replace_file(path, one.text(), durability::buffered);
+  }
+}
+
+void write_change_list(const fs::path &file, const entries &list,
+                       const std::optional<metadata> &from) {
+  const metadata known = from.value_or(metadata{});
+  json_document document;
+  document.root()
+      .set("config_id", stated(known.config_id))
+      .set("cluster", stated(known.cluster_id))
+      .set("firmware", stated(known.firmware_version));
+  json_node array = document.root().array("entries");
+  for (const entry one : list) {
+    std::optional<std::string> path;
+    if (one.change() != change::deleted) {
+      path = relative_path(one);
+    }
+    array.append()
+        .set("category", one.category_name())
+        .set("key", one.key())
+        .set("status", name_of(one.change()))
+        .set("size", one.bytes().size())
+        .set("path", path);
+  }
+  replace_file(file, document.text(), durability::buffered);
+}
+
+bool has_entry_in_force(const entries &list) {
+  return std::ranges::any_of(list,
+                             [](const entry &one) { return one.change() != change::deleted; });
+}
+
+command_end end_of_command(int status) {
+  if (WIFEXITED(status)) {
+    const int code = WEXITSTATUS(status);
+    return {code == 0, "exit status " + std::to_string(code)};
+  }
+  return {false, "ended by signal " + std::to_string(WTERMSIG(status))};
+}
+
+void export_paths(const fs::path &folder, const fs::path &change_list) {
+  set_variable("ZOTCONF_DIR", folder);
+  set_variable("ZOTCONF_CHANGES", change_list);
+}
+
+command_end run_command(const std::string &command, const fs::path &folder,
+                        const fs::path &change_list) {
+  export_paths(folder, change_list);
+  const int status = std::system(command.c_str());
+  if (status == -1) {
+    throw_errno("cannot run " + command);
+  }
+  return end_of_command(status);
+}
+
+}  // namespace zotconf

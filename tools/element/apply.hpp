@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is done with the entries of a configuration: written below a folder and handed to a command,
+// whose verdict counts.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "tools/files/file_io.hpp"
+#include "zot_conf.hpp"
+
+namespace zotconf {
+
+// Writes each entry's bytes to folder/<category>/<key>, but for the deleted ones. Throws
+// std::exception when an entry cannot be written.
+void write_entries(const fs::path &folder, const entries &list);
+
+// Writes {"config_id", "cluster", "firmware", "entries": [{"category", "key", "status", "size",
+// "path"}, …]}. A path is relative to the folder of write_entries(), null for a deleted entry;
+// metadata that K does not state is null.
+void write_change_list(const fs::path &file, const entries &list,
+                       const std::optional<metadata> &from);
+
+// Whether a list has an entry to hand over; one that only deletes has none.
+bool has_entry_in_force(const entries &list);
+
+struct command_end {
+  bool accepted = false;
+  std::string text;  // "exit status 7", "ended by signal 9"
+};
+
+// What a status of waitpid() means.
+command_end end_of_command(int status);
+
+// Puts the absolute path of `folder` into ZOTCONF_DIR and that of `change_list` into
+// ZOTCONF_CHANGES.
+void export_paths(const fs::path &folder, const fs::path &change_list);
+
+// Runs a shell command to its end. It finds the absolute path of `folder` in ZOTCONF_DIR and that
+// of `change_list` in ZOTCONF_CHANGES, and accepts by exit status 0.
+command_end run_command(const std::string &command, const fs::path &folder,
+                        const fs::path &change_list);
+
+}  // namespace zotconf

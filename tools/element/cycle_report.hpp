@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// What `zotconf cycle` tells: for people as it happens, as JSON at the end.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tools/output/console.hpp"
+#include "tools/output/json.hpp"
+#include "zot_conf.hpp"
+
+namespace zotconf {
+
+// What an entry can be marked as, in the order in which a summary counts them.
+inline constexpr std::array changes = {change::added,     change::modified, change::deleted,
+                                       change::unchanged, change::full,     change::cached};
+
+class cycle_report {
+ public:
+  explicit cycle_report(const console &where) : where_(where) {}
+  cycle_report(const cycle_report &) = delete;
+  cycle_report &operator=(const cycle_report &) = delete;
+
+  // What the get came to: `words` for people, `key` in JSON.
+  void tell_entries(std::string_view key, std::string_view words, const entries &list);
+  void tell_metadata(const std::optional<metadata> &from);
+  void tell_apply(const std::string &end);
+  void tell_verdict(std::string_view key, std::string_view words);
+  // A call that failed; `what` names it.
+  void tell_failure(std::string_view what, const status &found);
+  // There is no handle, and so no status.
+  void tell_no_handle(const std::string &reason);
+  // Prints the JSON document, where one is wanted. Nothing is told after it.
+  void finish();
+
+ private:
+  const console &where_;
+  json_document document_;
+};
+
+}  // namespace zotconf

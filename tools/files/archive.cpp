@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/files/archive.hpp"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+#include "tools/files/file_io.hpp"
+
+namespace zotconf {
+namespace {
+
+struct entry_freer {
+  void operator()(archive_entry *entry) const { archive_entry_free(entry); }
+};
+using entry_owner = std::unique_ptr<archive_entry, entry_freer>;
+
+void require(int status, struct archive *writer) {
+  if (status != ARCHIVE_OK) {
+    const char *const text = archive_error_string(writer);
+    throw std::runtime_error(std::string("cannot build the archive: ") +
+                             (text != nullptr ? text : "unknown"));
+  }
+}
+
+// Exactly `size` bytes: a file that shrinks would leave the archive malformed.
+void write_content(struct archive *writer, int fd, la_int64_t size, const std::string &name) {
+  std::array<char, 65536> chunk{};
+  while (size > 0) {
+    const auto want = static_cast<size_t>(std::min<la_int64_t>(size, chunk.size()));
+    const ssize_t got = ::read(fd, chunk.data(), want);
+    if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    if (got <= 0) {
+      throw std::runtime_error("cannot read " + name);
+    }
+    if (archive_write_data(writer, chunk.data(), static_cast<size_t>(got)) != got) {
+      require(ARCHIVE_FATAL, writer);
+    }
+    size -= got;
+  }
+}
+
+}  // namespace
+
+void gzip_tar::closer::operator()(struct archive *writer) const {
+  archive_write_free(writer);
+}
+
+gzip_tar::gzip_tar() : spool_(std::tmpfile()), writer_(archive_write_new()) {
+  if (spool_ == nullptr) {
+    throw_errno("cannot create a temporary file");
+  }
+  if (writer_ == nullptr) {
+    throw std::bad_alloc();
+  }
+  require(archive_write_set_format_ustar(writer_.get()), writer_.get());
+  require(archive_write_add_filter_gzip(writer_.get()), writer_.get());
+  // The archive crosses the loopback interface, so time counts for more than size.
+  require(archive_write_set_options(writer_.get(), "gzip:compression-level=1,gzip:!timestamp"),
+          writer_.get());
+  require(archive_write_open_fd(writer_.get(), ::fileno(spool_.get())), writer_.get());
+}
+
+void gzip_tar::add(int fd, const std::string &name) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) {
+    throw_errno("cannot read " + name);
+  }
+  const entry_owner entry(archive_entry_new());
+  if (entry == nullptr) {
+    throw std::bad_alloc();
+  }
+  archive_entry_set_pathname(entry.get(), name.c_str());
+  archive_entry_set_filetype(entry.get(), AE_IFREG);
+  archive_entry_set_perm(entry.get(), 0644);
+  archive_entry_set_size(entry.get(), info.st_size);
+  archive_entry_set_mtime(entry.get(), info.st_mtime, 0);
+  require(archive_write_header(writer_.get(), entry.get()), writer_.get());
+  write_content(writer_.get(), fd, info.st_size, name);
+}
+
+void gzip_tar::finish() {
+  require(archive_write_close(writer_.get()), writer_.get());
+  writer_.reset();
+}
+
+size_t gzip_tar::size() const {
+  struct stat info {};
+  if (::fstat(::fileno(spool_.get()), &info) != 0) {
+    throw_errno("cannot read the archive");
+  }
+  // Where size_t has four bytes, a longer archive would be announced as a short one.
+  if (!std::in_range<size_t>(info.st_size)) {
+    throw std::runtime_error("the archive is too large to be sent");
+  }
+  return static_cast<size_t>(info.st_size);
+}
+
+size_t gzip_tar::read(size_t offset, char *buffer, size_t room) const {
+  const ssize_t got = ::pread(::fileno(spool_.get()), buffer, room, static_cast<off_t>(offset));
+  if (got < 0) {
+    throw_errno("cannot read the archive");
+  }
+  return static_cast<size_t>(got);
+}
+
+}  // namespace zotconf

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/files/file_io.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <system_error>
+#include <utility>
+
+#include "zot_conf.h"
+
+namespace zotconf {
+namespace {
+
+bool is_regular(int fd) {
+  struct stat info {};
+  return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
+bool is_there(const fs::path &path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
+
+void throw_errno(const std::string &what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+void write_all(int fd, std::string_view bytes, const std::string &name) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+    if (written < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      throw_errno("cannot write " + name);
+    }
+    bytes.remove_prefix(static_cast<size_t>(written));
+  }
+}
+
+std::string read_file_at(int fd, const std::string &name) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) {
+    throw_errno("cannot read " + name);
+  }
+  std::string bytes;
+  // Where size_t has four bytes, the size of a longer file would pass for a short one's.
+  if (std::cmp_greater_equal(info.st_size, bytes.max_size())) {
+    errno = EFBIG;
+    throw_errno("cannot read " + name);
+  }
+  bytes.reserve(static_cast<size_t>(info.st_size) + 1);
+  std::array<char, 65536> chunk{};
+  for (;;) {
+    const ssize_t got = ::read(fd, chunk.data(), chunk.size());
+    if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    if (got < 0) {
+      throw_errno("cannot read " + name);
+    }
+    if (got == 0) {
+      return bytes;
+    }
+    bytes.append(chunk.data(), static_cast<size_t>(got));
+  }
+}
+
+std::string read_file_text(const fs::path &path) {
+  const zot::descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.is_open()) {
+    throw_errno("cannot open " + path.string());
+  }
+  return read_file_at(file.get(), path.string());
+}
+
+void replace_file(const fs::path &path, std::string_view bytes, durability kept) {
+  // Longer than any key, so that it is no other entry's file.
+  const fs::path temporary =
+      path.parent_path() / ("." + sha256_text(path.filename().string()) + ".tmp");
+  zot::descriptor file(
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+  if (!file.is_open()) {
+    throw_errno("cannot create " + temporary.string());
+  }
+  write_all(file.get(), bytes, temporary.string());
+  const bool flushed = kept == durability::buffered || ::fsync(file.get()) == 0;
+  if (!flushed || file.close() != 0) {
+    throw_errno("cannot write " + temporary.string());
+  }
+  fs::rename(temporary, path);
+}
+
+zot::descriptor open_beneath(const fs::path &root, std::span<const std::string> parts) {
+  zot::descriptor at(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (size_t i = 0; i < parts.size() && at.is_open(); ++i) {
+    const bool last = i + 1 == parts.size();
+    // A FIFO in the file's place must not block the open.
+    const int kind = last ? O_NONBLOCK : O_DIRECTORY;
+    at = zot::descriptor(
+        ::openat(at.get(), parts[i].c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | kind));
+  }
+  if (at.is_open() && !is_regular(at.get())) {
+    return zot::descriptor(-1);
+  }
+  return at;
+}
+
+std::string sha256_text(std::string_view bytes) {
+  std::array<char, ZOT_CHECKSUM_LEN + 1> text{};
+  if (calc_sha256(bytes.data(), static_cast<uint32_t>(bytes.size()), text.data(), text.size()) !=
+      0) {
+    throw std::runtime_error("cannot compute a checksum");
+  }
+  return text.data();
+}
+
+temporary_folder::temporary_folder() {
+  std::string name = (fs::temp_directory_path() / "zotconf-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) {
+    throw_errno("cannot create " + name);
+  }
+  path_ = name;
+}
+
+temporary_folder::~temporary_folder() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+}  // namespace zotconf

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// Files as the commands need them: read whole, replaced in one step, opened below a folder.
+#pragma once
+
+#include <filesystem>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "utilities/owner.hpp"
+
+namespace zotconf {
+
+namespace fs = std::filesystem;
+
+// Whether anything stands at a path, a dangling link included.
+bool is_there(const fs::path &path);
+
+// Throws std::system_error with the current errno; `what` names the action and the file.
+[[noreturn]] void throw_errno(const std::string &what);
+
+std::string read_file_at(int fd, const std::string &name);
+std::string read_file_text(const fs::path &path);
+
+// Writes all bytes to a descriptor.
+void write_all(int fd, std::string_view bytes, const std::string &name);
+
+enum class durability { buffered, flushed };
+
+// Writes a temporary file beside `path` and renames it over `path`; flushed: once its bytes are on
+// the medium.
+void replace_file(const fs::path &path, std::string_view bytes, durability kept);
+
+// Opens the regular file root/part/part/… without following a symbolic link below root. Not open
+// when there is no such file.
+zot::descriptor open_beneath(const fs::path &root, std::span<const std::string> parts);
+
+std::string sha256_text(std::string_view bytes);
+
+// A folder of its own below the system's temporary folder, removed with its contents.
+class temporary_folder {
+ public:
+  temporary_folder();
+  temporary_folder(const temporary_folder &) = delete;
+  temporary_folder &operator=(const temporary_folder &) = delete;
+  ~temporary_folder();
+  [[nodiscard]] const fs::path &path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+}  // namespace zotconf

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/model/manifest.hpp"
+
+#include <cjson/cJSON.h>
+
+#include <cmath>
+#include <limits>
+
+#include "tools/model/names.hpp"
+#include "tools/output/json.hpp"
+#include "utilities/owner.hpp"
+#include "zot_conf.h"
+
+namespace zotconf {
+namespace {
+
+std::string text_member(const cJSON *object, const char *name) {
+  const char *const text = cJSON_GetStringValue(cJSON_GetObjectItem(object, name));
+  return text == nullptr ? "" : text;
+}
+
+std::optional<published_file> parse_file(const cJSON *item) {
+  published_file file;
+  const std::string path = text_member(item, "path");
+  const double size = cJSON_GetNumberValue(cJSON_GetObjectItem(item, "size"));
+  file.checksum = text_member(item, "checksum");
+  const size_t key_at = path.find('/', 1);
+  const size_t version_at = path.rfind('/');
+  if (key_at == std::string::npos || version_at <= key_at || std::isnan(size) || size < 0 ||
+      size > std::numeric_limits<int32_t>::max()) {
+    return std::nullopt;
+  }
+  file.category_name = path.substr(1, key_at - 1);
+  file.key = path.substr(key_at + 1, version_at - key_at - 1);
+  const auto version = parse_version(std::string_view(path).substr(version_at + 1));
+  if (!version || get_gpb_cat_by_cat_str(file.category_name.c_str(), &file.category) != 0) {
+    return std::nullopt;
+  }
+  file.version = *version;
+  file.size = static_cast<uint64_t>(size);
+  return file;
+}
+
+}  // namespace
+
+std::string render_manifest(const manifest &content) {
+  json_document document;
+  json_node root = document.root();
+  root.set("clusterId", content.cluster);
+  if (!content.firmware.empty()) {
+    root.set("firmwareVersion", content.firmware);
+  }
+  if (!content.config_id.empty()) {
+    root.set("configId", content.config_id);
+  }
+  json_node list = root.array("gpbs");
+  for (const published_file &file : content.files) {
+    list.append()
+        .set("path", "/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version))
+        .set("size", file.size)
+        .set("checksum", file.checksum);
+  }
+  return document.text();
+}
+
+std::optional<manifest> parse_manifest(const std::string &text) {
+  const zot::json_tree root(cJSON_ParseWithLength(text.data(), text.size()));
+  const cJSON *const list = cJSON_GetObjectItem(root.get(), "gpbs");
+  if (!cJSON_IsArray(list)) {
+    return std::nullopt;
+  }
+  manifest content{.cluster = text_member(root.get(), "clusterId"),
+                   .config_id = text_member(root.get(), "configId"),
+                   .firmware = text_member(root.get(), "firmwareVersion"),
+                   .files = {}};
+  for (const cJSON *item = list->child; item != nullptr; item = item->next) {
+    auto file = parse_file(item);
+    if (!file) {
+      return std::nullopt;
+    }
+    content.files.push_back(std::move(*file));
+  }
+  return content;
+}
+
+}  // namespace zotconf

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+// JSON as the commands write it: members keep the order in which they are set.
+#pragma once
+
+#include <chrono>
+#include <concepts>
+#include <cstdint>
+#include <initializer_list>
+#include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tools/output/plain_text.hpp"
+#include "utilities/owner.hpp"
+
+namespace zotconf {
+
+// A text that may be absent, which an empty one stands for: null in JSON.
+inline std::optional<std::string> stated(const std::string &text) {
+  return text.empty() ? std::nullopt : std::optional(text);
+}
+
+// An object or array inside a document, which has to live as long.
+class json_node {
+ public:
+  explicit json_node(cJSON *item) : item_(item) {}
+
+  json_node &set(const char *name, std::string_view value) {
+    return put(name, cJSON_CreateString(valid_utf8(std::string(value)).c_str()));
+  }
+  json_node &set(const char *name, const char *value) { return set(name, std::string_view(value)); }
+  // Written digit by digit: a 64-bit number would not survive as a double.
+  template <std::integral T>
+  json_node &set(const char *name, T value) {
+    if constexpr (std::same_as<T, bool>) {
+      return put(name, cJSON_CreateBool(value ? 1 : 0));
+    } else {
+      return put(name, cJSON_CreateRaw(std::to_string(value).c_str()));
+    }
+  }
+  // Milliseconds, as the member's name should say.
+  json_node &set(const char *name, std::chrono::milliseconds value) {
+    return set(name, value.count());
+  }
+  // Nothing is null.
+  template <class T>
+  json_node &set(const char *name, const std::optional<T> &value) {
+    return value ? set(name, *value) : put(name, cJSON_CreateNull());
+  }
+
+  // Members that were not set are null, so that every key is there.
+  void set_missing(std::initializer_list<const char *> names) {
+    for (const char *const name : names) {
+      if (cJSON_HasObjectItem(item_, name) == 0) {
+        put(name, cJSON_CreateNull());
+      }
+    }
+  }
+
+  json_node object(const char *name) { return child(name, cJSON_CreateObject()); }
+  json_node array(const char *name) { return child(name, cJSON_CreateArray()); }
+
+  // For an array.
+  json_node append() {
+    cJSON *const item = cJSON_CreateObject();
+    append_item(item);
+    return json_node(item);
+  }
+  void append(std::string_view text) {
+    append_item(cJSON_CreateString(valid_utf8(std::string(text)).c_str()));
+  }
+
+ private:
+  json_node &put(const char *name, cJSON *item) {
+    if (item == nullptr || !cJSON_AddItemToObject(item_, name, item)) {
+      throw std::bad_alloc();
+    }
+    return *this;
+  }
+  json_node child(const char *name, cJSON *item) {
+    put(name, item);
+    return json_node(item);
+  }
+  void append_item(cJSON *item) {
+    if (item == nullptr || !cJSON_AddItemToArray(item_, item)) {
+      throw std::bad_alloc();
+    }
+  }
+
+  cJSON *item_;
+};
+
+// One JSON object.
+class json_document {
+ public:
+  json_document() : tree_(cJSON_CreateObject()) {
+    if (tree_ == nullptr) {
+      throw std::bad_alloc();
+    }
+  }
+
+  json_node root() { return json_node(tree_.get()); }
+
+  // On lines of its own, for one document.
+  [[nodiscard]] std::string text() const { return printed(cJSON_Print(tree_.get())); }
+  // On one line, for a stream of documents.
+  [[nodiscard]] std::string line() const { return printed(cJSON_PrintUnformatted(tree_.get())); }
+
+ private:
+  static std::string printed(char *text) {
+    const zot::c_text owner(text);
+    if (owner == nullptr) {
+      throw std::bad_alloc();
+    }
+    return std::string(text) + "\n";
+  }
+
+  zot::json_tree tree_;
+};
+
+}  // namespace zotconf

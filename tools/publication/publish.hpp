@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+// `zotconf publish`: makes a folder of files the latest configuration of one element.
+#pragma once
+
+#include <string>
+
+#include "tools/files/file_io.hpp"
+#include "tools/model/names.hpp"
+#include "tools/output/console.hpp"
+
+namespace zotconf {
+
+struct publish_options {
+  fs::path source;  // <Category>/<key>
+  fs::path publication;
+  element who;
+  std::string cluster;
+  std::string config_id;  // empty: K names none
+  std::string firmware;   // empty: K names none
+};
+
+// A refused publication writes no file at all. Returns an exit status; throws std::exception when
+// files cannot be read or written.
+int run_publish(const publish_options &options, const console &where);
+
+}  // namespace zotconf
