@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -46,6 +47,16 @@ using c_ptr = std::unique_ptr<T, releaser<std::free>>;
 using c_text = c_ptr<char>;
 using file_stream = std::unique_ptr<std::FILE, releaser<close_stream>>;
 using json_tree = std::unique_ptr<cJSON, releaser<cJSON_Delete>>;
+
+// A text of the length that it takes; null without memory.
+[[gnu::format(printf, 1, 2)]] inline c_text text_of(const char *format, ...) {
+  char *text = nullptr;
+  va_list values;
+  va_start(values, format);
+  const int length = ::vasprintf(&text, format, values);
+  va_end(values);
+  return c_text(length >= 0 ? text : nullptr);
+}
 
 // A zero-filled record from the C allocator; null without memory.
 template <class T>

@@ -67,26 +67,27 @@ void load_corrupted_k(zot_ctx *handle, const char *func) {
   }
 }
 
+// Copies a file of the fetched K into the cache; label is how the log calls it.
+int store_corrupted_file(zot_ctx *handle, const char *name, const char *corrupted_name,
+                         const char *label, const char *func) {
+  const int status =
+      zot_priv_fcopy(handle, zot::joined_path(handle->tmp_root, name).c_str(),
+                     zot::joined_path(handle->conf_root, corrupted_name).c_str(), func, __LINE__);
+  if (status == ZOT_OK) {
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics,
+               "%sMove new %s from temporary storage to cached storage as corrupted %s: Done\n",
+               label, label);
+  }
+  return status;
+}
+
 // Keeps the fetched K in the cache as the corrupted one.
 int store_corrupted_files(zot_ctx *handle, const char *func) {
-  const zot::joined_path k(handle->tmp_root, "subsys.k");
-  const zot::joined_path corrupted_k(handle->conf_root, "/knowledge/corrupted.k");
-  int status = zot_priv_fcopy(handle, k.c_str(), corrupted_k.c_str(), func, __LINE__);
-  if (status != ZOT_OK) {
-    return status;
-  }
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics,
-             "%sMove new K from temporary storage to cached storage as corrupted K: Done\n");
-  const zot::joined_path checksum(handle->tmp_root, "subsys.checksum");
-  const zot::joined_path corrupted_checksum(handle->conf_root, "/knowledge/corrupted.checksum");
-  status = zot_priv_fcopy(handle, checksum.c_str(), corrupted_checksum.c_str(), func, __LINE__);
-  if (status != ZOT_OK) {
-    return status;
-  }
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics,
-             "%sMove new K.checksum from temporary storage to cached storage as corrupted "
-             "K.checksum: Done\n");
-  return ZOT_OK;
+  const int status = store_corrupted_file(handle, "subsys.k", "/knowledge/corrupted.k", "K", func);
+  return status != ZOT_OK
+             ? status
+             : store_corrupted_file(handle, "subsys.checksum", "/knowledge/corrupted.checksum",
+                                    "K.checksum", func);
 }
 
 // Reads the corrupted K back into its slot.

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "utilities/owner.hpp"
 #include "utilities/path.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
@@ -12,7 +13,6 @@
 
 namespace {
 
-constexpr size_t command_size = 8192;
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
 constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
@@ -164,16 +164,13 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
   ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics,
           "%sRemove current GPB from cached storage: Done\n");
   ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: rm -rf \"%s\"\n", directory.c_str());
-  char command[command_size];
-  const int length = std::snprintf(command, sizeof command, "cp -r \"%s\" \"%s\"",
-                                   handle->tmp_gpb_root, directory.c_str());
-  int exit_code = -1;
-  int status = ZOT_OK;
-  if (length > 0 && static_cast<size_t>(length) < sizeof command) {
-    status = _zot_priv_system(handle, command, &exit_code, __func__, __LINE__);
-  } else {
-    errno = ENAMETOOLONG;
+  const zot::c_text command =
+      zot::text_of("cp -r \"%s\" \"%s\"", handle->tmp_gpb_root, directory.c_str());
+  if (command == nullptr) {
+    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
   }
+  int exit_code = -1;
+  const int status = _zot_priv_system(handle, command.get(), &exit_code, __func__, __LINE__);
   if (status != ZOT_OK || exit_code != 0) {
     const int error = errno;
     ZOT_LOG(handle, ZOT_LOG_ERROR, gpb_file_topics,
@@ -184,7 +181,7 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
                                          __func__, handle->tmp_gpb_root, directory.c_str());
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics, "%sCopy new GPB to cached storage: Done\n");
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: %s\n", command);
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: %s\n", command.get());
   return ZOT_RECORD(handle, ZOT_OK);
 }
 

@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/storage/archive.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "utilities/owner.hpp"
+#include "zot_err.hpp"
+#include "zot_list.hpp"
+#include "zot_log.hpp"
+#include "zot_priv/storage/leftovers.hpp"
+#include "zot_priv/storage/logged.hpp"
+#include "zot_priv/storage/scratch.hpp"
+
+namespace {
+
+// What an archive may have beside the bytes that K announces. A member takes up to 6 KiB more than
+// its content: headers of 512 bytes, the same again with a name of 4 KiB, and what fills its last
+// block. An archive ends with up to 10 KiB of nothing and names its directories; gzip adds some
+// bytes to what it cannot pack.
+constexpr uint64_t member_overhead = 8192;
+constexpr uint64_t archive_overhead = 65536;
+constexpr uint64_t shell_block = 512;
+// Processor time that no archive of a configuration comes near, even on a slow access point.
+constexpr uint64_t unpack_seconds = 30;
+constexpr uint64_t unpacked_in_a_second = 1048576;
+constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
+constexpr uint32_t file_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_GPB;
+
+// The command that unpacks the archive, with limits on what packs to next to nothing: a member that
+// grows beyond what the whole archive may have, and names so deep that their directories take an
+// unpacker minutes. POSIX has shells count file sizes in blocks; one that cannot set a limit says
+// nothing of it. exec keeps the number of processes.
+class unpack_command {
+ public:
+  unpack_command(const char *root, uint64_t largest) {
+    const auto known = std::min<uint64_t>(largest, INT32_MAX);
+    char limits[limits_size];
+    const int length = std::snprintf(
+        limits, sizeof limits,
+        "ulimit -c 0 2> /dev/null; ulimit -t %lu 2> /dev/null; ulimit -f %lu 2> /dev/null; exec ",
+        static_cast<unsigned long>(unpack_seconds + known / unpacked_in_a_second),
+        static_cast<unsigned long>(known / shell_block + 1));
+    text_ = zot::text_of("%star zxvf %s/%s -C %s > /dev/null 2>&1", limits, root, zot::archive_name,
+                         root);
+    shown_ = text_ != nullptr ? text_.get() + length : nullptr;
+  }
+
+  // Null without memory.
+  [[nodiscard]] const char *text() const { return text_.get(); }
+  // As it is told to whoever reads the log.
+  [[nodiscard]] const char *shown() const { return shown_; }
+
+ private:
+  static constexpr size_t limits_size = 128;
+  zot::c_text text_;
+  const char *shown_;
+};
+
+// Clears up after an archive that failed, unless it came to its end.
+class unfinished_archive {
+ public:
+  unfinished_archive(zot_ctx &handle, const zot_k &k) : handle_(&handle), k_(k) {}
+  unfinished_archive(const unfinished_archive &) = delete;
+  unfinished_archive &operator=(const unfinished_archive &) = delete;
+  ~unfinished_archive() {
+    if (handle_ != nullptr) {
+      zot::remove_strangers(*handle_, k_);
+      zot::make_room(*handle_);
+    }
+  }
+  void finish() { handle_ = nullptr; }
+
+ private:
+  zot_ctx *handle_;
+  const zot_k &k_;
+};
+
+// Unpacks the archive into the scratch directory under the watch of what it leaves there.
+int unpack(zot_ctx *handle, uint64_t largest, zot::scratch_watch &watch, const char *func) {
+  const unpack_command command(handle->tmp_root, largest);
+  if (command.text() == nullptr) {
+    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+  }
+  if (!watch.begin(*handle)) {
+    return zot::record(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to clean %s: %s", func,
+                       handle->tmp_root, std::strerror(errno));
+  }
+  int exit_code = 0;
+  const int status =
+      zot::run_shown_as(handle, command.text(), command.shown(), &exit_code, func, __LINE__);
+  const bool is_clean = watch.end(*handle);
+  if (status != ZOT_OK) {
+    return status;
+  }
+  if (exit_code != 0) {
+    return zot::record(handle, ZOT_ERR_CORRUPTED, func, __LINE__, "[%s]: fail to run \"%s\":%d",
+                       func, command.shown(), exit_code);
+  }
+  if (!is_clean) {
+    return zot::record(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                       "[%s]: archive holds more than GPB files: %s/%s", func, handle->tmp_root,
+                       zot::archive_name);
+  }
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, read_topics, "%suntar GPB files: Done\n");
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, file_topics, "%sRun CMD: \"%s\"\n",
+             command.shown());
+  return ZOT_OK;
+}
+
+}  // namespace
+
+namespace zot {
+
+uint64_t largest_archive(const zot_list *gpbs) {
+  uint64_t size = archive_overhead;
+  for (const zot_gpb &gpb : gpb_range(gpbs)) {
+    // A larger size is one that K stated as negative; its file is refused.
+    size += member_overhead + (gpb.size <= INT32_MAX ? gpb.size : 0);
+  }
+  return size;
+}
+
+int unpack_archive(zot_ctx *handle, zot_k *k, zot_list *gpbs, uint64_t largest, const char *func) {
+  unfinished_archive unfinished(*handle, *k);
+  scratch_watch watch;
+  if (const int status = unpack(handle, largest, watch, func); status != ZOT_OK) {
+    return status;
+  }
+  if (const int status = zot_priv_read_gpb(handle, k, gpbs, handle->tmp_root); status != ZOT_OK) {
+    return status;
+  }
+  remove_unlisted_files(*handle, gpbs, watch.found());
+  unfinished.finish();
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, read_topics,
+             "%sGet new GPB files on tmp: Done\n");
+  return ZOT_OK;
+}
+
+}  // namespace zot
