@@ -1,17 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the library's own operations log: one macro, which costs a compare when the level is off.
+// How the library's own operations log: one macro, and little code at each place that uses it.
 #pragma once
 
 #include "zot_conf.h"
 
 namespace zot {
-
-inline zot_log_ctx *log_of(zot_ctx *handle) {
-  return handle != nullptr ? &handle->log_ctx : nullptr;
-}
-inline zot_log_ctx *log_of(zot_log_ctx *log_ctx) {
-  return log_ctx;
-}
 
 inline bool log_enabled(const zot_log_ctx *log_ctx, uint32_t level, uint32_t mask) {
   if (log_ctx == nullptr || log_ctx->ctl == nullptr) {
@@ -29,8 +22,9 @@ constexpr uint32_t pack_site(uint32_t level, uint32_t topics, long line) {
   return level | topics << level_bits | static_cast<uint32_t>(line) << (level_bits + topic_bits);
 }
 
-// Writes a message that is enabled. The first conversion of `fmt` is "%s" and stands for the
-// prefix, which is none of the arguments.
+// Writes a message if it is enabled. The first conversion of `fmt` is "%s" and stands for the
+// prefix, which is none of the arguments. Nothing has no log.
+void write_line(zot_ctx *handle, uint32_t packed, const char *func, const char *fmt, ...);
 void write_line(zot_log_ctx *log_ctx, uint32_t packed, const char *func, const char *fmt, ...);
 
 // Never called: has the compiler check the arguments against the format.
@@ -39,16 +33,13 @@ void write_line(zot_log_ctx *log_ctx, uint32_t packed, const char *func, const c
 }  // namespace zot
 
 // Logs as another operation: the function name and line are given.
-#define ZOT_LOG_AT(owner, at_func, at_line, at_level, at_mask, fmt, ...)                     \
-  do {                                                                                       \
-    zot_log_ctx *const zot_ctx_ = zot::log_of(owner);                                        \
-    if (zot::log_enabled(zot_ctx_, (at_level), (at_mask)) && zot_ctx_ != nullptr) {          \
-      zot::write_line(zot_ctx_, zot::pack_site((at_level), (at_mask), (at_line)), (at_func), \
-                      fmt __VA_OPT__(, ) __VA_ARGS__);                                       \
-    }                                                                                        \
-    if constexpr (false) {                                                                   \
-      zot::check_format(fmt, "" __VA_OPT__(, ) __VA_ARGS__);                                 \
-    }                                                                                        \
+#define ZOT_LOG_AT(owner, at_func, at_line, at_level, at_mask, fmt, ...)                \
+  do {                                                                                  \
+    zot::write_line(owner, zot::pack_site((at_level), (at_mask), (at_line)), (at_func), \
+                    fmt __VA_OPT__(, ) __VA_ARGS__);                                    \
+    if constexpr (false) {                                                              \
+      zot::check_format(fmt, "" __VA_OPT__(, ) __VA_ARGS__);                            \
+    }                                                                                   \
   } while (false)
 
 // Logs under the name of the operation that stands around it. `owner` is a handle or a log context;
