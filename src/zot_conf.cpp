@@ -74,11 +74,11 @@ int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
     return status;
   }
   if (zot_list_is_empty(list)) {
-    return zot::record(handle, ZOT_ERR_NO_CACHE, func, __LINE__, "No cached data now");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NO_CACHE, func, __LINE__, "No cached data now");
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
              "%sNo update data, return cached results.\n");
-  return zot::record(handle, ZOT_OK, func, __LINE__, "%s", func);
+  return ZOT_RECORD_AT(handle, ZOT_OK, func, __LINE__, "%s", func);
 }
 
 // Answers after asking the service.
@@ -96,8 +96,8 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
     if (const int status = hand_out(handle, list, mask, catset); status != ZOT_OK) {
       return status;
     }
-    return zot::record(handle, ZOT_ERR_SAME_AS_CORRUPTED, func, __LINE__,
-                       "New configuration is still corrupted.");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_SAME_AS_CORRUPTED, func, __LINE__,
+                         "New configuration is still corrupted.");
   }
   if (zot_util_is_err(update)) {
     return update;

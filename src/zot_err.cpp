@@ -64,13 +64,18 @@ constexpr uint32_t level_of(int code) {
 
 namespace zot {
 
-int record(zot_ctx *handle, int code, const char *func, long line, const char *fmt, ...) {
+int record(zot_ctx *handle, uint32_t packed, const char *func) {
+  return record(handle, packed, func, nullptr);
+}
+
+int record(zot_ctx *handle, uint32_t packed, const char *func, const char *fmt, ...) {
+  const int code = static_cast<int8_t>(packed);
   if (handle == nullptr) {
     return code;
   }
   va_list args;
   va_start(args, fmt);
-  set_status(handle, code, func, line, fmt, args);
+  set_status(handle, code, func, static_cast<long>(packed >> code_bits), fmt, args);
   va_end(args);
   return code;
 }

@@ -19,8 +19,8 @@ bool is_short(zot_ctx *handle, size_t val_len, size_t wanted, const char *func, 
   if (val_len >= wanted) {
     return false;
   }
-  zot::record(handle, ZOT_ERR_WRONG_INPUT, func, line, "[%s] wrong length: %lu < %lu", func,
-              static_cast<unsigned long>(val_len), static_cast<unsigned long>(wanted));
+  ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, func, line, "[%s] wrong length: %lu < %lu", func,
+                static_cast<unsigned long>(val_len), static_cast<unsigned long>(wanted));
   return true;
 }
 
@@ -93,7 +93,7 @@ int get_value(zot_ctx *handle, const parm_row &row, void *val, size_t val_len) {
   if (val != stored) {
     std::memmove(val, stored, row.size);
   }
-  return zot::record(handle, ZOT_OK, row.get_name, __LINE__);
+  return ZOT_RECORD_AT(handle, ZOT_OK, row.get_name, __LINE__);
 }
 
 int get_stream(zot_ctx *handle, const parm_row &row, void *val, size_t val_len) {
@@ -106,7 +106,7 @@ int get_stream(zot_ctx *handle, const parm_row &row, void *val, size_t val_len) 
              "%sGet logging destination file pointer: Done\n");
   ZOT_LOG_AT(handle, row.get_name, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sfp: %p\n",
              static_cast<void *>(stream));
-  return zot::record(handle, ZOT_OK, row.get_name, __LINE__);
+  return ZOT_RECORD_AT(handle, ZOT_OK, row.get_name, __LINE__);
 }
 
 int get_path(zot_ctx *handle, const parm_row &row, void *val, size_t val_len) {
@@ -122,7 +122,7 @@ int get_path(zot_ctx *handle, const parm_row &row, void *val, size_t val_len) {
     ZOT_LOG_AT(handle, row.get_name, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sdst: %s\n",
                path);
   }
-  return zot::record(handle, ZOT_OK, row.get_name, __LINE__);
+  return ZOT_RECORD_AT(handle, ZOT_OK, row.get_name, __LINE__);
 }
 
 // A callback and its argument lie side by side, so that one copy reads both.
@@ -175,15 +175,16 @@ int check_input(zot_ctx *handle, const void *val, size_t val_len, const char *fu
     return ZOT_ERR_NULL_INPUT;
   }
   if (handle->parm == nullptr) {
-    return zot::record(handle, ZOT_ERR_WRONG_INPUT, func, __LINE__, "[%s] parameter is NULL", func);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, func, __LINE__, "[%s] parameter is NULL",
+                         func);
   }
   if (val == nullptr) {
-    return zot::record(handle, ZOT_ERR_NULL_INPUT, func, __LINE__, "[%s] input %s is NULL", func,
-                       "val");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NULL_INPUT, func, __LINE__, "[%s] input %s is NULL", func,
+                         "val");
   }
   if (val_len == 0) {
-    return zot::record(handle, ZOT_ERR_WRONG_INPUT, func, __LINE__, "[%s] input %s is zero", func,
-                       "val_len");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, func, __LINE__, "[%s] input %s is zero", func,
+                         "val_len");
   }
   return ZOT_OK;
 }

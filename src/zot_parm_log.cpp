@@ -48,13 +48,13 @@ c_text copy_path(const void *val, size_t val_len) {
 }
 
 int refuse_option(zot_ctx *handle, const char *func, uint32_t value) {
-  return record(handle, ZOT_ERR_UNKNOWN_OPT, func, __LINE__, "[%s] unknown options: %x", func,
-                value);
+  return ZOT_RECORD_AT(handle, ZOT_ERR_UNKNOWN_OPT, func, __LINE__, "[%s] unknown options: %x",
+                       func, value);
 }
 
 int refuse_empty_path(zot_ctx *handle) {
-  return record(handle, ZOT_ERR_WRONG_INPUT, set_path_name, __LINE__, "[%s] empty path\n",
-                set_path_name);
+  return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, set_path_name, __LINE__, "[%s] empty path\n",
+                       set_path_name);
 }
 
 void tell_stream(zot_ctx *handle) {

@@ -82,23 +82,24 @@ int record_transfer(zot_ctx *handle, int result, const char *func, long line) {
     return ZOT_OK;
   }
   if (result == CURLE_OPERATION_TIMEDOUT) {
-    return zot::record(handle, ZOT_ERR_TIMEOUT, func, line, "[%s]: curl timeout get GPB.", func);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_TIMEOUT, func, line, "[%s]: curl timeout get GPB.", func);
   }
   if (result < 0) {
-    return zot::record(handle, ZOT_ERR_REMOTE_UNAVAIL, func, line, "Unable to get remote files\n");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_REMOTE_UNAVAIL, func, line,
+                         "Unable to get remote files\n");
   }
-  return zot::record(handle, ZOT_ERR_REMOTE_UNAVAIL, func, line, "[%s]: curl error:%s", func,
-                     curl_easy_strerror(static_cast<CURLcode>(result)));
+  return ZOT_RECORD_AT(handle, ZOT_ERR_REMOTE_UNAVAIL, func, line, "[%s]: curl error:%s", func,
+                       curl_easy_strerror(static_cast<CURLcode>(result)));
 }
 
 int record_mkdir_failure(zot_ctx *handle, int error, const char *func, long line) {
   const char *const text = std::strerror(error);
   if (text == nullptr) {
-    return zot::record(handle, ZOT_ERR_GENERIC, func, line, "[%s]: mkdir %s: errno: %d", func,
-                       handle->tmp_root, error);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, line, "[%s]: mkdir %s: errno: %d", func,
+                         handle->tmp_root, error);
   }
-  return zot::record(handle, ZOT_ERR_GENERIC, func, line, "[%s]: mkdir %s: %s", func,
-                     handle->tmp_root, text);
+  return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, line, "[%s]: mkdir %s: %s", func,
+                       handle->tmp_root, text);
 }
 
 // Fetches the archive of the wanted files into the scratch directory.

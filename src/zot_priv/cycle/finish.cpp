@@ -36,8 +36,8 @@ bool is_same_k(const zot_k *a, const zot_k *b) {
 }
 
 int record_failure(zot_ctx *handle, long line, const char *what) {
-  return zot::record(handle, ZOT_ERR_GENERIC, operation, line, "[%s]: fail to %s %s: %s", operation,
-                     what, handle->conf_root, std::strerror(errno));
+  return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, operation, line, "[%s]: fail to %s %s: %s",
+                       operation, what, handle->conf_root, std::strerror(errno));
 }
 
 // Nothing has changed yet, so a configuration that does not fit is refused.
@@ -49,10 +49,10 @@ int check_room(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs,
   const auto needed_files = static_cast<unsigned long long>(check.needed.files);
   const auto available_files = static_cast<unsigned long long>(check.available.files);
   if (check.fits == zot::room_check::none) {
-    return zot::record(handle, ZOT_ERR_GENERIC, operation, __LINE__,
-                       "[%s]: no room in %s: %llu bytes and %llu files needed, %llu and %llu there",
-                       operation, handle->conf_root, needed, needed_files, available,
-                       available_files);
+    return ZOT_RECORD_AT(
+        handle, ZOT_ERR_GENERIC, operation, __LINE__,
+        "[%s]: no room in %s: %llu bytes and %llu files needed, %llu and %llu there", operation,
+        handle->conf_root, needed, needed_files, available, available_files);
   }
   if (check.fits == zot::room_check::in_place) {
     ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_WARN, gpb_file_topics,
@@ -85,8 +85,8 @@ int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
   const bool is_of_scratch =
       tmp_k->root == nullptr || std::strcmp(tmp_k->root, handle->conf_root) == 0;
   if (is_of_scratch && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
-    return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
-                       operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
+                         operation);
   }
   return zot::begin_undo(*handle, gpbs) ? ZOT_OK
                                         : record_failure(handle, __LINE__, "keep the files of");
@@ -116,8 +116,8 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
   }
   // An adapter may keep its files elsewhere.
   if (handle->fns.commit_gpb == nullptr && !zot::are_files_stored(*handle, tmp_gpbs)) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]: files are missing in %s", operation, handle->conf_root);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                         "[%s]: files are missing in %s", operation, handle->conf_root);
   }
   open_step(*handle) = zot::commit_medium;
   return ZOT_OK;
@@ -157,16 +157,17 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   uint32_t &step = open_step(*handle);
   const bool is_begun = step != zot::commit_not_begun;
   if (!is_begun && is_same_k(zot_priv_get_k(handle, ZOT_SLOT_CURRENT), tmp_k)) {
-    return zot::record(handle, ZOT_NO_UPDATE, operation, __LINE__,
-                       "Configuration not changed. It doesn't need to do commit.");
+    return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, operation, __LINE__,
+                         "Configuration not changed. It doesn't need to do commit.");
   }
   if (step > zot::commit_k_files && !zot::owns_undo(*handle)) {
     // Another process has found the interrupted commit and put the old files back.
     step = zot::commit_k_files;
   }
   if (step < zot::commit_medium && !zot::is_set_as_fetched(*handle, *tmp_k, tmp_gpbs)) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]: what the get fetched was changed in %s", operation, handle->tmp_root);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                         "[%s]: what the get fetched was changed in %s", operation,
+                         handle->tmp_root);
   }
   zot::gpb_protection gpbs = zot::gpb_protection::kept;
   if (step <= zot::commit_k_files) {
@@ -192,7 +193,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   }
   handle->own.marks_waiting = 0;
   zot_done_commit(handle);
-  return zot::record(handle, ZOT_OK, operation, __LINE__);
+  return ZOT_RECORD_AT(handle, ZOT_OK, operation, __LINE__);
 }
 
 }  // namespace

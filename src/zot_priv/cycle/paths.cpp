@@ -57,15 +57,15 @@ using zot::wanted_roots;
 constexpr const char *reload = "zot_priv_reload_sys_paths";
 
 int refuse_long(zot_ctx *handle, const char *path, const char *label) {
-  return zot::record(handle, ZOT_ERR_GENERIC, "zot_priv_chk_n_mkdir", __LINE__,
-                     "fail to create dir for %s = %s: %s", label, path,
-                     std::strerror(ENAMETOOLONG));
+  return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, "zot_priv_chk_n_mkdir", __LINE__,
+                       "fail to create dir for %s = %s: %s", label, path,
+                       std::strerror(ENAMETOOLONG));
 }
 
 int refuse_for_shell(zot_ctx *handle, const char *path, const char *label) {
-  return zot::record(handle, ZOT_ERR_WRONG_INPUT, reload, __LINE__,
-                     "[%s]: %s holds characters that a shell would interpret: %s", reload, label,
-                     path);
+  return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, reload, __LINE__,
+                       "[%s]: %s holds characters that a shell would interpret: %s", reload, label,
+                       path);
 }
 
 // Asks for both roots and judges them.
@@ -73,8 +73,8 @@ int get_roots(zot_ctx *handle, wanted_roots &roots) {
   constexpr uint32_t root_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_K | ZOT_TOPIC_GPB;
   char below[ZOT_PATH_SIZE];
   if (!has_root(handle, handle->fns.get_conf_root, roots.conf)) {
-    return zot::record(handle, ZOT_ERR_GENERIC, reload, __LINE__, "[%s]: unable to get conf root",
-                       reload);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, reload, __LINE__, "[%s]: unable to get conf root",
+                         reload);
   }
   // Shell commands are built from both roots, but none runs in dev mode.
   if (handle->dev_mode != 1 && !zot::is_plain_shell_word(roots.conf)) {
@@ -86,8 +86,8 @@ int get_roots(zot_ctx *handle, wanted_roots &roots) {
   ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_K,
              "%sconf K path = \"%s\"\n", below);
   if (!has_root(handle, handle->fns.get_tmp_root, roots.tmp)) {
-    return zot::record(handle, ZOT_ERR_GENERIC, reload, __LINE__, "[%s]: unable to get conf root",
-                       reload);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, reload, __LINE__, "[%s]: unable to get conf root",
+                         reload);
   }
   if (!zot::is_plain_shell_word(roots.tmp)) {
     return refuse_for_shell(handle, roots.tmp, "tmp root");

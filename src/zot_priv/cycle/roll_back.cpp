@@ -95,14 +95,14 @@ int reload_corrupted_k(zot_ctx *handle, const char *func) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, nullptr);
   zot::k_owner k = zot::make_k();
   if (k == nullptr) {
-    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "Out of memory");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "Out of memory");
   }
   if (const int status = zot_priv_read_corrupted_k_f(handle, k.get(), handle->conf_root, 0);
       status != ZOT_OK) {
     return status;
   }
   if (zot_priv_k_set_root(k.get(), handle->conf_root) == nullptr) {
-    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
   }
   zot_priv_set_k(handle, ZOT_SLOT_CORRUPTED, k.release());
   return ZOT_OK;

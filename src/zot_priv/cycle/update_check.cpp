@@ -59,7 +59,7 @@ void load_corrupted_k(zot_ctx *handle, const char *func) {
 int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
   if (gpbs == nullptr) {
-    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_TRANSFER | ZOT_TOPIC_GPB,
              "%sDo synchronize GPB.\n");
@@ -72,7 +72,7 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   zot_priv_set_gpb(handle, ZOT_SLOT_TMP, gpbs.release());
 
   if (!zot::remember_get(*handle)) {
-    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
   }
   const char *const root = read == read_from_dev_path ? handle->conf_root : handle->tmp_root;
   const int status = zot_priv_update_cached_ret_gpb_list(
@@ -85,7 +85,7 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
              "%sUpdate returned GPB list: Done\n");
   handle->own.marks_waiting = 1;
   set_cycle_state(handle, ZOT_CYCLE_NEW_CONF);
-  return zot::record(handle, ZOT_OK, func, __LINE__);
+  return ZOT_RECORD_AT(handle, ZOT_OK, func, __LINE__);
 }
 
 // Aligns the slots when the published K is the one in force.
@@ -110,7 +110,7 @@ int settle_same(zot_ctx *handle, const char *func) {
     return status;
   }
   set_cycle_state(handle, ZOT_CYCLE_SAME_K);
-  return zot::record(handle, ZOT_NO_UPDATE, func, __LINE__, "No update data.");
+  return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, func, __LINE__, "No update data.");
 }
 
 // What was in force for this handle is published, but another process has committed something else

@@ -105,15 +105,15 @@ constexpr const char *entry_check = "zot_priv_chk_vail_gpb";
 
 [[gnu::noinline]] int refuse_empty(zot_ctx *handle, const stated_file &file) {
   const told_name name(file);
-  return zot::record(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__, "[%s]:Empty content in %s",
-                     file_check, name.c_str());
+  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__, "[%s]:Empty content in %s",
+                       file_check, name.c_str());
 }
 
 [[gnu::noinline]] int refuse_size(zot_ctx *handle, const stated_file &file, uint32_t real_size) {
   const told_name name(file);
-  zot::record(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
-              "[%s]: wrong GPB size: expect/real size=%ld/%ld", file_check,
-              static_cast<long>(file.size), static_cast<long>(real_size));
+  ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
+                "[%s]: wrong GPB size: expect/real size=%ld/%ld", file_check,
+                static_cast<long>(file.size), static_cast<long>(real_size));
   ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n",
              name.c_str());
   return ZOT_ERR_CORRUPTED;
@@ -121,8 +121,8 @@ constexpr const char *entry_check = "zot_priv_chk_vail_gpb";
 
 [[gnu::noinline]] int refuse_content(zot_ctx *handle, const stated_file &file) {
   const told_name name(file);
-  zot::record(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
-              "[%s]: wrong GPB checksum: expect chksum = %s", file_check, file.checksum);
+  ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
+                "[%s]: wrong GPB checksum: expect chksum = %s", file_check, file.checksum);
   ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n",
              name.c_str());
   return ZOT_ERR_CORRUPTED;
@@ -133,8 +133,8 @@ constexpr const char *entry_check = "zot_priv_chk_vail_gpb";
 int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known, unverified room,
                   verified_bytes &out) {
   if (is_missing(file.name) || is_missing(file.checksum)) {
-    return zot::record(handle, ZOT_ERR_NULL_INPUT, file_check, __LINE__, "[%s]: null input",
-                       file_check);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NULL_INPUT, file_check, __LINE__, "[%s]: null input",
+                         file_check);
   }
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;
@@ -179,14 +179,14 @@ enum purpose { look, fill_buffer, keep };
 int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, zot_verified *known,
                  unverified room, purpose purpose) {
   if (is_missing(gpb->path) || gpb->size == 0) {
-    return zot::record(handle, ZOT_ERR_WRONG_INPUT, entry_check, __LINE__,
-                       "[%s]:Wrong Input: path=%s, size=%ld", entry_check,
-                       gpb->path != nullptr ? gpb->path : "",
-                       static_cast<long>(static_cast<int32_t>(gpb->size)));
+    return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, entry_check, __LINE__,
+                         "[%s]:Wrong Input: path=%s, size=%ld", entry_check,
+                         gpb->path != nullptr ? gpb->path : "",
+                         static_cast<long>(static_cast<int32_t>(gpb->size)));
   }
   if (!folder.has_room_for(gpb->path)) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, entry_check, __LINE__,
-                       "[%s]: path of GPB is too long: %s", entry_check, gpb->path);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, entry_check, __LINE__,
+                         "[%s]: path of GPB is too long: %s", entry_check, gpb->path);
   }
   const stated_file stated{gpb->path, static_cast<int32_t>(gpb->size), gpb->checksum, &folder};
   verified_bytes bytes;

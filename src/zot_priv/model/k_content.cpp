@@ -39,27 +39,27 @@ int zot::check_k_content(zot_ctx *handle, zot_k *k, const char *checksum, zot_pa
     return ZOT_ERR_NULL_INPUT;
   }
   if (k->data == nullptr || k->data[0] == '\0') {
-    return zot::record(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__, "[%s]: json is empty.",
-                       operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__, "[%s]: json is empty.",
+                         operation);
   }
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_K, "%sContent of K=\"%s\"\n",
              k->data);
   parsed_k parsed = parse(k->data, checksum, known);
   if (parsed == nullptr) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]: unable to parse json str", operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                         "[%s]: unable to parse json str", operation);
   }
   const cJSON *const json = parsed->tree;
   cJSON *const gpbs = cJSON_GetObjectItem(json, "gpbs");
   if (!cJSON_IsArray(gpbs)) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]: wrong %s format.",
-                       operation, "gpbs");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]: wrong %s format.",
+                         operation, "gpbs");
   }
   zot_k_meta &meta = k->meta;
   char cluster_id[sizeof meta.cluster_id];
   if (!read_text(json, "clusterId", cluster_id, sizeof cluster_id)) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]: No %s", operation,
-                       "clusterId");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]: No %s", operation,
+                         "clusterId");
   }
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
              "%sGet new K: cluster ID: \"%s\"\n", cluster_id);

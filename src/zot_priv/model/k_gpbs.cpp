@@ -70,16 +70,16 @@ void warn_of_unknown(zot_ctx *handle, const char *path) {
 }
 
 int refuse_element(zot_ctx *handle, const char *member) {
-  return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                     "[%s]: unable to get %s of GPB", operation, member);
+  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                       "[%s]: unable to get %s of GPB", operation, member);
 }
 
 // Appends what an element states. Elements of categories that nobody here knows are left out.
 int append(zot_ctx *handle, zot_list *gpbs, const element &stated) {
   const char *const path = text_of(stated.path, ZOT_PATH_SIZE - 1);
   if (path == nullptr) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]: unable to get %s",
-                       operation, "path");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]: unable to get %s",
+                         operation, "path");
   }
   const std::optional<zot::gpb_path> parts = zot::split_gpb_path(path);
   const std::optional<int32_t> category = parts ? zot::category_of(parts->category) : std::nullopt;
@@ -100,8 +100,8 @@ int append(zot_ctx *handle, zot_list *gpbs, const element &stated) {
   zot_gpb *const gpb = zot_priv_gpb_new(path, static_cast<uint32_t>(stated.size->valueint),
                                         *category, checksum, key, parts->version);
   if (gpb == nullptr) {
-    return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s] out of memory.",
-                       operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s] out of memory.",
+                         operation);
   }
   list_add_tail(gpbs, &gpb->node);
   return ZOT_OK;

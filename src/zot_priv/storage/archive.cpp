@@ -81,11 +81,11 @@ class unfinished_archive {
 int unpack(zot_ctx *handle, uint64_t largest, zot::scratch_watch &watch, const char *func) {
   const unpack_command command(handle->tmp_root, largest);
   if (command.text() == nullptr) {
-    return zot::record(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
   }
   if (!watch.begin(*handle)) {
-    return zot::record(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to clean %s: %s", func,
-                       handle->tmp_root, std::strerror(errno));
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to clean %s: %s",
+                         func, handle->tmp_root, std::strerror(errno));
   }
   int exit_code = 0;
   const int status =
@@ -95,13 +95,13 @@ int unpack(zot_ctx *handle, uint64_t largest, zot::scratch_watch &watch, const c
     return status;
   }
   if (exit_code != 0) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, func, __LINE__, "[%s]: fail to run \"%s\":%d",
-                       func, command.shown(), exit_code);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__, "[%s]: fail to run \"%s\":%d",
+                         func, command.shown(), exit_code);
   }
   if (!is_clean) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
-                       "[%s]: archive holds more than GPB files: %s/%s", func, handle->tmp_root,
-                       zot::archive_name);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                         "[%s]: archive holds more than GPB files: %s/%s", func, handle->tmp_root,
+                         zot::archive_name);
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, read_topics, "%suntar GPB files: Done\n");
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, file_topics, "%sRun CMD: \"%s\"\n",

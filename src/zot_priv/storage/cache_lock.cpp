@@ -56,8 +56,8 @@ int64_t deadline_of(const zot_ctx &handle) {
 }
 
 int record_failure(zot_ctx &handle, const char *path, const char *func) {
-  return zot::record(&handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to lock %s: %s", func,
-                     path, std::strerror(errno));
+  return ZOT_RECORD_AT(&handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to lock %s: %s", func,
+                       path, std::strerror(errno));
 }
 
 int lock_within(zot_ctx &handle, int fd, const char *path, int64_t deadline, const char *func) {
@@ -65,8 +65,8 @@ int lock_within(zot_ctx &handle, int fd, const char *path, int64_t deadline, con
   for (long pause = shortest_pause; tried == outcome::busy;
        pause = std::min(2 * pause, longest_pause), tried = try_lock(fd)) {
     if (deadline != 0 && now() >= deadline) {
-      return zot::record(&handle, ZOT_ERR_TIMEOUT, func, __LINE__,
-                         "[%s]: %s is locked by another process", func, path);
+      return ZOT_RECORD_AT(&handle, ZOT_ERR_TIMEOUT, func, __LINE__,
+                           "[%s]: %s is locked by another process", func, path);
     }
     const timespec interval{0, pause};
     ::nanosleep(&interval, nullptr);
@@ -119,8 +119,9 @@ int cache_lock::acquire(const char *func) {
       return record_failure(handle_, paths[folder], func);
     }
     if (folder != 0 && is_same_directory(descriptor_of(handle_, 0), fd.get())) {
-      return zot::record(&handle_, ZOT_ERR_WRONG_INPUT, func, __LINE__,
-                         "[%s]: conf root and tmp root are one directory: %s", func, paths[folder]);
+      return ZOT_RECORD_AT(&handle_, ZOT_ERR_WRONG_INPUT, func, __LINE__,
+                           "[%s]: conf root and tmp root are one directory: %s", func,
+                           paths[folder]);
     }
     if (const int status = lock_within(handle_, fd.get(), paths[folder], deadline, func);
         status != ZOT_OK) {

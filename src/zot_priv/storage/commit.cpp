@@ -72,16 +72,16 @@ int reload(zot_ctx *handle, zot_k *k) {
   constexpr const char *operation = "zot_priv_commit_k";
   const zot::k_owner stored = zot::make_k();
   if (stored == nullptr) {
-    return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
-                       operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
+                         operation);
   }
   if (const int status = zot::read_expected_k(handle, stored.get(), handle->conf_root, *k);
       status != ZOT_OK) {
     return status;
   }
   if (zot_priv_k_set_root(stored.get(), handle->conf_root) == nullptr) {
-    return zot::record(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
-                       operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
+                         operation);
   }
   zot::drop_k_contents(k);
   *k = *stored;
@@ -92,12 +92,12 @@ int reload(zot_ctx *handle, zot_k *k) {
 int refuse_rootless(zot_ctx *handle, const zot_k *tmp_k) {
   constexpr const char *operation = "zot_priv_commit_k";
   if (tmp_k->root == nullptr) {
-    return zot::record(handle, ZOT_ERR_NULL_INPUT, operation, __LINE__, "[%s]: null root",
-                       operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_NULL_INPUT, operation, __LINE__, "[%s]: null root",
+                         operation);
   }
   if (tmp_k->root[0] == '\0') {
-    return zot::record(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__, "[%s]: root path is empty",
-                       operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__,
+                         "[%s]: root path is empty", operation);
   }
   return ZOT_OK;
 }

@@ -56,22 +56,23 @@ int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, zot_parsed_k
     return ZOT_ERR_NULL_INPUT;
   }
   if (is_empty(at.k) || is_empty(at.checksum)) {
-    return zot::record(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__);
   }
   const checksum_line want = read_checksum(at.checksum);
   const size_t length = std::strlen(want.text);
   if (want.error != 0 || length != ZOT_CHECKSUM_LEN) {
     int status = ZOT_ERR_NO_FILE;
     if (want.error != ENOENT) {
-      status = zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                           "[%s]: unable to get correct checksum of K: %s len = %ld: %s", operation,
-                           want.text, static_cast<long>(length), std::strerror(want.error));
+      status =
+          ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                        "[%s]: unable to get correct checksum of K: %s len = %ld: %s", operation,
+                        want.text, static_cast<long>(length), std::strerror(want.error));
     } else if ((flags & ZOT_READ_K_OPTIONAL) != 0) {
       ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%s[%s] Ignore: %s\n",
                  operation, std::strerror(want.error));
     } else {
-      zot::record(handle, status, operation, __LINE__, "[%s]: %s", operation,
-                  std::strerror(want.error));
+      ZOT_RECORD_AT(handle, status, operation, __LINE__, "[%s]: %s", operation,
+                    std::strerror(want.error));
     }
     ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sfile = %s\n",
                at.checksum);
@@ -82,8 +83,8 @@ int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, zot_parsed_k
   uint32_t size = 0;
   char *const data = read_file(at.k, &size);
   if (data == nullptr) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]:unable to read %s",
-                       operation, at.k);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__, "[%s]:unable to read %s",
+                         operation, at.k);
   }
   std::free(k->data);
   k->data = data;
@@ -91,18 +92,18 @@ int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, zot_parsed_k
   handle->stat.bytes_read += size;
 
   if (calc_sha256(k->data, k->data_len, k->checksum, sizeof k->checksum) != 0) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]:unable to calculate checksum", operation);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                         "[%s]:unable to calculate checksum", operation);
   }
   if (std::strcmp(k->checksum, want.text) != 0) {
-    return zot::record(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]: checksum mismatch expect/real: %s/%s", operation, want.text,
-                       k->checksum);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                         "[%s]: checksum mismatch expect/real: %s/%s", operation, want.text,
+                         k->checksum);
   }
   if (const int status = zot::check_k_content(handle, k, k->checksum, known); status != ZOT_OK) {
     return status;
   }
-  return zot::record(handle, ZOT_OK, operation, __LINE__);
+  return ZOT_RECORD_AT(handle, ZOT_OK, operation, __LINE__);
 }
 
 }  // namespace

@@ -27,8 +27,8 @@ int zot_priv_fcopy(zot_ctx *handle, const char *src, const char *dst, const char
   uint64_t read_bytes = 0;
   uint64_t written_bytes = 0;
   if (fcopy_stat(src, dst, &read_bytes, &written_bytes) != 0) {
-    return zot::record(handle, ZOT_ERR_GENERIC, func, line, "fail to cp %s to %s:%s", src, dst,
-                       std::strerror(errno));
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, line, "fail to cp %s to %s:%s", src, dst,
+                         std::strerror(errno));
   }
   handle->stat.bytes_read += read_bytes;
   handle->stat.bytes_written += written_bytes;
@@ -46,7 +46,7 @@ int zot::run_shown_as(zot_ctx *handle, const char *command, const char *shown, i
     return ZOT_ERR_NULL_INPUT;
   }
   if (command == nullptr || command[0] == '\0') {
-    return zot::record(handle, ZOT_ERR_WRONG_INPUT, func, line, "Null or empty command");
+    return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, func, line, "Null or empty command");
   }
   int raw_status = 0;
   {
@@ -55,8 +55,9 @@ int zot::run_shown_as(zot_ctx *handle, const char *command, const char *shown, i
   }
   const int error = errno;
   if (raw_status == -1) {
-    return zot::record(handle, ZOT_ERR_GENERIC, func, line,
-                       "No child process or no status, cmd = %s: %s", shown, std::strerror(error));
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, line,
+                         "No child process or no status, cmd = %s: %s", shown,
+                         std::strerror(error));
   }
   const int exit_code = exit_code_of(raw_status);
   errno = error;
