@@ -93,6 +93,46 @@ includes_run_down() {
     END { exit refused }' "$@"
 }
 
+# operations_run_down LAYERS FILE...: the public header declares the operations of all layers, so an
+# include doesn't tell who uses whom. Where an operation is defined tells its layer; a file names none
+# of a higher one.
+operations_run_down() {
+  local layers=$1
+  shift
+  awk -v layers="$layers" '
+    function layer(path,   at) {
+      for (at = count; at > 0 && path !~ pattern[at];) --at
+      return at
+    }
+    BEGIN {
+      count = split(layers, pattern, " ")
+      for (at = 1; at < ARGC; ++at) {
+        if (ARGV[at] !~ /[.]cpp$/) continue
+        while ((getline line < ARGV[at]) > 0) {
+          if (line !~ /^[A-Za-z_].*[ *]_*(zot|ap)_[a-z0-9_]+[(]/ || line ~ /;$/) continue
+          match(line, /_*(zot|ap)_[a-z0-9_]+[(]/)
+          name = substr(line, RSTART, RLENGTH - 1)
+          home[name] = layer(ARGV[at])
+        }
+        close(ARGV[at])
+      }
+    }
+    {
+      code = $0
+      gsub(/"([^"\\]|\\.)*"/, "", code)
+      sub(/\/\/.*/, "", code)
+      while (match(code, /[A-Za-z0-9_]+/)) {
+        name = substr(code, RSTART, RLENGTH)
+        code = substr(code, RSTART + RLENGTH)
+        if (name in home && home[name] > layer(FILENAME)) {
+          printf "%s:%d: %s lives on a higher layer\n", FILENAME, FNR, name
+          refused = 1
+        }
+      }
+    }
+    END { exit refused }' "$@"
+}
+
 lint_layers() {
   say "lint: includes run one way"
   local library tools status=0
@@ -100,6 +140,8 @@ lint_layers() {
   mapfile -t tools < <(files_of '.*\.(h|hpp|cpp)' tools)
   includes_run_down "${layers_of_library[*]}" "${library[@]}" || status=1
   includes_run_down "${layers_of_tools[*]}" "${tools[@]}" || status=1
+  mapfile -t library < <(files_of '.*\.(hpp|cpp)' utilities src)
+  operations_run_down "${layers_of_library[*]}" "${library[@]}" || status=1
   return "$status"
 }
 

@@ -28,24 +28,6 @@ struct ret_list_deleter {
 };
 using ret_list_owner = std::unique_ptr<zot_list, ret_list_deleter>;
 
-bool has_loaded_conf(const zot_ctx &handle) {
-  constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
-  return (handle.load_flags & conf_loaded) == conf_loaded;
-}
-
-void load_conf_once(zot_ctx *handle) {
-  const zot_slot &current = handle->slot[ZOT_SLOT_CURRENT];
-  if ((current.k == nullptr || current.gpbs == nullptr) && !has_loaded_conf(*handle)) {
-    zot_priv_init_load_conf(handle);
-  }
-}
-
-void load_ret_list_once(zot_ctx *handle) {
-  if (handle->ret.list == nullptr && (handle->load_flags & ZOT_LOADED_RET_LIST) == 0) {
-    zot_priv_init_load_ret_gpb_list(handle);
-  }
-}
-
 // When files of the configuration in force are not where memory has them, the cache is loaded
 // again.
 int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) {
@@ -66,7 +48,7 @@ int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
   if (!zot::waits_for_verdict(*handle)) {
     zot::reload_changed_cache(*handle);
   }
-  load_ret_list_once(handle);
+  zot_priv_init_load_ret_gpb_list(handle);
   if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
     return status;
   }
@@ -87,7 +69,7 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
   zot::renew_outdated(*handle);
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
-    load_ret_list_once(handle);
+    zot_priv_init_load_ret_gpb_list(handle);
     if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
       return status;
     }
@@ -179,7 +161,7 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
   }
   // Another process may have ended in the middle of a commit while this one waited.
   zot::undo_interrupted_commit(*handle);
-  load_conf_once(handle);
+  zot_priv_init_load_conf(handle);
   ret_list_owner list(zot::make_zeroed<zot_list>().release());
   if (list == nullptr) {
     return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);

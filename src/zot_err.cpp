@@ -120,3 +120,15 @@ const char *zot_priv_err_get_map_str(int code) {
 const char *zot_priv_err_get_err_str(const zot_ctx *handle) {
   return handle->err_str;
 }
+
+int zot_util_get_err(const zot_ctx *handle) {
+  return zot_priv_err_get_errno(handle);
+}
+
+const char *zot_util_get_err_str(const zot_ctx *handle) {
+  return zot_priv_err_get_err_str(handle);
+}
+
+bool zot_util_is_err(int code) {
+  return code < 0;
+}

@@ -4,10 +4,13 @@
 #include <cjson/cJSON.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "zot_list.hpp"
+#include "zot_priv/model/verified_bytes.hpp"
 
 namespace zot::bench {
 
@@ -45,9 +48,20 @@ bool knowledge::is_valid(std::size_t entries) const {
 }
 
 void knowledge::forget() {
-  cJSON_Delete(k_.json);
-  k_.json = nullptr;
-  k_.gpbs = nullptr;
+  char *const data = std::exchange(k_.data, nullptr);
+  const std::uint32_t length = k_.data_len;
+  zot_priv_free_k(handle_.get(), &k_);
+  k_.data = data;
+  k_.data_len = length;
+}
+
+void stand_for_verified(zot_gpb &gpb) {
+  auto *const made = static_cast<zot_verified *>(std::malloc(sizeof(zot_verified)));
+  made->owners = 1;
+  made->size = gpb.size;
+  std::memcpy(made->checksum, gpb.checksum, sizeof made->checksum);
+  gpb.verified = made;
+  gpb.content = reinterpret_cast<char *>(made + 1);
 }
 
 gpb_list::gpb_list() {

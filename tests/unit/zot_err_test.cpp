@@ -200,4 +200,27 @@ TEST(Record, WithoutATextAnswersTheCodeWithoutAHandle) {
   EXPECT_EQ(ZOT_RECORD(none, ZOT_ERR_NOMEM), -3);
 }
 
+TEST(UtilGetErr, IsTheStatusOfTheHandle) {
+  bare_handle handle;
+  handle->err = -14;
+  EXPECT_EQ(zot_util_get_err(handle.get()), -14);
+}
+
+TEST(UtilGetErr, IsWrongInputWithoutAHandle) {
+  EXPECT_EQ(zot_util_get_err(nullptr), -5);
+}
+
+TEST(UtilGetErrStr, IsTheTextOfTheHandle) {
+  bare_handle handle;
+  zot_priv_err_set_err_str2(handle.get(), -1, "f", 1, "what happened");
+  EXPECT_STREQ(zot_util_get_err_str(handle.get()), "what happened");
+}
+
+TEST(UtilIsErr, IsTrueBelowZeroOnly) {
+  EXPECT_TRUE(zot_util_is_err(-1));
+  EXPECT_TRUE(zot_util_is_err(-16));
+  EXPECT_FALSE(zot_util_is_err(0));
+  EXPECT_FALSE(zot_util_is_err(2));
+}
+
 }  // namespace

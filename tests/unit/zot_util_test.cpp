@@ -15,33 +15,10 @@ namespace {
 
 using zot::test::bare_handle;
 
-TEST(UtilGetErr, IsTheStatusOfTheHandle) {
-  bare_handle handle;
-  handle->err = -14;
-  EXPECT_EQ(zot_util_get_err(handle.get()), -14);
-}
-
-TEST(UtilGetErr, IsWrongInputWithoutAHandle) {
-  EXPECT_EQ(zot_util_get_err(nullptr), -5);
-}
-
-TEST(UtilGetErrStr, IsTheTextOfTheHandle) {
-  bare_handle handle;
-  zot_priv_err_set_err_str2(handle.get(), -1, "f", 1, "what happened");
-  EXPECT_STREQ(zot_util_get_err_str(handle.get()), "what happened");
-}
-
 TEST(UtilGetSubIdx, IsTheIndexOfTheHandle) {
   bare_handle handle;
   std::strcpy(handle->sub_idx, "aa:bb");
   EXPECT_STREQ(zot_util_get_sub_idx(handle.get()), "aa:bb");
-}
-
-TEST(UtilIsErr, IsTrueBelowZeroOnly) {
-  EXPECT_TRUE(zot_util_is_err(-1));
-  EXPECT_TRUE(zot_util_is_err(-16));
-  EXPECT_FALSE(zot_util_is_err(0));
-  EXPECT_FALSE(zot_util_is_err(2));
 }
 
 TEST(UtilCat2Str, NamesACategory) {
@@ -190,20 +167,6 @@ TEST(UtilInitConfParm, FillsTheDefaults) {
   EXPECT_EQ(parm.log_ctl.dst, 2U);
 }
 
-TEST(UtilInitLogCtl, FillsTheDefaults) {
-  zot_log_ctl ctl;
-  std::memset(&ctl, 0x5a, sizeof ctl);
-  zot_util_init_log_ctl(&ctl);
-  EXPECT_EQ(ctl.facility, 0x7fU);
-  EXPECT_EQ(ctl.option, 1U);
-  EXPECT_EQ(ctl.level, 1U);
-  EXPECT_EQ(ctl.dst, 2U);
-  EXPECT_EQ(ctl.fp, nullptr);
-  EXPECT_EQ(ctl.path, nullptr);
-  EXPECT_EQ(ctl.cb, nullptr);
-  EXPECT_EQ(ctl.cb_arg, nullptr);
-}
-
 TEST(UtilInitDeathTest, TakesNoRecord) {
   const auto fill_nothing = [] {
     zot_util_init_conf_parm(nullptr);
@@ -212,153 +175,6 @@ TEST(UtilInitDeathTest, TakesNoRecord) {
     std::exit(0);
   };
   EXPECT_EXIT(fill_nothing(), testing::ExitedWithCode(0), "");
-}
-
-class LogCtlFiller : public testing::Test {
- protected:
-  LogCtlFiller() { zot_util_init_log_ctl(&ctl_); }
-  void expect_unchanged() {
-    zot_log_ctl defaults{};
-    zot_util_init_log_ctl(&defaults);
-    EXPECT_EQ(std::memcmp(&ctl_, &defaults, sizeof defaults), 0);
-  }
-
-  zot_log_ctl ctl_{};
-};
-
-TEST_F(LogCtlFiller, StoresAStream) {
-  EXPECT_EQ(zot_util_set_log_ctl_dst_fp(&ctl_, stdout), 0);
-  EXPECT_EQ(ctl_.dst, 3U);
-  EXPECT_EQ(ctl_.fp, stdout);
-}
-
-TEST_F(LogCtlFiller, RefusesAMissingStream) {
-  EXPECT_EQ(zot_util_set_log_ctl_dst_fp(&ctl_, nullptr), -1);
-  expect_unchanged();
-  EXPECT_EQ(zot_util_set_log_ctl_dst_fp(nullptr, stdout), -1);
-}
-
-TEST_F(LogCtlFiller, StoresThePathPointer) {
-  const std::string path = "/var/log/zot";
-  EXPECT_EQ(zot_util_set_log_ctl_dst_path(&ctl_, path.c_str()), 0);
-  EXPECT_EQ(ctl_.dst, 4U);
-  EXPECT_EQ(ctl_.path, path.c_str());
-}
-
-TEST_F(LogCtlFiller, RefusesAnEmptyPath) {
-  EXPECT_EQ(zot_util_set_log_ctl_dst_path(&ctl_, ""), -1);
-  expect_unchanged();
-}
-
-TEST_F(LogCtlFiller, RefusesAMissingPath) {
-  EXPECT_EQ(zot_util_set_log_ctl_dst_path(&ctl_, nullptr), -1);
-  expect_unchanged();
-  EXPECT_EQ(zot_util_set_log_ctl_dst_path(nullptr, "/var/log/zot"), -1);
-}
-
-int ignore_line(zot_log_ctx *, void *, const char *) {
-  return 0;
-}
-
-TEST_F(LogCtlFiller, StoresACallback) {
-  EXPECT_EQ(zot_util_set_log_ctl_dst_cb_func(&ctl_, ignore_line, this), 0);
-  EXPECT_EQ(ctl_.dst, 5U);
-  EXPECT_EQ(ctl_.cb, ignore_line);
-  EXPECT_EQ(ctl_.cb_arg, this);
-}
-
-TEST_F(LogCtlFiller, TakesACallbackWithoutAnArgument) {
-  EXPECT_EQ(zot_util_set_log_ctl_dst_cb_func(&ctl_, ignore_line, nullptr), 0);
-}
-
-TEST_F(LogCtlFiller, RefusesAMissingCallback) {
-  EXPECT_EQ(zot_util_set_log_ctl_dst_cb_func(&ctl_, nullptr, this), -1);
-  expect_unchanged();
-  EXPECT_EQ(zot_util_set_log_ctl_dst_cb_func(nullptr, ignore_line, this), -1);
-}
-
-TEST(UtilCallSite, IsTheMessageBeingDelivered) {
-  bare_handle handle;
-  handle->log_ctx.site = {ZOT_LOG_INFO, 0x12, 99, "func"};
-  const zot_log_site site = zot_util_log_cb_func_get_conf_stat(&handle->log_ctx);
-  EXPECT_EQ(site.level, 2U);
-  EXPECT_EQ(site.mask, 0x12U);
-  EXPECT_EQ(site.line, 99);
-  EXPECT_STREQ(site.func, "func");
-}
-
-TEST(UtilCallSite, IsEmptyWithoutAContext) {
-  const zot_log_site site = zot_util_log_cb_func_get_conf_stat(nullptr);
-  EXPECT_EQ(site.level, 0U);
-  EXPECT_EQ(site.mask, 0U);
-  EXPECT_EQ(site.line, 0);
-  EXPECT_EQ(site.func, nullptr);
-}
-
-TEST(Catset, SetAllSetsTheEightyCategories) {
-  zot_catset catset{};
-  EXPECT_EQ(zot_catset_set_all(&catset), 0);
-  zot_catset wanted{};
-  wanted.word[0] = 0xffffffffU;
-  wanted.word[1] = 0xffffffffU;
-  wanted.word[2] = 0x0000ffffU;
-  EXPECT_EQ(std::memcmp(&catset, &wanted, sizeof wanted), 0);
-}
-
-TEST(Catset, SetAllKeepsWhatIsSet) {
-  zot_catset catset{};
-  catset.word[2] = 0x80000000U;
-  catset.word[31] = 1;
-  zot_catset_set_all(&catset);
-  EXPECT_EQ(catset.word[2], 0x8000ffffU);
-  EXPECT_EQ(catset.word[31], 1U);
-}
-
-TEST(Catset, SetAllNeedsASet) {
-  EXPECT_EQ(zot_catset_set_all(nullptr), -9);
-}
-
-class CatsetMember : public testing::TestWithParam<std::pair<int, std::pair<int, uint32_t>>> {};
-
-TEST_P(CatsetMember, IsOneBit) {
-  const auto &[category, place] = GetParam();
-  zot_catset catset{};
-  EXPECT_FALSE(zot_catset_has(&catset, category));
-  EXPECT_EQ(zot_catset_add(&catset, category), 0);
-  EXPECT_EQ(catset.word[place.first], place.second);
-  EXPECT_TRUE(zot_catset_has(&catset, category));
-}
-
-INSTANTIATE_TEST_SUITE_P(Places, CatsetMember,
-                         testing::Values(std::pair{0, std::pair{0, 1U}},
-                                         std::pair{18, std::pair{0, 1U << 18}},
-                                         std::pair{31, std::pair{0, 1U << 31}},
-                                         std::pair{32, std::pair{1, 1U}},
-                                         std::pair{79, std::pair{2, 1U << 15}}));
-
-class CatsetStranger : public testing::TestWithParam<int> {};
-
-TEST_P(CatsetStranger, IsRefused) {
-  zot_catset catset{};
-  EXPECT_EQ(zot_catset_add(&catset, GetParam()), -5);
-  const zot_catset empty{};
-  EXPECT_EQ(std::memcmp(&catset, &empty, sizeof empty), 0);
-  std::memset(&catset, 0xff, sizeof catset);
-  EXPECT_FALSE(zot_catset_has(&catset, GetParam()));
-}
-
-INSTANTIATE_TEST_SUITE_P(NoCategory, CatsetStranger, testing::Values(-1, 80, 1023, 1024));
-
-TEST(Catset, AddAndHasNeedASet) {
-  EXPECT_EQ(zot_catset_add(nullptr, 1), -9);
-  EXPECT_FALSE(zot_catset_has(nullptr, 1));
-}
-
-TEST(CoreStat, IsZeroedAsAWhole) {
-  zot_core_stat stat{1, 2, 3, 4};
-  zot_core_reset_stat(&stat);
-  const zot_core_stat zero{};
-  EXPECT_EQ(std::memcmp(&stat, &zero, sizeof zero), 0);
 }
 
 }  // namespace

@@ -35,10 +35,7 @@ void remove_last_file(zot_ctx *handle, const char *name, const char *label, cons
 // Forgets the last K, in memory and in the cache: after a roll-back the configuration in force has
 // none before it. The marks are those of the configuration in force again, whatever was last.
 int forget_last_k(zot_ctx *handle, const char *func) {
-  if (zot_priv_get_k(handle, ZOT_SLOT_LAST) == nullptr &&
-      (handle->load_flags & ZOT_LOADED_PREV_K) == 0) {
-    zot_priv_init_load_prev_k(handle);
-  }
+  zot_priv_init_load_prev_k(handle);
   const bool has_last = zot_priv_get_k(handle, ZOT_SLOT_LAST) != nullptr;
   if (has_last) {
     zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);

@@ -246,9 +246,7 @@ int zot_priv_init_load_ret_gpb_list(zot_ctx *handle) {
   if (current.k == nullptr && !has_loaded(*handle, ZOT_LOADED_CONF)) {
     zot_priv_init_load_conf(handle);
   }
-  if (last.k == nullptr && !has_loaded(*handle, ZOT_LOADED_PREV_K)) {
-    zot_priv_init_load_prev_k(handle);
-  }
+  zot_priv_init_load_prev_k(handle);
   zot_list nothing;
   zot_list_init(&nothing);
   if (const int status = zot_priv_build_full_diff_gpb_list(

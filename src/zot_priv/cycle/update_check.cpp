@@ -149,9 +149,7 @@ int zot_priv_chk_update(zot_ctx *handle) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_TMP, nullptr);
   zot_k *const tmp_k = new_k.release();
   zot_priv_set_k(handle, ZOT_SLOT_TMP, tmp_k);
-  if (handle->ret.list == nullptr && (handle->load_flags & ZOT_LOADED_RET_LIST) == 0) {
-    zot_priv_init_load_ret_gpb_list(handle);
-  }
+  zot_priv_init_load_ret_gpb_list(handle);
   if (is_rolled_back) {
     set_cycle_state(handle, ZOT_CYCLE_SAME_K);
     return ZOT_ERR_SAME_AS_CORRUPTED;
@@ -177,4 +175,10 @@ int zot_priv_handle_no_update(zot_ctx *handle) {
   zot_priv_prune_deleted_gpb(handle, handle->ret.list);
   ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sRemove deleted GPB from returned list\n");
   return ZOT_OK;
+}
+
+void zot_core_reset_stat(zot_core_stat *stat) {
+  if (stat != nullptr) {
+    *stat = zot_core_stat{};
+  }
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -346,6 +347,13 @@ TEST_F(HandleNoUpdate, PassesOnAFailedRotationWithNothingChanged) {
   EXPECT_EQ(k(ZOT_SLOT_LAST), nullptr);
   EXPECT_EQ(k(ZOT_SLOT_TMP), temporary.k);
   EXPECT_EQ(gpbs(ZOT_SLOT_TMP), temporary.gpbs);
+}
+
+TEST(CoreStat, IsZeroedAsAWhole) {
+  zot_core_stat stat{1, 2, 3, 4};
+  zot_core_reset_stat(&stat);
+  const zot_core_stat zero{};
+  EXPECT_EQ(std::memcmp(&stat, &zero, sizeof zero), 0);
 }
 
 }  // namespace
