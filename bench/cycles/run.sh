@@ -119,7 +119,8 @@ run_zotconf() {
 # once when it is handed out; of an update, the second time is for what changed. On tmpfs there is
 # nothing to synchronise.
 # Its commands name whole paths, as those of the library do: cp looks each file up by its own.
-readonly floor_get='tar xzf "$1" -C "$6" && "$2" "$3" 1 && "$2" "$4" 1'
+readonly floor_get='curl -fsS -o gpb.tgz "$1" && tar xzf gpb.tgz -C "$6" &&
+  "$2" "$3" 1 && "$2" "$4" 1'
 readonly floor_commit='rm -rf "$5" && cp -r "$6/config" "$5"'
 
 run_floor() {
@@ -128,9 +129,9 @@ run_floor() {
   cache=$element/cache/config
   [[ $BENCH_MEDIUM != disk ]] || command+=' && sync -f "$5"'
   cd "$element/scratch"
-  keep "$tools/bench_measure" floor first -- sh -c "$command" floor "$site/a/tgz" \
+  keep "$tools/bench_measure" floor first -- sh -c "$command" floor "http://127.0.0.1:${port[a]}/tgz" \
     "$tools/bench_digest" "$site/a.sums" "$site/a.sums" "$cache" "$element/scratch"
-  keep "$tools/bench_measure" floor update -- sh -c "$command" floor "$site/b/tgz" \
+  keep "$tools/bench_measure" floor update -- sh -c "$command" floor "http://127.0.0.1:${port[b]}/tgz" \
     "$tools/bench_digest" "$site/b.sums" "$site/changed.sums" "$cache" "$element/scratch"
   cd "$element/cache"
   keep "$tools/bench_measure" floor restart -- "$tools/bench_digest" "$site/b.sums" 2

@@ -22,11 +22,12 @@ def aim($what; $limit; $is_below):
     ];
 def aim($what; $limit): aim($what; $limit; false);
 
-def first_cycle_over($other; $figure):
+def step_over($step; $other; $figure):
   {files: 10000, size: 4096, medium: "tmpfs"} as $case
-  | contender("zotconf"; "first"; $case) as $own
-  | contender($other; "first"; $case) as $others
+  | contender("zotconf"; $step; $case) as $own
+  | contender($other; $step; $case) as $others
   | $own | ratios($figure; $others);
+def first_cycle_over($other; $figure): step_over("first"; $other; $figure);
 
 # At each number of files, of the smallest files that were measured.
 def poll_cases:
@@ -76,7 +77,11 @@ def aims_of_pieces:
 def aims:
   [
     (first_cycle_over("floor"; "wall")
-     | aim("first get and commit of 10,000 × 4 KiB over the floor, wall"; 1.15)),
+     | aim("first get and commit of 10,000 × 4 KiB over the floor, wall"; 1.07)),
+    (step_over("update"; "floor"; "wall")
+     | aim("an update of 1 % of them over the floor, wall"; 1.2)),
+    (step_over("restart"; "floor"; "wall")
+     | aim("a restart with them over the floor, wall"; 1.1)),
     (first_cycle_over("script"; "wall") | aim("the same over the script, wall"; 1)),
     (first_cycle_over("script"; "cpu") | aim("the same over the script, CPU"; 1; true)),
     (poll_cases[] as $case
