@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "utilities/text.hpp"
 #include "zot_assert.hpp"
 #include "zot_log.hpp"
 
@@ -22,10 +23,6 @@ constexpr std::array status_texts{ZOT_STATUS_MAP(ZOT_STATUS_ROW)};
 
 constexpr char unnamed_status[] = "Generic Error";
 
-constexpr bool is_empty(const char *text) {
-  return text == nullptr || *text == '\0';
-}
-
 constexpr uint32_t level_of(int code) {
   if (code == ZOT_OK) {
     return ZOT_LOG_DEBUG;
@@ -37,11 +34,11 @@ constexpr uint32_t level_of(int code) {
 [[gnu::format(printf, 3, 0)]] void store_text(zot_ctx *handle, int code, const char *fmt,
                                               va_list args) {
   char text[ZOT_ERR_STR_SIZE] = "";
-  if (!is_empty(fmt)) {
+  if (!zot::is_blank(fmt)) {
     std::vsnprintf(text, sizeof text, fmt, args);
   } else {
     const char *const known = zot_priv_err_get_map_str(code);
-    std::snprintf(text, sizeof text, "%s", is_empty(known) ? unnamed_status : known);
+    std::snprintf(text, sizeof text, "%s", zot::is_blank(known) ? unnamed_status : known);
   }
   std::memcpy(handle->err_str, text, sizeof text);
 }
@@ -52,7 +49,7 @@ constexpr uint32_t level_of(int code) {
   store_text(handle, code, fmt, args);
   zot_log_ctx *const log_ctx = &handle->log_ctx;
   const uint32_t level = level_of(code);
-  if (!is_empty(func) && line != 0 && zot::log_enabled(log_ctx, level, ZOT_TOPIC_GENERAL)) {
+  if (!zot::is_blank(func) && line != 0 && zot::log_enabled(log_ctx, level, ZOT_TOPIC_GENERAL)) {
     char prefix[ZOT_LOG_PREFIX_SIZE];
     zot_log_get_prefix(log_ctx, func, line, prefix, sizeof prefix);
     zot_log(log_ctx, level, ZOT_TOPIC_GENERAL, line, func, "%s%s\n", prefix, handle->err_str);

@@ -13,6 +13,7 @@
 #include "utilities/file_io.hpp"
 #include "utilities/owner.hpp"
 #include "utilities/shell_word.hpp"
+#include "utilities/text.hpp"
 #include "zot_conf.h"
 
 namespace {
@@ -35,10 +36,6 @@ struct identity {
   dev_t device;
   ino_t inode;
 };
-
-bool is_missing(const char *text) {
-  return text == nullptr || text[0] == '\0';
-}
 
 bool is_same_file(const struct stat &st, const identity &other) {
   return st.st_dev == other.device && st.st_ino == other.inode;
@@ -139,7 +136,7 @@ bool zot::read_exactly(int fd, char *into, size_t size) {
 }
 
 int rm_rf(const char *path) {
-  if (is_missing(path) || std::strcmp(path, "/") == 0) {
+  if (zot::is_blank(path) || std::strcmp(path, "/") == 0) {
     return -1;
   }
   if (!zot::is_plain_shell_word(path)) {
@@ -189,7 +186,7 @@ int fcopy(const char *src, const char *dst) {
 }
 
 int fcopy_stat(const char *src, const char *dst, uint64_t *rd, uint64_t *wr) {
-  if (is_missing(src) || is_missing(dst)) {
+  if (zot::is_blank(src) || zot::is_blank(dst)) {
     errno = EINVAL;
     return -1;
   }
@@ -225,7 +222,7 @@ int fcopy_stat(const char *src, const char *dst, uint64_t *rd, uint64_t *wr) {
 }
 
 int mkdir_r(const char *path) {
-  if (is_missing(path)) {
+  if (zot::is_blank(path)) {
     errno = EINVAL;
     return -1;
   }
@@ -250,7 +247,7 @@ int mkdir_r(const char *path) {
 }
 
 int chk_and_mkdir(const char *path) {
-  if (is_missing(path) || std::strcmp(path, "/") == 0) {
+  if (zot::is_blank(path) || std::strcmp(path, "/") == 0) {
     return -1;
   }
   struct stat st {};
@@ -273,7 +270,7 @@ int chk_and_mkdir(const char *path) {
 }
 
 char *read_line(const char *path, char *buf, size_t len) {
-  if (is_missing(path) || buf == nullptr) {
+  if (zot::is_blank(path) || buf == nullptr) {
     errno = EINVAL;
     return nullptr;
   }
@@ -300,7 +297,7 @@ char *read_line(const char *path, char *buf, size_t len) {
 }
 
 char *read_file(const char *path, uint32_t *size) {
-  if (is_missing(path) || size == nullptr) {
+  if (zot::is_blank(path) || size == nullptr) {
     return nullptr;
   }
   const zot::descriptor fd = open_at_once(path, O_RDONLY);
@@ -337,7 +334,7 @@ char *read_file_mmap(const char *path, uint32_t *len) {
     return nullptr;
   }
   *len = 0;
-  if (is_missing(path)) {
+  if (zot::is_blank(path)) {
     return nullptr;
   }
   const zot::descriptor fd = open_at_once(path, O_RDONLY);
@@ -364,7 +361,7 @@ int free_file_mmap(void *addr, uint32_t len) {
 }
 
 int write_file(const char *path, const void *buf, size_t size) {
-  if (is_missing(path) || buf == nullptr) {
+  if (zot::is_blank(path) || buf == nullptr) {
     return -1;
   }
   // A file that is written over keeps its blocks until it is known how many it needs: to give them

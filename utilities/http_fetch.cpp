@@ -2,7 +2,6 @@
 // Two blocking HTTP transfers: one file by GET, an archive of named files by POST.
 #include <cjson/cJSON.h>
 #include <curl/curl.h>
-#include <strings.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -11,7 +10,9 @@
 #include <cstring>
 
 #include "utilities/http_limits.hpp"
+#include "utilities/loopback.hpp"
 #include "utilities/owner.hpp"
+#include "utilities/text.hpp"
 #include "zot_conf.h"
 
 namespace {
@@ -33,13 +34,7 @@ class curl_session {
 };
 
 using curl_handle = std::unique_ptr<CURL, zot::releaser<curl_easy_cleanup>>;
-using curl_url_handle = std::unique_ptr<CURLU, zot::releaser<curl_url_cleanup>>;
-using curl_text = std::unique_ptr<char, zot::releaser<curl_free>>;
 using json_text = std::unique_ptr<char, zot::releaser<cJSON_free>>;
-
-bool is_missing(const char *text) {
-  return text == nullptr || text[0] == '\0';
-}
 
 // Far more than any service says beside its answer. libcurl remembers each header, those of
 // provisional answers and those that follow a body too, and not every version of it sets an end.
@@ -91,43 +86,6 @@ int tell_watcher(void * /*unused*/, curl_off_t /*expected*/, curl_off_t received
   // Asked for anew each time: a watcher may take itself off.
   const transfer_watcher told = watcher;
   return told.cb != nullptr && told.cb(told.arg, static_cast<uint64_t>(received)) != 0 ? 1 : 0;
-}
-
-bool is_loopback(const char *host) {
-  constexpr size_t net_length = 4;
-  const bool is_in_loopback_net =
-      std::strncmp(host, "127.", net_length) == 0 &&
-      host[net_length + std::strspn(host + net_length, "0123456789.")] == '\0';
-  return is_in_loopback_net || ::strcasecmp(host, "localhost") == 0 ||
-         std::strcmp(host, "[::1]") == 0;
-}
-
-// The form in which an element's own service is asked, told without taking the URL apart.
-bool names_own_service(const char *url) {
-  constexpr char start[] = "http://127.0.0.1:";
-  constexpr size_t start_length = sizeof start - 1;
-  if (std::strncmp(url, start, start_length) != 0) {
-    return false;
-  }
-  const size_t digits = std::strspn(url + start_length, "0123456789");
-  return digits > 0 && url[start_length + digits] == '/';
-}
-
-// True, too, for a URL that cannot be taken apart, for want of memory perhaps: no request to an
-// element's own service may go to a proxy by mistake.
-bool may_name_loopback(const char *url) {
-  if (names_own_service(url)) {
-    return true;
-  }
-  const curl_url_handle parsed(curl_url());
-  char *part = nullptr;
-  if (parsed == nullptr ||
-      curl_url_set(parsed.get(), CURLUPART_URL, url, CURLU_GUESS_SCHEME) != CURLUE_OK ||
-      curl_url_get(parsed.get(), CURLUPART_HOST, &part, 0) != CURLUE_OK) {
-    return true;
-  }
-  const curl_text host(part);
-  return is_loopback(part);
 }
 
 // libcurl's own sockets would go on in a program that another thread starts meanwhile.
@@ -200,7 +158,7 @@ setup set_transfer_rules(CURL *curl, const char *url, body_sink *sink) {
       rules.wish(curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, tell_watcher))) {
     rules.wish(curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L));
   }
-  if (may_name_loopback(url)) {
+  if (zot::may_name_loopback(url)) {
     rules.need(leave_proxies_out(curl));
   }
   return rules;
@@ -282,7 +240,7 @@ int take_over(zot::file_stream &file, const char *tmp_path, const char *path, zo
 
 int zot::get_remote_file_within(const char *url, const char *path, zot_file_mem *mem,
                                 uint32_t timeout, uint64_t limit, remote_file_stat *stat) {
-  if (is_missing(url) || is_missing(path)) {
+  if (zot::is_blank(url) || zot::is_blank(path)) {
     return -1;
   }
   char tmp_path[ZOT_PATH_SIZE];
@@ -317,7 +275,7 @@ int zot::get_remote_file_within(const char *url, const char *path, zot_file_mem 
 
 int zot::get_remote_file_set_within(const char *url, const char *path, const zot_list *names,
                                     uint64_t limit, remote_file_stat *stat) {
-  if (is_missing(url) || is_missing(path) || names == nullptr) {
+  if (zot::is_blank(url) || zot::is_blank(path) || names == nullptr) {
     return -1;
   }
   const json_text body = request_body(names);

@@ -41,7 +41,9 @@ measure() {
 }
 
 # Of the parsed K: its nodes, of 64 bytes each where pointers have eight, and their texts.
+# Owners, size and checksum stand before the bytes of a verified file.
 readonly sum='
+  80 as $verified_head |
   def text: utf8bytelength + 1;
   ($figures | split("\n") | map(split(" ") | select(length == 2) | {(.[0]): (.[1] | tonumber)})
    | add) as $figure
@@ -54,8 +56,8 @@ readonly sum='
         + ([.. | objects | keys_unsorted[] | text] | add)),
       records: (2 * $entries * $figure["sizeof.zot_gpb"]),
       paths: (2 * ([.gpbs[].path | text] | add)),
-      contents: (2 * ([.gpbs[].size] | add)),
-      read_buffer: ([.gpbs[].size] | max + 1),
+      contents: ([.gpbs[].size + $verified_head] | add),
+      read_buffer: ([.gpbs[].size + $verified_head] | max),
       entries: ($entries * $figure["sizeof.zot_ret_data"])
     }
   | {entries: $entries, sum: (to_entries | map(.value) | add),

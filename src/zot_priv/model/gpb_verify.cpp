@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "utilities/file_io.hpp"
+#include "utilities/text.hpp"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/model/verified_bytes.hpp"
@@ -96,10 +97,6 @@ verified_bytes check(unverified bytes, const stated_file &file, zot_verified *kn
   return cmp_file_sha256(read, size, file.checksum) == 0 ? seal(std::move(bytes), file) : nullptr;
 }
 
-bool is_missing(const char *text) {
-  return text == nullptr || text[0] == '\0';
-}
-
 constexpr const char *file_check = "zot_priv_verify_gpb";
 constexpr const char *entry_check = "zot_priv_chk_vail_gpb";
 
@@ -132,7 +129,7 @@ constexpr const char *entry_check = "zot_priv_chk_vail_gpb";
 // what is wrong with it. `room` is for a file of the stated size, or null.
 int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known, unverified room,
                   verified_bytes &out) {
-  if (is_missing(file.name) || is_missing(file.checksum)) {
+  if (zot::is_blank(file.name) || zot::is_blank(file.checksum)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_NULL_INPUT, file_check, __LINE__, "[%s]: null input",
                          file_check);
   }
@@ -178,7 +175,7 @@ enum purpose { look, fill_buffer, keep };
 
 int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, zot_verified *known,
                  unverified room, purpose purpose) {
-  if (is_missing(gpb->path) || gpb->size == 0) {
+  if (zot::is_blank(gpb->path) || gpb->size == 0) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, entry_check, __LINE__,
                          "[%s]:Wrong Input: path=%s, size=%ld", entry_check,
                          gpb->path != nullptr ? gpb->path : "",

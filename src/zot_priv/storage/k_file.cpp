@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "utilities/path.hpp"
+#include "utilities/text.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
@@ -41,10 +42,6 @@ checksum_line read_checksum(const char *path) {
   return line;
 }
 
-bool is_empty(const char *text) {
-  return text[0] == '\0';
-}
-
 struct k_paths {
   const char *k;
   const char *checksum;
@@ -55,7 +52,7 @@ int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, zot_parsed_k
   if (handle == nullptr || at.k == nullptr || at.checksum == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  if (is_empty(at.k) || is_empty(at.checksum)) {
+  if (zot::is_blank(at.k) || zot::is_blank(at.checksum)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__);
   }
   const checksum_line want = read_checksum(at.checksum);
@@ -125,7 +122,7 @@ int _zot_priv_read_k_f(zot_ctx *handle, zot_k *k, const char *root, const char *
       checksum_name == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
-  if (is_empty(root) || is_empty(k_name) || is_empty(checksum_name)) {
+  if (zot::is_blank(root) || zot::is_blank(k_name) || zot::is_blank(checksum_name)) {
     return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT);
   }
   const zot::joined_path k_path(root, k_name);

@@ -11,15 +11,12 @@
 #include <optional>
 #include <string>
 
-#include "tests/support/env.hpp"
-#include "tests/support/files.hpp"
-#include "tests/unit/bare_handle.hpp"
+#include "tests/unit/zot_priv/cycle/paths_fixture.hpp"
 
 namespace {
 
-using zot::test::bare_handle;
-using zot::test::env_guard;
 using zot::test::log_record;
+using zot::test::Paths;
 using zot::test::read_bytes;
 using zot::test::temp_dir;
 using zot::test::write_bytes;
@@ -27,27 +24,6 @@ using zot::test::write_bytes;
 bool is_directory(const std::string &path) {
   return std::filesystem::is_directory(path);
 }
-
-class Paths : public testing::Test {
- protected:
-  Paths() { zot_sub_init_fns(handle_.get()); }
-  int reload() { return zot_priv_reload_sys_paths(handle_.get()); }
-  void expect_line(const std::string &text, uint32_t level, uint32_t mask, const char *func) {
-    const log_record *line = handle_.log().find(text);
-    ASSERT_NE(line, nullptr) << text << handle_.log().dump();
-    EXPECT_EQ(line->level, level) << text;
-    EXPECT_EQ(line->mask, mask) << text;
-    EXPECT_EQ(line->func, func) << text;
-  }
-
-  temp_dir dir_;
-  env_guard conf_prefix_{"ZOT_PREFIX_CONF_ROOT", dir_ / "conf"};
-  env_guard tmp_prefix_{"ZOT_PREFIX_TMP_ROOT", dir_ / "scratch"};
-  env_guard dev_path_{"ZOT_DEV_PATH", std::nullopt};
-  env_guard port_{"ZOT_REMOTE_PORT", std::nullopt};
-  bare_handle handle_;
-  char buf_[ZOT_PATH_SIZE] = "";
-};
 
 // Runs in a process whose root directory is empty, so that the defaults touch nothing else.
 [[noreturn]] void create_below(const std::string &root) {
@@ -89,35 +65,6 @@ TEST_F(Paths, WithoutAnEnvironmentAreTheDefaults) {
   EXPECT_TRUE(is_directory(dir_ / "tmp/zot/config"));
 }
 
-TEST_F(Paths, ConfRootFollowsItsPrefix) {
-  conf_prefix_.set("/mnt");
-  EXPECT_EQ(zot_sub_get_conf_root(handle_.get(), buf_, sizeof buf_), buf_);
-  EXPECT_STREQ(buf_, "/mnt/writable/zot/");
-  EXPECT_EQ(handle_->dev_mode, 0U);
-}
-
-TEST_F(Paths, TmpRootFollowsItsPrefix) {
-  tmp_prefix_.set("/run");
-  EXPECT_EQ(zot_sub_get_tmp_root(handle_.get(), buf_, sizeof buf_), buf_);
-  EXPECT_STREQ(buf_, "/run/tmp/zot");
-}
-
-TEST_F(Paths, EmptyPrefixesAreUnset) {
-  conf_prefix_.set("");
-  tmp_prefix_.set("");
-  dev_path_.set("");
-  EXPECT_STREQ(zot_sub_get_conf_root(handle_.get(), buf_, sizeof buf_), "/writable/zot/");
-  EXPECT_STREQ(zot_sub_get_tmp_root(handle_.get(), buf_, sizeof buf_), "/tmp/zot");
-  EXPECT_EQ(handle_->dev_mode, 0U);
-}
-
-TEST_F(Paths, DevPathWinsUnchanged) {
-  dev_path_.set("/some/dev path");
-  EXPECT_EQ(zot_sub_get_conf_root(handle_.get(), buf_, sizeof buf_), buf_);
-  EXPECT_STREQ(buf_, "/some/dev path");
-  EXPECT_EQ(handle_->dev_mode, 1U);
-}
-
 TEST_F(Paths, DevPathGetsItsKnowledgeDirectory) {
   dev_path_.set(dir_ / "dev");
   EXPECT_EQ(reload(), 0);
@@ -133,32 +80,6 @@ TEST_F(Paths, DevModeStaysOn) {
   EXPECT_EQ(handle_->dev_mode, 1U);
   EXPECT_EQ(handle_->conf_root, dir_ / "conf/writable/zot/");
 }
-
-TEST_F(Paths, GettersNeedHandleAndBuffer) {
-  EXPECT_EQ(zot_sub_get_conf_root(nullptr, buf_, sizeof buf_), nullptr);
-  EXPECT_EQ(zot_sub_get_conf_root(handle_.get(), nullptr, 1), nullptr);
-  EXPECT_EQ(zot_sub_get_tmp_root(nullptr, buf_, sizeof buf_), nullptr);
-  EXPECT_EQ(zot_sub_get_tmp_root(handle_.get(), nullptr, 1), nullptr);
-}
-
-struct port_case {
-  std::optional<std::string> value;
-  uint32_t port;
-};
-
-class RemotePort : public testing::TestWithParam<port_case> {};
-
-TEST_P(RemotePort, IsReadFromTheEnvironment) {
-  const env_guard variable("ZOT_REMOTE_PORT", GetParam().value);
-  EXPECT_EQ(zot_sub_get_remote_port(), GetParam().port);
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, RemotePort,
-                         testing::Values(port_case{std::nullopt, 8087}, port_case{"0", 8087},
-                                         port_case{"-5", 8087}, port_case{"abc", 8087},
-                                         port_case{"", 8087}, port_case{"9000", 9000},
-                                         port_case{"9000x", 9000}, port_case{"1", 1},
-                                         port_case{"99999999999", 2147483647}));
 
 TEST_F(Paths, AreComputedAndCreated) {
   EXPECT_EQ(reload(), 0);
@@ -361,64 +282,6 @@ TEST_F(Directory, BelowAFileFails) {
 
 TEST_F(Directory, NeedsAHandle) {
   EXPECT_EQ(zot_priv_chk_n_mkdir(nullptr, dir_.path().c_str(), "some root"), -9);
-}
-
-TEST_F(Paths, SubSystemNameIsUpperCaseAndCutTo17) {
-  std::strcpy(handle_->sub_idx, "aa:bb:cc:dd:ee:ff:00");
-  handle_->sub_data.len = 17;
-  EXPECT_EQ(zot_sub_init_data(handle_.get()), 0);
-  EXPECT_STREQ(handle_->sub_data.name, "AA:BB:CC:DD:EE:FF");
-  EXPECT_EQ(handle_->sub_idx_len, 17U);
-}
-
-TEST_F(Paths, SubSystemValueAbove17IsOutOfRange) {
-  handle_->sub_data.len = 18;
-  EXPECT_EQ(zot_sub_init_data(handle_.get()), -10);
-  EXPECT_EQ(handle_->err, -10);
-  EXPECT_STREQ(handle_->err_str, "Generic Error");
-  EXPECT_EQ(handle_->sub_idx_len, 0U);
-}
-
-TEST_F(Paths, SubSystemCallsNeedTheirArgument) {
-  EXPECT_EQ(zot_sub_init_data(nullptr), -9);
-  EXPECT_EQ(zot_sub_init_fns(nullptr), -9);
-  EXPECT_EQ(zot_sub_init_parm(nullptr), -9);
-  EXPECT_EQ(zot_priv_init_sub_sys(nullptr), -9);
-}
-
-TEST_F(Paths, SubSystemOperationsAreInstalled) {
-  handle_->fns = zot_sub_fns{};
-  EXPECT_EQ(zot_sub_init_fns(handle_.get()), 0);
-  EXPECT_EQ(handle_->fns.commit_gpb, nullptr);
-  EXPECT_EQ(handle_->fns.get_conf_root, zot_sub_get_conf_root);
-  EXPECT_EQ(handle_->fns.get_tmp_root, zot_sub_get_tmp_root);
-  EXPECT_EQ(handle_->fns.download_k, ap_download_k);
-  EXPECT_EQ(handle_->fns.download_gpb, ap_download_gpb);
-}
-
-TEST_F(Paths, SubSystemTimeoutsAreFiveAndThirty) {
-  zot_parm_all parm{};
-  EXPECT_EQ(zot_sub_init_parm(&parm), 0);
-  EXPECT_EQ(parm.timeout, 5U);
-  EXPECT_EQ(parm.timeout_gpb, 30U);
-}
-
-TEST_F(Paths, SubSystemSetUpFillsTheHandle) {
-  handle_->fns = zot_sub_fns{};
-  std::strcpy(handle_->sub_idx, "aabb");
-  handle_->sub_data.len = 4;
-  EXPECT_EQ(zot_priv_init_sub_sys(handle_.get()), 0);
-  EXPECT_STREQ(handle_->sub_data.name, "AABB");
-  EXPECT_EQ(handle_->fns.download_k, ap_download_k);
-  EXPECT_TRUE(is_directory(dir_ / "conf/writable/zot/knowledge"));
-}
-
-TEST_F(Paths, SubSystemSetUpStopsAtTheFirstFailure) {
-  handle_->fns = zot_sub_fns{};
-  handle_->sub_data.len = 18;
-  EXPECT_EQ(zot_priv_init_sub_sys(handle_.get()), -10);
-  EXPECT_EQ(handle_->fns.get_conf_root, nullptr);
-  EXPECT_FALSE(zot::test::exists(dir_ / "conf"));
 }
 
 }  // namespace

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace zot {
+
+// Whether a URL names this machine. True, too, for a URL that cannot be taken apart, for want of
+// memory perhaps: no request to an element's own service may go to a proxy by mistake.
+bool may_name_loopback(const char *url);
+
+}  // namespace zot
