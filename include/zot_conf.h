@@ -539,7 +539,7 @@ typedef struct zot_own {
   char *conf_root;        /**< persistent directory of the last get with a new configuration */
   char *tmp_root;         /**< scratch directory of that get */
   zot_file_id fetched;    /**< the checksum file that this get left in the scratch directory */
-  zot_file_id undo;       /**< the undo folder of a commit that has begun */
+  uint64_t undo;          /**< token in the undo folder of a commit that has begun; 0: none */
   uint32_t marks_waiting; /**< 1: the marked list is that of a configuration without a verdict */
   uint32_t lock_depth;    /**< calls inside each other that hold the locks */
   int32_t lock_fd[2];     /**< descriptors of the locked directories plus one; 0: none */

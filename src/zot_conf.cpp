@@ -67,6 +67,7 @@ int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
 int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
   zot::renew_outdated(*handle);
+  zot::forget_changed_refusal(*handle);
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
     zot_priv_init_load_ret_gpb_list(handle);

@@ -112,15 +112,15 @@
   FIELD(zot_file_id, inode, 8, 8, 8, 8) \
   FIELD(zot_file_id, seconds, 16, 8, 16, 8) \
   FIELD(zot_file_id, nanoseconds, 24, 8, 24, 8) \
-  RECORD(zot_own, 88, 96) \
+  RECORD(zot_own, 64, 72) \
   FIELD(zot_own, conf_root, 0, 4, 0, 8) \
   FIELD(zot_own, tmp_root, 4, 4, 8, 8) \
   FIELD(zot_own, fetched, 8, 32, 16, 32) \
-  FIELD(zot_own, undo, 40, 32, 48, 32) \
-  FIELD(zot_own, marks_waiting, 72, 4, 80, 4) \
-  FIELD(zot_own, lock_depth, 76, 4, 84, 4) \
-  FIELD(zot_own, lock_fd, 80, 8, 88, 8) \
-  RECORD(zot_ctx, 17264, 17360) \
+  FIELD(zot_own, undo, 40, 8, 48, 8) \
+  FIELD(zot_own, marks_waiting, 48, 4, 56, 4) \
+  FIELD(zot_own, lock_depth, 52, 4, 60, 4) \
+  FIELD(zot_own, lock_fd, 56, 8, 64, 8) \
+  RECORD(zot_ctx, 17240, 17336) \
   FIELD(zot_ctx, subsys_id, 0, 64, 0, 64) \
   FIELD(zot_ctx, sub_idx, 64, 56, 64, 56) \
   FIELD(zot_ctx, sub_idx_len, 120, 4, 120, 4) \
@@ -141,7 +141,7 @@
   FIELD(zot_ctx, log_ctx, 17116, 24, 17192, 40) \
   FIELD(zot_ctx, stat, 17144, 24, 17232, 24) \
   FIELD(zot_ctx, dev_mode, 17168, 4, 17256, 4) \
-  FIELD(zot_ctx, own, 17176, 88, 17264, 96)
+  FIELD(zot_ctx, own, 17176, 64, 17264, 72)
 /* clang-format on */
 
 #endif

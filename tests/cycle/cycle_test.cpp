@@ -71,6 +71,30 @@ TEST_F(WholeCycle, MarksEverythingModifiedInAnotherCluster) {
             (texts{"Wlan/guest=16", "Zone/hq=16", "Radio/r5=16"}));
 }
 
+// A publisher that lost its versions counts them from one again.
+TEST_F(WholeCycle, HandsOutTheNewBytesOfAVersionThatIsInForce) {
+  bring_to(first_configuration());
+  const publication renumbered = first_configuration()
+                                     .put("Wlan", "guest", 1, "guest of another size")
+                                     .put("Zone", "hq", 1, "HQ ONE")
+                                     .config_id(second_id);
+  const auto expect_new_bytes = [&](const returned_list &got) {
+    ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+    ASSERT_EQ(got.entries.size(), 3U);
+    EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest of another size");
+    EXPECT_EQ(got.find(ZOT_CAT_ZONE, "hq")->bytes, "HQ ONE");
+  };
+  remote.publish(renumbered);
+  expect_new_bytes(e.get(ZOT_STAT_FULL));
+  const returned_list changes = e.get();
+  expect_new_bytes(changes);
+  EXPECT_EQ(marks_of(changes), (texts{"Wlan/guest=2", "Zone/hq=2", "Radio/r5=2"}));
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
+  expect_new_bytes(e.get(ZOT_STAT_FULL));
+  e.restart();
+  expect_new_bytes(e.get(ZOT_STAT_FULL | ZOT_STAT_CACHED));
+}
+
 TEST_F(WholeCycle, FindsNothingNewAfterTheCommit) {
   bring_to(first_configuration());
   bring_to(second_configuration());

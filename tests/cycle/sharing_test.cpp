@@ -133,8 +133,50 @@ TEST_F(Sharing, ARefusedConfigurationIsAnsweredWithWhatTheOtherCommitted) {
   ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
   ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
   remote.publish(third_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
   const returned_list got = e.get(ZOT_STAT_FULL);
   ASSERT_EQ(got.status, ZOT_ERR_SAME_AS_CORRUPTED) << got.error_text;
+  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest two");
+}
+
+TEST_F(Sharing, WhatTheOtherRolledBackIsNotOffered) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(get_of(third_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK);
+  const returned_list got = get(other(), ZOT_STAT_FULL);
+  ASSERT_EQ(got.status, ZOT_ERR_SAME_AS_CORRUPTED) << got.error_text;
+  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest one");
+}
+
+TEST_F(Sharing, AnEarlierRefusalGivesWayToThatOfTheOther) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK);
+  remote.publish(third_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+  EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+  EXPECT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+}
+
+TEST_F(Sharing, WhatTheOtherCommittedIsNoLongerRefused) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK);
+  remote.publish(third_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  remote.publish(second_configuration());
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  const returned_list got = e.get(ZOT_STAT_FULL);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
   ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
   EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest two");
 }

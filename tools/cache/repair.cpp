@@ -10,6 +10,7 @@
 #include <span>
 #include <stdexcept>
 
+#include "tools/cache/cache_owner.hpp"
 #include "tools/files/archive_reader.hpp"
 #include "tools/publication/publication_store.hpp"
 #include "zot_conf.hpp"
@@ -30,7 +31,8 @@ class workshop {
   workshop(const cache_paths &paths, const findings &found)
       : root_(paths.conf_root),
         lock_(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-        folder_(root_ / ".repair") {
+        folder_(root_ / ".repair"),
+        owner_(root_) {
     if (!lock_.is_open() || ::flock(lock_.get(), LOCK_EX) != 0) {
       throw_errno("cannot lock " + root_.string());
     }
@@ -60,6 +62,7 @@ class workshop {
     if (fs::is_directory(fs::symlink_status(to))) {
       take_away(to);
     }
+    owner_.take(from);
     fs::rename(from, to);
   }
 
@@ -81,7 +84,9 @@ class workshop {
     if (fs::exists(status) && !fs::is_directory(status)) {
       take_away(path);
     }
-    fs::create_directory(path);
+    if (fs::create_directory(path)) {
+      owner_.take(path);
+    }
     return true;
   }
 
@@ -103,6 +108,7 @@ class workshop {
   fs::path root_;
   zot::descriptor lock_;
   fs::path folder_;
+  cache_owner owner_;
   size_t taken_ = 0;
 };
 
@@ -292,7 +298,12 @@ repair_outcome undo_commit(const cache_paths &paths, const element &who) {
   // What goes wrong is told by the outcome.
   settings.log.function = [](const log_line & /*line*/) {};
   std::string reason;
+  const std::vector<fs::path> missing = missing_of_start(paths);
   const auto undone_by = handle::create(std::move(settings), &reason);
+  const cache_owner owner(paths.conf_root);
+  for (const fs::path &made : missing) {
+    owner.take(made);
+  }
   const fs::path undo = undo_folder(paths);
   if (!is_there(undo)) {
     return {.path = undo, .result = "repaired", .text = ""};

@@ -12,6 +12,10 @@ bool reload_conf(zot_ctx &handle);
 // The same when another process has committed one since.
 bool reload_changed_cache(zot_ctx &handle);
 
+// Gives up the K that was rolled back when the cache holds another one by now, or none: the next
+// look for it takes it from there.
+void forget_changed_refusal(zot_ctx &handle);
+
 // Memory and cache differ, or files of the configuration in force are nowhere to be read. Before
 // the service is asked the next time, the cache is loaded again; when that fails, nothing is in
 // force any more, and the published configuration is new.

@@ -2,17 +2,18 @@
 #include "zot_priv/storage/undo.hpp"
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
-#include "zot_priv/storage/file_id.hpp"
 
 namespace {
 
@@ -40,6 +41,32 @@ class absent_mark {
   char text_[32];
 };
 
+// The name of the empty directory that tells an undo folder from every other one. Not every file
+// system has inode numbers and time stamps that do.
+class token_mark {
+ public:
+  explicit token_mark(uint64_t token) {
+    static_cast<void>(
+        std::snprintf(text_, sizeof text_, "of-%016llx", static_cast<unsigned long long>(token)));
+  }
+  [[nodiscard]] const char *c_str() const { return text_; }
+
+ private:
+  char text_[24];
+};
+
+// Never zero. A machine that has just started may have no random bytes yet, and cannot wait.
+uint64_t new_token() {
+  uint64_t token = 0;
+  if (::getrandom(&token, sizeof token, GRND_NONBLOCK) != ssize_t{sizeof token}) {
+    struct timespec now {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    token = (static_cast<uint64_t>(now.tv_sec) << 32) ^ static_cast<uint64_t>(now.tv_nsec) ^
+            (static_cast<uint64_t>(::getpid()) << 40);
+  }
+  return token != 0 ? token : 1;
+}
+
 // The persistent directory, its K files, and a directory of undo files.
 struct cache_folders {
   cache_folders(const zot_ctx &handle, const char *kept_in)
@@ -52,6 +79,15 @@ struct cache_folders {
   zot::descriptor knowledge;
   zot::descriptor kept;
 };
+
+// The K files may lie on a file system of their own.
+bool sync_folders(const zot::descriptor &root, const zot::descriptor &knowledge) {
+  struct stat of_root {};
+  struct stat of_knowledge {};
+  return ::fstat(root.get(), &of_root) == 0 && ::fstat(knowledge.get(), &of_knowledge) == 0 &&
+         ::syncfs(root.get()) == 0 &&
+         (of_root.st_dev == of_knowledge.st_dev || ::syncfs(knowledge.get()) == 0);
+}
 
 bool is_there(int directory, const char *name, struct stat *st) {
   return ::fstatat(directory, name, st, AT_SYMLINK_NOFOLLOW) == 0;
@@ -107,12 +143,13 @@ bool move_back(const zot_ctx &handle, const cache_folders &at, const char *name)
                                  zot::joined_path(handle.conf_k_root, name).c_str()) == 0;
 }
 
+// A mark and a copy stay until the whole folder goes: on another file system their removal could be
+// on the medium before what they stand for is.
 bool restore_k_file(const zot_ctx &handle, const cache_folders &at, const char *name) {
   const absent_mark mark(name);
   struct stat st {};
   if (is_there(at.kept.get(), mark.c_str(), &st)) {
-    return remove_if_there(at.knowledge.get(), name) &&
-           ::unlinkat(at.kept.get(), mark.c_str(), AT_REMOVEDIR) == 0;
+    return remove_if_there(at.knowledge.get(), name);
   }
   if (errno != ENOENT) {
     return false;
@@ -124,11 +161,7 @@ bool restore_k_file(const zot_ctx &handle, const cache_folders &at, const char *
       !remove_entry(at.knowledge.get(), name, st)) {
     return false;
   }
-  if (!move_back(handle, at, name)) {
-    return false;
-  }
-  // Two names of one file stay as they are when one is renamed over the other.
-  return ::unlinkat(at.kept.get(), name, 0) == 0 || errno == ENOENT;
+  return move_back(handle, at, name);
 }
 
 bool restore_gpbs(const cache_folders &at) {
@@ -161,10 +194,12 @@ void remove_folder(const zot_ctx &handle, const char *name) {
 }
 
 // Before anything of it counts: the folder can still be given up without a trace.
-bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs) {
+bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs, uint64_t token) {
   const cache_folders at(handle, undo_in_the_making);
   bool is_copied = false;
-  if (!at.are_open() || !keep_k_files(handle, at, &is_copied)) {
+  if (!at.are_open() ||
+      ::mkdirat(at.kept.get(), token_mark(token).c_str(), new_directory_mode) != 0 ||
+      !keep_k_files(handle, at, &is_copied)) {
     return false;
   }
   struct stat st {};
@@ -233,20 +268,21 @@ bool begin_undo(zot_ctx &handle, gpb_protection gpbs) {
   if (!root.is_open() || ::mkdirat(root.get(), undo_in_the_making, new_directory_mode) != 0) {
     return false;
   }
-  if (!fill_undo(handle, gpbs) ||
+  const uint64_t token = new_token();
+  if (!fill_undo(handle, gpbs, token) ||
       ::renameat(root.get(), undo_in_the_making, root.get(), undo) != 0) {
     remove_folder(handle, undo_in_the_making);
     return false;
   }
   const cache_folders at(handle, undo);
-  const bool is_begun = at.are_open() && ::syncfs(root.get()) == 0 &&
+  const bool is_begun = at.are_open() && sync_folders(root, at.knowledge) &&
                         (gpbs == gpb_protection::removed_first || keep_gpbs(at));
   if (!is_begun) {
     const errno_keeper keep_errno;
     restore_from_undo(handle);
     return false;
   }
-  handle.own.undo = file_id_at(root.get(), undo);
+  handle.own.undo = token;
   return true;
 }
 
@@ -286,8 +322,11 @@ unsigned count_absent_files(const zot_ctx &handle) {
 }
 
 bool owns_undo(const zot_ctx &handle) {
-  const zot_file_id found = file_id_at(AT_FDCWD, joined_path(handle.conf_root, undo).c_str());
-  return is_known(found) && is_same_file(found, handle.own.undo);
+  const joined_path folder(handle.conf_root, undo);
+  struct stat st {};
+  return handle.own.undo != 0 &&
+         is_there(AT_FDCWD,
+                  joined_path(folder.c_str(), token_mark(handle.own.undo).c_str()).c_str(), &st);
 }
 
 bool restore_from_undo(zot_ctx &handle) {
@@ -307,7 +346,7 @@ bool restore_from_undo(zot_ctx &handle) {
     errno = error;
     return false;
   }
-  if (::syncfs(at.root.get()) != 0) {
+  if (!sync_folders(at.root, at.knowledge)) {
     return false;
   }
   // The folder keeps nothing any more: whether its removal reaches the medium makes no difference.
@@ -316,7 +355,7 @@ bool restore_from_undo(zot_ctx &handle) {
     return false;
   }
   remove_folder(handle, undo_of_no_use);
-  handle.own.undo = {};
+  handle.own.undo = 0;
   return true;
 }
 
@@ -326,14 +365,12 @@ bool retire_undo(zot_ctx &handle) {
     return false;
   }
   if (::fsync(root.get()) == 0) {
-    handle.own.undo = {};
+    handle.own.undo = 0;
     return true;
   }
   // Nobody knows what the medium holds now, so the old files stay within reach.
   const errno_keeper keep_errno;
-  if (::renameat(root.get(), undo_of_no_use, root.get(), undo) == 0) {
-    handle.own.undo = file_id_at(root.get(), undo);
-  }
+  static_cast<void>(::renameat(root.get(), undo_of_no_use, root.get(), undo));
   return false;
 }
 
@@ -353,7 +390,8 @@ void remove_undo_leftovers(const zot_ctx &handle) {
 
 bool sync_cache(const zot_ctx &handle) {
   const descriptor root = open_root(handle.conf_root);
-  return root.is_open() && ::syncfs(root.get()) == 0;
+  const descriptor knowledge = open_root(handle.conf_k_root);
+  return root.is_open() && knowledge.is_open() && sync_folders(root, knowledge);
 }
 
 }  // namespace zot

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -144,9 +145,19 @@ TEST(Diff, OfTwoEmptyListsIsEmpty) {
 }
 
 TEST(Diff, UnchangedEntryComesFromTheCurrentList) {
-  difference_of test({{ZOT_CAT_WLAN, "a", 1, 0, "old"}}, {{ZOT_CAT_WLAN, "a", 1, 0, "newer"}});
-  test.run();
-  EXPECT_EQ(entry_at(test.out.get(), 0).size, 3U);
+  difference_of test(two_entries, two_entries);
+  take_path(entry_at(test.new_gpbs.get(), 0));
+  EXPECT_EQ(test.marks(), (lines{"/Wlan/a/1 0x02", "/Zone/z/1 0x02"}));
+}
+
+// A publisher may give a version that is in force to other bytes.
+TEST(Diff, EqualEntryOfOtherBytesComesFromTheNewListAndStaysUnchanged) {
+  for (const char *const bytes : {"newer", "new"}) {
+    difference_of test({{ZOT_CAT_WLAN, "a", 1, 0, "old"}}, {{ZOT_CAT_WLAN, "a", 1, 0, bytes}});
+    EXPECT_EQ(test.marks(), lines{"/Wlan/a/1 0x02"});
+    EXPECT_STREQ(entry_at(test.out.get(), 0).checksum, entry_at(test.new_gpbs.get(), 0).checksum);
+    EXPECT_EQ(entry_at(test.out.get(), 0).size, std::strlen(bytes));
+  }
 }
 
 TEST(Diff, ModifiedEntryComesFromTheNewList) {

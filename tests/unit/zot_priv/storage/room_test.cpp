@@ -52,8 +52,8 @@ class Room : public testing::Test {
 TEST_F(Room, IsNeededForKAndItsFoldersAlone) {
   const room_check check = look();
   EXPECT_EQ(check.fits, room_check::beside);
-  EXPECT_EQ(check.needed.bytes, 2 * block_ + (2 + 7) * folder_);
-  EXPECT_EQ(check.needed.files, 2U + 2 + 7);
+  EXPECT_EQ(check.needed.bytes, 2 * block_ + (3 + 7) * folder_);
+  EXPECT_EQ(check.needed.files, 2U + 3 + 7);
 }
 
 TEST_F(Room, IsNeededInBlocksForEachFileAndForEachFolder) {

@@ -2,7 +2,12 @@
 #include "zot_priv/storage/undo.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -11,6 +16,25 @@
 
 #include "tests/cycle/cycle_checks.hpp"
 #include "tests/support/element.hpp"
+
+namespace {
+// What the library synchronised, and the file system on which that fails.
+std::vector<dev_t> synchronised;
+dev_t broken = 0;
+}  // namespace
+
+// Stands in for that of the C library, for all of this program.
+extern "C" int syncfs(int fd) noexcept {
+  struct stat found {};
+  if (::fstat(fd, &found) == 0) {
+    synchronised.push_back(found.st_dev);
+  }
+  if (broken != 0 && found.st_dev == broken) {
+    errno = EIO;
+    return -1;
+  }
+  return static_cast<int>(::syscall(SYS_syncfs, fd));
+}
 
 namespace {
 using namespace zot::test;
@@ -45,6 +69,14 @@ class Undo : public testing::Test {
     return knowledge_of(e) + "/" + name;
   }
   [[nodiscard]] std::string undo(const std::string &name) const { return root() + "undo/" + name; }
+  static fs::path token_in(const std::string &folder) {
+    for (const auto &entry : fs::directory_iterator(folder)) {
+      if (entry.path().filename().string().starts_with("of-")) {
+        return entry.path();
+      }
+    }
+    return {};
+  }
 
   element e;
   file_contents before;
@@ -167,10 +199,36 @@ TEST_F(Undo, BelongsToTheHandleThatBeganIt) {
 
 TEST_F(Undo, OfAnotherHandleIsToldApart) {
   ASSERT_TRUE(begin());
-  const zot_file_id own = e.handle()->own.undo;
+  const std::uint64_t own = e.handle()->own.undo;
   ASSERT_TRUE(restore());
   ASSERT_TRUE(begin());
   e.handle()->own.undo = own;
+  EXPECT_FALSE(zot::owns_undo(*e.handle()));
+}
+
+// Inode number and times may be those of the folder of another commit.
+TEST_F(Undo, IsKnownByItsTokenAlone) {
+  ASSERT_TRUE(begin());
+  const fs::path token = token_in(undo(""));
+  ASSERT_FALSE(token.empty());
+  EXPECT_TRUE(fs::is_directory(token) && fs::is_empty(token));
+  EXPECT_EQ(token.filename().string().size(), 3U + 16U);
+  fs::rename(token, undo("of-0000000000000000"));
+  EXPECT_FALSE(zot::owns_undo(*e.handle()));
+  fs::rename(undo("of-0000000000000000"), token);
+  EXPECT_TRUE(zot::owns_undo(*e.handle()));
+}
+
+TEST_F(Undo, HasAnotherTokenEachTime) {
+  ASSERT_TRUE(begin());
+  const fs::path first = token_in(undo(""));
+  ASSERT_TRUE(restore());
+  ASSERT_TRUE(begin());
+  EXPECT_NE(token_in(undo("")), first);
+}
+
+TEST_F(Undo, WithoutATokenIsNobodys) {
+  fs::create_directories(undo("of-0000000000000000"));
   EXPECT_FALSE(zot::owns_undo(*e.handle()));
 }
 
@@ -249,12 +307,74 @@ TEST_F(Undo, SaysWhatCouldNotBePutBack) {
   EXPECT_EQ(errno, ENOTDIR);
 }
 
-// Another file system has no second names for files of this one.
-TEST_F(Undo, CopiesKFilesThatCannotBeLinked) {
+// The K files lie on another file system, which has no second names for them in this one.
+class UndoOfTwoFileSystems : public Undo {
+ protected:
+  UndoOfTwoFileSystems() {
+    fs::copy(knowledge_of(e), elsewhere, fs::copy_options::recursive);
+    fs::remove_all(knowledge_of(e));
+    fs::create_directory_symlink(elsewhere, knowledge_of(e));
+  }
+  ~UndoOfTwoFileSystems() override {
+    broken = 0;
+    fs::remove_all(elsewhere);
+  }
+  static dev_t device_of(const std::string &path) {
+    struct stat found {};
+    ::stat(path.c_str(), &found);
+    return found.st_dev;
+  }
+  template <class Body>
+  void expect_both_synchronised_by(Body body) const {
+    synchronised.clear();
+    ASSERT_TRUE(body());
+    for (const std::string &each : {root(), elsewhere}) {
+      EXPECT_EQ(std::ranges::count(synchronised, device_of(each)), 1) << each;
+    }
+  }
+
   const std::string elsewhere = "/dev/shm/" + fs::path(e.dir().path()).filename().string();
-  fs::copy(knowledge_of(e), elsewhere, fs::copy_options::recursive);
-  fs::remove_all(knowledge_of(e));
-  fs::create_directory_symlink(elsewhere, knowledge_of(e));
+};
+
+TEST_F(Undo, OfOneFileSystemSynchronisesItOnce) {
+  synchronised.clear();
+  ASSERT_TRUE(zot::sync_cache(*e.handle()));
+  EXPECT_EQ(synchronised.size(), 1U);
+}
+
+TEST_F(UndoOfTwoFileSystems, SynchronisesBothBeforeTheOldFilesAreGivenUp) {
+  ASSERT_NE(device_of(root()), device_of(elsewhere));
+  expect_both_synchronised_by([&] { return zot::sync_cache(*e.handle()); });
+}
+
+TEST_F(UndoOfTwoFileSystems, SynchronisesBothBeforeItsFolderGoes) {
+  ASSERT_TRUE(begin());
+  expect_both_synchronised_by([&] { return restore(); });
+}
+
+// As long as what was put back may be lost, the folder keeps it.
+TEST_F(UndoOfTwoFileSystems, KeepsEverythingThatIsNotOnItsMedium) {
+  ASSERT_TRUE(begin());
+  write_bytes(elsewhere + "/subsys.k", "new");
+  write_bytes(elsewhere + "/corrupted.k", "new");
+  broken = device_of(elsewhere);
+  EXPECT_FALSE(restore());
+  broken = 0;
+  EXPECT_EQ(read_bytes(undo("subsys.k")), first_configuration().k_text());
+  EXPECT_TRUE(exists(undo("corrupted.k.absent")));
+  write_bytes(elsewhere + "/subsys.k", "");
+  EXPECT_TRUE(restore());
+  EXPECT_EQ(read_bytes(elsewhere + "/subsys.k"), first_configuration().k_text());
+}
+
+TEST_F(UndoOfTwoFileSystems, IsNotBegunBeforeBothAreOnTheirMedia) {
+  broken = device_of(elsewhere);
+  EXPECT_FALSE(begin());
+  EXPECT_TRUE(exists(root() + "config"));
+  EXPECT_EQ(read_bytes(elsewhere + "/subsys.k"), first_configuration().k_text());
+}
+
+TEST_F(UndoOfTwoFileSystems, CopiesTheKFiles) {
   ASSERT_TRUE(begin());
   EXPECT_EQ(read_bytes(undo("subsys.k")), first_configuration().k_text());
   write_bytes(elsewhere + "/subsys.k", "new");
@@ -262,7 +382,6 @@ TEST_F(Undo, CopiesKFilesThatCannotBeLinked) {
   EXPECT_TRUE(restore());
   EXPECT_EQ(read_bytes(elsewhere + "/subsys.k"), first_configuration().k_text());
   EXPECT_FALSE(exists(elsewhere + "/corrupted.k"));
-  fs::remove_all(elsewhere);
 }
 
 }  // namespace
