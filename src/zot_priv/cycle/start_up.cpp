@@ -30,31 +30,22 @@ bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
 }
 
-// What a checksum file of the cache says. Without one, with errno, it names nothing.
-class named_k {
- public:
-  named_k(const zot_ctx &handle, const char *name) {
-    const zot::joined_path path(handle.conf_root, name);
-    errno = 0;
-    is_read_ = read_line(path.c_str(), found_, sizeof found_ - 1) != nullptr;
-  }
-  [[nodiscard]] bool is_read() const { return is_read_; }
-  [[nodiscard]] bool is_other_than(const zot_k *k) const {
-    return std::strlen(found_) == ZOT_CHECKSUM_LEN &&
-           (k == nullptr || std::strcmp(found_, k->checksum) != 0);
-  }
-
- private:
-  char found_[ZOT_CHECKSUM_LEN + 2] = "";
-  bool is_read_ = false;
-};
+// Whether a checksum file of the cache names another K than this one, or any when there is none.
+// When it could not be read, errno tells why.
+bool names_other_k(const zot_ctx &handle, const char *name, const zot_k *k) {
+  const zot::joined_path path(handle.conf_root, name);
+  char found[ZOT_CHECKSUM_LEN + 2] = "";
+  errno = 0;
+  return read_line(path.c_str(), found, sizeof found - 1) != nullptr &&
+         std::strlen(found) == ZOT_CHECKSUM_LEN &&
+         (k == nullptr || std::strcmp(found, k->checksum) != 0);
+}
 
 // Whether the cache names another configuration than memory holds.
 bool is_changed(const zot_ctx &handle) {
   const zot_k *const current = handle.slot[ZOT_SLOT_CURRENT].k;
   return current != nullptr && current->checksum[0] != '\0' && handle.dev_mode == 0 &&
-         !zot::has_undo(handle) &&
-         named_k(handle, "/knowledge/subsys.checksum").is_other_than(current);
+         !zot::has_undo(handle) && names_other_k(handle, "/knowledge/subsys.checksum", current);
 }
 
 // Frees what memory holds of the cache.
@@ -93,9 +84,9 @@ bool zot::reload_changed_cache(zot_ctx &handle) {
 void zot::forget_changed_refusal(zot_ctx &handle) {
   const errno_keeper keep_errno;
   const zot_k *const refused = handle.slot[ZOT_SLOT_CORRUPTED].k;
-  const named_k found(handle, "/knowledge/corrupted.checksum");
-  const bool is_gone = !found.is_read() && errno == ENOENT && refused != nullptr;
-  if ((is_gone || found.is_other_than(refused)) && handle.dev_mode == 0 && !has_undo(handle)) {
+  const bool is_other = names_other_k(handle, "/knowledge/corrupted.checksum", refused);
+  const bool is_gone = errno == ENOENT && refused != nullptr;
+  if ((is_other || is_gone) && handle.dev_mode == 0 && !has_undo(handle)) {
     zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CORRUPTED, nullptr);
     handle.load_flags &= ~uint32_t{ZOT_LOADED_FAIL_K};
   }

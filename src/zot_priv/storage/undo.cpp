@@ -41,30 +41,31 @@ class absent_mark {
   char text_[32];
 };
 
-// The name of the empty directory that tells an undo folder from every other one. Not every file
-// system has inode numbers and time stamps that do.
+// The empty directory, in one of the folders of a commit, that tells an undo folder from every
+// other one. Not every file system has inode numbers and time stamps that do.
 class token_mark {
  public:
-  explicit token_mark(uint64_t token) {
-    static_cast<void>(
-        std::snprintf(text_, sizeof text_, "of-%016llx", static_cast<unsigned long long>(token)));
+  token_mark(const char *folder, uint64_t token) {
+    static_cast<void>(std::snprintf(text_, sizeof text_, "%s/of-%016llx", folder,
+                                    static_cast<unsigned long long>(token)));
   }
   [[nodiscard]] const char *c_str() const { return text_; }
 
  private:
-  char text_[24];
+  char text_[32];
 };
 
-// Never zero. A machine that has just started may have no random bytes yet, and cannot wait.
+// Never zero, which stands for no folder. A machine that has just started may have no random bytes
+// yet, and cannot wait.
 uint64_t new_token() {
   uint64_t token = 0;
   if (::getrandom(&token, sizeof token, GRND_NONBLOCK) != ssize_t{sizeof token}) {
     struct timespec now {};
     ::clock_gettime(CLOCK_REALTIME, &now);
-    token = (static_cast<uint64_t>(now.tv_sec) << 32) ^ static_cast<uint64_t>(now.tv_nsec) ^
-            (static_cast<uint64_t>(::getpid()) << 40);
+    token = (static_cast<uint64_t>(now.tv_nsec) << 32) |
+            (static_cast<uint32_t>(now.tv_sec) ^ (static_cast<uint32_t>(::getpid()) << 8));
   }
-  return token != 0 ? token : 1;
+  return token | 1;
 }
 
 // The persistent directory, its K files, and a directory of undo files.
@@ -81,12 +82,13 @@ struct cache_folders {
 };
 
 // The K files may lie on a file system of their own.
-bool sync_folders(const zot::descriptor &root, const zot::descriptor &knowledge) {
+bool sync_folders(const cache_folders &at) {
   struct stat of_root {};
   struct stat of_knowledge {};
-  return ::fstat(root.get(), &of_root) == 0 && ::fstat(knowledge.get(), &of_knowledge) == 0 &&
-         ::syncfs(root.get()) == 0 &&
-         (of_root.st_dev == of_knowledge.st_dev || ::syncfs(knowledge.get()) == 0);
+  ::fstat(at.root.get(), &of_root);
+  ::fstat(at.knowledge.get(), &of_knowledge);
+  return ::syncfs(at.root.get()) == 0 &&
+         (of_root.st_dev == of_knowledge.st_dev || ::syncfs(at.knowledge.get()) == 0);
 }
 
 bool is_there(int directory, const char *name, struct stat *st) {
@@ -177,8 +179,7 @@ bool restore_gpbs(const cache_folders &at) {
   if (!is_there(at.kept.get(), mark.c_str(), &st)) {
     return errno == ENOENT;
   }
-  return remove_if_there(at.root.get(), gpb_directory) &&
-         ::unlinkat(at.kept.get(), mark.c_str(), AT_REMOVEDIR) == 0;
+  return remove_if_there(at.root.get(), gpb_directory);
 }
 
 // A command takes longer to start than a few files take to go, and less time for many.
@@ -198,7 +199,8 @@ bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs, uint64_t token) 
   const cache_folders at(handle, undo_in_the_making);
   bool is_copied = false;
   if (!at.are_open() ||
-      ::mkdirat(at.kept.get(), token_mark(token).c_str(), new_directory_mode) != 0 ||
+      ::mkdirat(at.root.get(), token_mark(undo_in_the_making, token).c_str(), new_directory_mode) !=
+          0 ||
       !keep_k_files(handle, at, &is_copied)) {
     return false;
   }
@@ -275,8 +277,8 @@ bool begin_undo(zot_ctx &handle, gpb_protection gpbs) {
     return false;
   }
   const cache_folders at(handle, undo);
-  const bool is_begun = at.are_open() && sync_folders(root, at.knowledge) &&
-                        (gpbs == gpb_protection::removed_first || keep_gpbs(at));
+  const bool is_begun =
+      at.are_open() && sync_folders(at) && (gpbs == gpb_protection::removed_first || keep_gpbs(at));
   if (!is_begun) {
     const errno_keeper keep_errno;
     restore_from_undo(handle);
@@ -322,11 +324,9 @@ unsigned count_absent_files(const zot_ctx &handle) {
 }
 
 bool owns_undo(const zot_ctx &handle) {
-  const joined_path folder(handle.conf_root, undo);
+  const token_mark mark(undo, handle.own.undo);
   struct stat st {};
-  return handle.own.undo != 0 &&
-         is_there(AT_FDCWD,
-                  joined_path(folder.c_str(), token_mark(handle.own.undo).c_str()).c_str(), &st);
+  return is_there(AT_FDCWD, joined_path(handle.conf_root, mark.c_str()).c_str(), &st);
 }
 
 bool restore_from_undo(zot_ctx &handle) {
@@ -346,7 +346,7 @@ bool restore_from_undo(zot_ctx &handle) {
     errno = error;
     return false;
   }
-  if (!sync_folders(at.root, at.knowledge)) {
+  if (!sync_folders(at)) {
     return false;
   }
   // The folder keeps nothing any more: whether its removal reaches the medium makes no difference.
@@ -389,9 +389,8 @@ void remove_undo_leftovers(const zot_ctx &handle) {
 }
 
 bool sync_cache(const zot_ctx &handle) {
-  const descriptor root = open_root(handle.conf_root);
-  const descriptor knowledge = open_root(handle.conf_k_root);
-  return root.is_open() && knowledge.is_open() && sync_folders(root, knowledge);
+  const cache_folders at(handle, ".");
+  return at.are_open() && sync_folders(at);
 }
 
 }  // namespace zot

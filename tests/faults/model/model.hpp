@@ -103,6 +103,7 @@ class model {
   bool reload_changed_cache();
   void give_up();
   void renew_outdated();
+  void forget_changed_refusal();
 
   // Get
   int check_for_update(outcome &seen);

@@ -104,6 +104,19 @@ void model::renew_outdated() {
   }
 }
 
+// What is refused is what the cache says, also when that has changed.
+void model::forget_changed_refusal() {
+  const k_ref &refused = slots_[ZOT_SLOT_CORRUPTED].k;
+  const auto sum = cache_.held.find("knowledge/corrupted.checksum");
+  const bool is_there = sum != cache_.held.end();
+  const std::string line = is_there ? sum->second.substr(0, sum->second.find('\n')) : "";
+  const bool is_other = line.size() == ZOT_CHECKSUM_LEN && (!refused || line != refused->digest);
+  if ((is_other || (!is_there && refused)) && !cache_.undo.has_value()) {
+    slots_[ZOT_SLOT_CORRUPTED] = {};
+    load_flags_ &= ~static_cast<std::uint32_t>(ZOT_LOADED_FAIL_K);
+  }
+}
+
 int model::hand_out(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
   const int status = filter(mask, categories, seen);
   if (status != ZOT_ERR_CORRUPTED || waits_for_verdict()) {
@@ -325,6 +338,7 @@ int model::get_cached(std::uint32_t mask, const zot_catset &categories, outcome 
 
 int model::get_update(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
   renew_outdated();
+  forget_changed_refusal();
   const int update = check_for_update(seen);
   if (update < 0 && update != ZOT_ERR_SAME_AS_CORRUPTED) {
     return update;

@@ -31,8 +31,9 @@ std::vector<marked> difference(const std::vector<gpb> &old_list, const std::vect
       marks.push_back({*is++, ZOT_STAT_MODIFIED});
       ++was;
     } else {
-      marks.push_back({*was++, ZOT_STAT_UNCHANGED});
-      ++is;
+      // The new K may state other bytes for a version that was there.
+      marks.push_back({*is++, ZOT_STAT_UNCHANGED});
+      ++was;
     }
   }
   return marks;

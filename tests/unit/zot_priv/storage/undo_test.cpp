@@ -213,9 +213,9 @@ TEST_F(Undo, IsKnownByItsTokenAlone) {
   ASSERT_FALSE(token.empty());
   EXPECT_TRUE(fs::is_directory(token) && fs::is_empty(token));
   EXPECT_EQ(token.filename().string().size(), 3U + 16U);
-  fs::rename(token, undo("of-0000000000000000"));
+  fs::rename(token, undo("of-0123456789abcdef"));
   EXPECT_FALSE(zot::owns_undo(*e.handle()));
-  fs::rename(undo("of-0000000000000000"), token);
+  fs::rename(undo("of-0123456789abcdef"), token);
   EXPECT_TRUE(zot::owns_undo(*e.handle()));
 }
 
@@ -227,8 +227,8 @@ TEST_F(Undo, HasAnotherTokenEachTime) {
   EXPECT_NE(token_in(undo("")), first);
 }
 
-TEST_F(Undo, WithoutATokenIsNobodys) {
-  fs::create_directories(undo("of-0000000000000000"));
+TEST_F(Undo, IsNotThatOfAHandleWithoutOne) {
+  fs::create_directories(undo("of-0123456789abcdef"));
   EXPECT_FALSE(zot::owns_undo(*e.handle()));
 }
 
