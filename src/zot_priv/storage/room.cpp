@@ -4,9 +4,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "utilities/owner.hpp"
@@ -25,6 +28,9 @@ constexpr uint64_t stat_block = 512;
 uint64_t size_on_medium(const struct stat &st) {
   return static_cast<uint64_t>(st.st_blocks) * stat_block;
 }
+
+// What an overlay removes stays where it came from; as its kernel tells it.
+constexpr uint32_t overlay = 0x794c7630;
 
 // Sums up what files and directories take.
 class estimate {
@@ -115,10 +121,23 @@ bool fits(const zot::room &needed, const zot::room &available) {
   return needed.bytes <= available.bytes && needed.files <= available.files;
 }
 
+// Whether somebody has a file open: removed, it would go on taking its room. The kernel grants a
+// lease to write to the only one.
+bool is_held(int directory, const char *name) {
+  const zot::descriptor file(
+      ::openat(directory, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  // Whoever opens it in the meantime is told of by this signal, which nobody dies of.
+  ::fcntl(file.get(), F_SETSIG, SIGURG);
+  return ::fcntl(file.get(), F_SETLEASE, F_WRLCK) != 0 && errno == EAGAIN;
+}
+
 void add_taken(int directory, zot::room &sum, int depth) {
   for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
-    sum.bytes += size_on_medium(st);
-    ++sum.files;
+    // A file with another name stays when this one goes.
+    if (S_ISDIR(st.st_mode) || (is_plain_file(st) && !is_held(fd, name))) {
+      sum.bytes += size_on_medium(st);
+      ++sum.files;
+    }
     if (S_ISDIR(st.st_mode) && depth < max_depth) {
       if (const zot::descriptor child = open_directory(fd, name); child.is_open()) {
         add_taken(child.get(), sum, depth + 1);
@@ -131,6 +150,10 @@ void add_taken(int directory, zot::room &sum, int depth) {
 // What the files in force take and give back when they go first.
 zot::room taken_by_gpbs(int root) {
   zot::room sum;
+  struct statfs medium {};
+  if (::fstatfs(root, &medium) != 0 || static_cast<uint32_t>(medium.f_type) == overlay) {
+    return sum;
+  }
   if (const zot::descriptor config = open_directory(root, gpb_directory); config.is_open()) {
     add_taken(config.get(), sum, 0);
   }
@@ -153,7 +176,9 @@ room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *
       ::fstatat(root.get(), "knowledge", &directory, 0) != 0) {
     return {};
   }
-  estimate needed(medium.f_frsize, size_on_medium(directory));
+  // Some file systems give their files larger units than they count in; a directory takes one.
+  const uint64_t folder = size_on_medium(directory);
+  estimate needed(std::max(uint64_t{medium.f_frsize}, folder), folder);
   needed.add_file(k.data_len);
   needed.add_file(sizeof k.checksum);
   // The directory of the GPB files, and the undo folder with a name for each file that it keeps.
