@@ -226,10 +226,9 @@ TEST_F(InPlaceWithAFailure, ARollBackLeavesTheOldFiles) {
 
 TEST_F(InPlaceWithAFailure, ItIsSaidWhenThereIsNoRoomForTheOldFilesEither) {
   break_cp("dd if=/dev/zero of=\"$3/../filled\" 2>/dev/null");
-  fail_to_commit();
-  EXPECT_TRUE(
-      logged(e.log(), {ZOT_LOG_ERROR, gpb_file_topics, "zot_priv_commit_conf",
-                       "fail to restore " + e.conf_root() + ": No space left on device\n"}));
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+  EXPECT_EQ(e.error_text(), "[zot_priv_commit_conf]: fail to restore " + e.conf_root() +
+                                ": No space left on device");
   fs::remove(e.conf_root() + "filled");
   mend_cp();
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();

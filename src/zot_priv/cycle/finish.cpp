@@ -196,16 +196,15 @@ int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection
 
 // What failed in place of the old files leaves them again, for whoever starts next without a
 // service.
-void put_back_unprotected(zot_ctx *handle) {
+int put_back_unprotected(zot_ctx *handle, int status) {
   if (open_step(*handle) < zot::commit_gpb_files || handle->fns.commit_gpb != nullptr ||
-      !zot::owns_undo(*handle) || zot::in_force_source(*handle).gpb_root() != handle->conf_root) {
-    return;
+      !zot::owns_undo(*handle) || zot::keeps_gpbs(*handle)) {
+    return status;
   }
   open_step(*handle) = zot::commit_gpb_files;
-  if (!zot::put_back(*handle, zot_priv_get_gpb(handle, ZOT_SLOT_LAST))) {
-    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_ERROR, gpb_file_topics,
-               "%sfail to restore %s: %s\n", handle->conf_root, std::strerror(errno));
-  }
+  return zot::put_back(*handle, zot_priv_get_gpb(handle, ZOT_SLOT_LAST))
+             ? status
+             : record_failure(handle, __LINE__, "restore");
 }
 
 // Begins a commit, or goes on with one that failed.
@@ -241,8 +240,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
     }
   }
   if (const int status = store(handle, tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
-    put_back_unprotected(handle);
-    return status;
+    return put_back_unprotected(handle, status);
   }
   if (handle->own.marks_waiting == 0) {
     // A roll-back that failed before has made the list that of the earlier configuration.

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -110,11 +109,11 @@ void add_gpbs(estimate &needed, const zot_list *gpbs) {
   needed.add_names(names);
 }
 
-zot::room free_room(const struct statvfs &found) {
+zot::room free_room(const struct statfs &found) {
   // A file system sets blocks aside for itself too, so root cannot count on what others may not
   // use.
-  return {found.f_blocks != 0 ? found.f_bavail * uint64_t{found.f_frsize} : unlimited,
-          found.f_files != 0 ? found.f_favail : unlimited};
+  return {found.f_blocks != 0 ? found.f_bavail * static_cast<uint64_t>(found.f_frsize) : unlimited,
+          found.f_files != 0 ? found.f_ffree : unlimited};
 }
 
 bool fits(const zot::room &needed, const zot::room &available) {
@@ -150,10 +149,6 @@ void add_taken(int directory, zot::room &sum, int depth) {
 // What the files in force take and give back when they go first.
 zot::room taken_by_gpbs(int root) {
   zot::room sum;
-  struct statfs medium {};
-  if (::fstatfs(root, &medium) != 0 || static_cast<uint32_t>(medium.f_type) == overlay) {
-    return sum;
-  }
   if (const zot::descriptor config = open_directory(root, gpb_directory); config.is_open()) {
     add_taken(config.get(), sum, 0);
   }
@@ -170,15 +165,15 @@ namespace zot {
 
 room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   const descriptor root = open_root(handle.conf_root);
-  struct statvfs medium {};
+  struct statfs medium {};
   struct stat directory {};
-  if (!root.is_open() || ::fstatvfs(root.get(), &medium) != 0 || medium.f_frsize == 0 ||
+  if (!root.is_open() || ::fstatfs(root.get(), &medium) != 0 || medium.f_frsize == 0 ||
       ::fstatat(root.get(), "knowledge", &directory, 0) != 0) {
     return {};
   }
   // Some file systems give their files larger units than they count in; a directory takes one.
   const uint64_t folder = size_on_medium(directory);
-  estimate needed(std::max(uint64_t{medium.f_frsize}, folder), folder);
+  estimate needed(std::max(static_cast<uint64_t>(medium.f_frsize), folder), folder);
   needed.add_file(k.data_len);
   needed.add_file(sizeof k.checksum);
   // The directory of the GPB files, and the undo folder with a name for each file that it keeps.
@@ -195,7 +190,9 @@ room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *
     return check;
   }
   check.needed = needed.with_reserve();
-  const room taken = handle.fns.commit_gpb == nullptr ? taken_by_gpbs(root.get()) : room{};
+  const bool gives_back =
+      handle.fns.commit_gpb == nullptr && static_cast<uint32_t>(medium.f_type) != overlay;
+  const room taken = gives_back ? taken_by_gpbs(root.get()) : room{};
   check.available.bytes = add_limited(check.available.bytes, taken.bytes);
   check.available.files = add_limited(check.available.files, taken.files);
   check.fits = fits(check.needed, check.available) ? room_check::in_place : room_check::none;
