@@ -382,12 +382,12 @@ TEST_F(InForceWithOtherFolders, ARollBackWorksOnThoseOfItsGet) {
 TEST_F(InForce, ACommitThatFindsNoRoomChangesNothing) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
-  zot_list *const gpbs = slot_of(e, ZOT_SLOT_TMP).gpbs;
-  constexpr unsigned more_than_any_disk = 100000;
-  for (unsigned each = 0; each < more_than_any_disk; ++each) {
+  write_bytes(e.tmp_root() + "/config/Vpn/huge/1", "");
+  fs::resize_file(e.tmp_root() + "/config/Vpn/huge/1", INT32_MAX);
+  for (unsigned each = 0; each < 100000; ++each) {  // more than any disk
     zot_gpb *const huge = zot_priv_gpb_new("/Vpn/huge/1", INT32_MAX, ZOT_CAT_VPN, "", "huge", 1);
     ASSERT_NE(huge, nullptr);
-    list_add_tail(gpbs, &huge->node);
+    list_add_tail(slot_of(e, ZOT_SLOT_TMP).gpbs, &huge->node);
   }
   const auto cache = contents(e.conf_root());
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);

@@ -5,6 +5,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -49,15 +50,16 @@ std::optional<volume> volume_of(const cache_paths &paths) {
     return std::nullopt;
   }
   volume on;
-  on.block_size = found.f_frsize;
   on.folder_size = static_cast<uint64_t>(folder.st_blocks) * stat_block;
+  // Some file systems give their files larger units than they count in.
+  on.block_size = std::max(uint64_t{found.f_frsize}, on.folder_size);
   for (const char *const name : {"subsys.k", "subsys.checksum", "prev_subsys.k",
                                  "prev_subsys.checksum", "corrupted.k", "corrupted.checksum"}) {
     on.absent_k_files += fs::exists(paths.conf_root / "knowledge" / name) ? 0 : 1;
   }
   // A file system without a size of its own tells none.
   if (found.f_blocks != 0) {
-    on.free_bytes = uint64_t{found.f_bavail} * on.block_size;
+    on.free_bytes = uint64_t{found.f_bavail} * found.f_frsize;
   }
   if (found.f_files != 0) {
     on.free_files = found.f_favail;

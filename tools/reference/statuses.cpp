@@ -66,7 +66,8 @@ constexpr std::array advices = {
                     {"zot_conf_commit()",
                      "a file cannot be copied, removed or synchronised; or there is no room for "
                      "the configuration: the text tells the bytes and files that are needed and "
-                     "those there"},
+                     "those there; or it would take the place of old files that memory does not "
+                     "hold"},
                     {"zot_conf_roll_back()",
                      "the refused K cannot be copied into the cache or synchronised, or what a "
                      "failed commit has changed cannot be put back"},
@@ -164,7 +165,8 @@ constexpr std::array advices = {
                      "empty, or of another size or checksum"},
                     {"zot_conf_commit()",
                      "the K that was written is not what was fetched, or a file is missing after "
-                     "the copy; or a file in the scratch directory was changed; or the get of "
+                     "the copy; or a file in the scratch directory was changed or is missing; or a "
+                     "path of K leads out of the folder of GPB files; or the get of "
                      "another process changed the scratch directory after the get of this one"},
                     {"zot_conf_roll_back()",
                      "the same; or the configuration is in force already, because another process "

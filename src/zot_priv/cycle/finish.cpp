@@ -10,9 +10,12 @@
 #include "zot_priv/cycle/commit_progress.hpp"
 #include "zot_priv/cycle/paths.hpp"
 #include "zot_priv/cycle/recovery.hpp"
+#include "zot_priv/cycle/start_up.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
+#include "zot_priv/storage/leftovers.hpp"
+#include "zot_priv/storage/put_back.hpp"
 #include "zot_priv/storage/room.hpp"
 #include "zot_priv/storage/undo.hpp"
 
@@ -40,6 +43,45 @@ int record_failure(zot_ctx *handle, long line, const char *what) {
                        operation, what, handle->conf_root, std::strerror(errno));
 }
 
+int refuse_changed(zot_ctx *handle) {
+  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                       "[%s]: what the get fetched was changed in %s", operation, handle->tmp_root);
+}
+
+// Before anything changes.
+int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
+  const char *const outside =
+      handle->fns.commit_gpb == nullptr ? zot::path_outside(tmp_gpbs) : nullptr;
+  if (outside != nullptr) {
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
+                         "[%s]: a file of K lies outside of %s: %s", operation,
+                         handle->tmp_gpb_root, outside);
+  }
+  return zot::is_set_as_fetched(*handle, tmp_k, tmp_gpbs) ? ZOT_OK : refuse_changed(handle);
+}
+
+// The new files have to be whole when the old ones go, and the copy may bring no more than was
+// counted. When it fails, memory has to hold the files that were removed for it.
+int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
+  zot::remove_unlisted_files(*handle, tmp_gpbs, {.has_empty_directory = true});
+  if (!zot::are_files_in(handle->tmp_gpb_root, tmp_gpbs)) {
+    return refuse_changed(handle);
+  }
+  const bool is_begun = open_step(*handle) != zot::commit_not_begun;
+  const zot_slot &before = handle->slot[is_begun ? ZOT_SLOT_LAST : ZOT_SLOT_CURRENT];
+  errno = ESTALE;
+  if (before.k != nullptr &&
+      (!zot::is_in_force(*handle, *before.k, nullptr) || !zot::can_put_back(before.gpbs))) {
+    // The next get takes it from the cache.
+    zot::mark_outdated(*handle);
+    return record_failure(handle, __LINE__, "keep the files of");
+  }
+  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_WARN, gpb_file_topics,
+             "%sNo room for the new files beside the old ones, which are removed first: a power "
+             "cut would leave no configuration\n");
+  return ZOT_OK;
+}
+
 // Nothing has changed yet, so a configuration that does not fit is refused.
 int check_room(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs,
                zot::gpb_protection &gpbs) {
@@ -55,9 +97,9 @@ int check_room(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs,
         handle->conf_root, needed, needed_files, available, available_files);
   }
   if (check.fits == zot::room_check::in_place) {
-    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_WARN, gpb_file_topics,
-               "%sNo room for the new files beside the old ones, which are removed first: a power "
-               "cut would leave no configuration\n");
+    if (const int status = prepare_in_place(handle, tmp_gpbs); status != ZOT_OK) {
+      return status;
+    }
   }
   gpbs = check.fits == zot::room_check::in_place || handle->fns.commit_gpb != nullptr
              ? zot::gpb_protection::removed_first
@@ -152,6 +194,19 @@ int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection
   return store_on_medium(handle);
 }
 
+// What failed in place of the old files leaves them again, for whoever starts next without a
+// service.
+int put_back_unprotected(zot_ctx *handle, int status) {
+  if (open_step(*handle) < zot::commit_gpb_files || handle->fns.commit_gpb != nullptr ||
+      !zot::owns_undo(*handle) || zot::keeps_gpbs(*handle)) {
+    return status;
+  }
+  open_step(*handle) = zot::commit_gpb_files;
+  return zot::put_back(*handle, zot_priv_get_gpb(handle, ZOT_SLOT_LAST))
+             ? status
+             : record_failure(handle, __LINE__, "restore");
+}
+
 // Begins a commit, or goes on with one that failed.
 int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   uint32_t &step = open_step(*handle);
@@ -164,10 +219,10 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
     // Another process has found the interrupted commit and put the old files back.
     step = zot::commit_k_files;
   }
-  if (step < zot::commit_medium && !zot::is_set_as_fetched(*handle, *tmp_k, tmp_gpbs)) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                         "[%s]: what the get fetched was changed in %s", operation,
-                         handle->tmp_root);
+  if (step < zot::commit_medium) {
+    if (const int status = check_fetched(handle, *tmp_k, tmp_gpbs); status != ZOT_OK) {
+      return status;
+    }
   }
   zot::gpb_protection gpbs = zot::gpb_protection::kept;
   if (step <= zot::commit_k_files) {
@@ -185,7 +240,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
     }
   }
   if (const int status = store(handle, tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
-    return status;
+    return put_back_unprotected(handle, status);
   }
   if (handle->own.marks_waiting == 0) {
     // A roll-back that failed before has made the list that of the earlier configuration.

@@ -61,6 +61,19 @@ bool holds(int directory, const char *name, const char *bytes, size_t size) {
   return true;
 }
 
+// Whether a path leaves the folder that it counts from, be it to come back.
+bool climbs(const char *path) {
+  int depth = 0;
+  for (const char *at = path; *at != '\0' && depth >= 0;) {
+    at += std::strspn(at, "/");
+    const size_t length = std::strcspn(at, "/");
+    const bool is_dot = length <= 2 && std::strncmp(at, "..", length) == 0;
+    depth += is_dot ? 1 - static_cast<int>(length) : 1;
+    at += length;
+  }
+  return depth < 0;
+}
+
 // Whether the files in a folder hold the bytes that memory has of them.
 bool hold_all(const char *path, const zot_list *gpbs) {
   const zot::descriptor folder = zot::directory_walk::open_root(path);
@@ -79,8 +92,8 @@ bool is_newer(const struct stat &st, const zot_file_id &get) {
          (seconds == get.seconds && static_cast<uint64_t>(st.st_ctim.tv_nsec) >= get.nanoseconds);
 }
 
-// The same for the files that somebody has touched since their get. One that is gone is found when
-// it is copied.
+// The same for the files that somebody has touched since their get. Whether all are there has been
+// looked at.
 bool hold_all_touched(const zot_ctx &handle, const zot_list *gpbs) {
   const zot::descriptor folder = zot::directory_walk::open_root(handle.tmp_gpb_root);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
@@ -144,17 +157,29 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
 
-bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
-  const descriptor folder =
-      directory_walk::open_root(joined_path(handle.conf_root, "/config").c_str());
+bool are_files_in(const char *path, const zot_list *gpbs) {
+  const descriptor folder = directory_walk::open_root(path);
   for (const zot_gpb &gpb : gpb_range(gpbs)) {
     struct stat st {};
-    if (::fstatat(folder.get(), name_below(gpb), &st, 0) != 0 || !S_ISREG(st.st_mode) ||
-        static_cast<uint64_t>(st.st_size) != gpb.size) {
+    if (::fstatat(folder.get(), name_below(gpb), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) != gpb.size) {
       return false;
     }
   }
   return true;
+}
+
+bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
+  return are_files_in(joined_path(handle.conf_root, "/config").c_str(), gpbs);
+}
+
+const char *path_outside(const zot_list *gpbs) {
+  for (const zot_gpb &gpb : gpb_range(gpbs)) {
+    if (gpb.path != nullptr && climbs(gpb.path)) {
+      return gpb.path;
+    }
+  }
+  return nullptr;
 }
 
 void renew_fetched_id(const zot_ctx &handle) {
@@ -163,6 +188,12 @@ void renew_fetched_id(const zot_ctx &handle) {
 }
 
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
+  // An adapter may have its files elsewhere. And the copy of a folder that is gone tells better
+  // what is wrong.
+  if (handle.fns.commit_gpb == nullptr && !is_absent(handle.tmp_gpb_root) &&
+      !are_files_in(handle.tmp_gpb_root, gpbs)) {
+    return false;
+  }
   if (!is_known(fetched_now(handle))) {
     // Without it the K files fail to be copied, and nothing of the set is taken.
     return true;

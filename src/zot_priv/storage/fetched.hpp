@@ -15,17 +15,23 @@ void forget_get(zot_ctx &handle);
 // gone is found when it is copied.
 bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k);
 
-// The same for the K and for all files of its list. A file that was touched since is compared byte
-// by byte; and all of them are when a later get of any process has begun: one that fetched the same
-// again has changed nothing.
+// The same for the K and for all files of its list, which have to be there unless their folder is
+// gone. A file that was touched since is compared byte by byte; and all of them are when a later
+// get of any process has begun: one that fetched the same again has changed nothing.
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 // Whether the persistent directory has a configuration as the one in force, whole, whoever
 // committed it.
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
-// Whether the persistent directory has all files of a list, each of its size.
+// Whether a folder of GPB files, or that of the persistent directory, has all files of a list, each
+// of its size. A link is no such file.
+bool are_files_in(const char *folder, const zot_list *gpbs);
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs);
+
+// The first path of a list that leaves the folder of its files; null when none does. Such a file
+// may be fetched, but not committed: the copy of the folder brings what lies in it.
+const char *path_outside(const zot_list *gpbs);
 
 // Lets whoever has fetched a configuration compare its files before it commits them: some of them
 // may go.

@@ -3,10 +3,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "utilities/owner.hpp"
@@ -25,6 +27,9 @@ constexpr uint64_t stat_block = 512;
 uint64_t size_on_medium(const struct stat &st) {
   return static_cast<uint64_t>(st.st_blocks) * stat_block;
 }
+
+// What an overlay removes stays where it came from; as its kernel tells it.
+constexpr uint32_t overlay = 0x794c7630;
 
 // Sums up what files and directories take.
 class estimate {
@@ -104,21 +109,34 @@ void add_gpbs(estimate &needed, const zot_list *gpbs) {
   needed.add_names(names);
 }
 
-zot::room free_room(const struct statvfs &found) {
+zot::room free_room(const struct statfs &found) {
   // A file system sets blocks aside for itself too, so root cannot count on what others may not
   // use.
-  return {found.f_blocks != 0 ? found.f_bavail * uint64_t{found.f_frsize} : unlimited,
-          found.f_files != 0 ? found.f_favail : unlimited};
+  return {found.f_blocks != 0 ? found.f_bavail * static_cast<uint64_t>(found.f_frsize) : unlimited,
+          found.f_files != 0 ? found.f_ffree : unlimited};
 }
 
 bool fits(const zot::room &needed, const zot::room &available) {
   return needed.bytes <= available.bytes && needed.files <= available.files;
 }
 
+// Whether somebody has a file open: removed, it would go on taking its room. The kernel grants a
+// lease to write to the only one.
+bool is_held(int directory, const char *name) {
+  const zot::descriptor file(
+      ::openat(directory, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  // Whoever opens it in the meantime is told of by this signal, which nobody dies of.
+  ::fcntl(file.get(), F_SETSIG, SIGURG);
+  return ::fcntl(file.get(), F_SETLEASE, F_WRLCK) != 0 && errno == EAGAIN;
+}
+
 void add_taken(int directory, zot::room &sum, int depth) {
   for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
-    sum.bytes += size_on_medium(st);
-    ++sum.files;
+    // A file with another name stays when this one goes.
+    if (S_ISDIR(st.st_mode) || (is_plain_file(st) && !is_held(fd, name))) {
+      sum.bytes += size_on_medium(st);
+      ++sum.files;
+    }
     if (S_ISDIR(st.st_mode) && depth < max_depth) {
       if (const zot::descriptor child = open_directory(fd, name); child.is_open()) {
         add_taken(child.get(), sum, depth + 1);
@@ -147,13 +165,15 @@ namespace zot {
 
 room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   const descriptor root = open_root(handle.conf_root);
-  struct statvfs medium {};
+  struct statfs medium {};
   struct stat directory {};
-  if (!root.is_open() || ::fstatvfs(root.get(), &medium) != 0 || medium.f_frsize == 0 ||
+  if (!root.is_open() || ::fstatfs(root.get(), &medium) != 0 || medium.f_frsize == 0 ||
       ::fstatat(root.get(), "knowledge", &directory, 0) != 0) {
     return {};
   }
-  estimate needed(medium.f_frsize, size_on_medium(directory));
+  // Some file systems give their files larger units than they count in; a directory takes one.
+  const uint64_t folder = size_on_medium(directory);
+  estimate needed(std::max(static_cast<uint64_t>(medium.f_frsize), folder), folder);
   needed.add_file(k.data_len);
   needed.add_file(sizeof k.checksum);
   // The directory of the GPB files, and the undo folder with its token and a name for each file
@@ -171,7 +191,9 @@ room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *
     return check;
   }
   check.needed = needed.with_reserve();
-  const room taken = handle.fns.commit_gpb == nullptr ? taken_by_gpbs(root.get()) : room{};
+  const bool gives_back =
+      handle.fns.commit_gpb == nullptr && static_cast<uint32_t>(medium.f_type) != overlay;
+  const room taken = gives_back ? taken_by_gpbs(root.get()) : room{};
   check.available.bytes = add_limited(check.available.bytes, taken.bytes);
   check.available.files = add_limited(check.available.files, taken.files);
   check.fits = fits(check.needed, check.available) ? room_check::in_place : room_check::none;

@@ -295,9 +295,11 @@ bool has_undo(const zot_ctx &handle) {
 }
 
 in_force_source::in_force_source(const zot_ctx &handle)
-    : conf_root_(handle.conf_root), kept_(handle.conf_root, undo) {
+    : conf_root_(handle.conf_root), kept_(handle.conf_root, undo), has_gpbs_(keeps_gpbs(handle)) {}
+
+bool keeps_gpbs(const zot_ctx &handle) {
   struct stat st {};
-  has_gpbs_ = is_there(AT_FDCWD, joined_path(kept_.c_str(), gpb_directory).c_str(), &st);
+  return is_there(AT_FDCWD, joined_path(handle.conf_root, "undo/config").c_str(), &st);
 }
 
 int read_k_in_force(zot_ctx *handle, zot_k *k, const char *root, int flags) {

@@ -41,6 +41,8 @@ int read_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
 unsigned count_absent_files(const zot_ctx &handle);
 // Whether the undo folder is the one that this handle has begun.
 bool owns_undo(const zot_ctx &handle);
+// Whether it keeps GPB files beside the new ones.
+bool keeps_gpbs(const zot_ctx &handle);
 
 // Puts back what the undo folder keeps and removes it. May be cut off anywhere and called again.
 // False, with errno, when something could not be put back.

@@ -114,7 +114,19 @@ bool model::is_k_as_fetched() const {
                              checksum->second.starts_with(test::sha256_hex(bytes))));
 }
 
+// An adapter may have its files elsewhere; and the copy finds that their folder is gone.
+bool model::has_all_fetched() const {
+  return !has_own_operations_ || !scratch_.has_config ||
+         std::ranges::all_of(*slots_[ZOT_SLOT_TMP].gpbs, [this](const gpb &file) {
+           const auto found = scratch_.held.find("config" + file.path);
+           return found != scratch_.held.end() && found->second.size() == file.bytes.size();
+         });
+}
+
 bool model::is_set_as_fetched() const {
+  if (!has_all_fetched()) {
+    return false;
+  }
   if (!scratch_.has("subsys.checksum")) {
     return true;
   }

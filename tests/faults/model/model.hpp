@@ -90,6 +90,7 @@ class model {
   // Whether nobody has written the announced checksum anew since the get.
   [[nodiscard]] bool is_untouched() const;
   [[nodiscard]] bool is_k_as_fetched() const;
+  [[nodiscard]] bool has_all_fetched() const;
   [[nodiscard]] bool is_set_as_fetched() const;
   [[nodiscard]] bool is_in_force() const;
   directory &at(area where) { return where == area::cache ? cache_ : scratch_; }

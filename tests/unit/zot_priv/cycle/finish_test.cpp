@@ -230,6 +230,30 @@ TEST_F(CommitConf, NeedsATemporaryList) {
   EXPECT_EQ(e.error_text(), "No temporary configuration to commit");
 }
 
+class CommitOfAPathThatClimbs : public Finish {
+ protected:
+  void SetUp() override {
+    Finish::SetUp();
+    write_bytes(e.tmp_root() + "/gpb.tgz", "a");
+    list_add_tail(slot(ZOT_SLOT_TMP).gpbs,
+                  &zot_priv_gpb_new("/Wlan/../../gpb.tgz", 1, ZOT_CAT_WLAN, "", "..", 1)->node);
+  }
+};
+
+TEST_F(CommitOfAPathThatClimbs, IsRefusedBeforeAnythingChanges) {
+  const auto cache = contents(e.conf_root());
+  EXPECT_EQ(run_commit(), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(e.error_text(), "[zot_priv_commit_conf]: a file of K lies outside of " + e.tmp_root() +
+                                "//config: /Wlan/../../gpb.tgz");
+  EXPECT_EQ(contents(e.conf_root()), cache);
+  EXPECT_EQ(text_of(slot(ZOT_SLOT_CURRENT).k), first_configuration().k_text());
+}
+
+TEST_F(CommitOfAPathThatClimbs, IsTheAffairOfAnAdapter) {
+  e.handle()->fns.commit_gpb = [](zot_ctx *, const char *, zot_list *) -> int { return ZOT_OK; };
+  EXPECT_EQ(run_commit(), ZOT_OK) << e.error_text();
+}
+
 // What goes missing in the scratch directory, and comes back before the second try.
 class FailedCommit : public Finish {
  protected:

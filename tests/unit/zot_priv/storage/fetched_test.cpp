@@ -10,6 +10,7 @@
 
 #include "tests/cycle/cycle_checks.hpp"
 #include "tests/support/service.hpp"
+#include "zot_priv/model/owners.hpp"
 
 namespace {
 using namespace zot::test;
@@ -131,6 +132,55 @@ TEST_F(Fetched, IsNotInForceWhenTheCacheHasItDamaged) {
     second_configuration().install_cache(e.conf_root());
     flip_bit(e.conf_root() + name);
     EXPECT_FALSE(is_in_force()) << name;
+  }
+}
+
+TEST_F(Fetched, IsNotWholeWithoutAFileThoughNoOtherGetHasBegun) {
+  fs::remove(scratch("config/Wlan/staff/1"));
+  EXPECT_FALSE(is_set_as_fetched());
+  EXPECT_TRUE(is_k_as_fetched());
+}
+
+TEST_F(Fetched, IsNotWholeWithALinkInThePlaceOfAFile) {
+  const std::string file = scratch("config/Wlan/staff/1");
+  fs::rename(file, e.dir() / "elsewhere");
+  fs::create_symlink(e.dir() / "elsewhere", file);
+  EXPECT_FALSE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsNotWholeWithoutAFileWhenItsChecksumIsGoneToo) {
+  fs::remove(scratch("subsys.checksum"));
+  EXPECT_TRUE(is_set_as_fetched());
+  fs::remove(scratch("config/Wlan/staff/1"));
+  EXPECT_FALSE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, MayLieElsewhereForAnAdapter) {
+  fs::remove(scratch("config/Wlan/staff/1"));
+  e.handle()->fns.commit_gpb = [](zot_ctx *, const char *, zot_list *) -> int { return ZOT_OK; };
+  EXPECT_TRUE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, LeavesAFolderThatIsGoneToItsCopy) {
+  fs::remove_all(scratch("config"));
+  EXPECT_TRUE(is_set_as_fetched());
+  EXPECT_FALSE(zot::are_files_in(e.handle()->tmp_gpb_root, slot_of(e, ZOT_SLOT_TMP).gpbs));
+}
+
+TEST_F(Fetched, HasAPathOutsideOfItsFolderOnlyWhereOneClimbs) {
+  const auto has_outside = [&](const char *path) {
+    const zot::gpb_list_owner gpbs = zot::make_gpb_list(e.handle());
+    for (const char *const each : {"/Wlan/b/1", path}) {
+      list_add_tail(gpbs.get(), &zot_priv_gpb_new(each, 1, ZOT_CAT_WLAN, "", "a", 1)->node);
+    }
+    const char *const found = zot::path_outside(gpbs.get());
+    return found != nullptr && std::string(found) == path;
+  };
+  for (const char *const path : {"/Wlan/a/1", "/Wlan/../Wlan/a/1", "/Wlan/..a/...", "//a/./1"}) {
+    EXPECT_FALSE(has_outside(path)) << path;
+  }
+  for (const char *const path : {"/Wlan/../../gpb.tgz", "../subsys.k", "/./../config/Wlan/a/1"}) {
+    EXPECT_TRUE(has_outside(path)) << path;
   }
 }
 

@@ -39,6 +39,11 @@ class Room : public testing::Test {
     zot_gpb *const gpb = zot_priv_gpb_new(path.c_str(), size, number, "", key, 1);
     list_add_tail(gpbs_.get(), &gpb->node);
   }
+  void add_more_than_there_is() {
+    for (int each = 0; each < 100000; ++each) {
+      add("Vpn", ZOT_CAT_VPN, "huge", INT32_MAX);
+    }
+  }
   [[nodiscard]] room_check look() const { return zot::look_for_room(*e.handle(), k_, gpbs_.get()); }
 
   element e;
@@ -112,8 +117,9 @@ TEST_F(Room, IsNotThereForMoreThanTheDiskHas) {
 TEST_F(Room, OfTheFilesInForceCountsWhenTheyGoFirst) {
   constexpr std::uint64_t taken = 512 * (std::uint64_t{1} << 20);
   write_bytes(e.conf_root() + "config/Wlan/a/1", "");
-  const zot::descriptor file(::open((e.conf_root() + "config/Wlan/a/1").c_str(), O_WRONLY));
+  zot::descriptor file(::open((e.conf_root() + "config/Wlan/a/1").c_str(), O_WRONLY));
   ASSERT_EQ(::posix_fallocate(file.get(), 0, taken), 0);
+  file.close();
   const std::uint64_t wanted = look().available.bytes + taken / 2;
   for (std::uint64_t left = wanted; left > 0; left -= std::min(left, gibibyte)) {
     add("Vpn", ZOT_CAT_VPN, "huge", static_cast<std::uint32_t>(std::min(left, gibibyte)));
@@ -123,11 +129,38 @@ TEST_F(Room, OfTheFilesInForceCountsWhenTheyGoFirst) {
   EXPECT_GE(check.available.bytes, check.needed.bytes);
 }
 
+TEST_F(Room, OfAFileInForceWithASecondNameDoesNotCount) {
+  const std::string path = e.conf_root() + "config/Wlan/a/1";
+  write_bytes(path, std::string(10 * block_, 'a'));
+  add_more_than_there_is();
+  const std::uint64_t alone = look().available.files;
+  std::filesystem::create_hard_link(path, e.dir() / "second");
+  EXPECT_EQ(alone - look().available.files, 1U);
+}
+
+TEST_F(Room, OfAFileInForceThatIsHeldOpenDoesNotCount) {
+  const std::string path = e.conf_root() + "config/Wlan/a/1";
+  write_bytes(path, "a");
+  add_more_than_there_is();
+  const std::uint64_t alone = look().available.files;
+  const zot::descriptor held(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(alone - look().available.files, 1U);
+}
+
+// As with clusters, which are larger than the blocks that the file system counts in.
+TEST_F(Room, IsNeededInUnitsOfWhatAFolderTakes) {
+  for (int each = 0; each < 500; ++each) {
+    write_bytes(knowledge_of(e) + "/" + std::string(100, 'n') + std::to_string(each), "");
+  }
+  struct stat knowledge {};
+  ::stat(knowledge_of(e).c_str(), &knowledge);
+  const std::uint64_t unit = static_cast<std::uint64_t>(knowledge.st_blocks) * 512;
+  EXPECT_EQ(look().needed.bytes, 2 * std::max(unit, block_) + (2 + 7) * unit);
+}
+
 TEST_F(Room, ForFilesThatAnAdapterCommitsIsItsOwnAffair) {
   const room_check without = look();
-  for (int each = 0; each < 100000; ++each) {
-    add("Vpn", ZOT_CAT_VPN, "huge", INT32_MAX);
-  }
+  add_more_than_there_is();
   e.handle()->fns.commit_gpb = commit_elsewhere;
   EXPECT_EQ(look().fits, room_check::beside);
   EXPECT_EQ(look().needed.bytes, without.needed.bytes);
