@@ -45,7 +45,7 @@ class InPlace : public testing::Test {
     ASSERT_TRUE(has_mounts_of_its_own());
     fs::create_directories(e.conf_root());
     bring_first_to_medium();
-    ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+    ASSERT_EQ(get_of(next_configuration()).status, ZOT_OK);
     e.log().clear();
   }
   void TearDown() override {
@@ -57,6 +57,7 @@ class InPlace : public testing::Test {
     e.restart();
     bring_to(first_configuration());
   }
+  [[nodiscard]] virtual publication next_configuration() const { return second_configuration(); }
   returned_list get_of(const publication &published) {
     remote.publish(published);
     return e.get();
@@ -117,7 +118,7 @@ TEST_F(InPlace, NothingIsReplacedByAScratchFolderThatWasLost) {
   expect_in_force_alone(first_configuration());
 }
 
-TEST_F(InPlace, WhatLaysInTheScratchFolderBesideIsNotCopied) {
+TEST_F(InPlace, WhatLiesInTheScratchFolderBesideIsNotCopied) {
   write_bytes(e.tmp_root() + "/config/Ap/stranger", std::string(50000, 's'));
   fs::create_directories(e.tmp_root() + "/config/Ap/empty");
   ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
@@ -240,17 +241,22 @@ class InPlaceOfAnOverlay : public InPlace {
  protected:
   void bring_first_to_medium() override {
     e.restart();
-    bring_to(first_configuration());
+    bring_to(large());
     e.stop();
     const std::string upper = e.dir() / "upper";
     fs::create_directories(upper);
-    ASSERT_EQ(::mount("none", upper.c_str(), "tmpfs", 0, "size=16k"), 0);
+    ASSERT_EQ(::mount("none", upper.c_str(), "tmpfs", 0, "size=180k"), 0);
     fs::create_directories(upper + "/files");
     fs::create_directories(upper + "/work");
     const std::string options =
         "lowerdir=" + e.conf_root() + ",upperdir=" + upper + "/files,workdir=" + upper + "/work";
     ASSERT_EQ(::mount("none", e.conf_root().c_str(), "overlay", 0, options.c_str()), 0);
     e.restart();
+  }
+  // It has room for this once, or for this in place of the old one.
+  static publication large() { return first_configuration().put("Vpn", "huge", 1, noise(200000)); }
+  [[nodiscard]] publication next_configuration() const override {
+    return large().config_id("00000000-0000-0000-0000-000000000004");
   }
   void TearDown() override {
     InPlace::TearDown();
@@ -260,7 +266,7 @@ class InPlaceOfAnOverlay : public InPlace {
 
 TEST_F(InPlaceOfAnOverlay, NothingIsReplaced) {
   expect_no_room();
-  expect_in_force_alone(first_configuration());
+  expect_in_force_alone(large());
 }
 
 }  // namespace
