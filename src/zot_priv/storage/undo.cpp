@@ -82,13 +82,12 @@ struct cache_folders {
 };
 
 // The K files may lie on a file system of their own.
-bool sync_folders(const cache_folders &at) {
+bool sync_folders(int root, int knowledge) {
   struct stat of_root {};
   struct stat of_knowledge {};
-  ::fstat(at.root.get(), &of_root);
-  ::fstat(at.knowledge.get(), &of_knowledge);
-  return ::syncfs(at.root.get()) == 0 &&
-         (of_root.st_dev == of_knowledge.st_dev || ::syncfs(at.knowledge.get()) == 0);
+  ::fstat(root, &of_root);
+  ::fstat(knowledge, &of_knowledge);
+  return ::syncfs(root) == 0 && (of_root.st_dev == of_knowledge.st_dev || ::syncfs(knowledge) == 0);
 }
 
 bool is_there(int directory, const char *name, struct stat *st) {
@@ -277,8 +276,8 @@ bool begin_undo(zot_ctx &handle, gpb_protection gpbs) {
     return false;
   }
   const cache_folders at(handle, undo);
-  const bool is_begun =
-      at.are_open() && sync_folders(at) && (gpbs == gpb_protection::removed_first || keep_gpbs(at));
+  const bool is_begun = at.are_open() && sync_folders(root.get(), at.knowledge.get()) &&
+                        (gpbs == gpb_protection::removed_first || keep_gpbs(at));
   if (!is_begun) {
     const errno_keeper keep_errno;
     restore_from_undo(handle);
@@ -348,7 +347,7 @@ bool restore_from_undo(zot_ctx &handle) {
     errno = error;
     return false;
   }
-  if (!sync_folders(at)) {
+  if (!sync_folders(at.root.get(), at.knowledge.get())) {
     return false;
   }
   // The folder keeps nothing any more: whether its removal reaches the medium makes no difference.
@@ -391,8 +390,9 @@ void remove_undo_leftovers(const zot_ctx &handle) {
 }
 
 bool sync_cache(const zot_ctx &handle) {
-  const cache_folders at(handle, ".");
-  return at.are_open() && sync_folders(at);
+  const descriptor root = open_root(handle.conf_root);
+  const descriptor knowledge = open_root(handle.conf_k_root);
+  return root.is_open() && knowledge.is_open() && sync_folders(root.get(), knowledge.get());
 }
 
 }  // namespace zot
