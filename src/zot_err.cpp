@@ -66,7 +66,7 @@ int record(zot_ctx *handle, uint32_t packed, const char *func) {
 }
 
 int record(zot_ctx *handle, uint32_t packed, const char *func, const char *fmt, ...) {
-  const int code = static_cast<int8_t>(packed);
+  const int code = unpack_code(packed);
   if (handle == nullptr) {
     return code;
   }

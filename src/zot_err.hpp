@@ -6,11 +6,20 @@
 
 namespace zot {
 
-// Status and line in one word, so that a call hands over little.
-inline constexpr unsigned code_bits = 8;
+// Status and line in half a word, so that a call hands over little. The codes are those of the table.
+inline constexpr unsigned code_bits = 5;
+inline constexpr uint32_t code_mask = (1U << code_bits) - 1;
 constexpr uint32_t pack_status(int code, long line) {
-  return static_cast<uint8_t>(code) | static_cast<uint32_t>(line) << code_bits;
+  return (static_cast<uint32_t>(code) & code_mask) | static_cast<uint32_t>(line) << code_bits;
 }
+constexpr int unpack_code(uint32_t packed) {
+  constexpr uint32_t sign = 1U << (code_bits - 1);
+  return static_cast<int>((packed & code_mask) ^ sign) - static_cast<int>(sign);
+}
+#define ZOT_STATUS_FITS(name, code, text) \
+  static_assert(unpack_code(pack_status(name, 0)) == (name));
+ZOT_STATUS_MAP(ZOT_STATUS_FITS)
+#undef ZOT_STATUS_FITS
 
 // Records a status and yields its code. A null handle has nowhere to record to: the code alone is
 // the answer.
