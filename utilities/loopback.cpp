@@ -23,23 +23,9 @@ bool is_loopback(const char *host) {
          std::strcmp(host, "[::1]") == 0;
 }
 
-// The form in which an element's own service is asked, told without taking the URL apart.
-bool names_own_service(const char *url) {
-  constexpr char start[] = "http://127.0.0.1:";
-  constexpr size_t start_length = sizeof start - 1;
-  if (std::strncmp(url, start, start_length) != 0) {
-    return false;
-  }
-  const size_t digits = std::strspn(url + start_length, "0123456789");
-  return digits > 0 && url[start_length + digits] == '/';
-}
-
 }  // namespace
 
 bool zot::may_name_loopback(const char *url) {
-  if (names_own_service(url)) {
-    return true;
-  }
   const curl_url_handle parsed(curl_url());
   char *part = nullptr;
   if (parsed == nullptr ||

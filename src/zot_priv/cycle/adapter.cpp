@@ -135,13 +135,10 @@ int ap_download_k(zot_ctx *handle, zot_k *k) {
   }
   zot::clear_download_targets(*handle);
   char host[host_size];
+  static_cast<void>(
+      std::snprintf(host, sizeof host, "%s:%u", loopback_host, zot_sub_get_remote_port()));
   if (is_set("ZOT_REMOTE_PORT")) {
-    static_cast<void>(
-        std::snprintf(host, sizeof host, "%s:%u", loopback_host, zot_sub_get_remote_port()));
     ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_TRANSFER, "%sURL: %s\n", host);
-  } else {
-    static_cast<void>(std::snprintf(host, sizeof host, "%s:%u", loopback_host,
-                                    static_cast<uint32_t>(ZOT_REMOTE_PORT)));
   }
   const int status = zot_priv_get_new_k_by_host(handle, k, host);
   if (zot_util_is_err(status) && status != ZOT_ERR_SAME_AS_CORRUPTED) {

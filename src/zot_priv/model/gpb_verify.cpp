@@ -106,20 +106,21 @@ constexpr const char *entry_check = "zot_priv_chk_vail_gpb";
                        file_check, name.c_str());
 }
 
-[[gnu::noinline]] int refuse_size(zot_ctx *handle, const stated_file &file, uint32_t real_size) {
-  const told_name name(file);
-  ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
-                "[%s]: wrong GPB size: expect/real size=%ld/%ld", file_check,
-                static_cast<long>(file.size), static_cast<long>(real_size));
-  ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n",
-             name.c_str());
-  return ZOT_ERR_CORRUPTED;
+bool has_stated_size(const stated_file &file, uint32_t size) {
+  return file.size >= 0 && size == static_cast<uint32_t>(file.size);
 }
 
-[[gnu::noinline]] int refuse_content(zot_ctx *handle, const stated_file &file) {
+// A file of another size is refused for that, whatever it holds.
+[[gnu::noinline]] int refuse(zot_ctx *handle, const stated_file &file, uint32_t size) {
+  if (has_stated_size(file, size)) {
+    ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
+                  "[%s]: wrong GPB checksum: expect chksum = %s", file_check, file.checksum);
+  } else {
+    ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
+                  "[%s]: wrong GPB size: expect/real size=%ld/%ld", file_check,
+                  static_cast<long>(file.size), static_cast<long>(size));
+  }
   const told_name name(file);
-  ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
-                "[%s]: wrong GPB checksum: expect chksum = %s", file_check, file.checksum);
   ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n",
              name.c_str());
   return ZOT_ERR_CORRUPTED;
@@ -141,10 +142,10 @@ int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known,
     return refuse_empty(handle, file);
   }
   if (opened.size > std::max<int64_t>(file.size, 0) + read_beyond) {
-    return refuse_size(handle, file, opened.size);
+    return refuse(handle, file, opened.size);
   }
-  const bool has_stated_size = file.size >= 0 && opened.size == static_cast<uint32_t>(file.size);
-  if (room == nullptr || !has_stated_size) {
+  const bool is_of_stated_size = has_stated_size(file, opened.size);
+  if (room == nullptr || !is_of_stated_size) {
     room = make_room(opened.size);
   }
   if (room == nullptr ||
@@ -152,11 +153,10 @@ int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known,
     return refuse_empty(handle, file);
   }
   handle->stat.bytes_read += opened.size;
-  if (!has_stated_size) {
-    return refuse_size(handle, file, opened.size);
+  if (is_of_stated_size) {
+    out = check(std::move(room), file, known);
   }
-  out = check(std::move(room), file, known);
-  return out != nullptr ? ZOT_OK : refuse_content(handle, file);
+  return out != nullptr ? ZOT_OK : refuse(handle, file, opened.size);
 }
 
 int tell_verified(zot_ctx *handle, const stated_file &file, bool is_kept) {

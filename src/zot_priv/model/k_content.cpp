@@ -24,6 +24,24 @@ bool read_text(const cJSON *object, const char *name, char *out, size_t size) {
   return true;
 }
 
+constexpr const char *operation = "zot_priv_chk_vail_k_cont";
+
+struct text_field {
+  char *text;
+  size_t size;
+};
+
+// A member that a K may lack; label is what the log calls it.
+void read_optional(zot_ctx *handle, const cJSON *json, const char *name, const char *label,
+                   const text_field &out) {
+  if (read_text(json, name, out.text, out.size)) {
+    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K, "%s%s of new K: \"%s\"\n",
+               label, out.text);
+  } else {
+    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_K, "%sNo %s in K.\n", name);
+  }
+}
+
 // That of a K with the same text, or one's own.
 zot::parsed_k parse(const char *text, const char *checksum, zot_parsed_k *known) {
   const bool is_known =
@@ -34,7 +52,6 @@ zot::parsed_k parse(const char *text, const char *checksum, zot_parsed_k *known)
 }  // namespace
 
 int zot::check_k_content(zot_ctx *handle, zot_k *k, const char *checksum, zot_parsed_k *known) {
-  constexpr const char *operation = "zot_priv_chk_vail_k_cont";
   if (handle == nullptr || k == nullptr) {
     return ZOT_ERR_NULL_INPUT;
   }
@@ -63,20 +80,9 @@ int zot::check_k_content(zot_ctx *handle, zot_k *k, const char *checksum, zot_pa
   }
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
              "%sGet new K: cluster ID: \"%s\"\n", cluster_id);
-  if (read_text(json, "firmwareVersion", meta.firmware_version, sizeof meta.firmware_version)) {
-    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
-               "%sfw version of new K: \"%s\"\n", meta.firmware_version);
-  } else {
-    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_K, "%sNo %s in K.\n",
-               "firmwareVersion");
-  }
-  if (read_text(json, "configId", meta.config_id, sizeof meta.config_id)) {
-    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,
-               "%sconf UUID of new K: \"%s\"\n", meta.config_id);
-  } else {
-    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_K, "%sNo %s in K.\n",
-               "configId");
-  }
+  read_optional(handle, json, "firmwareVersion", "fw version",
+                {meta.firmware_version, sizeof meta.firmware_version});
+  read_optional(handle, json, "configId", "conf UUID", {meta.config_id, sizeof meta.config_id});
   keep_parsed(*k, std::move(parsed), gpbs);
   std::memcpy(meta.cluster_id, cluster_id, sizeof meta.cluster_id);
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K,

@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -51,6 +52,26 @@ bool flatten(int top, const char *name, const struct stat &st, unsigned &serial)
 }
 
 }  // namespace
+
+bool visit_entries(int directory,
+                   bool (*visit)(void *context, int directory, const char *name,
+                                 const struct stat &st),
+                   void *context) {
+  directory_names names(directory);
+  while (const char *const name = names.next()) {
+    struct stat st {};
+    if (::fstatat(directory, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) {
+        continue;
+      }
+      return false;
+    }
+    if (!visit(context, directory, name, st)) {
+      return false;
+    }
+  }
+  return !names.has_failed();
+}
 
 descriptor open_directory(int parent, const char *name) {
   return descriptor(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));

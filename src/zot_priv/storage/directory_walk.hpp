@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cstddef>
 
 #include "utilities/owner.hpp"
@@ -46,23 +45,22 @@ class directory_names {
   alignas(8) char buffer_[buffer_size];
 };
 
-// Calls visit(directory descriptor, name, stat) for each entry; a visit that returns false ends it.
+// Calls visit(context, directory descriptor, name, stat) for each entry; a visit that returns false
+// ends it.
+bool visit_entries(int directory,
+                   bool (*visit)(void *context, int directory, const char *name,
+                                 const struct stat &st),
+                   void *context);
+
+// The same with visit(directory descriptor, name, stat).
 template <class Visit>
 bool for_each_entry(int directory, Visit visit) {
-  directory_names names(directory);
-  while (const char *const name = names.next()) {
-    struct stat st {};
-    if (::fstatat(directory, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-      if (errno == ENOENT) {
-        continue;
-      }
-      return false;
-    }
-    if (!visit(directory, name, st)) {
-      return false;
-    }
-  }
-  return !names.has_failed();
+  return visit_entries(
+      directory,
+      [](void *context, int fd, const char *name, const struct stat &st) {
+        return (*static_cast<Visit *>(context))(fd, name, st);
+      },
+      &visit);
 }
 
 // An archive may bring directories that their owner cannot enter or empty. What stays closed fails

@@ -135,10 +135,10 @@ bool add_announced(const zot_k &k, listed_files &files) {
   }
   const cJSON *item = nullptr;
   cJSON_ArrayForEach(item, k.gpbs) {
-    char path[ZOT_PATH_SIZE];
+    const char *const path = cJSON_GetStringValue(cJSON_GetObjectItem(item, "path"));
     int32_t size = 0;
-    if (get_json_item(item, "path", cJSON_String, path, sizeof path) == 0 &&
-        get_json_item(item, "size", cJSON_Number, &size, sizeof size) == 0 && size >= 0) {
+    if (path != nullptr && get_json_item(item, "size", cJSON_Number, &size, sizeof size) == 0 &&
+        size >= 0) {
       files.add(path, static_cast<uint64_t>(size));
     }
   }
