@@ -6,7 +6,8 @@
 
 namespace zot {
 
-// Status and line in half a word, so that a call hands over little. The codes are those of the table.
+// Status and line in half a word, so that a call hands over little. The codes are those of the
+// table.
 inline constexpr unsigned code_bits = 5;
 inline constexpr uint32_t code_mask = (1U << code_bits) - 1;
 constexpr uint32_t pack_status(int code, long line) {
