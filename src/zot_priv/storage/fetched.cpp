@@ -157,8 +157,8 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
 
-bool are_files_in(const char *path, const zot_list *gpbs) {
-  const descriptor folder = directory_walk::open_root(path);
+bool are_files_in(const char *folder_path, const zot_list *gpbs) {
+  const descriptor folder = directory_walk::open_root(folder_path);
   for (const zot_gpb &gpb : gpb_range(gpbs)) {
     struct stat st {};
     if (::fstatat(folder.get(), name_below(gpb), &st, AT_SYMLINK_NOFOLLOW) != 0 ||

@@ -26,7 +26,7 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 // Whether a folder of GPB files, or that of the persistent directory, has all files of a list, each
 // of its size. A link is no such file.
-bool are_files_in(const char *folder, const zot_list *gpbs);
+bool are_files_in(const char *folder_path, const zot_list *gpbs);
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs);
 
 // The first path of a list that leaves the folder of its files; null when none does. Such a file

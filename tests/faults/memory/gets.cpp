@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Gets of every kind, in the life of a handle and as the first call of one.
+#include <cstdio>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -92,6 +93,29 @@ std::string go_on_after_get(stage &on, const get_case &wanted, const memory &bef
   return after;
 }
 
+// A get looks for a refused K that an earlier load has missed. Where that load is to count as lost,
+// the file is not there for the time of the get.
+class refusal_out_of_sight {
+ public:
+  explicit refusal_out_of_sight(const stage &on)
+      : file_(std::string(on.handle()->conf_root) + "/knowledge/corrupted.checksum"),
+        aside_(std::string(on.handle()->tmp_root) + "/../refusal"),
+        is_moved_((on.lost_loads() & ZOT_LOADED_FAIL_K) != 0 &&
+                  std::rename(file_.c_str(), aside_.c_str()) == 0) {}
+  refusal_out_of_sight(const refusal_out_of_sight &) = delete;
+  refusal_out_of_sight &operator=(const refusal_out_of_sight &) = delete;
+  ~refusal_out_of_sight() {
+    if (is_moved_) {
+      std::rename(aside_.c_str(), file_.c_str());
+    }
+  }
+
+ private:
+  std::string file_;
+  std::string aside_;
+  bool is_moved_;
+};
+
 operation get_operation(get_case wanted) {
   const auto before = std::make_shared<memory>();
   const auto run = [wanted, before](stage &on, const fault &fault) {
@@ -100,6 +124,7 @@ operation get_operation(get_case wanted) {
     const std::string proxy = "http://127.0.0.1:" + std::to_string(on.port_of(third));
     const test::env_guard named("http_proxy",
                                 wanted.has_proxy ? std::optional(proxy) : std::nullopt);
+    const refusal_out_of_sight hidden(on);
     return on.get(fault, wanted.mask);
   };
   const auto go_on = [wanted, before](stage &on, const outcome &got, const references &known) {
