@@ -442,7 +442,9 @@ typedef struct zot_k {
 /** Bytes of a GPB file that passed its verification; the library alone makes them. */
 typedef struct zot_verified zot_verified;
 
-/** One GPB file of a configuration. The record owns its path, and its content as told there. */
+/** One GPB file of a configuration. The record owns its path, and its content as told there. A
+ * record is not to be copied by assignment: what it shares is counted; see zot_priv_gpb_list_cpy().
+ */
 typedef struct zot_gpb {
   char *path; /**< /category/key/version */
   /** The file's bytes, not terminated. When they are those of verified, they may be read and never

@@ -6,7 +6,9 @@
 #include "zot_priv/cycle/finish.hpp"
 #include "zot_priv/cycle/recovery.hpp"
 #include "zot_priv/cycle/start_up.hpp"
+#include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
+#include "zot_priv/storage/undo.hpp"
 
 namespace {
 
@@ -26,6 +28,20 @@ void load_k(zot_ctx *handle, int which) {
   } else if (which == ZOT_K_LAST) {
     zot_priv_init_load_prev_k(handle);
   }
+}
+
+// What another process has committed since, read for this call alone: entries that were handed out
+// stay as they are until the next get.
+zot::k_owner read_changed(zot_ctx *handle, int which) {
+  if (which == ZOT_K_NEW || zot::waits_for_verdict(*handle) || !zot::is_cache_changed(*handle)) {
+    return nullptr;
+  }
+  zot::k_owner k = zot::make_k();
+  if (k != nullptr && (which == ZOT_K_CURRENT ? zot::read_k_in_force : zot::read_last_k)(
+                          handle, k.get(), handle->conf_root, ZOT_READ_K_OPTIONAL) != ZOT_OK) {
+    k.reset();
+  }
+  return k;
 }
 
 }  // namespace
@@ -57,12 +73,10 @@ int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which) {
     return status;
   }
   zot::undo_interrupted_commit(*handle);
-  if (!zot::waits_for_verdict(*handle)) {
-    zot::reload_changed_cache(*handle);
-  }
-  load_k(handle, which);
   const k_choice &choice = k_choices[static_cast<size_t>(which)];
-  const zot_k *const k = zot_priv_get_k(handle, choice.slot);
+  const zot::k_owner stored = read_changed(handle, which);
+  load_k(handle, which);
+  const zot_k *const k = stored != nullptr ? stored.get() : zot_priv_get_k(handle, choice.slot);
   if (k == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NO_CACHE, "No cached %s K.", choice.name);
   }

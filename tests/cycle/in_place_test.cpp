@@ -23,8 +23,8 @@ using namespace zot::test;
 namespace fs = std::filesystem;
 
 constexpr const char *warning =
-    "No room for the new files beside the old ones, which are removed first: a power cut would "
-    "leave no configuration\n";
+    "No room for the new files beside the old ones, which go first: a power cut would "
+    "leave none\n";
 // A page for each file. K, its checksum and three files take five of them.
 constexpr const char *nine_pages = "size=36k";
 

@@ -281,6 +281,19 @@ TEST_F(Sharing, MetadataFollowWhatTheOtherCommitted) {
   EXPECT_STREQ(found.config_id, wanted.config_id);
 }
 
+// What a get has handed out is good until the next get.
+TEST_F(Sharing, MetadataOfWhatTheOtherCommittedTakeNoEntryAway) {
+  bring_to(first_configuration());
+  zot_list *list = nullptr;
+  ASSERT_EQ(zot_conf_get(other(), zot::test::every_category(), cached, &list), ZOT_OK);
+  const std::vector<zot::test::returned_entry> before = zot::test::entries_of(list);
+  bring_to(second_configuration());
+  zot_k_meta found{};
+  ASSERT_EQ(zot_util_get_k_meta(other(), &found, ZOT_K_CURRENT), ZOT_OK);
+  EXPECT_EQ(zot::test::entries_of(list), before);
+  zot_conf_free_ret_data(other(), &list);
+}
+
 TEST_F(Sharing, WhatIsPublishedAgainReplacesWhatTheOtherCommitted) {
   bring_to(first_configuration());
   ASSERT_EQ(get(other(), every_change).status, ZOT_OK);

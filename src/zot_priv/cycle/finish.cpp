@@ -77,8 +77,8 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
     return record_failure(handle, __LINE__, "keep the files of");
   }
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_WARN, gpb_file_topics,
-             "%sNo room for the new files beside the old ones, which are removed first: a power "
-             "cut would leave no configuration\n");
+             "%sNo room for the new files beside the old ones, which go first: a power cut would "
+             "leave none\n");
   return ZOT_OK;
 }
 

@@ -41,13 +41,6 @@ bool names_other_k(const zot_ctx &handle, const char *name, const zot_k *k) {
          (k == nullptr || std::strcmp(found, k->checksum) != 0);
 }
 
-// Whether the cache names another configuration than memory holds.
-bool is_changed(const zot_ctx &handle) {
-  const zot_k *const current = handle.slot[ZOT_SLOT_CURRENT].k;
-  return current != nullptr && current->checksum[0] != '\0' && handle.dev_mode == 0 &&
-         !zot::has_undo(handle) && names_other_k(handle, "/knowledge/subsys.checksum", current);
-}
-
 // Frees what memory holds of the cache.
 void give_up(zot_ctx &handle) {
   for (const uint32_t slot : {ZOT_SLOT_CURRENT, ZOT_SLOT_LAST}) {
@@ -77,8 +70,14 @@ bool zot::reload_conf(zot_ctx &handle) {
   return true;
 }
 
+bool zot::is_cache_changed(const zot_ctx &handle) {
+  const zot_k *const current = handle.slot[ZOT_SLOT_CURRENT].k;
+  return current != nullptr && current->checksum[0] != '\0' && handle.dev_mode == 0 &&
+         !zot::has_undo(handle) && names_other_k(handle, "/knowledge/subsys.checksum", current);
+}
+
 bool zot::reload_changed_cache(zot_ctx &handle) {
-  return is_changed(handle) && reload_conf(handle);
+  return is_cache_changed(handle) && reload_conf(handle);
 }
 
 void zot::forget_changed_refusal(zot_ctx &handle) {
@@ -278,8 +277,7 @@ int zot_priv_init_load_ret_gpb_list(zot_ctx *handle) {
   }
   handle->ret.list = marked.release();
   if (current.k != nullptr) {
-    // The current K outlives this reference: only a check that finds a new configuration leads to
-    // another current K, and it replaces the list and its root first.
+    // Whoever replaces the current K replaces the list and its root first.
     handle->ret.root = current.k->root;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,

@@ -9,7 +9,9 @@ namespace zot {
 // loaded changes nothing.
 bool reload_conf(zot_ctx &handle);
 
-// The same when another process has committed one since.
+// Whether another process has committed one since.
+bool is_cache_changed(const zot_ctx &handle);
+// Loads it then.
 bool reload_changed_cache(zot_ctx &handle);
 
 // Gives up the K that was rolled back when the cache holds another one by now, or none: the next

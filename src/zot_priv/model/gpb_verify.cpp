@@ -22,7 +22,7 @@ using zot::verified_bytes;
 
 constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
 
-// How much longer than stated a file may be and still be read, to tell what is wrong with it.
+// How much longer than stated a file may be and still be read, and counted as read.
 constexpr off_t read_beyond = 65536;
 
 // A file, and what K states of it.
@@ -75,7 +75,7 @@ struct opened_file {
 // Bytes on their way to be verified; nobody else has them yet.
 using unverified = zot::c_ptr<zot_verified>;
 
-unverified make_room(uint32_t size) {
+unverified new_block(uint32_t size) {
   return unverified(static_cast<zot_verified *>(std::malloc(sizeof(zot_verified) + size_t{size})));
 }
 
@@ -126,9 +126,9 @@ bool has_stated_size(const stated_file &file, uint32_t size) {
   return ZOT_ERR_CORRUPTED;
 }
 
-// Reads a file and checks it. A file that is not far larger than K lets expect is read, to tell
-// what is wrong with it. `room` is for a file of the stated size, or null.
-int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known, unverified room,
+// Reads a file and checks it. A file of another size is read and counted too, unless it is far
+// larger than K lets expect. `block` is for a file of the stated size, or null.
+int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known, unverified block,
                   verified_bytes &out) {
   if (zot::is_blank(file.name) || zot::is_blank(file.checksum)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_NULL_INPUT, file_check, __LINE__, "[%s]: null input",
@@ -145,16 +145,16 @@ int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known,
     return refuse(handle, file, opened.size);
   }
   const bool is_of_stated_size = has_stated_size(file, opened.size);
-  if (room == nullptr || !is_of_stated_size) {
-    room = make_room(opened.size);
+  if (block == nullptr || !is_of_stated_size) {
+    block = new_block(opened.size);
   }
-  if (room == nullptr ||
-      !zot::read_exactly(opened.fd.get(), zot::bytes_of(room.get()), opened.size)) {
+  if (block == nullptr ||
+      !zot::read_exactly(opened.fd.get(), zot::bytes_of(block.get()), opened.size)) {
     return refuse_empty(handle, file);
   }
   handle->stat.bytes_read += opened.size;
   if (is_of_stated_size) {
-    out = check(std::move(room), file, known);
+    out = check(std::move(block), file, known);
   }
   return out != nullptr ? ZOT_OK : refuse(handle, file, opened.size);
 }
@@ -174,7 +174,7 @@ int tell_verified(zot_ctx *handle, const stated_file &file, bool is_kept) {
 enum purpose { look, fill_buffer, keep };
 
 int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, zot_verified *known,
-                 unverified room, purpose purpose) {
+                 unverified block, purpose purpose) {
   if (zot::is_blank(gpb->path) || gpb->size == 0) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, entry_check, __LINE__,
                          "[%s]:Wrong Input: path=%s, size=%ld", entry_check,
@@ -187,7 +187,7 @@ int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, zot_ver
   }
   const stated_file stated{gpb->path, static_cast<int32_t>(gpb->size), gpb->checksum, &folder};
   verified_bytes bytes;
-  const int status = read_verified(handle, stated, known, std::move(room), bytes);
+  const int status = read_verified(handle, stated, known, std::move(block), bytes);
   if (status != ZOT_OK) {
     ZOT_LOG_AT(handle, entry_check, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
                "%sVerify GPB file: \"%s\" : Failed\n", gpb->path);
@@ -218,14 +218,14 @@ bool has_own_buffer(const zot_gpb &gpb) {
 }  // namespace
 
 int zot::load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, zot_verified *known) {
-  unverified room;
+  unverified block;
   if (is_size_possible(*gpb)) {
-    room = make_room(gpb->size);
-    if (room == nullptr) {
+    block = new_block(gpb->size);
+    if (block == nullptr) {
       return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);
     }
   }
-  return verify_entry(handle, gpb, folder, known, std::move(room), keep);
+  return verify_entry(handle, gpb, folder, known, std::move(block), keep);
 }
 
 int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const char *checksum,
@@ -262,7 +262,7 @@ int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root) {
   }
   zot::gpb_folder folder(root);
   const int status = zot::load_content(handle, gpb, folder, nullptr);
-  // Callers find a blank buffer after a failure.
+  // Callers of this operation find a blank buffer after a failure. It counts as one of their own.
   if (status != ZOT_OK && status != ZOT_ERR_NOMEM && is_size_possible(*gpb)) {
     gpb->content = static_cast<char *>(std::calloc(1, gpb->size));
   }

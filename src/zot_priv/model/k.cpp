@@ -20,18 +20,14 @@ char *replace_text(char **field, const char *text) {
   return copy;
 }
 
-}  // namespace
-
-namespace zot {
-
 // A tree that nobody else may hold is copied.
 int duplicate_json(const zot_k &src, zot_k &dst) {
   const bool is_held = src.parsed != nullptr && src.json == src.parsed->tree;
   if (is_held) {
-    keep_parsed(dst, share(src.parsed), src.gpbs);
+    zot::keep_parsed(dst, zot::share(src.parsed), src.gpbs);
     return ZOT_OK;
   }
-  drop_parsed(dst);
+  zot::drop_parsed(dst);
   if (src.json == nullptr) {
     return ZOT_OK;
   }
@@ -39,6 +35,10 @@ int duplicate_json(const zot_k &src, zot_k &dst) {
   dst.gpbs = cJSON_GetObjectItem(dst.json, "gpbs");
   return dst.json != nullptr ? ZOT_OK : ZOT_ERR_NOMEM;
 }
+
+}  // namespace
+
+namespace zot {
 
 void drop_k_contents(zot_k *k) {
   std::free(k->root);

@@ -13,6 +13,7 @@
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
 #include "zot_list.hpp"
+#include "zot_priv/model/verified_bytes.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
 #include "zot_priv/storage/file_id.hpp"
 
@@ -61,24 +62,22 @@ bool holds(int directory, const char *name, const char *bytes, size_t size) {
   return true;
 }
 
-// Whether a path leaves the folder that it counts from, be it to come back.
+// Whether a path has a step up, be it to come back.
 bool climbs(const char *path) {
-  int depth = 0;
-  for (const char *at = path; *at != '\0' && depth >= 0;) {
-    at += std::strspn(at, "/");
-    const size_t length = std::strcspn(at, "/");
-    const bool is_dot = length <= 2 && std::strncmp(at, "..", length) == 0;
-    depth += is_dot ? 1 - static_cast<int>(length) : 1;
-    at += length;
+  for (const char *at = std::strstr(path, ".."); at != nullptr; at = std::strstr(at + 1, "..")) {
+    if ((at == path || at[-1] == '/') && (at[2] == '/' || at[2] == '\0')) {
+      return true;
+    }
   }
-  return depth < 0;
+  return false;
 }
 
-// Whether the files in a folder hold the bytes that memory has of them.
+// Whether the files in a folder hold the verified bytes that memory has of them.
 bool hold_all(const char *path, const zot_list *gpbs) {
   const zot::descriptor folder = zot::directory_walk::open_root(path);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
-    if (gpb.content != nullptr && !holds(folder.get(), name_below(gpb), gpb.content, gpb.size)) {
+    if (zot::verified_of(gpb) != nullptr &&
+        !holds(folder.get(), name_below(gpb), gpb.content, gpb.size)) {
       return false;
     }
   }
@@ -99,7 +98,8 @@ bool hold_all_touched(const zot_ctx &handle, const zot_list *gpbs) {
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
     struct stat st {};
     const char *const name = name_below(gpb);
-    if (gpb.content != nullptr && ::fstatat(folder.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+    if (zot::verified_of(gpb) != nullptr &&
+        ::fstatat(folder.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
         is_newer(st, handle.own.fetched) && !holds(folder.get(), name, gpb.content, gpb.size)) {
       return false;
     }

@@ -29,8 +29,8 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 bool are_files_in(const char *folder_path, const zot_list *gpbs);
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs);
 
-// The first path of a list that leaves the folder of its files; null when none does. Such a file
-// may be fetched, but not committed: the copy of the folder brings what lies in it.
+// The first path of a list that has a step up, and may lie outside of the folder of its files; null
+// when none has. Such a file may be fetched, but not committed.
 const char *path_outside(const zot_list *gpbs);
 
 // Lets whoever has fetched a configuration compare its files before it commits them: some of them

@@ -29,9 +29,9 @@ constexpr std::array passing_files = {"subsys.k.tmp", "subsys.checksum.tmp", "gp
 
 // The inode numbers of expected files: whatever form a path has, the file that it reaches is told
 // by its number. A file that is larger than is stated is none of them.
-class listed_files {
+class kept_files {
  public:
-  explicit listed_files(const zot_ctx &handle)
+  explicit kept_files(const zot_ctx &handle)
       : root_(::open(handle.tmp_gpb_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
 
   // Makes room for so many more; false without memory.
@@ -112,7 +112,7 @@ bool is_cached_here(const zot_ctx &handle) {
 }
 
 // Files that cached requests are answered from. False without memory.
-bool add_cached(const zot_ctx &handle, listed_files &files) {
+bool add_cached(const zot_ctx &handle, kept_files &files) {
   if (!is_cached_here(handle)) {
     return true;
   }
@@ -128,7 +128,7 @@ bool add_cached(const zot_ctx &handle, listed_files &files) {
 
 // Files that K names: its list is given up when the first of them turns out to be damaged. False
 // without memory.
-bool add_announced(const zot_k &k, listed_files &files) {
+bool add_announced(const zot_k &k, kept_files &files) {
   const int count = cJSON_GetArraySize(k.gpbs);
   if (!files.reserve(static_cast<size_t>(count))) {
     return false;
@@ -161,7 +161,7 @@ bool has_room(int directory) {
          (!counts_files || room.f_favail >= least_files);
 }
 
-void prune(int directory, const listed_files &listed, int depth) {
+void prune(int directory, const kept_files &listed, int depth) {
   for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
     if (S_ISDIR(st.st_mode) && depth < max_depth) {
       make_accessible(fd, name, st);
@@ -177,7 +177,7 @@ void prune(int directory, const listed_files &listed, int depth) {
   });
 }
 
-void prune_gpb_directory(const zot_ctx &handle, int scratch, const listed_files &listed) {
+void prune_gpb_directory(const zot_ctx &handle, int scratch, const kept_files &listed) {
   zot::renew_fetched_id(handle);
   if (const zot::descriptor directory = open_directory(scratch, gpb_directory);
       directory.is_open()) {
@@ -194,12 +194,12 @@ zot::descriptor open_scratch(const zot_ctx &handle) {
 namespace zot {
 
 void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs,
-                           const gpb_directory_census &found) {
+                         const gpb_directory_census &found) {
   const size_t expected = length_of(gpbs);
   if (found.files == expected && !found.has_empty_directory && have_a_file_each(gpbs)) {
     return;
   }
-  listed_files listed(handle);
+  kept_files listed(handle);
   if (!listed.reserve(expected)) {
     return;
   }
@@ -226,7 +226,7 @@ void clear_download_targets(const zot_ctx &handle) {
 
 void remove_strangers(const zot_ctx &handle, const zot_k &k) {
   const descriptor scratch = open_scratch(handle);
-  listed_files kept(handle);
+  kept_files kept(handle);
   if (scratch.is_open() && add_announced(k, kept) && add_cached(handle, kept)) {
     prune_gpb_directory(handle, scratch.get(), kept);
   }
@@ -243,7 +243,7 @@ void make_room(const zot_ctx &handle) {
       remove_entry(scratch.get(), name, st);
     }
   }
-  listed_files kept(handle);
+  kept_files kept(handle);
   if (add_cached(handle, kept)) {
     prune_gpb_directory(handle, scratch.get(), kept);
   }

@@ -10,6 +10,7 @@
 #include "zot_list.hpp"
 #include "zot_priv/model/verified_bytes.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
+#include "zot_priv/storage/fetched.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -45,7 +46,7 @@ bool can_put_back(const zot_list *gpbs) {
       return false;
     }
   }
-  return true;
+  return path_outside(gpbs) == nullptr;
 }
 
 bool put_back(const zot_ctx &handle, const zot_list *gpbs) {
