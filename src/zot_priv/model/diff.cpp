@@ -21,6 +21,14 @@ bool is_other_cluster(const zot_k *current, const zot_k *fresh) {
          std::strcmp(current->meta.cluster_id, fresh->meta.cluster_id) != 0;
 }
 
+// A publication may give a version that is in force to another file, or spell it differently, and
+// what is handed out are the bytes that the new K states.
+bool is_same_file(const zot_gpb &current, const zot_gpb &fresh) {
+  return current.size == fresh.size && std::strcmp(current.checksum, fresh.checksum) == 0 &&
+         (current.path == nullptr || fresh.path == nullptr ||
+          std::strcmp(current.path, fresh.path) == 0);
+}
+
 // One entry of the merge: where it comes from, its mark, and which sides move on.
 struct merge_step {
   const zot_gpb *source;
@@ -35,8 +43,7 @@ merge_step next_step(const zot_gpb &current, const zot_gpb &fresh, const zot_gpb
     return {&fresh, ZOT_STAT_MODIFIED, true, true};
   }
   if (order.result == 0) {
-    // Where the two state something else, what is handed out is what the new K states.
-    return {&fresh, ZOT_STAT_UNCHANGED, true, true};
+    return {is_same_file(current, fresh) ? &current : &fresh, ZOT_STAT_UNCHANGED, true, true};
   }
   if (order.result > 0) {
     return {&fresh, ZOT_STAT_ADDED, false, true};
