@@ -14,7 +14,6 @@
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/model/owners.hpp"
-#include "zot_priv/model/parsed_k.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -31,23 +30,15 @@ bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
 }
 
-// What a checksum file of the cache says. When it could not be read, errno tells why.
-struct named_checksum {
-  named_checksum(const zot_ctx &handle, const char *name) {
-    const zot::joined_path path(handle.conf_root, name);
-    errno = 0;
-    is_read = read_line(path.c_str(), text, sizeof text - 1) != nullptr &&
-              std::strlen(text) == ZOT_CHECKSUM_LEN;
-  }
-
-  char text[ZOT_CHECKSUM_LEN + 2] = "";
-  bool is_read = false;
-};
-
 // Whether a checksum file of the cache names another K than this one, or any when there is none.
+// When it could not be read, errno tells why.
 bool names_other_k(const zot_ctx &handle, const char *name, const zot_k *k) {
-  const named_checksum found(handle, name);
-  return found.is_read && (k == nullptr || std::strcmp(found.text, k->checksum) != 0);
+  const zot::joined_path path(handle.conf_root, name);
+  char found[ZOT_CHECKSUM_LEN + 2] = "";
+  errno = 0;
+  return read_line(path.c_str(), found, sizeof found - 1) != nullptr &&
+         std::strlen(found) == ZOT_CHECKSUM_LEN &&
+         (k == nullptr || std::strcmp(found, k->checksum) != 0);
 }
 
 // Frees what memory holds of the cache.
@@ -98,13 +89,6 @@ void zot::forget_changed_refusal(zot_ctx &handle) {
     zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CORRUPTED, nullptr);
     handle.load_flags &= ~uint32_t{ZOT_LOADED_FAIL_K};
   }
-}
-
-bool zot::is_refused(const zot_ctx &handle, const zot_k &k) {
-  // That of a K that was just fetched stands beside its tree.
-  const named_checksum refused(handle, "/knowledge/corrupted.checksum");
-  return k.parsed != nullptr && refused.is_read &&
-         std::strcmp(refused.text, k.parsed->checksum) == 0;
 }
 
 void zot::mark_outdated(zot_ctx &handle) {

@@ -18,9 +18,6 @@ bool reload_changed_cache(zot_ctx &handle);
 // look for it takes it from there.
 void forget_changed_refusal(zot_ctx &handle);
 
-// Whether the cache keeps a K as one that was rolled back, by whatever process.
-bool is_refused(const zot_ctx &handle, const zot_k &k);
-
 // Memory and cache differ, or files of the configuration in force are nowhere to be read. Before
 // the service is asked the next time, the cache is loaded again; when that fails, nothing is in
 // force any more, and the published configuration is new.

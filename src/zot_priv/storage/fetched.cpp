@@ -120,6 +120,18 @@ bool announces(const char *path, const zot_k &k) {
          std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0;
 }
 
+struct k_file_names {
+  const char *k;
+  const char *checksum;
+};
+
+// Whether the cache holds a K, whole, under these names.
+bool is_stored(const zot_ctx &handle, const k_file_names &names, const zot_k &k) {
+  return holds(AT_FDCWD, zot::joined_path(handle.conf_k_root, names.k).c_str(), k.data,
+               k.data_len) &&
+         announces(zot::joined_path(handle.conf_k_root, names.checksum).c_str(), k);
+}
+
 }  // namespace
 
 namespace zot {
@@ -149,12 +161,14 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
 }
 
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
-  const joined_path path(handle.conf_k_root, k_name);
-  const joined_path checksum(handle.conf_k_root, checksum_name);
   // An adapter may keep its files elsewhere.
-  return holds(AT_FDCWD, path.c_str(), k.data, k.data_len) && announces(checksum.c_str(), k) &&
+  return is_stored(handle, {k_name, checksum_name}, k) &&
          (handle.fns.commit_gpb != nullptr ||
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
+}
+
+bool is_refused(const zot_ctx &handle, const zot_k &k) {
+  return is_stored(handle, {"corrupted.k", "corrupted.checksum"}, k);
 }
 
 bool are_files_in(const char *folder_path, const zot_list *gpbs) {
