@@ -194,7 +194,7 @@ zot::descriptor open_scratch(const zot_ctx &handle) {
 namespace zot {
 
 void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs,
-                         const gpb_directory_census &found) {
+                           const gpb_directory_census &found) {
   const size_t expected = length_of(gpbs);
   if (found.files == expected && !found.has_empty_directory && have_a_file_each(gpbs)) {
     return;
