@@ -167,10 +167,6 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
 
-bool is_refused(const zot_ctx &handle, const zot_k &k) {
-  return is_stored(handle, {"corrupted.k", "corrupted.checksum"}, k);
-}
-
 bool are_files_in(const char *folder_path, const zot_list *gpbs) {
   const descriptor folder = directory_walk::open_root(folder_path);
   for (const zot_gpb &gpb : gpb_range(gpbs)) {

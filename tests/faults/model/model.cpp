@@ -137,12 +137,22 @@ bool model::is_set_as_fetched() const {
          });
 }
 
+bool model::is_stored(const std::string &name, const known_k &wanted) const {
+  const auto k = cache_.held.find("knowledge/" + name + ".k");
+  const auto checksum = cache_.held.find("knowledge/" + name + ".checksum");
+  return k != cache_.held.end() && k->second == wanted.bytes && checksum != cache_.held.end() &&
+         checksum->second.starts_with(test::sha256_hex(wanted.bytes));
+}
+
+bool model::is_overtaken(bool owns_undo) const {
+  const k_ref &before = slots_[ZOT_SLOT_LAST].k;
+  const bool has_failed = open_step_ != step_of_commit::none && before;
+  return has_failed && !owns_undo && !cache_.undo.has_value() && !is_stored("subsys", *before);
+}
+
 bool model::is_in_force() const {
-  const auto k = cache_.held.find("knowledge/subsys.k");
-  const auto checksum = cache_.held.find("knowledge/subsys.checksum");
   const slot &fetched = slots_[ZOT_SLOT_TMP];
-  return k != cache_.held.end() && k->second == fetched.k->bytes && checksum != cache_.held.end() &&
-         checksum->second.starts_with(test::sha256_hex(fetched.k->bytes)) &&
+  return is_stored("subsys", *fetched.k) &&
          (!has_own_operations_ || std::ranges::all_of(*fetched.gpbs, [this](const gpb &file) {
            const auto found = cache_.held.find("config" + file.path);
            return found != cache_.held.end() && found->second == file.bytes;
@@ -243,7 +253,7 @@ int model::run_commit(outcome &seen) {
   if (is_begun) {
     seen.note = open_step_ == step_of_commit::k_files ? "again, at K" : "again, at the files";
   }
-  if (!is_set_as_fetched()) {
+  if (is_overtaken(owns_undo) || !is_set_as_fetched()) {
     return ZOT_ERR_CORRUPTED;
   }
   if (!is_begun) {

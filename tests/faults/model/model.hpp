@@ -92,6 +92,8 @@ class model {
   [[nodiscard]] bool is_k_as_fetched() const;
   [[nodiscard]] bool has_all_fetched() const;
   [[nodiscard]] bool is_set_as_fetched() const;
+  [[nodiscard]] bool is_stored(const std::string &name, const known_k &wanted) const;
+  [[nodiscard]] bool is_overtaken(bool owns_undo) const;
   [[nodiscard]] bool is_in_force() const;
   directory &at(area where) { return where == area::cache ? cache_ : scratch_; }
 
