@@ -47,16 +47,20 @@ readonly layers_of_tools=(
   ^tools/manual/
 )
 
+# For awk: the place of a path in `pattern`, which has `count` layers; 0 without one.
+readonly layer_of_a_path='
+  function layer(path,   at) {
+    for (at = count; at > 0 && path !~ pattern[at];) --at
+    return at
+  }
+'
+
 # includes_run_down LAYERS FILE...: a file stands on a layer and includes nothing of a higher one, and
 # nothing of another folder on its own.
 includes_run_down() {
   local layers=$1
   shift
-  awk -v layers="$layers" '
-    function layer(path,   at) {
-      for (at = count; at > 0 && path !~ pattern[at];) --at
-      return at
-    }
+  awk -v layers="$layers" "$layer_of_a_path"'
     function folder(path) {
       sub(/[^\/]*$/, "", path)
       return path
@@ -99,11 +103,7 @@ includes_run_down() {
 operations_run_down() {
   local layers=$1
   shift
-  awk -v layers="$layers" '
-    function layer(path,   at) {
-      for (at = count; at > 0 && path !~ pattern[at];) --at
-      return at
-    }
+  awk -v layers="$layers" "$layer_of_a_path"'
     BEGIN {
       count = split(layers, pattern, " ")
       for (at = 1; at < ARGC; ++at) {

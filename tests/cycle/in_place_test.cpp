@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -28,21 +29,39 @@ constexpr const char *warning =
 // A page for each file. K, its checksum and three files take five of them.
 constexpr const char *nine_pages = "size=36k";
 
+bool write_text(const char *path, const std::string &text) {
+  std::ofstream file(path);
+  file << text << std::flush;
+  return file.good();
+}
+
+// Whoever is not root is root in a namespace of his own, which may mount a small file system.
+bool unshare_mounts() {
+  const std::string user = std::to_string(::geteuid());
+  const std::string group = std::to_string(::getegid());
+  if (::geteuid() == 0) {
+    return ::unshare(CLONE_NEWNS) == 0;
+  }
+  return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
+         write_text("/proc/self/setgroups", "deny") &&
+         write_text("/proc/self/uid_map", "0 " + user + " 1") &&
+         write_text("/proc/self/gid_map", "0 " + group + " 1");
+}
+
 // Mounts are seen by this process alone, and by the commands that it starts.
 bool has_mounts_of_its_own() {
-  static const bool has = ::unshare(CLONE_NEWNS) == 0 &&
-                          ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  static const bool has =
+      unshare_mounts() && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
   return has;
 }
 
 // The first configuration is in force, the second waits for its verdict.
 class InPlace : public testing::Test {
  protected:
+  // The kernel gives a namespace of users to a process of one thread alone, and the service has
+  // one.
+  static void SetUpTestSuite() { ASSERT_TRUE(has_mounts_of_its_own()); }
   void SetUp() override {
-    if (::geteuid() != 0) {
-      GTEST_SKIP() << "takes root, who may mount a small file system";
-    }
-    ASSERT_TRUE(has_mounts_of_its_own());
     fs::create_directories(e.conf_root());
     bring_first_to_medium();
     ASSERT_EQ(get_of(next_configuration()).status, ZOT_OK);
