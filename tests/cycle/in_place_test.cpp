@@ -2,11 +2,14 @@
 // A medium with room for one configuration only: the new files take the place of the old ones.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -35,7 +38,7 @@ bool write_text(const char *path, const std::string &text) {
   return file.good();
 }
 
-// Whoever is not root is root in a namespace of his own, which may mount a small file system.
+// Whoever is not root stays who he is, in a namespace of his own that lets him mount.
 bool unshare_mounts() {
   const std::string user = std::to_string(::geteuid());
   const std::string group = std::to_string(::getegid());
@@ -44,8 +47,8 @@ bool unshare_mounts() {
   }
   return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
          write_text("/proc/self/setgroups", "deny") &&
-         write_text("/proc/self/uid_map", "0 " + user + " 1") &&
-         write_text("/proc/self/gid_map", "0 " + group + " 1");
+         write_text("/proc/self/uid_map", user + " " + user + " 1") &&
+         write_text("/proc/self/gid_map", group + " " + group + " 1");
 }
 
 // Mounts are seen by this process alone, and by the commands that it starts.
@@ -55,6 +58,21 @@ bool has_mounts_of_its_own() {
   return has;
 }
 
+// What the namespace allows counts for these tests alone; all others meet the permissions of a
+// user.
+void use_capabilities(bool are_used) {
+  if (::geteuid() == 0) {
+    return;
+  }
+  __user_cap_header_struct of_this_process{_LINUX_CAPABILITY_VERSION_3, 0};
+  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
+  ASSERT_EQ(::syscall(SYS_capget, &of_this_process, sets.data()), 0);
+  for (__user_cap_data_struct &set : sets) {
+    set.effective = are_used ? set.permitted : 0;
+  }
+  ASSERT_EQ(::syscall(SYS_capset, &of_this_process, sets.data()), 0);
+}
+
 // The first configuration is in force, the second waits for its verdict.
 class InPlace : public testing::Test {
  protected:
@@ -62,6 +80,7 @@ class InPlace : public testing::Test {
   // one.
   static void SetUpTestSuite() { ASSERT_TRUE(has_mounts_of_its_own()); }
   void SetUp() override {
+    use_capabilities(true);
     fs::create_directories(e.conf_root());
     bring_first_to_medium();
     ASSERT_EQ(get_of(next_configuration()).status, ZOT_OK);
@@ -70,6 +89,7 @@ class InPlace : public testing::Test {
   void TearDown() override {
     e.stop();
     ::umount2(e.conf_root().c_str(), MNT_DETACH);
+    use_capabilities(false);
   }
   virtual void bring_first_to_medium() {
     ASSERT_EQ(::mount("none", e.conf_root().c_str(), "tmpfs", 0, nine_pages), 0);
@@ -278,8 +298,10 @@ class InPlaceOfAnOverlay : public InPlace {
     return large().config_id("00000000-0000-0000-0000-000000000004");
   }
   void TearDown() override {
-    InPlace::TearDown();
+    e.stop();
+    ::umount2(e.conf_root().c_str(), MNT_DETACH);
     ::umount2((e.dir() / "upper").c_str(), MNT_DETACH);
+    InPlace::TearDown();
   }
 };
 

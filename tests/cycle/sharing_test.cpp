@@ -457,13 +457,20 @@ class SharingWithAReader : public Sharing {
   void SetUp() override {
     bring_to(second_configuration());
     bring_to(first_configuration());
+    set_permissions(0755, 0644);
+  }
+  void TearDown() override { set_permissions(0755, 0644); }
+  void set_permissions(unsigned of_folders, unsigned of_files) {
     ASSERT_EQ(::chmod(e.dir().path().c_str(), 0755), 0);
     for (const auto &entry : fs::recursive_directory_iterator(e.dir().path())) {
-      fs::permissions(entry.path(), entry.is_directory() ? fs::perms(0755) : fs::perms(0644));
+      fs::permissions(entry.path(), fs::perms(entry.is_directory() ? of_folders : of_files));
     }
   }
-  static void become_reader() {
-    if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) {
+  // Root becomes another user; any other user takes the permission to write from himself.
+  void become_reader() {
+    if (::geteuid() != 0) {
+      set_permissions(0555, 0444);
+    } else if (::setresuid(65534, 65534, 65534) != 0) {
       ::_exit(2);
     }
   }
