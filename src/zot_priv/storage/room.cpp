@@ -186,16 +186,16 @@ room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *
     add_gpbs(needed, gpbs);
   }
   needed.add_links(undo_names - absent);
-  room_check check{room_check::beside, needed.sum(), free_room(medium)};
+  room_check check{room_check::beside, needed.sum(), free_room(medium), {}};
   if (fits(check.needed, check.available)) {
     return check;
   }
   check.needed = needed.with_reserve();
   const bool gives_back =
       handle.fns.commit_gpb == nullptr && static_cast<uint32_t>(medium.f_type) != overlay;
-  const room taken = gives_back ? taken_by_gpbs(root.get()) : room{};
-  check.available.bytes = add_limited(check.available.bytes, taken.bytes);
-  check.available.files = add_limited(check.available.files, taken.files);
+  check.reclaimed = gives_back ? taken_by_gpbs(root.get()) : room{};
+  check.available.bytes = add_limited(check.available.bytes, check.reclaimed.bytes);
+  check.available.files = add_limited(check.available.files, check.reclaimed.files);
   check.fits = fits(check.needed, check.available) ? room_check::in_place : room_check::none;
   return check;
 }

@@ -16,8 +16,10 @@ struct room {
 struct room_check {
   enum { beside, in_place, none } fits = beside;
   room needed;
-  // What is free; where that is not enough, with what the files in force take.
+  // What is free; where that is not enough, with what is reclaimed.
   room available;
+  // What the files in force give back when they go first.
+  room reclaimed;
 };
 
 // Looks where the files of a K and of its list go. What a file system does not count is no limit.

@@ -133,18 +133,18 @@ TEST_F(Room, OfAFileInForceWithASecondNameDoesNotCount) {
   const std::string path = e.conf_root() + "config/Wlan/a/1";
   write_bytes(path, std::string(10 * block_, 'a'));
   add_more_than_there_is();
-  const std::uint64_t alone = look().available.files;
+  const std::uint64_t alone = look().reclaimed.files;
   std::filesystem::create_hard_link(path, e.dir() / "second");
-  EXPECT_EQ(alone - look().available.files, 1U);
+  EXPECT_EQ(alone - look().reclaimed.files, 1U);
 }
 
 TEST_F(Room, OfAFileInForceThatIsHeldOpenDoesNotCount) {
   const std::string path = e.conf_root() + "config/Wlan/a/1";
   write_bytes(path, "a");
   add_more_than_there_is();
-  const std::uint64_t alone = look().available.files;
+  const std::uint64_t alone = look().reclaimed.files;
   const zot::descriptor held(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  EXPECT_EQ(alone - look().available.files, 1U);
+  EXPECT_EQ(alone - look().reclaimed.files, 1U);
 }
 
 // As with clusters, which are larger than the blocks that the file system counts in.
