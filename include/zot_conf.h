@@ -676,8 +676,8 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
  *  - #ZOT_ERR_TIMEOUT: another process kept a directory locked. Nothing has changed.
  *  - #ZOT_ERR_CORRUPTED: a get of another handle has brought something else into the scratch
  *    directory. Nothing has changed; the next get brings it again.
- *  - #ZOT_ERR_CORRUPTED: another process has committed another configuration after a commit of this
- *    one had failed. Nothing has changed.
+ *  - #ZOT_ERR_CORRUPTED: this configuration was rolled back, by whatever process; or a commit of it
+ *    had failed, and another process has committed another one since. Nothing has changed.
  *  - #ZOT_ERR_GENERIC: no room; nothing has changed, and the text has the sizes.
  *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_CORRUPTED, #ZOT_ERR_NO_FILE, or the status of an
  *    adapter's own commit: a file operation failed. The new configuration is current in memory;

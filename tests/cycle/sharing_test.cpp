@@ -153,6 +153,40 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotOffered) {
   EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest one");
 }
 
+TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommitted) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(e.error_text(),
+            "[zot_priv_commit_conf]: another process has decided otherwise in " + e.conf_root());
+  EXPECT_EQ(e.get(ZOT_STAT_FULL).status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
+TEST_F(Sharing, WhatTheOtherRolledBackIsNotHandedOutFromMemory) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+  const returned_list got = e.get(cached);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest one");
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
+}
+
+// A roll-back stores the K files first and reads them back then.
+TEST_F(Sharing, ARollBackThatCannotBeReadBackRefusesNothing) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  const std::string knowledge = e.conf_root() + "knowledge/";
+  fs::copy_file(e.tmp_root() + "/subsys.k", knowledge + "corrupted.k");
+  write_bytes(knowledge + "corrupted.checksum",
+              read_bytes(e.tmp_root() + "/subsys.checksum").substr(0, 64) + " K");
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+}
+
 // Each has a scratch folder of its own here, so nothing else tells the first of the second's
 // commit.
 TEST_F(Sharing, ACommitThatFailedIsNotFinishedOverThatOfAnother) {

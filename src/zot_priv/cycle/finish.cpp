@@ -48,18 +48,19 @@ int refuse_changed(zot_ctx *handle) {
                        "[%s]: what the get fetched was changed in %s", operation, handle->tmp_root);
 }
 
-// Whether another process has committed another configuration after a commit of this one had
-// failed.
-bool is_overtaken(zot_ctx *handle) {
+// Whether a verdict was given since: this configuration was rolled back, by whatever process, or
+// another process has committed another one after a commit of this one had failed.
+bool is_overtaken(zot_ctx *handle, const zot_k &tmp_k) {
   const zot_k *const before = zot_priv_get_k(handle, ZOT_SLOT_LAST);
   const bool has_failed = open_step(*handle) != zot::commit_not_begun && before != nullptr;
-  return has_failed && !zot::owns_undo(*handle) && !zot::has_undo(*handle) &&
-         !zot::is_in_force(*handle, *before, nullptr);
+  return zot::is_refused(*handle, tmp_k) ||
+         (has_failed && !zot::owns_undo(*handle) && !zot::has_undo(*handle) &&
+          !zot::is_in_force(*handle, *before, nullptr));
 }
 
 // Before anything changes.
 int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
-  if (is_overtaken(handle)) {
+  if (is_overtaken(handle, tmp_k)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
                          "[%s]: another process has decided otherwise in %s", operation,
                          handle->conf_root);

@@ -111,13 +111,14 @@ bool is_absent(const char *path) {
   return ::access(path, F_OK) != 0 && errno == ENOENT;
 }
 
-// Whether the checksum file announces a K.
-bool announces(const char *path, const zot_k &k) {
-  char announced[ZOT_CHECKSUM_LEN + 1] = "";
+// Whether the checksum file announces a K. What counts of its line is the digest alone, or all of
+// it.
+bool announces(const char *path, const zot_k &k, size_t counts = ZOT_CHECKSUM_LEN) {
+  char announced[ZOT_CHECKSUM_LEN + 2] = "";
   char digest[ZOT_CHECKSUM_LEN + 1] = "";
-  return read_line(path, announced, ZOT_CHECKSUM_LEN) != nullptr &&
+  return read_line(path, announced, counts) != nullptr &&
          calc_sha256(k.data, k.data_len, digest, sizeof digest) == 0 &&
-         std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0;
+         std::strcmp(announced, digest) == 0;
 }
 
 struct k_file_names {
@@ -125,11 +126,13 @@ struct k_file_names {
   const char *checksum;
 };
 
-// Whether the cache holds a K, whole, under these names.
+// Whether the cache holds a K, whole, under these names. A get takes a checksum with something
+// behind it, but nothing reads such a K back.
 bool is_stored(const zot_ctx &handle, const k_file_names &names, const zot_k &k) {
   return holds(AT_FDCWD, zot::joined_path(handle.conf_k_root, names.k).c_str(), k.data,
                k.data_len) &&
-         announces(zot::joined_path(handle.conf_k_root, names.checksum).c_str(), k);
+         announces(zot::joined_path(handle.conf_k_root, names.checksum).c_str(), k,
+                   ZOT_CHECKSUM_LEN + 1);
 }
 
 }  // namespace
@@ -165,6 +168,10 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   return is_stored(handle, {k_name, checksum_name}, k) &&
          (handle.fns.commit_gpb != nullptr ||
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
+}
+
+bool is_refused(const zot_ctx &handle, const zot_k &k) {
+  return is_stored(handle, {"corrupted.k", "corrupted.checksum"}, k);
 }
 
 bool are_files_in(const char *folder_path, const zot_list *gpbs) {

@@ -138,16 +138,15 @@ bool model::is_set_as_fetched() const {
 }
 
 bool model::is_stored(const std::string &name, const known_k &wanted) const {
-  const auto k = cache_.held.find("knowledge/" + name + ".k");
-  const auto checksum = cache_.held.find("knowledge/" + name + ".checksum");
-  return k != cache_.held.end() && k->second == wanted.bytes && checksum != cache_.held.end() &&
-         checksum->second.starts_with(test::sha256_hex(wanted.bytes));
+  const read_k stored = read_and_verify(cache_, "knowledge/" + name);
+  return stored.bytes == wanted.bytes && stored.status == ZOT_OK;
 }
 
 bool model::is_overtaken(bool owns_undo) const {
   const k_ref &before = slots_[ZOT_SLOT_LAST].k;
   const bool has_failed = open_step_ != step_of_commit::none && before;
-  return has_failed && !owns_undo && !cache_.undo.has_value() && !is_stored("subsys", *before);
+  return is_stored("corrupted", *slots_[ZOT_SLOT_TMP].k) ||
+         (has_failed && !owns_undo && !cache_.undo.has_value() && !is_stored("subsys", *before));
 }
 
 bool model::is_in_force() const {

@@ -326,6 +326,9 @@ int model::take_same(outcome &seen) {
 }
 
 int model::get_cached(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
+  if (waits_for_verdict() && is_stored("corrupted", *slots_[ZOT_SLOT_TMP].k)) {
+    state_ = 0;
+  }
   if (!waits_for_verdict()) {
     reload_changed_cache();
   }
