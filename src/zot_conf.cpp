@@ -119,29 +119,6 @@ void unshare_slot(zot_ctx *handle, uint32_t slot) {
   }
 }
 
-void release_slot(zot_ctx *handle, uint32_t slot, const char *func) {
-  const char *const name = zot_priv_slot_name(slot);
-  zot_slot &own = handle->slot[slot];
-  if (own.k != nullptr) {
-    zot::drop_k_contents(own.k);
-    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K = %p\n", name,
-               zot::address(own.k));
-    std::free(own.k);
-    own.k = nullptr;
-    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K: Done\n",
-               name);
-  }
-  if (own.gpbs != nullptr) {
-    zot_priv_free_gpb_list(handle, own.gpbs);
-    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s GPB = %p\n",
-               name, zot::address(own.gpbs));
-    zot::free_gpb_head(own.gpbs);
-    own.gpbs = nullptr;
-    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
-               "%sFree %s GPB list: Done\n", name);
-  }
-}
-
 }  // namespace
 
 int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zot_list **ret) {
@@ -221,7 +198,8 @@ int zot_conf_free(zot_ctx *handle) {
   }
   for (uint32_t slot = 0; slot < ZOT_SLOT_COUNT; ++slot) {
     unshare_slot(handle, slot);
-    release_slot(handle, slot, __func__);
+    zot::release_k(handle, slot, __func__);
+    zot::release_gpbs(handle, slot, __func__);
   }
   zot_priv_free_ret_gpb_list(handle);
   zot::forget_get(*handle);

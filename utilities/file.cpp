@@ -83,14 +83,6 @@ bool cut_to(int fd, uint64_t size) {
   return !is_longer || ::ftruncate(fd, static_cast<off_t>(size)) == 0;
 }
 
-ssize_t read_some(int fd, char *buf, size_t size) {
-  ssize_t got = 0;
-  do {
-    got = ::read(fd, buf, size);
-  } while (got < 0 && errno == EINTR);
-  return got;
-}
-
 // A plain open of a FIFO would wait for its other end.
 zot::descriptor open_at_once(const char *path, int flags, mode_t mode = 0) {
   return zot::descriptor(::open(path, flags | O_NONBLOCK | O_CLOEXEC, mode));
@@ -109,7 +101,7 @@ zot::descriptor create_replacing(const char *path, mode_t mode) {
 bool copy_content(int from, int to, uint64_t *rd, uint64_t *wr) {
   char chunk[copy_chunk_size];
   for (;;) {
-    const ssize_t got = read_some(from, chunk, sizeof chunk);
+    const ssize_t got = zot::read_some(from, chunk, sizeof chunk);
     if (got <= 0) {
       return got == 0;
     }
@@ -123,17 +115,6 @@ bool copy_content(int from, int to, uint64_t *rd, uint64_t *wr) {
 }
 
 }  // namespace
-
-bool zot::read_exactly(int fd, char *into, size_t size) {
-  for (size_t have = 0; have < size;) {
-    const ssize_t got = read_some(fd, into + have, size - have);
-    if (got <= 0) {
-      return false;
-    }
-    have += static_cast<size_t>(got);
-  }
-  return true;
-}
 
 int rm_rf(const char *path) {
   if (zot::is_blank(path) || std::strcmp(path, "/") == 0) {
@@ -282,7 +263,7 @@ char *read_line(const char *path, char *buf, size_t len) {
   size_t have = 0;
   char *end = nullptr;
   for (ssize_t got = 1; got > 0 && end == nullptr && have < sizeof line - 1;) {
-    got = read_some(fd.get(), line + have, sizeof line - 1 - have);
+    got = zot::read_some(fd.get(), line + have, sizeof line - 1 - have);
     if (got < 0) {
       return nullptr;
     }

@@ -21,6 +21,27 @@ namespace {
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
+// Undoes a commit of the fetched K that failed. One that another process has committed cannot be
+// rolled back any more.
+int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
+  if (tmp_k != nullptr && !zot::is_k_as_fetched(*handle, *tmp_k)) {
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                         "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
+  }
+  if (!zot::undo_failed_commit(*handle)) {
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to restore %s: %s",
+                         func, handle->conf_root, std::strerror(errno));
+  }
+  if (tmp_k != nullptr &&
+      zot::is_in_force(*handle, *tmp_k, zot_priv_get_gpb(handle, ZOT_SLOT_TMP))) {
+    // The next get has to find that it brings nothing new.
+    zot::mark_outdated(*handle);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                         "[%s]: this is in force already in %s", func, handle->conf_root);
+  }
+  return ZOT_OK;
+}
+
 // Removes one of the last K's files and says so.
 void remove_last_file(zot_ctx *handle, const char *name, const char *label, const char *func) {
   const zot::joined_path path(handle->conf_root, name);
@@ -135,20 +156,8 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
     return status;
   }
   const zot_k *const tmp_k = zot_priv_get_k(handle, ZOT_SLOT_TMP);
-  if (tmp_k != nullptr && !zot::is_k_as_fetched(*handle, *tmp_k)) {
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: what the get fetched was changed in %s",
-                      __func__, handle->tmp_root);
-  }
-  if (!zot::undo_failed_commit(*handle)) {
-    return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: fail to restore %s: %s", __func__,
-                      handle->conf_root, std::strerror(errno));
-  }
-  if (tmp_k != nullptr &&
-      zot::is_in_force(*handle, *tmp_k, zot_priv_get_gpb(handle, ZOT_SLOT_TMP))) {
-    // The next get has to find that it brings nothing new.
-    zot::mark_outdated(*handle);
-    return ZOT_RECORD(handle, ZOT_ERR_CORRUPTED, "[%s]: this is in force already in %s", __func__,
-                      handle->conf_root);
+  if (const int status = leave_in_force(handle, tmp_k, __func__); status != ZOT_OK) {
+    return status;
   }
   if (const int status = forget_last_k(handle, __func__); status != ZOT_OK) {
     return status;

@@ -37,6 +37,10 @@ gpb_list_owner make_gpb_list(zot_ctx *handle);
 // Frees a list head whose entries are gone.
 void free_gpb_head(zot_list *gpbs);
 
+// Frees what a slot holds, whoever else does. The log tells it under the name of func.
+void release_k(zot_ctx *handle, uint32_t slot, const char *func);
+void release_gpbs(zot_ctx *handle, uint32_t slot, const char *func);
+
 // Copies a K with its parsed content and metadata into an empty record; on failure nothing is left
 // in the copy.
 int duplicate_k(const zot_k *src, zot_k *dst);

@@ -43,6 +43,35 @@ const char *zot_priv_slot_name(uint32_t slot) {
   return slot < slot_names.size() ? slot_names[slot] : "";
 }
 
+void zot::release_k(zot_ctx *handle, uint32_t slot, const char *func) {
+  zot_k *&k = handle->slot[slot].k;
+  if (k == nullptr) {
+    return;
+  }
+  const char *const name = zot_priv_slot_name(slot);
+  drop_k_contents(k);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K = %p\n", name,
+             address(k));
+  std::free(k);
+  k = nullptr;
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K: Done\n", name);
+}
+
+void zot::release_gpbs(zot_ctx *handle, uint32_t slot, const char *func) {
+  zot_list *&gpbs = handle->slot[slot].gpbs;
+  if (gpbs == nullptr) {
+    return;
+  }
+  const char *const name = zot_priv_slot_name(slot);
+  zot_priv_free_gpb_list(handle, gpbs);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s GPB = %p\n", name,
+             address(gpbs));
+  free_gpb_head(gpbs);
+  gpbs = nullptr;
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s GPB list: Done\n",
+             name);
+}
+
 void zot_priv_free_k_ex_safe(zot_ctx *handle, uint32_t slot, zot_k *keep) {
   zot_k *const k = zot_priv_get_k(handle, slot);
   if (k == nullptr) {
@@ -63,11 +92,7 @@ void zot_priv_free_k_ex_safe(zot_ctx *handle, uint32_t slot, zot_k *keep) {
       return;
     }
   }
-  zot::drop_k_contents(k);
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K = %p\n", name, zot::address(k));
-  std::free(k);
-  zot_priv_set_k(handle, slot, nullptr);
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K: Done\n", name);
+  zot::release_k(handle, slot, __func__);
 }
 
 void zot_priv_free_gpb_ex_safe(zot_ctx *handle, uint32_t slot, zot_list *keep) {
@@ -92,12 +117,7 @@ void zot_priv_free_gpb_ex_safe(zot_ctx *handle, uint32_t slot, zot_list *keep) {
       return;
     }
   }
-  zot_priv_free_gpb_list(handle, gpbs);
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s GPB = %p\n", name,
-          zot::address(gpbs));
-  zot::free_gpb_head(gpbs);
-  zot_priv_set_gpb(handle, slot, nullptr);
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s GPB list: Done\n", name);
+  zot::release_gpbs(handle, slot, __func__);
 }
 
 int zot_priv_update_cached_mem(zot_ctx *handle, zot_k *new_k, zot_list *new_gpbs) {

@@ -47,19 +47,7 @@ bool replace(char *&kept, const char *text) {
 
 bool holds(int directory, const char *name, const char *bytes, size_t size) {
   const zot::descriptor fd(::openat(directory, name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct stat st {};
-  if (!fd.is_open() || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||
-      static_cast<uint64_t>(st.st_size) != size) {
-    return false;
-  }
-  char chunk[ZOT_PATH_SIZE];
-  for (size_t at = 0; at < size; at += sizeof chunk) {
-    const size_t count = size - at < sizeof chunk ? size - at : sizeof chunk;
-    if (!zot::read_exactly(fd.get(), chunk, count) || std::memcmp(chunk, bytes + at, count) != 0) {
-      return false;
-    }
-  }
-  return true;
+  return zot::holds_exactly(fd.get(), bytes, size);
 }
 
 // Whether a path has a step up, be it to come back.

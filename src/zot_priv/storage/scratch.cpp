@@ -97,7 +97,7 @@ bool scratch_watch::guarded_file::hold(int directory) {
   struct stat st {};
   const descriptor fd = open_plain(directory, name_, &st);
   if (!fd.is_open()) {
-    return true;
+    return errno == ENOENT;
   }
   size_ = static_cast<size_t>(st.st_size);
   bytes_.reset(static_cast<char *>(std::malloc(size_ + 1)));
@@ -110,18 +110,7 @@ bool scratch_watch::guarded_file::is_unchanged(int directory) const {
   if (!fd.is_open() || bytes_ == nullptr) {
     return !fd.is_open() && bytes_ == nullptr;
   }
-  if (static_cast<uint64_t>(st.st_size) != size_) {
-    return false;
-  }
-  char chunk[ZOT_PATH_SIZE];
-  for (size_t at = 0; at < size_; at += sizeof chunk) {
-    const size_t count = std::min(sizeof chunk, size_ - at);
-    if (!read_exactly(fd.get(), chunk, count) ||
-        std::memcmp(chunk, bytes_.get() + at, count) != 0) {
-      return false;
-    }
-  }
-  return true;
+  return holds_exactly(fd.get(), bytes_.get(), size_);
 }
 
 void scratch_watch::guarded_file::remove(int directory) const {

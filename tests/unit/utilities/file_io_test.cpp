@@ -88,4 +88,36 @@ TEST(ReadExactly, FailsOnADescriptorThatCannotBeRead) {
   EXPECT_FALSE(zot::read_exactly(written.get(), file.into.data(), 1));
 }
 
+bool holds(const std::string &content, const std::string &bytes) {
+  const opened file(content);
+  return zot::holds_exactly(file.fd.get(), bytes.data(), bytes.size());
+}
+
+TEST(HoldsExactly, TellsTheSameBytesFromOthers) {
+  EXPECT_TRUE(holds("bytes", "bytes"));
+  EXPECT_FALSE(holds("bytes", "bites"));
+  EXPECT_TRUE(holds("", ""));
+}
+
+TEST(HoldsExactly, RefusesALongerAndAShorterFile) {
+  EXPECT_FALSE(holds("bytes and more", "bytes"));
+  EXPECT_FALSE(holds("byte", "bytes"));
+}
+
+TEST(HoldsExactly, LooksAtTheLastByteOfALargeFile) {
+  std::string large(10000, 'a');
+  EXPECT_TRUE(holds(large, large));
+  const std::string before = large;
+  large.back() = 'b';
+  EXPECT_FALSE(holds(before, large));
+}
+
+TEST(HoldsExactly, RefusesWhatIsNoPlainFile) {
+  const zot::test::temp_dir dir;
+  const zot::descriptor folder(::open(dir.path().c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_TRUE(folder.is_open());
+  EXPECT_FALSE(zot::holds_exactly(folder.get(), "", 0));
+  EXPECT_FALSE(zot::holds_exactly(-1, "", 0));
+}
+
 }  // namespace
