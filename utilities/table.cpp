@@ -18,51 +18,24 @@ struct named_value {
   const char *name;
 };
 
-struct named_category {
-  std::string_view name;
-  int32_t value;
-};
+#define ZOT_CATEGORY_NUMBER(constant, value, name) value,
+#define ZOT_CATEGORY_NAME(constant, value, name) std::string_view(name),
+constexpr std::array category_numbers{ZOT_CATEGORY_MAP(ZOT_CATEGORY_NUMBER)};
+constexpr std::array category_names{ZOT_CATEGORY_MAP(ZOT_CATEGORY_NAME)};
+#undef ZOT_CATEGORY_NUMBER
+#undef ZOT_CATEGORY_NAME
 
-#define ZOT_CATEGORY_ROW(constant, value, name) named_value{value, name},
-constexpr std::array categories{ZOT_CATEGORY_MAP(ZOT_CATEGORY_ROW)};
-#undef ZOT_CATEGORY_ROW
-
-consteval bool categories_are_numbered_by_row() {
-  int32_t number = 0;
-  for (const named_value &row : categories) {
-    if (row.value != number++) {
+// So a number finds its name.
+consteval bool are_numbered_by_row() {
+  int32_t row = 0;
+  for (const int32_t number : category_numbers) {
+    if (number != row++) {
       return false;
     }
   }
-  return number == ZOT_CAT_COUNT;
+  return row == ZOT_CAT_COUNT;
 }
-static_assert(categories_are_numbered_by_row());
-
-constexpr size_t letters = 'Z' - 'A' + 1;
-
-// The categories by the first letter of their names, for who knows a name: K has one in every
-// entry. Those of a letter stand from its start to the start of the next.
-struct category_index {
-  std::array<named_category, categories.size()> sorted{};
-  std::array<uint8_t, letters + 1> starts{};
-};
-
-consteval category_index indexed_by_letter() {
-  category_index index;
-  size_t count = 0;
-  for (size_t letter = 0; letter < letters; ++letter) {
-    index.starts[letter] = static_cast<uint8_t>(count);
-    for (const named_value &row : categories) {
-      if (row.name[0] == static_cast<char>('A' + letter)) {
-        index.sorted[count++] = {row.name, row.value};
-      }
-    }
-  }
-  index.starts[letters] = static_cast<uint8_t>(count);
-  return index;
-}
-constexpr category_index category_names = indexed_by_letter();
-static_assert(category_names.starts[letters] == categories.size());
+static_assert(are_numbered_by_row());
 
 constexpr std::array subsystems{named_value{0, "AP"}, named_value{1, "CP"}, named_value{2, "DP"}};
 
@@ -106,26 +79,7 @@ int base_of(const char *number) {
   return number[1] == 'x' || number[1] == 'X' ? 16 : 8;
 }
 
-// Most versions are a few decimal digits; nothing for one that is not.
-std::optional<uint64_t> plain_decimal(std::string_view text) {
-  constexpr size_t always_fits = 18;
-  if (text.size() > always_fits || text.front() == '0') {
-    return std::nullopt;
-  }
-  uint64_t number = 0;
-  for (const char digit : text) {
-    if (digit < '0' || digit > '9') {
-      return std::nullopt;
-    }
-    number = number * 10 + static_cast<uint64_t>(digit - '0');
-  }
-  return number;
-}
-
 uint64_t version_of(std::string_view text) {
-  if (const std::optional<uint64_t> plain = plain_decimal(text); plain) {
-    return *plain;
-  }
   char number[component_size];
   copy_piece(text, number, sizeof number);
   return std::strtoull(number, nullptr, base_of(number));
@@ -150,16 +104,10 @@ std::optional<zot::gpb_path> zot::split_gpb_path(const char *path) {
 }
 
 std::optional<int32_t> zot::category_of(std::string_view name) {
-  if (name.empty() || name.front() < 'A' || name.front() > 'Z') {
-    return std::nullopt;
-  }
-  const auto letter = static_cast<size_t>(name.front() - 'A');
-  for (size_t row = category_names.starts[letter]; row < category_names.starts[letter + 1]; ++row) {
-    if (category_names.sorted[row].name == name) {
-      return category_names.sorted[row].value;
-    }
-  }
-  return std::nullopt;
+  const auto *const row = std::find(category_names.begin(), category_names.end(), name);
+  return row != category_names.end()
+             ? std::optional(static_cast<int32_t>(row - category_names.begin()))
+             : std::nullopt;
 }
 
 const char *get_subsys_str_by_enum(int32_t subsys) {
@@ -168,7 +116,7 @@ const char *get_subsys_str_by_enum(int32_t subsys) {
 
 const char *get_cat_str_by_gpb_cat(int32_t category) {
   const bool is_known = category >= 0 && category < ZOT_CAT_COUNT;
-  return is_known ? categories[static_cast<size_t>(category)].name : nullptr;
+  return is_known ? category_names[static_cast<size_t>(category)].data() : nullptr;
 }
 
 int get_gpb_cat_by_cat_str(const char *name, int32_t *category) {
