@@ -1,5 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Shell commands from inside a host process.
+#include "utilities/command.hpp"
+
+#include <sys/wait.h>
+
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 
@@ -36,9 +41,19 @@ class default_sigchld {
   bool is_set_;
 };
 
+std::atomic<int> out_of_sight = 0;
+
 }  // namespace
+
+int zot::count_commands_out_of_sight() {
+  return out_of_sight;
+}
 
 int cmd_helper_system(const char *cmd) {
   const default_sigchld guard;
-  return std::system(cmd);
+  const int raw_status = std::system(cmd);
+  if (cmd != nullptr && (raw_status == -1 || WIFSIGNALED(raw_status))) {
+    ++out_of_sight;
+  }
+  return raw_status;
 }

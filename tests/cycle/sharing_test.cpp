@@ -470,6 +470,22 @@ TEST_F(SharingWithACommit, AnOrphanedCopyIsWaitedFor) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
 }
 
+// An element with a cache of its own, but the same scratch folder, has made it anew.
+TEST_F(SharingWithACommit, AScratchFolderMadeAnewMeanwhileIsNotCommitted) {
+  const std::string scratch = fs::path(e.tmp_root()).lexically_normal().parent_path();
+  const std::string foreign = e.dir() / "foreign";
+  replace_cp("/bin/cp -r " + scratch + " " + foreign + "\nfind " + foreign +
+             "/config -type f -exec sed -i s/two/TWO/ {} +\nrm -rf " + scratch + "\nmv " + foreign +
+             " " + scratch);
+  EXPECT_EQ(WEXITSTATUS(end_of(start_commit())), 1);
+  path_.reset();
+  e.set_port(closed_port());
+  e.restart();
+  const returned_list got = e.get(cached);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+}
+
 // Another get would sweep what this one has unpacked so far.
 TEST_F(SharingWithACommit, TheScratchFolderOfAGetIsLeftToIt) {
   const std::string program = e.dir() / "bin/tar";

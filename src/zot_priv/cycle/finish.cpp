@@ -149,13 +149,19 @@ int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
                                         : record_failure(handle, __LINE__, "keep the files of");
 }
 
+// After a copy: its source may be that of somebody who has made the scratch directory anew.
+int check_scratch(zot_ctx *handle) {
+  return zot::is_scratch_held(*handle) ? ZOT_OK : refuse_changed(handle);
+}
+
 int store_k(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, k_file_topics,
              "%sStart to commit K file into cached storage.\n");
   if (const int status = protect(handle, tmp_k, gpbs); status != ZOT_OK) {
     return status;
   }
-  const int status = zot_priv_commit_k(handle, tmp_k);
+  int status = zot_priv_commit_k(handle, tmp_k);
+  status = status == ZOT_OK ? check_scratch(handle) : status;
   if (status == ZOT_OK) {
     open_step(*handle) = zot::commit_gpb_files;
   } else {
@@ -167,7 +173,8 @@ int store_k(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
 int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, gpb_file_topics,
              "%sStart to commit GPB files into cached storage.\n");
-  const int status = zot_priv_commit_gpb(handle, tmp_gpbs);
+  int status = zot_priv_commit_gpb(handle, tmp_gpbs);
+  status = status == ZOT_OK ? check_scratch(handle) : status;
   if (status != ZOT_OK) {
     return status;
   }

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "utilities/command.hpp"
 #include "utilities/owner.hpp"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
@@ -42,11 +43,8 @@ outcome try_lock(int fd) {
   return errno == EWOULDBLOCK ? outcome::busy : outcome::failed;
 }
 
-bool is_same_directory(int a, int b) {
-  struct stat first {};
-  struct stat second {};
-  return ::fstat(a, &first) == 0 && ::fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
-         first.st_ino == second.st_ino;
+bool is_same(const struct stat &a, const struct stat &b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 // Without a limit 0 is returned.
@@ -82,16 +80,57 @@ int descriptor_of(const zot_ctx &handle, size_t folder) {
   return handle.own.lock_fd[folder] - 1;
 }
 
+bool is_at(const char *path, int fd) {
+  struct stat found {};
+  struct stat held {};
+  return ::stat(path, &found) == 0 && ::fstat(fd, &held) == 0 && is_same(found, held);
+}
+
+// Locks the directory that the path names, also when it was lost and made anew while this waited
+// for the one before.
+int lock_folder(zot_ctx &handle, size_t folder, int64_t deadline, const char *func) {
+  const char *const path = folder == 0 ? handle.conf_root : handle.tmp_root;
+  zot::descriptor fd(-1);
+  do {
+    fd = open_folder(path);
+    if (!fd.is_open() && (errno == EACCES || errno == ENOENT)) {
+      // What cannot be done without the directory fails by itself.
+      return ZOT_OK;
+    }
+    if (!fd.is_open()) {
+      return record_failure(handle, path, func);
+    }
+    if (folder != 0 && is_at(handle.conf_root, fd.get())) {
+      return ZOT_RECORD_AT(&handle, ZOT_ERR_WRONG_INPUT, func, __LINE__,
+                           "[%s]: conf root and tmp root are one directory: %s", func, path);
+    }
+    if (const int status = lock_within(handle, fd.get(), path, deadline, func); status != ZOT_OK) {
+      return status;
+    }
+  } while (!is_at(path, fd.get()));
+  handle.own.lock_fd[folder] = fd.release() + 1;
+  return ZOT_OK;
+}
+
 }  // namespace
 
 namespace zot {
+
+cache_lock::cache_lock(zot_ctx &handle)
+    : handle_(handle), out_of_sight_before_(count_commands_out_of_sight()) {}
 
 cache_lock::~cache_lock() {
   if (!is_held_ || --handle_.own.lock_depth != 0) {
     return;
   }
   const errno_keeper keep_errno;
+  // A child that another thread has forked meanwhile has the descriptors too, and may live long. So
+  // may a command that nobody could wait for, which goes on holding the locks.
+  const bool is_all_done = count_commands_out_of_sight() == out_of_sight_before_;
   for (int32_t &held : handle_.own.lock_fd) {
+    if (held != 0 && is_all_done) {
+      ::flock(held - 1, LOCK_UN);
+    }
     if (held != 0) {
       ::close(held - 1);
     }
@@ -108,26 +147,10 @@ int cache_lock::acquire(const char *func) {
     return ZOT_OK;
   }
   const int64_t deadline = deadline_of(handle_);
-  const char *const paths[] = {handle_.conf_root, handle_.tmp_root};
-  for (size_t folder = 0; folder < std::size(paths); ++folder) {
-    descriptor fd = open_folder(paths[folder]);
-    if (!fd.is_open() && (errno == EACCES || errno == ENOENT)) {
-      // What cannot be done without the directory fails by itself.
-      continue;
-    }
-    if (!fd.is_open()) {
-      return record_failure(handle_, paths[folder], func);
-    }
-    if (folder != 0 && is_same_directory(descriptor_of(handle_, 0), fd.get())) {
-      return ZOT_RECORD_AT(&handle_, ZOT_ERR_WRONG_INPUT, func, __LINE__,
-                           "[%s]: conf root and tmp root are one directory: %s", func,
-                           paths[folder]);
-    }
-    if (const int status = lock_within(handle_, fd.get(), paths[folder], deadline, func);
-        status != ZOT_OK) {
+  for (const size_t folder : {0U, 1U}) {
+    if (const int status = lock_folder(handle_, folder, deadline, func); status != ZOT_OK) {
       return status;
     }
-    handle_.own.lock_fd[folder] = fd.release() + 1;
   }
   return ZOT_OK;
 }
@@ -144,6 +167,11 @@ bool cache_lock::try_acquire() {
   ++handle_.own.lock_depth;
   handle_.own.lock_fd[0] = fd.release() + 1;
   return true;
+}
+
+bool is_scratch_held(const zot_ctx &handle) {
+  const int held = descriptor_of(handle, 1);
+  return held >= 0 ? is_at(handle.tmp_root, held) : !open_folder(handle.tmp_root).is_open();
 }
 
 locks_for_commands::locks_for_commands(const zot_ctx &handle) : handle_(handle) {

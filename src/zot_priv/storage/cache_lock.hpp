@@ -11,7 +11,7 @@ namespace zot {
 // nothing to lock.
 class cache_lock {
  public:
-  explicit cache_lock(zot_ctx &handle) : handle_(handle) {}
+  explicit cache_lock(zot_ctx &handle);
   cache_lock(const cache_lock &) = delete;
   cache_lock &operator=(const cache_lock &) = delete;
   ~cache_lock();
@@ -25,7 +25,12 @@ class cache_lock {
  private:
   zot_ctx &handle_;
   bool is_held_ = false;
+  int out_of_sight_before_;
 };
+
+// Whether the scratch directory that was locked is still where others look for it. It may be lost
+// at any time, and whoever makes it anew waits for nobody.
+bool is_scratch_held(const zot_ctx &handle);
 
 // Lets the commands that are started meanwhile hold the locks too. A process may be killed while
 // its command goes on: nobody may touch what that command still writes.

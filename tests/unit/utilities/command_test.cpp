@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "utilities/command.hpp"
+
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -63,6 +65,16 @@ TEST(CmdHelperSystem, HandlerOfTheHostComesBack) {
   const sigchld_guard handled(take_signal);
   cmd_helper_system("true");
   EXPECT_EQ(sigchld_handler(), take_signal);
+}
+
+TEST(CommandsOutOfSight, AreThoseWhoseShellWasKilled) {
+  const int before = zot::count_commands_out_of_sight();
+  cmd_helper_system("exit 3");
+  cmd_helper_system("sh -c 'kill -KILL $$'; exit 0");
+  cmd_helper_system(nullptr);
+  EXPECT_EQ(zot::count_commands_out_of_sight(), before);
+  cmd_helper_system("kill -KILL $$");
+  EXPECT_EQ(zot::count_commands_out_of_sight(), before + 1);
 }
 
 }  // namespace

@@ -5,16 +5,22 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <chrono>
+#include <csignal>
+#include <filesystem>
 #include <string>
+#include <thread>
 
 #include "tests/support/element.hpp"
 #include "utilities/owner.hpp"
 
 namespace {
 using namespace zot::test;
+using namespace std::chrono_literals;
 
 class CacheLock : public testing::Test {
  protected:
@@ -104,6 +110,72 @@ TEST_F(CacheLock, IsPassedToCommandsOnlyWhereItIsLent) {
     EXPECT_EQ(descriptor_flags(), (std::array{0, 0}));
   }
   EXPECT_EQ(descriptor_flags(), (std::array{FD_CLOEXEC, FD_CLOEXEC}));
+}
+
+// As a worker that another thread of the host has forked meanwhile, and that starts no program.
+TEST_F(CacheLock, EndsThoughAChildHasItsDescriptors) {
+  pid_t child = -1;
+  {
+    zot::cache_lock held(*e.handle());
+    ASSERT_EQ(held.acquire("f"), ZOT_OK);
+    child = ::fork();
+    if (child == 0) {
+      ::pause();
+      ::_exit(0);
+    }
+  }
+  EXPECT_TRUE(is_free(e.conf_root()));
+  EXPECT_TRUE(is_free(e.tmp_root()));
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+}
+
+TEST_F(CacheLock, GoesOnWithACommandThatNobodyCouldWaitFor) {
+  {
+    zot::cache_lock held(*e.handle());
+    ASSERT_EQ(held.acquire("f"), ZOT_OK);
+    const zot::locks_for_commands lent(*e.handle());
+    cmd_helper_system("sleep 0.5 & kill -KILL $$");
+  }
+  EXPECT_FALSE(is_free(e.conf_root()));
+  for (int tries = 0; tries < 500 && !is_free(e.conf_root()); ++tries) {
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_TRUE(is_free(e.conf_root()));
+}
+
+TEST_F(CacheLock, IsThatOfAScratchFolderMadeAnewWhileItWaited) {
+  zot::descriptor before = lock(e.tmp_root());
+  std::thread loss([&] {
+    std::this_thread::sleep_for(50ms);
+    std::filesystem::rename(e.tmp_root(), e.dir() / "lost");
+    std::filesystem::create_directories(e.tmp_root());
+    before.close();
+  });
+  zot::cache_lock held(*e.handle());
+  EXPECT_EQ(held.acquire("f"), ZOT_OK);
+  loss.join();
+  EXPECT_FALSE(is_free(e.tmp_root()));
+  EXPECT_TRUE(zot::is_scratch_held(*e.handle()));
+}
+
+TEST_F(CacheLock, TellsThatTheScratchFolderWasMadeAnew) {
+  zot::cache_lock held(*e.handle());
+  ASSERT_EQ(held.acquire("f"), ZOT_OK);
+  EXPECT_TRUE(zot::is_scratch_held(*e.handle()));
+  std::filesystem::remove_all(e.tmp_root());
+  EXPECT_FALSE(zot::is_scratch_held(*e.handle()));
+  std::filesystem::create_directories(e.tmp_root());
+  EXPECT_FALSE(zot::is_scratch_held(*e.handle()));
+}
+
+TEST_F(CacheLock, TellsThatAScratchFolderHasComeThatWasNotThere) {
+  std::filesystem::remove_all(e.tmp_root());
+  zot::cache_lock held(*e.handle());
+  ASSERT_EQ(held.acquire("f"), ZOT_OK);
+  EXPECT_TRUE(zot::is_scratch_held(*e.handle()));
+  std::filesystem::create_directories(e.tmp_root());
+  EXPECT_FALSE(zot::is_scratch_held(*e.handle()));
 }
 
 }  // namespace
