@@ -27,6 +27,10 @@ constexpr std::array download_targets = {"subsys.k", "subsys.k.tmp", "subsys.che
 // Of no use to anybody once their download is over.
 constexpr std::array passing_files = {"subsys.k.tmp", "subsys.checksum.tmp", "gpb.tgz"};
 
+int compare_numbers(const void *a, const void *b) {
+  return cmp_uint64(*static_cast<const ino_t *>(a), *static_cast<const ino_t *>(b));
+}
+
 // The inode numbers of expected files: whatever form a path has, the file that it reaches is told
 // by its number. A file that is larger than is stated is none of them.
 class kept_files {
@@ -57,7 +61,11 @@ class kept_files {
   }
 
   // Before it is asked for anything.
-  void sort() { std::sort(inodes_.get(), inodes_.get() + count_); }
+  void sort() {
+    if (count_ != 0) {
+      std::qsort(inodes_.get(), count_, sizeof(ino_t), compare_numbers);
+    }
+  }
 
   [[nodiscard]] bool holds(ino_t inode) const {
     return std::binary_search(inodes_.get(), inodes_.get() + count_, inode);
