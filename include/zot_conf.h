@@ -541,7 +541,7 @@ typedef struct zot_own {
   char *conf_root;        /**< persistent directory of the last get with a new configuration */
   char *tmp_root;         /**< scratch directory of that get */
   zot_file_id fetched;    /**< the checksum file that this get left in the scratch directory */
-  uint64_t undo;          /**< token in the undo folder of a commit that has begun; 0: none */
+  uint64_t verdicts;      /**< what the cache had in force, and what rolled back, at that get */
   uint32_t marks_waiting; /**< 1: the marked list is that of a configuration without a verdict */
   uint32_t lock_depth;    /**< calls inside each other that hold the locks */
   int32_t lock_fd[2];     /**< descriptors of the locked directories plus one; 0: none */
@@ -676,8 +676,8 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
  *  - #ZOT_ERR_TIMEOUT: another process kept a directory locked. Nothing has changed.
  *  - #ZOT_ERR_CORRUPTED: a get of another handle has brought something else into the scratch
  *    directory. Nothing has changed; the next get brings it again.
- *  - #ZOT_ERR_CORRUPTED: this configuration was rolled back, by whatever process; or a commit of it
- *    had failed, and another process has committed another one since. Nothing has changed.
+ *  - #ZOT_ERR_CORRUPTED: since the get another configuration was committed, or one rolled back, by
+ *    whatever process. Nothing has changed; the next get answers for what is there now.
  *  - #ZOT_ERR_GENERIC: no room; nothing has changed, and the text has the sizes.
  *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_CORRUPTED, #ZOT_ERR_NO_FILE, or the status of an
  *    adapter's own commit: a file operation failed. The new configuration is current in memory;

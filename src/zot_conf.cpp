@@ -45,12 +45,12 @@ int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) 
 // Answers from the cache alone.
 int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
-  const zot_k *const fetched = zot_priv_get_k(handle, ZOT_SLOT_TMP);
-  if (zot::waits_for_verdict(*handle) && fetched != nullptr && zot::is_refused(*handle, *fetched)) {
-    // What was rolled back, by whatever process, waits no longer.
+  if (zot::waits_for_verdict(*handle) && zot::is_overtaken(*handle)) {
+    // It waits no longer.
     handle->stat.state = 0;
   }
   if (!zot::waits_for_verdict(*handle)) {
+    zot::renew_outdated(*handle);
     zot::reload_changed_cache(*handle);
   }
   zot_priv_init_load_ret_gpb_list(handle);

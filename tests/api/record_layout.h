@@ -116,7 +116,7 @@
   FIELD(zot_own, conf_root, 0, 4, 0, 8) \
   FIELD(zot_own, tmp_root, 4, 4, 8, 8) \
   FIELD(zot_own, fetched, 8, 32, 16, 32) \
-  FIELD(zot_own, undo, 40, 8, 48, 8) \
+  FIELD(zot_own, verdicts, 40, 8, 48, 8) \
   FIELD(zot_own, marks_waiting, 48, 4, 56, 4) \
   FIELD(zot_own, lock_depth, 52, 4, 60, 4) \
   FIELD(zot_own, lock_fd, 56, 8, 64, 8) \

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "cycle_checks.hpp"
+#include "tests/support/media.hpp"
 #include "tests/support/service.hpp"
 #include "utilities/owner.hpp"
 
@@ -185,14 +186,22 @@ TEST_F(InPlace, FilesThatAreHeldOpenGiveNoRoomBack) {
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
 }
 
-// What another process has committed is not in this one's memory, so nobody could put it back.
-TEST_F(InPlace, WhatMemoryDoesNotHoldIsNotReplaced) {
+TEST_F(InPlace, WhatAnotherHasCommittedIsNotReplaced) {
   fs::remove_all(e.conf_root() + "config");
   third_configuration().install_cache(e.conf_root());
-  expect_refused(ZOT_ERR_GENERIC, "fail to keep the files of " + e.conf_root());
+  expect_refused(ZOT_ERR_CORRUPTED, "another process has decided otherwise in " + e.conf_root());
   EXPECT_EQ(e.get().status, ZOT_OK);
   ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
   EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_LAST).k), third_configuration().k_text());
+  expect_in_force_alone(second_configuration());
+}
+
+// What is not in this process's memory could not be put back.
+TEST_F(InPlace, WhatMemoryDoesNotHoldIsNotReplaced) {
+  write_bytes(knowledge_of(e) + "/subsys.k", third_configuration().k_text());
+  expect_refused(ZOT_ERR_GENERIC, "fail to keep the files of " + e.conf_root());
+  EXPECT_EQ(e.get().status, ZOT_OK);
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
   expect_in_force_alone(second_configuration());
 }
 
@@ -261,6 +270,14 @@ TEST_F(InPlaceWithAFailure, AGetUndoesItWhenItFailsAgain) {
 TEST_F(InPlaceWithAFailure, ARollBackLeavesTheOldFiles) {
   fail_to_commit();
   ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
+  expect_in_force_alone(first_configuration());
+}
+
+TEST_F(InPlace, WhatTheMediumDoesNotTakeLeavesTheOldFiles) {
+  media().failing_call = 2;
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+  EXPECT_TRUE(e.error_text().starts_with("[zot_priv_commit_conf]: fail to sync "))
+      << e.error_text();
   expect_in_force_alone(first_configuration());
 }
 

@@ -176,14 +176,63 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotHandedOutFromMemory) {
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
 }
 
-// A roll-back stores the K files first and reads them back then.
-TEST_F(Sharing, ARollBackThatCannotBeReadBackRefusesNothing) {
+// The persistent directory remembers one refusal, which goes with the next commit.
+TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  {
+    const zot::test::env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+    remote.publish(third_configuration());
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  }
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), third_configuration()));
+  const returned_list got = e.get(cached);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest three");
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
+}
+
+TEST_F(Sharing, WhatTheOtherCommittedMayBeCommittedAgain) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
+// Nothing was in force before it.
+TEST_F(Sharing, AFirstCommitThatFailedIsNotFinishedOverThatOfAnother) {
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  fs::rename(e.tmp_root() + "/config", e.tmp_root() + "/aside");
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+  fs::rename(e.tmp_root() + "/aside", e.tmp_root() + "/config");
+  {
+    const zot::test::env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
+    remote.publish(third_configuration());
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  }
+  const returned_list got = e.get(cached);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest three");
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), third_configuration()));
+}
+
+TEST_F(Sharing, ARollBackThatCannotBeReadBackDelaysACommit) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
   const std::string knowledge = e.conf_root() + "knowledge/";
   fs::copy_file(e.tmp_root() + "/subsys.k", knowledge + "corrupted.k");
   write_bytes(knowledge + "corrupted.checksum",
               read_bytes(e.tmp_root() + "/subsys.checksum").substr(0, 64) + " K");
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(e.get().status, ZOT_OK);
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
 }
 
@@ -378,6 +427,44 @@ TEST_F(Sharing, AGetThatFailsAfterTheCacheHasChangedKeepsNoFolderOfAReleasedK) {
   EXPECT_EQ(other()->ret.root, other()->conf_root);
 }
 
+// An element with a cache of its own, but the same scratch folder, makes it anew in the middle of a
+// call.
+class SharingWithALostScratchFolder : public Sharing {
+ protected:
+  void replace_scratch_at(const std::string &message) {
+    e.log().when(message, [this] {
+      fs::remove_all(e.tmp_root());
+      third_configuration().install_k(e.tmp_root(), "subsys.k", "subsys.checksum");
+    });
+  }
+  void expect_changed(int status) {
+    EXPECT_EQ(status, ZOT_ERR_CORRUPTED);
+    EXPECT_NE(e.error_text().find("what the get fetched was changed in "), std::string::npos)
+        << e.error_text();
+  }
+};
+
+TEST_F(SharingWithALostScratchFolder, ARollBackDoesNotRefuseWhatItFoundThere) {
+  bring_to(third_configuration());
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  replace_scratch_at("Remove last K: Done\n");
+  expect_changed(zot_conf_roll_back(e.handle()));
+  EXPECT_EQ(e.get().status, ZOT_OK);
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
+TEST_F(SharingWithALostScratchFolder, AGetWithoutAnUpdateDoesNotKeepWhatItFoundThere) {
+  bring_to(first_configuration());
+  bring_to(second_configuration());
+  replace_scratch_at("No update on K; do rotate last K\n");
+  expect_changed(e.get().status);
+  EXPECT_FALSE(exists(knowledge_of(e) + "/prev_subsys.k"));
+  EXPECT_EQ(e.get().status, ZOT_OK);
+  EXPECT_EQ(read_bytes(knowledge_of(e) + "/prev_subsys.k"), second_configuration().k_text());
+}
+
 // A commit in a process of its own, with a `cp` that does what a script says before it copies.
 class SharingWithACommit : public Sharing {
  protected:
@@ -472,7 +559,7 @@ TEST_F(SharingWithACommit, AnOrphanedCopyIsWaitedFor) {
 
 // An element with a cache of its own, but the same scratch folder, has made it anew.
 TEST_F(SharingWithACommit, AScratchFolderMadeAnewMeanwhileIsNotCommitted) {
-  const std::string scratch = fs::path(e.tmp_root()).lexically_normal().parent_path();
+  const std::string scratch = e.tmp_root();
   const std::string foreign = e.dir() / "foreign";
   replace_cp("/bin/cp -r " + scratch + " " + foreign + "\nfind " + foreign +
              "/config -type f -exec sed -i s/two/TWO/ {} +\nrm -rf " + scratch + "\nmv " + foreign +

@@ -60,8 +60,11 @@ std::string log_capture::dump() const {
 int log_capture::receive(zot_log_ctx *log_ctx, void *self, const char *line) {
   const zot_log_site site = zot_util_log_cb_func_get_conf_stat(log_ctx);
   const char *func = site.func != nullptr ? site.func : "";
-  static_cast<log_capture *>(self)->lines_.push_back(
-      {site.level, site.mask, site.line, func, line});
+  auto *const capture = static_cast<log_capture *>(self);
+  capture->lines_.push_back({site.level, site.mask, site.line, func, line});
+  if (capture->action_ && capture->awaited_ == line) {
+    std::exchange(capture->action_, nullptr)();
+  }
   return 0;
 }
 

@@ -4,9 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "zot_conf.h"
@@ -35,6 +37,11 @@ class log_capture {
 
   [[nodiscard]] const std::vector<log_record> &lines() const { return lines_; }
   void clear() { lines_.clear(); }
+  // Does something once, when a message arrives: in the middle of a call.
+  void when(std::string text, std::function<void()> action) {
+    awaited_ = std::move(text);
+    action_ = std::move(action);
+  }
 
   // Whole messages, the newline included.
   [[nodiscard]] bool contains(std::string_view text) const { return find(text) != nullptr; }
@@ -55,6 +62,8 @@ class log_capture {
   static int receive(zot_log_ctx *log_ctx, void *self, const char *line);
 
   std::vector<log_record> lines_;
+  std::string awaited_;
+  std::function<void()> action_;
 };
 
 }  // namespace zot::test

@@ -150,6 +150,14 @@ class published_k {
   stored_k k_;
 };
 
+// What was rolled back while some of it was damaged is not in force, and stays so.
+constexpr const char *of_refused = "this configuration was rolled back";
+
+bool is_refused(const findings &found) {
+  const stored_k &refused = found.slot(k_slot::corrupted);
+  return refused.is_good() && refused.checksum == found.slot(k_slot::current).checksum;
+}
+
 bool is_of_cached_k(const damage &bad) {
   return bad.slot != k_slot::scratch && !bad.file;
 }
@@ -364,7 +372,10 @@ repair_report repair_files(const cache_paths &paths, const findings &found, cons
     if (bad.slot != k_slot::current || !bad.file) {
       continue;
     }
-    if (split_member_name("/config/" + bad.file->path)) {
+    if (is_refused(found)) {
+      refused.outcomes.push_back(
+          {.path = bad.path, .result = "not_restorable", .text = of_refused});
+    } else if (split_member_name("/config/" + bad.file->path)) {
       files.push_back(*bad.file);
     } else {
       refused.outcomes.push_back({.path = bad.path,

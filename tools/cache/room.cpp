@@ -16,8 +16,8 @@ namespace {
 
 // st_blocks counts these, whatever blocks the file system has.
 constexpr uint64_t stat_block = 512;
-// The undo folder with its token, and in it a name for each K file and for the folder of the files.
-constexpr uint64_t undo_folders = 2;
+// The undo folder, and in it a name for each K file and for the folder of the files.
+constexpr uint64_t undo_folders = 1;
 constexpr uint64_t undo_names = 7;
 
 uint64_t in_blocks(uint64_t size, uint64_t block_size) {

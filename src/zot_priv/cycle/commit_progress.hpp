@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// How far a commit came, so that the next call of the cycle goes on there.
+// Whether a commit has begun, so that the next call of the cycle goes on with it.
 #pragma once
 
-#include <cstdint>
+#include "zot_conf.h"
 
 namespace zot {
 
-// The step that is open, in the spare word of the statistics, which every check zeroes. Memory
-// holds the new configuration from the first of them on.
-enum commit_progress : uint32_t {
-  commit_not_begun = 0,
-  commit_k_files = 1,
-  commit_gpb_files = 2,
-  commit_medium = 3
-};
+// Memory holds the new configuration from then on until the commit is done. Told by the spare word
+// of the statistics, which every check zeroes.
+inline bool has_commit_begun(const zot_ctx &handle) {
+  return handle.stat.reserved != 0;
+}
+
+inline void set_commit_begun(zot_ctx &handle, bool has_begun) {
+  handle.stat.reserved = has_begun ? 1 : 0;
+}
 
 }  // namespace zot

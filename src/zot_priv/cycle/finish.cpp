@@ -29,11 +29,6 @@ constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
 constexpr const char *operation = "zot_priv_commit_conf";
 
-// The step that the commit of this cycle has to do next.
-uint32_t &open_step(zot_ctx &handle) {
-  return handle.stat.reserved;
-}
-
 bool is_same_k(const zot_k *a, const zot_k *b) {
   return a == b || zot_priv_cmp_k(a, b) == 0;
 }
@@ -48,19 +43,11 @@ int refuse_changed(zot_ctx *handle) {
                        "[%s]: what the get fetched was changed in %s", operation, handle->tmp_root);
 }
 
-// Whether a verdict was given since: this configuration was rolled back, by whatever process, or
-// another process has committed another one after a commit of this one had failed.
-bool is_overtaken(zot_ctx *handle, const zot_k &tmp_k) {
-  const zot_k *const before = zot_priv_get_k(handle, ZOT_SLOT_LAST);
-  const bool has_failed = open_step(*handle) != zot::commit_not_begun && before != nullptr;
-  return zot::is_refused(*handle, tmp_k) ||
-         (has_failed && !zot::owns_undo(*handle) && !zot::has_undo(*handle) &&
-          !zot::is_in_force(*handle, *before, nullptr));
-}
-
 // Before anything changes.
 int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
-  if (is_overtaken(handle, tmp_k)) {
+  if (zot::is_overtaken(*handle)) {
+    // The next get has to know what is in force.
+    zot::mark_outdated(*handle);
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
                          "[%s]: another process has decided otherwise in %s", operation,
                          handle->conf_root);
@@ -82,7 +69,7 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
   if (!zot::are_files_in(handle->tmp_gpb_root, tmp_gpbs)) {
     return refuse_changed(handle);
   }
-  const bool is_begun = open_step(*handle) != zot::commit_not_begun;
+  const bool is_begun = zot::has_commit_begun(*handle);
   const zot_slot &before = handle->slot[is_begun ? ZOT_SLOT_LAST : ZOT_SLOT_CURRENT];
   errno = ESTALE;
   if (before.k != nullptr &&
@@ -128,7 +115,7 @@ int adopt(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
              "%sStart to update current configuration in memory.\n");
   const int status = zot_priv_update_cached_mem(handle, tmp_k, tmp_gpbs);
   if (status == ZOT_OK) {
-    open_step(*handle) = zot::commit_k_files;
+    zot::set_commit_begun(*handle, true);
     // What is last now is known, also when it is nothing.
     handle->load_flags |= ZOT_LOADED_PREV_K;
   }
@@ -162,9 +149,7 @@ int store_k(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
   }
   int status = zot_priv_commit_k(handle, tmp_k);
   status = status == ZOT_OK ? check_scratch(handle) : status;
-  if (status == ZOT_OK) {
-    open_step(*handle) = zot::commit_gpb_files;
-  } else {
+  if (status != ZOT_OK) {
     zot::restore_from_undo(*handle);
   }
   return status;
@@ -183,78 +168,64 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
                          "[%s]: files are missing in %s", operation, handle->conf_root);
   }
-  open_step(*handle) = zot::commit_medium;
   return ZOT_OK;
 }
 
 // The new files have to be on the medium before the old ones are given up.
-int store_on_medium(zot_ctx *handle) {
-  if (!zot::sync_cache(*handle)) {
+int store_on_medium(zot_ctx *handle, const zot::cache_media &media) {
+  if (!media.sync()) {
     return record_failure(handle, __LINE__, "sync");
   }
   if (!zot::retire_undo(*handle)) {
     return record_failure(handle, __LINE__, "end the commit in");
   }
   zot::remove_undo_leftovers(*handle);
-  open_step(*handle) = zot::commit_not_begun;
+  zot::set_commit_begun(*handle, false);
   return ZOT_OK;
-}
-
-// Brings the files of the cache after what memory already holds, from where it stopped.
-int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection gpbs) {
-  const zot::locks_for_commands lent(*handle);
-  if (open_step(*handle) == zot::commit_k_files) {
-    if (const int status = store_k(handle, tmp_k, gpbs); status != ZOT_OK) {
-      return status;
-    }
-  }
-  if (open_step(*handle) == zot::commit_gpb_files) {
-    if (const int status = store_gpbs(handle, tmp_gpbs); status != ZOT_OK) {
-      return status;
-    }
-  }
-  return store_on_medium(handle);
 }
 
 // What failed in place of the old files leaves them again, for whoever starts next without a
 // service.
 int put_back_unprotected(zot_ctx *handle, int status) {
-  if (open_step(*handle) < zot::commit_gpb_files || handle->fns.commit_gpb != nullptr ||
-      !zot::owns_undo(*handle) || zot::keeps_gpbs(*handle)) {
+  if (handle->fns.commit_gpb != nullptr || !zot::has_undo(*handle)) {
     return status;
   }
-  open_step(*handle) = zot::commit_gpb_files;
   return zot::put_back(*handle, zot_priv_get_gpb(handle, ZOT_SLOT_LAST))
              ? status
              : record_failure(handle, __LINE__, "restore");
 }
 
+// Brings the files of the cache after what memory already holds. All of them once more after a
+// failure: what could not be written to the medium is told once, and lost.
+int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection gpbs) {
+  const zot::locks_for_commands lent(*handle);
+  const zot::cache_media media(*handle);
+  if (const int status = store_k(handle, tmp_k, gpbs); status != ZOT_OK) {
+    return status;
+  }
+  int status = store_gpbs(handle, tmp_gpbs);
+  status = status == ZOT_OK ? store_on_medium(handle, media) : status;
+  const bool is_put_back = status != ZOT_OK && gpbs == zot::gpb_protection::removed_first;
+  return is_put_back ? put_back_unprotected(handle, status) : status;
+}
+
 // Begins a commit, or goes on with one that failed.
 int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
-  uint32_t &step = open_step(*handle);
-  const bool is_begun = step != zot::commit_not_begun;
+  const bool is_begun = zot::has_commit_begun(*handle);
   if (!is_begun && is_same_k(zot_priv_get_k(handle, ZOT_SLOT_CURRENT), tmp_k)) {
     return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, operation, __LINE__,
                          "Configuration not changed. It doesn't need to do commit.");
   }
-  if (step > zot::commit_k_files && !zot::owns_undo(*handle)) {
-    // Another process has found the interrupted commit and put the old files back.
-    step = zot::commit_k_files;
+  // What an interrupted commit has left would count as taken.
+  if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
+    return record_failure(handle, __LINE__, "restore");
   }
-  if (step < zot::commit_medium) {
-    if (const int status = check_fetched(handle, *tmp_k, tmp_gpbs); status != ZOT_OK) {
-      return status;
-    }
+  if (const int status = check_fetched(handle, *tmp_k, tmp_gpbs); status != ZOT_OK) {
+    return status;
   }
   zot::gpb_protection gpbs = zot::gpb_protection::kept;
-  if (step <= zot::commit_k_files) {
-    // What an interrupted commit has left would count as taken.
-    if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
-      return record_failure(handle, __LINE__, "restore");
-    }
-    if (const int status = check_room(handle, *tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
-      return status;
-    }
+  if (const int status = check_room(handle, *tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
+    return status;
   }
   if (!is_begun) {
     if (const int status = adopt(handle, tmp_k, tmp_gpbs); status != ZOT_OK) {
@@ -262,7 +233,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
     }
   }
   if (const int status = store(handle, tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
-    return put_back_unprotected(handle, status);
+    return status;
   }
   if (handle->own.marks_waiting == 0) {
     // A roll-back that failed before has made the list that of the earlier configuration.
@@ -279,8 +250,14 @@ bool zot::waits_for_verdict(const zot_ctx &handle) {
   return (handle.stat.state & (done | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
 }
 
+bool zot::is_overtaken(const zot_ctx &handle) {
+  const zot_k *const fetched = handle.slot[ZOT_SLOT_TMP].k;
+  return !are_verdicts_as_fetched(handle) &&
+         (fetched == nullptr || !is_in_force(handle, *fetched, nullptr));
+}
+
 int zot::settle_failed_commit(zot_ctx &handle) {
-  if (open_step(handle) == commit_not_begun || !waits_for_verdict(handle)) {
+  if (!has_commit_begun(handle) || !waits_for_verdict(handle)) {
     return ZOT_OK;
   }
   const folders_of_get folders(handle);

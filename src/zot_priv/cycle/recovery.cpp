@@ -57,10 +57,10 @@ void remove_commit_leftovers(zot_ctx &handle) {
 }
 
 bool undo_failed_commit(zot_ctx &handle) {
-  if (handle.stat.reserved != commit_not_begun) {
+  if (has_commit_begun(handle)) {
     undo_in_memory(handle);
   }
-  handle.stat.reserved = commit_not_begun;
+  set_commit_begun(handle, false);
   return !has_undo(handle) || restore_from_undo(handle);
 }
 

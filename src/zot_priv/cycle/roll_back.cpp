@@ -21,12 +21,16 @@ namespace {
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
+int refuse_changed(zot_ctx *handle, const char *func) {
+  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
+}
+
 // Undoes a commit of the fetched K that failed. One that another process has committed cannot be
 // rolled back any more.
 int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
   if (tmp_k != nullptr && !zot::is_k_as_fetched(*handle, *tmp_k)) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
-                         "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
+    return refuse_changed(handle, func);
   }
   if (!zot::undo_failed_commit(*handle)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to restore %s: %s",
@@ -99,13 +103,27 @@ int store_corrupted_file(zot_ctx *handle, const char *name, const char *corrupte
   return status;
 }
 
-// Keeps the fetched K in the cache as the corrupted one.
+// Keeps the fetched K in the cache as the corrupted one, on the medium.
 int store_corrupted_files(zot_ctx *handle, const char *func) {
-  const int status = store_corrupted_file(handle, "subsys.k", "/knowledge/corrupted.k", "K", func);
-  return status != ZOT_OK
-             ? status
-             : store_corrupted_file(handle, "subsys.checksum", "/knowledge/corrupted.checksum",
-                                    "K.checksum", func);
+  const zot::cache_media media(*handle);
+  if (const int status =
+          store_corrupted_file(handle, "subsys.k", "/knowledge/corrupted.k", "K", func);
+      status != ZOT_OK) {
+    return status;
+  }
+  if (const int status = store_corrupted_file(handle, "subsys.checksum",
+                                              "/knowledge/corrupted.checksum", "K.checksum", func);
+      status != ZOT_OK) {
+    return status;
+  }
+  if (!zot::is_scratch_held(*handle)) {
+    return refuse_changed(handle, func);
+  }
+  if (!media.sync()) {
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to sync %s: %s", func,
+                         handle->conf_root, std::strerror(errno));
+  }
+  return ZOT_OK;
 }
 
 // Reads the corrupted K back into its slot.
@@ -173,10 +191,6 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
   }
   if (const int status = store_corrupted_files(handle, __func__); status != ZOT_OK) {
     return status;
-  }
-  if (!zot::sync_cache(*handle)) {
-    return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]: fail to sync %s: %s", __func__,
-                      handle->conf_root, std::strerror(errno));
   }
   if (const int status = reload_corrupted_k(handle, __func__); status != ZOT_OK) {
     return status;

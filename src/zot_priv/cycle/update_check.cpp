@@ -3,12 +3,14 @@
 #include <cerrno>
 #include <cstring>
 
+#include "utilities/path.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/cycle/marks.hpp"
 #include "zot_priv/cycle/start_up.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
 
 namespace {
@@ -88,6 +90,16 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   return ZOT_RECORD_AT(handle, ZOT_OK, func, __LINE__);
 }
 
+// What was copied as the last K may be that of somebody who has made the scratch directory anew.
+// The next get copies it once more.
+int refuse_last_k(zot_ctx *handle, const char *func) {
+  zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
+  rm_rf(zot::joined_path(handle->conf_k_root, "prev_subsys.k").c_str());
+  rm_rf(zot::joined_path(handle->conf_k_root, "prev_subsys.checksum").c_str());
+  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
+}
+
 // Aligns the slots when the published K is the one in force.
 int settle_same(zot_ctx *handle, const char *func) {
   const zot_slot(&slot)[ZOT_SLOT_COUNT] = handle->slot;
@@ -103,6 +115,9 @@ int settle_same(zot_ctx *handle, const char *func) {
                "%sNo update on K; do rotate last K\n");
     if (const int status = zot_priv_handle_no_update(handle); status != ZOT_OK) {
       return status;
+    }
+    if (!zot::is_scratch_held(*handle)) {
+      return refuse_last_k(handle, func);
     }
     ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K, "%sUpdate last K: Done\n");
   }

@@ -37,11 +37,12 @@ class unpack_command {
   unpack_command(const char *root, uint64_t largest) {
     const auto known = std::min<uint64_t>(largest, INT32_MAX);
     char limits[limits_size];
-    const int length = std::snprintf(
-        limits, sizeof limits,
-        "ulimit -c 0 2> /dev/null; ulimit -t %lu 2> /dev/null; ulimit -f %lu 2> /dev/null; exec ",
-        static_cast<unsigned long>(unpack_seconds + known / unpacked_in_a_second),
-        static_cast<unsigned long>(known / shell_block + 1));
+    const int length =
+        std::snprintf(limits, sizeof limits,
+                      "unset TAR_OPTIONS; ulimit -c 0 2> /dev/null; ulimit -t %lu 2> /dev/null; "
+                      "ulimit -f %lu 2> /dev/null; exec ",
+                      static_cast<unsigned long>(unpack_seconds + known / unpacked_in_a_second),
+                      static_cast<unsigned long>(known / shell_block + 1));
     text_ = zot::text_of("%star zxvf %s/%s -C %s > /dev/null 2>&1", limits, root, zot::archive_name,
                          root);
     shown_ = text_ != nullptr ? text_.get() + length : nullptr;
@@ -53,7 +54,7 @@ class unpack_command {
   [[nodiscard]] const char *shown() const { return shown_; }
 
  private:
-  static constexpr size_t limits_size = 128;
+  static constexpr size_t limits_size = 160;
   zot::c_text text_;
   const char *shown_;
 };

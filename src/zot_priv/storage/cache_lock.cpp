@@ -170,6 +170,9 @@ bool cache_lock::try_acquire() {
 }
 
 bool is_scratch_held(const zot_ctx &handle) {
+  if (handle.own.lock_depth == 0) {
+    return true;
+  }
   const int held = descriptor_of(handle, 1);
   return held >= 0 ? is_at(handle.tmp_root, held) : !open_folder(handle.tmp_root).is_open();
 }

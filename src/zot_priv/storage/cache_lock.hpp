@@ -29,7 +29,7 @@ class cache_lock {
 };
 
 // Whether the scratch directory that was locked is still where others look for it. It may be lost
-// at any time, and whoever makes it anew waits for nobody.
+// at any time, and whoever makes it anew waits for nobody. True without a lock.
 bool is_scratch_held(const zot_ctx &handle);
 
 // Lets the commands that are started meanwhile hold the locks too. A process may be killed while

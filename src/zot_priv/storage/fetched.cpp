@@ -99,28 +99,26 @@ bool is_absent(const char *path) {
   return ::access(path, F_OK) != 0 && errno == ENOENT;
 }
 
-// Whether the checksum file announces a K. What counts of its line is the digest alone, or all of
-// it.
-bool announces(const char *path, const zot_k &k, size_t counts = ZOT_CHECKSUM_LEN) {
-  char announced[ZOT_CHECKSUM_LEN + 2] = "";
+// Whether the checksum file announces a K.
+bool announces(const char *path, const zot_k &k) {
+  char announced[ZOT_CHECKSUM_LEN + 1] = "";
   char digest[ZOT_CHECKSUM_LEN + 1] = "";
-  return read_line(path, announced, counts) != nullptr &&
+  return read_line(path, announced, ZOT_CHECKSUM_LEN) != nullptr &&
          calc_sha256(k.data, k.data_len, digest, sizeof digest) == 0 &&
-         std::strcmp(announced, digest) == 0;
+         std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0;
 }
 
-struct k_file_names {
-  const char *k;
-  const char *checksum;
-};
+// The beginning of a checksum; 0 when there is none.
+uint64_t checksum_number(const zot_ctx &handle, const char *name) {
+  constexpr size_t digits = 16;
+  char line[digits + 1] = "";
+  read_line(zot::joined_path(handle.conf_k_root, name).c_str(), line, digits);
+  return std::strtoull(line, nullptr, 16);
+}
 
-// Whether the cache holds a K, whole, under these names. A get takes a checksum with something
-// behind it, but nothing reads such a K back.
-bool is_stored(const zot_ctx &handle, const k_file_names &names, const zot_k &k) {
-  return holds(AT_FDCWD, zot::joined_path(handle.conf_k_root, names.k).c_str(), k.data,
-               k.data_len) &&
-         announces(zot::joined_path(handle.conf_k_root, names.checksum).c_str(), k,
-                   ZOT_CHECKSUM_LEN + 1);
+// The two change their places in the sum, as a K may be in one of them and then in the other.
+uint64_t verdicts_now(const zot_ctx &handle) {
+  return checksum_number(handle, checksum_name) + 2 * checksum_number(handle, "corrupted.checksum");
 }
 
 }  // namespace
@@ -130,6 +128,7 @@ namespace zot {
 bool remember_get(zot_ctx &handle) {
   renew_fetched_id(handle);
   handle.own.fetched = fetched_now(handle);
+  handle.own.verdicts = verdicts_now(handle);
   return replace(handle.own.conf_root, handle.conf_root) &&
          replace(handle.own.tmp_root, handle.tmp_root);
 }
@@ -153,13 +152,14 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
 
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   // An adapter may keep its files elsewhere.
-  return is_stored(handle, {k_name, checksum_name}, k) &&
+  return holds(AT_FDCWD, joined_path(handle.conf_k_root, k_name).c_str(), k.data, k.data_len) &&
+         announces(joined_path(handle.conf_k_root, checksum_name).c_str(), k) &&
          (handle.fns.commit_gpb != nullptr ||
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
 
-bool is_refused(const zot_ctx &handle, const zot_k &k) {
-  return is_stored(handle, {"corrupted.k", "corrupted.checksum"}, k);
+bool are_verdicts_as_fetched(const zot_ctx &handle) {
+  return verdicts_now(handle) == handle.own.verdicts;
 }
 
 bool are_files_in(const char *folder_path, const zot_list *gpbs) {

@@ -24,8 +24,8 @@ bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gp
 // committed it.
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
-// Whether the cache keeps a K as one that was rolled back, by whatever process.
-bool is_refused(const zot_ctx &handle, const zot_k &k);
+// Whether no process has committed or rolled back a configuration since the get.
+bool are_verdicts_as_fetched(const zot_ctx &handle);
 
 // Whether a folder of GPB files, or that of the persistent directory, has all files of a list, each
 // of its size. A link is no such file.

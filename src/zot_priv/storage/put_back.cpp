@@ -50,6 +50,7 @@ bool can_put_back(const zot_list *gpbs) {
 }
 
 bool put_back(const zot_ctx &handle, const zot_list *gpbs) {
+  const cache_media media(handle);
   const descriptor root = open_root(handle.conf_root);
   struct stat st {};
   if (::fstatat(root.get(), gpb_directory, &st, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -61,7 +62,7 @@ bool put_back(const zot_ctx &handle, const zot_list *gpbs) {
       return false;
     }
   }
-  return sync_cache(handle);
+  return media.sync();
 }
 
 }  // namespace zot

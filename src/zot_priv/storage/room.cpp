@@ -176,11 +176,10 @@ room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *
   estimate needed(std::max(static_cast<uint64_t>(medium.f_frsize), folder), folder);
   needed.add_file(k.data_len);
   needed.add_file(sizeof k.checksum);
-  // The directory of the GPB files, and the undo folder with its token and a name for each file
-  // that it keeps.
+  // The directory of the GPB files, and the undo folder with a name for each file that it keeps.
   constexpr unsigned undo_names = 7;
   const unsigned absent = count_absent_files(handle);
-  needed.add_directories(3 + absent);
+  needed.add_directories(2 + absent);
   // An adapter that commits the files itself knows where they go.
   if (handle.fns.commit_gpb == nullptr) {
     add_gpbs(needed, gpbs);

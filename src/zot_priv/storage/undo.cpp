@@ -2,14 +2,12 @@
 #include "zot_priv/storage/undo.hpp"
 
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
@@ -40,33 +38,6 @@ class absent_mark {
  private:
   char text_[32];
 };
-
-// The empty directory, in one of the folders of a commit, that tells an undo folder from every
-// other one. Not every file system has inode numbers and time stamps that do.
-class token_mark {
- public:
-  token_mark(const char *folder, uint64_t token) {
-    static_cast<void>(std::snprintf(text_, sizeof text_, "%s/of-%016llx", folder,
-                                    static_cast<unsigned long long>(token)));
-  }
-  [[nodiscard]] const char *c_str() const { return text_; }
-
- private:
-  char text_[32];
-};
-
-// Never zero, which stands for no folder. A machine that has just started may have no random bytes
-// yet, and cannot wait.
-uint64_t new_token() {
-  uint64_t token = 0;
-  if (::getrandom(&token, sizeof token, GRND_NONBLOCK) != ssize_t{sizeof token}) {
-    struct timespec now {};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    token = (static_cast<uint64_t>(now.tv_nsec) << 32) |
-            (static_cast<uint32_t>(now.tv_sec) ^ (static_cast<uint32_t>(::getpid()) << 8));
-  }
-  return token | 1;
-}
 
 // The persistent directory, its K files, and a directory of undo files.
 struct cache_folders {
@@ -194,13 +165,10 @@ void remove_folder(const zot_ctx &handle, const char *name) {
 }
 
 // Before anything of it counts: the folder can still be given up without a trace.
-bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs, uint64_t token) {
+bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs) {
   const cache_folders at(handle, undo_in_the_making);
   bool is_copied = false;
-  if (!at.are_open() ||
-      ::mkdirat(at.root.get(), token_mark(undo_in_the_making, token).c_str(), new_directory_mode) !=
-          0 ||
-      !keep_k_files(handle, at, &is_copied)) {
+  if (!at.are_open() || !keep_k_files(handle, at, &is_copied)) {
     return false;
   }
   struct stat st {};
@@ -263,14 +231,13 @@ bool remove_foreign_undo(const zot_ctx &handle) {
 
 namespace zot {
 
-bool begin_undo(zot_ctx &handle, gpb_protection gpbs) {
+bool begin_undo(const zot_ctx &handle, gpb_protection gpbs) {
   remove_undo_leftovers(handle);
   const descriptor root = open_root(handle.conf_root);
   if (!root.is_open() || ::mkdirat(root.get(), undo_in_the_making, new_directory_mode) != 0) {
     return false;
   }
-  const uint64_t token = new_token();
-  if (!fill_undo(handle, gpbs, token) ||
+  if (!fill_undo(handle, gpbs) ||
       ::renameat(root.get(), undo_in_the_making, root.get(), undo) != 0) {
     remove_folder(handle, undo_in_the_making);
     return false;
@@ -281,10 +248,8 @@ bool begin_undo(zot_ctx &handle, gpb_protection gpbs) {
   if (!is_begun) {
     const errno_keeper keep_errno;
     restore_from_undo(handle);
-    return false;
   }
-  handle.own.undo = token;
-  return true;
+  return is_begun;
 }
 
 bool has_undo(const zot_ctx &handle) {
@@ -324,13 +289,7 @@ unsigned count_absent_files(const zot_ctx &handle) {
   return count;
 }
 
-bool owns_undo(const zot_ctx &handle) {
-  const token_mark mark(undo, handle.own.undo);
-  struct stat st {};
-  return is_there(AT_FDCWD, joined_path(handle.conf_root, mark.c_str()).c_str(), &st);
-}
-
-bool restore_from_undo(zot_ctx &handle) {
+bool restore_from_undo(const zot_ctx &handle) {
   if (remove_foreign_undo(handle)) {
     return true;
   }
@@ -356,17 +315,15 @@ bool restore_from_undo(zot_ctx &handle) {
     return false;
   }
   remove_folder(handle, undo_of_no_use);
-  handle.own.undo = 0;
   return true;
 }
 
-bool retire_undo(zot_ctx &handle) {
+bool retire_undo(const zot_ctx &handle) {
   const descriptor root = open_root(handle.conf_root);
   if (!root.is_open() || ::renameat(root.get(), undo, root.get(), undo_of_no_use) != 0) {
     return false;
   }
   if (::fsync(root.get()) == 0) {
-    handle.own.undo = 0;
     return true;
   }
   // Nobody knows what the medium holds now, so the old files stay within reach.
@@ -389,10 +346,11 @@ void remove_undo_leftovers(const zot_ctx &handle) {
   }
 }
 
-bool sync_cache(const zot_ctx &handle) {
-  const descriptor root = open_root(handle.conf_root);
-  const descriptor knowledge = open_root(handle.conf_k_root);
-  return root.is_open() && knowledge.is_open() && sync_folders(root.get(), knowledge.get());
+cache_media::cache_media(const zot_ctx &handle)
+    : root_(open_root(handle.conf_root)), knowledge_(open_root(handle.conf_k_root)) {}
+
+bool cache_media::sync() const {
+  return root_.is_open() && knowledge_.is_open() && sync_folders(root_.get(), knowledge_.get());
 }
 
 }  // namespace zot

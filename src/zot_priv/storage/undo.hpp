@@ -2,6 +2,7 @@
 // The undo folder: what a commit changes in the persistent cache, kept until the commit is done.
 #pragma once
 
+#include "utilities/owner.hpp"
 #include "utilities/path.hpp"
 #include "zot_conf.h"
 
@@ -13,7 +14,7 @@ enum class gpb_protection { kept, removed_first };
 // Keeps the files in force: the K files by a second name, the GPB files by moving their directory.
 // When it returns true, a loss of power leaves either all of it in place or an undo folder that
 // brings all of it back. False, with errno, when the files in force are where they were.
-bool begin_undo(zot_ctx &handle, gpb_protection gpbs);
+bool begin_undo(const zot_ctx &handle, gpb_protection gpbs);
 
 // Whether a commit was interrupted, or failed and was not called again.
 bool has_undo(const zot_ctx &handle);
@@ -39,24 +40,33 @@ int read_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
 
 // How many of the files that an undo folder keeps are not there; each takes a directory in it.
 unsigned count_absent_files(const zot_ctx &handle);
-// Whether the undo folder is the one that this handle has begun.
-bool owns_undo(const zot_ctx &handle);
 // Whether it keeps GPB files beside the new ones.
 bool keeps_gpbs(const zot_ctx &handle);
 
 // Puts back what the undo folder keeps and removes it. May be cut off anywhere and called again.
 // False, with errno, when something could not be put back.
-bool restore_from_undo(zot_ctx &handle);
+bool restore_from_undo(const zot_ctx &handle);
 
 // Ends a commit: the new files are the configuration in force from here on, also after a loss of
 // power. False, with errno, when that is not sure; the undo folder is there still.
-bool retire_undo(zot_ctx &handle);
+bool retire_undo(const zot_ctx &handle);
 
 // Undo folders that were never complete, or are of no use any more.
 bool has_undo_leftovers(const zot_ctx &handle);
 void remove_undo_leftovers(const zot_ctx &handle);
 
-// Puts all that was written below the persistent directory on the medium.
-bool sync_cache(const zot_ctx &handle);
+// Where the persistent directory lies. Opened before it is written to: an error of the medium is
+// told to each descriptor that was there before, and to nobody once it has been told.
+class cache_media {
+ public:
+  explicit cache_media(const zot_ctx &handle);
+
+  // Puts all that was written on the medium. False, with errno, when some of it may be lost.
+  [[nodiscard]] bool sync() const;
+
+ private:
+  descriptor root_;
+  descriptor knowledge_;
+};
 
 }  // namespace zot

@@ -110,12 +110,11 @@ files directory::below(const std::string &prefix) const {
   return found;
 }
 
-bool directory::begin_undo(unsigned number, bool keeps_config) {
+bool directory::begin_undo(bool keeps_config) {
   if (!exists || !has_knowledge) {
     return false;
   }
   undo_folder kept;
-  kept.number = number;
   kept.keeps_config = keeps_config;
   for (const char *const name : k_file_names) {
     const auto found = held.find(name);

@@ -14,7 +14,6 @@ namespace zot::faults {
 
 // What a commit that has not come to its end keeps of what was there before it.
 struct undo_folder {
-  unsigned number = 0;                                        // each commit has its own
   std::map<std::string, std::optional<std::string>> k_files;  // none: it was not there
   bool keeps_config = false;
   bool had_config = false;
@@ -35,7 +34,7 @@ struct directory {
   void remove_below(const std::string &prefix);
   [[nodiscard]] files below(const std::string &prefix) const;
   // False when there is no directory to keep anything of.
-  [[nodiscard]] bool begin_undo(unsigned number, bool keeps_config);
+  [[nodiscard]] bool begin_undo(bool keeps_config);
   // False when there is no directory to put anything back into.
   bool restore_from_undo();
 };

@@ -74,8 +74,7 @@ void model::restart() {
   marks_wait_ = false;
   load_flags_ = 0;
   state_ = 0;
-  open_step_ = step_of_commit::none;
-  own_undo_ = 0;
+  has_begun_ = false;
 }
 
 bool model::is_open(int &status) const {
@@ -137,21 +136,30 @@ bool model::is_set_as_fetched() const {
          });
 }
 
-bool model::is_stored(const std::string &name, const known_k &wanted) const {
-  const read_k stored = read_and_verify(cache_, "knowledge/" + name);
-  return stored.bytes == wanted.bytes && stored.status == ZOT_OK;
+bool model::is_stored(const known_k &wanted) const {
+  const auto k = cache_.held.find("knowledge/subsys.k");
+  const auto checksum = cache_.held.find("knowledge/subsys.checksum");
+  return k != cache_.held.end() && k->second == wanted.bytes && checksum != cache_.held.end() &&
+         checksum->second.starts_with(test::sha256_hex(wanted.bytes));
 }
 
-bool model::is_overtaken(bool owns_undo) const {
-  const k_ref &before = slots_[ZOT_SLOT_LAST].k;
-  const bool has_failed = open_step_ != step_of_commit::none && before;
-  return is_stored("corrupted", *slots_[ZOT_SLOT_TMP].k) ||
-         (has_failed && !owns_undo && !cache_.undo.has_value() && !is_stored("subsys", *before));
+model::verdicts model::verdicts_now() const {
+  const auto number_of = [this](const std::string &name) {
+    const auto found = cache_.held.find("knowledge/" + name + ".checksum");
+    return found != cache_.held.end()
+               ? std::strtoull(found->second.substr(0, 16).c_str(), nullptr, 16)
+               : 0;
+  };
+  return {number_of("subsys"), number_of("corrupted")};
+}
+
+bool model::is_overtaken() const {
+  return verdicts_now() != verdicts_fetched_ && !is_stored(*slots_[ZOT_SLOT_TMP].k);
 }
 
 bool model::is_in_force() const {
   const slot &fetched = slots_[ZOT_SLOT_TMP];
-  return is_stored("subsys", *fetched.k) &&
+  return is_stored(*fetched.k) &&
          (!has_own_operations_ || std::ranges::all_of(*fetched.gpbs, [this](const gpb &file) {
            const auto found = cache_.held.find("config" + file.path);
            return found != cache_.held.end() && found->second == file.bytes;
@@ -186,18 +194,12 @@ int model::commit_k() {
 
 // The K files are put back at once when they don't all come.
 int model::store_k() {
-  if (!cache_.restore_from_undo()) {
-    return ZOT_ERR_GENERIC;
-  }
   slots_[ZOT_SLOT_TMP].k->root = area::scratch;
-  if (!cache_.begin_undo(++undo_count_, has_own_operations_)) {
+  if (!cache_.begin_undo(has_own_operations_)) {
     return ZOT_ERR_GENERIC;
   }
-  own_undo_ = undo_count_;
   const int status = commit_k();
-  if (status == ZOT_OK) {
-    open_step_ = step_of_commit::gpb_files;
-  } else {
+  if (status != ZOT_OK) {
     static_cast<void>(cache_.restore_from_undo());
   }
   return status;
@@ -219,40 +221,39 @@ int model::commit_files() {
 }
 
 int model::store() {
-  if (open_step_ == step_of_commit::k_files) {
-    if (const int status = store_k(); status != ZOT_OK) {
-      return status;
-    }
+  if (const int status = store_k(); status != ZOT_OK) {
+    return status;
   }
   if (const int status = commit_files(); status != ZOT_OK) {
     return status;
   }
   cache_.undo.reset();
-  open_step_ = step_of_commit::none;
+  has_begun_ = false;
   return ZOT_OK;
 }
 
 void model::adopt() {
   slots_[ZOT_SLOT_LAST] = std::exchange(slots_[ZOT_SLOT_CURRENT], slots_[ZOT_SLOT_TMP]);
-  open_step_ = step_of_commit::k_files;
+  has_begun_ = true;
   load_flags_ |= ZOT_LOADED_PREV_K;
 }
 
 // Begins a commit, or goes on with one that failed.
 int model::run_commit(outcome &seen) {
   const k_ref &current = slots_[ZOT_SLOT_CURRENT].k;
-  const bool is_begun = open_step_ != step_of_commit::none;
-  if (!is_begun && current && current->bytes == slots_[ZOT_SLOT_TMP].k->bytes) {
+  if (!has_begun_ && current && current->bytes == slots_[ZOT_SLOT_TMP].k->bytes) {
     return ZOT_NO_UPDATE;
   }
-  const bool owns_undo = cache_.undo.has_value() && cache_.undo->number == own_undo_;
-  if (open_step_ == step_of_commit::gpb_files && !owns_undo) {
-    open_step_ = step_of_commit::k_files;
+  const bool is_begun = has_begun_;
+  seen.note = is_begun ? "again" : seen.note;
+  if (!cache_.restore_from_undo()) {
+    return ZOT_ERR_GENERIC;
   }
-  if (is_begun) {
-    seen.note = open_step_ == step_of_commit::k_files ? "again, at K" : "again, at the files";
+  if (is_overtaken()) {
+    load_flags_ |= conf_outdated;
+    return ZOT_ERR_CORRUPTED;
   }
-  if (is_overtaken(owns_undo) || !is_set_as_fetched()) {
+  if (!is_set_as_fetched()) {
     return ZOT_ERR_CORRUPTED;
   }
   if (!is_begun) {
@@ -280,16 +281,16 @@ outcome model::commit() {
 
 // False when the files cannot be put back yet.
 bool model::undo_failed_commit() {
-  if (open_step_ != step_of_commit::none) {
+  if (has_begun_) {
     slots_[ZOT_SLOT_CURRENT] = std::exchange(slots_[ZOT_SLOT_LAST], {});
     load_flags_ &= ~static_cast<std::uint32_t>(ZOT_LOADED_PREV_K | ZOT_LOADED_FAIL_K);
   }
-  open_step_ = step_of_commit::none;
+  has_begun_ = false;
   return cache_.restore_from_undo();
 }
 
 std::string model::settle_failed_commit() {
-  if (open_step_ == step_of_commit::none || !waits_for_verdict()) {
+  if (!has_begun_ || !waits_for_verdict()) {
     return {};
   }
   outcome unseen;

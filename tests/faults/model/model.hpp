@@ -92,8 +92,11 @@ class model {
   [[nodiscard]] bool is_k_as_fetched() const;
   [[nodiscard]] bool has_all_fetched() const;
   [[nodiscard]] bool is_set_as_fetched() const;
-  [[nodiscard]] bool is_stored(const std::string &name, const known_k &wanted) const;
-  [[nodiscard]] bool is_overtaken(bool owns_undo) const;
+  [[nodiscard]] bool is_stored(const known_k &wanted) const;
+  // What the cache has in force, and what rolled back.
+  using verdicts = std::pair<std::uint64_t, std::uint64_t>;
+  [[nodiscard]] verdicts verdicts_now() const;
+  [[nodiscard]] bool is_overtaken() const;
   [[nodiscard]] bool is_in_force() const;
   directory &at(area where) { return where == area::cache ? cache_ : scratch_; }
 
@@ -162,15 +165,13 @@ class model {
 
   bool marks_wait_ = false;  // the marked list is that of a configuration without a verdict
 
-  // How far a commit that failed has come, and the undo folder that it has begun.
-  enum class step_of_commit { none, k_files, gpb_files };
-  step_of_commit open_step_ = step_of_commit::none;
-  unsigned own_undo_ = 0;
-  unsigned undo_count_ = 0;
+  // Whether a commit has begun.
+  bool has_begun_ = false;
 
   // Which announced checksum lies in the scratch directory, and which one the get has left there.
   unsigned checksum_written_ = 0;
   unsigned checksum_fetched_ = 0;
+  verdicts verdicts_fetched_;
 };
 
 }  // namespace zot::faults

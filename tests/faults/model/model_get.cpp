@@ -269,7 +269,7 @@ int model::align() {
 
 int model::check_for_update(outcome &seen) {
   state_ = 0;
-  open_step_ = step_of_commit::none;
+  has_begun_ = false;
   if (!slots_[ZOT_SLOT_CORRUPTED].k && (load_flags_ & ZOT_LOADED_FAIL_K) == 0) {
     load_corrupted();
   }
@@ -303,6 +303,7 @@ int model::take_new(outcome &seen) {
   }
   tmp.gpbs = list;
   checksum_fetched_ = checksum_written_;
+  verdicts_fetched_ = verdicts_now();
   mark_against_current(tmp.k, tmp.gpbs, area::scratch);
   marks_wait_ = true;
   state_ = ZOT_CYCLE_NEW_CONF;
@@ -326,10 +327,11 @@ int model::take_same(outcome &seen) {
 }
 
 int model::get_cached(std::uint32_t mask, const zot_catset &categories, outcome &seen) {
-  if (waits_for_verdict() && is_stored("corrupted", *slots_[ZOT_SLOT_TMP].k)) {
+  if (waits_for_verdict() && is_overtaken()) {
     state_ = 0;
   }
   if (!waits_for_verdict()) {
+    renew_outdated();
     reload_changed_cache();
   }
   load_marked();

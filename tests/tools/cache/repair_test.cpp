@@ -254,6 +254,17 @@ TEST_F(Repair, SaysThatTheLastKIsNotOffered) {
   EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=DE");
 }
 
+// While a file of it was damaged it was not in force, so it could be offered anew and rolled back.
+TEST_F(Repair, BringsNothingBackOfWhatWasRolledBack) {
+  write_bytes(conf("config/Wlan/a/1"), "damaged");
+  ASSERT_EQ(cycle("--roll-back").status, 5);
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out + done.err, "this configuration was rolled back"))
+      << done.out << done.err;
+  EXPECT_EQ(read_bytes(conf("config/Wlan/a/1")), "damaged");
+}
+
 TEST_F(Repair, LeavesNoFolderBehind) {
   std::filesystem::create_directories(conf(".repair/stale"));
   write_bytes(k_, "{");

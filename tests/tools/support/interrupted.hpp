@@ -20,7 +20,7 @@ class interrupted_commit {
   // The K files get a second name.
   explicit interrupted_commit(std::string conf_root) : conf_(std::move(conf_root)) {
     namespace fs = std::filesystem;
-    fs::create_directories(undo("of-0123456789abcdef"));
+    fs::create_directories(undo(""));
     for (const char *const name : {"subsys.k", "subsys.checksum", "prev_subsys.k",
                                    "prev_subsys.checksum", "corrupted.k", "corrupted.checksum"}) {
       if (exists(knowledge(name))) {

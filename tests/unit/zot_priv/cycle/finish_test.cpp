@@ -6,6 +6,8 @@
 #include <string>
 
 #include "finish_fixture.hpp"
+#include "tests/support/media.hpp"
+#include "zot_priv/storage/fetched.hpp"
 
 namespace {
 using namespace zot::test;
@@ -174,6 +176,7 @@ TEST_F(CommitConf, TakesTheKFilesOfAKWithoutARootFromTheScratchFolder) {
 
 TEST_F(CommitConf, ForgetsTheCorruptedK) {
   install_corrupted(e, third_configuration());
+  ASSERT_TRUE(zot::remember_get(*e.handle()));
   e.handle()->load_flags &= ~static_cast<std::uint32_t>(ZOT_LOADED_FAIL_K);
   ASSERT_EQ(zot_priv_init_load_fail_k(e.handle()), ZOT_OK);
   ASSERT_EQ(run_commit(), ZOT_OK);
@@ -339,14 +342,14 @@ TEST_F(FailedCommit, OfTheGpbFilesSaysWhatFailed) {
   EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
 }
 
-TEST_F(FailedCommit, OfTheGpbFilesGoesOnThere) {
+TEST_F(FailedCommit, OfTheGpbFilesBeginsAnewInTheCache) {
   lose("config");
   run_commit();
   bring_back();
   e.log().clear();
   EXPECT_EQ(run_commit(), ZOT_OK);
   EXPECT_FALSE(e.log().contains(start_of_memory));
-  EXPECT_FALSE(e.log().contains(start_of_k));
+  EXPECT_TRUE(e.log().contains(start_of_k));
   EXPECT_TRUE(e.log().contains(start_of_gpb));
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
   EXPECT_EQ(in_cache("knowledge/prev_subsys.k"), first_configuration().k_text());
@@ -359,34 +362,32 @@ TEST_F(FailedCommit, IsForgottenByTheNextCheck) {
   EXPECT_EQ(e.handle()->stat.reserved, 0U);
 }
 
-int commit_gpb_and_lose_the_cache(zot_ctx *handle, const char *, zot_list *) {
-  const std::string root = handle->conf_root;
-  std::filesystem::rename(root, root.substr(0, root.size() - 1) + "-lost");
-  return ZOT_OK;
-}
-
+// The old files are on the medium, the new ones are not: it has reported an error.
 class UnsyncedCommit : public Finish {
  protected:
   void SetUp() override {
     Finish::SetUp();
-    e.handle()->fns.commit_gpb = commit_gpb_and_lose_the_cache;
+    media().failing_call = 2;
     ASSERT_EQ(run_commit(), ZOT_ERR_GENERIC);
   }
 };
 
 TEST_F(UnsyncedCommit, IsNotDone) {
-  EXPECT_EQ(e.error_text(), "[zot_priv_commit_conf]: fail to sync " + e.conf_root() +
-                                ": No such file or directory");
+  EXPECT_EQ(e.error_text(),
+            "[zot_priv_commit_conf]: fail to sync " + e.conf_root() + ": Input/output error");
   EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+  EXPECT_TRUE(exists(e.conf_root() + "undo/config"));
 }
 
-TEST_F(UnsyncedCommit, GoesOnAtTheMedium) {
-  const std::string root = e.dir() / "conf/writable/zot";
-  std::filesystem::rename(root + "-lost", root);
-  e.log().clear();
-  EXPECT_EQ(run_commit(), ZOT_OK);
-  EXPECT_FALSE(e.log().contains(start_of_k));
-  EXPECT_FALSE(e.log().contains(start_of_gpb));
+// The medium tells of an error once, and what it could not write is lost.
+TEST_F(UnsyncedCommit, CopiesEverythingAgain) {
+  for (const char *const lost : {"knowledge/subsys.k", "config/Wlan/guest/2"}) {
+    const std::string path = e.conf_root() + lost;
+    write_bytes(path, std::string(std::filesystem::file_size(path), '\0'));
+  }
+  EXPECT_EQ(run_commit(), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  EXPECT_EQ(in_cache("knowledge/prev_subsys.k"), first_configuration().k_text());
 }
 
 }  // namespace

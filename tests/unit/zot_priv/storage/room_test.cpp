@@ -57,8 +57,8 @@ class Room : public testing::Test {
 TEST_F(Room, IsNeededForKAndItsFoldersAlone) {
   const room_check check = look();
   EXPECT_EQ(check.fits, room_check::beside);
-  EXPECT_EQ(check.needed.bytes, 2 * block_ + (3 + 7) * folder_);
-  EXPECT_EQ(check.needed.files, 2U + 3 + 7);
+  EXPECT_EQ(check.needed.bytes, 2 * block_ + (2 + 7) * folder_);
+  EXPECT_EQ(check.needed.files, 2U + 2 + 7);
 }
 
 TEST_F(Room, IsNeededInBlocksForEachFileAndForEachFolder) {
@@ -155,7 +155,7 @@ TEST_F(Room, IsNeededInUnitsOfWhatAFolderTakes) {
   struct stat knowledge {};
   ::stat(knowledge_of(e).c_str(), &knowledge);
   const std::uint64_t unit = static_cast<std::uint64_t>(knowledge.st_blocks) * 512;
-  EXPECT_EQ(look().needed.bytes, 2 * std::max(unit, block_) + (3 + 7) * unit);
+  EXPECT_EQ(look().needed.bytes, 2 * std::max(unit, block_) + (2 + 7) * unit);
 }
 
 TEST_F(Room, ForFilesThatAnAdapterCommitsIsItsOwnAffair) {

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,25 +14,7 @@
 
 #include "tests/cycle/cycle_checks.hpp"
 #include "tests/support/element.hpp"
-
-namespace {
-// What the library synchronised, and the file system on which that fails.
-std::vector<dev_t> synchronised;
-dev_t broken = 0;
-}  // namespace
-
-// Stands in for that of the C library, for all of this program.
-extern "C" int syncfs(int fd) noexcept {
-  struct stat found {};
-  if (::fstat(fd, &found) == 0) {
-    synchronised.push_back(found.st_dev);
-  }
-  if (broken != 0 && found.st_dev == broken) {
-    errno = EIO;
-    return -1;
-  }
-  return static_cast<int>(::syscall(SYS_syncfs, fd));
-}
+#include "tests/support/media.hpp"
 
 namespace {
 using namespace zot::test;
@@ -69,14 +49,6 @@ class Undo : public testing::Test {
     return knowledge_of(e) + "/" + name;
   }
   [[nodiscard]] std::string undo(const std::string &name) const { return root() + "undo/" + name; }
-  static fs::path token_in(const std::string &folder) {
-    for (const auto &entry : fs::directory_iterator(folder)) {
-      if (entry.path().filename().string().starts_with("of-")) {
-        return entry.path();
-      }
-    }
-    return {};
-  }
 
   element e;
   file_contents before;
@@ -188,50 +160,6 @@ TEST_F(Undo, OfAnEmptyFolderChangesNothing) {
   EXPECT_FALSE(exists(root() + "undo"));
 }
 
-TEST_F(Undo, BelongsToTheHandleThatBeganIt) {
-  const element_options options;
-  const handle_owner other(zot_conf_init2("AP", options.sub_idx.c_str(), options.sub_idx.size()));
-  EXPECT_FALSE(zot::owns_undo(*e.handle()));
-  ASSERT_TRUE(begin());
-  EXPECT_TRUE(zot::owns_undo(*e.handle()));
-  EXPECT_FALSE(zot::owns_undo(*other));
-}
-
-TEST_F(Undo, OfAnotherHandleIsToldApart) {
-  ASSERT_TRUE(begin());
-  const std::uint64_t own = e.handle()->own.undo;
-  ASSERT_TRUE(restore());
-  ASSERT_TRUE(begin());
-  e.handle()->own.undo = own;
-  EXPECT_FALSE(zot::owns_undo(*e.handle()));
-}
-
-// Inode number and times may be those of the folder of another commit.
-TEST_F(Undo, IsKnownByItsTokenAlone) {
-  ASSERT_TRUE(begin());
-  const fs::path token = token_in(undo(""));
-  ASSERT_FALSE(token.empty());
-  EXPECT_TRUE(fs::is_directory(token) && fs::is_empty(token));
-  EXPECT_EQ(token.filename().string().size(), 3U + 16U);
-  fs::rename(token, undo("of-0123456789abcdef"));
-  EXPECT_FALSE(zot::owns_undo(*e.handle()));
-  fs::rename(undo("of-0123456789abcdef"), token);
-  EXPECT_TRUE(zot::owns_undo(*e.handle()));
-}
-
-TEST_F(Undo, HasAnotherTokenEachTime) {
-  ASSERT_TRUE(begin());
-  const fs::path first = token_in(undo(""));
-  ASSERT_TRUE(restore());
-  ASSERT_TRUE(begin());
-  EXPECT_NE(token_in(undo("")), first);
-}
-
-TEST_F(Undo, IsNotThatOfAHandleWithoutOne) {
-  fs::create_directories(undo("of-0123456789abcdef"));
-  EXPECT_FALSE(zot::owns_undo(*e.handle()));
-}
-
 TEST_F(Undo, IsRetiredInOneStepAndRemovedAfterwards) {
   ASSERT_TRUE(begin());
   second_configuration().install_cache(root());
@@ -316,7 +244,7 @@ class UndoOfTwoFileSystems : public Undo {
     fs::create_directory_symlink(elsewhere, knowledge_of(e));
   }
   ~UndoOfTwoFileSystems() override {
-    broken = 0;
+    media().broken = 0;
     fs::remove_all(elsewhere);
   }
   static dev_t device_of(const std::string &path) {
@@ -326,10 +254,10 @@ class UndoOfTwoFileSystems : public Undo {
   }
   template <class Body>
   void expect_both_synchronised_by(Body body) const {
-    synchronised.clear();
+    media().synchronised.clear();
     ASSERT_TRUE(body());
     for (const std::string &each : {root(), elsewhere}) {
-      EXPECT_EQ(std::ranges::count(synchronised, device_of(each)), 1) << each;
+      EXPECT_EQ(std::ranges::count(media().synchronised, device_of(each)), 1) << each;
     }
   }
 
@@ -337,14 +265,14 @@ class UndoOfTwoFileSystems : public Undo {
 };
 
 TEST_F(Undo, OfOneFileSystemSynchronisesItOnce) {
-  synchronised.clear();
-  ASSERT_TRUE(zot::sync_cache(*e.handle()));
-  EXPECT_EQ(synchronised.size(), 1U);
+  media().synchronised.clear();
+  ASSERT_TRUE(zot::cache_media(*e.handle()).sync());
+  EXPECT_EQ(media().synchronised.size(), 1U);
 }
 
 TEST_F(UndoOfTwoFileSystems, SynchronisesBothBeforeTheOldFilesAreGivenUp) {
   ASSERT_NE(device_of(root()), device_of(elsewhere));
-  expect_both_synchronised_by([&] { return zot::sync_cache(*e.handle()); });
+  expect_both_synchronised_by([&] { return zot::cache_media(*e.handle()).sync(); });
 }
 
 TEST_F(UndoOfTwoFileSystems, SynchronisesBothBeforeItsFolderGoes) {
@@ -357,9 +285,9 @@ TEST_F(UndoOfTwoFileSystems, KeepsEverythingThatIsNotOnItsMedium) {
   ASSERT_TRUE(begin());
   write_bytes(elsewhere + "/subsys.k", "new");
   write_bytes(elsewhere + "/corrupted.k", "new");
-  broken = device_of(elsewhere);
+  media().broken = device_of(elsewhere);
   EXPECT_FALSE(restore());
-  broken = 0;
+  media().broken = 0;
   EXPECT_EQ(read_bytes(undo("subsys.k")), first_configuration().k_text());
   EXPECT_TRUE(exists(undo("corrupted.k.absent")));
   write_bytes(elsewhere + "/subsys.k", "");
@@ -368,7 +296,7 @@ TEST_F(UndoOfTwoFileSystems, KeepsEverythingThatIsNotOnItsMedium) {
 }
 
 TEST_F(UndoOfTwoFileSystems, IsNotBegunBeforeBothAreOnTheirMedia) {
-  broken = device_of(elsewhere);
+  media().broken = device_of(elsewhere);
   EXPECT_FALSE(begin());
   EXPECT_TRUE(exists(root() + "config"));
   EXPECT_EQ(read_bytes(elsewhere + "/subsys.k"), first_configuration().k_text());

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "media.hpp"
+
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace zot::test {
+
+media_state &media() {
+  static media_state state;
+  return state;
+}
+
+}  // namespace zot::test
+
+// Stands in for that of the C library.
+extern "C" int syncfs(int fd) noexcept {
+  zot::test::media_state &state = zot::test::media();
+  struct stat found {};
+  if (::fstat(fd, &found) == 0) {
+    state.synchronised.push_back(found.st_dev);
+  }
+  const bool is_told_to_fail = state.failing_call > 0 && --state.failing_call == 0;
+  if (is_told_to_fail || (state.broken != 0 && found.st_dev == state.broken)) {
+    errno = EIO;
+    return -1;
+  }
+  return static_cast<int>(::syscall(SYS_syncfs, fd));
+}
