@@ -22,9 +22,9 @@
  *     transfers or shell commands run at the same moment. Transfers and commands block.
  *     Processes. Several handles, in one process or in several, may use the same directories: a
  *     call that touches them holds flock() on both until it returns. It waits for another one as
- *     long as #ZOT_PARM_TIMEOUT says (0: no limit), and then ends with #ZOT_ERR_TIMEOUT. Its
- *     commands hold the locks too, and so does any other program that the process starts
- *     during such a command.
+ *     long as #ZOT_PARM_TIMEOUT says (0: no limit), and then ends with #ZOT_ERR_TIMEOUT. A
+ *     command that outlives its process, or that nobody could wait for, holds the locks until it
+ *     ends; so does whatever else the process has started during that command.
  *  5. Strings are NUL-terminated and are copied; a text kept by reference is named as such. Sizes
  *     are bytes. A buffer size counts the terminator. Paths hold at most 4095 bytes.
  *  6. Null. A null handle is answered with #ZOT_ERR_NULL_INPUT and recorded nowhere. Exceptions

@@ -309,6 +309,13 @@ TEST_F(DevCycle, ReadsTheConfigurationFromTheDevPath) {
   EXPECT_TRUE(remote.requests().empty());
 }
 
+TEST_F(DevCycle, KnowsNoVerdictOfOthers) {
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  write_bytes(std::string(e.handle()->conf_k_root) + "/corrupted.checksum", std::string(64, 'a'));
+  EXPECT_EQ(e.get(ZOT_STAT_CACHED).status, ZOT_OK);
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+}
+
 TEST_F(DevCycle, ReadsAnEditedConfigurationWithoutARestart) {
   ASSERT_EQ(e.get().status, ZOT_OK);
   second_configuration().install_dev(dev.path());

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "operations.hpp"
+#include "zot_priv/storage/fetched.hpp"
 
 namespace zot::faults {
 namespace {
@@ -94,11 +95,12 @@ std::string go_on_after_get(stage &on, const get_case &wanted, const memory &bef
 }
 
 // A get looks for a refused K that an earlier load has missed. Where that load is to count as lost,
-// the file is not there for the time of the get.
+// the file is not there for the time of the get, which remembers it all the same.
 class refusal_out_of_sight {
  public:
   explicit refusal_out_of_sight(const stage &on)
-      : file_(std::string(on.handle()->conf_root) + "/knowledge/corrupted.checksum"),
+      : handle_(*on.handle()),
+        file_(std::string(on.handle()->conf_root) + "/knowledge/corrupted.checksum"),
         aside_(std::string(on.handle()->tmp_root) + "/../refusal"),
         is_moved_((on.lost_loads() & ZOT_LOADED_FAIL_K) != 0 &&
                   std::rename(file_.c_str(), aside_.c_str()) == 0) {}
@@ -107,10 +109,12 @@ class refusal_out_of_sight {
   ~refusal_out_of_sight() {
     if (is_moved_) {
       std::rename(aside_.c_str(), file_.c_str());
+      zot::remember_get(handle_);
     }
   }
 
  private:
+  zot_ctx &handle_;
   std::string file_;
   std::string aside_;
   bool is_moved_;
