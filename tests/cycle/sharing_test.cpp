@@ -47,6 +47,25 @@ class Sharing : public testing::Test {
     ASSERT_EQ(get_of(published).status, ZOT_OK);
     ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
   }
+  void fail_to_commit() {
+    fs::rename(e.tmp_root() + "/config", e.tmp_root() + "/aside");
+    ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+    fs::rename(e.tmp_root() + "/aside", e.tmp_root() + "/config");
+  }
+  // With a scratch folder of its own, so that nothing else tells of it.
+  void let_other_commit_third() {
+    const env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
+    remote.publish(third_configuration());
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  }
+  void expect_third_in_force() {
+    const returned_list got = e.get(cached);
+    ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+    ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+    EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest three");
+    EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), third_configuration()));
+  }
   // Holds the lock of a folder as another process does.
   static zot::descriptor lock(const std::string &folder) {
     zot::descriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -181,18 +200,13 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
   {
-    const zot::test::env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
+    const env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
     ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
     ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
-    remote.publish(third_configuration());
-    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
   }
+  let_other_commit_third();
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
-  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), third_configuration()));
-  const returned_list got = e.get(cached);
-  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
-  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest three");
+  expect_third_in_force();
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
 }
 
@@ -208,20 +222,9 @@ TEST_F(Sharing, WhatTheOtherCommittedMayBeCommittedAgain) {
 // Nothing was in force before it.
 TEST_F(Sharing, AFirstCommitThatFailedIsNotFinishedOverThatOfAnother) {
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
-  fs::rename(e.tmp_root() + "/config", e.tmp_root() + "/aside");
-  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
-  fs::rename(e.tmp_root() + "/aside", e.tmp_root() + "/config");
-  {
-    const zot::test::env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
-    remote.publish(third_configuration());
-    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
-  }
-  const returned_list got = e.get(cached);
-  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
-  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
-  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest three");
-  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), third_configuration()));
+  fail_to_commit();
+  let_other_commit_third();
+  expect_third_in_force();
 }
 
 TEST_F(Sharing, ARollBackThatCannotBeReadBackDelaysACommit) {
@@ -236,26 +239,13 @@ TEST_F(Sharing, ARollBackThatCannotBeReadBackDelaysACommit) {
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
 }
 
-// Each has a scratch folder of its own here, so nothing else tells the first of the second's
-// commit.
 TEST_F(Sharing, ACommitThatFailedIsNotFinishedOverThatOfAnother) {
   bring_to(first_configuration());
   ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
-  fs::rename(e.tmp_root() + "/config", e.tmp_root() + "/aside");
-  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
-  fs::rename(e.tmp_root() + "/aside", e.tmp_root() + "/config");
-  {
-    const zot::test::env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
-    remote.publish(third_configuration());
-    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
-  }
-  const returned_list got = e.get(cached);
-  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
-  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
-  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest three");
-  EXPECT_EQ(zot::test::read_bytes(knowledge_of(e) + "/subsys.k"), third_configuration().k_text());
+  fail_to_commit();
+  let_other_commit_third();
+  expect_third_in_force();
 }
 
 TEST_F(Sharing, AnEarlierRefusalGivesWayToThatOfTheOther) {
