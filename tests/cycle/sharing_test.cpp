@@ -210,13 +210,38 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
 }
 
-TEST_F(Sharing, WhatTheOtherCommittedMayBeCommittedAgain) {
+// The other has refused something else since, which stays refused.
+TEST_F(Sharing, WhatTheOtherCommittedIsNotBroughtOnceMore) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
-  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  {
+    const env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+    remote.publish(third_configuration());
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+  }
+  const auto cache = contents(e.conf_root());
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
-  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+  EXPECT_EQ(contents(e.conf_root()), cache);
+  EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), second_configuration().k_text());
+  EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
+TEST_F(Sharing, MetadataAreNotOfWhatTheOtherRefused) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  zot_k_meta meta{};
+  EXPECT_EQ(zot_util_get_k_meta(e.handle(), &meta, ZOT_K_NEW), ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+  EXPECT_EQ(zot_util_get_k_meta(e.handle(), &meta, ZOT_K_NEW), ZOT_ERR_NOT_READY);
+  let_other_commit_third();
+  ASSERT_EQ(zot_util_get_k_meta(e.handle(), &meta, ZOT_K_CURRENT), ZOT_OK);
+  zot_k_meta of_other{};
+  ASSERT_EQ(zot_util_get_k_meta(other(), &of_other, ZOT_K_CURRENT), ZOT_OK);
+  EXPECT_STREQ(meta.config_id, of_other.config_id);
 }
 
 // Nothing was in force before it.

@@ -180,7 +180,6 @@ int store_on_medium(zot_ctx *handle, const zot::cache_media &media) {
     return record_failure(handle, __LINE__, "end the commit in");
   }
   zot::remove_undo_leftovers(*handle);
-  zot::set_commit_begun(*handle, false);
   return ZOT_OK;
 }
 
@@ -209,6 +208,20 @@ int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection
   return is_put_back ? put_back_unprotected(handle, status) : status;
 }
 
+// When another process has committed the same since, nothing is left to do in the cache, which may
+// have seen more verdicts after that. An adapter may commit its files for this process alone.
+bool take_from_other(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
+  return handle->fns.commit_gpb == nullptr && !zot::are_verdicts_as_fetched(*handle) &&
+         zot::is_in_force(*handle, tmp_k, tmp_gpbs) && zot::reload_conf(*handle);
+}
+
+int end_commit(zot_ctx *handle) {
+  zot::set_commit_begun(*handle, false);
+  handle->own.marks_waiting = 0;
+  zot_done_commit(handle);
+  return ZOT_RECORD_AT(handle, ZOT_OK, operation, __LINE__);
+}
+
 // Begins a commit, or goes on with one that failed.
 int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   const bool is_begun = zot::has_commit_begun(*handle);
@@ -219,6 +232,9 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   // What an interrupted commit has left would count as taken.
   if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
     return record_failure(handle, __LINE__, "restore");
+  }
+  if (take_from_other(handle, *tmp_k, tmp_gpbs)) {
+    return end_commit(handle);
   }
   if (const int status = check_fetched(handle, *tmp_k, tmp_gpbs); status != ZOT_OK) {
     return status;
@@ -239,9 +255,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
     // A roll-back that failed before has made the list that of the earlier configuration.
     zot_priv_free_ret_gpb_list(handle);
   }
-  handle->own.marks_waiting = 0;
-  zot_done_commit(handle);
-  return ZOT_RECORD_AT(handle, ZOT_OK, operation, __LINE__);
+  return end_commit(handle);
 }
 
 }  // namespace
@@ -254,6 +268,10 @@ bool zot::is_overtaken(const zot_ctx &handle) {
   const zot_k *const fetched = handle.slot[ZOT_SLOT_TMP].k;
   return handle.dev_mode == 0 && !are_verdicts_as_fetched(handle) &&
          (fetched == nullptr || !is_in_force(handle, *fetched, nullptr));
+}
+
+bool zot::holds_new(const zot_ctx &handle) {
+  return waits_for_verdict(handle) && !is_overtaken(handle);
 }
 
 int zot::settle_failed_commit(zot_ctx &handle) {

@@ -249,6 +249,13 @@ int model::run_commit(outcome &seen) {
   if (!cache_.restore_from_undo()) {
     return ZOT_ERR_GENERIC;
   }
+  if (has_own_operations_ && verdicts_now() != verdicts_fetched_ && is_in_force() &&
+      reload_conf()) {
+    seen.note = "as another has done";
+    has_begun_ = false;
+    state_ |= ZOT_CYCLE_DONE_COMMIT;
+    return ZOT_OK;
+  }
   if (is_overtaken()) {
     load_flags_ |= conf_outdated;
     return ZOT_ERR_CORRUPTED;
