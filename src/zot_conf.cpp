@@ -143,15 +143,18 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
   }
   // Another process may have ended in the middle of a commit while this one waited.
   zot::undo_interrupted_commit(*handle);
+  const bool is_cached = (conf_stat_mask & ZOT_STAT_CACHED) != 0;
+  if (!is_cached || !zot::waits_for_verdict(*handle)) {
+    zot::leave_moved_cache(*handle);
+  }
   zot_priv_init_load_conf(handle);
   ret_list_owner list(zot::make_zeroed<zot_list>().release());
   if (list == nullptr) {
     return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);
   }
   zot_list_init(list.get());
-  const int status = (conf_stat_mask & ZOT_STAT_CACHED) != 0
-                         ? get_cached(handle, list.get(), catset, conf_stat_mask, __func__)
-                         : get_update(handle, list.get(), catset, conf_stat_mask, __func__);
+  const int status =
+      (is_cached ? get_cached : get_update)(handle, list.get(), catset, conf_stat_mask, __func__);
   if (status == ZOT_OK || status == ZOT_ERR_SAME_AS_CORRUPTED) {
     *ret = list.release();
   }

@@ -398,4 +398,35 @@ TEST_F(InForce, ACommitThatFindsNoRoomChangesNothing) {
   EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
 }
 
+// The next get looks where the environment says then.
+class InForceElsewhere : public InForce {
+ protected:
+  void SetUp() override {
+    InForce::SetUp();
+    bring_to(first_configuration());
+    elsewhere_.emplace("ZOT_PREFIX_CONF_ROOT", e.dir() / "elsewhere");
+  }
+  [[nodiscard]] std::string root() const { return e.dir() / "elsewhere/writable/zot/"; }
+
+  std::optional<env_guard> elsewhere_;
+};
+
+TEST_F(InForceElsewhere, NothingIsHandedOutThatIsNotThere) {
+  EXPECT_EQ(e.get(ZOT_STAT_CACHED).status, ZOT_ERR_NO_CACHE);
+}
+
+TEST_F(InForceElsewhere, WhatIsPublishedIsNew) {
+  EXPECT_EQ(marks_of(e.get(every_change)), (texts{"Wlan/guest=8", "Zone/hq=8", "Radio/r5=8"}));
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(root(), first_configuration()));
+}
+
+TEST_F(InForceElsewhere, WhatIsThereIsHandedOut) {
+  second_configuration().install_cache(root());
+  const returned_list got = e.get(ZOT_STAT_CACHED);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest two");
+}
+
 }  // namespace

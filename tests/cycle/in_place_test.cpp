@@ -191,6 +191,8 @@ TEST_F(InPlace, WhatAnotherHasCommittedIsNotReplaced) {
   third_configuration().install_cache(e.conf_root());
   expect_refused(ZOT_ERR_CORRUPTED, "another process has decided otherwise in " + e.conf_root());
   EXPECT_EQ(e.get().status, ZOT_OK);
+  expect_refused(ZOT_ERR_GENERIC, "fail to keep the files of " + e.conf_root());
+  EXPECT_EQ(e.get().status, ZOT_OK);
   ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
   EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_LAST).k), third_configuration().k_text());
   expect_in_force_alone(second_configuration());

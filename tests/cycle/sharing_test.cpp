@@ -229,6 +229,19 @@ TEST_F(Sharing, WhatTheOtherCommittedIsNotBroughtOnceMore) {
   EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
 }
 
+// The handle has not been told of it, so it is a change for it.
+TEST_F(Sharing, WhatTheOtherCommittedIsNewAfterARefusedCommit) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  let_other_commit_third();
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  const returned_list got = e.get(every_change);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest three");
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->stat, std::uint32_t{ZOT_STAT_MODIFIED});
+}
+
 TEST_F(Sharing, MetadataAreNotOfWhatTheOtherRefused) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);

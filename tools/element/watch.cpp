@@ -201,10 +201,16 @@ class watcher {
     return k != nullptr && k->data != nullptr ? std::string(k->data, k->data_len) : "";
   }
 
-  // A get that brings nothing new. It may have ended what failed before, which is told then.
+  // A get that brings nothing new. It may have ended what failed before, which is told then. Or
+  // another process has decided otherwise: then the command has applied what is not in force.
   milliseconds conclude(uint32_t slot, const report &news) {
     const auto decided = std::exchange(decided_, std::nullopt);
-    return settle(decided && decided->k == bytes_of(slot) ? decided->news : news);
+    const bool is_so =
+        decided && decided->accepted == (slot == ZOT_SLOT_CURRENT) && decided->k == bytes_of(slot);
+    if (decided && decided->accepted && !is_so) {
+      apply_cached();
+    }
+    return settle(is_so ? decided->news : news);
   }
 
   // Hands a new configuration to the command and does what that one decides. What it has decided

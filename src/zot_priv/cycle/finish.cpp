@@ -46,8 +46,6 @@ int refuse_changed(zot_ctx *handle) {
 // Before anything changes.
 int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
   if (zot::is_overtaken(*handle)) {
-    // The next get has to know what is in force.
-    zot::mark_outdated(*handle);
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
                          "[%s]: another process has decided otherwise in %s", operation,
                          handle->conf_root);
@@ -297,6 +295,10 @@ int zot::settle_failed_commit(zot_ctx &handle) {
   }
   if (!undo_failed_commit(handle)) {
     record_failure(&handle, __LINE__, "restore");
+  }
+  if (handle.slot[ZOT_SLOT_CURRENT].k == nullptr) {
+    // Another process may have committed its first configuration meanwhile.
+    mark_outdated(handle);
   }
   handle.stat.state = 0;
   return ZOT_OK;

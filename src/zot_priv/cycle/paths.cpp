@@ -11,6 +11,7 @@
 #include "zot_log.hpp"
 #include "zot_priv/cycle/paths.hpp"
 #include "zot_priv/cycle/recovery.hpp"
+#include "zot_priv/cycle/start_up.hpp"
 
 namespace {
 
@@ -132,6 +133,9 @@ int zot_priv_reload_sys_paths(zot_ctx *handle) {
   if (const int status = get_roots(handle, roots); status != ZOT_OK) {
     handle->dev_mode = dev_mode;
     return status;
+  }
+  if (handle->conf_root[0] != '\0' && std::strcmp(handle->conf_root, roots.conf) != 0) {
+    zot::mark_moved(*handle);
   }
   const zot::below_roots fit = zot::set_roots(*handle, roots.conf, roots.tmp);
   const std::array<directory, 4> directories{{{handle->conf_root, "conf root", true},

@@ -25,6 +25,7 @@ constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
 // Beside the bits of the loaders.
 constexpr uint32_t conf_outdated = 0x100;
+constexpr uint32_t cache_moved = 0x200;
 
 bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
@@ -89,6 +90,20 @@ void zot::forget_changed_refusal(zot_ctx &handle) {
     zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CORRUPTED, nullptr);
     handle.load_flags &= ~uint32_t{ZOT_LOADED_FAIL_K};
   }
+}
+
+void zot::mark_moved(zot_ctx &handle) {
+  handle.load_flags |= cache_moved;
+}
+
+void zot::leave_moved_cache(zot_ctx &handle) {
+  if ((handle.load_flags & cache_moved) == 0) {
+    return;
+  }
+  give_up(handle);
+  zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CORRUPTED, nullptr);
+  handle.load_flags = 0;
+  zot_core_reset_stat(&handle.stat);
 }
 
 void zot::mark_outdated(zot_ctx &handle) {

@@ -18,6 +18,11 @@ bool reload_changed_cache(zot_ctx &handle);
 // look for it takes it from there.
 void forget_changed_refusal(zot_ctx &handle);
 
+// Memory holds what another persistent directory has in force. It is given up before the next load,
+// but not while it waits for a verdict, which is still one for that directory.
+void mark_moved(zot_ctx &handle);
+void leave_moved_cache(zot_ctx &handle);
+
 // Memory and cache differ, or files of the configuration in force are nowhere to be read. Before
 // the service is asked the next time, the cache is loaded again; when that fails, nothing is in
 // force any more, and the published configuration is new.

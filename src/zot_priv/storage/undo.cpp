@@ -173,7 +173,7 @@ bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs) {
   }
   struct stat st {};
   if (gpbs == zot::gpb_protection::kept && !is_there(at.root.get(), gpb_directory, &st) &&
-      !mark_absent(at.kept.get(), gpb_directory)) {
+      (errno != ENOENT || !mark_absent(at.kept.get(), gpb_directory))) {
     return false;
   }
   // A copy counts as soon as its folder does, so it has to be whole on the medium before.

@@ -256,11 +256,7 @@ int model::run_commit(outcome &seen) {
     state_ |= ZOT_CYCLE_DONE_COMMIT;
     return ZOT_OK;
   }
-  if (is_overtaken()) {
-    load_flags_ |= conf_outdated;
-    return ZOT_ERR_CORRUPTED;
-  }
-  if (!is_set_as_fetched()) {
+  if (is_overtaken() || !is_set_as_fetched()) {
     return ZOT_ERR_CORRUPTED;
   }
   if (!is_begun) {
@@ -305,6 +301,7 @@ std::string model::settle_failed_commit() {
     return "after a commit that it finished";
   }
   static_cast<void>(undo_failed_commit());
+  load_flags_ |= slots_[ZOT_SLOT_CURRENT].k ? 0 : conf_outdated;
   state_ = 0;
   return "after a commit that it undid";
 }

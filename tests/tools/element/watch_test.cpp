@@ -206,6 +206,27 @@ TEST_F(Watch, TakesWhatAnotherGetPutInTheScratchAreaBeforeTheCommit) {
   EXPECT_EQ(in_force("Ap/x/1"), "model=x");
 }
 
+// The command has applied what another process refused meanwhile.
+TEST_F(Watch, HandsOverWhatIsInForceWhenAnotherDecidedOtherwise) {
+  const auto running = watch(
+      "cat \"$ZOTCONF_DIR\"/Wlan/a >>\"$PROBE.seen\"; echo >>\"$PROBE.seen\"; "
+      "test -e \"$PROBE.wait\" || exit 0; echo asked >\"$PROBE\"; "
+      "until test -e \"$PROBE.go\"; do sleep 0.02; done");
+  running->wait_for(committed);
+  write_bytes(dir_ / "probe.wait", "");
+  put("Wlan/a", "ssid=b");
+  publish_source();
+  ASSERT_EQ(probe(), "asked");
+  auto elsewhere = variables_;
+  elsewhere["ZOT_PREFIX_TMP_ROOT"] = dir_ / "other-scratch";
+  ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455", "--roll-back"}, elsewhere).status, 5);
+  write_bytes(dir_ / "probe.go", "");
+  running->wait_for("commit or roll-back failing: ");
+  running->wait_for("configuration in force handed to CMD: 2 entries");
+  running->wait_for("same as rolled back\n");
+  EXPECT_EQ(read_bytes(dir_ / "probe.seen"), "ssid=a\nssid=b\nssid=a\n");
+}
+
 TEST_F(Watch, GoesOnWhenTheCacheIsLockedDuringACommit) {
   variables_["CACHE"] = dir_ / "device/writable/zot";
   const auto running =
