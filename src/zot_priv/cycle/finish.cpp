@@ -70,8 +70,10 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
   const bool is_begun = zot::has_commit_begun(*handle);
   const zot_slot &before = handle->slot[is_begun ? ZOT_SLOT_LAST : ZOT_SLOT_CURRENT];
   errno = ESTALE;
-  if (before.k != nullptr &&
-      (!zot::is_in_force(*handle, *before.k, nullptr) || !zot::can_put_back(before.gpbs))) {
+  const bool is_known = before.k != nullptr ? zot::is_in_force(*handle, *before.k, nullptr) &&
+                                                  zot::can_put_back(before.gpbs)
+                                            : is_begun || !zot::may_hold_more(*handle);
+  if (!is_known) {
     // The next get takes it from the cache.
     zot::mark_outdated(*handle);
     return record_failure(handle, __LINE__, "keep the files of");

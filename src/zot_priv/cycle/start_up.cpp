@@ -2,6 +2,8 @@
 // What a restarted process finds in the cache, loaded once and only when it is asked for.
 #include "zot_priv/cycle/start_up.hpp"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +28,7 @@ constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
 // Beside the bits of the loaders.
 constexpr uint32_t conf_outdated = 0x100;
 constexpr uint32_t cache_moved = 0x200;
+constexpr uint32_t cache_unloadable = 0x400;
 
 bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
@@ -114,10 +117,18 @@ void zot::renew_outdated(zot_ctx &handle) {
   if ((handle.load_flags & conf_outdated) == 0) {
     return;
   }
-  handle.load_flags &= ~conf_outdated;
+  handle.load_flags &= ~(conf_outdated | cache_unloadable);
   if (!reload_conf(handle)) {
     give_up(handle);
+    handle.load_flags |= cache_unloadable;
   }
+}
+
+bool zot::may_hold_more(const zot_ctx &handle) {
+  struct stat st {};
+  return handle.slot[ZOT_SLOT_CURRENT].k == nullptr &&
+         (handle.load_flags & cache_unloadable) == 0 &&
+         ::lstat(joined_path(handle.conf_root, "/knowledge/subsys.k").c_str(), &st) == 0;
 }
 
 int __zot_priv_init_load_k_f(zot_ctx *handle, zot_k_reader reader, zot_k **target, const char *root,

@@ -27,6 +27,10 @@ void leave_moved_cache(zot_ctx &handle);
 // the service is asked the next time, the cache is loaded again; when that fails, nothing is in
 // force any more, and the published configuration is new.
 void mark_outdated(zot_ctx &handle);
+
+// Whether the cache may have a configuration in force that this handle has not loaded: its load may
+// have failed for want of memory.
+bool may_hold_more(const zot_ctx &handle);
 void renew_outdated(zot_ctx &handle);
 
 }  // namespace zot
