@@ -45,10 +45,10 @@ int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) 
 // Answers from the cache alone.
 int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
-  if (!zot::holds_new(*handle)) {
-    if (zot::waits_for_verdict(*handle)) {
-      handle->stat.state = 0;
-    }
+  if (zot::waits_for_verdict(*handle) && zot::is_overtaken(*handle)) {
+    handle->stat.state = 0;
+  }
+  if (!zot::waits_for_verdict(*handle)) {
     zot::renew_outdated(*handle);
     zot::reload_changed_cache(*handle);
   }

@@ -33,7 +33,7 @@ void load_k(zot_ctx *handle, int which) {
 // What another process has committed since, read for this call alone: entries that were handed out
 // stay as they are until the next get.
 zot::k_owner read_changed(zot_ctx *handle, int which) {
-  if (which == ZOT_K_NEW || zot::holds_new(*handle) || !zot::is_cache_changed(*handle)) {
+  if (which == ZOT_K_NEW || !zot::is_cache_changed(*handle)) {
     return nullptr;
   }
   zot::k_owner k = zot::make_k();
@@ -73,11 +73,13 @@ int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which) {
     return status;
   }
   zot::undo_interrupted_commit(*handle);
-  if (which == ZOT_K_NEW && zot::waits_for_verdict(*handle) && !zot::holds_new(*handle)) {
+  const bool waits = zot::waits_for_verdict(*handle);
+  const bool is_overtaken = waits && zot::is_overtaken(*handle);
+  if (which == ZOT_K_NEW && is_overtaken) {
     return ZOT_RECORD(handle, ZOT_ERR_NOT_READY, "Should run zot_conf_get() first");
   }
   const k_choice &choice = k_choices[static_cast<size_t>(which)];
-  const zot::k_owner stored = read_changed(handle, which);
+  const zot::k_owner stored = waits && !is_overtaken ? nullptr : read_changed(handle, which);
   load_k(handle, which);
   const zot_k *const k = stored != nullptr ? stored.get() : zot_priv_get_k(handle, choice.slot);
   if (k == nullptr) {

@@ -38,11 +38,6 @@ int record_failure(zot_ctx *handle, long line, const char *what) {
                        operation, what, handle->conf_root, std::strerror(errno));
 }
 
-int refuse_changed(zot_ctx *handle) {
-  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
-                       "[%s]: what the get fetched was changed in %s", operation, handle->tmp_root);
-}
-
 // Before anything changes.
 int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
   if (zot::is_overtaken(*handle)) {
@@ -57,7 +52,8 @@ int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs)
                          "[%s]: a file of K lies outside of %s: %s", operation,
                          handle->tmp_gpb_root, outside);
   }
-  return zot::is_set_as_fetched(*handle, tmp_k, tmp_gpbs) ? ZOT_OK : refuse_changed(handle);
+  return zot::is_set_as_fetched(*handle, tmp_k, tmp_gpbs) ? ZOT_OK
+                                                          : zot::refuse_changed(handle, operation);
 }
 
 // The new files have to be whole when the old ones go, and the copy may bring no more than was
@@ -65,7 +61,7 @@ int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs)
 int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
   zot::remove_unlisted_files(*handle, tmp_gpbs, {.has_empty_directory = true});
   if (!zot::are_files_in(handle->tmp_gpb_root, tmp_gpbs)) {
-    return refuse_changed(handle);
+    return zot::refuse_changed(handle, operation);
   }
   const bool is_begun = zot::has_commit_begun(*handle);
   const zot_slot &before = handle->slot[is_begun ? ZOT_SLOT_LAST : ZOT_SLOT_CURRENT];
@@ -138,7 +134,7 @@ int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
 
 // After a copy: its source may be that of somebody who has made the scratch directory anew.
 int check_scratch(zot_ctx *handle) {
-  return zot::is_scratch_held(*handle) ? ZOT_OK : refuse_changed(handle);
+  return zot::is_scratch_held(*handle) ? ZOT_OK : zot::refuse_changed(handle, operation);
 }
 
 int store_k(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
@@ -264,14 +260,15 @@ bool zot::waits_for_verdict(const zot_ctx &handle) {
   return (handle.stat.state & (done | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
 }
 
+int zot::refuse_changed(zot_ctx *handle, const char *func) {
+  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
+}
+
 bool zot::is_overtaken(const zot_ctx &handle) {
   const zot_k *const fetched = handle.slot[ZOT_SLOT_TMP].k;
   return handle.dev_mode == 0 && !are_verdicts_as_fetched(handle) &&
          (fetched == nullptr || !is_in_force(handle, *fetched, nullptr));
-}
-
-bool zot::holds_new(const zot_ctx &handle) {
-  return waits_for_verdict(handle) && !is_overtaken(handle);
 }
 
 int zot::settle_failed_commit(zot_ctx &handle) {

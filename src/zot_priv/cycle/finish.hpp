@@ -12,8 +12,8 @@ bool waits_for_verdict(const zot_ctx &handle);
 // back, by whatever process. That the same one was committed changes nothing.
 bool is_overtaken(const zot_ctx &handle);
 
-// Whether what the last get brought still waits.
-bool holds_new(const zot_ctx &handle);
+// Records that the scratch directory is not as the get has left it.
+int refuse_changed(zot_ctx *handle, const char *func);
 
 // Before anything else is asked for: finishes a commit of this handle that failed, as the client
 // wanted, so that nothing is downloaded that is there. A commit that fails once more is undone, in

@@ -7,6 +7,7 @@
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/cycle/finish.hpp"
 #include "zot_priv/cycle/marks.hpp"
 #include "zot_priv/cycle/paths.hpp"
 #include "zot_priv/cycle/recovery.hpp"
@@ -21,16 +22,11 @@ namespace {
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
-int refuse_changed(zot_ctx *handle, const char *func) {
-  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
-                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
-}
-
 // Undoes a commit of the fetched K that failed. One that another process has committed cannot be
 // rolled back any more.
 int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
   if (tmp_k != nullptr && !zot::is_k_as_fetched(*handle, *tmp_k)) {
-    return refuse_changed(handle, func);
+    return zot::refuse_changed(handle, func);
   }
   if (!zot::undo_failed_commit(*handle)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to restore %s: %s",
@@ -117,7 +113,7 @@ int store_corrupted_files(zot_ctx *handle, const char *func) {
     return status;
   }
   if (!zot::is_scratch_held(*handle)) {
-    return refuse_changed(handle, func);
+    return zot::refuse_changed(handle, func);
   }
   if (!media.sync()) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to sync %s: %s", func,

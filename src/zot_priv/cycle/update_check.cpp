@@ -7,6 +7,7 @@
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/cycle/finish.hpp"
 #include "zot_priv/cycle/marks.hpp"
 #include "zot_priv/cycle/start_up.hpp"
 #include "zot_priv/model/owners.hpp"
@@ -96,8 +97,7 @@ int refuse_last_k(zot_ctx *handle, const char *func) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
   rm_rf(zot::joined_path(handle->conf_k_root, "prev_subsys.k").c_str());
   rm_rf(zot::joined_path(handle->conf_k_root, "prev_subsys.checksum").c_str());
-  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
-                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
+  return zot::refuse_changed(handle, func);
 }
 
 // Aligns the slots when the published K is the one in force.
