@@ -24,7 +24,8 @@
  *     call that touches them holds flock() on both until it returns. It waits for another one as
  *     long as #ZOT_PARM_TIMEOUT says (0: no limit), and then ends with #ZOT_ERR_TIMEOUT. A
  *     command that outlives its process, or that nobody could wait for, holds the locks until it
- *     ends; so does whatever else the process has started during that command.
+ *     ends. So does a child that another thread has forked during the call, when the process is
+ *     killed before its call has ended.
  *  5. Strings are NUL-terminated and are copied; a text kept by reference is named as such. Sizes
  *     are bytes. A buffer size counts the terminator. Paths hold at most 4095 bytes.
  *  6. Null. A null handle is answered with #ZOT_ERR_NULL_INPUT and recorded nowhere. Exceptions
@@ -501,8 +502,9 @@ typedef struct remote_file_name {
 
 /** Operations of a sub-system. A client may replace an entry before its first zot_conf_get(). */
 typedef struct zot_sub_fns {
-  /** Optional: commits the GPB files below @p tmp_gpb_root instead of the library. What it changes
-   *  is its own to put back: a commit that is undone restores the K files alone. */
+  /** Optional: commits the GPB files below @p tmp_gpb_root instead of the library. Returns #ZOT_OK;
+   *  any other status, a positive one too, fails the commit and is its result. What it changes is
+   *  its own to put back: a commit that is undone restores the K files alone. */
   int (*commit_gpb)(zot_ctx *handle, const char *tmp_gpb_root, zot_list *gpbs);
   /** Writes the persistent directory into @p buf; NULL or an empty text is a failure. */
   char *(*get_conf_root)(zot_ctx *handle, char *buf, size_t size);
