@@ -148,6 +148,7 @@ class model {
 
   // Beside the load flags of the interface.
   static constexpr std::uint32_t conf_outdated = 0x100;
+  static constexpr std::uint32_t cache_unloadable = 0x400;
 
   lie lie_;
   bool has_own_operations_;

@@ -98,9 +98,10 @@ void model::renew_outdated() {
   if ((load_flags_ & conf_outdated) == 0) {
     return;
   }
-  load_flags_ &= ~conf_outdated;
+  load_flags_ &= ~(conf_outdated | cache_unloadable);
   if (!reload_conf()) {
     give_up();
+    load_flags_ |= cache_unloadable;
   }
 }
 
