@@ -131,7 +131,7 @@ TEST_F(Room, OfTheFilesInForceCountsWhenTheyGoFirst) {
 
 TEST_F(Room, OfAFileInForceWithASecondNameDoesNotCount) {
   const std::string path = e.conf_root() + "config/Wlan/a/1";
-  write_bytes(path, std::string(10 * block_, 'a'));
+  write_bytes(path, std::string(static_cast<std::size_t>(10 * block_), 'a'));
   add_more_than_there_is();
   const std::uint64_t alone = look().reclaimed.files;
   std::filesystem::create_hard_link(path, e.dir() / "second");
