@@ -46,7 +46,7 @@ int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) 
 int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
   if (zot::waits_for_verdict(*handle) && zot::is_overtaken(*handle)) {
-    handle->stat.state = 0;
+    handle->stat.state = 0;  // another process has given the verdict
   }
   if (!zot::waits_for_verdict(*handle)) {
     zot::renew_outdated(*handle);

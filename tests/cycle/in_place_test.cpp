@@ -242,6 +242,14 @@ TEST_F(InPlace, WhatTheProcessMayNotWriteAgainIsNotReplaced) {
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
 }
 
+TEST_F(InPlace, WhatTheMediumDoesNotTakeLeavesTheOldFiles) {
+  media().failing_call = 2;
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+  EXPECT_TRUE(e.error_text().starts_with("[zot_priv_commit_conf]: fail to sync "))
+      << e.error_text();
+  expect_in_force_alone(first_configuration());
+}
+
 // The copy brings something and ends with a failure.
 class InPlaceWithAFailure : public InPlace {
  protected:
@@ -295,14 +303,6 @@ TEST_F(InPlaceWithAFailure, AGetUndoesItWhenItFailsAgain) {
 TEST_F(InPlaceWithAFailure, ARollBackLeavesTheOldFiles) {
   fail_to_commit();
   ASSERT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
-  expect_in_force_alone(first_configuration());
-}
-
-TEST_F(InPlace, WhatTheMediumDoesNotTakeLeavesTheOldFiles) {
-  media().failing_call = 2;
-  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
-  EXPECT_TRUE(e.error_text().starts_with("[zot_priv_commit_conf]: fail to sync "))
-      << e.error_text();
   expect_in_force_alone(first_configuration());
 }
 

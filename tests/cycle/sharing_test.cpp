@@ -52,6 +52,10 @@ class Sharing : public testing::Test {
     ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
     fs::rename(e.tmp_root() + "/aside", e.tmp_root() + "/config");
   }
+  void let_other_roll_back() {
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+  }
   // With a scratch folder of its own, so that nothing else tells of it.
   void let_other_commit_third() {
     const env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
@@ -175,8 +179,7 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotOffered) {
 TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommitted) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
-  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-  ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+  let_other_roll_back();
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(e.error_text(),
             "[zot_priv_commit_conf]: another process has decided otherwise in " + e.conf_root());
@@ -186,8 +189,7 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommitted) {
 TEST_F(Sharing, WhatTheOtherRolledBackIsNotHandedOutFromMemory) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
-  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-  ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+  let_other_roll_back();
   const returned_list got = e.get(cached);
   ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
   ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
@@ -201,8 +203,7 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
   {
     const env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
-    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-    ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
+    let_other_roll_back();
   }
   let_other_commit_third();
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);

@@ -368,11 +368,12 @@ repair_report repair_k(const cache_paths &paths, const element &who, const findi
 repair_report repair_files(const cache_paths &paths, const findings &found, const console &where) {
   repair_report refused;
   std::vector<listed_file> files;
+  const bool was_rolled_back = is_refused(found);
   for (const damage &bad : found.damaged) {
     if (bad.slot != k_slot::current || !bad.file) {
       continue;
     }
-    if (is_refused(found)) {
+    if (was_rolled_back) {
       refused.outcomes.push_back(
           {.path = bad.path, .result = "not_restorable", .text = of_refused});
     } else if (split_member_name("/config/" + bad.file->path)) {
