@@ -134,8 +134,8 @@ int rm_rf(const char *path) {
       return -1;
     }
   }
-  char command[ZOT_PATH_SIZE];
-  const int length = std::snprintf(command, sizeof command, "rm -rf  %s", path);
+  char command[sizeof "exec" + ZOT_PATH_SIZE];
+  const int length = std::snprintf(command, sizeof command, "exec rm -rf  %s", path);
   // A command that does not fit would remove something else.
   if (length < 0 || static_cast<size_t>(length) >= sizeof command) {
     errno = ENAMETOOLONG;

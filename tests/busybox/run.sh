@@ -7,7 +7,7 @@ set -euo pipefail
 
 # These put scripts of their own in the place of rm, cp and tar, which such a shell never looks at: it
 # prefers its own applets to what PATH names.
-readonly not_in_its_shell='RmRf.HandsOnTheRawStatusOfTheCommand:SharingWithACommit.*:InPlaceWithAFailure.*'
+readonly not_in_its_shell='RmRf.HandsOnTheRawStatusOfTheCommand:CommitGpb.CommandsRunInPlaceOfTheirShells:SharingWithACommit.*:InPlaceWithAFailure.*'
 
 busybox=$(command -v busybox) || {
   echo "busybox: not installed; ./dev setup installs it" >&2

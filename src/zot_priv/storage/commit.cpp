@@ -10,6 +10,7 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/k_file.hpp"
+#include "zot_priv/storage/logged.hpp"
 
 namespace {
 
@@ -164,13 +165,16 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
   ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics,
           "%sRemove current GPB from cached storage: Done\n");
   ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: rm -rf \"%s\"\n", directory.c_str());
+  // In place of the shell: a copy that outlived its shell would write into what is put back.
   const zot::c_text command =
-      zot::text_of("cp -r \"%s\" \"%s\"", handle->tmp_gpb_root, directory.c_str());
+      zot::text_of("exec cp -r \"%s\" \"%s\"", handle->tmp_gpb_root, directory.c_str());
   if (command == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
   }
+  const char *const shown = command.get() + sizeof "exec";
   int exit_code = -1;
-  const int status = _zot_priv_system(handle, command.get(), &exit_code, __func__, __LINE__);
+  const int status =
+      zot::run_shown_as(handle, command.get(), shown, &exit_code, __func__, __LINE__);
   if (status != ZOT_OK || exit_code != 0) {
     const int error = errno;
     ZOT_LOG(handle, ZOT_LOG_ERROR, gpb_file_topics,
@@ -181,7 +185,7 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
                                          __func__, handle->tmp_gpb_root, directory.c_str());
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics, "%sCopy new GPB to cached storage: Done\n");
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: %s\n", command.get());
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: %s\n", shown);
   return ZOT_RECORD(handle, ZOT_OK);
 }
 

@@ -6,8 +6,8 @@
 
 namespace zot {
 
-// As _zot_priv_system() with the text that is shown, but the shell gets the command: the same with
-// limits set before it.
+// As _zot_priv_system() with the text that is shown, but the shell gets the command: the same in
+// place of the shell, or with limits set before it.
 int run_shown_as(zot_ctx *handle, const char *command, const char *shown, int *code,
                  const char *func, long line);
 

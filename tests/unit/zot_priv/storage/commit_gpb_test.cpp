@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The cached GPB files at commit.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/support/env.hpp"
 #include "tests/unit/zot_priv/storage/storage_records.hpp"
 
 namespace {
@@ -125,6 +128,21 @@ TEST(CommitGpb, CommitCanBeRepeatedAfterAFailedCopy) {
   fs::rename(pending.tested.dir() / "aside", pending.fresh());
   EXPECT_EQ(pending.run(), ZOT_OK);
   EXPECT_EQ(tree(pending.cached()), std::vector<std::string>{"Wlan/office/2"});
+}
+
+// Whoever ends the shell ends the copy with it.
+TEST(CommitGpb, CommandsRunInPlaceOfTheirShells) {
+  pending_files pending;
+  const std::string bin = pending.tested.dir() / "bin";
+  for (const std::string name : {"cp", "rm"}) {
+    write_bytes(bin + "/" + name, "#!/bin/sh\necho " + name + " $PPID >> " + bin + "/parents\n" +
+                                      "exec /bin/" + name + " \"$@\"\n");
+    fs::permissions(bin + "/" + name, fs::perms::owner_all);
+  }
+  const env_guard path("PATH", bin + ":" + std::getenv("PATH"));
+  ASSERT_EQ(pending.run(), ZOT_OK) << pending.tested.error_text();
+  const std::string self = std::to_string(::getpid());
+  EXPECT_EQ(read_bytes(bin + "/parents"), "rm " + self + "\ncp " + self + "\n");
 }
 
 // The copy of a directory that could not be removed would land inside it.
