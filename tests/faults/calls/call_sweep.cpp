@@ -19,13 +19,20 @@ struct fault_kind {
   const char *name;
   fault what;
   int error = 0;
+  bool lasts = false;
 };
 
 constexpr fault_kind fault_kinds[] = {
-    {"EIO", fault::error, EIO},       {"ENOSPC", fault::error, ENOSPC},
-    {"EMFILE", fault::error, EMFILE}, {"ENOMEM", fault::error, ENOMEM},
-    {"EINTR", fault::error, EINTR},   {"EPERM", fault::error, EPERM},
-    {"cut short", fault::cut_short},  {"SIGKILL", fault::kill},
+    {"EIO", fault::error, EIO},
+    {"ENOSPC", fault::error, ENOSPC},
+    {"EMFILE", fault::error, EMFILE},
+    {"ENOMEM", fault::error, ENOMEM},
+    {"EINTR", fault::error, EINTR},
+    {"EPERM", fault::error, EPERM},
+    {"EIO from then on", fault::error, EIO, true},
+    {"ENOSPC from then on", fault::error, ENOSPC, true},
+    {"cut short", fault::cut_short},
+    {"SIGKILL", fault::kill},
 };
 
 struct trial {
@@ -150,7 +157,8 @@ class operation_sweep {
     const shared_page page;
     try {
       write_tree(root, stage_);
-      const planned_fault planned{tried.kind->what, tried.call.place, tried.kind->error};
+      const planned_fault planned{tried.kind->what, tried.call.place, tried.kind->error,
+                                  tried.kind->lasts};
       const gated_run run = run_gated(*page, planned, disturbed_client(*page, root, tried.then));
       require(!run.hung, "hung");
       result.reached = run.reached;

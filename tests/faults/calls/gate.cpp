@@ -198,7 +198,8 @@ class watch {
       if (look_) {
         look_(call);
       }
-      if (call.place == plan_.place && !act(listener, asked, response)) {
+      const bool is_planned = call.place == plan_.place || (run_.reached && plan_.lasts);
+      if (is_planned && !act(listener, asked, response)) {
         return false;
       }
     }

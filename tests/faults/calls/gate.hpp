@@ -39,6 +39,7 @@ struct planned_fault {
   fault what = fault::nothing;
   call_place place = {};
   int error = 0;
+  bool lasts = false;  // so do all calls after it
 };
 
 // Shared by the process at the gate and the one that watches it.
