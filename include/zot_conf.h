@@ -408,7 +408,7 @@ typedef struct zot_parm {
 /** What one cycle did; zeroed at the start of every update check. */
 typedef struct zot_core_stat {
   uint32_t state;         /**< ZOT_CYCLE_… bits */
-  uint32_t reserved;      /**< how far a failed commit came; 0: none is open */
+  uint32_t reserved;      /**< 0 */
   uint64_t bytes_written; /**< downloads and copies */
   uint64_t bytes_read;    /**< cached files and copies */
 } zot_core_stat;
@@ -545,6 +545,8 @@ typedef struct zot_own {
   zot_file_id fetched;    /**< the checksum file that this get left in the scratch directory */
   uint64_t verdicts;      /**< what the cache had in force, and what rolled back, at that get */
   uint32_t marks_waiting; /**< 1: the marked list is that of a configuration without a verdict */
+  uint32_t commit_begun;  /**< 1: memory holds the new configuration of a commit without an end */
+  uint32_t cache_doubts;  /**< in which ways memory may differ from the persistent directory */
   uint32_t lock_depth;    /**< calls inside each other that hold the locks */
   int32_t lock_fd[2];     /**< descriptors of the locked directories plus one; 0: none */
 } zot_own;

@@ -77,6 +77,10 @@ int record(zot_ctx *handle, uint32_t packed, const char *func, const char *fmt, 
   return code;
 }
 
+int record_no_memory(zot_ctx *handle, long line, const char *func) {
+  return record(handle, pack_status(ZOT_ERR_NOMEM, line), func, "[%s]: out of memory", func);
+}
+
 }  // namespace zot
 
 int zot_priv_err_set_err_str2(zot_ctx *handle, int code, const char *func, long line,

@@ -28,6 +28,9 @@ int record(zot_ctx *handle, uint32_t packed, const char *func);
 [[gnu::format(printf, 4, 5)]] int record(zot_ctx *handle, uint32_t packed, const char *func,
                                          const char *fmt, ...);
 
+// The same for an operation that got no memory.
+int record_no_memory(zot_ctx *handle, long line, const char *func);
+
 }  // namespace zot
 
 // Records a status as another operation, with a text of its own when a format follows, and yields
@@ -38,3 +41,6 @@ int record(zot_ctx *handle, uint32_t packed, const char *func);
 // The same under the name of the operation that stands around it.
 #define ZOT_RECORD(handle, code, ...) \
   ZOT_RECORD_AT(handle, code, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
+#define ZOT_RECORD_NO_MEMORY_AT(handle, func) zot::record_no_memory((handle), __LINE__, (func))
+#define ZOT_RECORD_NO_MEMORY(handle) ZOT_RECORD_NO_MEMORY_AT(handle, __func__)

@@ -112,15 +112,17 @@
   FIELD(zot_file_id, inode, 8, 8, 8, 8) \
   FIELD(zot_file_id, seconds, 16, 8, 16, 8) \
   FIELD(zot_file_id, nanoseconds, 24, 8, 24, 8) \
-  RECORD(zot_own, 64, 72) \
+  RECORD(zot_own, 72, 80) \
   FIELD(zot_own, conf_root, 0, 4, 0, 8) \
   FIELD(zot_own, tmp_root, 4, 4, 8, 8) \
   FIELD(zot_own, fetched, 8, 32, 16, 32) \
   FIELD(zot_own, verdicts, 40, 8, 48, 8) \
   FIELD(zot_own, marks_waiting, 48, 4, 56, 4) \
-  FIELD(zot_own, lock_depth, 52, 4, 60, 4) \
-  FIELD(zot_own, lock_fd, 56, 8, 64, 8) \
-  RECORD(zot_ctx, 17240, 17336) \
+  FIELD(zot_own, commit_begun, 52, 4, 60, 4) \
+  FIELD(zot_own, cache_doubts, 56, 4, 64, 4) \
+  FIELD(zot_own, lock_depth, 60, 4, 68, 4) \
+  FIELD(zot_own, lock_fd, 64, 8, 72, 8) \
+  RECORD(zot_ctx, 17248, 17344) \
   FIELD(zot_ctx, subsys_id, 0, 64, 0, 64) \
   FIELD(zot_ctx, sub_idx, 64, 56, 64, 56) \
   FIELD(zot_ctx, sub_idx_len, 120, 4, 120, 4) \
@@ -141,7 +143,7 @@
   FIELD(zot_ctx, log_ctx, 17116, 24, 17192, 40) \
   FIELD(zot_ctx, stat, 17144, 24, 17232, 24) \
   FIELD(zot_ctx, dev_mode, 17168, 4, 17256, 4) \
-  FIELD(zot_ctx, own, 17176, 64, 17264, 72)
+  FIELD(zot_ctx, own, 17176, 72, 17264, 80)
 /* clang-format on */
 
 #endif

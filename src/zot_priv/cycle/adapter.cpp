@@ -156,7 +156,7 @@ int ap_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
     const char *const name = wanted.add(gpb);
     if (name == nullptr) {
-      return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+      return ZOT_RECORD_NO_MEMORY(handle);
     }
     ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_DETAIL, "%sAdd GPB file: \"%s\"\n", name);
   }

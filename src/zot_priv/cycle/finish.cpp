@@ -7,7 +7,6 @@
 
 #include "zot_err.hpp"
 #include "zot_log.hpp"
-#include "zot_priv/cycle/commit_progress.hpp"
 #include "zot_priv/cycle/paths.hpp"
 #include "zot_priv/cycle/recovery.hpp"
 #include "zot_priv/cycle/start_up.hpp"
@@ -63,7 +62,7 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
   if (!zot::are_files_in(handle->tmp_gpb_root, tmp_gpbs)) {
     return zot::refuse_changed(handle, operation);
   }
-  const bool is_begun = zot::has_commit_begun(*handle);
+  const bool is_begun = handle->own.commit_begun != 0;
   const zot_slot &before = handle->slot[is_begun ? ZOT_SLOT_LAST : ZOT_SLOT_CURRENT];
   errno = ESTALE;
   const bool is_known = before.k != nullptr ? zot::is_in_force(*handle, *before.k, nullptr) &&
@@ -111,7 +110,7 @@ int adopt(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
              "%sStart to update current configuration in memory.\n");
   const int status = zot_priv_update_cached_mem(handle, tmp_k, tmp_gpbs);
   if (status == ZOT_OK) {
-    zot::set_commit_begun(*handle, true);
+    handle->own.commit_begun = 1;
     // What is last now is known, also when it is nothing.
     handle->load_flags |= ZOT_LOADED_PREV_K;
   }
@@ -125,8 +124,7 @@ int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
   const bool is_of_scratch =
       tmp_k->root == nullptr || std::strcmp(tmp_k->root, handle->conf_root) == 0;
   if (is_of_scratch && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
-                         operation);
+    return ZOT_RECORD_NO_MEMORY_AT(handle, operation);
   }
   return zot::begin_undo(*handle, gpbs) ? ZOT_OK
                                         : record_failure(handle, __LINE__, "keep the files of");
@@ -212,7 +210,7 @@ bool take_from_other(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gp
 }
 
 int end_commit(zot_ctx *handle) {
-  zot::set_commit_begun(*handle, false);
+  handle->own.commit_begun = 0;
   handle->own.marks_waiting = 0;
   zot_done_commit(handle);
   return ZOT_RECORD_AT(handle, ZOT_OK, operation, __LINE__);
@@ -220,7 +218,7 @@ int end_commit(zot_ctx *handle) {
 
 // Begins a commit, or goes on with one that failed.
 int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
-  const bool is_begun = zot::has_commit_begun(*handle);
+  const bool is_begun = handle->own.commit_begun != 0;
   if (!is_begun && is_same_k(zot_priv_get_k(handle, ZOT_SLOT_CURRENT), tmp_k)) {
     return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, operation, __LINE__,
                          "Configuration not changed. It doesn't need to do commit.");
@@ -272,7 +270,7 @@ bool zot::is_overtaken(const zot_ctx &handle) {
 }
 
 int zot::settle_failed_commit(zot_ctx &handle) {
-  if (!has_commit_begun(handle) || !waits_for_verdict(handle)) {
+  if (handle.own.commit_begun == 0 || !waits_for_verdict(handle)) {
     return ZOT_OK;
   }
   const folders_of_get folders(handle);
@@ -348,7 +346,7 @@ int zot_priv_commit_conf(zot_ctx *handle) {
   }
   const zot::folders_of_get folders(*handle);
   if (!folders.has_memory()) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   zot::cache_lock lock(*handle);
   if (const int status = lock.acquire(__func__); status != ZOT_OK) {

@@ -19,7 +19,7 @@ int renew_marks(zot_ctx &handle) {
   } else {
     gpb_list_owner nothing = make_gpb_list(&handle);
     if (nothing == nullptr) {
-      return ZOT_RECORD(&handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+      return ZOT_RECORD_NO_MEMORY(&handle);
     }
     zot_priv_free_ret_gpb_list(&handle);
     handle.ret.list = nothing.release();

@@ -3,9 +3,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "zot_log.hpp"
-#include "zot_priv/cycle/commit_progress.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/undo.hpp"
 
@@ -57,10 +57,9 @@ void remove_commit_leftovers(zot_ctx &handle) {
 }
 
 bool undo_failed_commit(zot_ctx &handle) {
-  if (has_commit_begun(handle)) {
+  if (std::exchange(handle.own.commit_begun, 0) != 0) {
     undo_in_memory(handle);
   }
-  set_commit_begun(handle, false);
   return !has_undo(handle) || restore_from_undo(handle);
 }
 

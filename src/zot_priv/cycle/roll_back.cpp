@@ -15,6 +15,7 @@
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
+#include "zot_priv/storage/logged.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -42,17 +43,6 @@ int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
   return ZOT_OK;
 }
 
-// Removes one of the last K's files and says so.
-void remove_last_file(zot_ctx *handle, const char *name, const char *label, const char *func) {
-  const zot::joined_path path(handle->conf_root, name);
-  const zot::locks_for_commands lent(*handle);
-  rm_rf(path.c_str());
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove last %s: Done\n",
-             label);
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
-             path.c_str());
-}
-
 // Forgets the last K, in memory and in the cache: after a roll-back the configuration in force has
 // none before it. The marks are those of the configuration in force again, whatever was last.
 int forget_last_k(zot_ctx *handle, const char *func) {
@@ -60,8 +50,10 @@ int forget_last_k(zot_ctx *handle, const char *func) {
   const bool has_last = zot_priv_get_k(handle, ZOT_SLOT_LAST) != nullptr;
   if (has_last) {
     zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
-    remove_last_file(handle, "/knowledge/prev_subsys.k", "K", func);
-    remove_last_file(handle, "/knowledge/prev_subsys.checksum", "K.checksum", func);
+    const zot::locks_for_commands lent(*handle);
+    zot::remove_shown(handle, handle->conf_root, "/knowledge/prev_subsys.k", "last K", func);
+    zot::remove_shown(handle, handle->conf_root, "/knowledge/prev_subsys.checksum",
+                      "last K.checksum", func);
   }
   const int status = zot::renew_marks(*handle);
   if (status == ZOT_OK && has_last) {
@@ -69,20 +61,6 @@ int forget_last_k(zot_ctx *handle, const char *func) {
                "%sRenew returned GPB list: Done\n");
   }
   return status;
-}
-
-void load_corrupted_k(zot_ctx *handle, const char *func) {
-  if (zot_priv_get_k(handle, ZOT_SLOT_CORRUPTED) != nullptr ||
-      (handle->load_flags & ZOT_LOADED_FAIL_K) != 0) {
-    return;
-  }
-  const int status = zot_priv_init_load_fail_k(handle);
-  if (status == ZOT_ERR_NO_FILE) {
-    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sNo saved corrupted K\n");
-  } else if (status != ZOT_OK) {
-    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_WARN, k_file_topics,
-               "%sUnable to do load corrupted K: %s\n", std::strerror(errno));
-  }
 }
 
 // Copies a file of the fetched K into the cache; label is how the log calls it.
@@ -134,7 +112,7 @@ int reload_corrupted_k(zot_ctx *handle, const char *func) {
     return status;
   }
   if (zot_priv_k_set_root(k.get(), handle->conf_root) == nullptr) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+    return ZOT_RECORD_NO_MEMORY_AT(handle, func);
   }
   zot_priv_set_k(handle, ZOT_SLOT_CORRUPTED, k.release());
   return ZOT_OK;
@@ -163,7 +141,7 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
   }
   const zot::folders_of_get folders(*handle);
   if (!folders.has_memory()) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   zot::cache_lock lock(*handle);
   if (const int status = lock.acquire(__func__); status != ZOT_OK) {
@@ -179,7 +157,10 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
   if (tmp_k == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "No update data\n");
   }
-  load_corrupted_k(handle, __func__);
+  if (const auto status = zot::load_refused_once(*handle, __func__); status && *status != ZOT_OK) {
+    ZOT_LOG(handle, ZOT_LOG_WARN, k_file_topics, "%sUnable to do load corrupted K: %s\n",
+            std::strerror(errno));
+  }
   const zot_k *const corrupted = zot_priv_get_k(handle, ZOT_SLOT_CORRUPTED);
   if (corrupted != nullptr && (corrupted == tmp_k || zot_priv_cmp_k(corrupted, tmp_k) == 0)) {
     return ZOT_RECORD(handle, ZOT_NO_UPDATE,

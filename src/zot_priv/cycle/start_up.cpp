@@ -25,10 +25,10 @@ constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
 constexpr uint32_t gpb_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_GENERAL;
 constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
-// Beside the bits of the loaders.
-constexpr uint32_t conf_outdated = 0x100;
-constexpr uint32_t cache_moved = 0x200;
-constexpr uint32_t cache_unloadable = 0x400;
+// In zot_own::cache_doubts.
+constexpr uint32_t conf_outdated = 1;
+constexpr uint32_t cache_moved = 2;
+constexpr uint32_t cache_unloadable = 4;
 
 bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
@@ -96,37 +96,51 @@ void zot::forget_changed_refusal(zot_ctx &handle) {
 }
 
 void zot::mark_moved(zot_ctx &handle) {
-  handle.load_flags |= cache_moved;
+  handle.own.cache_doubts |= cache_moved;
 }
 
 void zot::leave_moved_cache(zot_ctx &handle) {
-  if ((handle.load_flags & cache_moved) == 0) {
+  if ((handle.own.cache_doubts & cache_moved) == 0) {
     return;
   }
   give_up(handle);
   zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CORRUPTED, nullptr);
   handle.load_flags = 0;
+  handle.own.cache_doubts = 0;
+  handle.own.commit_begun = 0;
   zot_core_reset_stat(&handle.stat);
 }
 
 void zot::mark_outdated(zot_ctx &handle) {
-  handle.load_flags |= conf_outdated;
+  handle.own.cache_doubts |= conf_outdated;
 }
 
 void zot::renew_outdated(zot_ctx &handle) {
-  if ((handle.load_flags & conf_outdated) == 0) {
+  if ((handle.own.cache_doubts & conf_outdated) == 0) {
     return;
   }
-  handle.load_flags &= ~(conf_outdated | cache_unloadable);
+  handle.own.cache_doubts &= ~(conf_outdated | cache_unloadable);
   if (!reload_conf(handle)) {
     give_up(handle);
-    handle.load_flags |= cache_unloadable;
+    handle.own.cache_doubts |= cache_unloadable;
   }
+}
+
+std::optional<int> zot::load_refused_once(zot_ctx &handle, const char *func) {
+  if (handle.slot[ZOT_SLOT_CORRUPTED].k != nullptr || has_loaded(handle, ZOT_LOADED_FAIL_K)) {
+    return {};
+  }
+  const int status = zot_priv_init_load_fail_k(&handle);
+  if (status == ZOT_ERR_NO_FILE) {
+    ZOT_LOG_AT(&handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sNo saved corrupted K\n");
+    return {};
+  }
+  return status;
 }
 
 bool zot::may_hold_more(const zot_ctx &handle) {
   return handle.slot[ZOT_SLOT_CURRENT].k == nullptr &&
-         (handle.load_flags & cache_unloadable) == 0 &&
+         (handle.own.cache_doubts & cache_unloadable) == 0 &&
          ::access(joined_path(handle.conf_root, "/knowledge/subsys.k").c_str(), F_OK) == 0;
 }
 
@@ -140,13 +154,13 @@ int __zot_priv_init_load_k_f(zot_ctx *handle, zot_k_reader reader, zot_k **targe
   }
   zot::k_owner k = zot::make_k();
   if (k == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   if (const int status = reader(handle, k.get(), root, flags); status != ZOT_OK) {
     return status;
   }
   if (zot_priv_k_set_root(k.get(), root) == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   *target = k.release();
   return ZOT_RECORD(handle, ZOT_OK);
@@ -177,12 +191,12 @@ int zot_priv_init_load_conf(zot_ctx *handle) {
   }
   zot::k_owner k(loaded);
   if (zot_priv_k_set_root(k.get(), source.gpb_root()) == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sInit. Load K: Done\n");
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
   if (gpbs == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   if (const int status = zot_priv_get_gpb_list_via_k_json(handle, k.get(), gpbs.get());
       status != ZOT_OK) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <optional>
+
 #include "zot_conf.h"
 
 namespace zot {
@@ -17,6 +19,10 @@ bool reload_changed_cache(zot_ctx &handle);
 // Gives up the K that was rolled back when the cache holds another one by now, or none: the next
 // look for it takes it from there.
 void forget_changed_refusal(zot_ctx &handle);
+
+// Loads the K that an earlier process rolled back, once per handle, and says when there is none.
+// The status when there is one.
+std::optional<int> load_refused_once(zot_ctx &handle, const char *func);
 
 // Memory holds what another persistent directory has in force. It is given up before the next load,
 // but not while it waits for a verdict, which is still one for that directory.

@@ -13,12 +13,11 @@
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
+#include "zot_priv/storage/gpb_set.hpp"
 
 namespace {
 
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
-// What the GPB step answers when the files lie in the dev directory.
-constexpr int read_from_dev_path = 1;
 
 void set_cycle_state(zot_ctx *handle, uint32_t bit) {
   constexpr uint32_t outcomes = ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_SAME_K;
@@ -43,26 +42,11 @@ void discard_tmp_gpbs(zot_ctx *handle) {
   zot::destroy_gpb_list(handle, gpbs);
 }
 
-// Loads the K that an earlier process rolled back, once per handle. Only its absence is told apart:
-// the warning stands for every other outcome, a successful load included.
-void load_corrupted_k(zot_ctx *handle, const char *func) {
-  if (zot_priv_get_k(handle, ZOT_SLOT_CORRUPTED) != nullptr ||
-      (handle->load_flags & ZOT_LOADED_FAIL_K) != 0) {
-    return;
-  }
-  if (zot_priv_init_load_fail_k(handle) == ZOT_ERR_NO_FILE) {
-    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sNo saved corrupted K\n");
-    return;
-  }
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_WARN, k_file_topics,
-             "%sUnable to load corrupted K:%s\n", std::strerror(errno));
-}
-
 // Brings in the files of a new K and marks them against the configuration in force.
 int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
   if (gpbs == nullptr) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+    return ZOT_RECORD_NO_MEMORY_AT(handle, func);
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_TRANSFER | ZOT_TOPIC_GPB,
              "%sDo synchronize GPB.\n");
@@ -75,9 +59,9 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   zot_priv_set_gpb(handle, ZOT_SLOT_TMP, gpbs.release());
 
   if (!zot::remember_get(*handle)) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+    return ZOT_RECORD_NO_MEMORY_AT(handle, func);
   }
-  const char *const root = read == read_from_dev_path ? handle->conf_root : handle->tmp_root;
+  const char *const root = read == zot::read_from_dev_path ? handle->conf_root : handle->tmp_root;
   const int status = zot_priv_update_cached_ret_gpb_list(
       handle, zot_priv_get_k(handle, ZOT_SLOT_TMP), zot_priv_get_gpb(handle, ZOT_SLOT_TMP), root);
   if (status != ZOT_OK) {
@@ -141,11 +125,16 @@ int zot_priv_chk_update(zot_ctx *handle) {
     return ZOT_ERR_NULL_INPUT;
   }
   zot_core_reset_stat(&handle->stat);
+  handle->own.commit_begun = 0;
   zot::k_owner new_k = zot::make_k();
   if (new_k == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
-  load_corrupted_k(handle, __func__);
+  // The warning stands for every outcome but absence, a successful load included.
+  if (zot::load_refused_once(*handle, __func__)) {
+    ZOT_LOG(handle, ZOT_LOG_WARN, k_file_topics, "%sUnable to load corrupted K:%s\n",
+            std::strerror(errno));
+  }
 
   int fetched = zot_priv_update_tmp_k(handle, new_k.get());
   if (is_news_for_cache(handle, fetched)) {

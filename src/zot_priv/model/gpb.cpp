@@ -140,7 +140,7 @@ int zot_priv_gpb_list_cpy(zot_ctx *handle, zot_gpb *dst, const zot_gpb *src) {
   }
   dst->path = strndup(src->path, ZOT_PATH_SIZE);
   if (dst->path == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   std::memcpy(dst->checksum, src->checksum, sizeof dst->checksum);
   std::memcpy(dst->key, src->key, sizeof dst->key);

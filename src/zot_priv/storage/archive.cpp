@@ -82,7 +82,7 @@ class unfinished_archive {
 int unpack(zot_ctx *handle, uint64_t largest, zot::scratch_watch &watch, const char *func) {
   const unpack_command command(handle->tmp_root, largest);
   if (command.text() == nullptr) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, func, __LINE__, "[%s]: out of memory", func);
+    return ZOT_RECORD_NO_MEMORY_AT(handle, func);
   }
   if (!watch.begin(*handle)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to clean %s: %s",

@@ -30,17 +30,13 @@ constexpr const char *checksum_name = "/subsys.checksum";
 constexpr const char *cached_checksum_name = "/knowledge/subsys.checksum";
 constexpr const char *last_checksum_name = "/knowledge/prev_subsys.checksum";
 
-// Makes the current file the last one; label and outcome are how the log calls the file and the
-// end.
-void rotate(zot_ctx *handle, const place &current, const place &last, const char *label,
+// Makes the current file the last one; the log calls that as it is called here, and tells the
+// outcome.
+void rotate(zot_ctx *handle, const place &current, const place &last, const char *called,
             const char *outcome, const char *func) {
   const zot::joined_path from(current.root, current.name);
   const zot::joined_path to(last.root, last.name);
-  rm_rf(to.c_str());
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove last %s: Done\n",
-             label);
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
-             to.c_str());
+  zot::remove_shown(handle, last.root, last.name, called, func);
   const int error = std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
   if (error != 0) {
     // Before the first commit there is nothing to rename.
@@ -58,31 +54,20 @@ int copy(zot_ctx *handle, const place &from, const place &to, const char *func, 
                         zot::joined_path(to.root, to.name).c_str(), func, line);
 }
 
-void remove_corrupted(zot_ctx *handle, const char *name, const char *label, const char *func) {
-  const zot::joined_path path(handle->conf_root, name);
-  rm_rf(path.c_str());
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove corrupted %s: Done\n",
-             label);
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
-             path.c_str());
-}
-
 // Reads the committed K back. What the record held is given up only once the K is verified in its
 // new place, so that a failure leaves a record that a second commit can work with.
 int reload(zot_ctx *handle, zot_k *k) {
   constexpr const char *operation = "zot_priv_commit_k";
   const zot::k_owner stored = zot::make_k();
   if (stored == nullptr) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
-                         operation);
+    return ZOT_RECORD_NO_MEMORY_AT(handle, operation);
   }
   if (const int status = zot::read_expected_k(handle, stored.get(), handle->conf_root, *k);
       status != ZOT_OK) {
     return status;
   }
   if (zot_priv_k_set_root(stored.get(), handle->conf_root) == nullptr) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_NOMEM, operation, __LINE__, "[%s]: out of memory",
-                         operation);
+    return ZOT_RECORD_NO_MEMORY_AT(handle, operation);
   }
   zot::drop_k_contents(k);
   *k = *stored;
@@ -119,15 +104,15 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
   }
   const place current{handle->conf_k_root, k_name};
   const place current_checksum{handle->conf_root, cached_checksum_name};
-  rotate(handle, current, {handle->conf_k_root, last_k_name}, "K",
+  rotate(handle, current, {handle->conf_k_root, last_k_name}, "last K",
          "Rotate current K as last K in storage: Done", __func__);
   if (const int status = copy(handle, {tmp_k->root, k_name}, current, __func__, __LINE__);
       status != ZOT_OK) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sMove data from tmp to cached storage: Done\n");
-  remove_corrupted(handle, "/knowledge/corrupted.k", "K", __func__);
-  rotate(handle, current_checksum, {handle->conf_root, last_checksum_name}, "K.checksum",
+  zot::remove_shown(handle, handle->conf_root, "/knowledge/corrupted.k", "corrupted K", __func__);
+  rotate(handle, current_checksum, {handle->conf_root, last_checksum_name}, "last K.checksum",
          "Move new K to last K: Done", __func__);
   if (const int status =
           copy(handle, {tmp_k->root, checksum_name}, current_checksum, __func__, __LINE__);
@@ -135,7 +120,8 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached storage: Done\n");
-  remove_corrupted(handle, "/knowledge/corrupted.checksum", "K.checksum", __func__);
+  zot::remove_shown(handle, handle->conf_root, "/knowledge/corrupted.checksum",
+                    "corrupted K.checksum", __func__);
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, tmp_k);
 
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sStart to reload cached K.\n");
@@ -169,7 +155,7 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
   const zot::c_text command =
       zot::text_of("exec cp -r \"%s\" \"%s\"", handle->tmp_gpb_root, directory.c_str());
   if (command == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   const char *const shown = command.get() + sizeof "exec";
   int exit_code = -1;
@@ -217,7 +203,7 @@ int zot_priv_rotate_prev_k(zot_ctx *handle, zot_k *tmp_k) {
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K.checksum to cached directory: Done\n");
   if (zot_priv_k_set_root(tmp_k, handle->conf_root) == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   ZOT_LOG(handle, ZOT_LOG_DEBUG, k_topics, "%sRotate last K files: Done\n");
   return ZOT_RECORD(handle, ZOT_OK);

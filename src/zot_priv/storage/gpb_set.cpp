@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The GPB files of a configuration as one set: brought in, and each verified.
+#include "zot_priv/storage/gpb_set.hpp"
+
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
@@ -11,8 +13,6 @@
 namespace {
 
 constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
-// Tells the update check that the files lie in the dev directory.
-constexpr int read_from_dev_path = 1;
 
 }  // namespace
 
@@ -54,9 +54,9 @@ int zot_priv_update_tmp_gpb(zot_ctx *handle, zot_k *tmp_k, zot_list *gpbs) {
     return status;
   }
   if (zot_priv_k_set_root(tmp_k, handle->conf_root) == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sDev mode: read from %s: Done\n",
           handle->conf_root);
-  return ZOT_RECORD(handle, read_from_dev_path);
+  return ZOT_RECORD(handle, zot::read_from_dev_path);
 }

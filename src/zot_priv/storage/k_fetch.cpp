@@ -255,7 +255,7 @@ int zot_priv_get_new_k_by_host(zot_ctx *handle, zot_k *new_k, const char *host) 
     return ZOT_OK;
   }
   if (zot_priv_k_set_root(new_k, handle->tmp_root) == nullptr) {
-    return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+    return ZOT_RECORD_NO_MEMORY(handle);
   }
   lent.keep();
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL | ZOT_TOPIC_TRANSFER | ZOT_TOPIC_K,
@@ -278,7 +278,7 @@ int zot_priv_update_tmp_k(zot_ctx *handle, zot_k *tmp_k) {
       return status;
     }
     if (zot_priv_k_set_root(tmp_k, handle->conf_root) == nullptr) {
-      return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory", __func__);
+      return ZOT_RECORD_NO_MEMORY(handle);
     }
     return ZOT_RECORD(handle, ZOT_OK);
   }

@@ -5,12 +5,15 @@
 #include <cerrno>
 #include <cstring>
 
+#include "utilities/path.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 
 namespace {
+
+constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 
 // An exit status stands in the second byte; anything else is handed on as system() gave it.
 int exit_code_of(int raw_status) {
@@ -71,6 +74,15 @@ int zot::run_shown_as(zot_ctx *handle, const char *command, const char *shown, i
     *code = exit_code;
   }
   return ZOT_OK;
+}
+
+void zot::remove_shown(zot_ctx *handle, const char *root, const char *name, const char *called,
+                       const char *func) {
+  const joined_path path(root, name);
+  rm_rf(path.c_str());
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove %s: Done\n", called);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
+             path.c_str());
 }
 
 int _zot_priv_system(zot_ctx *handle, const char *cmd, int *code, const char *func, long line) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Commands that run with more than their log shows.
+// Commands that run with more than their log shows, and removals that show themselves.
 #pragma once
 
 #include "zot_conf.h"
@@ -10,5 +10,10 @@ namespace zot {
 // place of the shell, or with limits set before it.
 int run_shown_as(zot_ctx *handle, const char *command, const char *shown, int *code,
                  const char *func, long line);
+
+// Removes a file of the cache by its directory and its name below that, and logs what it is called
+// and the command. That it cannot be removed changes nothing.
+void remove_shown(zot_ctx *handle, const char *root, const char *name, const char *called,
+                  const char *func);
 
 }  // namespace zot

@@ -73,6 +73,7 @@ void model::restart() {
   marked_root_ = area::cache;
   marks_wait_ = false;
   load_flags_ = 0;
+  cache_doubts_ = 0;
   state_ = 0;
   has_begun_ = false;
 }
@@ -301,7 +302,7 @@ std::string model::settle_failed_commit() {
     return "after a commit that it finished";
   }
   static_cast<void>(undo_failed_commit());
-  load_flags_ |= slots_[ZOT_SLOT_CURRENT].k ? 0 : conf_outdated;
+  cache_doubts_ |= slots_[ZOT_SLOT_CURRENT].k ? 0 : conf_outdated;
   state_ = 0;
   return "after a commit that it undid";
 }
@@ -331,7 +332,7 @@ int model::refuse() {
     return ZOT_ERR_GENERIC;
   }
   if (is_in_force()) {
-    load_flags_ |= conf_outdated;
+    cache_doubts_ |= conf_outdated;
     return ZOT_ERR_CORRUPTED;
   }
   slot &last = slots_[ZOT_SLOT_LAST];
@@ -384,6 +385,7 @@ view model::look() const {
   seen["marked root"] = name_of(marked_root_);
   seen["state"] = std::to_string(state_);
   seen["load flags"] = std::to_string(load_flags_);
+  seen["cache doubts"] = std::to_string(cache_doubts_);
   for (const auto &[name, bytes] : cache_.held) {
     seen["cache " + name] = bytes;
   }

@@ -146,9 +146,9 @@ class model {
   int refuse();
   int keep_as_corrupted();
 
-  // Beside the load flags of the interface.
-  static constexpr std::uint32_t conf_outdated = 0x100;
-  static constexpr std::uint32_t cache_unloadable = 0x400;
+  // How memory may differ from the cache.
+  static constexpr std::uint32_t conf_outdated = 1;
+  static constexpr std::uint32_t cache_unloadable = 4;
 
   lie lie_;
   bool has_own_operations_;
@@ -162,6 +162,7 @@ class model {
   std::vector<marked> marked_;
   area marked_root_ = area::cache;
   std::uint32_t load_flags_ = 0;
+  std::uint32_t cache_doubts_ = 0;
   std::uint32_t state_ = 0;
 
   bool marks_wait_ = false;  // the marked list is that of a configuration without a verdict

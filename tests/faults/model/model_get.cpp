@@ -95,13 +95,13 @@ bool model::reload_changed_cache() {
 
 // What was damaged everywhere is loaded from the cache once more, or counts as none.
 void model::renew_outdated() {
-  if ((load_flags_ & conf_outdated) == 0) {
+  if ((cache_doubts_ & conf_outdated) == 0) {
     return;
   }
-  load_flags_ &= ~(conf_outdated | cache_unloadable);
+  cache_doubts_ &= ~(conf_outdated | cache_unloadable);
   if (!reload_conf()) {
     give_up();
-    load_flags_ |= cache_unloadable;
+    cache_doubts_ |= cache_unloadable;
   }
 }
 
@@ -124,7 +124,7 @@ int model::hand_out(std::uint32_t mask, const zot_catset &categories, outcome &s
     return status;
   }
   if (!reload_conf()) {
-    load_flags_ |= conf_outdated;
+    cache_doubts_ |= conf_outdated;
     return status;
   }
   settle_marks();

@@ -205,6 +205,7 @@ view world::look() const {
   seen["marked root"] = root_name(handle, handle.ret.root);
   seen["state"] = std::to_string(handle.stat.state);
   seen["load flags"] = std::to_string(handle.load_flags);
+  seen["cache doubts"] = std::to_string(handle.own.cache_doubts);
   look_at_files(element_.conf_root(), "cache", seen);
   look_at_files(element_.tmp_root(), "scratch", seen);
   return seen;

@@ -359,7 +359,7 @@ TEST_F(FailedCommit, IsForgottenByTheNextCheck) {
   lose("subsys.k");
   run_commit();
   static_cast<void>(e.get());
-  EXPECT_EQ(e.handle()->stat.reserved, 0U);
+  EXPECT_EQ(e.handle()->own.commit_begun, 0U);
 }
 
 // The old files are on the medium, the new ones are not: it has reported an error.

@@ -79,7 +79,7 @@ TEST_F(Recovery, TakesAFailedCommitBackInMemory) {
   EXPECT_EQ(text_of(slot(ZOT_SLOT_CURRENT).k), first_configuration().k_text());
   EXPECT_EQ(slot(ZOT_SLOT_LAST).k, nullptr);
   EXPECT_EQ(text_of(slot(ZOT_SLOT_TMP).k), second_configuration().k_text());
-  EXPECT_EQ(e.handle()->stat.reserved, 0U);
+  EXPECT_EQ(e.handle()->own.commit_begun, 0U);
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
 }
 
