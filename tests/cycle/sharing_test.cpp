@@ -197,6 +197,16 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotHandedOutFromMemory) {
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
 }
 
+TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedWhereItLiesDamaged) {
+  bring_to(first_configuration());
+  write_bytes(e.conf_root() + "config/Wlan/guest/1", "damaged");
+  e.restart();
+  ASSERT_EQ(get_of(first_configuration()).status, ZOT_OK);
+  let_other_roll_back();
+  EXPECT_EQ(e.get(cached).status, ZOT_ERR_NO_CACHE);
+  EXPECT_EQ(get_of(first_configuration()).status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
 // The persistent directory remembers one refusal, which goes with the next commit.
 TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
   bring_to(first_configuration());
@@ -482,6 +492,16 @@ TEST_F(SharingWithALostScratchFolder, ARollBackDoesNotRefuseWhatItFoundThere) {
   EXPECT_EQ(e.get().status, ZOT_OK);
   EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
   EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
+TEST_F(SharingWithALostScratchFolder, AGetDoesNotTakeWhatItFoundThere) {
+  bring_to(first_configuration());
+  remote.publish(second_configuration());
+  replace_scratch_at("Update temporary GPB: Done\n");
+  expect_changed(e.get().status);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
+  bring_to(second_configuration());
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
 }
 
 TEST_F(SharingWithALostScratchFolder, AGetWithoutAnUpdateDoesNotKeepWhatItFoundThere) {

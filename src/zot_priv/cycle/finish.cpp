@@ -266,7 +266,8 @@ int zot::refuse_changed(zot_ctx *handle, const char *func) {
 bool zot::is_overtaken(const zot_ctx &handle) {
   const zot_k *const fetched = handle.slot[ZOT_SLOT_TMP].k;
   return handle.dev_mode == 0 && !are_verdicts_as_fetched(handle) &&
-         (fetched == nullptr || !is_in_force(handle, *fetched, nullptr));
+         (fetched == nullptr || is_refused(handle, *fetched) ||
+          !is_in_force(handle, *fetched, nullptr));
 }
 
 int zot::settle_failed_commit(zot_ctx &handle) {

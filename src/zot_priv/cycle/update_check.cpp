@@ -61,6 +61,10 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   if (!zot::remember_get(*handle)) {
     return ZOT_RECORD_NO_MEMORY_AT(handle, func);
   }
+  // The K that lies there now may be that of somebody who has made the scratch directory anew.
+  if (!zot::is_scratch_held(*handle)) {
+    return zot::refuse_changed(handle, func);
+  }
   const char *const root = read == zot::read_from_dev_path ? handle->conf_root : handle->tmp_root;
   const int status = zot_priv_update_cached_ret_gpb_list(
       handle, zot_priv_get_k(handle, ZOT_SLOT_TMP), zot_priv_get_gpb(handle, ZOT_SLOT_TMP), root);

@@ -22,6 +22,7 @@ namespace {
 constexpr const char *k_name = "subsys.k";
 // Each get of any process begins with a new file of this name.
 constexpr const char *checksum_name = "subsys.checksum";
+constexpr const char *corrupted_checksum_name = "corrupted.checksum";
 
 zot_file_id fetched_now(const zot_ctx &handle) {
   return zot::file_id_at(AT_FDCWD, zot::joined_path(handle.tmp_root, checksum_name).c_str());
@@ -118,7 +119,8 @@ uint64_t checksum_number(const zot_ctx &handle, const char *name) {
 
 // The two change their places in the sum, as a K may be in one of them and then in the other.
 uint64_t verdicts_now(const zot_ctx &handle) {
-  return checksum_number(handle, checksum_name) + 2 * checksum_number(handle, "corrupted.checksum");
+  return checksum_number(handle, checksum_name) +
+         2 * checksum_number(handle, corrupted_checksum_name);
 }
 
 }  // namespace
@@ -156,6 +158,10 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
          announces(joined_path(handle.conf_k_root, checksum_name).c_str(), k) &&
          (handle.fns.commit_gpb != nullptr ||
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
+}
+
+bool is_refused(const zot_ctx &handle, const zot_k &k) {
+  return announces(joined_path(handle.conf_k_root, corrupted_checksum_name).c_str(), k);
 }
 
 bool are_verdicts_as_fetched(const zot_ctx &handle) {

@@ -24,6 +24,9 @@ bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gp
 // committed it.
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
+// Whether the persistent directory has a configuration as the one that was rolled back.
+bool is_refused(const zot_ctx &handle, const zot_k &k);
+
 // Whether no process has committed or rolled back a configuration since the get.
 bool are_verdicts_as_fetched(const zot_ctx &handle);
 
