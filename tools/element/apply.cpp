@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 
@@ -45,7 +46,24 @@ void write_entries(const fs::path &folder, const entries &list) {
   }
 }
 
-void write_change_list(const fs::path &file, const entries &list,
+change_line line_of(const entry &one) {
+  change_line line{.category = std::string(one.category_name()),
+                   .key = std::string(one.key()),
+                   .what = one.change(),
+                   .size = one.bytes().size()};
+  if (one.change() != change::deleted) {
+    line.path = relative_path(one);
+  }
+  return line;
+}
+
+std::vector<change_line> lines_of(const entries &list) {
+  std::vector<change_line> lines;
+  std::ranges::transform(list, std::back_inserter(lines), line_of);
+  return lines;
+}
+
+void write_change_list(const fs::path &file, const std::vector<change_line> &changes,
                        const std::optional<metadata> &from) {
   const metadata known = from.value_or(metadata{});
   json_document document;
@@ -54,17 +72,13 @@ void write_change_list(const fs::path &file, const entries &list,
       .set("cluster", stated(known.cluster_id))
       .set("firmware", stated(known.firmware_version));
   json_node array = document.root().array("entries");
-  for (const entry one : list) {
-    std::optional<std::string> path;
-    if (one.change() != change::deleted) {
-      path = relative_path(one);
-    }
+  for (const change_line &line : changes) {
     array.append()
-        .set("category", one.category_name())
-        .set("key", one.key())
-        .set("status", name_of(one.change()))
-        .set("size", one.bytes().size())
-        .set("path", path);
+        .set("category", line.category)
+        .set("key", line.key)
+        .set("status", name_of(line.what))
+        .set("size", line.size)
+        .set("path", line.path);
   }
   replace_file(file, document.text(), durability::buffered);
 }

@@ -3,8 +3,10 @@
 // whose verdict counts.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/files/file_io.hpp"
 #include "zot_conf.hpp"
@@ -15,10 +17,21 @@ namespace zotconf {
 // std::exception when an entry cannot be written.
 void write_entries(const fs::path &folder, const entries &list);
 
+struct change_line {
+  std::string category;
+  std::string key;
+  change what = change::none;
+  std::size_t size = 0;
+  std::optional<std::string> path = {};  // relative to the folder of write_entries(); none: deleted
+};
+
+// Both throw std::exception when an entry cannot be a file.
+change_line line_of(const entry &one);
+std::vector<change_line> lines_of(const entries &list);
+
 // Writes {"config_id", "cluster", "firmware", "entries": [{"category", "key", "status", "size",
-// "path"}, …]}. A path is relative to the folder of write_entries(), null for a deleted entry;
-// metadata that K does not state is null.
-void write_change_list(const fs::path &file, const entries &list,
+// "path"}, …]}. What is not known is null.
+void write_change_list(const fs::path &file, const std::vector<change_line> &changes,
                        const std::optional<metadata> &from);
 
 // Whether a list has an entry to hand over; one that only deletes has none.

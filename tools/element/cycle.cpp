@@ -24,7 +24,7 @@ verdict ask_command(const cycle_options &chosen, const entries &list,
   if (!chosen.out) {
     write_entries(folder, list);
   }
-  write_change_list(change_list, list, from);
+  write_change_list(change_list, lines_of(list), from);
   where.out() << std::flush;
   // Beside one JSON document on standard output there is no room for what the command prints.
   const command_end end = run_command(

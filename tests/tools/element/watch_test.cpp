@@ -227,6 +227,74 @@ TEST_F(Watch, HandsOverWhatIsInForceWhenAnotherDecidedOtherwise) {
   EXPECT_EQ(read_bytes(dir_ / "probe.seen"), "ssid=a\nssid=b\nssid=a\n");
 }
 
+// The command writes down each list of changes that it gets.
+class WatchChanges : public Watch {
+ protected:
+  [[nodiscard]] std::unique_ptr<background> watch_changes(
+      const std::string &then, const std::vector<std::string> &more) const {
+    return watch("{ tr -d '\\n\\t' <\"$ZOTCONF_CHANGES\"; echo; } >>\"$PROBE.lists\"; " + then,
+                 more);
+  }
+  // A text for each list.
+  [[nodiscard]] std::vector<std::string> given() const {
+    std::vector<std::string> texts;
+    for (const std::string &line : lines_of(read_bytes(dir_ / "probe.lists"))) {
+      const json_value list = json_value(line)["entries"];
+      std::string text;
+      for (int at = 0; at < list.size(); ++at) {
+        text += list[at]["status"].text() + " " + list[at]["category"].text() + "/" +
+                list[at]["key"].text() + "; ";
+      }
+      texts.push_back(text);
+    }
+    return texts;
+  }
+};
+
+// Another process committed one and rolled back the next, which is published still.
+TEST_F(WatchChanges, AreThoseToWhatAnotherProcessCommitted) {
+  const auto running = watch_changes("true", {"--every", "300ms"});
+  running->wait_for(committed);
+  running->send(SIGSTOP);
+  publish_changes();
+  ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455", "--commit"}, variables_).status, ok);
+  put("Ap/x", "model=y");
+  publish_source();
+  ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455", "--roll-back"}, variables_).status, 5);
+  running->send(SIGCONT);
+  running->wait_for("configuration in force handed to CMD: ");
+  running->wait_for("same as rolled back\n");
+  wait_for_gets(2);
+  EXPECT_EQ(given(), (std::vector<std::string>{"added Wlan/a; added Zone/z; ",
+                                               "added Ap/x; modified Wlan/a; deleted Zone/z; "}));
+}
+
+// What the command accepted first is not in force: its commit failed, and another configuration was
+// published since.
+TEST_F(WatchChanges, CountFromWhatTheCommandHasApplied) {
+  variables_["CACHE"] = dir_ / "device/writable/zot";
+  const auto running = watch_changes(
+      "test -e \"$PROBE.lock\" || exit 0; rm \"$PROBE.lock\"; "
+      "exec 9<\"$CACHE\" && flock 9 && { until test -e \"$PROBE.go\"; do sleep 0.02; done <&9 & } "
+      "&& "
+      "exec 9<&-",
+      {"--timeout", "1"});
+  running->wait_for(committed);
+  write_bytes(dir_ / "probe.lock", "");
+  publish_changes();
+  running->wait_for("commit or roll-back failing: ");
+  put("Zone/z", "country=FR");
+  put("Wlan/a", "ssid=a");
+  fs::remove(dir_ / "source/Ap/x");
+  publish_source();
+  write_bytes(dir_ / "probe.go", "");
+  running->wait_for("recovered\n");
+  running->wait_for(committed);
+  EXPECT_EQ(given(), (std::vector<std::string>{"added Wlan/a; added Zone/z; ",
+                                               "added Ap/x; modified Wlan/a; deleted Zone/z; ",
+                                               "deleted Ap/x; modified Wlan/a; added Zone/z; "}));
+}
+
 TEST_F(Watch, GoesOnWhenTheCacheIsLockedDuringACommit) {
   variables_["CACHE"] = dir_ / "device/writable/zot";
   const auto running =
