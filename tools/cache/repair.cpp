@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cache/repair.hpp"
 
-#include <fcntl.h>
-#include <sys/file.h>
-
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -11,6 +8,7 @@
 #include <stdexcept>
 
 #include "tools/cache/cache_owner.hpp"
+#include "tools/cache/workshop.hpp"
 #include "tools/files/archive_reader.hpp"
 #include "tools/publication/publication_store.hpp"
 #include "zot_conf.hpp"
@@ -23,94 +21,6 @@ constexpr size_t batch_size = 256;
 std::string host_of(const cache_paths &paths) {
   return "127.0.0.1:" + std::to_string(paths.port);
 }
-
-// A folder inside the cache's file system, so that what is good there can be renamed to its place.
-// One repair works at a time.
-class workshop {
- public:
-  workshop(const cache_paths &paths, const findings &found)
-      : root_(paths.conf_root),
-        lock_(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-        folder_(root_ / ".repair"),
-        owner_(root_) {
-    if (!lock_.is_open() || ::flock(lock_.get(), LOCK_EX) != 0) {
-      throw_errno("cannot lock " + root_.string());
-    }
-    refuse_changes(paths, found.slot(k_slot::current));
-    // An interrupted repair leaves its folder behind.
-    fs::remove_all(folder_);
-    fs::create_directory(folder_);
-  }
-  workshop(const workshop &) = delete;
-  workshop &operator=(const workshop &) = delete;
-  ~workshop() {
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
-  }
-
-  [[nodiscard]] const fs::path &folder() const { return folder_; }
-
-  // Everything written so far is on the medium.
-  void flush() const {
-    if (::syncfs(lock_.get()) != 0) {
-      throw_errno("cannot flush " + root_.string());
-    }
-  }
-
-  // Puts a file of the folder in its place, whatever stands there.
-  void place(const fs::path &from, const fs::path &to) {
-    if (fs::is_directory(fs::symlink_status(to))) {
-      take_away(to);
-    }
-    owner_.take(from);
-    fs::rename(from, to);
-  }
-
-  // The same with a copy, for what more than one place needs.
-  void place_copy(const fs::path &from, const fs::path &to) {
-    const fs::path copy = folder_ / "copy";
-    fs::copy_file(from, copy, fs::copy_options::overwrite_existing);
-    flush();
-    place(copy, to);
-  }
-
-  // Makes a path a directory. False when a symbolic link stands there: what lies behind it is not
-  // the cache's.
-  bool make_directory(const fs::path &path) {
-    const fs::file_status status = fs::symlink_status(path);
-    if (fs::is_symlink(status)) {
-      return false;
-    }
-    if (fs::exists(status) && !fs::is_directory(status)) {
-      take_away(path);
-    }
-    if (fs::create_directory(path)) {
-      owner_.take(path);
-    }
-    return true;
-  }
-
- private:
-  // Another process may have committed until the lock was free.
-  static void refuse_changes(const cache_paths &paths, const stored_k &known) {
-    const stored_k now = read_slot(paths, k_slot::current);
-    if (is_there(undo_folder(paths)) || now.checksum != known.checksum ||
-        now.announced != known.announced) {
-      throw std::runtime_error("another process changed " + paths.conf_root.string() +
-                               " meanwhile: verify it again");
-    }
-  }
-
-  void take_away(const fs::path &path) {
-    fs::rename(path, folder_ / ("away-" + std::to_string(taken_++)));
-  }
-
-  fs::path root_;
-  zot::descriptor lock_;
-  fs::path folder_;
-  cache_owner owner_;
-  size_t taken_ = 0;
-};
 
 // The K that the service offers, with its checksum file, judged by the library.
 class published_k {
@@ -153,9 +63,14 @@ class published_k {
 // What was rolled back while some of it was damaged is not in force, and stays so.
 constexpr const char *of_refused = "this configuration was rolled back";
 
+// One file of each K still tells which one it is when the other is damaged.
 bool is_refused(const findings &found) {
+  const stored_k &current = found.slot(k_slot::current);
   const stored_k &refused = found.slot(k_slot::corrupted);
-  return refused.is_good() && refused.checksum == found.slot(k_slot::current).checksum;
+  const auto is_of_current = [&](const std::string &checksum) {
+    return !checksum.empty() && (checksum == current.checksum || checksum == current.announced);
+  };
+  return is_of_current(refused.checksum) || is_of_current(refused.announced);
 }
 
 bool is_of_cached_k(const damage &bad) {
@@ -351,7 +266,8 @@ repair_report repair_k(const cache_paths &paths, const element &who, const findi
     if (std::ranges::none_of(found.damaged, is_here)) {
       continue;
     }
-    const std::string reason = offered.error()
+    const std::string reason = slot == k_slot::current && is_refused(found) ? of_refused
+                               : offered.error()
                                    ? described(*offered.error())
                                    : restore_k(slot, found.slot(slot), offered.k(), shop);
     for (const damage &bad : found.damaged) {

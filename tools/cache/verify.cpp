@@ -186,7 +186,9 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
     }
   }
   append(*told.repair, repair_k(told.paths, options.who, told.found));
-  if (!told.found.slot(k_slot::current).is_good()) {
+  const bool has_bad_k = !told.found.slot(k_slot::current).is_good() ||
+                         told.found.slot(k_slot::corrupted).wrong.has_value();
+  if (has_bad_k) {
     told.found = examine(told.paths, options.strict, where);
   }
   if (!told.repair->service_error) {

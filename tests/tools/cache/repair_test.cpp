@@ -205,6 +205,16 @@ TEST_F(Repair, RestoresTheRolledBackKWhileTheServiceOffersIt) {
   EXPECT_EQ(cycle("--commit").status, 4);
 }
 
+TEST_F(Repair, BringsFilesBackBesideTheKThatWasRolledBack) {
+  put("Wlan/a", "ssid=bad");
+  publish_source();
+  ASSERT_EQ(cycle("--roll-back").status, 5);
+  write_bytes(conf("knowledge/corrupted.k"), "{");
+  write_bytes(conf("config/Zone/z/1"), "damaged");
+  EXPECT_EQ(repair().status, clean);
+  EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=DE");
+}
+
 TEST_F(Repair, BringsFilesBackBesideAKThatTheServiceDoesNotHave) {
   put("Wlan/a", "ssid=second");
   commit_source();
@@ -262,6 +272,25 @@ TEST_F(Repair, BringsNothingBackOfWhatWasRolledBack) {
   EXPECT_EQ(done.status, damaged);
   EXPECT_TRUE(has(done.out + done.err, "this configuration was rolled back"))
       << done.out << done.err;
+  EXPECT_EQ(read_bytes(conf("config/Wlan/a/1")), "damaged");
+}
+
+TEST_F(Repair, BringsNoKBackThatWasRolledBack) {
+  write_bytes(k_, "{");
+  ASSERT_EQ(cycle("--roll-back").status, 5);
+  const finished done = repair();
+  EXPECT_EQ(done.status, damaged);
+  EXPECT_TRUE(has(done.out + done.err, "this configuration was rolled back"))
+      << done.out << done.err;
+  EXPECT_EQ(read_bytes(k_), "{");
+}
+
+TEST_F(Repair, KnowsWhatWasRolledBackByItsChecksumFileAlone) {
+  write_bytes(conf("config/Wlan/a/1"), "damaged");
+  ASSERT_EQ(cycle("--roll-back").status, 5);
+  write_bytes(conf("knowledge/corrupted.k"), "{");
+  EXPECT_EQ(repair().status, damaged);
+  EXPECT_EQ(repair().status, damaged);
   EXPECT_EQ(read_bytes(conf("config/Wlan/a/1")), "damaged");
 }
 
@@ -382,6 +411,20 @@ TEST_F(Repair, PutsNothingBesideWhatAnotherProcessCommitsMeanwhile) {
   EXPECT_EQ(running.wait(), failed);
   EXPECT_TRUE(has(running.err(), "another process changed " + conf_root_)) << running.err();
   EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=FR");
+}
+
+TEST_F(Repair, BringsNothingBackOfWhatAnotherProcessRollsBackMeanwhile) {
+  write_bytes(conf("config/Zone/z/1"), "damaged");
+  const std::string root = std::filesystem::canonical(conf_root_);
+  std::unique_ptr<held_lock> other = std::make_unique<held_lock>(conf_root_);
+  background running({"verify", "--repair", "--index", index_}, variables());
+  wait_until([&] { return has_open(running.pid(), root); }, "the repair at the lock");
+  std::filesystem::copy(k_, conf("knowledge/corrupted.k"));
+  std::filesystem::copy(checksum_, conf("knowledge/corrupted.checksum"));
+  other.reset();
+  EXPECT_EQ(running.wait(), failed);
+  EXPECT_TRUE(has(running.err(), "another process changed " + conf_root_)) << running.err();
+  EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "damaged");
 }
 
 }  // namespace

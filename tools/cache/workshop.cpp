@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/cache/workshop.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+namespace zotconf {
+namespace {
+
+using namespace std::chrono_literals;
+
+// No call of a process that uses the cache holds it longer, as long as its service answers.
+constexpr auto longest_wait = 30s;
+
+zot::descriptor lock_cache(const fs::path &root) {
+  zot::descriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const auto end = std::chrono::steady_clock::now() + longest_wait;
+  while (::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK) {
+      throw_errno("cannot lock " + root.string());
+    }
+    if (std::chrono::steady_clock::now() > end) {
+      throw std::runtime_error(root.string() + " stays locked by another process");
+    }
+    std::this_thread::sleep_for(50ms);
+  }
+  return folder;
+}
+
+// Another process may have committed or rolled back until the lock was free.
+void refuse_changes(const cache_paths &paths, const findings &found) {
+  const auto is_changed = [&](k_slot slot) {
+    const stored_k now = read_slot(paths, slot);
+    const stored_k &known = found.slot(slot);
+    return now.checksum != known.checksum || now.announced != known.announced;
+  };
+  if (is_there(undo_folder(paths)) || is_changed(k_slot::current) ||
+      is_changed(k_slot::corrupted)) {
+    throw std::runtime_error("another process changed " + paths.conf_root.string() +
+                             " meanwhile: verify it again");
+  }
+}
+
+}  // namespace
+
+workshop::workshop(const cache_paths &paths, const findings &found)
+    : root_(paths.conf_root), lock_(lock_cache(root_)), folder_(root_ / ".repair"), owner_(root_) {
+  refuse_changes(paths, found);
+  // An interrupted repair leaves its folder behind.
+  fs::remove_all(folder_);
+  fs::create_directory(folder_);
+}
+
+workshop::~workshop() {
+  std::error_code ignored;
+  fs::remove_all(folder_, ignored);
+}
+
+void workshop::flush() const {
+  if (::syncfs(lock_.get()) != 0) {
+    throw_errno("cannot flush " + root_.string());
+  }
+}
+
+void workshop::place(const fs::path &from, const fs::path &to) {
+  if (fs::is_directory(fs::symlink_status(to))) {
+    take_away(to);
+  }
+  owner_.take(from);
+  fs::rename(from, to);
+}
+
+void workshop::place_copy(const fs::path &from, const fs::path &to) {
+  const fs::path copy = folder_ / "copy";
+  fs::copy_file(from, copy, fs::copy_options::overwrite_existing);
+  flush();
+  place(copy, to);
+}
+
+bool workshop::make_directory(const fs::path &path) {
+  const fs::file_status status = fs::symlink_status(path);
+  if (fs::is_symlink(status)) {
+    return false;
+  }
+  if (fs::exists(status) && !fs::is_directory(status)) {
+    take_away(path);
+  }
+  if (fs::create_directory(path)) {
+    owner_.take(path);
+  }
+  return true;
+}
+
+void workshop::take_away(const fs::path &path) {
+  fs::rename(path, folder_ / ("away-" + std::to_string(taken_++)));
+}
+
+}  // namespace zotconf

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "tools/cache/cache.hpp"
+#include "tools/cache/cache_owner.hpp"
+#include "tools/cache/examine.hpp"
+#include "tools/files/file_io.hpp"
+#include "utilities/owner.hpp"
+
+namespace zotconf {
+
+// A folder inside the cache's file system, so that what is good there can be renamed to its place.
+// One repair works at a time, and none beside a process that changes the cache.
+class workshop {
+ public:
+  // Throws std::runtime_error when the cache stays locked, or is not as it was found.
+  workshop(const cache_paths &paths, const findings &found);
+  workshop(const workshop &) = delete;
+  workshop &operator=(const workshop &) = delete;
+  ~workshop();
+
+  [[nodiscard]] const fs::path &folder() const { return folder_; }
+
+  // Everything written so far is on the medium.
+  void flush() const;
+
+  // Puts a file of the folder in its place, whatever stands there.
+  void place(const fs::path &from, const fs::path &to);
+
+  // The same with a copy, for what more than one place needs.
+  void place_copy(const fs::path &from, const fs::path &to);
+
+  // Makes a path a directory. False when a symbolic link stands there: what lies behind it is not
+  // the cache's.
+  bool make_directory(const fs::path &path);
+
+ private:
+  void take_away(const fs::path &path);
+
+  fs::path root_;
+  zot::descriptor lock_;
+  fs::path folder_;
+  cache_owner owner_;
+  size_t taken_ = 0;
+};
+
+}  // namespace zotconf
