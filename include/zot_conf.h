@@ -640,7 +640,8 @@ zot_ctx *zot_conf_init(const char *sub_idx, size_t id_len);
  * @return
  *  - #ZOT_OK: @p ret holds the entries, possibly none.
  *  - #ZOT_ERR_SAME_AS_CORRUPTED: the service still offers what was rolled back; @p ret holds the
- *    entries of the configuration in force, none without one, and has to be freed.
+ *    entries of the configuration in force, none without one, and has to be freed. What another
+ *    process has committed since the last get comes so, and is not reported as new later.
  *  - #ZOT_ERR_NULL_INPUT: no handle or no @p ret, with nothing recorded; or K states no
  *    checksum for a file.
  *  - #ZOT_ERR_WRONG_INPUT: @p conf_stat_mask is 0, a directory holds characters that a shell
@@ -649,7 +650,8 @@ zot_ctx *zot_conf_init(const char *sub_idx, size_t id_len);
  *    of it is in @p catset.
  *  - #ZOT_ERR_TIMEOUT, #ZOT_ERR_REMOTE_UNAVAIL, #ZOT_ERR_NOT_FOUND: the service timed out, did not
  *    answer, or does not know this element; or, for the first, a directory stayed locked.
- *  - #ZOT_ERR_CORRUPTED: a K, a checksum or a GPB file is not what was announced.
+ *  - #ZOT_ERR_CORRUPTED: a K, a checksum or a GPB file is not what was announced, or the scratch
+ *    directory was made anew during the call.
  *  - #ZOT_ERR_NO_FILE: dev mode is on and its directory holds no checksum file of K.
  *  - #ZOT_ERR_NOMEM, #ZOT_ERR_GENERIC: memory, files or processes failed, or the service answered
  *    the request for K or its checksum with a response other than 200 and 404.

@@ -282,6 +282,19 @@ TEST_F(InForce, WhatIsDamagedEverywhereIsLoadedAgainOnceItIsWhole) {
   expect_whole(e.get(cached), first_configuration());
 }
 
+// Every get tries, for it may have failed for want of descriptors.
+TEST_F(InForce, WhatCouldNotBeLoadedAgainIsTriedByTheNextGet) {
+  bring_to(first_configuration());
+  fs::remove_all(e.tmp_root());
+  flip_bit(e.conf_root() + "config/Wlan/guest/1");
+  EXPECT_EQ(e.get(cached).status, ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(e.get(cached).status, ZOT_ERR_NO_CACHE);
+  flip_bit(e.conf_root() + "config/Wlan/guest/1");
+  expect_whole(e.get(cached), first_configuration());
+  EXPECT_EQ(e.get().status, ZOT_OK);
+  EXPECT_EQ(e.handle()->stat.state, static_cast<uint32_t>(ZOT_CYCLE_SAME_K));
+}
+
 TEST_F(InForce, WhatAGetCouldNotHandOutIsNotCommitted) {
   bring_to(first_configuration());
   remote.publish(second_configuration());

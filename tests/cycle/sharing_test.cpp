@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "cycle_checks.hpp"
+#include "tests/support/media.hpp"
 #include "tests/support/service.hpp"
 #include "utilities/owner.hpp"
 #include "zot_priv/storage/undo.hpp"
@@ -238,6 +239,19 @@ TEST_F(Sharing, WhatTheOtherCommittedIsNotBroughtOnceMore) {
   EXPECT_EQ(contents(e.conf_root()), cache);
   EXPECT_EQ(text_of(slot_of(e, ZOT_SLOT_CURRENT).k), second_configuration().k_text());
   EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
+// That one may have been killed before.
+TEST_F(Sharing, WhatTheOtherCommittedIsOnTheMediumWhenACommitSaysSo) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  media().failing_call = 1;
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
+  media().synchronised.clear();
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_FALSE(media().synchronised.empty());
 }
 
 // The handle has not been told of it, so it is a change for it.

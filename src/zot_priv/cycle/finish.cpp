@@ -165,10 +165,14 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
   return ZOT_OK;
 }
 
+int sync(zot_ctx *handle, const zot::cache_media &media) {
+  return media.sync() ? ZOT_OK : record_failure(handle, __LINE__, "sync");
+}
+
 // The new files have to be on the medium before the old ones are given up.
 int store_on_medium(zot_ctx *handle, const zot::cache_media &media) {
-  if (!media.sync()) {
-    return record_failure(handle, __LINE__, "sync");
+  if (const int status = sync(handle, media); status != ZOT_OK) {
+    return status;
   }
   if (!zot::retire_undo(*handle)) {
     return record_failure(handle, __LINE__, "end the commit in");
@@ -202,14 +206,15 @@ int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection
   return is_put_back ? put_back_unprotected(handle, status) : status;
 }
 
-// When another process has committed the same since, nothing is left to do in the cache, which may
-// have seen more verdicts after that. An adapter may commit its files for this process alone.
-bool take_from_other(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
-  return handle->fns.commit_gpb == nullptr && !zot::are_verdicts_as_fetched(*handle) &&
-         zot::is_in_force(*handle, tmp_k, tmp_gpbs) && zot::reload_conf(*handle);
+// Whether another process has committed the same since: nothing is left to do in the cache, which
+// may have seen more verdicts after that. An adapter may commit its files for this process alone.
+bool is_committed_by_other(const zot_ctx &handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
+  return handle.fns.commit_gpb == nullptr && !zot::are_verdicts_as_fetched(handle) &&
+         zot::is_in_force(handle, tmp_k, tmp_gpbs);
 }
 
 int end_commit(zot_ctx *handle) {
+  zot::settle_doubts(*handle);
   handle->own.commit_begun = 0;
   handle->own.marks_waiting = 0;
   zot_done_commit(handle);
@@ -227,8 +232,14 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
     return record_failure(handle, __LINE__, "restore");
   }
-  if (take_from_other(handle, *tmp_k, tmp_gpbs)) {
-    return end_commit(handle);
+  if (is_committed_by_other(*handle, *tmp_k, tmp_gpbs)) {
+    // That one may have been killed before it was on the medium.
+    if (const int status = sync(handle, zot::cache_media(*handle)); status != ZOT_OK) {
+      return status;
+    }
+    if (zot::reload_conf(*handle)) {
+      return end_commit(handle);
+    }
   }
   if (const int status = check_fetched(handle, *tmp_k, tmp_gpbs); status != ZOT_OK) {
     return status;

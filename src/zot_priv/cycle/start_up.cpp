@@ -119,11 +119,16 @@ void zot::renew_outdated(zot_ctx &handle) {
   if ((handle.own.cache_doubts & conf_outdated) == 0) {
     return;
   }
-  handle.own.cache_doubts &= ~(conf_outdated | cache_unloadable);
+  settle_doubts(handle);
   if (!reload_conf(handle)) {
     give_up(handle);
-    handle.own.cache_doubts |= cache_unloadable;
+    // It may be for want of memory or descriptors.
+    handle.own.cache_doubts |= conf_outdated | cache_unloadable;
   }
+}
+
+void zot::settle_doubts(zot_ctx &handle) {
+  handle.own.cache_doubts &= ~(conf_outdated | cache_unloadable);
 }
 
 std::optional<int> zot::load_refused_once(zot_ctx &handle, const char *func) {
@@ -234,13 +239,7 @@ int zot_priv_init_load_prev_k(zot_ctx *handle) {
                            : ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s] out of memory", __func__);
   if (status != ZOT_OK) {
     gpbs.reset();
-    zot::k_owner k(last.k);
-    const char *const name = zot_priv_slot_name(ZOT_SLOT_LAST);
-    ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K = %p\n", name,
-            zot::address(last.k));
-    k.reset();
-    last.k = nullptr;
-    ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sFree %s K: Done\n", name);
+    zot::release_k(handle, ZOT_SLOT_LAST, __func__);
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, gpb_topics,

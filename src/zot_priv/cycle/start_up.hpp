@@ -29,14 +29,16 @@ std::optional<int> load_refused_once(zot_ctx &handle, const char *func);
 void mark_moved(zot_ctx &handle);
 void leave_moved_cache(zot_ctx &handle);
 
-// Memory and cache differ, or files of the configuration in force are nowhere to be read. Before
-// the service is asked the next time, the cache is loaded again; when that fails, nothing is in
-// force any more, and the published configuration is new.
+// Memory and cache differ, or files of the configuration in force are nowhere to be read. The next
+// get loads the cache again; when that fails, nothing is in force any more, the published
+// configuration is new, and the get after it tries once more.
 void mark_outdated(zot_ctx &handle);
+void renew_outdated(zot_ctx &handle);
+// What is in force is known again.
+void settle_doubts(zot_ctx &handle);
 
 // Whether the cache may have a configuration in force that this handle has not loaded: its load may
 // have failed for want of memory.
 bool may_hold_more(const zot_ctx &handle);
-void renew_outdated(zot_ctx &handle);
 
 }  // namespace zot

@@ -181,7 +181,10 @@ bool are_files_in(const char *folder_path, const zot_list *gpbs) {
 }
 
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
-  return are_files_in(joined_path(handle.conf_root, "/config").c_str(), gpbs);
+  const joined_path folder(handle.conf_root, "/config");
+  return are_files_in(folder.c_str(), gpbs) &&
+         (is_absent(joined_path(handle.conf_root, "/CONFIG").c_str()) ||
+          hold_all(folder.c_str(), gpbs));
 }
 
 const char *path_outside(const zot_list *gpbs) {

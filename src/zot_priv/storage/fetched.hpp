@@ -30,9 +30,11 @@ bool is_refused(const zot_ctx &handle, const zot_k &k);
 // Whether no process has committed or rolled back a configuration since the get.
 bool are_verdicts_as_fetched(const zot_ctx &handle);
 
-// Whether a folder of GPB files, or that of the persistent directory, has all files of a list, each
-// of its size. A link is no such file.
+// Whether a folder of GPB files has all files of a list, each of its size. A link is no such file.
 bool are_files_in(const char *folder_path, const zot_list *gpbs);
+
+// Whether the persistent directory has them. Where two names that differ in case are one file, each
+// byte is compared.
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs);
 
 // The first path of a list that has a step up, and may lie outside of the folder of its files; null

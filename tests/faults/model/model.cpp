@@ -155,7 +155,12 @@ model::verdicts model::verdicts_now() const {
 }
 
 bool model::is_overtaken() const {
-  return verdicts_now() != verdicts_fetched_ && !is_stored(*slots_[ZOT_SLOT_TMP].k);
+  const auto refused = cache_.held.find("knowledge/corrupted.checksum");
+  const known_k &fetched = *slots_[ZOT_SLOT_TMP].k;
+  return verdicts_now() != verdicts_fetched_ &&
+         ((refused != cache_.held.end() &&
+           refused->second.starts_with(test::sha256_hex(fetched.bytes))) ||
+          !is_stored(fetched));
 }
 
 bool model::is_in_force() const {
@@ -253,8 +258,7 @@ int model::run_commit(outcome &seen) {
   if (has_own_operations_ && verdicts_now() != verdicts_fetched_ && is_in_force() &&
       reload_conf()) {
     seen.note = "as another has done";
-    has_begun_ = false;
-    state_ |= ZOT_CYCLE_DONE_COMMIT;
+    end_commit();
     return ZOT_OK;
   }
   if (is_overtaken() || !is_set_as_fetched()) {
@@ -270,9 +274,15 @@ int model::run_commit(outcome &seen) {
     has_marked_ = false;
     marked_.clear();
   }
-  marks_wait_ = false;
-  state_ |= ZOT_CYCLE_DONE_COMMIT;
+  end_commit();
   return ZOT_OK;
+}
+
+void model::end_commit() {
+  marks_wait_ = false;
+  has_begun_ = false;
+  cache_doubts_ &= ~(conf_outdated | cache_unloadable);
+  state_ |= ZOT_CYCLE_DONE_COMMIT;
 }
 
 outcome model::commit() {

@@ -135,6 +135,7 @@ class model {
   [[nodiscard]] bool is_open(int &status) const;
   [[nodiscard]] bool waits_for_verdict() const;
   int run_commit(outcome &seen);
+  void end_commit();
   void adopt();
   int store();
   int store_k();

@@ -101,7 +101,7 @@ void model::renew_outdated() {
   cache_doubts_ &= ~(conf_outdated | cache_unloadable);
   if (!reload_conf()) {
     give_up();
-    cache_doubts_ |= cache_unloadable;
+    cache_doubts_ |= conf_outdated | cache_unloadable;
   }
 }
 

@@ -121,6 +121,16 @@ TEST_F(Fetched, IsStoredWhenTheCacheHasAllItsFiles) {
   EXPECT_FALSE(zot::are_files_stored(*e.handle(), gpbs));
 }
 
+// Two files of one name there may have the same size.
+TEST_F(Fetched, IsComparedWhereNamesThatDifferInCaseAreOneFile) {
+  const zot_list *const gpbs = slot_of(e, ZOT_SLOT_TMP).gpbs;
+  second_configuration().install_cache(e.conf_root());
+  std::filesystem::create_symlink("config", e.conf_root() + "CONFIG");
+  EXPECT_TRUE(zot::are_files_stored(*e.handle(), gpbs));
+  flip_bit(e.conf_root() + "config/Wlan/staff/1");
+  EXPECT_FALSE(zot::are_files_stored(*e.handle(), gpbs));
+}
+
 TEST_F(Fetched, IsInForceWhenTheCacheHasAllOfIt) {
   EXPECT_FALSE(is_in_force());
   second_configuration().install_cache(e.conf_root());
