@@ -182,9 +182,10 @@ bool are_files_in(const char *folder_path, const zot_list *gpbs) {
 
 bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
   const joined_path folder(handle.conf_root, "/config");
-  return are_files_in(folder.c_str(), gpbs) &&
-         (is_absent(joined_path(handle.conf_root, "/CONFIG").c_str()) ||
-          hold_all(folder.c_str(), gpbs));
+  const descriptor root = directory_walk::open_root(handle.conf_root);
+  struct stat st {};
+  const bool folds_case = ::fstatat(root.get(), "CONFIG", &st, 0) == 0;
+  return are_files_in(folder.c_str(), gpbs) && (!folds_case || hold_all(folder.c_str(), gpbs));
 }
 
 const char *path_outside(const zot_list *gpbs) {
