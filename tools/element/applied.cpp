@@ -51,6 +51,7 @@ std::vector<change_line> applied_configuration::changes_to(const entries &whole)
     lines[called] = std::move(line);
   }
   std::vector<change_line> changes;
+  changes.reserve(lines.size());
   for (auto &[called, line] : lines) {
     changes.push_back(std::move(line));
   }
