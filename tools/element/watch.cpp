@@ -134,8 +134,12 @@ class watcher {
 
   // Whether the command has applied something else than what is in force: the commit of that has
   // failed, or another process has decided otherwise. A process that starts finds the element with
-  // what is in force, unless the command is to have that first.
+  // what is in force, unless the command is to have that first. In dev mode nothing comes into
+  // force.
   [[nodiscard]] bool is_astray() {
+    if (element_.c_handle()->dev_mode != 0) {
+      return false;
+    }
     if (!applied_ && !options_.apply_cached_at_start) {
       remember_applied(ZOT_SLOT_CURRENT);
     }
@@ -213,7 +217,9 @@ class watcher {
     if (whole.result().is_error()) {
       throw std::runtime_error(whole.result().text());
     }
-    return apply(whole, changes_to(whole), from);
+    std::vector<change_line> changes = changes_to(whole);
+    std::erase_if(changes, [](const change_line &line) { return line.what == change::unchanged; });
+    return apply(whole, changes, from);
   }
 
   // How the command ended; nothing when a signal to stop came before.
