@@ -253,7 +253,7 @@ class WatchChanges : public Watch {
 
 // Another process committed one and rolled back the next, which is published still.
 TEST_F(WatchChanges, AreThoseToWhatAnotherProcessCommitted) {
-  const auto running = watch_changes("true", {"--every", "300ms"});
+  const auto running = watch_changes("true", {"--every", "1500ms"});
   running->wait_for(committed);
   running->send(SIGSTOP);
   publish_changes();
@@ -264,7 +264,7 @@ TEST_F(WatchChanges, AreThoseToWhatAnotherProcessCommitted) {
   running->send(SIGCONT);
   running->wait_for("configuration in force handed to CMD: ");
   running->wait_for("same as rolled back\n");
-  wait_for_gets(2);
+  wait_for_gets(1);
   EXPECT_EQ(given(), (std::vector<std::string>{"added Wlan/a; added Zone/z; ",
                                                "added Ap/x; modified Wlan/a; deleted Zone/z; "}));
 }
