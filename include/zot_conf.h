@@ -125,7 +125,7 @@ enum {
 /** Cache slots of a handle. */
 enum {
   ZOT_SLOT_CURRENT = 0,   /**< the configuration in force */
-  ZOT_SLOT_LAST = 1,      /**< the one before it */
+  ZOT_SLOT_LAST = 1,      /**< the one before it; after a get without update, that one itself */
   ZOT_SLOT_TMP = 2,       /**< fetched, neither committed nor rolled back */
   ZOT_SLOT_CORRUPTED = 3, /**< rolled back */
   ZOT_SLOT_COUNT = 4      /**< number of slots */
@@ -135,7 +135,7 @@ enum {
 enum {
   ZOT_K_NEW = 0,     /**< the fetched one */
   ZOT_K_CURRENT = 1, /**< the one in force */
-  ZOT_K_LAST = 2     /**< the one before it */
+  ZOT_K_LAST = 2     /**< the one before it; after a get without update, that one itself */
 };
 
 /** Cycle state bits (zot_core_stat::state). */
@@ -687,7 +687,7 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
  *  - #ZOT_ERR_GENERIC: no room; nothing has changed, and the text has the sizes.
  *  - #ZOT_ERR_GENERIC, #ZOT_ERR_NOMEM, #ZOT_ERR_CORRUPTED, #ZOT_ERR_NO_FILE, or the status of an
  *    adapter's own commit: a file operation failed. The new configuration is current in memory;
- *    call again in the same cycle to go on at the operation that failed. Instead, zot_conf_get()
+ *    call again in the same cycle to bring all of it once more. Instead, zot_conf_get()
  *    finishes or undoes the commit, zot_conf_roll_back() undoes it, and so does another process.
  */
 int zot_conf_commit(zot_ctx *handle);

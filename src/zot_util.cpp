@@ -3,9 +3,9 @@
 
 #include "zot_err.hpp"
 #include "zot_log.hpp"
-#include "zot_priv/cycle/finish.hpp"
+#include "zot_priv/cycle/doubts.hpp"
 #include "zot_priv/cycle/recovery.hpp"
-#include "zot_priv/cycle/start_up.hpp"
+#include "zot_priv/cycle/verdict.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/undo.hpp"

@@ -2,7 +2,7 @@
 #include "zot_priv/cycle/marks.hpp"
 
 #include "zot_err.hpp"
-#include "zot_priv/cycle/finish.hpp"
+#include "zot_priv/cycle/verdict.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/undo.hpp"
 

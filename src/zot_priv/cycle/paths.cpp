@@ -9,9 +9,9 @@
 #include "utilities/shell_word.hpp"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/cycle/doubts.hpp"
 #include "zot_priv/cycle/paths.hpp"
 #include "zot_priv/cycle/recovery.hpp"
-#include "zot_priv/cycle/start_up.hpp"
 
 namespace {
 

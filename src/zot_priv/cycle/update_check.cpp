@@ -7,9 +7,10 @@
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
-#include "zot_priv/cycle/finish.hpp"
+#include "zot_priv/cycle/doubts.hpp"
 #include "zot_priv/cycle/marks.hpp"
 #include "zot_priv/cycle/start_up.hpp"
+#include "zot_priv/cycle/verdict.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
@@ -118,7 +119,7 @@ int settle_same(zot_ctx *handle, const char *func) {
 
 // What was in force for this handle is published, but another process has committed something else
 // since: then the published one is news for the cache.
-bool is_news_for_cache(zot_ctx *handle, int fetched) {
+bool took_changed_cache(zot_ctx *handle, int fetched) {
   return fetched == ZOT_NO_UPDATE && zot::reload_changed_cache(*handle);
 }
 
@@ -141,7 +142,7 @@ int zot_priv_chk_update(zot_ctx *handle) {
   }
 
   int fetched = zot_priv_update_tmp_k(handle, new_k.get());
-  if (is_news_for_cache(handle, fetched)) {
+  if (took_changed_cache(handle, fetched)) {
     zot::drop_k_contents(new_k.get());
     new_k->meta = {};
     fetched = zot_priv_update_tmp_k(handle, new_k.get());
@@ -157,6 +158,7 @@ int zot_priv_chk_update(zot_ctx *handle) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_TMP, nullptr);
   zot_k *const tmp_k = new_k.release();
   zot_priv_set_k(handle, ZOT_SLOT_TMP, tmp_k);
+  // This loads the last K too, which settle_same() compares.
   zot_priv_init_load_ret_gpb_list(handle);
   if (is_rolled_back) {
     set_cycle_state(handle, ZOT_CYCLE_SAME_K);

@@ -80,8 +80,8 @@ bool is_newer(const struct stat &st, const zot_file_id &get) {
          (seconds == get.seconds && static_cast<uint64_t>(st.st_ctim.tv_nsec) >= get.nanoseconds);
 }
 
-// The same for the files that somebody has touched since their get. Whether all are there has been
-// looked at.
+// Whether the files in the scratch folder that somebody has touched since their get hold the
+// verified bytes still. Whether all are there has been looked at.
 bool hold_all_touched(const zot_ctx &handle, const zot_list *gpbs) {
   const zot::descriptor folder = zot::directory_walk::open_root(handle.tmp_gpb_root);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
@@ -128,7 +128,8 @@ uint64_t verdicts_now(const zot_ctx &handle) {
 namespace zot {
 
 bool remember_get(zot_ctx &handle) {
-  renew_fetched_id(handle);
+  // Its time has to be later than that of every file that came.
+  touch_fetched(handle);
   handle.own.fetched = fetched_now(handle);
   handle.own.verdicts = verdicts_now(handle);
   return replace(handle.own.conf_root, handle.conf_root) &&
@@ -197,7 +198,7 @@ const char *path_outside(const zot_list *gpbs) {
   return nullptr;
 }
 
-void renew_fetched_id(const zot_ctx &handle) {
+void touch_fetched(const zot_ctx &handle) {
   ::utimensat(AT_FDCWD, joined_path(handle.tmp_root, checksum_name).c_str(), nullptr,
               AT_SYMLINK_NOFOLLOW);
 }

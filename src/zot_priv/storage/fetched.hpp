@@ -21,7 +21,7 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k);
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 // Whether the persistent directory has a configuration as the one in force, whole, whoever
-// committed it.
+// committed it; without a list, whether it has its K.
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 // Whether the persistent directory has a configuration as the one that was rolled back.
@@ -41,8 +41,7 @@ bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs);
 // when none has. Such a file may be fetched, but not committed.
 const char *path_outside(const zot_list *gpbs);
 
-// Lets whoever has fetched a configuration compare its files before it commits them: some of them
-// may go.
-void renew_fetched_id(const zot_ctx &handle);
+// Makes every earlier get compare its files before it commits them: some of them may go.
+void touch_fetched(const zot_ctx &handle);
 
 }  // namespace zot

@@ -186,7 +186,7 @@ void prune(int directory, const kept_files &listed, int depth) {
 }
 
 void prune_gpb_directory(const zot_ctx &handle, int scratch, const kept_files &listed) {
-  zot::renew_fetched_id(handle);
+  zot::touch_fetched(handle);
   if (const zot::descriptor directory = open_directory(scratch, gpb_directory);
       directory.is_open()) {
     prune(directory.get(), listed, 0);

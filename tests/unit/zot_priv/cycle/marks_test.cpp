@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "finish_fixture.hpp"
 #include "gpb_entries.hpp"
+#include "verdict_fixture.hpp"
 
 namespace {
 using namespace zot::test;
@@ -18,7 +18,7 @@ const texts in_force = {"/Wlan/guest/1=2", "/Zone/hq/1=2", "/Radio/r5/3=2"};
 const texts waiting = {"/Wlan/guest/2=16", "/Wlan/staff/1=8", "/Zone/hq/1=4", "/Radio/r5/3=2"};
 
 // The second configuration waits for its verdict while the first one is in force.
-class Marks : public Finish {
+class Marks : public WaitingForVerdict {
  protected:
   int settle() { return zot::settle_marks(*e.handle()); }
   [[nodiscard]] texts marks() const { return marked_paths(e.handle()->ret.list); }

@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <string>
 
-#include "finish_fixture.hpp"
 #include "utilities/owner.hpp"
+#include "verdict_fixture.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -19,7 +19,7 @@ constexpr const char *told =
     "A commit was interrupted: the configuration before it is in force again\n";
 constexpr std::uint32_t topics = ZOT_TOPIC_K | ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 
-class Recovery : public Finish {
+class Recovery : public WaitingForVerdict {
  protected:
   // The files of the new configuration are missing, so its commit fails half-way.
   void interrupt_commit() {

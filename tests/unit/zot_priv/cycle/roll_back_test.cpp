@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "finish_fixture.hpp"
 #include "gpb_entries.hpp"
+#include "verdict_fixture.hpp"
 
 namespace {
 using namespace zot::test;
@@ -16,7 +16,7 @@ using texts = std::vector<std::string>;
 
 constexpr const char *roll_back = "zot_priv_commit_fail_k";
 
-class RollBack : public Finish {
+class RollBack : public WaitingForVerdict {
  protected:
   // Lets a configuration be last, as two earlier commits leave it.
   void have_last() {

@@ -108,7 +108,7 @@ TEST_F(Fetched, IsNotWholeWithTheChecksumOfAnotherK) {
 
 TEST_F(Fetched, IsComparedWhenFilesMayHaveGone) {
   write_bytes(scratch("config/Wlan/staff/1"), "Staff one");
-  zot::renew_fetched_id(*e.handle());
+  zot::touch_fetched(*e.handle());
   EXPECT_FALSE(is_set_as_fetched());
 }
 

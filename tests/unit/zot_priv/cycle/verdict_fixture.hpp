@@ -15,7 +15,7 @@ namespace zot::test {
 inline constexpr const char *already_done = "No need to run because commit or roll-back has done\n";
 
 // The second configuration waits for its verdict while the first one is in force.
-class Finish : public testing::Test {
+class WaitingForVerdict : public testing::Test {
  protected:
   void SetUp() override {
     install_current(e, first_configuration());

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A new configuration waits for its verdict: a commit or a roll-back.
 #pragma once
 
 #include "zot_conf.h"
@@ -14,10 +15,5 @@ bool is_overtaken(const zot_ctx &handle);
 
 // Records that the scratch directory is not as the get has left it.
 int refuse_changed(zot_ctx *handle, const char *func);
-
-// Before anything else is asked for: finishes a commit of this handle that failed, as the client
-// wanted, so that nothing is downloaded that is there. A commit that fails once more is undone, in
-// memory too. ZOT_OK, or the status of a cache that cannot be had.
-int settle_failed_commit(zot_ctx &handle);
 
 }  // namespace zot

@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// The end of a cycle: the new configuration is committed.
-#include "zot_priv/cycle/finish.hpp"
+// The end of a cycle: the new configuration is brought into force.
+#include "zot_priv/cycle/commit.hpp"
 
 #include <cerrno>
 #include <cstring>
 
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/cycle/doubts.hpp"
 #include "zot_priv/cycle/paths.hpp"
 #include "zot_priv/cycle/recovery.hpp"
-#include "zot_priv/cycle/start_up.hpp"
+#include "zot_priv/cycle/verdict.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
@@ -121,9 +122,9 @@ int adopt(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
 int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
   // Of a commit that was undone after its K had been read back; or of a get that had no memory for
   // it.
-  const bool is_of_scratch =
+  const bool needs_scratch_root =
       tmp_k->root == nullptr || std::strcmp(tmp_k->root, handle->conf_root) == 0;
-  if (is_of_scratch && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
+  if (needs_scratch_root && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
     return ZOT_RECORD_NO_MEMORY_AT(handle, operation);
   }
   return zot::begin_undo(*handle, gpbs) ? ZOT_OK
@@ -265,22 +266,6 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
 
 }  // namespace
 
-bool zot::waits_for_verdict(const zot_ctx &handle) {
-  return (handle.stat.state & (done | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
-}
-
-int zot::refuse_changed(zot_ctx *handle, const char *func) {
-  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
-                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
-}
-
-bool zot::is_overtaken(const zot_ctx &handle) {
-  const zot_k *const fetched = handle.slot[ZOT_SLOT_TMP].k;
-  return handle.dev_mode == 0 && !are_verdicts_as_fetched(handle) &&
-         (fetched == nullptr || is_refused(handle, *fetched) ||
-          !is_in_force(handle, *fetched, nullptr));
-}
-
 int zot::settle_failed_commit(zot_ctx &handle) {
   if (handle.own.commit_begun == 0 || !waits_for_verdict(handle)) {
     return ZOT_OK;
@@ -311,22 +296,6 @@ int zot::settle_failed_commit(zot_ctx &handle) {
   }
   handle.stat.state = 0;
   return ZOT_OK;
-}
-
-void zot_done_commit(zot_ctx *handle) {
-  if (handle == nullptr) {
-    return;
-  }
-  handle->stat.state = (handle->stat.state & ~done) | ZOT_CYCLE_DONE_COMMIT;
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit configuration: Done\n");
-}
-
-void zot_done_roll_back(zot_ctx *handle) {
-  if (handle == nullptr) {
-    return;
-  }
-  handle->stat.state = (handle->stat.state & ~done) | ZOT_CYCLE_DONE_ROLL_BACK;
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit corrupted K files: Done\n");
 }
 
 int zot_priv_commit_conf(zot_ctx *handle) {

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zot_priv/cycle/verdict.hpp"
+
+#include "zot_err.hpp"
+#include "zot_log.hpp"
+#include "zot_priv/storage/fetched.hpp"
+
+namespace {
+
+constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
+constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
+
+}  // namespace
+
+bool zot::waits_for_verdict(const zot_ctx &handle) {
+  return (handle.stat.state & (done | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
+}
+
+int zot::refuse_changed(zot_ctx *handle, const char *func) {
+  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
+}
+
+bool zot::is_overtaken(const zot_ctx &handle) {
+  const zot_k *const fetched = handle.slot[ZOT_SLOT_TMP].k;
+  return handle.dev_mode == 0 && !are_verdicts_as_fetched(handle) &&
+         (fetched == nullptr || is_refused(handle, *fetched) ||
+          !is_in_force(handle, *fetched, nullptr));
+}
+
+void zot_done_commit(zot_ctx *handle) {
+  if (handle == nullptr) {
+    return;
+  }
+  handle->stat.state = (handle->stat.state & ~done) | ZOT_CYCLE_DONE_COMMIT;
+  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit configuration: Done\n");
+}
+
+void zot_done_roll_back(zot_ctx *handle) {
+  if (handle == nullptr) {
+    return;
+  }
+  handle->stat.state = (handle->stat.state & ~done) | ZOT_CYCLE_DONE_ROLL_BACK;
+  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit corrupted K files: Done\n");
+}
