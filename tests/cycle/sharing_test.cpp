@@ -208,6 +208,58 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedWhereItLiesDamaged) {
   EXPECT_EQ(get_of(first_configuration()).status, ZOT_ERR_SAME_AS_CORRUPTED);
 }
 
+// A folder in its place stands for a file that cannot be read.
+class SharingWithAnUnreadableFile : public Sharing {
+ protected:
+  void SetUp() override { bring_to(first_configuration()); }
+  void hide(const std::string &name) {
+    hidden_ = knowledge_of(e) + "/" + name;
+    fs::rename(hidden_, hidden_ + ".aside");
+    fs::create_directory(hidden_);
+  }
+  void show() {
+    fs::remove(hidden_);
+    fs::rename(hidden_ + ".aside", hidden_);
+  }
+
+ private:
+  std::string hidden_;
+};
+
+TEST_F(SharingWithAnUnreadableFile, ACommitTakesNoRefusalForNone) {
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  let_other_roll_back();
+  hide("corrupted.checksum");
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  show();
+  EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+}
+
+TEST_F(SharingWithAnUnreadableFile, WhatAGetTookForNewIsNotCommitted) {
+  remote.publish(second_configuration());
+  let_other_roll_back();
+  hide("corrupted.checksum");
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  show();
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
+TEST_F(SharingWithAnUnreadableFile, ARollBackDoesNotTakeWhatIsInForceForAnother) {
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  hide("subsys.checksum");
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_GENERIC);
+  EXPECT_EQ(e.error_text(),
+            "[zot_priv_commit_fail_k]: fail to read " + e.conf_root() + ": Is a directory");
+  EXPECT_FALSE(exists(knowledge_of(e) + "/corrupted.k"));
+  show();
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
 // The persistent directory remembers one refusal, which goes with the next commit.
 TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
   bring_to(first_configuration());

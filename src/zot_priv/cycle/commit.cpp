@@ -33,11 +33,6 @@ bool is_same_k(const zot_k *a, const zot_k *b) {
   return a == b || zot_priv_cmp_k(a, b) == 0;
 }
 
-int record_failure(zot_ctx *handle, long line, const char *what) {
-  return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, operation, line, "[%s]: fail to %s %s: %s",
-                       operation, what, handle->conf_root, std::strerror(errno));
-}
-
 // Before anything changes.
 int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
   if (zot::is_overtaken(*handle)) {
@@ -72,7 +67,7 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
   if (!is_known) {
     // The next get takes it from the cache.
     zot::mark_outdated(*handle);
-    return record_failure(handle, __LINE__, "keep the files of");
+    return zot::record_failure(handle, operation, __LINE__, "keep the files of");
   }
   ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_WARN, gpb_file_topics,
              "%sNo room for the new files beside the old ones, which go first: a power cut would "
@@ -127,8 +122,9 @@ int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
   if (needs_scratch_root && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
     return ZOT_RECORD_NO_MEMORY_AT(handle, operation);
   }
-  return zot::begin_undo(*handle, gpbs) ? ZOT_OK
-                                        : record_failure(handle, __LINE__, "keep the files of");
+  return zot::begin_undo(*handle, gpbs)
+             ? ZOT_OK
+             : zot::record_failure(handle, operation, __LINE__, "keep the files of");
 }
 
 // After a copy: its source may be that of somebody who has made the scratch directory anew.
@@ -167,7 +163,7 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
 }
 
 int sync(zot_ctx *handle, const zot::cache_media &media) {
-  return media.sync() ? ZOT_OK : record_failure(handle, __LINE__, "sync");
+  return media.sync() ? ZOT_OK : zot::record_failure(handle, operation, __LINE__, "sync");
 }
 
 // The new files have to be on the medium before the old ones are given up.
@@ -176,7 +172,7 @@ int store_on_medium(zot_ctx *handle, const zot::cache_media &media) {
     return status;
   }
   if (!zot::retire_undo(*handle)) {
-    return record_failure(handle, __LINE__, "end the commit in");
+    return zot::record_failure(handle, operation, __LINE__, "end the commit in");
   }
   zot::remove_undo_leftovers(*handle);
   return ZOT_OK;
@@ -190,7 +186,7 @@ int put_back_unprotected(zot_ctx *handle, int status) {
   }
   return zot::put_back(*handle, zot_priv_get_gpb(handle, ZOT_SLOT_LAST))
              ? status
-             : record_failure(handle, __LINE__, "restore");
+             : zot::record_failure(handle, operation, __LINE__, "restore");
 }
 
 // Brings the files of the cache after what memory already holds. All of them once more after a
@@ -231,7 +227,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   }
   // What an interrupted commit has left would count as taken.
   if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
-    return record_failure(handle, __LINE__, "restore");
+    return zot::record_failure(handle, operation, __LINE__, "restore");
   }
   if (is_committed_by_other(*handle, *tmp_k, tmp_gpbs)) {
     // That one may have been killed before it was on the medium.
@@ -288,7 +284,7 @@ int zot::settle_failed_commit(zot_ctx &handle) {
     return status;
   }
   if (!undo_failed_commit(handle)) {
-    record_failure(&handle, __LINE__, "restore");
+    record_failure(&handle, operation, __LINE__, "restore");
   }
   if (handle.slot[ZOT_SLOT_CURRENT].k == nullptr) {
     // Another process may have committed its first configuration meanwhile.

@@ -73,7 +73,8 @@ void zot::forget_changed_refusal(zot_ctx &handle) {
   const errno_keeper keep_errno;
   const zot_k *const refused = handle.slot[ZOT_SLOT_CORRUPTED].k;
   const bool is_other = names_other_k(handle, "/knowledge/corrupted.checksum", refused);
-  const bool is_gone = errno == ENOENT && refused != nullptr;
+  // What cannot be read is looked for once more, unless that would forget a refusal.
+  const bool is_gone = refused != nullptr ? errno == ENOENT : errno != 0 && errno != ENOENT;
   if ((is_other || is_gone) && handle.dev_mode == 0 && !has_undo(handle)) {
     zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CORRUPTED, nullptr);
     handle.load_flags &= ~uint32_t{ZOT_LOADED_FAIL_K};

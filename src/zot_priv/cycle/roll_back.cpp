@@ -31,8 +31,7 @@ int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
     return zot::refuse_changed(handle, func);
   }
   if (!zot::undo_failed_commit(*handle)) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to restore %s: %s",
-                         func, handle->conf_root, std::strerror(errno));
+    return zot::record_failure(handle, func, __LINE__, "restore");
   }
   if (tmp_k != nullptr &&
       zot::is_in_force(*handle, *tmp_k, zot_priv_get_gpb(handle, ZOT_SLOT_TMP))) {
@@ -40,6 +39,9 @@ int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
     zot::mark_outdated(*handle);
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
                          "[%s]: this is in force already in %s", func, handle->conf_root);
+  }
+  if (tmp_k != nullptr && errno != 0 && errno != ENOENT) {
+    return zot::record_failure(handle, func, __LINE__, "read");
   }
   return ZOT_OK;
 }
@@ -95,8 +97,7 @@ int store_corrupted_files(zot_ctx *handle, const char *func) {
     return zot::refuse_changed(handle, func);
   }
   if (!media.sync()) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to sync %s: %s", func,
-                         handle->conf_root, std::strerror(errno));
+    return zot::record_failure(handle, func, __LINE__, "sync");
   }
   return ZOT_OK;
 }

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zot_priv/cycle/verdict.hpp"
 
+#include <cerrno>
+#include <cstring>
+
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/storage/fetched.hpp"
@@ -14,6 +17,11 @@ constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
 bool zot::waits_for_verdict(const zot_ctx &handle) {
   return (handle.stat.state & (done | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
+}
+
+int zot::record_failure(zot_ctx *handle, const char *func, long line, const char *what) {
+  return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, line, "[%s]: fail to %s %s: %s", func, what,
+                       handle->conf_root, std::strerror(errno));
 }
 
 int zot::refuse_changed(zot_ctx *handle, const char *func) {

@@ -13,6 +13,9 @@ bool waits_for_verdict(const zot_ctx &handle);
 // back, by whatever process. That the same one was committed changes nothing.
 bool is_overtaken(const zot_ctx &handle);
 
+// Records what failed with the persistent directory, and why errno says.
+int record_failure(zot_ctx *handle, const char *func, long line, const char *what);
+
 // Records that the scratch directory is not as the get has left it.
 int refuse_changed(zot_ctx *handle, const char *func);
 

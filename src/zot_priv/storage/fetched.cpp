@@ -109,12 +109,14 @@ bool announces(const char *path, const zot_k &k) {
          std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0;
 }
 
-// The beginning of a checksum; 0 when there is none.
+// The beginning of a checksum, or why there is none: one that cannot be read is another one.
 uint64_t checksum_number(const zot_ctx &handle, const char *name) {
   constexpr size_t digits = 16;
   char line[digits + 1] = "";
-  read_line(zot::joined_path(handle.conf_k_root, name).c_str(), line, digits);
-  return std::strtoull(line, nullptr, 16);
+  errno = 0;
+  const bool is_read =
+      read_line(zot::joined_path(handle.conf_k_root, name).c_str(), line, digits) != nullptr;
+  return is_read ? std::strtoull(line, nullptr, 16) : static_cast<uint64_t>(errno);
 }
 
 // The two change their places in the sum, as a K may be in one of them and then in the other.
@@ -154,9 +156,10 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
 }
 
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
+  errno = 0;
   // An adapter may keep its files elsewhere.
-  return holds(AT_FDCWD, joined_path(handle.conf_k_root, k_name).c_str(), k.data, k.data_len) &&
-         announces(joined_path(handle.conf_k_root, checksum_name).c_str(), k) &&
+  return announces(joined_path(handle.conf_k_root, checksum_name).c_str(), k) &&
+         holds(AT_FDCWD, joined_path(handle.conf_k_root, k_name).c_str(), k.data, k.data_len) &&
          (handle.fns.commit_gpb != nullptr ||
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
@@ -210,7 +213,7 @@ bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gp
       !are_files_in(handle.tmp_gpb_root, gpbs)) {
     return false;
   }
-  if (!is_known(fetched_now(handle))) {
+  if (is_absent(joined_path(handle.tmp_root, checksum_name).c_str())) {
     // Without it the K files fail to be copied, and nothing of the set is taken.
     return true;
   }
