@@ -109,14 +109,16 @@ bool announces(const char *path, const zot_k &k) {
          std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0;
 }
 
-// The beginning of a checksum, or why there is none: one that cannot be read is another one.
+// The beginning of a checksum, or why it cannot be read; 0 when there is none.
 uint64_t checksum_number(const zot_ctx &handle, const char *name) {
   constexpr size_t digits = 16;
   char line[digits + 1] = "";
   errno = 0;
-  const bool is_read =
-      read_line(zot::joined_path(handle.conf_k_root, name).c_str(), line, digits) != nullptr;
-  return is_read ? std::strtoull(line, nullptr, 16) : static_cast<uint64_t>(errno);
+  const zot::joined_path path(handle.conf_k_root, name);
+  if (read_line(path.c_str(), line, digits) == nullptr && errno != ENOENT) {
+    return static_cast<uint32_t>(errno);
+  }
+  return std::strtoull(line, nullptr, 16);
 }
 
 // The two change their places in the sum, as a K may be in one of them and then in the other.
