@@ -246,20 +246,6 @@ TEST_F(SharingWithAnUnreadableFile, WhatAGetTookForNewIsNotCommitted) {
   EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
 }
 
-TEST_F(SharingWithAnUnreadableFile, ARollBackDoesNotTakeWhatIsInForceForAnother) {
-  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
-  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
-  hide("subsys.checksum");
-  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_GENERIC);
-  EXPECT_EQ(e.error_text(),
-            "[zot_priv_commit_fail_k]: fail to read " + e.conf_root() + ": Is a directory");
-  EXPECT_FALSE(exists(knowledge_of(e) + "/corrupted.k"));
-  show();
-  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
-  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
-}
-
 // The persistent directory remembers one refusal, which goes with the next commit.
 TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
   bring_to(first_configuration());

@@ -158,7 +158,6 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
 }
 
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
-  errno = 0;
   // An adapter may keep its files elsewhere.
   return announces(joined_path(handle.conf_k_root, checksum_name).c_str(), k) &&
          holds(AT_FDCWD, joined_path(handle.conf_k_root, k_name).c_str(), k.data, k.data_len) &&
