@@ -22,7 +22,6 @@
 namespace {
 
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
-constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
 constexpr uint32_t k_and_gpb_topics = ZOT_TOPIC_K | ZOT_TOPIC_GPB;
 constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
