@@ -134,7 +134,8 @@ int rm_rf(const char *path) {
       return -1;
     }
   }
-  char command[sizeof "exec" + ZOT_PATH_SIZE];
+  // In place of the shell, so that it ends with it. What fits is what fits without that word.
+  char command[sizeof "exec " - 1 + ZOT_PATH_SIZE];
   const int length = std::snprintf(command, sizeof command, "exec rm -rf  %s", path);
   // A command that does not fit would remove something else.
   if (length < 0 || static_cast<size_t>(length) >= sizeof command) {

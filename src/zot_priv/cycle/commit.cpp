@@ -24,7 +24,6 @@ namespace {
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 constexpr uint32_t k_and_gpb_topics = ZOT_TOPIC_K | ZOT_TOPIC_GPB;
 constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
-constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
 constexpr const char *operation = "zot_priv_commit_conf";
 
@@ -302,7 +301,7 @@ int zot_priv_commit_conf(zot_ctx *handle) {
     return ZOT_RECORD(handle, ZOT_OK);
   }
   const uint32_t state = handle->stat.state;
-  if ((state & done) != 0) {
+  if ((state & zot::verdict_given) != 0) {
     return ZOT_RECORD(handle, ZOT_OK, "No need to run because commit or roll-back has done\n");
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_and_gpb_topics, "%sStart to commit configuration\n");

@@ -22,7 +22,6 @@
 namespace {
 
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
-constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
 // Undoes a commit of the fetched K that failed. One that another process has committed cannot be
 // rolled back any more.
@@ -128,7 +127,7 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
     return ZOT_RECORD(handle, ZOT_OK);
   }
   const uint32_t state = handle->stat.state;
-  if ((state & done) != 0) {
+  if ((state & zot::verdict_given) != 0) {
     return ZOT_RECORD(handle, ZOT_OK, "No need to run because commit or roll-back has done\n");
   }
   if ((state & ZOT_CYCLE_SAME_K) != 0) {

@@ -2,12 +2,7 @@
 // What a restarted process finds in the cache, loaded once and only when it is asked for.
 #include "zot_priv/cycle/start_up.hpp"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 #include "utilities/owner.hpp"
-#include "utilities/path.hpp"
 #include "zot_assert.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"

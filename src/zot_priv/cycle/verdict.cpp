@@ -11,12 +11,11 @@
 namespace {
 
 constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
-constexpr uint32_t done = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
 }  // namespace
 
 bool zot::waits_for_verdict(const zot_ctx &handle) {
-  return (handle.stat.state & (done | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
+  return (handle.stat.state & (verdict_given | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
 }
 
 int zot::record_failure(zot_ctx *handle, const char *func, long line, const char *what) {
@@ -40,7 +39,7 @@ void zot_done_commit(zot_ctx *handle) {
   if (handle == nullptr) {
     return;
   }
-  handle->stat.state = (handle->stat.state & ~done) | ZOT_CYCLE_DONE_COMMIT;
+  handle->stat.state = (handle->stat.state & ~zot::verdict_given) | ZOT_CYCLE_DONE_COMMIT;
   ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit configuration: Done\n");
 }
 
@@ -48,6 +47,6 @@ void zot_done_roll_back(zot_ctx *handle) {
   if (handle == nullptr) {
     return;
   }
-  handle->stat.state = (handle->stat.state & ~done) | ZOT_CYCLE_DONE_ROLL_BACK;
+  handle->stat.state = (handle->stat.state & ~zot::verdict_given) | ZOT_CYCLE_DONE_ROLL_BACK;
   ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit corrupted K files: Done\n");
 }

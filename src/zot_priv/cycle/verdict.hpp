@@ -6,6 +6,8 @@
 
 namespace zot {
 
+inline constexpr uint32_t verdict_given = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
+
 // Whether the last get brought a configuration that is neither committed nor rolled back.
 bool waits_for_verdict(const zot_ctx &handle);
 

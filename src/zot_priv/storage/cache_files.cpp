@@ -157,7 +157,7 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
   if (command == nullptr) {
     return ZOT_RECORD_NO_MEMORY(handle);
   }
-  const char *const shown = command.get() + sizeof "exec";
+  const char *const shown = command.get() + std::strlen("exec ");
   int exit_code = -1;
   const int status =
       zot::run_shown_as(handle, command.get(), shown, &exit_code, __func__, __LINE__);

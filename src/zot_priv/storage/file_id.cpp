@@ -20,8 +20,4 @@ bool is_same_file(const zot_file_id &a, const zot_file_id &b) {
          a.nanoseconds == b.nanoseconds;
 }
 
-bool is_known(const zot_file_id &id) {
-  return id.inode != 0;
-}
-
 }  // namespace zot

@@ -10,7 +10,4 @@ zot_file_id file_id_at(int directory, const char *name);
 
 bool is_same_file(const zot_file_id &a, const zot_file_id &b);
 
-// Whether the identity is that of a file.
-bool is_known(const zot_file_id &id);
-
 }  // namespace zot
