@@ -147,12 +147,10 @@ bool model::is_stored(const known_k &wanted) const {
 model::verdicts model::verdicts_now() const {
   const auto number_of = [this](const std::string &name) {
     const auto found = cache_.held.find("knowledge/" + name + ".checksum");
-    if (found == cache_.held.end()) {
-      return 0ULL;
-    }
-    // One that is empty counts as one that cannot be read.
-    return found->second.empty() ? 1ULL
-                                 : std::strtoull(found->second.substr(0, 16).c_str(), nullptr, 16);
+    // One that is empty counts as none.
+    return found == cache_.held.end()
+               ? 0ULL
+               : std::strtoull(found->second.substr(0, 16).c_str(), nullptr, 16);
   };
   return {number_of("subsys"), number_of("corrupted")};
 }
