@@ -31,42 +31,6 @@ int write_stderr(const char *text) {
   return 0;
 }
 
-// A sink may rely on the log context and on its control.
-using sink = int (*)(zot_log_ctx *log_ctx, const zot_log_site &site, const char *text);
-
-int to_syslog(zot_log_ctx *, const zot_log_site &site, const char *text) {
-  return zot_log_dst_syslog(site.level, text);
-}
-
-int to_stdout(zot_log_ctx *, const zot_log_site &, const char *text) {
-  std::fputs(text, stdout);
-  return 0;
-}
-
-int to_stderr(zot_log_ctx *, const zot_log_site &, const char *text) {
-  return write_stderr(text);
-}
-
-int to_stream(zot_log_ctx *log_ctx, const zot_log_site &, const char *text) {
-  FILE *const stream = log_ctx->ctl->fp;
-  return stream != nullptr ? zot_log_dst_fp(stream, text) : write_stderr(text);
-}
-
-int to_path(zot_log_ctx *log_ctx, const zot_log_site &, const char *text) {
-  const char *const path = log_ctx->ctl->path;
-  return path != nullptr ? zot_log_dst_path(log_ctx, path, text) : write_stderr(text);
-}
-
-int to_callback(zot_log_ctx *log_ctx, const zot_log_site &, const char *text) {
-  const zot_log_ctl &ctl = *log_ctx->ctl;
-  return ctl.cb != nullptr ? zot_log_dst_cb_func(log_ctx, ctl.cb, ctl.cb_arg, text)
-                           : write_stderr(text);
-}
-
-// In the order of ZOT_LOG_DST_SYSLOG to ZOT_LOG_DST_CB_FUNC.
-constexpr std::array<sink, 6> sinks{to_syslog, to_stdout, to_stderr,
-                                    to_stream, to_path,   to_callback};
-
 }  // namespace
 
 int zot_log_dst_syslog(uint32_t level, const char *text) {
@@ -128,12 +92,26 @@ int zot_log_deliver(zot_log_ctx *log_ctx, const zot_log_site &site, const char *
     std::fputs("[ERROR]: Null zot_log_ctl Input.\n", stderr);
     return -1;
   }
-  const uint32_t dst = log_ctx->ctl->dst;
-  if (dst >= sinks.size()) {
-    std::fprintf(stderr, "[ERROR]: unknon ZOT_LOG_DST enum: %u\n", dst);
-    return 0;
+  const zot_log_ctl &ctl = *log_ctx->ctl;
+  switch (ctl.dst) {
+    case ZOT_LOG_DST_SYSLOG:
+      return zot_log_dst_syslog(site.level, text);
+    case ZOT_LOG_DST_STDOUT:
+      std::fputs(text, stdout);
+      return 0;
+    case ZOT_LOG_DST_STDERR:
+      return write_stderr(text);
+    case ZOT_LOG_DST_FP:
+      return ctl.fp != nullptr ? zot_log_dst_fp(ctl.fp, text) : write_stderr(text);
+    case ZOT_LOG_DST_PATH:
+      return ctl.path != nullptr ? zot_log_dst_path(log_ctx, ctl.path, text) : write_stderr(text);
+    case ZOT_LOG_DST_CB_FUNC:
+      return ctl.cb != nullptr ? zot_log_dst_cb_func(log_ctx, ctl.cb, ctl.cb_arg, text)
+                               : write_stderr(text);
+    default:
+      std::fprintf(stderr, "[ERROR]: unknon ZOT_LOG_DST enum: %u\n", ctl.dst);
+      return 0;
   }
-  return sinks[dst](log_ctx, site, text);
 }
 
 namespace {

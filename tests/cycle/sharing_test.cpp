@@ -57,12 +57,15 @@ class Sharing : public testing::Test {
     ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
     ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
   }
+  void let_other_commit() {
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  }
   // With a scratch folder of its own, so that nothing else tells of it.
   void let_other_commit_third() {
     const env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
     remote.publish(third_configuration());
-    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+    let_other_commit();
   }
   void expect_third_in_force() {
     const returned_list got = e.get(cached);
@@ -213,9 +216,10 @@ class SharingWithAnUnreadableFile : public Sharing {
  protected:
   void SetUp() override { bring_to(first_configuration()); }
   void hide(const std::string &name) {
-    hidden_ = knowledge_of(e) + "/" + name;
+    hidden_ = e.conf_root() + name;
     fs::rename(hidden_, hidden_ + ".aside");
-    fs::create_directory(hidden_);
+    // Nobody can open it.
+    fs::create_symlink(hidden_, hidden_);
   }
   void show() {
     fs::remove(hidden_);
@@ -229,7 +233,7 @@ class SharingWithAnUnreadableFile : public Sharing {
 TEST_F(SharingWithAnUnreadableFile, ACommitTakesNoRefusalForNone) {
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
   let_other_roll_back();
-  hide("corrupted.checksum");
+  hide("knowledge/corrupted.checksum");
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
   show();
   EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
@@ -239,11 +243,43 @@ TEST_F(SharingWithAnUnreadableFile, ACommitTakesNoRefusalForNone) {
 TEST_F(SharingWithAnUnreadableFile, WhatAGetTookForNewIsNotCommitted) {
   remote.publish(second_configuration());
   let_other_roll_back();
-  hide("corrupted.checksum");
+  hide("knowledge/corrupted.checksum");
   ASSERT_EQ(e.get().status, ZOT_OK);
   show();
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+}
+
+TEST_F(SharingWithAnUnreadableFile, ARollBackDoesNotTakeWhatIsInForceForAnother) {
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  let_other_commit();
+  const std::string text = "[zot_priv_commit_fail_k]: fail to read " + e.conf_root() + ": ";
+  for (const std::string name :
+       {"knowledge/subsys.checksum", "knowledge/subsys.k", "config/Wlan/guest/2"}) {
+    SCOPED_TRACE(name);
+    hide(name);
+    EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_GENERIC);
+    EXPECT_TRUE(e.error_text().starts_with(text)) << e.error_text();
+    EXPECT_FALSE(fs::exists(knowledge_of(e) + "/corrupted.checksum"));
+    show();
+  }
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
+TEST_F(SharingWithAnUnreadableFile, ARollBackGoesOnWithoutAnotherVerdict) {
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  hide("knowledge/subsys.k");
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
+  show();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+}
+
+TEST_F(SharingWithAnUnreadableFile, ARollBackGoesOnWhereFilesOfTheOtherAreMissing) {
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  let_other_commit();
+  fs::remove_all(e.conf_root() + "config");
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
 }
 
 // The persistent directory remembers one refusal, which goes with the next commit.
@@ -283,8 +319,7 @@ TEST_F(Sharing, WhatTheOtherCommittedIsNotBroughtOnceMore) {
 TEST_F(Sharing, WhatTheOtherCommittedIsOnTheMediumWhenACommitSaysSo) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
-  ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-  ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+  let_other_commit();
   media().failing_call = 1;
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_GENERIC);
   media().synchronised.clear();

@@ -48,7 +48,7 @@ bool replace(char *&kept, const char *text) {
 
 bool holds(int directory, const char *name, const char *bytes, size_t size) {
   const zot::descriptor fd(::openat(directory, name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  return zot::holds_exactly(fd.get(), bytes, size);
+  return fd.is_open() && zot::holds_exactly(fd.get(), bytes, size);
 }
 
 // Whether a path has a step up, be it to come back.
@@ -66,7 +66,7 @@ bool hold_all(const char *path, const zot_list *gpbs) {
   const zot::descriptor folder = zot::directory_walk::open_root(path);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
     if (zot::verified_of(gpb) != nullptr &&
-        !holds(folder.get(), name_below(gpb), gpb.content, gpb.size)) {
+        (!folder.is_open() || !holds(folder.get(), name_below(gpb), gpb.content, gpb.size))) {
       return false;
     }
   }

@@ -21,7 +21,8 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k);
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 // Whether the persistent directory has a configuration as the one in force, whole, whoever
-// committed it; without a list, whether it has its K.
+// committed it; without a list, whether it has its K. An errno that was 0 tells what could not be
+// read.
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 // Whether the persistent directory has a configuration as the one that was rolled back.
