@@ -243,11 +243,25 @@ TEST_F(SharingWithAnUnreadableFile, ACommitTakesNoRefusalForNone) {
 TEST_F(SharingWithAnUnreadableFile, WhatAGetTookForNewIsNotCommitted) {
   remote.publish(second_configuration());
   let_other_roll_back();
-  hide("knowledge/corrupted.checksum");
+  for (const char *const name : {"knowledge/corrupted.checksum", "knowledge/corrupted.k"}) {
+    SCOPED_TRACE(name);
+    const handle_owner anew = make_other();
+    hide(name);
+    ASSERT_EQ(get(anew.get(), every_change).status, ZOT_OK);
+    show();
+    EXPECT_EQ(zot_conf_commit(anew.get()), ZOT_ERR_CORRUPTED);
+    EXPECT_EQ(get(anew.get(), every_change).status, ZOT_ERR_SAME_AS_CORRUPTED);
+  }
+}
+
+// Its checksum file alone refuses nothing.
+TEST_F(SharingWithAnUnreadableFile, WhatHasLostItsRefusedKIsCommitted) {
+  remote.publish(second_configuration());
+  let_other_roll_back();
+  fs::remove(e.conf_root() + "knowledge/corrupted.k");
   ASSERT_EQ(e.get().status, ZOT_OK);
-  show();
-  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
-  EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
 }
 
 TEST_F(SharingWithAnUnreadableFile, ARollBackDoesNotTakeWhatIsInForceForAnother) {

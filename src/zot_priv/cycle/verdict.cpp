@@ -29,10 +29,19 @@ int zot::refuse_changed(zot_ctx *handle, const char *func) {
 }
 
 bool zot::is_overtaken(const zot_ctx &handle) {
+  if (handle.dev_mode != 0) {
+    return false;
+  }
   const zot_k *const fetched = handle.slot[ZOT_SLOT_TMP].k;
-  return handle.dev_mode == 0 && !are_verdicts_as_fetched(handle) &&
-         (fetched == nullptr || is_refused(handle, *fetched) ||
-          !is_in_force(handle, *fetched, nullptr));
+  const bool is_decided = !are_verdicts_as_fetched(handle);
+  if (fetched == nullptr) {
+    return is_decided;
+  }
+  // A get that could not read what was refused has taken it for new.
+  const bool may_be_refused =
+      is_decided || zot_priv_cmp_k(handle.slot[ZOT_SLOT_CORRUPTED].k, fetched) != 0;
+  return (may_be_refused && is_refused(handle, *fetched)) ||
+         (is_decided && !is_in_force(handle, *fetched, nullptr));
 }
 
 void zot_done_commit(zot_ctx *handle) {

@@ -109,6 +109,12 @@ bool announces(const char *path, const zot_k &k) {
          std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0;
 }
 
+// Whether the persistent directory has a K under these names.
+bool is_stored(const zot_ctx &handle, const char *checksum, const char *name, const zot_k &k) {
+  return announces(zot::joined_path(handle.conf_k_root, checksum).c_str(), k) &&
+         holds(AT_FDCWD, zot::joined_path(handle.conf_k_root, name).c_str(), k.data, k.data_len);
+}
+
 // The beginning of a checksum, or why it cannot be read; 0 when there is none.
 uint64_t checksum_number(const zot_ctx &handle, const char *name) {
   constexpr size_t digits = 16;
@@ -159,14 +165,13 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
 
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   // An adapter may keep its files elsewhere.
-  return announces(joined_path(handle.conf_k_root, checksum_name).c_str(), k) &&
-         holds(AT_FDCWD, joined_path(handle.conf_k_root, k_name).c_str(), k.data, k.data_len) &&
+  return is_stored(handle, checksum_name, k_name, k) &&
          (handle.fns.commit_gpb != nullptr ||
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
 
 bool is_refused(const zot_ctx &handle, const zot_k &k) {
-  return announces(joined_path(handle.conf_k_root, corrupted_checksum_name).c_str(), k);
+  return is_stored(handle, corrupted_checksum_name, "corrupted.k", k);
 }
 
 bool are_verdicts_as_fetched(const zot_ctx &handle) {

@@ -281,7 +281,7 @@ bool operation_sweep::print(const std::vector<trial_result> &results, sweep_tota
 bool sweep_calls(const sweep_options &options, const services &offered) {
   bool all_held = true;
   sweep_totals totals;
-  for (const operation &each : operations()) {
+  for (const operation &each : all_operations()) {
     if (options.only.empty() || options.only == each.name) {
       all_held =
           succeeds(each, [&] { return operation_sweep(options, offered, each).run(totals); }) &&

@@ -22,6 +22,9 @@ class session {
 
   session(const std::string &root, const services &offered) : root_(root), offered_(offered) {}
 
+  // Another one on the same folders.
+  [[nodiscard]] session beside() const { return {root_, offered_}; }
+
   [[nodiscard]] bool start();
   [[nodiscard]] zot_ctx *handle() const { return handle_.get(); }
 

@@ -289,7 +289,7 @@ bool sweep_full_disks(const sweep_options &options, const services &offered) {
   }
   bool all_held = true;
   disk_totals totals;
-  for (const operation &each : operations()) {
+  for (const operation &each : all_operations()) {
     if (options.only.empty() || options.only == each.name) {
       all_held = succeeds(each, [&] { return sweep(each, options, offered, totals); }) && all_held;
     }

@@ -137,9 +137,9 @@ bool model::is_set_as_fetched() const {
          });
 }
 
-bool model::is_stored(const known_k &wanted) const {
-  const auto k = cache_.held.find("knowledge/subsys.k");
-  const auto checksum = cache_.held.find("knowledge/subsys.checksum");
+bool model::is_stored(const known_k &wanted, const std::string &name) const {
+  const auto k = cache_.held.find("knowledge/" + name + ".k");
+  const auto checksum = cache_.held.find("knowledge/" + name + ".checksum");
   return k != cache_.held.end() && k->second == wanted.bytes && checksum != cache_.held.end() &&
          checksum->second.starts_with(test::sha256_hex(wanted.bytes));
 }
@@ -156,17 +156,17 @@ model::verdicts model::verdicts_now() const {
 }
 
 bool model::is_overtaken() const {
-  const auto refused = cache_.held.find("knowledge/corrupted.checksum");
   const known_k &fetched = *slots_[ZOT_SLOT_TMP].k;
-  return verdicts_now() != verdicts_fetched_ &&
-         ((refused != cache_.held.end() &&
-           refused->second.starts_with(test::sha256_hex(fetched.bytes))) ||
-          !is_stored(fetched));
+  const bool is_decided = verdicts_now() != verdicts_fetched_;
+  const k_ref &refused = slots_[ZOT_SLOT_CORRUPTED].k;
+  const bool may_be_refused = is_decided || !refused || refused->bytes != fetched.bytes;
+  return (may_be_refused && is_stored(fetched, "corrupted")) ||
+         (is_decided && !is_stored(fetched, "subsys"));
 }
 
 bool model::is_in_force() const {
   const slot &fetched = slots_[ZOT_SLOT_TMP];
-  return is_stored(*fetched.k) &&
+  return is_stored(*fetched.k, "subsys") &&
          (!has_own_operations_ || std::ranges::all_of(*fetched.gpbs, [this](const gpb &file) {
            const auto found = cache_.held.find("config" + file.path);
            return found != cache_.held.end() && found->second == file.bytes;

@@ -92,7 +92,7 @@ class model {
   [[nodiscard]] bool is_k_as_fetched() const;
   [[nodiscard]] bool has_all_fetched() const;
   [[nodiscard]] bool is_set_as_fetched() const;
-  [[nodiscard]] bool is_stored(const known_k &wanted) const;
+  [[nodiscard]] bool is_stored(const known_k &wanted, const std::string &name) const;
   // What the cache has in force, and what rolled back.
   using verdicts = std::pair<std::uint64_t, std::uint64_t>;
   [[nodiscard]] verdicts verdicts_now() const;
