@@ -100,18 +100,19 @@ bool is_absent(const char *path) {
   return ::access(path, F_OK) != 0 && errno == ENOENT;
 }
 
-// Whether the checksum file announces a K.
-bool announces(const char *path, const zot_k &k) {
-  char announced[ZOT_CHECKSUM_LEN + 1] = "";
+// Whether the checksum file announces a K, be it with something behind.
+bool announces(const char *path, const zot_k &k, bool alone = false) {
+  char announced[ZOT_CHECKSUM_LEN + 2] = "";
   char digest[ZOT_CHECKSUM_LEN + 1] = "";
-  return read_line(path, announced, ZOT_CHECKSUM_LEN) != nullptr &&
+  return read_line(path, announced, ZOT_CHECKSUM_LEN + 1) != nullptr &&
          calc_sha256(k.data, k.data_len, digest, sizeof digest) == 0 &&
-         std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0;
+         std::memcmp(announced, digest, ZOT_CHECKSUM_LEN) == 0 &&
+         !(alone && announced[ZOT_CHECKSUM_LEN] != '\0');
 }
 
-// Whether the persistent directory has a K under these names.
+// Whether the persistent directory has a K under these names, as it can be loaded from there.
 bool is_stored(const zot_ctx &handle, const char *checksum, const char *name, const zot_k &k) {
-  return announces(zot::joined_path(handle.conf_k_root, checksum).c_str(), k) &&
+  return announces(zot::joined_path(handle.conf_k_root, checksum).c_str(), k, true) &&
          holds(AT_FDCWD, zot::joined_path(handle.conf_k_root, name).c_str(), k.data, k.data_len);
 }
 

@@ -6,8 +6,8 @@ namespace {
 
 // A refusal that has to come is what succeeds here.
 int expect_refusal(int status, const char *what) {
-  require(status < 0, std::string(what) + " that another's verdict forbids: " +
-                          std::to_string(status));
+  require(status < 0,
+          std::string(what) + " that another's verdict forbids: " + std::to_string(status));
   return status == ZOT_ERR_CORRUPTED ? ZOT_OK : status;
 }
 
@@ -40,8 +40,7 @@ int get_refused(session &client) {
 template <char letter>
 int get_cached(session &client) {
   const returned_list got = client.get_cached();
-  require(got.status != ZOT_OK || letter_of_entries(got) == letter ||
-              letter_of_entries(got) == 'a',
+  require(got.status != ZOT_OK || letter_of_entries(got) == letter || letter_of_entries(got) == 'a',
           "a cached get returned another configuration");
   return got.status;
 }
@@ -110,20 +109,18 @@ constexpr auto beside_commit = prepare_both<prepare_next, let_other_commit<'b'>>
 constexpr auto beside_other_commit = prepare_both<prepare_next, let_other_commit<'d'>>;
 constexpr auto beside_roll_back = prepare_both<prepare_next, let_other_roll_back>;
 
-}  // namespace
-
 std::vector<operation> operations_beside_another() {
   return {
       {"commit of what another rolled back", stage::settled, beside_roll_back, commit_forbidden,
        check_kept<'a'>, reach_after_roll_back, 'd', "a", "a", "a", "a", true, true},
-      {"commit after that of another", stage::settled, beside_other_commit, commit_forbidden, check_kept<'d'>,
-       reach_next<'d'>, 'b', "ad", "d", "d", "d", true, true},
+      {"commit after that of another", stage::settled, beside_other_commit, commit_forbidden,
+       check_kept<'d'>, reach_next<'d'>, 'b', "ad", "d", "d", "d", true, true},
       {"commit of what another committed", stage::settled, beside_commit, commit, check_kept<'b'>,
        reach_next<'b'>, 'd', "ab", "b", "b", "b", true, true},
       {"roll-back of what another committed", stage::settled, beside_commit, roll_back_forbidden,
        check_kept<'b'>, reach_next<'b'>, 'd', "ab", "b", "b", "b", true, true},
-      {"roll-back after a commit of another", stage::settled, beside_other_commit, roll_back_forbidden,
-       check_kept<'d'>, reach_next<'d'>, 'b', "ad", "d", "d", "d", true, true},
+      {"roll-back after a commit of another", stage::settled, beside_other_commit,
+       roll_back_forbidden, check_kept<'d'>, reach_next<'d'>, 'b', "ad", "d", "d", "d", true, true},
       {"cached get after a commit of another", stage::settled,
        prepare_both<prepare_loaded, let_other_commit<'b'>>, get_cached<'b'>, check_kept<'b'>,
        reach_next<'b'>, 'd', "ab", "b", "b", "b", true, true},
@@ -135,6 +132,15 @@ std::vector<operation> operations_beside_another() {
       {"get of what another rolled back", stage::settled, beside_roll_back, get_refused,
        check_not_committed, reach_after_roll_back, 'd', "a", "ab", "a", "a", true, true},
   };
+}
+
+}  // namespace
+
+std::vector<operation> all_operations() {
+  std::vector<operation> all = operations();
+  const std::vector<operation> beside = operations_beside_another();
+  all.insert(all.end(), beside.begin(), beside.end());
+  return all;
 }
 
 }  // namespace zot::test

@@ -8,6 +8,7 @@
 
 namespace zot::test {
 
-[[nodiscard]] std::vector<operation> operations_beside_another();
+// Those of one client alone, and after them those beside another.
+[[nodiscard]] std::vector<operation> all_operations();
 
 }  // namespace zot::test

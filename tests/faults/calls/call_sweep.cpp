@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "tests/faults/calls/beside_another.hpp"
 #include "tests/faults/calls/gate.hpp"
 #include "tests/faults/calls/operation.hpp"
 #include "tests/faults/calls/trials.hpp"

@@ -16,6 +16,7 @@
 #include <system_error>
 #include <vector>
 
+#include "tests/faults/calls/beside_another.hpp"
 #include "tests/faults/calls/operation.hpp"
 #include "tests/faults/calls/trials.hpp"
 #include "utilities/owner.hpp"

@@ -7,8 +7,6 @@
 #include <cstdio>
 #include <exception>
 
-#include "tests/faults/calls/beside_another.hpp"
-
 namespace zot::test {
 namespace {
 
@@ -245,13 +243,6 @@ const std::vector<operation> &operations() {
        check_rolled_back<'b', 'a'>, reach_after_failed_commit, 'd', "ab", "ab", "a", "a", true,
        true},
   };
-  return all;
-}
-
-std::vector<operation> all_operations() {
-  std::vector<operation> all = operations();
-  const std::vector<operation> beside = operations_beside_another();
-  all.insert(all.end(), beside.begin(), beside.end());
   return all;
 }
 

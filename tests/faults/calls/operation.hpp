@@ -42,8 +42,6 @@ struct operation {
 };
 
 [[nodiscard]] const std::vector<operation> &operations();
-// With those that find another client's verdict.
-[[nodiscard]] std::vector<operation> all_operations();
 
 // Whether a sweep of an operation held; an operation that fails undisturbed doesn't end the others.
 [[nodiscard]] bool succeeds(const operation &swept, const std::function<bool()> &sweep);
