@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
 
+#include "utilities/standard_streams.hpp"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/cycle/doubts.hpp"
@@ -68,6 +69,7 @@ int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which) {
   if (which == ZOT_K_NEW && (handle->stat.state & get_done) == 0) {
     return ZOT_RECORD(handle, ZOT_ERR_NOT_READY, "Should run zot_conf_get() first");
   }
+  const zot::standard_streams guard;
   zot::cache_lock lock(*handle);
   if (const int status = lock.acquire(__func__); status != ZOT_OK) {
     return status;

@@ -9,6 +9,7 @@
 
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
+#include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -36,9 +37,8 @@ void give_up(zot_ctx &handle) {
     zot_priv_free_k_ex_safe(&handle, slot, nullptr);
     zot_priv_free_gpb_ex_safe(&handle, slot, nullptr);
   }
-  zot_priv_free_ret_gpb_list(&handle);
-  // It was that of a K that is gone.
-  handle.ret.root = handle.conf_root;
+  // The root was that of a K that is gone.
+  zot::set_marks(handle, nullptr, handle.conf_root);
   handle.own.marks_waiting = 0;
   handle.load_flags &= ~(uint32_t{ZOT_LOADED_PREV_K} | ZOT_LOADED_RET_LIST);
 }

@@ -21,9 +21,7 @@ int renew_marks(zot_ctx &handle) {
     if (nothing == nullptr) {
       return ZOT_RECORD_NO_MEMORY(&handle);
     }
-    zot_priv_free_ret_gpb_list(&handle);
-    handle.ret.list = nothing.release();
-    handle.ret.root = handle.conf_root;
+    set_marks(handle, nothing.release(), handle.conf_root);
   }
   handle.own.marks_waiting = status == ZOT_OK ? 0 : handle.own.marks_waiting;
   return status;

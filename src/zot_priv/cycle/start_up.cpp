@@ -200,11 +200,9 @@ int zot_priv_init_load_ret_gpb_list(zot_ctx *handle) {
       status != ZOT_OK) {
     return status;
   }
-  handle->ret.list = marked.release();
-  if (current.k != nullptr) {
-    // Whoever replaces the current K replaces the list and its root first.
-    handle->ret.root = current.k->root;
-  }
+  // Whoever replaces the current K replaces the list and its root first.
+  zot::set_marks(*handle, marked.release(),
+                 current.k != nullptr ? current.k->root : handle->ret.root);
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
           "%sInit. Create diff list for cached storage: Done\n");
   return ZOT_OK;

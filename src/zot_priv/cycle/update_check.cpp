@@ -84,6 +84,7 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
 // The next get copies it once more.
 int refuse_last_k(zot_ctx *handle, const char *func) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
+  const zot::locks_for_commands lent(*handle);
   rm_rf(zot::joined_path(handle->conf_k_root, "prev_subsys.k").c_str());
   rm_rf(zot::joined_path(handle->conf_k_root, "prev_subsys.checksum").c_str());
   return zot::refuse_changed(handle, func);

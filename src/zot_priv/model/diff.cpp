@@ -145,9 +145,7 @@ int zot_priv_update_cached_ret_gpb_list(zot_ctx *handle, zot_k *new_k, zot_list 
   if (marked == nullptr) {
     return zot_priv_err_get_errno(handle);
   }
-  zot_priv_free_ret_gpb_list(handle);
-  handle->ret.list = marked;
-  handle->ret.root = root;
+  zot::set_marks(*handle, marked, root);
   ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL, "%sUpdate Cached return list memory: Done\n");
   return ZOT_OK;
 }

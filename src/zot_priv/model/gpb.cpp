@@ -160,6 +160,12 @@ void zot_priv_free_ret_gpb_list(zot_ctx *handle) {
   handle->ret.list = nullptr;
 }
 
+void zot::set_marks(zot_ctx &handle, zot_list *marked, const char *root) {
+  zot_priv_free_ret_gpb_list(&handle);
+  handle.ret.list = marked;
+  handle.ret.root = root;
+}
+
 void zot_priv_prune_deleted_gpb(zot_ctx *handle, zot_list *gpbs) {
   if (gpbs == nullptr) {
     return;

@@ -37,6 +37,10 @@ gpb_list_owner make_gpb_list(zot_ctx *handle);
 // Frees a list head whose entries are gone.
 void free_gpb_head(zot_list *gpbs);
 
+// Hands a marked list over to the handle, in place of the one before. Its files lie below root,
+// which has to last as long.
+void set_marks(zot_ctx &handle, zot_list *marked, const char *root);
+
 // Frees what a slot holds, whoever else does. The log tells it under the name of func.
 void release_k(zot_ctx *handle, uint32_t slot, const char *func);
 void release_gpbs(zot_ctx *handle, uint32_t slot, const char *func);
