@@ -15,12 +15,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// No call of a process that uses the cache holds it longer, as long as its service answers.
-constexpr auto longest_wait = 30s;
-
-zot::descriptor lock_cache(const fs::path &root) {
+zot::descriptor lock_cache(const fs::path &root, std::chrono::milliseconds wait) {
   zot::descriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const auto end = std::chrono::steady_clock::now() + longest_wait;
+  const auto end = std::chrono::steady_clock::now() + wait;
   while (::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK) {
       throw_errno("cannot lock " + root.string());
@@ -49,8 +46,11 @@ void refuse_changes(const cache_paths &paths, const findings &found) {
 
 }  // namespace
 
-workshop::workshop(const cache_paths &paths, const findings &found)
-    : root_(paths.conf_root), lock_(lock_cache(root_)), folder_(root_ / ".repair"), owner_(root_) {
+workshop::workshop(const cache_paths &paths, const findings &found, std::chrono::milliseconds wait)
+    : root_(paths.conf_root),
+      lock_(lock_cache(root_, wait)),
+      folder_(root_ / ".repair"),
+      owner_(root_) {
   refuse_changes(paths, found);
   // An interrupted repair leaves its folder behind.
   fs::remove_all(folder_);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
+
 #include "tools/cache/cache.hpp"
 #include "tools/cache/cache_owner.hpp"
 #include "tools/cache/examine.hpp"
@@ -13,8 +15,12 @@ namespace zotconf {
 // One repair works at a time, and none beside a process that changes the cache.
 class workshop {
  public:
-  // Throws std::runtime_error when the cache stays locked, or is not as it was found.
-  workshop(const cache_paths &paths, const findings &found);
+  // No call of a process that uses the cache holds it longer, as long as its service answers.
+  static constexpr std::chrono::milliseconds longest_wait{30'000};
+
+  // Throws std::runtime_error when the cache stays locked so long, or is not as it was found.
+  workshop(const cache_paths &paths, const findings &found,
+           std::chrono::milliseconds wait = longest_wait);
   workshop(const workshop &) = delete;
   workshop &operator=(const workshop &) = delete;
   ~workshop();
