@@ -13,6 +13,7 @@
 #include "zot_priv/cycle/commit.hpp"
 #include "zot_priv/cycle/doubts.hpp"
 #include "zot_priv/cycle/marks.hpp"
+#include "zot_priv/cycle/paths.hpp"
 #include "zot_priv/cycle/recovery.hpp"
 #include "zot_priv/cycle/verdict.hpp"
 #include "zot_priv/model/owners.hpp"
@@ -138,13 +139,18 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
     return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "invalid conf_stat_mask: %u", conf_stat_mask);
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sStart to get new configuration.\n");
+  const bool is_cached = (conf_stat_mask & ZOT_STAT_CACHED) != 0;
+  const bool is_of_get = is_cached && zot::waits_for_verdict(*handle) && handle->dev_mode == 0;
+  const zot::folders_of_get folders(*handle, is_of_get);
+  if (!folders.has_memory()) {
+    return ZOT_RECORD_NO_MEMORY(handle);
+  }
   zot::cache_lock lock(*handle);
   if (const int status = lock.acquire(__func__); status != ZOT_OK) {
     return status;
   }
   // Another process may have ended in the middle of a commit while this one waited.
   zot::undo_interrupted_commit(*handle);
-  const bool is_cached = (conf_stat_mask & ZOT_STAT_CACHED) != 0;
   if (!is_cached || !zot::waits_for_verdict(*handle)) {
     zot::leave_moved_cache(*handle);
   }

@@ -392,6 +392,19 @@ TEST_F(InForceWithOtherFolders, ARollBackWorksOnThoseOfItsGet) {
   EXPECT_TRUE(contents(other_root()).empty());
 }
 
+TEST_F(InForceWithOtherFolders, ACachedGetHandsOutWhatWaits) {
+  const env_guard scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
+  static_cast<void>(e.get(0));
+  const returned_list got = e.get(cached);
+  ASSERT_EQ(got.status, ZOT_OK) << got.error_text;
+  ASSERT_NE(got.find(ZOT_CAT_WLAN, "guest"), nullptr);
+  EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest two");
+  EXPECT_EQ(e.handle()->conf_root, other_root());
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
+}
+
 TEST_F(InForce, ACommitThatFindsNoRoomChangesNothing) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);

@@ -97,9 +97,9 @@ below_roots set_roots(zot_ctx &handle, const char *conf_root, const char *tmp_ro
           join(handle.tmp_gpb_root, tmp_root, "/config")};
 }
 
-folders_of_get::folders_of_get(zot_ctx &handle) : handle_(handle) {
+folders_of_get::folders_of_get(zot_ctx &handle, bool are_wanted) : handle_(handle) {
   const zot_own &own = handle.own;
-  if (own.conf_root == nullptr || own.tmp_root == nullptr ||
+  if (!are_wanted || own.conf_root == nullptr || own.tmp_root == nullptr ||
       (std::strcmp(own.conf_root, handle.conf_root) == 0 &&
        std::strcmp(own.tmp_root, handle.tmp_root) == 0)) {
     return;

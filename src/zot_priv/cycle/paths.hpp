@@ -21,11 +21,11 @@ struct below_roots {
 // Fills the four directories of a handle. Both roots have been checked.
 below_roots set_roots(zot_ctx &handle, const char *conf_root, const char *tmp_root);
 
-// The directories of the get that a commit or roll-back answers, in place of those that a later
-// reload may have set.
+// The directories of the get that a commit or roll-back answers, or whose list a cached get hands
+// out again, in place of those that a later reload may have set.
 class folders_of_get {
  public:
-  explicit folders_of_get(zot_ctx &handle);
+  explicit folders_of_get(zot_ctx &handle, bool are_wanted = true);
   folders_of_get(const folders_of_get &) = delete;
   folders_of_get &operator=(const folders_of_get &) = delete;
   ~folders_of_get();
