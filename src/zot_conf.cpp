@@ -143,7 +143,7 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
   const bool is_of_get = is_cached && zot::waits_for_verdict(*handle) && handle->dev_mode == 0;
   const zot::folders_of_get folders(*handle, is_of_get);
   if (!folders.has_memory()) {
-    return ZOT_RECORD_NO_MEMORY(handle);
+    return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);
   }
   zot::cache_lock lock(*handle);
   if (const int status = lock.acquire(__func__); status != ZOT_OK) {

@@ -169,25 +169,33 @@ void write_packed(zot_log_ctx *log_ctx, uint32_t packed, const char *func, const
   constexpr size_t prefix_conversion = 2;
   const zot_log_site site{packed & zot::level_mask, packed >> zot::level_bits & zot::topic_mask,
                           static_cast<long>(packed >> (zot::level_bits + zot::topic_bits)), func};
-  if (log_ctx == nullptr || !zot::log_enabled(log_ctx, site.level, site.mask)) {
-    return;
-  }
   char prefix[ZOT_LOG_PREFIX_SIZE];
   zot_log_get_prefix(log_ctx, func, site.line, prefix, sizeof prefix);
   write_message(log_ctx, site, prefix, fmt + prefix_conversion, args);
 }
 
+bool is_enabled(const zot_log_ctx *log_ctx, uint32_t packed) {
+  return zot::log_enabled(log_ctx, packed & zot::level_mask,
+                          packed >> zot::level_bits & zot::topic_mask);
+}
+
 }  // namespace
 
 void zot::write_line(zot_ctx *handle, uint32_t packed, const char *func, const char *fmt, ...) {
+  if (handle == nullptr || !is_enabled(&handle->log_ctx, packed)) {
+    return;
+  }
   va_list args;
   va_start(args, fmt);
-  write_packed(handle != nullptr ? &handle->log_ctx : nullptr, packed, func, fmt, args);
+  write_packed(&handle->log_ctx, packed, func, fmt, args);
   va_end(args);
 }
 
 void zot::write_line(zot_log_ctx *log_ctx, uint32_t packed, const char *func, const char *fmt,
                      ...) {
+  if (log_ctx == nullptr || !is_enabled(log_ctx, packed)) {
+    return;
+  }
   va_list args;
   va_start(args, fmt);
   write_packed(log_ctx, packed, func, fmt, args);

@@ -32,17 +32,6 @@ void share_current_gpbs(zot_ctx *handle, uint32_t slot) {
   zot_priv_set_gpb(handle, slot, current);
 }
 
-// A list that failed on its way to the caller: no slot may keep it.
-void discard_tmp_gpbs(zot_ctx *handle) {
-  zot_list *const gpbs = zot_priv_get_gpb(handle, ZOT_SLOT_TMP);
-  if (gpbs == zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT) ||
-      gpbs == zot_priv_get_gpb(handle, ZOT_SLOT_LAST)) {
-    return;
-  }
-  zot_priv_set_gpb(handle, ZOT_SLOT_TMP, nullptr);
-  zot::destroy_gpb_list(handle, gpbs);
-}
-
 // Brings in the files of a new K and marks them against the configuration in force.
 int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
@@ -57,7 +46,8 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GPB, "%sUpdate temporary GPB: Done\n");
   zot_priv_free_gpb_ex_safe(handle, ZOT_SLOT_TMP, nullptr);
-  zot_priv_set_gpb(handle, ZOT_SLOT_TMP, gpbs.release());
+  zot_list *const fresh = gpbs.release();
+  zot_priv_set_gpb(handle, ZOT_SLOT_TMP, fresh);
 
   if (!zot::remember_get(*handle)) {
     return ZOT_RECORD_NO_MEMORY_AT(handle, func);
@@ -68,9 +58,11 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   }
   const char *const root = read == zot::read_from_dev_path ? handle->conf_root : handle->tmp_root;
   const int status = zot_priv_update_cached_ret_gpb_list(
-      handle, zot_priv_get_k(handle, ZOT_SLOT_TMP), zot_priv_get_gpb(handle, ZOT_SLOT_TMP), root);
+      handle, zot_priv_get_k(handle, ZOT_SLOT_TMP), fresh, root);
   if (status != ZOT_OK) {
-    discard_tmp_gpbs(handle);
+    // A list that failed on its way to the caller: no slot may keep it.
+    zot_priv_set_gpb(handle, ZOT_SLOT_TMP, nullptr);
+    zot::destroy_gpb_list(handle, fresh);
     return status;
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GPB,
