@@ -75,13 +75,11 @@ int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which) {
     return status;
   }
   zot::undo_interrupted_commit(*handle);
-  const bool waits = zot::waits_for_verdict(*handle);
-  const bool is_overtaken = waits && zot::is_overtaken(*handle);
-  if (which == ZOT_K_NEW && is_overtaken) {
+  if (which == ZOT_K_NEW && zot::waits_for_verdict(*handle) && zot::is_overtaken(*handle)) {
     return ZOT_RECORD(handle, ZOT_ERR_NOT_READY, "Should run zot_conf_get() first");
   }
   const k_choice &choice = k_choices[static_cast<size_t>(which)];
-  const zot::k_owner stored = waits && !is_overtaken ? nullptr : read_changed(handle, which);
+  const zot::k_owner stored = read_changed(handle, which);
   load_k(handle, which);
   const zot_k *const k = stored != nullptr ? stored.get() : zot_priv_get_k(handle, choice.slot);
   if (k == nullptr) {

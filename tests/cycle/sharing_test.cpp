@@ -21,6 +21,7 @@
 #include "tests/support/media.hpp"
 #include "tests/support/service.hpp"
 #include "utilities/owner.hpp"
+#include "zot_priv/storage/file_id.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -316,8 +317,7 @@ TEST_F(Sharing, WhatTheOtherCommittedIsNotBroughtOnceMore) {
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
   {
     const env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
-    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
-    ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
+    let_other_commit();
     remote.publish(third_configuration());
     ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
     ASSERT_EQ(zot_conf_roll_back(other()), ZOT_OK);
@@ -367,6 +367,43 @@ TEST_F(Sharing, MetadataAreNotOfWhatTheOtherRefused) {
   zot_k_meta of_other{};
   ASSERT_EQ(zot_util_get_k_meta(other(), &of_other, ZOT_K_CURRENT), ZOT_OK);
   EXPECT_STREQ(meta.config_id, of_other.config_id);
+}
+
+TEST_F(Sharing, MetadataAreOfWhatTheOtherCommittedToo) {
+  bring_to(first_configuration());
+  ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+  let_other_commit();
+  zot_k_meta meta{};
+  ASSERT_EQ(zot_util_get_k_meta(e.handle(), &meta, ZOT_K_CURRENT), ZOT_OK);
+  zot_k_meta of_other{};
+  ASSERT_EQ(zot_util_get_k_meta(other(), &of_other, ZOT_K_CURRENT), ZOT_OK);
+  EXPECT_STREQ(meta.config_id, of_other.config_id);
+}
+
+// There a checksum file made anew may have the number and the time of the one before.
+class SharingWhereTimesAreCoarse : public Sharing {
+ protected:
+  void SetUp() override {
+    bring_to(first_configuration());
+    ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
+    remote.publish(first_configuration());
+    ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
+    ASSERT_EQ(read_bytes(e.tmp_root() + "/subsys.k"), first_configuration().k_text());
+    e.handle()->own.fetched =
+        zot::file_id_at(AT_FDCWD, (e.tmp_root() + "/subsys.checksum").c_str());
+  }
+  void TearDown() override {
+    EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
+    EXPECT_FALSE(fs::exists(knowledge_of(e) + "/corrupted.k"));
+  }
+};
+
+TEST_F(SharingWhereTimesAreCoarse, ACommitNoticesTheGetOfTheOther) {
+  EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_CORRUPTED);
+}
+
+TEST_F(SharingWhereTimesAreCoarse, ARollBackNoticesTheGetOfTheOther) {
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
 }
 
 // Nothing was in force before it.

@@ -200,7 +200,10 @@ class watcher {
       return news;
     }
     try {
-      const auto end = apply(list, changes_to(list), element_.metadata_of(generation::current));
+      // Another process may have committed since the list was made.
+      const zot_k_meta &meta = slot_of(ZOT_SLOT_CURRENT).k->meta;
+      const auto end = apply(list, changes_to(list),
+                             metadata{meta.firmware_version, meta.config_id, meta.cluster_id});
       news.text = size_of(list) + ", " + (end ? end->text : "interrupted");
       remember_applied(ZOT_SLOT_CURRENT);
     } catch (const std::exception &error) {
@@ -216,6 +219,9 @@ class watcher {
     const entries whole = element_.get(categories_, change::cached);
     if (whole.result().is_error()) {
       throw std::runtime_error(whole.result().text());
+    }
+    if (!element_.is_new()) {
+      throw std::runtime_error("another process has committed or rolled back meanwhile");
     }
     std::vector<change_line> changes = changes_to(whole);
     std::erase_if(changes, [](const change_line &line) { return line.what == change::unchanged; });

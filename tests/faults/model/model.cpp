@@ -109,9 +109,9 @@ bool model::is_k_as_fetched() const {
   const auto k = scratch_.held.find("subsys.k");
   const auto checksum = scratch_.held.find("subsys.checksum");
   const std::string &bytes = slots_[ZOT_SLOT_TMP].k->bytes;
-  return is_untouched() || ((k == scratch_.held.end() || k->second == bytes) &&
-                            (checksum == scratch_.held.end() ||
-                             checksum->second.starts_with(test::sha256_hex(bytes))));
+  return (k == scratch_.held.end() || k->second == bytes) &&
+         (is_untouched() || checksum == scratch_.held.end() ||
+          checksum->second.starts_with(test::sha256_hex(bytes)));
 }
 
 // An adapter may have its files elsewhere; and the copy finds that their folder is gone.
