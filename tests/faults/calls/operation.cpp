@@ -167,7 +167,7 @@ template <char refused, char kept>
 void refuse_failed_commit(session &client) {
   const int status = client.roll_back();
   if (status == ZOT_ERR_CORRUPTED && is_committed_after_all(client, refused)) {
-    check_in_force(client, {refused}, {refused});
+    check_in_force(client, {kept, refused}, {refused});
     reach<'d'>(client);
     return;
   }
