@@ -282,6 +282,18 @@ TEST_F(SharingWithAnUnreadableFile, ARollBackDoesNotTakeWhatIsInForceForAnother)
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
 }
 
+// It was committed before the get of this process.
+TEST_F(SharingWithAnUnreadableFile, ARollBackDoesNotTakeWhatWasInForceBeforeItsGet) {
+  remote.publish(second_configuration());
+  let_other_commit();
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  hide("knowledge/subsys.k");
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_GENERIC);
+  EXPECT_FALSE(fs::exists(knowledge_of(e) + "/corrupted.checksum"));
+  show();
+  EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_ERR_CORRUPTED);
+}
+
 TEST_F(SharingWithAnUnreadableFile, ARollBackGoesOnWithoutAnotherVerdict) {
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
   hide("knowledge/subsys.k");

@@ -57,6 +57,11 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
     return zot::refuse_changed(handle, operation);
   }
   const bool is_begun = handle->own.commit_begun != 0;
+  if (!is_begun && zot::may_hold_more(*handle)) {
+    // It was looked for once, when the handle was new. What cannot be loaded now is lost.
+    zot::mark_outdated(*handle);
+    zot::renew_outdated(*handle);
+  }
   const zot_slot &before = handle->slot[is_begun ? ZOT_SLOT_LAST : ZOT_SLOT_CURRENT];
   errno = ESTALE;
   const bool is_known = before.k != nullptr ? zot::is_in_force(*handle, *before.k, nullptr) &&

@@ -32,7 +32,6 @@ int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
   if (!zot::undo_failed_commit(*handle)) {
     return zot::record_failure(handle, func, __LINE__, "restore");
   }
-  const bool is_decided = !zot::are_verdicts_as_fetched(*handle);
   errno = 0;
   if (tmp_k != nullptr &&
       zot::is_in_force(*handle, *tmp_k, zot_priv_get_gpb(handle, ZOT_SLOT_TMP))) {
@@ -41,8 +40,8 @@ int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
                          "[%s]: this is in force already in %s", func, handle->conf_root);
   }
-  // What another process has decided may be just this.
-  if (is_decided && errno != 0 && errno != ENOENT) {
+  // What cannot be read may be just this.
+  if (errno != 0 && errno != ENOENT) {
     return zot::record_failure(handle, func, __LINE__, "read");
   }
   return ZOT_OK;
