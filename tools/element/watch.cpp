@@ -132,6 +132,15 @@ class watcher {
     return element_.c_handle()->slot[which];
   }
 
+  // Of the configuration that a list was made of: another process may have committed since.
+  [[nodiscard]] std::optional<metadata> metadata_in_memory() const {
+    const zot_k *const k = slot_of(ZOT_SLOT_CURRENT).k;
+    if (k == nullptr) {
+      return std::nullopt;
+    }
+    return metadata{k->meta.firmware_version, k->meta.config_id, k->meta.cluster_id};
+  }
+
   // Whether the command has applied something else than what is in force: the commit of that has
   // failed, or another process has decided otherwise. A process that starts finds the element with
   // what is in force, unless the command is to have that first. In dev mode nothing comes into
@@ -200,10 +209,7 @@ class watcher {
       return news;
     }
     try {
-      // Another process may have committed since the list was made.
-      const zot_k_meta &meta = slot_of(ZOT_SLOT_CURRENT).k->meta;
-      const auto end = apply(list, changes_to(list),
-                             metadata{meta.firmware_version, meta.config_id, meta.cluster_id});
+      const auto end = apply(list, changes_to(list), metadata_in_memory());
       news.text = size_of(list) + ", " + (end ? end->text : "interrupted");
       remember_applied(ZOT_SLOT_CURRENT);
     } catch (const std::exception &error) {
