@@ -45,16 +45,6 @@ int get_cached(session &client) {
   return got.status;
 }
 
-void prepare_loaded(session &client) {
-  start(client);
-  require(letter_of_entries(client.get_cached()) == 'a', "the cache is not loaded");
-}
-
-void prepare_next(session &client) {
-  prepare_loaded(client);
-  get_whole(client, 'b');
-}
-
 template <char letter>
 void let_other_commit(session &client) {
   session other = client.beside();

@@ -8,6 +8,17 @@
 #include <exception>
 
 namespace zot::test {
+
+void prepare_loaded(session &client) {
+  start(client);
+  require(letter_of_entries(client.get_cached()) == 'a', "the cache is not loaded");
+}
+
+void prepare_next(session &client) {
+  prepare_loaded(client);
+  get_whole(client, 'b');
+}
+
 namespace {
 
 int create(session &client) {
@@ -45,19 +56,9 @@ void prepare_process(session &client) {
   start(client);
 }
 
-void prepare_loaded(session &client) {
-  start(client);
-  require(letter_of_entries(client.get_cached()) == 'a', "the cache is not loaded");
-}
-
 void prepare_first(session &client) {
   start(client);
   get_whole(client, 'a');
-}
-
-void prepare_next(session &client) {
-  prepare_loaded(client);
-  get_whole(client, 'b');
 }
 
 // Files beyond a limit can't be written, so the commit fails when the K files are in place.

@@ -43,6 +43,11 @@ struct operation {
 
 [[nodiscard]] const std::vector<operation> &operations();
 
+// A client that has the configuration in force in memory; and one that waits for its verdict on the
+// next one.
+void prepare_loaded(session &client);
+void prepare_next(session &client);
+
 // Whether a sweep of an operation held; an operation that fails undisturbed doesn't end the others.
 [[nodiscard]] bool succeeds(const operation &swept, const std::function<bool()> &sweep);
 
