@@ -166,6 +166,14 @@ TEST_F(InPlace, WhatLiesInTheScratchFolderBesideIsNotCopied) {
   expect_in_force_alone(second_configuration());
 }
 
+// A commit whose `rm` fails leaves such a folder.
+TEST_F(InPlace, WhatAnEarlierCommitCouldNotRemoveTakesNoRoom) {
+  write_bytes(e.conf_root() + "undo.old/config/Wlan/old/1", std::string(16384, 'o'));
+  ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
+  EXPECT_FALSE(exists(e.conf_root() + "undo.old"));
+  expect_in_force_alone(second_configuration());
+}
+
 TEST_F(InPlace, FilesWithASecondNameGiveNoRoomBack) {
   fs::create_directories(e.conf_root() + "backup");
   for (const std::string &name : tree(e.conf_root() + "config")) {

@@ -9,6 +9,7 @@
 #include <map>
 #include <set>
 
+#include "tools/files/file_io.hpp"
 #include "zot_conf.h"
 
 namespace zotconf {
@@ -55,7 +56,7 @@ std::optional<volume> volume_of(const cache_paths &paths) {
   on.block_size = std::max(uint64_t{found.f_frsize}, on.folder_size);
   for (const char *const name : {"subsys.k", "subsys.checksum", "prev_subsys.k",
                                  "prev_subsys.checksum", "corrupted.k", "corrupted.checksum"}) {
-    on.absent_k_files += fs::exists(paths.conf_root / "knowledge" / name) ? 0 : 1;
+    on.absent_k_files += is_there(paths.conf_root / "knowledge" / name) ? 0 : 1;
   }
   // A file system without a size of its own tells none.
   if (found.f_blocks != 0) {

@@ -228,10 +228,11 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
     return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, operation, __LINE__,
                          "Configuration not changed. It doesn't need to do commit.");
   }
-  // What an interrupted commit has left would count as taken.
+  // What another commit has left would count as taken.
   if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
     return zot::record_failure(handle, operation, __LINE__, "restore");
   }
+  zot::remove_undo_leftovers(*handle);
   if (is_committed_by_other(*handle, *tmp_k, tmp_gpbs)) {
     // That one may have been killed before it was on the medium.
     if (const int status = sync(handle, zot::cache_media(*handle)); status != ZOT_OK) {

@@ -29,13 +29,17 @@ bool has_root(zot_ctx *handle, char *(*getter)(zot_ctx *, char *, size_t), char 
   return root != nullptr && *root != '\0';
 }
 
+// The longest name of a file that the library gives to a directory below a root.
+constexpr int longest_name = sizeof "/prev_subsys.checksum.absent";
+
 // A path that is too long is cut, and false is returned: what it names then is another directory.
+// Nor does a directory fit whose files would have no names.
 bool join(char *buf, const char *root, const char *name) {
   const int length = std::snprintf(buf, ZOT_PATH_SIZE, "%s/%s", root, name);
   if (length < 0) {
     *buf = '\0';
   }
-  return length >= 0 && length < ZOT_PATH_SIZE;
+  return length >= 0 && length < ZOT_PATH_SIZE - longest_name;
 }
 
 using zot::wanted_roots;

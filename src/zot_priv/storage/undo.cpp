@@ -232,7 +232,6 @@ bool remove_foreign_undo(const zot_ctx &handle) {
 namespace zot {
 
 bool begin_undo(const zot_ctx &handle, gpb_protection gpbs) {
-  remove_undo_leftovers(handle);
   const descriptor root = open_root(handle.conf_root);
   if (!root.is_open() || ::mkdirat(root.get(), undo_in_the_making, new_directory_mode) != 0) {
     return false;

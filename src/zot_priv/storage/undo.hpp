@@ -12,8 +12,9 @@ namespace zot {
 enum class gpb_protection { kept, removed_first };
 
 // Keeps the files in force: the K files by a second name, the GPB files by moving their directory.
-// When it returns true, a loss of power leaves either all of it in place or an undo folder that
-// brings all of it back. False, with errno, when the files in force are where they were.
+// Leftovers have to be gone. When it returns true, a loss of power leaves either all of it in place
+// or an undo folder that brings all of it back. False, with errno, when the files in force are
+// where they were.
 bool begin_undo(const zot_ctx &handle, gpb_protection gpbs);
 
 // Whether a commit was interrupted, or failed and was not called again.

@@ -196,6 +196,12 @@ TEST_F(Status, ForeseesThatAFileInTheWayIsReplaced) {
   EXPECT_EQ(read_bytes(conf("knowledge")), "in the way");
 }
 
+TEST_F(Status, GoesOnBesideALinkToItself) {
+  commit_first();
+  std::filesystem::create_symlink("corrupted.k", conf("knowledge/corrupted.k"));
+  EXPECT_EQ(slot(0)["state"].text(), "good");
+}
+
 TEST_F(Status, TellsDevMode) {
   commit_first();
   const environment dev = {{"ZOT_DEV_PATH", conf("")}};

@@ -231,6 +231,19 @@ TEST_F(Paths, KRootThatDoesNotFitIsNoOtherDirectory) {
       std::string(handle_.get()->err_str).starts_with("fail to create dir for conf K root = "));
 }
 
+TEST_F(Paths, KRootWithoutRoomForTheNamesOfItsFilesIsRefused) {
+  const std::string below = "/writable/zot/";
+  const std::size_t longest = ZOT_PATH_SIZE - 1 - std::strlen("//knowledge") - below.size() -
+                              std::strlen("/prev_subsys.checksum.absent");
+  conf_prefix_.set(folder_of_length(dir_.path(), longest));
+  EXPECT_EQ(reload(), ZOT_ERR_GENERIC);
+  EXPECT_TRUE(
+      std::string(handle_.get()->err_str).starts_with("fail to create dir for conf K root = "));
+  EXPECT_FALSE(is_directory(handle_.get()->conf_k_root));
+  conf_prefix_.set(folder_of_length(dir_.path(), longest - 1));
+  EXPECT_EQ(reload(), ZOT_OK) << handle_.get()->err_str;
+}
+
 TEST_F(Paths, GpbRootThatDoesNotFitIsNoOtherDirectory) {
   const std::string below = "/tmp/zot";
   tmp_prefix_.set(folder_of_length(dir_.path(), ZOT_PATH_SIZE - 6 - below.size()));

@@ -171,9 +171,11 @@ TEST_F(Undo, IsRetiredInOneStepAndRemovedAfterwards) {
   EXPECT_EQ(read_bytes(knowledge("subsys.k")), second_configuration().k_text());
 }
 
-TEST_F(Undo, TakesThePlaceOfLeftovers) {
+TEST_F(Undo, LeftoversAreRemovedBeforeTheNextOne) {
   write_bytes(root() + "undo.new/subsys.k", "left");
   write_bytes(root() + "undo.old/config/Wlan/guest/1", "left");
+  EXPECT_FALSE(begin());
+  zot::remove_undo_leftovers(*e.handle());
   ASSERT_TRUE(begin());
   EXPECT_EQ(read_bytes(undo("subsys.k")), first_configuration().k_text());
   EXPECT_FALSE(zot::has_undo_leftovers(*e.handle()));
