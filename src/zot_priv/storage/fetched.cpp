@@ -157,8 +157,10 @@ void forget_get(zot_ctx &handle) {
 bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
   const joined_path path(handle.tmp_root, k_name);
   const joined_path checksum(handle.tmp_root, checksum_name);
+  // A get that found no memory for its path has given up the bytes of K.
+  const bool has_k = k.data == nullptr || holds(AT_FDCWD, path.c_str(), k.data, k.data_len);
   // Where times are coarse, a checksum file made anew may look like the one before.
-  return (is_absent(path.c_str()) || holds(AT_FDCWD, path.c_str(), k.data, k.data_len)) &&
+  return (has_k || is_absent(path.c_str())) &&
          (is_untouched(handle) || is_absent(checksum.c_str()) || announces(checksum.c_str(), k));
 }
 

@@ -7,9 +7,11 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "tests/cycle/cycle_checks.hpp"
 #include "tests/support/service.hpp"
+#include "utilities/owner.hpp"
 #include "zot_priv/model/owners.hpp"
 
 namespace {
@@ -98,6 +100,16 @@ TEST_F(Fetched, IsNotWholeWithAnotherK) {
   write_bytes(scratch("subsys.k"), third_configuration().k_text());
   EXPECT_FALSE(is_k_as_fetched());
   EXPECT_FALSE(is_set_as_fetched());
+}
+
+// As after a get that found no memory for the path of K.
+TEST_F(Fetched, IsWholeWithoutTheBytesOfKAsLongAsNobodyElseGetsAny) {
+  zot_k &k = *slot_of(e, ZOT_SLOT_TMP).k;
+  const zot::c_text bytes(std::exchange(k.data, nullptr));
+  EXPECT_TRUE(is_k_as_fetched());
+  EXPECT_TRUE(is_set_as_fetched());
+  renew_checksum();
+  EXPECT_FALSE(is_k_as_fetched());
 }
 
 TEST_F(Fetched, IsNotWholeWithTheChecksumOfAnotherK) {
