@@ -10,6 +10,7 @@
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/k_names.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -22,8 +23,8 @@ constexpr uint32_t cache_unloadable = 4;
 
 // Whether a checksum file of the cache names another K than this one, or any when there is none.
 // When it could not be read, errno tells why.
-bool names_other_k(const zot_ctx &handle, const char *name, const zot_k *k) {
-  const zot::joined_path path(handle.conf_root, name);
+bool names_other_k(const zot_ctx &handle, const zot::k_names &names, const zot_k *k) {
+  const zot::joined_path path(handle.conf_root, names.checksum);
   char found[ZOT_CHECKSUM_LEN + 2] = "";
   errno = 0;
   return read_line(path.c_str(), found, sizeof found - 1) != nullptr &&
@@ -62,7 +63,7 @@ bool zot::reload_conf(zot_ctx &handle) {
 bool zot::is_cache_changed(const zot_ctx &handle) {
   const zot_k *const current = handle.slot[ZOT_SLOT_CURRENT].k;
   return current != nullptr && current->checksum[0] != '\0' && handle.dev_mode == 0 &&
-         !zot::has_undo(handle) && names_other_k(handle, "/knowledge/subsys.checksum", current);
+         !zot::has_undo(handle) && names_other_k(handle, current_k, current);
 }
 
 bool zot::reload_changed_cache(zot_ctx &handle) {
@@ -72,7 +73,7 @@ bool zot::reload_changed_cache(zot_ctx &handle) {
 void zot::forget_changed_refusal(zot_ctx &handle) {
   const errno_keeper keep_errno;
   const zot_k *const refused = handle.slot[ZOT_SLOT_CORRUPTED].k;
-  const bool is_other = names_other_k(handle, "/knowledge/corrupted.checksum", refused);
+  const bool is_other = names_other_k(handle, corrupted_k, refused);
   // What cannot be read is looked for once more, unless that would forget a refusal.
   const bool is_gone = refused != nullptr ? errno == ENOENT : errno != 0 && errno != ENOENT;
   if ((is_other || is_gone) && handle.dev_mode == 0 && !has_undo(handle)) {
@@ -120,5 +121,5 @@ void zot::settle_doubts(zot_ctx &handle) {
 bool zot::may_hold_more(const zot_ctx &handle) {
   return handle.slot[ZOT_SLOT_CURRENT].k == nullptr &&
          (handle.own.cache_doubts & cache_unloadable) == 0 &&
-         ::access(joined_path(handle.conf_root, "/knowledge/subsys.k").c_str(), F_OK) == 0;
+         ::access(joined_path(handle.conf_root, current_k.k).c_str(), F_OK) == 0;
 }

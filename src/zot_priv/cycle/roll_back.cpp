@@ -16,6 +16,7 @@
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
+#include "zot_priv/storage/k_names.hpp"
 #include "zot_priv/storage/logged.hpp"
 #include "zot_priv/storage/undo.hpp"
 
@@ -55,9 +56,8 @@ int forget_last_k(zot_ctx *handle, const char *func) {
   if (has_last) {
     zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
     const zot::locks_for_commands lent(*handle);
-    zot::remove_shown(handle, handle->conf_root, "/knowledge/prev_subsys.k", "last K", func);
-    zot::remove_shown(handle, handle->conf_root, "/knowledge/prev_subsys.checksum",
-                      "last K.checksum", func);
+    zot::remove_shown(handle, handle->conf_root, zot::last_k.k, "last K", func);
+    zot::remove_shown(handle, handle->conf_root, zot::last_k.checksum, "last K.checksum", func);
   }
   const int status = zot::renew_marks(*handle);
   if (status == ZOT_OK && has_last) {
@@ -85,12 +85,12 @@ int store_corrupted_file(zot_ctx *handle, const char *name, const char *corrupte
 int store_corrupted_files(zot_ctx *handle, const char *func) {
   const zot::cache_media media(*handle);
   if (const int status =
-          store_corrupted_file(handle, "subsys.k", "/knowledge/corrupted.k", "K", func);
+          store_corrupted_file(handle, zot::temporary_k.k, zot::corrupted_k.k, "K", func);
       status != ZOT_OK) {
     return status;
   }
-  if (const int status = store_corrupted_file(handle, "subsys.checksum",
-                                              "/knowledge/corrupted.checksum", "K.checksum", func);
+  if (const int status = store_corrupted_file(handle, zot::temporary_k.checksum,
+                                              zot::corrupted_k.checksum, "K.checksum", func);
       status != ZOT_OK) {
     return status;
   }

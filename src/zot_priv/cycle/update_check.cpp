@@ -15,6 +15,7 @@
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
 #include "zot_priv/storage/gpb_set.hpp"
+#include "zot_priv/storage/k_names.hpp"
 
 namespace {
 
@@ -77,8 +78,8 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
 int refuse_last_k(zot_ctx *handle, const char *func) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
   const zot::locks_for_commands lent(*handle);
-  rm_rf(zot::joined_path(handle->conf_k_root, "prev_subsys.k").c_str());
-  rm_rf(zot::joined_path(handle->conf_k_root, "prev_subsys.checksum").c_str());
+  rm_rf(zot::joined_path(handle->conf_root, zot::last_k.k).c_str());
+  rm_rf(zot::joined_path(handle->conf_root, zot::last_k.checksum).c_str());
   return zot::refuse_changed(handle, func);
 }
 

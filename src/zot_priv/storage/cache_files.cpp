@@ -10,6 +10,7 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/k_file.hpp"
+#include "zot_priv/storage/k_names.hpp"
 #include "zot_priv/storage/logged.hpp"
 
 namespace {
@@ -27,8 +28,6 @@ struct place {
 constexpr const char *k_name = "/subsys.k";
 constexpr const char *last_k_name = "/prev_subsys.k";
 constexpr const char *checksum_name = "/subsys.checksum";
-constexpr const char *cached_checksum_name = "/knowledge/subsys.checksum";
-constexpr const char *last_checksum_name = "/knowledge/prev_subsys.checksum";
 
 // Makes the current file the last one; the log calls that as it is called here, and tells the
 // outcome.
@@ -103,7 +102,7 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
     return ZOT_RECORD(handle, ZOT_OK);
   }
   const place current{handle->conf_k_root, k_name};
-  const place current_checksum{handle->conf_root, cached_checksum_name};
+  const place current_checksum{handle->conf_root, zot::current_k.checksum};
   rotate(handle, current, {handle->conf_k_root, last_k_name}, "last K",
          "Rotate current K as last K in storage: Done", __func__);
   if (const int status = copy(handle, {tmp_k->root, k_name}, current, __func__, __LINE__);
@@ -111,8 +110,8 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sMove data from tmp to cached storage: Done\n");
-  zot::remove_shown(handle, handle->conf_root, "/knowledge/corrupted.k", "corrupted K", __func__);
-  rotate(handle, current_checksum, {handle->conf_root, last_checksum_name}, "last K.checksum",
+  zot::remove_shown(handle, handle->conf_root, zot::corrupted_k.k, "corrupted K", __func__);
+  rotate(handle, current_checksum, {handle->conf_root, zot::last_k.checksum}, "last K.checksum",
          "Move new K to last K: Done", __func__);
   if (const int status =
           copy(handle, {tmp_k->root, checksum_name}, current_checksum, __func__, __LINE__);
@@ -120,8 +119,8 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
     return status;
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached storage: Done\n");
-  zot::remove_shown(handle, handle->conf_root, "/knowledge/corrupted.checksum",
-                    "corrupted K.checksum", __func__);
+  zot::remove_shown(handle, handle->conf_root, zot::corrupted_k.checksum, "corrupted K.checksum",
+                    __func__);
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, tmp_k);
 
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sStart to reload cached K.\n");
@@ -197,7 +196,7 @@ int zot_priv_rotate_prev_k(zot_ctx *handle, zot_k *tmp_k) {
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached directory: Done\n");
   if (const int status = copy(handle, {tmp_k->root, checksum_name},
-                              {handle->conf_root, last_checksum_name}, __func__, __LINE__);
+                              {handle->conf_root, zot::last_k.checksum}, __func__, __LINE__);
       status != ZOT_OK) {
     return status;
   }

@@ -16,16 +16,14 @@
 #include "zot_priv/model/verified_bytes.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
 #include "zot_priv/storage/file_id.hpp"
+#include "zot_priv/storage/k_names.hpp"
 
 namespace {
 
-constexpr const char *k_name = "subsys.k";
-// Each get of any process begins with a new file of this name.
-constexpr const char *checksum_name = "subsys.checksum";
-constexpr const char *corrupted_checksum_name = "corrupted.checksum";
-
+// Each get of any process begins with a new checksum file.
 zot_file_id fetched_now(const zot_ctx &handle) {
-  return zot::file_id_at(AT_FDCWD, zot::joined_path(handle.tmp_root, checksum_name).c_str());
+  return zot::file_id_at(AT_FDCWD,
+                         zot::joined_path(handle.tmp_root, zot::temporary_k.checksum).c_str());
 }
 
 bool is_untouched(const zot_ctx &handle) {
@@ -111,17 +109,17 @@ bool announces(const char *path, const zot_k &k, bool alone = false) {
 }
 
 // Whether the persistent directory has a K under these names, as it can be loaded from there.
-bool is_stored(const zot_ctx &handle, const char *checksum, const char *name, const zot_k &k) {
-  return announces(zot::joined_path(handle.conf_k_root, checksum).c_str(), k, true) &&
-         holds(AT_FDCWD, zot::joined_path(handle.conf_k_root, name).c_str(), k.data, k.data_len);
+bool is_stored(const zot_ctx &handle, const zot::k_names &names, const zot_k &k) {
+  return announces(zot::joined_path(handle.conf_root, names.checksum).c_str(), k, true) &&
+         holds(AT_FDCWD, zot::joined_path(handle.conf_root, names.k).c_str(), k.data, k.data_len);
 }
 
 // The beginning of a checksum, or why it cannot be read; 0 when there is none.
-uint64_t checksum_number(const zot_ctx &handle, const char *name) {
+uint64_t checksum_number(const zot_ctx &handle, const zot::k_names &names) {
   constexpr size_t digits = 16;
   char line[digits + 1] = "";
   errno = 0;
-  const zot::joined_path path(handle.conf_k_root, name);
+  const zot::joined_path path(handle.conf_root, names.checksum);
   if (read_line(path.c_str(), line, digits) == nullptr && errno != ENOENT) {
     return static_cast<uint32_t>(errno);
   }
@@ -130,8 +128,7 @@ uint64_t checksum_number(const zot_ctx &handle, const char *name) {
 
 // The two change their places in the sum, as a K may be in one of them and then in the other.
 uint64_t verdicts_now(const zot_ctx &handle) {
-  return checksum_number(handle, checksum_name) +
-         2 * checksum_number(handle, corrupted_checksum_name);
+  return checksum_number(handle, zot::current_k) + 2 * checksum_number(handle, zot::corrupted_k);
 }
 
 }  // namespace
@@ -155,8 +152,8 @@ void forget_get(zot_ctx &handle) {
 }
 
 bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
-  const joined_path path(handle.tmp_root, k_name);
-  const joined_path checksum(handle.tmp_root, checksum_name);
+  const joined_path path(handle.tmp_root, temporary_k.k);
+  const joined_path checksum(handle.tmp_root, temporary_k.checksum);
   // A get that found no memory for its path has given up the bytes of K.
   const bool has_k = k.data == nullptr || holds(AT_FDCWD, path.c_str(), k.data, k.data_len);
   // Where times are coarse, a checksum file made anew may look like the one before.
@@ -166,13 +163,13 @@ bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
 
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   // An adapter may keep its files elsewhere.
-  return is_stored(handle, checksum_name, k_name, k) &&
+  return is_stored(handle, current_k, k) &&
          (handle.fns.commit_gpb != nullptr ||
           hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
 
 bool is_refused(const zot_ctx &handle, const zot_k &k) {
-  return is_stored(handle, corrupted_checksum_name, "corrupted.k", k);
+  return is_stored(handle, corrupted_k, k);
 }
 
 bool are_verdicts_as_fetched(const zot_ctx &handle) {
@@ -209,7 +206,7 @@ const char *path_outside(const zot_list *gpbs) {
 }
 
 void touch_fetched(const zot_ctx &handle) {
-  ::utimensat(AT_FDCWD, joined_path(handle.tmp_root, checksum_name).c_str(), nullptr,
+  ::utimensat(AT_FDCWD, joined_path(handle.tmp_root, temporary_k.checksum).c_str(), nullptr,
               AT_SYMLINK_NOFOLLOW);
 }
 
@@ -220,7 +217,7 @@ bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gp
       !are_files_in(handle.tmp_gpb_root, gpbs)) {
     return false;
   }
-  if (is_absent(joined_path(handle.tmp_root, checksum_name).c_str())) {
+  if (is_absent(joined_path(handle.tmp_root, temporary_k.checksum).c_str())) {
     // Without it the K files fail to be copied, and nothing of the set is taken.
     return true;
   }

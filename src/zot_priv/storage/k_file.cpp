@@ -11,20 +11,11 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/k_content.hpp"
 #include "zot_priv/storage/k_file.hpp"
+#include "zot_priv/storage/k_names.hpp"
 
 namespace {
 
 constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
-
-struct k_names {
-  const char *k;
-  const char *checksum;
-};
-
-constexpr k_names current = {"/knowledge/subsys.k", "/knowledge/subsys.checksum"};
-constexpr k_names last = {"/knowledge/prev_subsys.k", "/knowledge/prev_subsys.checksum"};
-constexpr k_names corrupted = {"/knowledge/corrupted.k", "/knowledge/corrupted.checksum"};
-constexpr k_names temporary = {"subsys.k", "subsys.checksum"};
 
 // The first line of a checksum file. One byte more than a checksum is kept, so that a line that is
 // too long can be told from a good one, and it is always terminated.
@@ -111,8 +102,8 @@ int zot_priv_verify_k_file(zot_ctx *handle, zot_k *k, const char *k_path, const 
 }
 
 int zot::read_expected_k(zot_ctx *handle, zot_k *k, const char *root, const zot_k &expected) {
-  const joined_path k_path(root, current.k);
-  const joined_path checksum_path(root, current.checksum);
+  const joined_path k_path(root, current_k.k);
+  const joined_path checksum_path(root, current_k.checksum);
   return verify(handle, k, {k_path.c_str(), checksum_path.c_str()}, 0, expected.parsed);
 }
 
@@ -131,19 +122,19 @@ int _zot_priv_read_k_f(zot_ctx *handle, zot_k *k, const char *root, const char *
 }
 
 int zot_priv_read_cur_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags) {
-  return _zot_priv_read_k_f(handle, k, root, current.k, current.checksum, flags);
+  return _zot_priv_read_k_f(handle, k, root, zot::current_k.k, zot::current_k.checksum, flags);
 }
 
 int zot_priv_read_prev_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags) {
-  return _zot_priv_read_k_f(handle, k, root, last.k, last.checksum, flags);
+  return _zot_priv_read_k_f(handle, k, root, zot::last_k.k, zot::last_k.checksum, flags);
 }
 
 int zot_priv_read_corrupted_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags) {
-  return _zot_priv_read_k_f(handle, k, root, corrupted.k, corrupted.checksum, flags);
+  return _zot_priv_read_k_f(handle, k, root, zot::corrupted_k.k, zot::corrupted_k.checksum, flags);
 }
 
 int zot_priv_read_tmp_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags) {
-  return _zot_priv_read_k_f(handle, k, root, temporary.k, temporary.checksum, flags);
+  return _zot_priv_read_k_f(handle, k, root, zot::temporary_k.k, zot::temporary_k.checksum, flags);
 }
 
 int zot_priv_read_cur_k(zot_ctx *handle, zot_k *k, const char *root) {
