@@ -37,7 +37,7 @@ int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) 
   if (status != ZOT_ERR_CORRUPTED || zot::waits_for_verdict(*handle)) {
     return status;
   }
-  if (!zot::reload_conf(*handle) || zot::settle_marks(*handle) != ZOT_OK) {
+  if (!zot::reload_conf(*handle) || zot::ensure_marks(*handle) != ZOT_OK) {
     zot::mark_outdated(*handle);
     return zot_priv_err_set_errno(handle, status);
   }
@@ -48,14 +48,15 @@ int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) 
 int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
   if (zot::waits_for_verdict(*handle) && zot::is_overtaken(*handle)) {
-    handle->stat.state = 0;  // another process has given the verdict
+    // Another process has given the verdict.
+    zot::withdraw(*handle);
   }
   if (!zot::waits_for_verdict(*handle)) {
     zot::renew_outdated(*handle);
     zot::reload_changed_cache(*handle);
   }
   zot_priv_init_load_ret_gpb_list(handle);
-  if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
+  if (const int status = zot::ensure_marks(*handle); status != ZOT_OK) {
     return status;
   }
   if (const int status = hand_out(handle, list, mask, catset); status != ZOT_OK) {
@@ -73,11 +74,12 @@ int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
 int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
   zot::renew_outdated(*handle);
-  zot::forget_changed_refusal(*handle);
+  zot::forget_changed_corrupted(*handle);
+  // This looks for another configuration in force too, once the service has answered.
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
     zot_priv_init_load_ret_gpb_list(handle);
-    if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
+    if (const int status = zot::ensure_marks(*handle); status != ZOT_OK) {
       return status;
     }
     ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
@@ -93,7 +95,7 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
   }
   if (const int status = hand_out(handle, list, mask, catset); status != ZOT_OK) {
     // What the caller has not seen is not there to be committed.
-    handle->stat.state &= ~uint32_t{ZOT_CYCLE_NEW_CONF};
+    zot::withdraw(*handle);
     return status;
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
@@ -139,9 +141,11 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
     return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "invalid conf_stat_mask: %u", conf_stat_mask);
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sStart to get new configuration.\n");
+  // In dev mode no get has directories of its own to go back to.
   const bool is_cached = (conf_stat_mask & ZOT_STAT_CACHED) != 0;
-  const bool is_of_get = is_cached && zot::waits_for_verdict(*handle) && handle->dev_mode == 0;
-  const zot::folders_of_get folders(*handle, is_of_get);
+  const bool repeats_waiting_get =
+      is_cached && zot::waits_for_verdict(*handle) && handle->dev_mode == 0;
+  const zot::folders_of_get folders(*handle, repeats_waiting_get);
   if (!folders.has_memory()) {
     return zot_priv_err_set_errno(handle, ZOT_ERR_NOMEM);
   }

@@ -13,6 +13,12 @@ inline bool log_enabled(const zot_log_ctx *log_ctx, uint32_t level, uint32_t mas
   return log_ctx->ctl->level >= level && (mask & log_ctx->ctl->facility) != 0;
 }
 
+// Topics that many messages have together.
+inline constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
+inline constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
+inline constexpr uint32_t gpb_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_GENERAL;
+inline constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
+
 // Level, topics and line of a message in one word, so that a call hands over little.
 inline constexpr unsigned level_bits = 4;
 inline constexpr unsigned topic_bits = 8;

@@ -38,8 +38,9 @@ zot::k_owner read_changed(zot_ctx *handle, int which) {
     return nullptr;
   }
   zot::k_owner k = zot::make_k();
-  if (k != nullptr && (which == ZOT_K_CURRENT ? zot::read_k_in_force : zot::read_last_k)(
-                          handle, k.get(), handle->conf_root, ZOT_READ_K_OPTIONAL) != ZOT_OK) {
+  if (k != nullptr &&
+      (which == ZOT_K_CURRENT ? zot::read_kept_or_current_k : zot::read_kept_or_last_k)(
+          handle, k.get(), handle->conf_root, ZOT_READ_K_OPTIONAL) != ZOT_OK) {
     k.reset();
   }
   return k;

@@ -13,12 +13,14 @@
 #include "utilities/http_limits.hpp"
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
+#include "utilities/text.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_list.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/storage/archive.hpp"
 #include "zot_priv/storage/leftovers.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
 
@@ -26,7 +28,6 @@ constexpr const char *loopback_host = "127.0.0.1";
 // Room for the name of the host and a port.
 constexpr size_t host_size = 64;
 constexpr uint32_t transfer_topics = ZOT_TOPIC_TRANSFER | ZOT_TOPIC_GPB;
-constexpr uint32_t file_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_GPB;
 
 // The names that one archive is asked for.
 class download_set {
@@ -70,11 +71,6 @@ class download_set {
 
   zot_list names_;
 };
-
-bool is_set(const char *variable) {
-  const char *const value = std::getenv(variable);
-  return value != nullptr && value[0] != '\0';
-}
 
 // Turns the result of the archive transfer into a status.
 int record_transfer(zot_ctx *handle, int result, const char *func, long line) {
@@ -121,7 +117,7 @@ int fetch_archive(zot_ctx *handle, download_set &wanted, uint64_t largest, const
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, transfer_topics,
              "%sDownload GPB files from: \"%s\": Done\n", url);
   handle->stat.bytes_written += stat.bytes;
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, file_topics,
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, zot::gpb_file_topics,
              "%sTotal cost time: %lf, Write Bytes = %llu\n", stat.total_time,
              static_cast<unsigned long long>(stat.bytes));
   return ZOT_OK;
@@ -137,7 +133,7 @@ int ap_download_k(zot_ctx *handle, zot_k *k) {
   char host[host_size];
   static_cast<void>(
       std::snprintf(host, sizeof host, "%s:%u", loopback_host, zot_sub_get_remote_port()));
-  if (is_set("ZOT_REMOTE_PORT")) {
+  if (zot::environment("ZOT_REMOTE_PORT") != nullptr) {
     ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_TRANSFER, "%sURL: %s\n", host);
   }
   const int status = zot_priv_get_new_k_by_host(handle, k, host);

@@ -15,21 +15,16 @@
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
 #include "zot_priv/storage/leftovers.hpp"
+#include "zot_priv/storage/logged.hpp"
 #include "zot_priv/storage/put_back.hpp"
 #include "zot_priv/storage/room.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
 
-constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 constexpr uint32_t k_and_gpb_topics = ZOT_TOPIC_K | ZOT_TOPIC_GPB;
-constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 
 constexpr const char *operation = "zot_priv_commit_conf";
-
-bool is_same_k(const zot_k *a, const zot_k *b) {
-  return a == b || zot_priv_cmp_k(a, b) == 0;
-}
 
 // Before anything changes.
 int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
@@ -45,24 +40,26 @@ int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs)
                          "[%s]: a file of K lies outside of %s: %s", operation,
                          handle->tmp_gpb_root, outside);
   }
-  return zot::is_set_as_fetched(*handle, tmp_k, tmp_gpbs) ? ZOT_OK
-                                                          : zot::refuse_changed(handle, operation);
+  return zot::is_set_as_fetched(*handle, tmp_k, tmp_gpbs)
+             ? ZOT_OK
+             : zot::record_changed_scratch(handle, operation);
 }
 
 // The new files have to be whole when the old ones go, and the copy may bring no more than was
 // counted. When it fails, memory has to hold the files that were removed for it.
 int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
+  // A census that makes it look.
   zot::remove_unlisted_files(*handle, tmp_gpbs, {.has_empty_directory = true});
   if (!zot::are_files_in(handle->tmp_gpb_root, tmp_gpbs)) {
-    return zot::refuse_changed(handle, operation);
+    return zot::record_changed_scratch(handle, operation);
   }
   const bool is_begun = handle->own.commit_begun != 0;
   if (!is_begun && zot::may_hold_more(*handle)) {
     // It was looked for once, when the handle was new. What cannot be loaded now is lost.
-    zot::mark_outdated(*handle);
-    zot::renew_outdated(*handle);
+    zot::load_once_more(*handle);
   }
   const zot_slot &before = handle->slot[is_begun ? ZOT_SLOT_LAST : ZOT_SLOT_CURRENT];
+  // Where nothing was in force, or what was cannot be loaded, nothing is left to lose.
   errno = ESTALE;
   const bool is_known = before.k != nullptr ? zot::is_in_force(*handle, *before.k, nullptr) &&
                                                   zot::can_put_back(before.gpbs)
@@ -70,9 +67,9 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
   if (!is_known) {
     // The next get takes it from the cache.
     zot::mark_outdated(*handle);
-    return zot::record_failure(handle, operation, __LINE__, "keep the files of");
+    return zot::record_cache_failure(handle, operation, __LINE__, "keep the files of");
   }
-  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_WARN, gpb_file_topics,
+  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_WARN, zot::gpb_file_topics,
              "%sNo room for the new files beside the old ones, which go first: a power cut would "
              "leave none\n");
   return ZOT_OK;
@@ -80,7 +77,7 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
 
 // Nothing has changed yet, so a configuration that does not fit is refused.
 int check_room(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs,
-               zot::gpb_protection &gpbs) {
+               zot::gpb_protection &protection) {
   const zot::room_check check = zot::look_for_room(*handle, tmp_k, tmp_gpbs);
   const auto needed = static_cast<unsigned long long>(check.needed.bytes);
   const auto available = static_cast<unsigned long long>(check.available.bytes);
@@ -97,9 +94,9 @@ int check_room(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs,
       return status;
     }
   }
-  gpbs = check.fits == zot::room_check::in_place || handle->fns.commit_gpb != nullptr
-             ? zot::gpb_protection::removed_first
-             : zot::gpb_protection::kept;
+  protection = check.fits == zot::room_check::in_place || handle->fns.commit_gpb != nullptr
+                   ? zot::gpb_protection::removed_first
+                   : zot::gpb_protection::kept;
   return ZOT_OK;
 }
 
@@ -117,28 +114,27 @@ int adopt(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
 }
 
 // From here on the old files are safe until the commit has come to its end.
-int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
-  // Of a commit that was undone after its K had been read back; or of a get that had no memory for
-  // it.
+int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection protection) {
+  // A commit that was undone has left that of the cache; a get without memory for it has left none.
   const bool needs_scratch_root =
       tmp_k->root == nullptr || std::strcmp(tmp_k->root, handle->conf_root) == 0;
   if (needs_scratch_root && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
     return ZOT_RECORD_NO_MEMORY_AT(handle, operation);
   }
-  return zot::begin_undo(*handle, gpbs)
+  return zot::begin_undo(*handle, protection)
              ? ZOT_OK
-             : zot::record_failure(handle, operation, __LINE__, "keep the files of");
+             : zot::record_cache_failure(handle, operation, __LINE__, "keep the files of");
 }
 
 // After a copy: its source may be that of somebody who has made the scratch directory anew.
 int check_scratch(zot_ctx *handle) {
-  return zot::is_scratch_held(*handle) ? ZOT_OK : zot::refuse_changed(handle, operation);
+  return zot::is_scratch_held(*handle) ? ZOT_OK : zot::record_changed_scratch(handle, operation);
 }
 
-int store_k(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
-  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, k_file_topics,
+int store_k(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection protection) {
+  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, zot::k_file_topics,
              "%sStart to commit K file into cached storage.\n");
-  if (const int status = protect(handle, tmp_k, gpbs); status != ZOT_OK) {
+  if (const int status = protect(handle, tmp_k, protection); status != ZOT_OK) {
     return status;
   }
   int status = zot_priv_commit_k(handle, tmp_k);
@@ -150,7 +146,7 @@ int store_k(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection gpbs) {
 }
 
 int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
-  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, gpb_file_topics,
+  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, zot::gpb_file_topics,
              "%sStart to commit GPB files into cached storage.\n");
   int status = zot_priv_commit_gpb(handle, tmp_gpbs);
   status = status == ZOT_OK ? check_scratch(handle) : status;
@@ -166,7 +162,7 @@ int store_gpbs(zot_ctx *handle, zot_list *tmp_gpbs) {
 }
 
 int sync(zot_ctx *handle, const zot::cache_media &media) {
-  return media.sync() ? ZOT_OK : zot::record_failure(handle, operation, __LINE__, "sync");
+  return media.sync() ? ZOT_OK : zot::record_cache_failure(handle, operation, __LINE__, "sync");
 }
 
 // The new files have to be on the medium before the old ones are given up.
@@ -175,7 +171,7 @@ int store_on_medium(zot_ctx *handle, const zot::cache_media &media) {
     return status;
   }
   if (!zot::retire_undo(*handle)) {
-    return zot::record_failure(handle, operation, __LINE__, "end the commit in");
+    return zot::record_cache_failure(handle, operation, __LINE__, "end the commit in");
   }
   zot::remove_undo_leftovers(*handle);
   return ZOT_OK;
@@ -189,20 +185,20 @@ int put_back_unprotected(zot_ctx *handle, int status) {
   }
   return zot::put_back(*handle, zot_priv_get_gpb(handle, ZOT_SLOT_LAST))
              ? status
-             : zot::record_failure(handle, operation, __LINE__, "restore");
+             : zot::record_cache_failure(handle, operation, __LINE__, "restore");
 }
 
 // Brings the files of the cache after what memory already holds. All of them once more after a
 // failure: what could not be written to the medium is told once, and lost.
-int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection gpbs) {
+int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection protection) {
   const zot::locks_for_commands lent(*handle);
   const zot::cache_media media(*handle);
-  if (const int status = store_k(handle, tmp_k, gpbs); status != ZOT_OK) {
+  if (const int status = store_k(handle, tmp_k, protection); status != ZOT_OK) {
     return status;
   }
   int status = store_gpbs(handle, tmp_gpbs);
   status = status == ZOT_OK ? store_on_medium(handle, media) : status;
-  const bool is_put_back = status != ZOT_OK && gpbs == zot::gpb_protection::removed_first;
+  const bool is_put_back = status != ZOT_OK && protection == zot::gpb_protection::removed_first;
   return is_put_back ? put_back_unprotected(handle, status) : status;
 }
 
@@ -214,7 +210,7 @@ bool is_committed_by_other(const zot_ctx &handle, const zot_k &tmp_k, const zot_
 }
 
 int end_commit(zot_ctx *handle) {
-  zot::settle_doubts(*handle);
+  zot::clear_doubts(*handle);
   handle->own.commit_begun = 0;
   handle->own.marks_waiting = 0;
   zot_done_commit(handle);
@@ -224,13 +220,13 @@ int end_commit(zot_ctx *handle) {
 // Begins a commit, or goes on with one that failed.
 int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   const bool is_begun = handle->own.commit_begun != 0;
-  if (!is_begun && is_same_k(zot_priv_get_k(handle, ZOT_SLOT_CURRENT), tmp_k)) {
+  if (!is_begun && zot_priv_cmp_k(zot_priv_get_k(handle, ZOT_SLOT_CURRENT), tmp_k) == 0) {
     return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, operation, __LINE__,
                          "Configuration not changed. It doesn't need to do commit.");
   }
   // What another commit has left would count as taken.
   if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
-    return zot::record_failure(handle, operation, __LINE__, "restore");
+    return zot::record_cache_failure(handle, operation, __LINE__, "restore");
   }
   zot::remove_undo_leftovers(*handle);
   if (is_committed_by_other(*handle, *tmp_k, tmp_gpbs)) {
@@ -245,8 +241,8 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   if (const int status = check_fetched(handle, *tmp_k, tmp_gpbs); status != ZOT_OK) {
     return status;
   }
-  zot::gpb_protection gpbs = zot::gpb_protection::kept;
-  if (const int status = check_room(handle, *tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
+  zot::gpb_protection protection = zot::gpb_protection::kept;
+  if (const int status = check_room(handle, *tmp_k, tmp_gpbs, protection); status != ZOT_OK) {
     return status;
   }
   if (!is_begun) {
@@ -254,7 +250,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
       return status;
     }
   }
-  if (const int status = store(handle, tmp_k, tmp_gpbs, gpbs); status != ZOT_OK) {
+  if (const int status = store(handle, tmp_k, tmp_gpbs, protection); status != ZOT_OK) {
     return status;
   }
   if (handle->own.marks_waiting == 0) {
@@ -288,13 +284,13 @@ int zot::settle_failed_commit(zot_ctx &handle) {
     return status;
   }
   if (!undo_failed_commit(handle)) {
-    record_failure(&handle, operation, __LINE__, "restore");
+    record_cache_failure(&handle, operation, __LINE__, "restore");
   }
   if (handle.slot[ZOT_SLOT_CURRENT].k == nullptr) {
     // Another process may have committed its first configuration meanwhile.
     mark_outdated(handle);
   }
-  handle.stat.state = 0;
+  withdraw(handle);
   return ZOT_OK;
 }
 
@@ -303,7 +299,7 @@ int zot_priv_commit_conf(zot_ctx *handle) {
     return ZOT_ERR_NULL_INPUT;
   }
   if (handle->dev_mode != 0) {
-    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not commit conf.\n");
+    ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics, "%sIs dev mode, do not commit conf.\n");
     return ZOT_RECORD(handle, ZOT_OK);
   }
   const uint32_t state = handle->stat.state;

@@ -9,13 +9,13 @@
 
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
+#include "zot_priv/cycle/start_up.hpp"
 #include "zot_priv/model/owners.hpp"
-#include "zot_priv/storage/k_names.hpp"
+#include "zot_priv/storage/names.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
 
-constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
 // In zot_own::cache_doubts.
 constexpr uint32_t conf_outdated = 1;
 constexpr uint32_t cache_moved = 2;
@@ -23,7 +23,7 @@ constexpr uint32_t cache_unloadable = 4;
 
 // Whether a checksum file of the cache names another K than this one, or any when there is none.
 // When it could not be read, errno tells why.
-bool names_other_k(const zot_ctx &handle, const zot::k_names &names, const zot_k *k) {
+bool names_other_k(const zot_ctx &handle, const zot::k_names names, const zot_k *k) {
   const zot::joined_path path(handle.conf_root, names.checksum);
   char found[ZOT_CHECKSUM_LEN + 2] = "";
   errno = 0;
@@ -33,7 +33,7 @@ bool names_other_k(const zot_ctx &handle, const zot::k_names &names, const zot_k
 }
 
 // Frees what memory holds of the cache.
-void give_up(zot_ctx &handle) {
+void release_loaded(zot_ctx &handle) {
   for (const uint32_t slot : {ZOT_SLOT_CURRENT, ZOT_SLOT_LAST}) {
     zot_priv_free_k_ex_safe(&handle, slot, nullptr);
     zot_priv_free_gpb_ex_safe(&handle, slot, nullptr);
@@ -49,13 +49,13 @@ void give_up(zot_ctx &handle) {
 bool zot::reload_conf(zot_ctx &handle) {
   zot_slot &current = handle.slot[ZOT_SLOT_CURRENT];
   const zot_slot before = std::exchange(current, {});
-  handle.load_flags &= ~conf_loaded;
+  handle.load_flags &= ~zot::conf_loaded;
   const bool is_loaded = zot_priv_init_load_conf(&handle) == ZOT_OK;
   const zot_slot found = std::exchange(current, before);
   if (!is_loaded) {
     return false;
   }
-  give_up(handle);
+  release_loaded(handle);
   current = found;
   return true;
 }
@@ -70,7 +70,7 @@ bool zot::reload_changed_cache(zot_ctx &handle) {
   return is_cache_changed(handle) && reload_conf(handle);
 }
 
-void zot::forget_changed_refusal(zot_ctx &handle) {
+void zot::forget_changed_corrupted(zot_ctx &handle) {
   const errno_keeper keep_errno;
   const zot_k *const refused = handle.slot[ZOT_SLOT_CORRUPTED].k;
   const bool is_other = names_other_k(handle, corrupted_k, refused);
@@ -90,7 +90,7 @@ void zot::leave_moved_cache(zot_ctx &handle) {
   if ((handle.own.cache_doubts & cache_moved) == 0) {
     return;
   }
-  give_up(handle);
+  release_loaded(handle);
   zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CORRUPTED, nullptr);
   handle.load_flags = 0;
   handle.own.cache_doubts = 0;
@@ -103,18 +103,21 @@ void zot::mark_outdated(zot_ctx &handle) {
 }
 
 void zot::renew_outdated(zot_ctx &handle) {
-  if ((handle.own.cache_doubts & conf_outdated) == 0) {
-    return;
+  if ((handle.own.cache_doubts & conf_outdated) != 0) {
+    load_once_more(handle);
   }
-  settle_doubts(handle);
+}
+
+void zot::load_once_more(zot_ctx &handle) {
+  clear_doubts(handle);
   if (!reload_conf(handle)) {
-    give_up(handle);
+    release_loaded(handle);
     // It may be for want of memory or descriptors.
     handle.own.cache_doubts |= conf_outdated | cache_unloadable;
   }
 }
 
-void zot::settle_doubts(zot_ctx &handle) {
+void zot::clear_doubts(zot_ctx &handle) {
   handle.own.cache_doubts &= ~(conf_outdated | cache_unloadable);
 }
 

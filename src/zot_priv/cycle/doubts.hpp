@@ -19,7 +19,7 @@ bool reload_changed_cache(zot_ctx &handle);
 
 // Gives up the K that was rolled back when the cache holds another one by now, or none: the next
 // look for it takes it from there.
-void forget_changed_refusal(zot_ctx &handle);
+void forget_changed_corrupted(zot_ctx &handle);
 
 // Memory holds what another persistent directory has in force. It is given up before the next load,
 // but not while it waits for a verdict, which is still one for that directory.
@@ -31,8 +31,10 @@ void leave_moved_cache(zot_ctx &handle);
 // configuration is new, and the get after it tries once more.
 void mark_outdated(zot_ctx &handle);
 void renew_outdated(zot_ctx &handle);
+// The same at once.
+void load_once_more(zot_ctx &handle);
 // What is in force is known again.
-void settle_doubts(zot_ctx &handle);
+void clear_doubts(zot_ctx &handle);
 
 // Whether the cache may have a configuration in force that this handle has not loaded: its load may
 // have failed for want of memory.

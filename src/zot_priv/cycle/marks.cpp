@@ -27,7 +27,7 @@ int renew_marks(zot_ctx &handle) {
   return status;
 }
 
-int settle_marks(zot_ctx &handle) {
+int ensure_marks(zot_ctx &handle) {
   if (waits_for_verdict(handle)) {
     return ZOT_OK;
   }

@@ -11,8 +11,8 @@ namespace zot {
 // ZOT_OK, or a recorded status.
 int renew_marks(zot_ctx &handle);
 
-// The same, when the list belongs to a configuration that can no longer be committed, or when
-// nothing is in force.
-int settle_marks(zot_ctx &handle);
+// The same, when there is no list, when it belongs to a configuration that can no longer be
+// committed, or when nothing is in force.
+int ensure_marks(zot_ctx &handle);
 
 }  // namespace zot

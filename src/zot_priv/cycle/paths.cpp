@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,7 +43,7 @@ bool join(char *buf, const char *root, const char *name) {
 
 using zot::wanted_roots;
 
-constexpr const char *reload = "zot_priv_reload_sys_paths";
+constexpr const char *operation = "zot_priv_reload_sys_paths";
 
 int refuse_long(zot_ctx *handle, const char *path, const char *label) {
   return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, "zot_priv_chk_n_mkdir", __LINE__,
@@ -53,9 +52,9 @@ int refuse_long(zot_ctx *handle, const char *path, const char *label) {
 }
 
 int refuse_for_shell(zot_ctx *handle, const char *path, const char *label) {
-  return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, reload, __LINE__,
-                       "[%s]: %s holds characters that a shell would interpret: %s", reload, label,
-                       path);
+  return ZOT_RECORD_AT(handle, ZOT_ERR_WRONG_INPUT, operation, __LINE__,
+                       "[%s]: %s holds characters that a shell would interpret: %s", operation,
+                       label, path);
 }
 
 // Asks for both roots and judges them.
@@ -63,29 +62,29 @@ int get_roots(zot_ctx *handle, wanted_roots &roots) {
   constexpr uint32_t root_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_K | ZOT_TOPIC_GPB;
   char below[ZOT_PATH_SIZE];
   if (!has_root(handle, handle->fns.get_conf_root, roots.conf)) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, reload, __LINE__, "[%s]: unable to get conf root",
-                         reload);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, operation, __LINE__,
+                         "[%s]: unable to get conf root", operation);
   }
   // Shell commands are built from both roots, but none runs in dev mode.
   if (handle->dev_mode != 1 && !zot::is_plain_shell_word(roots.conf)) {
     return refuse_for_shell(handle, roots.conf, "conf root");
   }
-  ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, root_topics, "%sconf path = \"%s\"\n",
+  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, root_topics, "%sconf path = \"%s\"\n",
              roots.conf);
   join(below, roots.conf, "/knowledge");
-  ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_K,
+  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_K,
              "%sconf K path = \"%s\"\n", below);
   if (!has_root(handle, handle->fns.get_tmp_root, roots.tmp)) {
-    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, reload, __LINE__, "[%s]: unable to get conf root",
-                         reload);
+    return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, operation, __LINE__,
+                         "[%s]: unable to get conf root", operation);
   }
   if (!zot::is_plain_shell_word(roots.tmp)) {
     return refuse_for_shell(handle, roots.tmp, "tmp root");
   }
-  ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, root_topics, "%stmp path = \"%s\"\n",
+  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, root_topics, "%stmp path = \"%s\"\n",
              roots.tmp);
   join(below, roots.tmp, "/config");
-  ZOT_LOG_AT(handle, reload, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_GPB,
+  ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_FILE | ZOT_TOPIC_GPB,
              "%stmp GPB path = \"%s\"\n", below);
   return ZOT_OK;
 }
@@ -154,6 +153,7 @@ int zot_priv_reload_sys_paths(zot_ctx *handle) {
       return status;
     }
   }
+  // For a new handle, which takes no lock; a get does it once more under its lock.
   zot::undo_interrupted_commit(*handle);
   return ZOT_OK;
 }

@@ -16,22 +16,20 @@
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
-#include "zot_priv/storage/k_names.hpp"
 #include "zot_priv/storage/logged.hpp"
+#include "zot_priv/storage/names.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
 
-constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
-
 // Undoes a commit of the fetched K that failed. One that another process has committed cannot be
 // rolled back any more.
-int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
+int check_and_undo(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
   if (tmp_k != nullptr && !zot::is_k_as_fetched(*handle, *tmp_k)) {
-    return zot::refuse_changed(handle, func);
+    return zot::record_changed_scratch(handle, func);
   }
   if (!zot::undo_failed_commit(*handle)) {
-    return zot::record_failure(handle, func, __LINE__, "restore");
+    return zot::record_cache_failure(handle, func, __LINE__, "restore");
   }
   errno = 0;
   if (tmp_k != nullptr &&
@@ -43,7 +41,7 @@ int leave_in_force(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
   }
   // What cannot be read may be just this.
   if (errno != 0 && errno != ENOENT) {
-    return zot::record_failure(handle, func, __LINE__, "read");
+    return zot::record_cache_failure(handle, func, __LINE__, "read");
   }
   return ZOT_OK;
 }
@@ -74,7 +72,7 @@ int store_corrupted_file(zot_ctx *handle, const char *name, const char *corrupte
       zot_priv_fcopy(handle, zot::joined_path(handle->tmp_root, name).c_str(),
                      zot::joined_path(handle->conf_root, corrupted_name).c_str(), func, __LINE__);
   if (status == ZOT_OK) {
-    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics,
+    ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, zot::k_file_topics,
                "%sMove new %s from temporary storage to cached storage as corrupted %s: Done\n",
                label, label);
   }
@@ -95,15 +93,15 @@ int store_corrupted_files(zot_ctx *handle, const char *func) {
     return status;
   }
   if (!zot::is_scratch_held(*handle)) {
-    return zot::refuse_changed(handle, func);
+    return zot::record_changed_scratch(handle, func);
   }
   if (!media.sync()) {
-    return zot::record_failure(handle, func, __LINE__, "sync");
+    return zot::record_cache_failure(handle, func, __LINE__, "sync");
   }
   return ZOT_OK;
 }
 
-// Reads the corrupted K back into its slot.
+// Reads the corrupted K, just stored, back into its slot.
 int reload_corrupted_k(zot_ctx *handle, const char *func) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, nullptr);
   zot::k_owner k = zot::make_k();
@@ -128,7 +126,7 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
     return ZOT_ERR_NULL_INPUT;
   }
   if (handle->dev_mode != 0) {
-    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not commit corrupted K\n");
+    ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics, "%sIs dev mode, do not commit corrupted K\n");
     return ZOT_RECORD(handle, ZOT_OK);
   }
   const uint32_t state = handle->stat.state;
@@ -151,7 +149,7 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
     return status;
   }
   const zot_k *const tmp_k = zot_priv_get_k(handle, ZOT_SLOT_TMP);
-  if (const int status = leave_in_force(handle, tmp_k, __func__); status != ZOT_OK) {
+  if (const int status = check_and_undo(handle, tmp_k, __func__); status != ZOT_OK) {
     return status;
   }
   if (const int status = forget_last_k(handle, __func__); status != ZOT_OK) {
@@ -160,12 +158,13 @@ int zot_priv_commit_fail_k(zot_ctx *handle) {
   if (tmp_k == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "No update data\n");
   }
-  if (const auto status = zot::load_refused_once(*handle, __func__); status && *status != ZOT_OK) {
-    ZOT_LOG(handle, ZOT_LOG_WARN, k_file_topics, "%sUnable to do load corrupted K: %s\n",
+  if (const auto status = zot::load_corrupted_once(*handle, __func__);
+      status && *status != ZOT_OK) {
+    ZOT_LOG(handle, ZOT_LOG_WARN, zot::k_file_topics, "%sUnable to do load corrupted K: %s\n",
             std::strerror(errno));
   }
   const zot_k *const corrupted = zot_priv_get_k(handle, ZOT_SLOT_CORRUPTED);
-  if (corrupted != nullptr && (corrupted == tmp_k || zot_priv_cmp_k(corrupted, tmp_k) == 0)) {
+  if (zot_priv_cmp_k(corrupted, tmp_k) == 0) {
     return ZOT_RECORD(handle, ZOT_NO_UPDATE,
                       "New configuration is still corrupted.It doesn't need to do anything.");
   }

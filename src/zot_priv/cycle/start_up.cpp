@@ -12,25 +12,20 @@
 
 namespace {
 
-constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
-constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
-constexpr uint32_t gpb_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_GENERAL;
-constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
-constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
-
 bool has_loaded(const zot_ctx &handle, uint32_t flags) {
   return (handle.load_flags & flags) == flags;
 }
 
 }  // namespace
 
-std::optional<int> zot::load_refused_once(zot_ctx &handle, const char *func) {
+std::optional<int> zot::load_corrupted_once(zot_ctx &handle, const char *func) {
   if (handle.slot[ZOT_SLOT_CORRUPTED].k != nullptr || has_loaded(handle, ZOT_LOADED_FAIL_K)) {
     return {};
   }
   const int status = zot_priv_init_load_fail_k(&handle);
   if (status == ZOT_ERR_NO_FILE) {
-    ZOT_LOG_AT(&handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sNo saved corrupted K\n");
+    ZOT_LOG_AT(&handle, func, __LINE__, ZOT_LOG_INFO, zot::k_file_topics,
+               "%sNo saved corrupted K\n");
     return {};
   }
   return status;
@@ -69,15 +64,15 @@ int zot_priv_init_load_conf(zot_ctx *handle) {
     return ZOT_ERR_NULL_INPUT;
   }
   const zot_slot &current = handle->slot[ZOT_SLOT_CURRENT];
-  if ((current.k != nullptr && current.gpbs != nullptr) || has_loaded(*handle, conf_loaded)) {
+  if ((current.k != nullptr && current.gpbs != nullptr) || has_loaded(*handle, zot::conf_loaded)) {
     return ZOT_OK;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sStart Init. Load K\n");
-  handle->load_flags |= conf_loaded;
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics, "%sStart Init. Load K\n");
+  handle->load_flags |= zot::conf_loaded;
   zot_k *loaded = nullptr;
   const zot::in_force_source source(*handle);
-  if (const int status =
-          __zot_priv_init_load_k_f(handle, zot::read_k_in_force, &loaded, handle->conf_root, 0);
+  if (const int status = __zot_priv_init_load_k_f(handle, zot::read_kept_or_current_k, &loaded,
+                                                  handle->conf_root, 0);
       status != ZOT_OK) {
     return status;
   }
@@ -85,7 +80,7 @@ int zot_priv_init_load_conf(zot_ctx *handle) {
   if (zot_priv_k_set_root(k.get(), source.gpb_root()) == nullptr) {
     return ZOT_RECORD_NO_MEMORY(handle);
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sInit. Load K: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics, "%sInit. Load K: Done\n");
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
   if (gpbs == nullptr) {
     return ZOT_RECORD_NO_MEMORY(handle);
@@ -94,7 +89,7 @@ int zot_priv_init_load_conf(zot_ctx *handle) {
       status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics, "%sInit. Load GPB list from K: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::gpb_file_topics, "%sInit. Load GPB list from K: Done\n");
   if (const int status = zot_priv_read_gpb(handle, k.get(), gpbs.get(), source.gpb_root());
       status != ZOT_OK) {
     return status;
@@ -115,12 +110,12 @@ int zot_priv_init_load_prev_k(zot_ctx *handle) {
     return ZOT_OK;
   }
   handle->load_flags |= ZOT_LOADED_PREV_K;
-  int status = _zot_priv_init_load_k_f(handle, zot::read_last_k, &last.k, handle->conf_root,
+  int status = _zot_priv_init_load_k_f(handle, zot::read_kept_or_last_k, &last.k, handle->conf_root,
                                        ZOT_READ_K_OPTIONAL);
   if (status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sInit. Load last K from cached storage: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_topics, "%sInit. Load last K from cached storage: Done\n");
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
   status = gpbs != nullptr ? zot_priv_get_gpb_list_via_k_json(handle, last.k, gpbs.get())
                            : ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s] out of memory", __func__);
@@ -129,14 +124,15 @@ int zot_priv_init_load_prev_k(zot_ctx *handle) {
     zot::release_k(handle, ZOT_SLOT_LAST, __func__);
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, gpb_topics,
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::gpb_topics,
           "%sInit. Load last GPB files from cached storage: Done\n");
   last.gpbs = gpbs.release();
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics,
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_topics,
           "%sInit. Load last configuration from cached storage: Done\n");
   return ZOT_OK;
 }
 
+// For adapters and tools: the library fetches the temporary K anew.
 int zot_priv_init_load_tmp_k(zot_ctx *handle) {
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;
@@ -151,7 +147,7 @@ int zot_priv_init_load_tmp_k(zot_ctx *handle) {
       status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sInit. Load temporary K: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_topics, "%sInit. Load temporary K: Done\n");
   return ZOT_OK;
 }
 
@@ -164,12 +160,14 @@ int zot_priv_init_load_fail_k(zot_ctx *handle) {
     return ZOT_OK;
   }
   handle->load_flags |= ZOT_LOADED_FAIL_K;
-  if (const int status = _zot_priv_init_load_k_f(handle, zot::read_corrupted_k, &corrupted.k,
-                                                 handle->conf_root, ZOT_READ_K_OPTIONAL);
+  if (const int status =
+          _zot_priv_init_load_k_f(handle, zot::read_kept_or_corrupted_k, &corrupted.k,
+                                  handle->conf_root, ZOT_READ_K_OPTIONAL);
       status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sInit. Load corrupted K from cached storage: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_topics,
+          "%sInit. Load corrupted K from cached storage: Done\n");
   return ZOT_OK;
 }
 

@@ -7,8 +7,10 @@
 
 namespace zot {
 
+inline constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
+
 // Loads the K that an earlier process rolled back, once per handle, and says when there is none.
 // The status when there is one.
-std::optional<int> load_refused_once(zot_ctx &handle, const char *func);
+std::optional<int> load_corrupted_once(zot_ctx &handle, const char *func);
 
 }  // namespace zot

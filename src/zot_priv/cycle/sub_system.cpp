@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "utilities/text.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_priv/cycle/recovery.hpp"
@@ -14,14 +15,8 @@ namespace {
 constexpr uint32_t default_timeout = 5;
 constexpr uint32_t default_timeout_gpb = 30;
 
-// Null for a variable that is unset or empty, which mean the same.
-const char *environment(const char *name) {
-  const char *const value = std::getenv(name);
-  return value != nullptr && *value != '\0' ? value : nullptr;
-}
-
 char *prefixed(const char *variable, const char *path, char *buf, size_t size) {
-  const char *const prefix = environment(variable);
+  const char *const prefix = zot::environment(variable);
   std::snprintf(buf, size, "%s%s", prefix != nullptr ? prefix : "", path);
   return buf;
 }
@@ -83,7 +78,7 @@ char *zot_sub_get_conf_root(zot_ctx *handle, char *buf, size_t size) {
   if (handle == nullptr || buf == nullptr) {
     return nullptr;
   }
-  if (const char *const dev_path = environment("ZOT_DEV_PATH"); dev_path != nullptr) {
+  if (const char *const dev_path = zot::environment("ZOT_DEV_PATH"); dev_path != nullptr) {
     handle->dev_mode = 1;
     std::snprintf(buf, size, "%s", dev_path);
     return buf;
@@ -99,7 +94,7 @@ char *zot_sub_get_tmp_root(zot_ctx *handle, char *buf, size_t size) {
 }
 
 uint32_t zot_sub_get_remote_port(void) {
-  const char *const value = environment("ZOT_REMOTE_PORT");
+  const char *const value = zot::environment("ZOT_REMOTE_PORT");
   const long port = value != nullptr ? std::strtol(value, nullptr, 10) : 0;
   if (port < 1) {
     return ZOT_REMOTE_PORT;

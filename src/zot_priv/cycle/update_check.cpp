@@ -15,11 +15,10 @@
 #include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/fetched.hpp"
 #include "zot_priv/storage/gpb_set.hpp"
-#include "zot_priv/storage/k_names.hpp"
+#include "zot_priv/storage/logged.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
-
-constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 
 void set_cycle_state(zot_ctx *handle, uint32_t bit) {
   constexpr uint32_t outcomes = ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_SAME_K;
@@ -55,7 +54,7 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   }
   // The K that lies there now may be that of somebody who has made the scratch directory anew.
   if (!zot::is_scratch_held(*handle)) {
-    return zot::refuse_changed(handle, func);
+    return zot::record_changed_scratch(handle, func);
   }
   const char *const root = read == zot::read_from_dev_path ? handle->conf_root : handle->tmp_root;
   const int status = zot_priv_update_cached_ret_gpb_list(
@@ -80,11 +79,11 @@ int refuse_last_k(zot_ctx *handle, const char *func) {
   const zot::locks_for_commands lent(*handle);
   rm_rf(zot::joined_path(handle->conf_root, zot::last_k.k).c_str());
   rm_rf(zot::joined_path(handle->conf_root, zot::last_k.checksum).c_str());
-  return zot::refuse_changed(handle, func);
+  return zot::record_changed_scratch(handle, func);
 }
 
 // Aligns the slots when the published K is the one in force.
-int settle_same(zot_ctx *handle, const char *func) {
+int align_slots(zot_ctx *handle, const char *func) {
   const zot_slot(&slot)[ZOT_SLOT_COUNT] = handle->slot;
   if (zot_priv_cmp_k(slot[ZOT_SLOT_LAST].k, slot[ZOT_SLOT_TMP].k) == 0) {
     share_current_gpbs(handle, ZOT_SLOT_TMP);
@@ -104,7 +103,7 @@ int settle_same(zot_ctx *handle, const char *func) {
     }
     ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_K, "%sUpdate last K: Done\n");
   }
-  if (const int status = zot::settle_marks(*handle); status != ZOT_OK) {
+  if (const int status = zot::ensure_marks(*handle); status != ZOT_OK) {
     return status;
   }
   set_cycle_state(handle, ZOT_CYCLE_SAME_K);
@@ -124,14 +123,15 @@ int zot_priv_chk_update(zot_ctx *handle) {
     return ZOT_ERR_NULL_INPUT;
   }
   zot_core_reset_stat(&handle->stat);
+  // A get has settled a commit that failed; whoever calls this alone has not.
   handle->own.commit_begun = 0;
   zot::k_owner new_k = zot::make_k();
   if (new_k == nullptr) {
     return ZOT_RECORD_NO_MEMORY(handle);
   }
   // The warning stands for every outcome but absence, a successful load included.
-  if (zot::load_refused_once(*handle, __func__)) {
-    ZOT_LOG(handle, ZOT_LOG_WARN, k_file_topics, "%sUnable to load corrupted K:%s\n",
+  if (zot::load_corrupted_once(*handle, __func__)) {
+    ZOT_LOG(handle, ZOT_LOG_WARN, zot::k_file_topics, "%sUnable to load corrupted K:%s\n",
             std::strerror(errno));
   }
 
@@ -152,13 +152,13 @@ int zot_priv_chk_update(zot_ctx *handle) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_TMP, nullptr);
   zot_k *const tmp_k = new_k.release();
   zot_priv_set_k(handle, ZOT_SLOT_TMP, tmp_k);
-  // This loads the last K too, which settle_same() compares.
+  // This loads the last K too, which align_slots() compares.
   zot_priv_init_load_ret_gpb_list(handle);
   if (is_rolled_back) {
     set_cycle_state(handle, ZOT_CYCLE_SAME_K);
     return ZOT_ERR_SAME_AS_CORRUPTED;
   }
-  return fetched == ZOT_OK ? prepare_new(handle, tmp_k, __func__) : settle_same(handle, __func__);
+  return fetched == ZOT_OK ? prepare_new(handle, tmp_k, __func__) : align_slots(handle, __func__);
 }
 
 int zot_priv_handle_no_update(zot_ctx *handle) {

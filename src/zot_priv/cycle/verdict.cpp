@@ -1,31 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zot_priv/cycle/verdict.hpp"
 
-#include <cerrno>
-#include <cstring>
-
-#include "zot_err.hpp"
 #include "zot_log.hpp"
 #include "zot_priv/storage/fetched.hpp"
 
-namespace {
-
-constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
-
-}  // namespace
+namespace {}  // namespace
 
 bool zot::waits_for_verdict(const zot_ctx &handle) {
   return (handle.stat.state & (verdict_given | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
-}
-
-int zot::record_failure(zot_ctx *handle, const char *func, long line, const char *what) {
-  return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, line, "[%s]: fail to %s %s: %s", func, what,
-                       handle->conf_root, std::strerror(errno));
-}
-
-int zot::refuse_changed(zot_ctx *handle, const char *func) {
-  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
-                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
 }
 
 bool zot::is_overtaken(const zot_ctx &handle) {
@@ -40,7 +22,7 @@ bool zot::is_overtaken(const zot_ctx &handle) {
   // A get that could not read what was refused has taken it for new.
   const bool may_be_refused =
       is_decided || zot_priv_cmp_k(handle.slot[ZOT_SLOT_CORRUPTED].k, fetched) != 0;
-  return (may_be_refused && is_refused(handle, *fetched)) ||
+  return (may_be_refused && is_stored_as_corrupted(handle, *fetched)) ||
          (is_decided && !is_in_force(handle, *fetched, nullptr));
 }
 
@@ -49,7 +31,7 @@ void zot_done_commit(zot_ctx *handle) {
     return;
   }
   handle->stat.state = (handle->stat.state & ~zot::verdict_given) | ZOT_CYCLE_DONE_COMMIT;
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit configuration: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_topics, "%sCommit configuration: Done\n");
 }
 
 void zot_done_roll_back(zot_ctx *handle) {
@@ -57,5 +39,5 @@ void zot_done_roll_back(zot_ctx *handle) {
     return;
   }
   handle->stat.state = (handle->stat.state & ~zot::verdict_given) | ZOT_CYCLE_DONE_ROLL_BACK;
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit corrupted K files: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_topics, "%sCommit corrupted K files: Done\n");
 }

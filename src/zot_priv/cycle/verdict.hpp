@@ -11,14 +11,13 @@ inline constexpr uint32_t verdict_given = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE
 // Whether the last get brought a configuration that is neither committed nor rolled back.
 bool waits_for_verdict(const zot_ctx &handle);
 
+// Nothing waits for a verdict any more.
+inline void withdraw(zot_ctx &handle) {
+  handle.stat.state &= ~uint32_t{ZOT_CYCLE_NEW_CONF};
+}
+
 // Whether a verdict was given since that get: another configuration was committed or one rolled
 // back, by whatever process. That the same one was committed changes nothing.
 bool is_overtaken(const zot_ctx &handle);
-
-// Records what failed with the persistent directory, and why errno says.
-int record_failure(zot_ctx *handle, const char *func, long line, const char *what);
-
-// Records that the scratch directory is not as the get has left it.
-int refuse_changed(zot_ctx *handle, const char *func);
 
 }  // namespace zot

@@ -13,6 +13,10 @@ inline const void *address(const void *pointer) {
   return pointer;
 }
 
+// A K is given up in steps: drop_k_contents() frees what its record owns, the owner below the
+// record as well, release_k() empties its slot too, and zot_priv_free_k_ex_safe() does so only when
+// no other slot has it.
+
 // Frees all that a K record owns, whether it holds a K or not; the metadata stays.
 void drop_k_contents(zot_k *k);
 

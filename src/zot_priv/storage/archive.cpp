@@ -11,6 +11,7 @@
 #include "zot_log.hpp"
 #include "zot_priv/storage/leftovers.hpp"
 #include "zot_priv/storage/logged.hpp"
+#include "zot_priv/storage/names.hpp"
 #include "zot_priv/storage/scratch.hpp"
 
 namespace {
@@ -25,8 +26,6 @@ constexpr uint64_t shell_block = 512;
 // Processor time that no archive of a configuration comes near, even on a slow access point.
 constexpr uint64_t unpack_seconds = 30;
 constexpr uint64_t unpacked_in_a_second = 1048576;
-constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
-constexpr uint32_t file_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_GPB;
 
 // The command that unpacks the archive, with limits on what packs to next to nothing: a member that
 // grows beyond what the whole archive may have, and names so deep that their directories take an
@@ -104,8 +103,8 @@ int unpack(zot_ctx *handle, uint64_t largest, zot::scratch_watch &watch, const c
                          "[%s]: archive holds more than GPB files: %s/%s", func, handle->tmp_root,
                          zot::archive_name);
   }
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, read_topics, "%suntar GPB files: Done\n");
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, file_topics, "%sRun CMD: \"%s\"\n",
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, zot::gpb_topics, "%suntar GPB files: Done\n");
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, zot::gpb_file_topics, "%sRun CMD: \"%s\"\n",
              command.shown());
   return ZOT_OK;
 }
@@ -134,7 +133,7 @@ int unpack_archive(zot_ctx *handle, zot_k *k, zot_list *gpbs, uint64_t largest, 
   }
   remove_unlisted_files(*handle, gpbs, watch.found());
   unfinished.finish();
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, read_topics,
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, zot::gpb_topics,
              "%sGet new GPB files on tmp: Done\n");
   return ZOT_OK;
 }

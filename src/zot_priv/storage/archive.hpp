@@ -6,9 +6,6 @@
 
 namespace zot {
 
-// As it lies in the scratch directory.
-inline constexpr const char *archive_name = "gpb.tgz";
-
 // The bytes that an archive with the files of a list takes at most.
 uint64_t largest_archive(const zot_list *gpbs);
 

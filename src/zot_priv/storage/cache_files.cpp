@@ -10,14 +10,10 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/storage/k_file.hpp"
-#include "zot_priv/storage/k_names.hpp"
 #include "zot_priv/storage/logged.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
-
-constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
-constexpr uint32_t k_topics = ZOT_TOPIC_K | ZOT_TOPIC_GENERAL;
-constexpr uint32_t gpb_file_topics = ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 
 // A file by its directory and its name below that: no more paths are made than a step needs.
 struct place {
@@ -40,11 +36,11 @@ void rotate(zot_ctx *handle, const place &current, const place &last, const char
   if (error != 0) {
     // Before the first commit there is nothing to rename.
     const uint32_t level = error == ENOENT ? ZOT_LOG_INFO : ZOT_LOG_WARN;
-    ZOT_LOG_AT(handle, func, __LINE__, level, k_file_topics, "%s[Warning] Unable to do mv: %s\n",
-               std::strerror(error));
+    ZOT_LOG_AT(handle, func, __LINE__, level, zot::k_file_topics,
+               "%s[Warning] Unable to do mv: %s\n", std::strerror(error));
   }
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%s%s\n", outcome);
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics,
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, zot::k_file_topics, "%s%s\n", outcome);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, zot::k_file_topics,
              "%sRun CMD: rename \"%s\" \"%s\"\n", from.c_str(), to.c_str());
 }
 
@@ -97,8 +93,8 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
     return status;
   }
   if (handle->dev_mode != 0) {
-    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not rotate K,  path = %s\n",
-            "(null)");
+    ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics,
+            "%sIs dev mode, do not rotate K,  path = %s\n", "(null)");
     return ZOT_RECORD(handle, ZOT_OK);
   }
   const place current{handle->conf_k_root, k_name};
@@ -109,7 +105,8 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
       status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sMove data from tmp to cached storage: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics,
+          "%sMove data from tmp to cached storage: Done\n");
   zot::remove_shown(handle, handle->conf_root, zot::corrupted_k.k, "corrupted K", __func__);
   rotate(handle, current_checksum, {handle->conf_root, zot::last_k.checksum}, "last K.checksum",
          "Move new K to last K: Done", __func__);
@@ -118,16 +115,16 @@ int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k) {
       status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached storage: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics, "%sCopy new K to cached storage: Done\n");
   zot::remove_shown(handle, handle->conf_root, zot::corrupted_k.checksum, "corrupted K.checksum",
                     __func__);
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, tmp_k);
 
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sStart to reload cached K.\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics, "%sStart to reload cached K.\n");
   if (const int status = reload(handle, tmp_k); status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_topics, "%sCommit and rotate K files: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_topics, "%sCommit and rotate K files: Done\n");
   return ZOT_RECORD(handle, ZOT_OK);
 }
 
@@ -136,7 +133,7 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
     return ZOT_ERR_NULL_INPUT;
   }
   if (handle->dev_mode != 0) {
-    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not commit gpb\n");
+    ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics, "%sIs dev mode, do not commit gpb\n");
     return ZOT_RECORD(handle, ZOT_OK);
   }
   if (handle->fns.commit_gpb != nullptr) {
@@ -147,9 +144,10 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
     return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]:fail to remove %s", __func__,
                       directory.c_str());
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics,
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::gpb_file_topics,
           "%sRemove current GPB from cached storage: Done\n");
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: rm -rf \"%s\"\n", directory.c_str());
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::gpb_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
+          directory.c_str());
   // In place of the shell: a copy that outlived its shell would write into what is put back.
   const zot::c_text command =
       zot::text_of("exec cp -r \"%s\" \"%s\"", handle->tmp_gpb_root, directory.c_str());
@@ -162,15 +160,15 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
       zot::run_shown_as(handle, command.get(), shown, &exit_code, __func__, __LINE__);
   if (status != ZOT_OK || exit_code != 0) {
     const int error = errno;
-    ZOT_LOG(handle, ZOT_LOG_ERROR, gpb_file_topics,
+    ZOT_LOG(handle, ZOT_LOG_ERROR, zot::gpb_file_topics,
             "%sfail to copy from %s to %s:ret = %d, err = %s", handle->tmp_gpb_root,
             directory.c_str(), exit_code, std::strerror(error));
     return status != ZOT_OK ? status
                             : ZOT_RECORD(handle, ZOT_ERR_GENERIC, "[%s]:fail to copy from %s to %s",
                                          __func__, handle->tmp_gpb_root, directory.c_str());
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, gpb_file_topics, "%sCopy new GPB to cached storage: Done\n");
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, gpb_file_topics, "%sRun CMD: %s\n", shown);
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::gpb_file_topics, "%sCopy new GPB to cached storage: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::gpb_file_topics, "%sRun CMD: %s\n", shown);
   return ZOT_RECORD(handle, ZOT_OK);
 }
 
@@ -185,8 +183,8 @@ int zot_priv_rotate_prev_k(zot_ctx *handle, zot_k *tmp_k) {
     return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "[%s]: empty K path", __func__);
   }
   if (handle->dev_mode != 0) {
-    ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sIs dev mode, do not rotate K,  path = %s\n",
-            handle->conf_root);
+    ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics,
+            "%sIs dev mode, do not rotate K,  path = %s\n", handle->conf_root);
     return ZOT_RECORD(handle, ZOT_OK);
   }
   if (const int status = copy(handle, {tmp_k->root, k_name}, {handle->conf_k_root, last_k_name},
@@ -194,16 +192,17 @@ int zot_priv_rotate_prev_k(zot_ctx *handle, zot_k *tmp_k) {
       status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K to cached directory: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics, "%sCopy new K to cached directory: Done\n");
   if (const int status = copy(handle, {tmp_k->root, checksum_name},
                               {handle->conf_root, zot::last_k.checksum}, __func__, __LINE__);
       status != ZOT_OK) {
     return status;
   }
-  ZOT_LOG(handle, ZOT_LOG_INFO, k_file_topics, "%sCopy new K.checksum to cached directory: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_INFO, zot::k_file_topics,
+          "%sCopy new K.checksum to cached directory: Done\n");
   if (zot_priv_k_set_root(tmp_k, handle->conf_root) == nullptr) {
     return ZOT_RECORD_NO_MEMORY(handle);
   }
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, k_topics, "%sRotate last K files: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::k_topics, "%sRotate last K files: Done\n");
   return ZOT_RECORD(handle, ZOT_OK);
 }

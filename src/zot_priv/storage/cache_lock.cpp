@@ -15,8 +15,11 @@
 #include "utilities/owner.hpp"
 #include "zot_err.hpp"
 #include "zot_log.hpp"
+#include "zot_priv/storage/directory_walk.hpp"
 
 namespace {
+
+using zot::directory_walk::open_root;
 
 constexpr int64_t nanoseconds_in_second = 1000000000;
 constexpr long shortest_pause = 1000000;
@@ -53,7 +56,7 @@ int64_t deadline_of(const zot_ctx &handle) {
   return seconds != 0 ? now() + int64_t{seconds} * nanoseconds_in_second : 0;
 }
 
-int record_failure(zot_ctx &handle, const char *path, const char *func) {
+int record_lock_failure(zot_ctx &handle, const char *path, const char *func) {
   return ZOT_RECORD_AT(&handle, ZOT_ERR_GENERIC, func, __LINE__, "[%s]: fail to lock %s: %s", func,
                        path, std::strerror(errno));
 }
@@ -69,11 +72,7 @@ int lock_within(zot_ctx &handle, int fd, const char *path, int64_t deadline, con
     const timespec interval{0, pause};
     ::nanosleep(&interval, nullptr);
   }
-  return tried == outcome::locked ? ZOT_OK : record_failure(handle, path, func);
-}
-
-zot::descriptor open_folder(const char *path) {
-  return zot::descriptor(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return tried == outcome::locked ? ZOT_OK : record_lock_failure(handle, path, func);
 }
 
 int descriptor_of(const zot_ctx &handle, size_t folder) {
@@ -92,13 +91,13 @@ int lock_folder(zot_ctx &handle, size_t folder, int64_t deadline, const char *fu
   const char *const path = folder == 0 ? handle.conf_root : handle.tmp_root;
   zot::descriptor fd(-1);
   do {
-    fd = open_folder(path);
+    fd = open_root(path);
     if (!fd.is_open() && (errno == EACCES || errno == ENOENT)) {
       // What cannot be done without the directory fails by itself.
       return ZOT_OK;
     }
     if (!fd.is_open()) {
-      return record_failure(handle, path, func);
+      return record_lock_failure(handle, path, func);
     }
     if (folder != 0 && is_at(handle.conf_root, fd.get())) {
       return ZOT_RECORD_AT(&handle, ZOT_ERR_WRONG_INPUT, func, __LINE__,
@@ -159,7 +158,7 @@ bool cache_lock::try_acquire() {
   if (handle_.own.lock_depth != 0) {
     return handle_.own.lock_fd[0] != 0;
   }
-  descriptor fd = open_folder(handle_.conf_root);
+  descriptor fd = open_root(handle_.conf_root);
   if (!fd.is_open() || try_lock(fd.get()) != outcome::locked) {
     return false;
   }
@@ -174,7 +173,7 @@ bool is_scratch_held(const zot_ctx &handle) {
     return true;
   }
   const int held = descriptor_of(handle, 1);
-  return held >= 0 ? is_at(handle.tmp_root, held) : !open_folder(handle.tmp_root).is_open();
+  return held >= 0 ? is_at(handle.tmp_root, held) : !open_root(handle.tmp_root).is_open();
 }
 
 locks_for_commands::locks_for_commands(const zot_ctx &handle) : handle_(handle) {

@@ -13,13 +13,11 @@ namespace zot::directory_walk {
 
 // A configuration is three levels deep; what nests deeper than this was made to exhaust something.
 inline constexpr int max_depth = 64;
-// Where the GPB files lie, below the scratch directory.
-inline constexpr const char *gpb_directory = "config";
 
 // No link is followed to it.
 descriptor open_directory(int parent, const char *name);
 
-// The scratch directory itself may be reached through a link: where it lies is the host's choice.
+// A directory of the host's choice, which may be reached through a link.
 descriptor open_root(const char *path);
 
 // The names in a directory, as the kernel hands them out. A stream of the C library takes 32 KiB of

@@ -16,7 +16,7 @@
 #include "zot_priv/model/verified_bytes.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
 #include "zot_priv/storage/file_id.hpp"
-#include "zot_priv/storage/k_names.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
 
@@ -60,7 +60,7 @@ bool climbs(const char *path) {
 }
 
 // Whether the files in a folder hold the verified bytes that memory has of them.
-bool hold_all(const char *path, const zot_list *gpbs) {
+bool hold_verified(const char *path, const zot_list *gpbs) {
   const zot::descriptor folder = zot::directory_walk::open_root(path);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
     if (zot::verified_of(gpb) != nullptr &&
@@ -80,7 +80,7 @@ bool is_newer(const struct stat &st, const zot_file_id &get) {
 
 // Whether the files in the scratch folder that somebody has touched since their get hold the
 // verified bytes still. Whether all are there has been looked at.
-bool hold_all_touched(const zot_ctx &handle, const zot_list *gpbs) {
+bool hold_verified_touched(const zot_ctx &handle, const zot_list *gpbs) {
   const zot::descriptor folder = zot::directory_walk::open_root(handle.tmp_gpb_root);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
     struct stat st {};
@@ -109,13 +109,13 @@ bool announces(const char *path, const zot_k &k, bool alone = false) {
 }
 
 // Whether the persistent directory has a K under these names, as it can be loaded from there.
-bool is_stored(const zot_ctx &handle, const zot::k_names &names, const zot_k &k) {
+bool is_stored(const zot_ctx &handle, const zot::k_names names, const zot_k &k) {
   return announces(zot::joined_path(handle.conf_root, names.checksum).c_str(), k, true) &&
          holds(AT_FDCWD, zot::joined_path(handle.conf_root, names.k).c_str(), k.data, k.data_len);
 }
 
 // The beginning of a checksum, or why it cannot be read; 0 when there is none.
-uint64_t checksum_number(const zot_ctx &handle, const zot::k_names &names) {
+uint64_t checksum_number(const zot_ctx &handle, const zot::k_names names) {
   constexpr size_t digits = 16;
   char line[digits + 1] = "";
   errno = 0;
@@ -165,10 +165,10 @@ bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
   // An adapter may keep its files elsewhere.
   return is_stored(handle, current_k, k) &&
          (handle.fns.commit_gpb != nullptr ||
-          hold_all(joined_path(handle.conf_root, "/config").c_str(), gpbs));
+          hold_verified(joined_path(handle.conf_root, "/config").c_str(), gpbs));
 }
 
-bool is_refused(const zot_ctx &handle, const zot_k &k) {
+bool is_stored_as_corrupted(const zot_ctx &handle, const zot_k &k) {
   return is_stored(handle, corrupted_k, k);
 }
 
@@ -193,7 +193,7 @@ bool are_files_stored(const zot_ctx &handle, const zot_list *gpbs) {
   const descriptor root = directory_walk::open_root(handle.conf_root);
   struct stat st {};
   const bool folds_case = ::fstatat(root.get(), "CONFIG", &st, 0) == 0;
-  return are_files_in(folder.c_str(), gpbs) && (!folds_case || hold_all(folder.c_str(), gpbs));
+  return are_files_in(folder.c_str(), gpbs) && (!folds_case || hold_verified(folder.c_str(), gpbs));
 }
 
 const char *path_outside(const zot_list *gpbs) {
@@ -221,8 +221,9 @@ bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gp
     // Without it the K files fail to be copied, and nothing of the set is taken.
     return true;
   }
-  return is_k_as_fetched(handle, k) && (is_untouched(handle) ? hold_all_touched(handle, gpbs)
-                                                             : hold_all(handle.tmp_gpb_root, gpbs));
+  return is_k_as_fetched(handle, k) &&
+         (is_untouched(handle) ? hold_verified_touched(handle, gpbs)
+                               : hold_verified(handle.tmp_gpb_root, gpbs));
 }
 
 }  // namespace zot

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a get left in the scratch directory, as the commit or roll-back after it finds it.
+// What a get left in the scratch directory, as the commit or roll-back after it finds it, and what
+// the persistent directory has, both compared with memory.
 #pragma once
 
 #include "zot_conf.h"
@@ -26,7 +27,7 @@ bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gp
 bool is_in_force(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 // Whether the persistent directory has a configuration as the one that was rolled back.
-bool is_refused(const zot_ctx &handle, const zot_k &k);
+bool is_stored_as_corrupted(const zot_ctx &handle, const zot_k &k);
 
 // Whether no process has committed or rolled back a configuration since the get.
 bool are_verdicts_as_fetched(const zot_ctx &handle);

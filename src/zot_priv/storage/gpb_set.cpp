@@ -7,14 +7,10 @@
 #include "zot_err.hpp"
 #include "zot_list.hpp"
 #include "zot_log.hpp"
-#include "zot_priv/model/gpb_verify.hpp"
 #include "zot_priv/model/verified_bytes.hpp"
+#include "zot_priv/storage/gpb_verify.hpp"
 
-namespace {
-
-constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
-
-}  // namespace
+namespace {}  // namespace
 
 int zot_priv_read_gpb(zot_ctx *handle, zot_k * /*k*/, zot_list *gpbs, const char *root) {
   if (handle == nullptr) {
@@ -23,7 +19,7 @@ int zot_priv_read_gpb(zot_ctx *handle, zot_k * /*k*/, zot_list *gpbs, const char
   if (gpbs == nullptr || root == nullptr) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "[%s]: null gpb input", __func__);
   }
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sRead from root: %s\n", root);
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::gpb_topics, "%sRead from root: %s\n", root);
   zot::gpb_folder folder(root);
   // An update brings most files as they are.
   zot::listed_files in_force(zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT));
@@ -34,7 +30,7 @@ int zot_priv_read_gpb(zot_ctx *handle, zot_k * /*k*/, zot_list *gpbs, const char
       return status;
     }
   }
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sVerify all GPB files: Done\n");
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::gpb_topics, "%sVerify all GPB files: Done\n");
   return ZOT_RECORD(handle, ZOT_OK);
 }
 
@@ -43,7 +39,7 @@ int zot_priv_update_tmp_gpb(zot_ctx *handle, zot_k *tmp_k, zot_list *gpbs) {
     return status;
   }
   if (handle->dev_mode == 0) {
-    ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sUpdate temporary GPB files: Done\n");
+    ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::gpb_topics, "%sUpdate temporary GPB files: Done\n");
     if (handle->fns.download_gpb == nullptr) {
       return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT);
     }
@@ -56,7 +52,7 @@ int zot_priv_update_tmp_gpb(zot_ctx *handle, zot_k *tmp_k, zot_list *gpbs) {
   if (zot_priv_k_set_root(tmp_k, handle->conf_root) == nullptr) {
     return ZOT_RECORD_NO_MEMORY(handle);
   }
-  ZOT_LOG(handle, ZOT_LOG_DEBUG, read_topics, "%sDev mode: read from %s: Done\n",
+  ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::gpb_topics, "%sDev mode: read from %s: Done\n",
           handle->conf_root);
   return ZOT_RECORD(handle, zot::read_from_dev_path);
 }

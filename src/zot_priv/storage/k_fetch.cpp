@@ -15,6 +15,7 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/k_content.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
 
@@ -37,8 +38,8 @@ struct remote_file {
 };
 
 constexpr std::array<remote_file, 2> remote_files = {
-    remote_file{"k", "K", "subsys.k", largest_k},
-    remote_file{"checksum", "K.checksum", "subsys.checksum", largest_checksum_file}};
+    remote_file{"k", "K", zot::temporary_k.k, largest_k},
+    remote_file{"checksum", "K.checksum", zot::temporary_k.checksum, largest_checksum_file}};
 
 class file_memory {
  public:
@@ -234,6 +235,7 @@ int zot_priv_get_new_k_by_host(zot_ctx *handle, zot_k *new_k, const char *host) 
   file_memory downloaded;
   if (const int status = zot_priv_get_k_into_mem(handle, host, &downloaded.held, file_k);
       status != ZOT_OK) {
+    // The checksum stays allocated: this is among the known limits.
     checksum.release();
     return status;
   }

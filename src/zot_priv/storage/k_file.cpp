@@ -11,11 +11,9 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/k_content.hpp"
 #include "zot_priv/storage/k_file.hpp"
-#include "zot_priv/storage/k_names.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
-
-constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
 
 // The first line of a checksum file. One byte more than a checksum is kept, so that a line that is
 // too long can be told from a good one, and it is always terminated.
@@ -33,12 +31,7 @@ checksum_line read_checksum(const char *path) {
   return line;
 }
 
-struct k_paths {
-  const char *k;
-  const char *checksum;
-};
-
-int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, zot_parsed_k *known) {
+int verify(zot_ctx *handle, zot_k *k, const zot::k_names at, int flags, zot_parsed_k *known) {
   constexpr const char *operation = "zot_priv_verify_k_file";
   if (handle == nullptr || at.k == nullptr || at.checksum == nullptr) {
     return ZOT_ERR_NULL_INPUT;
@@ -56,13 +49,13 @@ int verify(zot_ctx *handle, zot_k *k, const k_paths &at, int flags, zot_parsed_k
                         "[%s]: unable to get correct checksum of K: %s len = %ld: %s", operation,
                         want.text, static_cast<long>(length), std::strerror(want.error));
     } else if ((flags & ZOT_READ_K_OPTIONAL) != 0) {
-      ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%s[%s] Ignore: %s\n",
-                 operation, std::strerror(want.error));
+      ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, zot::k_file_topics,
+                 "%s[%s] Ignore: %s\n", operation, std::strerror(want.error));
     } else {
       ZOT_RECORD_AT(handle, status, operation, __LINE__, "[%s]: %s", operation,
                     std::strerror(want.error));
     }
-    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sfile = %s\n",
+    ZOT_LOG_AT(handle, operation, __LINE__, ZOT_LOG_DEBUG, zot::k_file_topics, "%sfile = %s\n",
                at.checksum);
     return status;
   }

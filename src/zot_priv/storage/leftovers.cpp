@@ -17,15 +17,16 @@
 #include "zot_list.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
 #include "zot_priv/storage/fetched.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
 
 using namespace zot::directory_walk;
 
-constexpr std::array download_targets = {"subsys.k", "subsys.k.tmp", "subsys.checksum",
-                                         "subsys.checksum.tmp", "gpb.tgz"};
+constexpr std::array download_targets = {zot::temporary_k.k, zot::temporary_k.checksum,
+                                         "subsys.k.tmp", "subsys.checksum.tmp", zot::archive_name};
 // Of no use to anybody once their download is over.
-constexpr std::array passing_files = {"subsys.k.tmp", "subsys.checksum.tmp", "gpb.tgz"};
+constexpr size_t first_passing = 2;
 
 int compare_numbers(const void *a, const void *b) {
   return cmp_uint64(*static_cast<const ino_t *>(a), *static_cast<const ino_t *>(b));
@@ -35,8 +36,7 @@ int compare_numbers(const void *a, const void *b) {
 // by its number. A file that is larger than is stated is none of them.
 class kept_files {
  public:
-  explicit kept_files(const zot_ctx &handle)
-      : root_(::open(handle.tmp_gpb_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+  explicit kept_files(const zot_ctx &handle) : root_(open_root(handle.tmp_gpb_root)) {}
 
   // Makes room for so many more; false without memory.
   bool reserve(size_t more) {
@@ -49,7 +49,7 @@ class kept_files {
     return true;
   }
 
-  // False when there is no such file.
+  // False when there is no such file, or a larger one.
   bool add(const char *path, uint64_t size) {
     struct stat st {};
     if (::fstatat(root_.get(), path + std::strspn(path, "/"), &st, 0) != 0 ||
@@ -155,7 +155,7 @@ bool add_announced(const zot_k &k, kept_files &files) {
 }
 
 // Whether a download finds room to begin with.
-bool has_room(int directory) {
+bool has_room_for_download(int directory) {
   constexpr uint64_t least_bytes = 65536;
   constexpr fsfilcnt_t least_files = 8;
   struct statvfs room {};
@@ -187,14 +187,10 @@ void prune(int directory, const kept_files &listed, int depth) {
 
 void prune_gpb_directory(const zot_ctx &handle, int scratch, const kept_files &listed) {
   zot::touch_fetched(handle);
-  if (const zot::descriptor directory = open_directory(scratch, gpb_directory);
+  if (const zot::descriptor directory = open_directory(scratch, zot::gpb_directory);
       directory.is_open()) {
     prune(directory.get(), listed, 0);
   }
-}
-
-zot::descriptor open_scratch(const zot_ctx &handle) {
-  return zot::descriptor(::open(handle.tmp_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 }  // namespace
@@ -217,13 +213,13 @@ void remove_unlisted_files(const zot_ctx &handle, const zot_list *gpbs,
     }
   }
   listed.sort();
-  if (const descriptor scratch = open_scratch(handle); scratch.is_open()) {
+  if (const descriptor scratch = open_root(handle.tmp_root); scratch.is_open()) {
     prune_gpb_directory(handle, scratch.get(), listed);
   }
 }
 
 void clear_download_targets(const zot_ctx &handle) {
-  const descriptor scratch = open_scratch(handle);
+  const descriptor scratch = open_root(handle.tmp_root);
   for (const char *const name : download_targets) {
     struct stat st {};
     if (::fstatat(scratch.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0 && !is_plain_file(st)) {
@@ -233,7 +229,7 @@ void clear_download_targets(const zot_ctx &handle) {
 }
 
 void remove_strangers(const zot_ctx &handle, const zot_k &k) {
-  const descriptor scratch = open_scratch(handle);
+  const descriptor scratch = open_root(handle.tmp_root);
   kept_files kept(handle);
   if (scratch.is_open() && add_announced(k, kept) && add_cached(handle, kept)) {
     prune_gpb_directory(handle, scratch.get(), kept);
@@ -241,14 +237,14 @@ void remove_strangers(const zot_ctx &handle, const zot_k &k) {
 }
 
 void make_room(const zot_ctx &handle) {
-  const descriptor scratch = open_scratch(handle);
-  if (!scratch.is_open() || has_room(scratch.get())) {
+  const descriptor scratch = open_root(handle.tmp_root);
+  if (!scratch.is_open() || has_room_for_download(scratch.get())) {
     return;
   }
-  for (const char *const name : passing_files) {
+  for (size_t i = first_passing; i < download_targets.size(); ++i) {
     struct stat st {};
-    if (::fstatat(scratch.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0) {
-      remove_entry(scratch.get(), name, st);
+    if (::fstatat(scratch.get(), download_targets[i], &st, AT_SYMLINK_NOFOLLOW) == 0) {
+      remove_entry(scratch.get(), download_targets[i], st);
     }
   }
   kept_files kept(handle);

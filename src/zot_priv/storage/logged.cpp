@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr uint32_t k_file_topics = ZOT_TOPIC_K | ZOT_TOPIC_FILE;
-
 // An exit status stands in the second byte; anything else is handed on as system() gave it.
 int exit_code_of(int raw_status) {
   const int exit_code = (raw_status >> 8) & 0xff;
@@ -80,11 +78,22 @@ void zot::remove_shown(zot_ctx *handle, const char *root, const char *name, cons
                        const char *func) {
   const joined_path path(root, name);
   rm_rf(path.c_str());
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, k_file_topics, "%sRemove %s: Done\n", called);
-  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, k_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
-             path.c_str());
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, zot::k_file_topics, "%sRemove %s: Done\n",
+             called);
+  ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, zot::k_file_topics,
+             "%sRun CMD: rm -rf \"%s\"\n", path.c_str());
 }
 
 int _zot_priv_system(zot_ctx *handle, const char *cmd, int *code, const char *func, long line) {
   return zot::run_shown_as(handle, cmd, cmd, code, func, line);
+}
+
+int zot::record_cache_failure(zot_ctx *handle, const char *func, long line, const char *what) {
+  return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, func, line, "[%s]: fail to %s %s: %s", func, what,
+                       handle->conf_root, std::strerror(errno));
+}
+
+int zot::record_changed_scratch(zot_ctx *handle, const char *func) {
+  return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
+                       "[%s]: what the get fetched was changed in %s", func, handle->tmp_root);
 }

@@ -11,6 +11,7 @@
 #include "zot_priv/model/verified_bytes.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
 #include "zot_priv/storage/fetched.hpp"
+#include "zot_priv/storage/names.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -18,7 +19,7 @@ namespace {
 using namespace zot::directory_walk;
 
 bool write_gpb(const zot_ctx &handle, const zot_gpb &gpb) {
-  const zot::c_text path = zot::text_of("%s/%s/%s", handle.conf_root, gpb_directory, gpb.path);
+  const zot::c_text path = zot::text_of("%s/%s/%s", handle.conf_root, zot::gpb_directory, gpb.path);
   if (path == nullptr) {
     return false;
   }

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +13,7 @@
 #include "utilities/owner.hpp"
 #include "zot_list.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
+#include "zot_priv/storage/names.hpp"
 #include "zot_priv/storage/undo.hpp"
 
 namespace {
@@ -149,7 +149,7 @@ void add_taken(int directory, zot::room &sum, int depth) {
 // What the files in force take and give back when they go first.
 zot::room taken_by_gpbs(int root) {
   zot::room sum;
-  if (const zot::descriptor config = open_directory(root, gpb_directory); config.is_open()) {
+  if (const zot::descriptor config = open_directory(root, zot::gpb_directory); config.is_open()) {
     add_taken(config.get(), sum, 0);
   }
   return sum;

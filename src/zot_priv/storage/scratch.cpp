@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +14,7 @@
 #include "utilities/file_io.hpp"
 #include "utilities/owner.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
 

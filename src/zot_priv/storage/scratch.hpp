@@ -9,6 +9,7 @@
 
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
+#include "zot_priv/storage/names.hpp"
 
 namespace zot {
 
@@ -80,8 +81,8 @@ class scratch_watch {
   held_directory root_;
   // Of the names that climb one is taken for harmless by an unpacker: "..".
   held_directory parent_;
-  guarded_file k_{"subsys.k"};
-  guarded_file checksum_{"subsys.checksum"};
+  guarded_file k_{temporary_k.k};
+  guarded_file checksum_{temporary_k.checksum};
   gpb_directory_census found_;
   // What lay in the scratch directory before: for each its mode, its name and a terminator. The
   // mode of a directory is that of any.

@@ -11,7 +11,9 @@
 
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
+#include "zot_priv/storage/cache_lock.hpp"
 #include "zot_priv/storage/directory_walk.hpp"
+#include "zot_priv/storage/names.hpp"
 
 namespace {
 
@@ -137,11 +139,11 @@ bool restore_k_file(const zot_ctx &handle, const cache_folders &at, const char *
 }
 
 bool restore_gpbs(const cache_folders &at) {
-  const absent_mark mark(gpb_directory);
+  const absent_mark mark(zot::gpb_directory);
   struct stat st {};
-  if (is_there(at.kept.get(), gpb_directory, &st)) {
-    return remove_if_there(at.root.get(), gpb_directory) &&
-           ::renameat(at.kept.get(), gpb_directory, at.root.get(), gpb_directory) == 0;
+  if (is_there(at.kept.get(), zot::gpb_directory, &st)) {
+    return remove_if_there(at.root.get(), zot::gpb_directory) &&
+           ::renameat(at.kept.get(), zot::gpb_directory, at.root.get(), zot::gpb_directory) == 0;
   }
   if (errno != ENOENT) {
     return false;
@@ -149,15 +151,16 @@ bool restore_gpbs(const cache_folders &at) {
   if (!is_there(at.kept.get(), mark.c_str(), &st)) {
     return errno == ENOENT;
   }
-  return remove_if_there(at.root.get(), gpb_directory);
+  return remove_if_there(at.root.get(), zot::gpb_directory);
 }
 
 // A command takes longer to start than a few files take to go, and less time for many.
 void remove_folder(const zot_ctx &handle, const char *name) {
   const zot::errno_keeper keep_errno;
+  const zot::locks_for_commands lent(handle);
   const zot::joined_path folder(handle.conf_root, name);
   struct stat st {};
-  if (is_there(AT_FDCWD, zot::joined_path(folder.c_str(), gpb_directory).c_str(), &st)) {
+  if (is_there(AT_FDCWD, zot::joined_path(folder.c_str(), zot::gpb_directory).c_str(), &st)) {
     rm_rf(folder.c_str());
   } else {
     remove_if_there(AT_FDCWD, folder.c_str());
@@ -165,15 +168,16 @@ void remove_folder(const zot_ctx &handle, const char *name) {
 }
 
 // Before anything of it counts: the folder can still be given up without a trace.
-bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs) {
+bool fill_undo(const zot_ctx &handle, zot::gpb_protection protection) {
   const cache_folders at(handle, undo_in_the_making);
   bool is_copied = false;
   if (!at.are_open() || !keep_k_files(handle, at, &is_copied)) {
     return false;
   }
   struct stat st {};
-  if (gpbs == zot::gpb_protection::kept && !is_there(at.root.get(), gpb_directory, &st) &&
-      (errno != ENOENT || !mark_absent(at.kept.get(), gpb_directory))) {
+  if (protection == zot::gpb_protection::kept &&
+      !is_there(at.root.get(), zot::gpb_directory, &st) &&
+      (errno != ENOENT || !mark_absent(at.kept.get(), zot::gpb_directory))) {
     return false;
   }
   // A copy counts as soon as its folder does, so it has to be whole on the medium before.
@@ -182,7 +186,7 @@ bool fill_undo(const zot_ctx &handle, zot::gpb_protection gpbs) {
 
 // Moves the files in force out of the way of the new ones.
 bool keep_gpbs(const cache_folders &at) {
-  return ::renameat(at.root.get(), gpb_directory, at.kept.get(), gpb_directory) == 0 ||
+  return ::renameat(at.root.get(), zot::gpb_directory, at.kept.get(), zot::gpb_directory) == 0 ||
          errno == ENOENT;
 }
 
@@ -191,19 +195,19 @@ bool keep_gpbs(const cache_folders &at) {
 class k_file_path {
  public:
   k_file_path(const char *root, const char *k, const char *extension)
-      : path_(root, name_below(undo, k, extension, ".absent")) {
+      : path_(root, format_name(undo, k, extension, ".absent")) {
     struct stat st {};
     const bool was_absent = is_there(AT_FDCWD, path_.c_str(), &st);
-    path_ = zot::joined_path(root, name_below(undo, k, extension, ""));
+    path_ = zot::joined_path(root, format_name(undo, k, extension, ""));
     if (!was_absent && !is_there(AT_FDCWD, path_.c_str(), &st)) {
-      path_ = zot::joined_path(root, name_below("/knowledge", k, extension, ""));
+      path_ = zot::joined_path(root, format_name("/knowledge", k, extension, ""));
     }
   }
   [[nodiscard]] const char *c_str() const { return path_.c_str(); }
 
  private:
-  const char *name_below(const char *folder, const char *k, const char *extension,
-                         const char *suffix) {
+  const char *format_name(const char *folder, const char *k, const char *extension,
+                          const char *suffix) {
     static_cast<void>(
         std::snprintf(name_, sizeof name_, "%s/%s%s%s", folder, k, extension, suffix));
     return name_;
@@ -231,19 +235,19 @@ bool remove_foreign_undo(const zot_ctx &handle) {
 
 namespace zot {
 
-bool begin_undo(const zot_ctx &handle, gpb_protection gpbs) {
+bool begin_undo(const zot_ctx &handle, gpb_protection protection) {
   const descriptor root = open_root(handle.conf_root);
   if (!root.is_open() || ::mkdirat(root.get(), undo_in_the_making, new_directory_mode) != 0) {
     return false;
   }
-  if (!fill_undo(handle, gpbs) ||
+  if (!fill_undo(handle, protection) ||
       ::renameat(root.get(), undo_in_the_making, root.get(), undo) != 0) {
     remove_folder(handle, undo_in_the_making);
     return false;
   }
   const cache_folders at(handle, undo);
   const bool is_begun = at.are_open() && sync_folders(root.get(), at.knowledge.get()) &&
-                        (gpbs == gpb_protection::removed_first || keep_gpbs(at));
+                        (protection == gpb_protection::removed_first || keep_gpbs(at));
   if (!is_begun) {
     const errno_keeper keep_errno;
     restore_from_undo(handle);
@@ -258,22 +262,20 @@ bool has_undo(const zot_ctx &handle) {
 }
 
 in_force_source::in_force_source(const zot_ctx &handle)
-    : conf_root_(handle.conf_root), kept_(handle.conf_root, undo), has_gpbs_(keeps_gpbs(handle)) {}
-
-bool keeps_gpbs(const zot_ctx &handle) {
+    : conf_root_(handle.conf_root), kept_(handle.conf_root, undo), has_gpbs_(false) {
   struct stat st {};
-  return is_there(AT_FDCWD, joined_path(handle.conf_root, "undo/config").c_str(), &st);
+  has_gpbs_ = is_there(AT_FDCWD, joined_path(kept_.c_str(), gpb_directory).c_str(), &st);
 }
 
-int read_k_in_force(zot_ctx *handle, zot_k *k, const char *root, int flags) {
+int read_kept_or_current_k(zot_ctx *handle, zot_k *k, const char *root, int flags) {
   return read_k(handle, k, root, "subsys", flags);
 }
 
-int read_last_k(zot_ctx *handle, zot_k *k, const char *root, int flags) {
+int read_kept_or_last_k(zot_ctx *handle, zot_k *k, const char *root, int flags) {
   return read_k(handle, k, root, "prev_subsys", flags);
 }
 
-int read_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags) {
+int read_kept_or_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags) {
   return read_k(handle, k, root, "corrupted", flags);
 }
 

@@ -15,7 +15,7 @@ enum class gpb_protection { kept, removed_first };
 // Leftovers have to be gone. When it returns true, a loss of power leaves either all of it in place
 // or an undo folder that brings all of it back. False, with errno, when the files in force are
 // where they were.
-bool begin_undo(const zot_ctx &handle, gpb_protection gpbs);
+bool begin_undo(const zot_ctx &handle, gpb_protection protection);
 
 // Whether a commit was interrupted, or failed and was not called again.
 bool has_undo(const zot_ctx &handle);
@@ -34,15 +34,14 @@ class in_force_source {
   bool has_gpbs_;
 };
 
-// Read the K in force, the last one and the corrupted one, each file from where it is.
-int read_k_in_force(zot_ctx *handle, zot_k *k, const char *root, int flags);
-int read_last_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
-int read_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
+// Read the current K, the last one and the corrupted one, each file from the undo folder when that
+// keeps it, else from the cache.
+int read_kept_or_current_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
+int read_kept_or_last_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
+int read_kept_or_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
 
 // How many of the files that an undo folder keeps are not there; each takes a directory in it.
 unsigned count_absent_files(const zot_ctx &handle);
-// Whether it keeps GPB files beside the new ones.
-bool keeps_gpbs(const zot_ctx &handle);
 
 // Puts back what the undo folder keeps and removes it. May be cut off anywhere and called again.
 // False, with errno, when something could not be put back.

@@ -23,14 +23,14 @@ class ForgetChangedRefusal : public testing::Test {
   [[nodiscard]] const zot_k *refused() const { return slot_of(e, ZOT_SLOT_CORRUPTED).k; }
   // The text of the K that the next look finds.
   std::string refused_then() {
-    zot::forget_changed_refusal(*e.handle());
+    zot::forget_changed_corrupted(*e.handle());
     zot_priv_init_load_fail_k(e.handle());
     return refused() != nullptr ? text_of(refused()) : "none";
   }
   void expect_kept() {
     const zot_k *const before = refused();
     ASSERT_NE(before, nullptr);
-    zot::forget_changed_refusal(*e.handle());
+    zot::forget_changed_corrupted(*e.handle());
     EXPECT_EQ(refused(), before);
   }
 

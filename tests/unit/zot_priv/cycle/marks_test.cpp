@@ -20,7 +20,7 @@ const texts waiting = {"/Wlan/guest/2=16", "/Wlan/staff/1=8", "/Zone/hq/1=4", "/
 // The second configuration waits for its verdict while the first one is in force.
 class Marks : public WaitingForVerdict {
  protected:
-  int settle() { return zot::settle_marks(*e.handle()); }
+  int settle() { return zot::ensure_marks(*e.handle()); }
   [[nodiscard]] texts marks() const { return marked_paths(e.handle()->ret.list); }
   void let_nothing_be_in_force() { zot_priv_free_k_ex_safe(e.handle(), ZOT_SLOT_CURRENT, nullptr); }
 };

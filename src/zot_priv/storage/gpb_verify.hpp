@@ -2,7 +2,7 @@
 #pragma once
 
 #include "zot_conf.h"
-#include "zot_priv/model/gpb_folder.hpp"
+#include "zot_priv/storage/gpb_folder.hpp"
 
 namespace zot {
 

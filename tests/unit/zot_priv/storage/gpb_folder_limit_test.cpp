@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tests/unit/zot_priv/model/model_records.hpp"
-#include "zot_priv/model/gpb_verify.hpp"
+#include "zot_priv/storage/gpb_verify.hpp"
 
 namespace {
 

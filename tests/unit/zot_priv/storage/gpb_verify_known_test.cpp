@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/unit/zot_priv/model/model_records.hpp"
-#include "zot_priv/model/gpb_verify.hpp"
+#include "zot_priv/storage/gpb_verify.hpp"
 
 namespace {
 

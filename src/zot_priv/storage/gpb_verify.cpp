@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Verification of one GPB file against what K states.
-#include "zot_priv/model/gpb_verify.hpp"
+#include "zot_priv/storage/gpb_verify.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,8 +19,6 @@
 namespace {
 
 using zot::verified_bytes;
-
-constexpr uint32_t read_topics = ZOT_TOPIC_GENERAL | ZOT_TOPIC_GPB;
 
 // How much longer than stated a file may be and still be read, and counted as read.
 constexpr off_t read_beyond = 65536;
@@ -121,7 +119,7 @@ bool has_stated_size(const stated_file &file, uint32_t size) {
                   static_cast<long>(file.size), static_cast<long>(size));
   }
   const told_name name(file);
-  ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics, "%sfile = %s\n",
+  ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, zot::gpb_topics, "%sfile = %s\n",
              name.c_str());
   return ZOT_ERR_CORRUPTED;
 }
@@ -161,10 +159,10 @@ int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known,
 
 int tell_verified(zot_ctx *handle, const stated_file &file, bool is_kept) {
   if (is_kept) {
-    ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics,
+    ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, zot::gpb_topics,
                "%sRead GPB into memory: Done\n");
   }
-  ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, read_topics,
+  ZOT_LOG_AT(handle, file_check, __LINE__, ZOT_LOG_DEBUG, zot::gpb_topics,
              "%sVerify file : size = %ld, checksum = %s : Done\n", static_cast<long>(file.size),
              file.checksum);
   return zot_priv_err_set_errno(handle, ZOT_OK);
@@ -181,7 +179,7 @@ int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, zot_ver
                          gpb->path != nullptr ? gpb->path : "",
                          static_cast<long>(static_cast<int32_t>(gpb->size)));
   }
-  if (!folder.has_room_for(gpb->path)) {
+  if (!folder.fits_in_path(gpb->path)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, entry_check, __LINE__,
                          "[%s]: path of GPB is too long: %s", entry_check, gpb->path);
   }
@@ -228,6 +226,7 @@ int zot::load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, zot_ver
   return verify_entry(handle, gpb, folder, known, std::move(block), keep);
 }
 
+// The operations from here on are for adapters and tools: the library comes in by load_content().
 int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const char *checksum,
                         void *out) {
   const stated_file stated{file, size, checksum};

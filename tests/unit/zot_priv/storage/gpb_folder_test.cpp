@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "zot_priv/model/gpb_folder.hpp"
+#include "zot_priv/storage/gpb_folder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -20,8 +20,8 @@ struct stored_file {
 // The name of a file is the root, "//config/" and the path, in 4,096 bytes with the terminator.
 TEST(GpbFolder, HasRoomForNamesUpToTheirLimit) {
   zot::gpb_folder folder("/root");
-  EXPECT_TRUE(folder.has_room_for(std::string(4095 - 5 - 9, 'p').c_str()));
-  EXPECT_FALSE(folder.has_room_for(std::string(4096 - 5 - 9, 'p').c_str()));
+  EXPECT_TRUE(folder.fits_in_path(std::string(4095 - 5 - 9, 'p').c_str()));
+  EXPECT_FALSE(folder.fits_in_path(std::string(4096 - 5 - 9, 'p').c_str()));
 }
 
 TEST(GpbFolder, OpensAPathWhateverSlashesItBeginsWith) {

@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two files of each K, below the persistent directory; those of the temporary one lie in the
-// scratch directory.
+// What files and directories are called.
 #pragma once
 
 namespace zot {
 
+// Below both roots, for the GPB files.
+inline constexpr const char *gpb_directory = "config";
+// In the scratch directory.
+inline constexpr const char *archive_name = "gpb.tgz";
+
+// The two files of each K below the persistent directory; those of the temporary one lie in the
+// scratch directory.
 struct k_names {
   const char *k;
   const char *checksum;

@@ -8,9 +8,9 @@
 #include "zot_err.hpp"
 #include "zot_list.hpp"
 #include "zot_log.hpp"
-#include "zot_priv/model/gpb_verify.hpp"
 #include "zot_priv/model/owners.hpp"
 #include "zot_priv/model/verified_bytes.hpp"
+#include "zot_priv/storage/gpb_verify.hpp"
 
 namespace {
 
@@ -36,7 +36,7 @@ class brought_in {
       : fresh_(zot_priv_get_gpb(handle, ZOT_SLOT_TMP)),
         current_(zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT)) {}
 
-  zot_verified *verified_of(const zot_gpb &gpb) {
+  zot_verified *known_for(const zot_gpb &gpb) {
     zot_verified *const found = fresh_.verified_of(gpb);
     return found != nullptr ? found : current_.verified_of(gpb);
   }
@@ -47,7 +47,8 @@ class brought_in {
 };
 
 // The directories of the files: that of the request, and the persistent one, which has those of the
-// configuration in force when the scratch directory has lost them.
+// configuration in force when the scratch directory has lost them. The handle's own list is then
+// read from there for good.
 class gpb_folders {
  public:
   gpb_folders(zot_ctx &handle, const char *root)
@@ -87,7 +88,7 @@ class gpb_folders {
 // must read the file again rather than find a buffer that looks loaded.
 int read_again(zot_gpb &gpb, gpb_folders &folders, brought_in &files) {
   zot_verified *const own = zot::verified_of(gpb);
-  const int status = folders.load(gpb, own != nullptr ? own : files.verified_of(gpb));
+  const int status = folders.load(gpb, own != nullptr ? own : files.known_for(gpb));
   if (status != ZOT_OK) {
     zot::drop_content(gpb);
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "zot_priv/model/gpb_folder.hpp"
+#include "zot_priv/storage/gpb_folder.hpp"
 
 #include <fcntl.h>
 
@@ -7,12 +7,14 @@
 #include <cstring>
 
 #include "utilities/path.hpp"
+#include "zot_priv/storage/directory_walk.hpp"
 
 namespace zot {
 
 gpb_folder::gpb_folder(const char *root) : root_(root), root_length_(std::strlen(root)) {}
 
-bool gpb_folder::has_room_for(const char *path) const {
+bool gpb_folder::fits_in_path(const char *path) const {
+  // As told_name in gpb_verify.cpp joins them.
   constexpr size_t between = sizeof "//config/" - 1;
   return root_length_ + between + std::strlen(path) < ZOT_PATH_SIZE;
 }
@@ -23,8 +25,7 @@ descriptor gpb_folder::open(const char *path) {
   constexpr int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
   if (!is_opened_) {
     is_opened_ = true;
-    fd_ = descriptor(
-        ::open(joined_path(root_, "/config").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    fd_ = directory_walk::open_root(joined_path(root_, "/config").c_str());
   }
   const char *const below = path + std::strspn(path, "/");
   if (fd_.is_open()) {

@@ -15,7 +15,7 @@ class gpb_folder {
 
   [[nodiscard]] const char *root() const { return root_; }
   // Whether the whole name of a file has room where names have it.
-  [[nodiscard]] bool has_room_for(const char *path) const;
+  [[nodiscard]] bool fits_in_path(const char *path) const;
   // For reading; nothing is waited for.
   [[nodiscard]] descriptor open(const char *path);
 
