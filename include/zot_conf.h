@@ -133,7 +133,7 @@ enum {
 
 /** Which K zot_util_get_k_meta() reads. */
 enum {
-  ZOT_K_NEW = 0,     /**< the fetched one */
+  ZOT_K_NEW = 0,     /**< the fetched one, also after its roll-back */
   ZOT_K_CURRENT = 1, /**< the one in force */
   ZOT_K_LAST = 2     /**< the one before it; after a get without update, that one itself */
 };

@@ -101,12 +101,14 @@ int lock_folder(zot_ctx &handle, size_t folder, int64_t deadline, const char *fu
     }
     if (folder != 0 && is_at(handle.conf_root, fd.get())) {
       return ZOT_RECORD_AT(&handle, ZOT_ERR_WRONG_INPUT, func, __LINE__,
-                           "[%s]: conf root and tmp root are one directory: %s", func, path);
+                           "[%s]: conf root and tmp root are the same: %s", func, path);
     }
     if (const int status = lock_within(handle, fd.get(), path, deadline, func); status != ZOT_OK) {
       return status;
     }
-  } while (!is_at(path, fd.get()));
+    errno = 0;
+    // Where that cannot be told, what is done with the directory fails or finds out.
+  } while (!is_at(path, fd.get()) && (errno == 0 || errno == ENOENT));
   handle.own.lock_fd[folder] = fd.release() + 1;
   return ZOT_OK;
 }

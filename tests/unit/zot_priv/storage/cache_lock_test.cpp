@@ -4,13 +4,20 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -157,6 +164,41 @@ TEST_F(CacheLock, IsThatOfAScratchFolderMadeAnewWhileItWaited) {
   loss.join();
   EXPECT_FALSE(is_free(e.tmp_root()));
   EXPECT_TRUE(zot::is_scratch_held(*e.handle()));
+}
+
+// Lets a call that looks at a file by its name fail, however often it is made.
+void deny_stat() {
+#ifdef __NR_newfstatat
+  constexpr auto stat_call = __NR_newfstatat;
+#else
+  constexpr auto stat_call = __NR_statx;
+#endif
+  // By an empty name it looks at a descriptor.
+  constexpr std::uint32_t flags = offsetof(seccomp_data, args[stat_call == __NR_statx ? 2 : 3]);
+  std::array filter = {sock_filter(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))),
+                       sock_filter(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, stat_call, 0, 3)),
+                       sock_filter(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, flags)),
+                       sock_filter(BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, AT_EMPTY_PATH, 1, 0)),
+                       sock_filter(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO)),
+                       sock_filter(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW))};
+  const sock_fprog program{filter.size(), filter.data()};
+  if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+    ::_exit(2);
+  }
+}
+
+TEST_F(CacheLock, IsHadWhereNobodyCanLookAtTheFolder) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    deny_stat();
+    ::alarm(10);
+    zot::cache_lock held(*e.handle());
+    ::_exit(held.acquire("f") == ZOT_OK ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(CacheLock, TellsThatTheScratchFolderWasMadeAnew) {
