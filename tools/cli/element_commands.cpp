@@ -14,14 +14,17 @@ const command_text cycle_text = {
     .summary = "Get a configuration, apply it, commit or roll back",
     .about =
         "CMD runs, and a configuration is committed or rolled back, on a new configuration "
-        "only.\n\nEnvironment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, "
+        "only. CMD commits\nby exit status 0 and rolls back by 1 to 125. When it cannot run (126, "
+        "127), when a signal ends it or\nwhen it takes longer than --apply-timeout, nothing is "
+        "decided, and the next get offers the configuration\nagain.\n\nEnvironment: "
+        "ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, "
         "ZOT_DEV_PATH.",
     .examples =
         "zotconf cycle --index 001122334455 --commit\n"
         "zotconf cycle --index 001122334455 --categories Wlan,Ap --apply ./apply.sh\n"
         "zotconf cycle --index 001122334455 --want cached --out in-force",
     .exits = {exit_success, exit_failure, exit_usage, exit_no_update, exit_same_as_corrupted,
-              exit_rolled_back}};
+              exit_rolled_back, exit_apply_failed}};
 
 const command_text watch_text = {
     .name = "watch",
@@ -29,9 +32,12 @@ const command_text watch_text = {
     .about =
         "CMD runs on each new configuration. ZOTCONF_DIR names a folder with the files that were "
         "added or\nmodified, <Category>/<key>; ZOTCONF_CHANGES names a JSON list of all changed "
-        "entries. Exit status 0\ncommits, any other rolls back. Durations are 500ms, 30s, 5m or "
-        "1h.\n\n"
-        "While the service fails, the pauses grow from --backoff-min to --backoff-max. The first "
+        "entries. Exit status 0\ncommits, 1 to 125 roll back. A CMD that cannot run (126, 127), "
+        "that "
+        "a signal ends or that takes\nlonger than --apply-timeout decides nothing: it runs again "
+        "after a pause. Durations are 500ms, 30s,\n5m or 1h.\n\n"
+        "While the service or CMD fails, the pauses grow from --backoff-min to --backoff-max. The "
+        "first "
         "one "
         "lies by\nchance between once and twice the shortest, each next one between bounds twice "
         "as "
@@ -62,6 +68,7 @@ struct element_words {
   cycle_options options;
   std::vector<std::string> categories = {"all"};
   std::string log_level = "off";
+  std::string apply_timeout;
 };
 
 struct cycle_words : element_words {
@@ -92,6 +99,7 @@ void resolve_element(element_words &words) {
   }
   words.options.categories = *categories;
   words.options.log_level = log_levels.at(words.log_level);
+  words.options.apply_timeout = parse_duration(words.apply_timeout);
 }
 
 // Checks what one option alone cannot tell and fills in the rest.
@@ -153,12 +161,19 @@ void add_element_options(CLI::App &command, element_words &words) {
       ->capture_default_str();
 }
 
-CLI::Option *add_apply(CLI::App &command, std::string &words) {
-  return command
-      .add_option("--apply", words,
-                  "shell command, with ZOTCONF_DIR and ZOTCONF_CHANGES in its environment: commit "
-                  "when it exits 0, else roll back")
-      ->check([](const std::string &text) { return text.empty() ? "is empty" : ""; });
+CLI::Option *add_apply(CLI::App &command, element_words &words) {
+  CLI::Option *const apply =
+      command
+          .add_option("--apply", words.options.command,
+                      "shell command, with ZOTCONF_DIR and ZOTCONF_CHANGES in its environment: "
+                      "commit when it exits 0, roll back when it exits 1 to 125")
+          ->check([](const std::string &text) { return text.empty() ? "is empty" : ""; });
+  command
+      .add_option("--apply-timeout", words.apply_timeout,
+                  "end a command that takes longer, as one that failed (default: no limit)")
+      ->check(checked_by(check_duration))
+      ->needs(apply);
+  return apply;
 }
 
 void add_cycle(command_line &line) {
@@ -171,7 +186,7 @@ void add_cycle(command_line &line) {
       ->capture_default_str();
   command.add_option("--out", words->out,
                      "folder for the entries' bytes; a temporary one when only --apply needs it");
-  auto *const apply = add_apply(command, words->options.command);
+  auto *const apply = add_apply(command, *words);
   auto *const commit = command.add_flag("--commit", words->commit, "commit a new configuration");
   auto *const roll_back =
       command.add_flag("--roll-back", words->roll_back, "roll a new configuration back");
@@ -188,7 +203,7 @@ void add_watch(command_line &line) {
   const auto words = std::make_shared<watch_words>();
   CLI::App &command = line.add(watch_text, words, run_watch_words);
   add_element_options(command, *words);
-  add_apply(command, words->options.command)->required();
+  add_apply(command, *words)->required();
   add_duration(command, "--every", words->every, "pause between two gets");
   add_duration(command, "--backoff-min", words->backoff_min, "shortest pause after a failure");
   add_duration(command, "--backoff-max", words->backoff_max, "longest pause after a failure");

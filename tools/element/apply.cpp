@@ -89,11 +89,23 @@ bool has_entry_in_force(const entries &list) {
 }
 
 command_end end_of_command(int status) {
-  if (WIFEXITED(status)) {
-    const int code = WEXITSTATUS(status);
-    return {code == 0, "exit status " + std::to_string(code)};
+  constexpr int cannot_run = 126;
+  constexpr int not_found = 127;
+  if (WIFSIGNALED(status)) {
+    return {answer::none, "ended by signal " + std::to_string(WTERMSIG(status))};
   }
-  return {false, "ended by signal " + std::to_string(WTERMSIG(status))};
+  const int code = WEXITSTATUS(status);
+  const std::string text = "exit status " + std::to_string(code);
+  if (code == 0) {
+    return {answer::accepted, text};
+  }
+  if (code < cannot_run) {
+    return {answer::refused, text};
+  }
+  const char *const why = code == cannot_run  ? ", a command cannot be run"
+                          : code == not_found ? ", a command was not found"
+                                              : ", a signal has ended a command";
+  return {answer::none, text + why};
 }
 
 void export_paths(const fs::path &folder, const fs::path &change_list) {

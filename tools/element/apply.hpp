@@ -37,12 +37,17 @@ void write_change_list(const fs::path &file, const std::vector<change_line> &cha
 // Whether a list has an entry to hand over; one that only deletes has none.
 bool has_entry_in_force(const entries &list);
 
+// What a command says of the configuration that it was handed. One that could not run, or was ended
+// before it was done, says nothing.
+enum class answer { none, accepted, refused };
+
 struct command_end {
-  bool accepted = false;
+  answer said = answer::none;
   std::string text;  // "exit status 7", "ended by signal 9"
 };
 
-// What a status of waitpid() means.
+// What a status of waitpid() means: exit status 0 accepts, 1 to 125 refuse. A shell exits with 126
+// or 127 when it cannot run a command, and with more when a signal has ended one.
 command_end end_of_command(int status);
 
 // Puts the absolute path of `folder` into ZOTCONF_DIR and that of `change_list` into
@@ -50,7 +55,7 @@ command_end end_of_command(int status);
 void export_paths(const fs::path &folder, const fs::path &change_list);
 
 // Runs a shell command to its end. It finds the absolute path of `folder` in ZOTCONF_DIR and that
-// of `change_list` in ZOTCONF_CHANGES, and accepts by exit status 0.
+// of `change_list` in ZOTCONF_CHANGES.
 command_end run_command(const std::string &command, const fs::path &folder,
                         const fs::path &change_list);
 

@@ -7,6 +7,7 @@
 
 #include "tools/element/apply.hpp"
 #include "tools/element/cycle_report.hpp"
+#include "tools/element/running_command.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/plain_text.hpp"
 #include "zot_conf.hpp"
@@ -15,9 +16,9 @@ namespace zotconf {
 namespace {
 
 // Lets the command say what becomes of the configuration.
-verdict ask_command(const cycle_options &chosen, const entries &list,
-                    const std::optional<metadata> &from, const console &where,
-                    cycle_report &report) {
+command_end ask_command(const cycle_options &chosen, const entries &list,
+                        const std::optional<metadata> &from, const console &where,
+                        cycle_report &report) {
   const temporary_folder scratch;
   const fs::path change_list = scratch.path() / "changes.json";
   const fs::path folder = chosen.out.value_or(scratch.path() / "files");
@@ -27,13 +28,17 @@ verdict ask_command(const cycle_options &chosen, const entries &list,
   write_change_list(change_list, lines_of(list), from);
   where.out() << std::flush;
   // Beside one JSON document on standard output there is no room for what the command prints.
-  const command_end end = run_command(
-      where.is_json() ? "exec >&2\n" + chosen.command : chosen.command, folder, change_list);
+  const command_end end =
+      chosen.apply_timeout
+          ? run_within(*chosen.apply_timeout, chosen.command, folder, change_list,
+                       where.is_json() ? command_output::joined : command_output::shared)
+          : run_command(where.is_json() ? "exec >&2\n" + chosen.command : chosen.command, folder,
+                        change_list);
   report.tell_apply(end.text);
-  return end.accepted ? verdict::commit : verdict::roll_back;
+  return end;
 }
 
-int answer(handle &element_handle, verdict decided, cycle_report &report) {
+int carry_out(handle &element_handle, verdict decided, cycle_report &report) {
   if (decided == verdict::none) {
     return exit_success;
   }
@@ -109,10 +114,17 @@ int run_cycle(const cycle_options &chosen, const console &where, cycle_report &r
   if (!is_new) {
     return found.exit;
   }
-  const verdict decided = chosen.decide == verdict::by_command
-                              ? ask_command(chosen, list, from, where, report)
-                              : chosen.decide;
-  return answer(*client, decided, report);
+  if (chosen.decide != verdict::by_command) {
+    return carry_out(*client, chosen.decide, report);
+  }
+  const command_end end = ask_command(chosen, list, from, where, report);
+  if (end.said == answer::none) {
+    where.err() << "zotconf: apply: " << end.text
+                << "; the configuration is neither committed nor rolled back\n";
+    return exit_apply_failed;
+  }
+  return carry_out(*client, end.said == answer::accepted ? verdict::commit : verdict::roll_back,
+                   report);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // `zotconf cycle`: one configuration cycle of a client: get, apply, then commit or roll back.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
@@ -24,6 +25,7 @@ struct cycle_options {
   std::optional<fs::path> out;  // where the entries' bytes go
   verdict decide = verdict::none;
   std::string command;  // for by_command
+  std::optional<std::chrono::milliseconds> apply_timeout = {};
   uint32_t timeout = 0;
   uint32_t timeout_gpb = 0;
   std::optional<uint32_t> log_level;  // nothing: the library logs nothing

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -11,11 +12,15 @@
 
 namespace zotconf {
 
+// Where its standard output goes: to that of this process, or to standard error.
+enum class command_output { shared, joined };
+
 class running_command {
  public:
   // Starts it with the variables of run_command(), in a process group of its own, without standard
-  // input, its standard output joined to standard error.
-  running_command(const std::string &command, const fs::path &folder, const fs::path &change_list);
+  // input.
+  running_command(const std::string &command, const fs::path &folder, const fs::path &change_list,
+                  command_output output = command_output::joined);
   running_command(const running_command &) = delete;
   running_command &operator=(const running_command &) = delete;
   // Ends a group whose command still runs.
@@ -24,12 +29,21 @@ class running_command {
   // How it ended; nothing while it runs.
   std::optional<command_end> poll();
 
-  // Sends a signal to the whole group.
-  void send(int signal) const;
+  // Asks the whole group to end, and ends what has not done so after half a second.
+  void stop();
 
  private:
+  void send(int signal) const;
+
   pid_t pid_ = -1;
   std::optional<command_end> end_;
 };
+
+// What is told of a command that was stopped after its time.
+command_end end_of_time(std::chrono::milliseconds limit);
+
+// Runs a command to its end, at most as long as the limit. SIGINT and SIGTERM stop it as well.
+command_end run_within(std::chrono::milliseconds limit, const std::string &command,
+                       const fs::path &folder, const fs::path &change_list, command_output output);
 
 }  // namespace zotconf

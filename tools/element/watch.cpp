@@ -26,9 +26,6 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
-// How long an interrupted command may take to end by itself.
-constexpr milliseconds grace = 500ms;
-
 std::string size_of(const entries &list) {
   return counted(static_cast<uint64_t>(std::ranges::distance(list)), "entry", "entries");
 }
@@ -117,7 +114,9 @@ class watcher {
         decided && decided->accepted == (slot == ZOT_SLOT_CURRENT) && decided->k == bytes_of(slot);
     if (slot_of(ZOT_SLOT_CURRENT).k != nullptr && is_astray()) {
       const watch_report handed = hand_over_in_force();
-      if (handed.status && handed.status != ZOT_ERR_NO_CACHE) {
+      const bool is_failed = handed.what == watch_event::apply_failing ||
+                             (handed.status && handed.status != ZOT_ERR_NO_CACHE);
+      if (is_failed) {
         return fail(
             {.what = watch_event::apply_failing, .text = handed.text, .status = handed.status});
       }
@@ -167,7 +166,7 @@ class watcher {
   milliseconds take(const entries &list) {
     const std::string k = bytes_of(ZOT_SLOT_TMP);
     if (decided_ && decided_->k == k) {
-      return answer();
+      return carry_out();
     }
     decided_.reset();
     const auto from = element_.metadata_of(generation::fetched);
@@ -181,20 +180,24 @@ class watcher {
       is_undecided_ = true;
       return 0ms;
     }
-    watch_report news{.what = end->accepted ? watch_event::committed : watch_event::rolled_back,
-                      .text = end->accepted ? size_of(list) : "apply: " + end->text};
+    if (end->said == answer::none) {
+      return fail({.what = watch_event::apply_failing, .text = end->text});
+    }
+    const bool is_accepted = end->said == answer::accepted;
+    watch_report news{.what = is_accepted ? watch_event::committed : watch_event::rolled_back,
+                      .text = is_accepted ? size_of(list) : "apply: " + end->text};
     if (from && !from->config_id.empty()) {
       news.config_id = from->config_id;
     }
-    decided_ = decision{.k = k, .accepted = end->accepted, .news = news};
-    if (end->accepted) {
+    decided_ = decision{.k = k, .accepted = is_accepted, .news = news};
+    if (is_accepted) {
       remember_applied(ZOT_SLOT_TMP);
     }
-    return answer();
+    return carry_out();
   }
 
   // Hands what is in force to the command, which has no say. The report has a status when there is
-  // nothing to hand over, and when that failed.
+  // nothing to hand over.
   watch_report hand_over_in_force() {
     const entries list = element_.get(categories_, change::cached);
     watch_report news{.what = watch_event::applied_cached, .text = list.result().text()};
@@ -210,11 +213,13 @@ class watcher {
     }
     try {
       const auto end = apply(list, changes_to(list), metadata_in_memory());
+      if (end && end->said == answer::none) {
+        return {.what = watch_event::apply_failing, .text = end->text};
+      }
       news.text = size_of(list) + ", " + (end ? end->text : "interrupted");
       remember_applied(ZOT_SLOT_CURRENT);
     } catch (const std::exception &error) {
-      news.text = error.what();
-      news.status = ZOT_ERR_GENERIC;
+      return {.what = watch_event::apply_failing, .text = error.what()};
     }
     return news;
   }
@@ -242,33 +247,25 @@ class watcher {
     const fs::path change_list = scratch.path() / "changes.json";
     write_entries(folder, list);
     write_change_list(change_list, changes, from);
+    const auto &limit = options_.element.apply_timeout;
+    const clock::time_point end_of_limit = limit ? clock::now() + *limit : clock::time_point::max();
     running_command command(options_.element.command, folder, change_list);
-    while (!is_stopped()) {
+    while (!is_stopped() && clock::now() < end_of_limit) {
       if (auto end = command.poll()) {
         return end;
       }
-      wait_until(clock::time_point::max());
+      wait_until(end_of_limit);
     }
     if (auto end = command.poll()) {
       return end;
     }
-    interrupt(command);
-    return std::nullopt;
-  }
-
-  // What ignores the request to end, the command or what it started, is ended.
-  static void interrupt(running_command &command) {
-    command.send(SIGTERM);
-    const clock::time_point end = clock::now() + grace;
-    while (!command.poll() && clock::now() < end) {
-      std::this_thread::sleep_for(5ms);
-    }
-    command.send(SIGKILL);
+    command.stop();
+    return is_stopped() ? std::nullopt : std::optional(end_of_time(*limit));
   }
 
   // Commits or rolls back. After a failure the next get ends it, or offers the configuration again:
   // another process may have taken its files from the scratch area.
-  milliseconds answer() {
+  milliseconds carry_out() {
     const status done = decided_->accepted ? element_.commit() : element_.roll_back();
     if (done.is_error()) {
       return fail(

@@ -16,7 +16,8 @@ enum exit_status : int {
   exit_rolled_back = 5,
   exit_refused = 6,
   exit_damaged = 7,
-  exit_different = 8
+  exit_different = 8,
+  exit_apply_failed = 10
 };
 
 struct exit_meaning {
@@ -24,7 +25,7 @@ struct exit_meaning {
   std::string_view text;
 };
 
-constexpr std::array<exit_meaning, 9> exit_meanings = {{
+constexpr std::array<exit_meaning, 10> exit_meanings = {{
     {exit_success, "done"},
     {exit_failure, "failure of the service, the storage or the library; standard error tells it"},
     {exit_usage, "wrong usage"},
@@ -34,6 +35,8 @@ constexpr std::array<exit_meaning, 9> exit_meanings = {{
     {exit_refused, "refused: a source file cannot be published, and nothing was written"},
     {exit_damaged, "damage or an interrupted commit was found, or is left after a repair"},
     {exit_different, "the two configurations differ, and --exit-code was given"},
+    {exit_apply_failed,
+     "the command of --apply could not run or did not end by itself; nothing is decided"},
 }};
 
 constexpr std::string_view meaning_of(exit_status status) {

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "tests/tools/support/json_value.hpp"
 #include "tests/tools/support/process.hpp"
 
 namespace zot::test {
@@ -24,6 +25,7 @@ constexpr int usage = 2;
 constexpr int no_update = 3;
 constexpr int same_as_corrupted = 4;
 constexpr int rolled_back = 5;
+constexpr int apply_failed = 10;
 
 bool has(const std::string &text, const std::string &part) {
   return text.find(part) != std::string::npos;
@@ -182,10 +184,57 @@ TEST_F(Cycle, RollsBackWhenTheCommandRefuses) {
   EXPECT_EQ(in_force("Wlan/a/1"), "ssid=a");
 }
 
-TEST_F(Cycle, RollsBackWhenASignalEndsTheCommand) {
+struct no_answer {
+  const char *name;
+  const char *command;
+  const char *told;
+};
+
+class CycleWithoutAnAnswer : public Cycle, public testing::WithParamInterface<no_answer> {};
+
+TEST_P(CycleWithoutAnAnswer, DecidesNothing) {
+  const std::string told = GetParam().told;
+  const finished done = run({"--apply", GetParam().command, "--apply-timeout", "200ms"});
+  EXPECT_EQ(done.status, apply_failed);
+  EXPECT_TRUE(done.out.ends_with("apply: " + told + "\n")) << done.out;
+  EXPECT_TRUE(has(done.err, "zotconf: apply: " + told +
+                                "; the configuration is neither committed nor rolled back\n"))
+      << done.err;
+  EXPECT_EQ(run({"--commit"}).status, ok);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, CycleWithoutAnAnswer,
+    testing::Values(
+        no_answer{"NotFound", "./no-such-command", "exit status 127, a command was not found"},
+        no_answer{"NotExecutable", "/dev/null", "exit status 126, a command cannot be run"},
+        no_answer{"Killed", "kill -KILL $$", "ended by signal 9"},
+        no_answer{"ChildKilled", "sh -c 'kill -KILL $$'; exit $?",
+                  "exit status 137, a signal has ended a command"},
+        no_answer{"Late", "sleep 60", "stopped after 200ms"},
+        no_answer{"LateAndDeaf", "trap '' TERM; while :; do sleep 1; done", "stopped after 200ms"}),
+    [](const auto &each) { return std::string(each.param.name); });
+
+TEST_F(Cycle, DecidesNothingWhenASignalEndsACommandWithoutALimit) {
   const finished done = run({"--apply", "kill -KILL $$"});
-  EXPECT_EQ(done.status, rolled_back);
-  EXPECT_TRUE(has(done.out, "apply: ended by signal 9\nrolled back\n")) << done.out;
+  EXPECT_EQ(done.status, apply_failed);
+  EXPECT_TRUE(done.out.ends_with("apply: ended by signal 9\n")) << done.out;
+}
+
+TEST_F(Cycle, TakesTheAnswerOfACommandThatEndsInTime) {
+  const finished done = run({"--apply", "echo done", "--apply-timeout", "30s"});
+  EXPECT_EQ(done.status, ok);
+  EXPECT_TRUE(has(done.out, "done\napply: exit status 0\ncommitted\n")) << done.out;
+}
+
+TEST_F(Cycle, KeepsStandardOutputForItsDocumentBesideACommandWithALimit) {
+  const finished done = run({"--apply", "echo printed", "--apply-timeout", "30s", "--json"});
+  EXPECT_EQ(json_value(done.out)["verdict"].text(), "committed");
+  EXPECT_EQ(done.err, "printed\n");
+}
+
+TEST_F(Cycle, RollsBackWithTheHighestStatusOfARefusal) {
+  EXPECT_EQ(run({"--apply", "exit 125"}).status, rolled_back);
 }
 
 TEST_F(Cycle, RollsBackOnDemand) {

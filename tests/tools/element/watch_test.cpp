@@ -313,6 +313,30 @@ TEST_F(Watch, AppliesLaterWhatCouldNotBeWritten) {
   EXPECT_TRUE(has(running->out(), "recovered\n"));
 }
 
+TEST_F(Watch, DecidesNothingWhenTheCommandIsNotThere) {
+  const std::string script = dir_ / "aply.sh";
+  const auto running = watch(script);
+  running->wait_for("apply failing: exit status 127, a command was not found (retry in ");
+  write_bytes(script, "#!/bin/sh\n");
+  running->wait_for("apply failing: exit status 126, a command cannot be run (retry in ");
+  EXPECT_FALSE(exists(dir_ / "device/writable/zot/knowledge/corrupted.k"));
+  fs::permissions(script, fs::perms::owner_all);
+  running->wait_for(committed + "2 entries\n");
+  EXPECT_TRUE(has(running->out(), "recovered\n"));
+}
+
+TEST_F(Watch, DecidesNothingWhenASignalEndsTheCommand) {
+  const auto running = watch("mkdir \"$PROBE\" && kill -KILL $$");
+  running->wait_for("apply failing: ended by signal 9 (retry in ");
+  running->wait_for("rolled back: apply: exit status 1\n");
+}
+
+TEST_F(Watch, EndsACommandThatTakesTooLong) {
+  const auto running = watch("mkdir \"$PROBE\" || exit 0; sleep 60", {"--apply-timeout", "100ms"});
+  running->wait_for("apply failing: stopped after 100ms (retry in ");
+  running->wait_for(committed + "2 entries\n");
+}
+
 TEST_F(Watch, OffersNothingAgainThatAnEarlierRunCommitted) {
   const auto first = watch("true");
   first->wait_for(committed);
@@ -332,6 +356,18 @@ TEST_F(Watch, HandsOverWhatIsInForceOnDemand) {
   second->wait_for("configuration in force handed to CMD: 2 entries, exit status 3\n");
   second->wait_for("no update\n");
   EXPECT_EQ(second->err(), "ssid=acountry=DE");
+}
+
+TEST_F(Watch, HandsOverWhatIsInForceAgainWhenTheCommandCouldNotRun) {
+  const auto first = watch("true");
+  first->wait_for(committed);
+  first->send(SIGTERM);
+  ASSERT_EQ(first->wait(), ok);
+  const auto second = watch("mkdir \"$PROBE\" && kill -KILL $$; cat \"$ZOTCONF_DIR\"/*/*",
+                            {"--apply-cached-at-start"});
+  second->wait_for("apply failing: ended by signal 9\n");
+  second->wait_for("configuration in force handed to CMD: 2 entries, exit status 0\n");
+  EXPECT_TRUE(has(second->err(), "ssid=acountry=DE")) << second->err();
 }
 
 TEST_F(Watch, TellsThatNothingIsInForce) {
@@ -364,6 +400,7 @@ INSTANTIATE_TEST_SUITE_P(
                     words{"--index", "a", "--apply", ""},
                     words{"--index", "a", "--apply", "true", "--every", "30"},
                     words{"--index", "a", "--apply", "true", "--every", "0s"},
+                    words{"--index", "a", "--apply", "true", "--apply-timeout", "5"},
                     words{"--index", "a", "--apply", "true", "--categories", "Nonsense"},
                     words{"--index", "a", "--apply", "true", "--backoff-max", "500ms"},
                     words{"--index", "a", "--apply", "true", "--want", "full"}));
