@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cache/cache.hpp"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
 
 #include "zot_conf.h"
 
 namespace zotconf {
 namespace {
 
-constexpr std::array<std::string_view, 4> slot_names = {"current", "last", "corrupted", "scratch"};
+constexpr std::array<std::string_view, 4> slot_names = {"current", "last", "refused", "scratch"};
 
 // Where the next start finds a K file of the cache: the undo folder has the one to put back, or the
 // mark that there was none. Without either the file has not been changed, or is back in its place.
@@ -36,6 +40,18 @@ cache_paths find_cache() {
   return found;
 }
 
+void require_readable(const cache_paths &paths) {
+  for (const fs::path &folder : {paths.conf_root, paths.conf_root / "knowledge",
+                                 paths.conf_root / "config", paths.tmp_root}) {
+    const zot::descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const bool may_enter =
+        opened.is_open() && ::faccessat(opened.get(), ".", X_OK, AT_EACCESS) == 0;
+    if (!may_enter && errno == EACCES) {
+      throw_errno("cannot read " + folder.string());
+    }
+  }
+}
+
 fs::path undo_folder(const cache_paths &paths) {
   return paths.conf_root / "undo";
 }
@@ -50,6 +66,9 @@ std::string_view name_of(k_slot slot) {
 }
 
 std::optional<k_slot> slot_of(std::string_view name) {
+  if (name == "corrupted") {
+    return k_slot::refused;
+  }
   const auto *const found = std::ranges::find(slot_names, name);
   if (found == slot_names.end()) {
     return std::nullopt;
@@ -67,7 +86,7 @@ stored_k read_slot(const cache_paths &paths, k_slot slot) {
   }
   return read_k_file(standing_k_file(paths, name + ".k"),
                      standing_k_file(paths, name + ".checksum"),
-                     slot == k_slot::corrupted ? fs::path() : standing_files(paths));
+                     slot == k_slot::refused ? fs::path() : standing_files(paths));
 }
 
 }  // namespace zotconf

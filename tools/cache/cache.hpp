@@ -22,9 +22,12 @@ struct cache_paths {
 
 cache_paths find_cache();
 
-enum class k_slot { current, last, corrupted, scratch };
+// Throws std::system_error when one of the directories is there and cannot be read.
+void require_readable(const cache_paths &paths);
 
-inline constexpr std::array<k_slot, 4> k_slots = {k_slot::current, k_slot::last, k_slot::corrupted,
+enum class k_slot { current, last, refused, scratch };
+
+inline constexpr std::array<k_slot, 4> k_slots = {k_slot::current, k_slot::last, k_slot::refused,
                                                   k_slot::scratch};
 
 std::string_view name_of(k_slot slot);
@@ -35,7 +38,7 @@ fs::path undo_folder(const cache_paths &paths);
 // Whether that folder keeps the files of that configuration, or the mark that it had none.
 bool has_undo_of_files(const cache_paths &paths);
 
-// Nothing for a name that no slot has.
+// Nothing for a name that no slot has. The library's own name of the refused one counts too.
 std::optional<k_slot> slot_of(std::string_view name);
 
 // As the next start finds it: while a commit has not ended, what it keeps of the configuration

@@ -114,11 +114,11 @@ std::string nothing_in_force(const slot_state &current) {
 
 void foresee_update(const slot_states &slots, next_get &next) {
   const slot_state &current = slots[static_cast<size_t>(k_slot::current)];
-  const slot_state &corrupted = slots[static_cast<size_t>(k_slot::corrupted)];
+  const slot_state &corrupted = slots[static_cast<size_t>(k_slot::refused)];
   // For what was rolled back the library reads no list of files.
   if (corrupted.k.is_loadable) {
     next.sentences.push_back("a K equal to the rolled-back one (" + named(corrupted.k) +
-                             ") is answered with -13");
+                             ") is answered with -13; zotconf forget takes that back");
   } else if (corrupted.wrong && is_there(corrupted.k.checksum_file)) {
     next.sentences.push_back("the rolled-back K is damaged and would be taken as new: " +
                              corrupted.k.k.string());

@@ -66,7 +66,7 @@ constexpr const char *of_refused = "this configuration was rolled back";
 // One file of each K still tells which one it is when the other is damaged.
 bool is_refused(const findings &found) {
   const stored_k &current = found.slot(k_slot::current);
-  const stored_k &refused = found.slot(k_slot::corrupted);
+  const stored_k &refused = found.slot(k_slot::refused);
   const auto is_of_current = [&](const std::string &checksum) {
     return !checksum.empty() && (checksum == current.checksum || checksum == current.announced);
   };
@@ -259,7 +259,7 @@ repair_report repair_k(const cache_paths &paths, const element &who, const findi
     report.service_error = offered.error();
     return report;
   }
-  for (const k_slot slot : {k_slot::current, k_slot::last, k_slot::corrupted}) {
+  for (const k_slot slot : {k_slot::current, k_slot::last, k_slot::refused}) {
     const auto is_here = [slot](const damage &bad) {
       return is_of_cached_k(bad) && bad.slot == slot;
     };

@@ -10,7 +10,9 @@ namespace zotconf {
 
 stored_k read_source(const std::string &name, const element &who) {
   if (const auto slot = slot_of(name)) {
-    return read_slot(find_cache(), *slot);
+    const cache_paths paths = find_cache();
+    require_readable(paths);
+    return read_slot(paths, *slot);
   }
   const fs::path path(name);
   if (fs::is_regular_file(path)) {

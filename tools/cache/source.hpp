@@ -9,7 +9,7 @@
 
 namespace zotconf {
 
-// What a user named: a slot ("current", "last", "corrupted", "scratch"), a publication folder, or a
+// What a user named: a slot ("current", "last", "refused", "scratch"), a publication folder, or a
 // K file, with its checksum file when one lies beside it. `who` names the element of a publication
 // that has several; its index may be empty otherwise. Throws std::runtime_error when `name` is
 // none of them.

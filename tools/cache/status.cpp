@@ -66,6 +66,7 @@ std::optional<room> find_room(const cache_paths &paths, const open_commit &commi
 cache_status look(const console &where) {
   cache_status found;
   found.paths = find_cache();
+  require_readable(found.paths);
   const open_commit commit = find_open_commit(found.paths);
   found.slots = read_slots(found.paths, where);
   const slot_state &current = found.slots.at(static_cast<size_t>(k_slot::current));

@@ -34,7 +34,18 @@ int64_t count_of_bad(const findings &found) {
   return std::ranges::count(found.damaged, false, &damage::is_harmless);
 }
 
+// Whether there is nothing to check but, perhaps, what a get has left in the scratch area.
+bool is_empty(const findings &found) {
+  const auto is_absent = [&found](k_slot slot) {
+    return slot == k_slot::scratch || !found.slot(slot).is_present;
+  };
+  return found.is_clean() && std::ranges::all_of(k_slots, is_absent);
+}
+
 const char *result_of(const findings &found) {
+  if (is_empty(found)) {
+    return "empty";
+  }
   if (found.is_clean()) {
     return "clean";
   }
@@ -187,7 +198,7 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
   }
   append(*told.repair, repair_k(told.paths, options.who, told.found));
   const bool has_bad_k = !told.found.slot(k_slot::current).is_good() ||
-                         told.found.slot(k_slot::corrupted).wrong.has_value();
+                         told.found.slot(k_slot::refused).wrong.has_value();
   if (has_bad_k) {
     told.found = examine(told.paths, options.strict, where);
   }
@@ -201,6 +212,7 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
 
 int run_verify(const verify_options &options, const console &where) {
   verdict_of_verify told{.paths = find_cache(), .found = {}, .repair = {}};
+  require_readable(told.paths);
   told.found = examine(told.paths, options.strict, where);
   if (options.repair) {
     repair_found(options, told, where);
@@ -212,6 +224,11 @@ int run_verify(const verify_options &options, const console &where) {
   }
   if (told.repair && told.repair->service_error) {
     where.err() << "zotconf: repair: " << printable(described(*told.repair->service_error)) << '\n';
+    return exit_failure;
+  }
+  if (is_empty(told.found)) {
+    where.err() << "zotconf: no configuration lies in " << printable(told.paths.conf_root.string())
+                << "; ZOT_PREFIX_CONF_ROOT has to be that of the service process\n";
     return exit_failure;
   }
   return told.found.is_clean() ? exit_success : exit_damaged;

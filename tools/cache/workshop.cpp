@@ -15,6 +15,21 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// Another process may have committed or rolled back until the lock was free.
+void refuse_changes(const cache_paths &paths, const findings &found) {
+  const auto is_changed = [&](k_slot slot) {
+    const stored_k now = read_slot(paths, slot);
+    const stored_k &known = found.slot(slot);
+    return now.checksum != known.checksum || now.announced != known.announced;
+  };
+  if (is_there(undo_folder(paths)) || is_changed(k_slot::current) || is_changed(k_slot::refused)) {
+    throw std::runtime_error("another process changed " + paths.conf_root.string() +
+                             " meanwhile: verify it again");
+  }
+}
+
+}  // namespace
+
 zot::descriptor lock_cache(const fs::path &root, std::chrono::milliseconds wait) {
   zot::descriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const auto end = std::chrono::steady_clock::now() + wait;
@@ -29,22 +44,6 @@ zot::descriptor lock_cache(const fs::path &root, std::chrono::milliseconds wait)
   }
   return folder;
 }
-
-// Another process may have committed or rolled back until the lock was free.
-void refuse_changes(const cache_paths &paths, const findings &found) {
-  const auto is_changed = [&](k_slot slot) {
-    const stored_k now = read_slot(paths, slot);
-    const stored_k &known = found.slot(slot);
-    return now.checksum != known.checksum || now.announced != known.announced;
-  };
-  if (is_there(undo_folder(paths)) || is_changed(k_slot::current) ||
-      is_changed(k_slot::corrupted)) {
-    throw std::runtime_error("another process changed " + paths.conf_root.string() +
-                             " meanwhile: verify it again");
-  }
-}
-
-}  // namespace
 
 workshop::workshop(const cache_paths &paths, const findings &found, std::chrono::milliseconds wait)
     : root_(paths.conf_root),

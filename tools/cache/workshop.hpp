@@ -11,6 +11,9 @@
 
 namespace zotconf {
 
+// Locks a cache as the library does. Throws std::exception when it stays locked for that long.
+zot::descriptor lock_cache(const fs::path &root, std::chrono::milliseconds wait);
+
 // A folder inside the cache's file system, so that what is good there can be renamed to its place.
 // One repair works at a time, and none beside a process that changes the cache.
 class workshop {

@@ -11,7 +11,7 @@ const command_text show_text = {
     .name = "show",
     .summary = "Show what a K says and its entries",
     .about =
-        "K is a slot of the cache (current, last, corrupted, scratch), a publication folder, or "
+        "K is a slot of the cache (current, last, refused, scratch), a publication folder, or "
         "a K file;\nwrite ./current for a file of that name. A K is held against its checksum "
         "file, a K file only when\none lies beside it. Entries are sorted by the number of their "
         "category and by key.\n\nEnvironment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, "
@@ -26,7 +26,7 @@ const command_text diff_text = {
     .name = "diff",
     .summary = "Show what changes from one K to another",
     .about =
-        "A and B are slots of the cache (current, last, corrupted, scratch), publication folders, "
+        "A and B are slots of the cache (current, last, refused, scratch), publication folders, "
         "or K files.\nEntries are compared as a get compares them: by category, key and version; "
         "where the cluster is\nanother one, equal entries count as modified.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_DEV_PATH.",

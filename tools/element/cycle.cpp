@@ -52,7 +52,7 @@ int carry_out(handle &element_handle, verdict decided, cycle_report &report) {
     report.tell_verdict("committed", "committed");
     return exit_success;
   }
-  report.tell_verdict("rolled_back", "rolled back");
+  report.tell_verdict("rolled_back", "rolled back; zotconf forget takes that back");
   return exit_rolled_back;
 }
 
@@ -65,9 +65,10 @@ struct outcome {
 constexpr outcome new_configuration = {"new", "new configuration", exit_success};
 constexpr outcome no_update = {"no_update", "no update", exit_no_update};
 constexpr outcome cached = {"cached", "cached configuration", exit_success};
-constexpr outcome same_as_rolled_back = {"same_as_rolled_back",
-                                         "same as the configuration that was rolled back",
-                                         exit_same_as_corrupted};
+constexpr outcome same_as_rolled_back = {
+    "same_as_rolled_back",
+    "same as the configuration that was rolled back, which zotconf forget takes back",
+    exit_same_as_corrupted};
 
 const outcome &outcome_of(const entries &list, bool is_new, const cycle_options &chosen) {
   if (list.result() == ZOT_ERR_SAME_AS_CORRUPTED) {

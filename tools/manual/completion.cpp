@@ -72,7 +72,7 @@ std::string reply_of(std::string_view rule) {
     return "mapfile -t COMPREPLY < <(compgen -c -f -- \"$word\")";
   }
   if (rule == "@source") {
-    return "mapfile -t COMPREPLY < <(compgen -W 'current last corrupted scratch' -f -- \"$word\")";
+    return "mapfile -t COMPREPLY < <(compgen -W 'current last refused scratch' -f -- \"$word\")";
   }
   if (rule == "@categories") {
     return words_reply(categories());

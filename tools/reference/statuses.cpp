@@ -238,8 +238,7 @@ constexpr std::array advices = {
         .cache = "The configuration in force stays, and the corrupted K is kept.",
         .action = "Go on with the configuration in force and free the returned list. The "
                   "controller has to publish another configuration. To have the same one offered "
-                  "again, stop the process and remove knowledge/corrupted.k and "
-                  "knowledge/corrupted.checksum from the cache.",
+                  "again, run zotconf forget.",
         .causes = {{{"zot_conf_get()",
                      "the announced checksum is that of the corrupted K; the list holds the cached "
                      "entries, none when nothing is in force"}}}},

@@ -16,7 +16,10 @@ namespace zot::test {
 namespace {
 
 constexpr int clean = 0;
+constexpr int failed = 1;
 constexpr int damaged = 7;
+
+using words = std::vector<std::string>;
 
 // A configuration of three files is in force.
 class Verify : public CachedElement {
@@ -65,13 +68,43 @@ TEST_F(Verify, FindsAGoodCacheClean) {
   EXPECT_TRUE(has(done.out, "clean: 6 files, 44 bytes checked\n")) << done.out;
 }
 
-TEST_F(Verify, FindsAnEmptyCacheClean) {
+TEST_F(Verify, SaysThatNothingLiesInTheCache) {
   std::filesystem::remove_all(dir_ / "device");
   const finished done = verify();
-  EXPECT_EQ(done.status, clean);
-  EXPECT_TRUE(has(done.out, "clean: 0 files, 0 bytes checked\n")) << done.out;
+  EXPECT_EQ(done.status, failed);
+  EXPECT_TRUE(has(done.out, "empty: 0 files, 0 bytes checked\n")) << done.out;
+  EXPECT_EQ(done.err, "zotconf: no configuration lies in " + conf_root_ +
+                          "; ZOT_PREFIX_CONF_ROOT has to be that of the service process\n");
+  EXPECT_EQ(told()["result"].text(), "empty");
   EXPECT_FALSE(exists(dir_ / "device"));
 }
+
+TEST_F(Verify, CallsACacheEmptyThatHasOnlyWhatAGetFetched) {
+  std::filesystem::remove_all(conf_root_);
+  publish_source();
+  ASSERT_EQ(run({"cycle", "--index", index_}).status, 0);
+  EXPECT_EQ(verify().status, failed);
+  EXPECT_EQ(told()["result"].text(), "empty");
+}
+
+class VerifyUnreadable : public Verify, public testing::WithParamInterface<const char *> {};
+
+TEST_P(VerifyUnreadable, IsAnError) {
+  const std::string folder = dir_ / GetParam();
+  std::filesystem::permissions(folder, std::filesystem::perms::none);
+  for (const std::vector<std::string> &args :
+       {words{"verify"}, words{"status"}, words{"show", "current"}, words{"forget"}}) {
+    const finished done = run_zotconf_as_user(args, variables());
+    EXPECT_EQ(done.status, failed) << args.front();
+    EXPECT_TRUE(has(done.err, "zotconf: cannot read " + folder)) << done.err;
+    EXPECT_TRUE(has(done.err, "Permission denied")) << done.err;
+  }
+  std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
+}
+
+INSTANTIATE_TEST_SUITE_P(Folders, VerifyUnreadable,
+                         testing::Values("device/writable/zot", "device/writable/zot/knowledge",
+                                         "device/writable/zot/config", "device/tmp/zot"));
 
 TEST_F(Verify, WritesNotAByte) {
   write_bytes(conf("config/Wlan/a/1"), "damage");
@@ -248,7 +281,7 @@ TEST_F(Verify, ChecksTheCorruptedK) {
   EXPECT_EQ(verify().status, clean);
   remove_file(conf("knowledge/corrupted.checksum"));
   EXPECT_EQ(verify().status, damaged);
-  EXPECT_EQ(damage()["slot"].text(), "corrupted");
+  EXPECT_EQ(damage()["slot"].text(), "refused");
   EXPECT_EQ(damage()["kind"].text(), "checksum");
 }
 

@@ -49,7 +49,7 @@ TEST_F(Watch, RollsBackWhatTheCommandRefusesAndGoesOn) {
   running->wait_for(committed);
   publish_changes();
   running->wait_for("rolled back: apply: exit status 1\n");
-  running->wait_for("same as rolled back\n");
+  running->wait_for("same as rolled back (zotconf forget takes that back)\n");
   EXPECT_EQ(in_force("Wlan/a/1"), "ssid=a");
   fs::remove(dir_ / "source/Ap/x");
   publish_source();
@@ -188,7 +188,7 @@ TEST_F(Watch, EndsARollBackThatFailedWithALaterGetAndAsksTheCommandOnce) {
       watch("echo run >>\"$PROBE\"; mv \"$SCRATCH/subsys.k\" \"$SCRATCH/aside\"; exit 1");
   running->wait_for("commit or roll-back failing: ");
   running->wait_for("rolled back: apply: exit status 1\n");
-  running->wait_for("same as rolled back\n");
+  running->wait_for("same as rolled back (zotconf forget takes that back)\n");
   EXPECT_EQ(read_bytes(dir_ / "probe"), "run\n");
 }
 
@@ -223,7 +223,7 @@ TEST_F(Watch, HandsOverWhatIsInForceWhenAnotherDecidedOtherwise) {
   write_bytes(dir_ / "probe.go", "");
   running->wait_for("commit or roll-back failing: ");
   running->wait_for("configuration in force handed to CMD: 2 entries");
-  running->wait_for("same as rolled back\n");
+  running->wait_for("same as rolled back (zotconf forget takes that back)\n");
   EXPECT_EQ(read_bytes(dir_ / "probe.seen"), "ssid=a\nssid=b\nssid=a\n");
 }
 
@@ -263,7 +263,7 @@ TEST_F(WatchChanges, AreThoseToWhatAnotherProcessCommitted) {
   ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455", "--roll-back"}, variables_).status, 5);
   running->send(SIGCONT);
   running->wait_for("configuration in force handed to CMD: ");
-  running->wait_for("same as rolled back\n");
+  running->wait_for("same as rolled back (zotconf forget takes that back)\n");
   wait_for_gets(1);
   EXPECT_EQ(given(), (std::vector<std::string>{"added Wlan/a; added Zone/z; ",
                                                "added Ap/x; modified Wlan/a; deleted Zone/z; "}));

@@ -2,6 +2,8 @@
 #include "tests/tools/support/process.hpp"
 
 #include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,8 +25,19 @@ void redirect(const std::string &path, int to) {
   ::close(fd);
 }
 
+enum class rights { of_the_test, of_a_user };
+
+// Root may read everything; a program that is started so may not.
+void give_up_root_rights() {
+  for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) {
+    if (::prctl(PR_CAPBSET_DROP, capability) != 0 && ::geteuid() == 0) {
+      ::_exit(126);
+    }
+  }
+}
+
 pid_t start(const std::vector<std::string> &args, const environment &variables,
-            const std::string &out, const std::string &err) {
+            const std::string &out, const std::string &err, rights held = rights::of_the_test) {
   std::vector<std::string> words = {ZOTCONF_PROGRAM};
   words.insert(words.end(), args.begin(), args.end());
   std::vector<char *> argv;
@@ -41,6 +54,9 @@ pid_t start(const std::vector<std::string> &args, const environment &variables,
     redirect(err, STDERR_FILENO);
     for (const auto &[name, value] : variables) {
       ::setenv(name.c_str(), value.c_str(), 1);
+    }
+    if (held == rights::of_a_user) {
+      give_up_root_rights();
     }
     ::execv(argv[0], argv.data());
     ::_exit(127);
@@ -75,6 +91,13 @@ std::uint16_t told_port(const std::string &output) {
 finished run_zotconf(const std::vector<std::string> &args, const environment &variables) {
   const temp_dir dir;
   const pid_t pid = start(args, variables, dir / "out", dir / "err");
+  const int status = wait_for_end(pid);
+  return {status, read_bytes(dir / "out"), read_bytes(dir / "err")};
+}
+
+finished run_zotconf_as_user(const std::vector<std::string> &args, const environment &variables) {
+  const temp_dir dir;
+  const pid_t pid = start(args, variables, dir / "out", dir / "err", rights::of_a_user);
   const int status = wait_for_end(pid);
   return {status, read_bytes(dir / "out"), read_bytes(dir / "err")};
 }

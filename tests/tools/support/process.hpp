@@ -26,6 +26,10 @@ struct finished {
 [[nodiscard]] finished run_zotconf(const std::vector<std::string> &args,
                                    const environment &variables = {});
 
+// The same by a process that permissions count for, whoever runs the test.
+[[nodiscard]] finished run_zotconf_as_user(const std::vector<std::string> &args,
+                                           const environment &variables);
+
 // zotconf, running beside the test.
 class background {
  public:
