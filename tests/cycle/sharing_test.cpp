@@ -149,8 +149,8 @@ TEST_F(Sharing, OneFolderForBothIsRefused) {
   fs::create_directories(e.dir() / "conf/tmp");
   fs::create_directory_symlink(e.dir() / "conf/writable/zot", e.dir() / "conf/tmp/zot");
   EXPECT_EQ(get_of(first_configuration()).status, ZOT_ERR_WRONG_INPUT);
-  EXPECT_EQ(e.error_text(), "[zot_conf_get]: conf root and tmp root are the same: " +
-                                (e.dir() / "conf/tmp/zot"));
+  EXPECT_EQ(e.error_text(),
+            "[zot_conf_get]: conf root and tmp root are the same: " + (e.dir() / "conf/tmp/zot"));
 }
 
 TEST_F(Sharing, ARefusedConfigurationIsAnsweredWithWhatTheOtherCommitted) {

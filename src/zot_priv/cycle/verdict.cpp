@@ -4,8 +4,6 @@
 #include "zot_log.hpp"
 #include "zot_priv/storage/fetched.hpp"
 
-namespace {}  // namespace
-
 bool zot::waits_for_verdict(const zot_ctx &handle) {
   return (handle.stat.state & (verdict_given | ZOT_CYCLE_NEW_CONF)) == ZOT_CYCLE_NEW_CONF;
 }

@@ -10,8 +10,6 @@
 #include "zot_priv/model/verified_bytes.hpp"
 #include "zot_priv/storage/gpb_verify.hpp"
 
-namespace {}  // namespace
-
 int zot_priv_read_gpb(zot_ctx *handle, zot_k * /*k*/, zot_list *gpbs, const char *root) {
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;

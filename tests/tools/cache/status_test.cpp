@@ -129,7 +129,9 @@ TEST_F(Status, ForeseesTheAnswerToWhatWasRolledBack) {
   ASSERT_EQ(cycle("--roll-back").status, 5);
   const std::string expected =
       std::string("a K equal to the rolled-back one (config ID ") + second_id;
-  EXPECT_TRUE(has(sentences(), expected + ") is answered with -13; zotconf forget takes that back\n")) << sentences();
+  EXPECT_TRUE(
+      has(sentences(), expected + ") is answered with -13; zotconf forget takes that back\n"))
+      << sentences();
   EXPECT_EQ(cycle("--commit").status, 4);
 }
 

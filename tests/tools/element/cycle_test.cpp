@@ -180,7 +180,8 @@ TEST_F(Cycle, RollsBackWhenTheCommandRefuses) {
   publish_changes();
   const finished done = run({"--apply", "exit 7"});
   EXPECT_EQ(done.status, rolled_back);
-  EXPECT_TRUE(has(done.out, "apply: exit status 7\nrolled back; zotconf forget takes that back\n")) << done.out;
+  EXPECT_TRUE(has(done.out, "apply: exit status 7\nrolled back; zotconf forget takes that back\n"))
+      << done.out;
   EXPECT_EQ(in_force("Wlan/a/1"), "ssid=a");
 }
 
