@@ -28,7 +28,7 @@ command_end ask_command(const cycle_options &chosen, const entries &list,
   write_change_list(change_list, lines_of(list), from);
   where.out() << std::flush;
   // Beside one JSON document on standard output there is no room for what the command prints.
-  const command_end end =
+  command_end end =
       chosen.apply_timeout
           ? run_within(*chosen.apply_timeout, chosen.command, folder, change_list,
                        where.is_json() ? command_output::joined : command_output::shared)
