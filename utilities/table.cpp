@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "utilities/gpb_path.hpp"
+#include "utilities/own_names.hpp"
 #include "zot_conf.h"
 
 namespace {
@@ -186,3 +187,11 @@ int cmp_int(int32_t a, int32_t b) {
 int cmp_uint64(uint64_t a, uint64_t b) {
   return compare(a, b);
 }
+
+ZOT_PLAIN_NAME(get_subsys_str_by_enum);
+ZOT_PLAIN_NAME(get_cat_str_by_gpb_cat);
+ZOT_PLAIN_NAME(get_gpb_cat_by_cat_str);
+ZOT_PLAIN_NAME(get_gpb_meta_str);
+ZOT_PLAIN_NAME(get_gpb_meta_by_path);
+ZOT_PLAIN_NAME(cmp_int);
+ZOT_PLAIN_NAME(cmp_uint64);
