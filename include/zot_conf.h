@@ -371,7 +371,7 @@ ZOT_STATIC_ASSERT_(sizeof(void *) != 4 || sizeof(zot_parm_all) == 40, "parameter
  * A directory name with characters that a shell interprets is refused.
  *
  * Of the two texts only the lengths are checked. The access-point adapter puts them into its URLs
- * without escaping, so use nothing but letters, digits and any of "-._".
+ * without escaping, so use nothing but letters, digits and any of "-._:".
  *
  * @param subsys_id "AP", "CP" or "DP"; any text of at most 63 bytes is accepted. NULL means "AP".
  * @param sub_idx   index of the element, such as the MAC address of an access point. Copied up to a
@@ -526,8 +526,8 @@ const char *zot_util_cat2str(int32_t category);
 
 /** Whether a new configuration waits for zot_conf_commit() or zot_conf_roll_back(): from its get
  *  until one of them succeeds or a later get withdraws it. Dev mode has neither, so the answer
- * stays true there. Reads the memory of the handle only: the commit tells what another process
- * decided meanwhile. Records nothing. @return false without a handle. */
+ *  stays true there. Reads the memory of the handle only: the commit tells what another process
+ *  decided meanwhile. Records nothing. @return false without a handle. */
 bool zot_util_is_new_conf(const zot_ctx *handle);
 
 /** Copies the statistics of the current cycle: its state and its bytes. They are zero before the
