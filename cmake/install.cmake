@@ -6,7 +6,8 @@ include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zotconf)
 
 install(FILES
-  ${PROJECT_SOURCE_DIR}/include/zot_conf.h ${PROJECT_SOURCE_DIR}/include/zot_conf.hpp
+  ${PROJECT_SOURCE_DIR}/include/zot_conf.h ${PROJECT_SOURCE_DIR}/include/zot_conf_ext.h
+  ${PROJECT_SOURCE_DIR}/include/zot_conf.hpp
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 install(TARGETS zotconf zotconf_static EXPORT zotconf_targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT lib NAMELINK_COMPONENT dev

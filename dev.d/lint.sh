@@ -117,7 +117,8 @@ operations_run_down() {
         close(ARGV[at])
       }
     }
-    {
+    # A pragma names an operation for the compiler and uses nothing.
+    !/^#pragma / {
       code = $0
       gsub(/"([^"\\]|\\.)*"/, "", code)
       sub(/\/\/.*/, "", code)

@@ -6,19 +6,22 @@ match($0, /^#define ZOT_[A-Z]+_MAP/) {
   table = substr($0, 9, RLENGTH - 8)
 }
 
-# X(NAME, NUMBER, "text") or X(NAME, NUMBER, NULL)
+# X(NAME, NUMBER, "text") or X(NAME, NUMBER, NULL), one or several to a line
 /^ +X\([A-Z0-9_]+, / {
-  row = $0
-  sub(/^ +X\(/, "", row)
-  name = row
-  sub(/,.*/, "", name)
-  value = row
-  sub(/^[^,]*, /, "", value)
-  text = value
-  sub(/,.*/, "", value)
-  sub(/^[^,]*, /, "", text)
-  text = text ~ /^"/ ? substr(text, 2, index(substr(text, 2), "\"") - 1) : "has no text of its own"
-  rows[table] = rows[table] "@" name " = " value ", /**< " text " */ "
+  line = $0
+  while (match(line, /X\([A-Z0-9_]+, [^,]*, ("[^"]*"|NULL)\)/)) {
+    row = substr(line, RSTART + 2, RLENGTH - 3)
+    line = substr(line, RSTART + RLENGTH)
+    name = row
+    sub(/,.*/, "", name)
+    value = row
+    sub(/^[^,]*, /, "", value)
+    text = value
+    sub(/,.*/, "", value)
+    sub(/^[^,]*, /, "", text)
+    text = text ~ /^"/ ? substr(text, 2, length(text) - 2) : "has no text of its own"
+    rows[table] = rows[table] "@" name " = " value ", /**< " text " */ "
+  }
 }
 
 /^#define ZOT_[A-Z]+_ENUM\(/ {

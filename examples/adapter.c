@@ -104,7 +104,7 @@ int main(int argc, char **argv) {
   zot_list *entries = NULL;
   zot_catset_set_all(&wanted);
   int status = zot_conf_get(handle, wanted, ZOT_STAT_FULL, &entries);
-  const bool is_new = (handle->stat.state & ZOT_CYCLE_NEW_CONF) != 0;
+  const bool is_new = zot_util_is_new_conf(handle);
   if (status == ZOT_OK && is_new) {
     status = zot_conf_commit(handle);
   }

@@ -2,6 +2,7 @@
 // A client in C++: gets what changed, takes it into use, commits or rolls back. Nothing has to be
 // released by hand.
 // usage: client INDEX
+#define ZOT_CONF_CLIENT
 #include <iostream>
 #include <zot_conf.hpp>
 

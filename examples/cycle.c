@@ -2,6 +2,7 @@
 // One configuration cycle: get what changed, take it into use, commit.
 
 // begin: cycle
+#define ZOT_CONF_CLIENT  // declare what a client needs, and nothing else
 #include <stdio.h>
 #include <zot_conf.h>
 
@@ -15,9 +16,8 @@ int main(void) {
   zot_list *entries = NULL;
   zot_catset_set_all(&wanted);
   int status = zot_conf_get(handle, wanted, changed, &entries);
-  if (status == ZOT_OK) {
-    for (zot_list *node = entries->next; node != entries; node = node->next) {
-      const zot_ret_data *entry = (const zot_ret_data *)node;  // take entry->data into use here
+  if (status == ZOT_OK && zot_util_is_new_conf(handle)) {
+    ZOT_FOR_EACH_RET_DATA(entry, entries) {  // apply the entry->size bytes at entry->data here
       printf("%s/%s %u\n", zot_util_cat2str(entry->category), entry->key, (unsigned)entry->size);
     }
     status = zot_conf_commit(handle);  // or zot_conf_roll_back() when it could not be applied

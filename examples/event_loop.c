@@ -4,6 +4,7 @@
  * handle is the thread's, otherwise it is the loop's.
  * usage: event_loop INDEX MILLISECONDS [CYCLES] */
 #define _POSIX_C_SOURCE 200809L
+#define ZOT_CONF_CLIENT
 #include <errno.h>
 #include <poll.h>
 #include <pthread.h>
@@ -42,9 +43,9 @@ static struct report run_cycle(zot_ctx *handle) {
   zot_list *entries = NULL;
   zot_catset_set_all(&wanted);
   result.status = zot_conf_get(handle, wanted, changed, &entries);
-  if (result.status == ZOT_OK && (handle->stat.state & ZOT_CYCLE_NEW_CONF) != 0) {
-    for (zot_list *node = entries->next; node != entries; node = node->next) {
-      result.changes++; /* take ((zot_ret_data *)node)->data into use here */
+  if (result.status == ZOT_OK && zot_util_is_new_conf(handle)) {
+    ZOT_FOR_EACH_RET_DATA(entry, entries) {
+      result.changes += entry->stat != 0; /* apply the entry->size bytes at entry->data here */
     }
     result.status = zot_conf_commit(handle);
   }

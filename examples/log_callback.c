@@ -2,6 +2,7 @@
 /* A log callback: warnings and errors go out at once, as lines that journald takes from standard
  * error ("<priority>text"). Everything else is kept in a ring and goes out only ahead of an error,
  * so that a quiet log still tells what led to a failure. usage: log_callback INDEX */
+#define ZOT_CONF_CLIENT
 #include <stdio.h>
 #include <string.h>
 #include <syslog.h>

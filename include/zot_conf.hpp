@@ -16,9 +16,15 @@
  *  3. Threads. As in zot_conf.h: one handle belongs to one thread at a time, and calls block.
  *  4. A handle that was moved from may be destroyed and assigned to; any other call is answered
  *     with #ZOT_ERR_NULL_INPUT or an empty value.
+ *  5. Language. C++20. An older standard gets one error that says so. Define `ZOT_CONF_CLIENT`
+ * before the include to use the plain names of the library for functions of your own.
  */
 #ifndef ZOT_CONF_HPP
 #define ZOT_CONF_HPP
+
+#if __cplusplus <= 201703L
+#error "zot_conf.hpp needs C++20: compile with -std=c++20, or include zot_conf.h"
+#else
 
 #include <algorithm>
 #include <array>
@@ -317,12 +323,12 @@ class entry {
   /** What happened to it: one value, change::full when a get asked for that. */
   [[nodiscard]] v1::change change() const noexcept { return static_cast<v1::change>(data_->stat); }
 
-  /** Its bytes; empty for a deleted entry. */
+  /** Its bytes, not NUL-terminated; empty for a deleted entry. */
   [[nodiscard]] std::span<const std::byte> bytes() const noexcept {
     return {static_cast<const std::byte *>(data_->data), size()};
   }
 
-  /** Its bytes as text, which may hold any byte. */
+  /** Its bytes as text, not NUL-terminated, which may have any byte. */
   [[nodiscard]] std::string_view text() const noexcept {
     return {static_cast<const char *>(data_->data), size()};
   }
@@ -443,7 +449,8 @@ class transfer_watch {
 class handle {
  public:
   /**
-   * Creates a handle; the directories named by the environment are made, nothing is loaded.
+   * Creates a handle, as zot_conf_init_args(): that tells which environment variables and which
+   * texts it takes. The directories are created, nothing is loaded.
    *
    * @param from identity, time-outs and log
    * @param[out] reason receives, on failure, the last error that was logged, cut to 511 bytes, or
@@ -475,8 +482,9 @@ class handle {
   }
 
   /**
-   * Looks for a new configuration; see zot_conf_get(). Blocks while it downloads. The configuration
-   * in force never changes through a get.
+   * Looks for a new configuration; see zot_conf_get(). Blocks while it downloads. Transfers of
+   * several handles must not overlap. The first get of a new element logs one line at error level
+   * that is no failure.
    *
    * @param categories what to return
    * @param changes    which changes to return, one or several of #zotconf::change
@@ -498,10 +506,7 @@ class handle {
   status roll_back() { return status_of(zot_conf_roll_back(context_.get())); }
 
   /** Whether a new configuration waits for commit or roll-back. */
-  [[nodiscard]] bool is_new() const noexcept {
-    return context_ != nullptr && (context_->stat.state & ZOT_CYCLE_NEW_CONF) != 0 &&
-           (context_->stat.state & (ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK)) == 0;
-  }
+  [[nodiscard]] bool is_new() const noexcept { return zot_util_is_new_conf(context_.get()); }
 
   /**
    * Reads the metadata of a configuration.
@@ -526,9 +531,11 @@ class handle {
     return context_ != nullptr ? zot_util_get_sub_idx(context_.get()) : "";
   }
 
-  /** What the current cycle did so far. */
+  /** What the current cycle did so far; see zot_util_get_conf_stat(). */
   [[nodiscard]] zot_core_stat statistics() const noexcept {
-    return context_ != nullptr ? context_->stat : zot_core_stat{};
+    zot_core_stat result{};
+    static_cast<void>(zot_util_get_conf_stat(context_.get(), &result));
+    return result;
   }
 
   /** Seconds for K and checksum; 0: no limit, and for a handle that was moved from. */
@@ -579,4 +586,5 @@ class handle {
 }  // namespace v1
 }  // namespace zotconf
 
+#endif  // C++20
 #endif  // ZOT_CONF_HPP

@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 
+#include "utilities/own_names.hpp"
+
 namespace {
 
 // Addresses that no process maps: following the links of a removed node faults.
@@ -174,3 +176,6 @@ void zot_list_sort(void *priv, zot_list *head, zot_list_cmp cmp) {
   zot_list *const lower = levels.merge_lower();
   merge_into_circle(order, head, levels.highest(), lower);
 }
+
+ZOT_PLAIN_NAME(list_add_tail);
+ZOT_PLAIN_NAME(list_del);

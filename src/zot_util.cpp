@@ -56,6 +56,18 @@ const char *zot_util_cat2str(int32_t category) {
   return get_cat_str_by_gpb_cat(category);
 }
 
+bool zot_util_is_new_conf(const zot_ctx *handle) {
+  return handle != nullptr && zot::waits_for_verdict(*handle);
+}
+
+int zot_util_get_conf_stat(const zot_ctx *handle, zot_core_stat *stat) {
+  if (handle == nullptr || stat == nullptr) {
+    return ZOT_ERR_NULL_INPUT;
+  }
+  *stat = handle->stat;
+  return ZOT_OK;
+}
+
 int zot_util_get_k_meta(zot_ctx *handle, zot_k_meta *dst, int which) {
   constexpr uint32_t get_done = ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_SAME_K;
   if (dst == nullptr) {

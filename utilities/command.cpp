@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "utilities/own_names.hpp"
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 
@@ -57,3 +58,5 @@ int cmd_helper_system(const char *cmd) {
   }
   return raw_status;
 }
+
+ZOT_PLAIN_NAME(cmd_helper_system);

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "utilities/file_io.hpp"
+#include "utilities/own_names.hpp"
 #include "utilities/owner.hpp"
 #include "utilities/shell_word.hpp"
 #include "utilities/text.hpp"
@@ -376,3 +377,16 @@ char *str2upper(char *s) {
   }
   return s;
 }
+
+ZOT_PLAIN_NAME(rm_rf);
+ZOT_PLAIN_NAME(get_file_type);
+ZOT_PLAIN_NAME(fcopy);
+ZOT_PLAIN_NAME(fcopy_stat);
+ZOT_PLAIN_NAME(mkdir_r);
+ZOT_PLAIN_NAME(chk_and_mkdir);
+ZOT_PLAIN_NAME(read_line);
+ZOT_PLAIN_NAME(read_file);
+ZOT_PLAIN_NAME(read_file_mmap);
+ZOT_PLAIN_NAME(free_file_mmap);
+ZOT_PLAIN_NAME(write_file);
+ZOT_PLAIN_NAME(str2upper);

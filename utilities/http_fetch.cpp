@@ -11,6 +11,7 @@
 
 #include "utilities/http_limits.hpp"
 #include "utilities/loopback.hpp"
+#include "utilities/own_names.hpp"
 #include "utilities/owner.hpp"
 #include "utilities/text.hpp"
 #include "zot_conf.h"
@@ -327,3 +328,8 @@ int get_remote_file_set_stat(const char *url, const char *path, const zot_list *
 int get_remote_file_set(const char *url, const char *path, const zot_list *names, uint32_t spare) {
   return get_remote_file_set_stat(url, path, names, spare, nullptr);
 }
+
+ZOT_PLAIN_NAME(get_remote_file_stat);
+ZOT_PLAIN_NAME(get_remote_file);
+ZOT_PLAIN_NAME(get_remote_file_set_stat);
+ZOT_PLAIN_NAME(get_remote_file_set);

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "utilities/own_names.hpp"
 #include "zot_conf.h"
 
 namespace {
@@ -72,3 +73,6 @@ void print_cjson(const struct cJSON *tree) {
   static_cast<void>(std::puts(text));
   cJSON_free(text);
 }
+
+ZOT_PLAIN_NAME(get_json_item);
+ZOT_PLAIN_NAME(print_cjson);

@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "utilities/own_names.hpp"
 #include "zot_conf.h"
 
 namespace {
@@ -50,3 +51,7 @@ int cmp_file_sha256(const void *data, uint32_t len, const char *want) {
   }
   return std::strncmp(computed, want, ZOT_CHECKSUM_LEN);
 }
+
+ZOT_PLAIN_NAME(sha256_hash_str);
+ZOT_PLAIN_NAME(calc_sha256);
+ZOT_PLAIN_NAME(cmp_file_sha256);

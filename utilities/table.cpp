@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "utilities/gpb_path.hpp"
+#include "utilities/own_names.hpp"
 #include "zot_conf.h"
 
 namespace {
@@ -19,11 +20,29 @@ struct named_value {
 };
 
 #define ZOT_CATEGORY_NUMBER(constant, value, name) value,
-#define ZOT_CATEGORY_NAME(constant, value, name) std::string_view(name),
+#define ZOT_CATEGORY_NAME(constant, value, name) name "\0"
 constexpr std::array category_numbers{ZOT_CATEGORY_MAP(ZOT_CATEGORY_NUMBER)};
-constexpr std::array category_names{ZOT_CATEGORY_MAP(ZOT_CATEGORY_NAME)};
+// All names, each with its terminator: a table of pointers would need a relocation for each.
+constexpr char category_names[] = ZOT_CATEGORY_MAP(ZOT_CATEGORY_NAME);
 #undef ZOT_CATEGORY_NUMBER
 #undef ZOT_CATEGORY_NAME
+
+// Where each name begins, and the end of the last one.
+consteval std::array<uint16_t, ZOT_CAT_COUNT + 1> find_name_places() {
+  std::array<uint16_t, ZOT_CAT_COUNT + 1> places{};
+  uint16_t at = 0;
+  for (size_t row = 0; row < ZOT_CAT_COUNT; ++row) {
+    at = static_cast<uint16_t>(at + std::string_view(category_names + at).size() + 1);
+    places[row + 1] = at;
+  }
+  return places;
+}
+constexpr auto name_places = find_name_places();
+static_assert(name_places[ZOT_CAT_COUNT] == sizeof category_names - 1);
+
+std::string_view category_name(size_t row) {
+  return {category_names + name_places[row], size_t{name_places[row + 1]} - name_places[row] - 1};
+}
 
 // So a number finds its name.
 consteval bool are_numbered_by_row() {
@@ -104,10 +123,12 @@ std::optional<zot::gpb_path> zot::split_gpb_path(const char *path) {
 }
 
 std::optional<int32_t> zot::category_of(std::string_view name) {
-  const auto *const row = std::find(category_names.begin(), category_names.end(), name);
-  return row != category_names.end()
-             ? std::optional(static_cast<int32_t>(row - category_names.begin()))
-             : std::nullopt;
+  for (int32_t category = 0; category < ZOT_CAT_COUNT; ++category) {
+    if (category_name(static_cast<size_t>(category)) == name) {
+      return category;
+    }
+  }
+  return std::nullopt;
 }
 
 const char *get_subsys_str_by_enum(int32_t subsys) {
@@ -116,7 +137,7 @@ const char *get_subsys_str_by_enum(int32_t subsys) {
 
 const char *get_cat_str_by_gpb_cat(int32_t category) {
   const bool is_known = category >= 0 && category < ZOT_CAT_COUNT;
-  return is_known ? category_names[static_cast<size_t>(category)].data() : nullptr;
+  return is_known ? category_name(static_cast<size_t>(category)).data() : nullptr;
 }
 
 int get_gpb_cat_by_cat_str(const char *name, int32_t *category) {
@@ -166,3 +187,11 @@ int cmp_int(int32_t a, int32_t b) {
 int cmp_uint64(uint64_t a, uint64_t b) {
   return compare(a, b);
 }
+
+ZOT_PLAIN_NAME(get_subsys_str_by_enum);
+ZOT_PLAIN_NAME(get_cat_str_by_gpb_cat);
+ZOT_PLAIN_NAME(get_gpb_cat_by_cat_str);
+ZOT_PLAIN_NAME(get_gpb_meta_str);
+ZOT_PLAIN_NAME(get_gpb_meta_by_path);
+ZOT_PLAIN_NAME(cmp_int);
+ZOT_PLAIN_NAME(cmp_uint64);

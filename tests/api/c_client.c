@@ -26,8 +26,8 @@ static bool is_whole(const zot_ret_data *entry, uint32_t stat) {
 /* The number of entries that carry bytes, a name and the expected change mark. */
 static long count_whole(const zot_list *entries, uint32_t stat) {
   long count = 0;
-  for (const zot_list *node = entries->next; node != entries; node = node->next) {
-    count += is_whole((const zot_ret_data *)node, stat) ? 1 : 0;
+  ZOT_FOR_EACH_RET_DATA(entry, entries) {
+    count += is_whole(entry, stat) ? 1 : 0;
   }
   return count;
 }
@@ -69,8 +69,10 @@ static void free_entries(zot_ctx *handle, zot_list *entries) {
 static void commit_the_new_configuration(zot_ctx *handle, long published) {
   zot_list *entries = get_everything(handle, ZOT_STAT_ADDED, published);
   check((handle->stat.state & ZOT_CYCLE_NEW_CONF) != 0, "the first get brings something new");
+  check(zot_util_is_new_conf(handle), "a new configuration waits");
   check(zot_conf_commit(handle) == ZOT_OK, "commit succeeds");
   check((handle->stat.state & ZOT_CYCLE_DONE_COMMIT) != 0, "the cycle is marked as committed");
+  check(!zot_util_is_new_conf(handle), "nothing waits after the commit");
   free_entries(handle, entries);
 }
 

@@ -208,6 +208,14 @@ TEST_F(CppLayer, ReturnsNoEntriesAndTheReasonWhenTheServiceIsGone) {
   EXPECT_EQ(list.begin(), list.end());
 }
 
+TEST_F(CppLayer, KeepsTheStatusOfAFailedGetWhenItsEntriesGo) {
+  zotconf::handle client = make_handle();
+  remote_.stop();
+  static_cast<void>(get(client));
+  EXPECT_EQ(client.last_status(), ZOT_ERR_REMOTE_UNAVAIL);
+  EXPECT_TRUE(client.last_status().text().starts_with("curl error get K.checksum from"));
+}
+
 TEST_F(CppLayer, ReturnsWhatIsCachedWithoutAService) {
   zotconf::handle client = make_handle();
   ASSERT_EQ(get(client).result(), ZOT_OK);
@@ -267,6 +275,7 @@ TEST_F(CppLayer, AnswersForAHandleThatWasMovedFrom) {
   EXPECT_EQ(client.set_timeout(1), ZOT_ERR_NULL_INPUT);
   EXPECT_EQ(client.timeout(), 0U);
   EXPECT_EQ(client.index(), "");
+  EXPECT_EQ(client.statistics().bytes_written, 0U);
   EXPECT_FALSE(client.is_new());
   // NOLINTEND(bugprone-use-after-move)
 }

@@ -3,6 +3,7 @@
  * its cache holds, and one that watches its transfers, and ends them or not. Prints a line
  * "Category/key size" for each entry, and how anything but a cached start ended.
  * usage: client roll-back | cached | watched | ended */
+#define ZOT_CONF_CLIENT
 #include <stdio.h>
 #include <string.h>
 #include <zot_conf.h>
@@ -15,8 +16,7 @@ static int get(zot_ctx *handle, uint32_t wanted) {
   if (entries == NULL) {
     return status;
   }
-  for (const zot_list *node = entries->next; node != entries; node = node->next) {
-    const zot_ret_data *entry = (const zot_ret_data *)node;
+  ZOT_FOR_EACH_RET_DATA(entry, entries) {
     printf("%s/%s %u\n", zot_util_cat2str(entry->category), entry->key, (unsigned)entry->size);
   }
   zot_conf_free_ret_data(handle, &entries);

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_header.sh HEADER C_COMPILER CXX_COMPILER
-# The header stands alone in a strict C11 and a strict C++17 program, and the C++ layer beside it in
-# a strict C++20 program, with and without exceptions and RTTI.
+# The header stands alone in a strict C11 and a strict C++11 program, for a client and for everybody
+# else, and the C++ layer beside it in a strict C++20 program, with and without exceptions and RTTI.
 set -euo pipefail
 
 header=$1 c_compiler=$2 cxx_compiler=$3
@@ -10,8 +10,36 @@ warnings=(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 program="#include \"$header\"
 int main(void) { return zot_util_is_err(ZOT_OK) ? 1 : 0; }"
 
-"$c_compiler" -std=c11 "${warnings[@]}" -fsyntax-only -x c - <<<"$program"
-"$cxx_compiler" -std=c++17 "${warnings[@]}" -fsyntax-only -x c++ - <<<"$program"
+for scope in -UZOT_CONF_CLIENT -DZOT_CONF_CLIENT; do
+  "$c_compiler" -std=c11 "${warnings[@]}" "$scope" -fsyntax-only -x c - <<<"$program"
+  for standard in c++11 c++17; do
+    "$cxx_compiler" "-std=$standard" "${warnings[@]}" "$scope" -fsyntax-only -x c++ - <<<"$program"
+  done
+done
+
+# refused MESSAGE COMMAND...: what the compiler says has one error, and that says so.
+refused() {
+  local message=$1 said
+  shift
+  if said=$("$@" 2>&1); then
+    echo "this should not compile: $*" >&2
+    exit 1
+  fi
+  if [[ $(grep -c 'error:' <<<"$said") != 1 || $said != *"$message"* ]]; then
+    printf '%s\n' "$said" >&2
+    exit 1
+  fi
+}
+
+# What a client does not need it does not see.
+for hidden in 'handle->err = 0' 'read_file("", 0)' 'zot_priv_commit_k(handle, 0)'; do
+  name=${hidden#handle->}
+  refused "${name%%[ (]*}" "$cxx_compiler" -std=c++17 -DZOT_CONF_CLIENT -fsyntax-only -x c++ - <<END
+#include "$header"
+void touch(zot_ctx *handle);
+void touch(zot_ctx *handle) { (void)handle, (void)($hidden); }
+END
+done
 
 layer="#include \"${header%.h}.hpp\"
 int main() {
@@ -30,6 +58,9 @@ int main() {
 "$cxx_compiler" -std=c++20 "${warnings[@]}" -fsyntax-only -x c++ - <<<"$layer"
 "$cxx_compiler" -std=c++20 -fno-exceptions -fno-rtti "${warnings[@]}" -fsyntax-only -x c++ - \
   <<<"$layer"
+"$cxx_compiler" -std=c++20 -DZOT_CONF_CLIENT "${warnings[@]}" -fsyntax-only -x c++ - <<<"$layer"
+refused "zot_conf.hpp needs C++20" "$cxx_compiler" -std=c++17 -fsyntax-only -x c++ - \
+  <<<"#include \"${header%.h}.hpp\""
 
 # On 32 bits with glibc the record of a file has two widths: the library's, and one that a caller is
 # told of when it is compiled.

@@ -13,9 +13,10 @@ nm -D --defined-only "$library" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 
   sort -u >"$work/exported"
 sed -n '/global:/,/local:/s/^ *\([A-Za-z_0-9]*\);$/\1/p' "$map" | sort -u >"$work/mapped"
 
-# The compiler itself lists the functions that the header declares, each with the file it stands in.
+# The compiler itself lists the functions that the header and what it includes of the library declare,
+# each with the file it stands in.
 "$compiler" -std=c11 -x c -fsyntax-only -aux-info "$work/prototypes" "$header"
-sed -n 's|^/\* [^ ]*zot_conf\.h:.*\*/ extern [^(]*[ *]\([A-Za-z_0-9]*\) (.*|\1|p' \
+sed -nE 's|^/\* [^ ]*zot_conf(_ext)?\.h:.*\*/ extern [^(]*[ *]([A-Za-z_0-9]*) \(.*|\2|p' \
   "$work/prototypes" | sort -u >"$work/declared"
 
 status=0

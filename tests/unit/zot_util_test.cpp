@@ -30,6 +30,64 @@ TEST(UtilCat2Str, KnowsNoNameOutsideTheTable) {
   EXPECT_EQ(zot_util_cat2str(-1), nullptr);
 }
 
+struct waiting_case {
+  uint32_t state;
+  bool is_new;
+};
+
+class UtilIsNewConf : public testing::TestWithParam<waiting_case> {};
+
+TEST_P(UtilIsNewConf, TellsWhetherAVerdictIsDue) {
+  bare_handle handle;
+  handle->stat.state = GetParam().state;
+  EXPECT_EQ(zot_util_is_new_conf(handle.get()), GetParam().is_new);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryState, UtilIsNewConf,
+    testing::Values(waiting_case{0, false}, waiting_case{ZOT_CYCLE_NEW_CONF, true},
+                    waiting_case{ZOT_CYCLE_SAME_K, false},
+                    waiting_case{ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_COMMIT, false},
+                    waiting_case{ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_ROLL_BACK, false}));
+
+TEST(UtilIsNewConfArguments, NoHandleHasNothingNew) {
+  EXPECT_FALSE(zot_util_is_new_conf(nullptr));
+}
+
+TEST(UtilIsNewConfArguments, KeepsTheLastStatus) {
+  bare_handle handle;
+  zot_priv_err_set_errno(handle.get(), ZOT_ERR_TIMEOUT);
+  static_cast<void>(zot_util_is_new_conf(handle.get()));
+  EXPECT_EQ(handle->err, ZOT_ERR_TIMEOUT);
+}
+
+TEST(UtilGetConfStat, CopiesStateAndBytes) {
+  bare_handle handle;
+  handle->stat = {ZOT_CYCLE_SAME_K, 0, 0x100000001, 2};
+  zot_core_stat stat{};
+  EXPECT_EQ(zot_util_get_conf_stat(handle.get(), &stat), ZOT_OK);
+  EXPECT_EQ(stat.state, static_cast<uint32_t>(ZOT_CYCLE_SAME_K));
+  EXPECT_EQ(stat.bytes_written, 0x100000001U);
+  EXPECT_EQ(stat.bytes_read, 2U);
+}
+
+TEST(UtilGetConfStat, NeedsAHandleAndARecord) {
+  bare_handle handle;
+  zot_core_stat stat{1, 0, 3, 4};
+  EXPECT_EQ(zot_util_get_conf_stat(nullptr, &stat), ZOT_ERR_NULL_INPUT);
+  EXPECT_EQ(stat.bytes_read, 4U);
+  EXPECT_EQ(zot_util_get_conf_stat(handle.get(), nullptr), ZOT_ERR_NULL_INPUT);
+}
+
+TEST(UtilGetConfStat, KeepsTheLastStatus) {
+  bare_handle handle;
+  zot_priv_err_set_errno(handle.get(), ZOT_ERR_TIMEOUT);
+  zot_core_stat stat{};
+  EXPECT_EQ(zot_util_get_conf_stat(handle.get(), &stat), ZOT_OK);
+  EXPECT_EQ(zot_util_get_conf_stat(handle.get(), nullptr), ZOT_ERR_NULL_INPUT);
+  EXPECT_EQ(handle->err, ZOT_ERR_TIMEOUT);
+}
+
 struct meta_case {
   int which;
   uint32_t slot;

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "utilities/http_limits.hpp"
+#include "utilities/own_names.hpp"
 #include "utilities/owner.hpp"
 #include "utilities/path.hpp"
 #include "utilities/text.hpp"
@@ -166,3 +167,6 @@ int ap_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
   }
   return zot::unpack_archive(handle, k, gpbs, largest, __func__);
 }
+
+ZOT_PLAIN_NAME(ap_download_k);
+ZOT_PLAIN_NAME(ap_download_gpb);
