@@ -24,7 +24,9 @@ fi
 # A folder of its own holds the next state: what is there, then what changed.
 next=$(mktemp -d "$target.XXXXXX")
 trap 'rm -rf "$next" "$next.link"' EXIT
-trap 'exit 1' INT TERM
+# Whoever is interrupted has decided nothing.
+trap 'exit 130' INT
+trap 'exit 143' TERM
 chmod 755 "$next"
 if [ -d "$target" ]; then
   cp -Rp "$target/." "$next"

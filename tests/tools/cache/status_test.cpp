@@ -226,9 +226,9 @@ TEST_F(Status, IsATableForPeople) {
   commit_first();
   const std::string out = run({"status"}).out;
   EXPECT_TRUE(has(out, "conf root:   " + conf("\n"))) << out;
-  EXPECT_TRUE(has(out, "SLOT       STATE   CONFIG ID ")) << out;
-  EXPECT_TRUE(has(out, std::string("current    good    ") + first_id + "  cluster-1  1.2 ")) << out;
-  EXPECT_TRUE(has(out, "last       absent  -")) << out;
+  EXPECT_TRUE(has(out, "SLOT     STATE   CONFIG ID ")) << out;
+  EXPECT_TRUE(has(out, std::string("current  good    ") + first_id + "  cluster-1  1.2 ")) << out;
+  EXPECT_TRUE(has(out, "last     absent  -")) << out;
   EXPECT_TRUE(has(out, "the next get:\n  - the service at http://127.0.0.1:")) << out;
 }
 

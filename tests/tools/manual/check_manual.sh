@@ -51,7 +51,7 @@ expect publish zotconf pub
 expect --cluster zotconf publish --clu
 expect DP zotconf cycle --subsys D
 expect WlanGroup zotconf cycle --categories WlanG
-expect corrupted zotconf show corr
+expect refused zotconf show ref
 expect ZOT_ERR_TIMEOUT zotconf explain ZOT_ERR_T
 folder=$(mktemp -d)
 mkdir "$folder/only"
