@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cli/cli.hpp"
 #include "tools/model/names.hpp"
+#include "tools/output/percentage.hpp"
 #include "tools/publication/publish.hpp"
 #include "tools/service/serve.hpp"
 
@@ -11,9 +12,14 @@ const command_text publish_text = {
     .name = "publish",
     .summary = "Publish a folder as an element's configuration",
     .about =
-        "SRC holds files <Category>/<key>; `zotconf categories` lists the categories. A file "
-        "gets a new\nversion when its bytes changed. K is replaced last, in one step.",
-    .examples = "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52",
+        "SRC holds files <Category>/<key>; `zotconf categories` lists the categories. Names that "
+        "begin with a\ndot or end in ~ or .swp are left out. A file gets a new version when no "
+        "version in PUB has its bytes.\nK is replaced last, in one step.\n\n"
+        "Refused are an SRC without files, one that lacks more than half of what was published "
+        "before, and a PUB\nin SRC. A refused publication and --dry-run write nothing.",
+    .examples =
+        "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52\n"
+        "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 --dry-run",
     .exits = {exit_success, exit_failure, exit_usage, exit_refused}};
 
 const command_text serve_text = {
@@ -23,10 +29,33 @@ const command_text serve_text = {
     .examples = "zotconf serve pub\nzotconf serve pub --port 0 --bind ::1",
     .exits = {exit_success, exit_failure, exit_usage}};
 
+// What the options say before they are read as numbers.
+struct publish_words {
+  publish_options options;
+  std::string max_removed;
+};
+
+int run_publish_words(const publish_words &words, const console &where) {
+  publish_options options = words.options;
+  options.max_removed = parse_percentage(words.max_removed);
+  return run_publish(options, where);
+}
+
+void add_limits(CLI::App &command, publish_words &words) {
+  command.add_flag("--allow-empty", words.options.allow_empty,
+                   "publish an SRC without files, which removes all entries");
+  command
+      .add_option("--max-removed", words.max_removed,
+                  "refuse to remove more than this share of the entries, like 80% [50%]")
+      ->check(checked_by(check_percentage));
+  command.add_flag("--dry-run", words.options.dry_run, "tell what would change, write nothing");
+}
+
 void add_publish(command_line &line) {
-  const auto options = std::make_shared<publish_options>();
+  const auto words = std::make_shared<publish_words>();
+  publish_options *const options = &words->options;
   options->who.subsys = "AP";
-  CLI::App &command = line.add(publish_text, options, run_publish);
+  CLI::App &command = line.add(publish_text, words, run_publish_words);
   command.add_option("SRC", options->source, "folder with the files <Category>/<key>")
       ->required()
       ->check(CLI::ExistingDirectory);
@@ -41,6 +70,7 @@ void add_publish(command_line &line) {
       ->check(checked_by(check_uuid));
   command.add_option("--firmware", options->firmware, "firmware version, up to 511 characters")
       ->check(checked_by(check_firmware));
+  add_limits(command, *words);
 }
 
 void add_serve(command_line &line) {

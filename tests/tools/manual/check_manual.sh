@@ -49,6 +49,7 @@ expect() {
 
 expect publish zotconf pub
 expect --cluster zotconf publish --clu
+expect --max-removed zotconf publish --max
 expect DP zotconf cycle --subsys D
 expect WlanGroup zotconf cycle --categories WlanG
 expect corrupted zotconf show corr
