@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cli/cli.hpp"
 #include "tools/model/names.hpp"
+#include "tools/output/duration.hpp"
 #include "tools/output/percentage.hpp"
+#include "tools/publication/prune.hpp"
 #include "tools/publication/publish.hpp"
 #include "tools/service/serve.hpp"
 
@@ -22,6 +24,22 @@ const command_text publish_text = {
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 --dry-run",
     .exits = {exit_success, exit_failure, exit_usage, exit_refused}};
 
+const command_text prune_text = {
+    .name = "prune",
+    .summary = "Remove the files of a publication folder that no K names",
+    .about =
+        "Reads the K of every element and removes the versions that none of them names, and the "
+        "folders that\nbecome empty. An element that has fetched a K just before it was replaced "
+        "still asks for its files, so\nthey stay for the grace. Durations are 500ms, 30s, 5m or "
+        "1h.\n\n"
+        "Waits for a publisher that is at work, and lets none begin. The service goes on. When a K "
+        "cannot be\nread or is damaged, nothing is removed. What is no "
+        "config/<Category>/<key>/<version> is left alone and\ntold; no symbolic link is followed.",
+    .examples =
+        "zotconf prune pub --dry-run\n"
+        "zotconf prune pub --grace 24h --json",
+    .exits = {exit_success, exit_failure, exit_usage, exit_refused}};
+
 const command_text serve_text = {
     .name = "serve",
     .summary = "Serve a publication folder over HTTP",
@@ -35,10 +53,27 @@ struct publish_words {
   std::string max_removed;
 };
 
+struct prune_words {
+  prune_options options;
+  std::string grace = "1h";
+};
+
 int run_publish_words(const publish_words &words, const console &where) {
   publish_options options = words.options;
   options.max_removed = parse_percentage(words.max_removed);
   return run_publish(options, where);
+}
+
+constexpr const char *no_grace = "0";
+
+int run_prune_words(const prune_words &words, const console &where) {
+  prune_options options = words.options;
+  options.grace = parse_duration(words.grace).value_or(std::chrono::milliseconds(0));
+  return run_prune(options, where);
+}
+
+std::string check_grace(std::string_view text) {
+  return text == no_grace ? "" : check_duration(text);
 }
 
 void add_limits(CLI::App &command, publish_words &words) {
@@ -73,6 +108,21 @@ void add_publish(command_line &line) {
   add_limits(command, *words);
 }
 
+void add_prune(command_line &line) {
+  const auto words = std::make_shared<prune_words>();
+  CLI::App &command = line.add(prune_text, words, run_prune_words);
+  command.add_option("PUB", words->options.publication, "publication folder")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  command
+      .add_option("--grace", words->grace,
+                  "how long a file stays after the last K that named it; 0: not at all")
+      ->check(checked_by(check_grace))
+      ->capture_default_str();
+  command.add_flag("--dry-run", words->options.dry_run,
+                   "tell what would be removed, remove nothing");
+}
+
 void add_serve(command_line &line) {
   const auto options = std::make_shared<serve_options>();
   CLI::App &command = line.add(serve_text, options, run_serve);
@@ -89,6 +139,7 @@ void add_serve(command_line &line) {
 
 void add_service_commands(command_line &line) {
   add_publish(line);
+  add_prune(line);
   add_serve(line);
 }
 
