@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cli/cli.hpp"
 #include "tools/model/names.hpp"
+#include "tools/output/duration.hpp"
+#include "tools/output/percentage.hpp"
+#include "tools/publication/prune.hpp"
 #include "tools/publication/publish.hpp"
 #include "tools/service/serve.hpp"
 
@@ -11,9 +14,30 @@ const command_text publish_text = {
     .name = "publish",
     .summary = "Publish a folder as an element's configuration",
     .about =
-        "SRC holds files <Category>/<key>; `zotconf categories` lists the categories. A file "
-        "gets a new\nversion when its bytes changed. K is replaced last, in one step.",
-    .examples = "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52",
+        "SRC holds files <Category>/<key>; `zotconf categories` lists the categories. Names that "
+        "begin with a\ndot or end in ~ or .swp are left out. A file gets a new version when no "
+        "version in PUB has its bytes.\nK is replaced last, in one step.\n\n"
+        "Refused are an SRC without files, one that lacks more than half of what was published "
+        "before, and a PUB\nin SRC. A refused publication and --dry-run write nothing.",
+    .examples =
+        "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52\n"
+        "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 --dry-run",
+    .exits = {exit_success, exit_failure, exit_usage, exit_refused}};
+
+const command_text prune_text = {
+    .name = "prune",
+    .summary = "Remove the files of a publication folder that no K names",
+    .about =
+        "Reads the K of every element and removes the versions that none of them names, and the "
+        "folders that\nbecome empty. An element that has fetched a K just before it was replaced "
+        "still asks for its files, so\nthey stay for the grace. Durations are 500ms, 30s, 5m or "
+        "1h.\n\n"
+        "Waits for a publisher that is at work, and lets none begin. The service goes on. When a K "
+        "cannot be\nread or is damaged, nothing is removed. What is no "
+        "config/<Category>/<key>/<version> is left alone and\ntold; no symbolic link is followed.",
+    .examples =
+        "zotconf prune pub --dry-run\n"
+        "zotconf prune pub --grace 24h --json",
     .exits = {exit_success, exit_failure, exit_usage, exit_refused}};
 
 const command_text serve_text = {
@@ -23,10 +47,50 @@ const command_text serve_text = {
     .examples = "zotconf serve pub\nzotconf serve pub --port 0 --bind ::1",
     .exits = {exit_success, exit_failure, exit_usage}};
 
+// What the options say before they are read as numbers.
+struct publish_words {
+  publish_options options;
+  std::string max_removed;
+};
+
+struct prune_words {
+  prune_options options;
+  std::string grace = "1h";
+};
+
+int run_publish_words(const publish_words &words, const console &where) {
+  publish_options options = words.options;
+  options.max_removed = parse_percentage(words.max_removed);
+  return run_publish(options, where);
+}
+
+constexpr const char *no_grace = "0";
+
+int run_prune_words(const prune_words &words, const console &where) {
+  prune_options options = words.options;
+  options.grace = parse_duration(words.grace).value_or(std::chrono::milliseconds(0));
+  return run_prune(options, where);
+}
+
+std::string check_grace(std::string_view text) {
+  return text == no_grace ? "" : check_duration(text);
+}
+
+void add_limits(CLI::App &command, publish_words &words) {
+  command.add_flag("--allow-empty", words.options.allow_empty,
+                   "publish an SRC without files, which removes all entries");
+  command
+      .add_option("--max-removed", words.max_removed,
+                  "refuse to remove more than this share of the entries, like 80% [50%]")
+      ->check(checked_by(check_percentage));
+  command.add_flag("--dry-run", words.options.dry_run, "tell what would change, write nothing");
+}
+
 void add_publish(command_line &line) {
-  const auto options = std::make_shared<publish_options>();
+  const auto words = std::make_shared<publish_words>();
+  publish_options *const options = &words->options;
   options->who.subsys = "AP";
-  CLI::App &command = line.add(publish_text, options, run_publish);
+  CLI::App &command = line.add(publish_text, words, run_publish_words);
   command.add_option("SRC", options->source, "folder with the files <Category>/<key>")
       ->required()
       ->check(CLI::ExistingDirectory);
@@ -41,6 +105,22 @@ void add_publish(command_line &line) {
       ->check(checked_by(check_uuid));
   command.add_option("--firmware", options->firmware, "firmware version, up to 511 characters")
       ->check(checked_by(check_firmware));
+  add_limits(command, *words);
+}
+
+void add_prune(command_line &line) {
+  const auto words = std::make_shared<prune_words>();
+  CLI::App &command = line.add(prune_text, words, run_prune_words);
+  command.add_option("PUB", words->options.publication, "publication folder")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  command
+      .add_option("--grace", words->grace,
+                  "how long a file stays after the last K that named it; 0: not at all")
+      ->check(checked_by(check_grace))
+      ->capture_default_str();
+  command.add_flag("--dry-run", words->options.dry_run,
+                   "tell what would be removed, remove nothing");
 }
 
 void add_serve(command_line &line) {
@@ -59,6 +139,7 @@ void add_serve(command_line &line) {
 
 void add_service_commands(command_line &line) {
   add_publish(line);
+  add_prune(line);
   add_serve(line);
 }
 

@@ -14,7 +14,7 @@ struct value_rule {
   std::string_view words;  // "@dir", "@file", "@categories", "@command", or the words themselves
 };
 
-constexpr std::array<value_rule, 14> value_rules = {{
+constexpr std::array<value_rule, 16> value_rules = {{
     {"--out", "@dir"},
     {"--apply", "@command"},
     {"--subsys", "AP CP DP"},
@@ -24,6 +24,8 @@ constexpr std::array<value_rule, 14> value_rules = {{
     {"--log-level", "off error warn info debug"},
     {"--every", "10s 30s 1m 5m"},
     {"--backoff-min", "1s 5s"},
+    {"--grace", "0 1h 24h"},
+    {"--max-removed", "10% 50% 100%"},
     {"--backoff-max", "1m 5m"},
     {"--bind", "127.0.0.1 ::1"},
     {"--port", "0 8087"},
@@ -32,8 +34,9 @@ constexpr std::array<value_rule, 14> value_rules = {{
 }};
 
 // What stands without an option, by command.
-constexpr std::array<value_rule, 5> operand_rules = {{
+constexpr std::array<value_rule, 6> operand_rules = {{
     {"publish", "@dir"},
+    {"prune", "@dir"},
     {"serve", "@dir"},
     {"show", "@source"},
     {"diff", "@source"},

@@ -32,7 +32,7 @@ constexpr std::array<exit_meaning, 10> exit_meanings = {{
     {exit_no_update, "no update: the configuration in force is the published one"},
     {exit_same_as_corrupted, "the service still offers the configuration that was rolled back"},
     {exit_rolled_back, "a new configuration was rolled back"},
-    {exit_refused, "refused: a source file cannot be published, and nothing was written"},
+    {exit_refused, "refused: standard error tells why, and nothing was written or removed"},
     {exit_damaged, "damage or an interrupted commit was found, or is left after a repair"},
     {exit_different, "the two configurations differ, and --exit-code was given"},
     {exit_apply_failed,

@@ -3,11 +3,35 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
+#include <stdexcept>
+#include <utility>
 
 namespace zotconf {
+namespace {
+
+void wait_for_lock(const zot::descriptor &file, int kind, const fs::path &path) {
+  while (::flock(file.get(), kind) != 0) {
+    if (errno != EINTR) {
+      throw_errno("cannot lock " + path.string());
+    }
+  }
+}
+
+// A link or a FIFO in a file's place is not its bytes.
+zot::descriptor open_regular(const fs::path &path, uint64_t size) {
+  zot::descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat info {};
+  const bool fits = file.is_open() && ::fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) &&
+                    std::cmp_equal(info.st_size, size);
+  return fits ? std::move(file) : zot::descriptor(-1);
+}
+
+}  // namespace
 
 std::vector<std::string> latest_parts(const element &who, const std::string &suffix) {
   return {"file", "knowledge", who.subsys, who.index, "latest", who.index + suffix};
@@ -46,10 +70,17 @@ void publication_store::lock() {
   if (!lock_.is_open()) {
     throw_errno("cannot open " + path.string());
   }
-  while (::flock(lock_.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) {
-      throw_errno("cannot lock " + path.string());
-    }
+  wait_for_lock(lock_, LOCK_EX, path);
+}
+
+void publication_store::lock_to_read() {
+  const fs::path path = root_ / ".lock";
+  lock_ = zot::descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (lock_.is_open()) {
+    return wait_for_lock(lock_, LOCK_SH, path);
+  }
+  if (errno != ENOENT) {
+    throw_errno("cannot open " + path.string());
   }
 }
 
@@ -75,16 +106,34 @@ fs::path publication_store::object_folder(const published_file &file) const {
   return root_ / "config" / file.category_name / file.key;
 }
 
-uint64_t publication_store::highest_version(const published_file &file) const {
+std::vector<uint64_t> publication_store::versions_of(const published_file &file) const {
   const fs::path folder = object_folder(file);
+  std::vector<uint64_t> versions;
   if (!fs::exists(folder)) {
-    return 0;
+    return versions;
   }
-  uint64_t highest = 0;
   for (const auto &entry : fs::directory_iterator(folder)) {
-    highest = std::max(highest, parse_version(entry.path().filename().string()).value_or(0));
+    if (const auto version = parse_version(entry.path().filename().string())) {
+      versions.push_back(*version);
+    }
   }
-  return highest;
+  std::ranges::sort(versions, std::greater());
+  return versions;
+}
+
+// What is read is told by the sizes: nothing of a file of another size.
+std::optional<uint64_t> publication_store::find(const published_file &file,
+                                                const std::vector<uint64_t> &versions) const {
+  const fs::path folder = object_folder(file);
+  for (const uint64_t version : versions) {
+    const fs::path path = folder / std::to_string(version);
+    const zot::descriptor candidate = open_regular(path, file.size);
+    if (candidate.is_open() &&
+        sha256_text(read_file_at(candidate.get(), path.string())) == file.checksum) {
+      return version;
+    }
+  }
+  return std::nullopt;
 }
 
 bool publication_store::holds(const published_file &file) const {
@@ -99,20 +148,49 @@ void publication_store::write(const published_file &file, std::string_view bytes
   replace_file(folder / std::to_string(file.version), bytes, durability::buffered);
 }
 
-// Everything reaches the medium before K names it: bytes, and the names of new files and folders.
+// Bytes, and the names of new files and folders.
 void publication_store::flush() const {
   if (::syncfs(lock_.get()) != 0) {
     throw_errno("cannot flush " + root_.string());
   }
 }
 
-void publication_store::announce(const element &who, const std::string &k) const {
+uint64_t publication_store::spent_version() const {
+  const fs::path path = root_ / ".spent";
+  if (!is_there(path)) {
+    return 0;
+  }
+  const std::string text = read_file_text(path);
+  const auto version = parse_version(text.substr(0, text.find('\n')));
+  if (!version) {
+    throw std::runtime_error(path.string() + ": holds no version");
+  }
+  return *version;
+}
+
+void publication_store::spend(uint64_t version) const {
+  if (version > spent_version()) {
+    replace_file(root_ / ".spent", std::to_string(version) + "\n", durability::flushed);
+    flush();
+  }
+}
+
+bool publication_store::stamp(const published_file &file) const {
+  const fs::path path = object_folder(file) / std::to_string(file.version);
+  return ::utimensat(AT_FDCWD, path.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) == 0 || errno == ENOENT;
+}
+
+size_t publication_store::announce(const element &who, const std::string &k,
+                                   const std::vector<published_file> &dropped) const {
   const fs::path path = latest_file(root_, who, ".k");
   fs::create_directories(path.parent_path());
   flush();
+  const auto not_stamped =
+      std::ranges::count_if(dropped, [this](const auto &file) { return !stamp(file); });
   replace_file(path, k, durability::flushed);
   replace_file(latest_file(root_, who, ".checksum"), sha256_text(k) + "\n", durability::flushed);
   flush();
+  return static_cast<size_t>(not_stamped);
 }
 
 zot::descriptor publication_store::open_member(const std::vector<std::string> &parts) const {

@@ -4,8 +4,12 @@
 //   config/<Category>/<key>/<version>                          the files, never rewritten
 //   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.k           K of one element
 //   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.checksum    its SHA-256 and a newline
+//   .lock                                                      locked by who changes the folder
+//   .spent                                                     a version; new ones are above it
 //
-// Versions are shared by all elements of a folder, so elements may share files.
+// Versions are shared by all elements of a folder, so elements share files. An element may have any
+// version in force that was ever published, and takes a version that it knows for unchanged. So no
+// number is given to other bytes, also when its file is gone.
 #pragma once
 
 #include <cstdint>
@@ -33,20 +37,33 @@ class publication_store {
  public:
   explicit publication_store(fs::path root) : root_(std::move(root)) {}
 
-  // Creates the folder and keeps other publishers out until the store goes away.
+  // Creates the folder and keeps all others out that change it until the store goes away.
   void lock();
+  // The same without a change of the folder, for who only reads it. Where nobody has ever locked
+  // it, there is nobody to wait for.
+  void lock_to_read();
 
   [[nodiscard]] std::optional<std::string> read_k(const element &who) const;
   [[nodiscard]] std::optional<std::string> read_checksum(const element &who) const;
 
-  // The highest version of an object that lies here, 0 for none.
-  [[nodiscard]] uint64_t highest_version(const published_file &file) const;
+  // The versions of an object that lie here, highest first.
+  [[nodiscard]] std::vector<uint64_t> versions_of(const published_file &file) const;
+  // The first of these versions whose file has the size and the checksum of `file`.
+  [[nodiscard]] std::optional<uint64_t> find(const published_file &file,
+                                             const std::vector<uint64_t> &versions) const;
   [[nodiscard]] bool holds(const published_file &file) const;
   void write(const published_file &file, std::string_view bytes) const;
 
+  // No version up to this one may be given to new bytes, whatever lies here.
+  [[nodiscard]] uint64_t spent_version() const;
+  // Raises it; on the medium when this returns.
+  void spend(uint64_t version) const;
+
   // Makes a K the latest of an element. The files come to the medium first, K next, the checksum
-  // that announces it last.
-  void announce(const element &who, const std::string &k) const;
+  // that announces it last. Right before, the files that it drops get the time of now, for a reader
+  // of the K before may still ask for them. Returns how many of them could not be given it.
+  [[nodiscard]] size_t announce(const element &who, const std::string &k,
+                                const std::vector<published_file> &dropped) const;
 
   // Opens config/<Category>/<key>/<version>; not open when it isn't there.
   [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const;
@@ -55,6 +72,7 @@ class publication_store {
   [[nodiscard]] fs::path object_folder(const published_file &file) const;
   [[nodiscard]] std::optional<std::string> read_latest(const element &who,
                                                        const std::string &suffix) const;
+  [[nodiscard]] bool stamp(const published_file &file) const;
   void flush() const;
 
   fs::path root_;

@@ -2,6 +2,7 @@
 // `zotconf publish`: makes a folder of files the latest configuration of one element.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "tools/files/file_io.hpp"
@@ -17,10 +18,15 @@ struct publish_options {
   std::string cluster;
   std::string config_id;  // empty: K names none
   std::string firmware;   // empty: K names none
+  bool allow_empty = false;
+  // The largest share of the entries of the K before that may be removed, in percent. Without one
+  // it is 50, or 100 for an empty configuration that is allowed.
+  std::optional<unsigned> max_removed;
+  bool dry_run = false;
 };
 
-// A refused publication writes no file at all. Returns an exit status; throws std::exception when
-// files cannot be read or written.
+// A refused publication and a dry run write no file at all. Returns an exit status; throws
+// std::exception when files cannot be read or written.
 int run_publish(const publish_options &options, const console &where);
 
 }  // namespace zotconf

@@ -69,6 +69,9 @@ class JsonDocument : public CachedElement {
 TEST_F(JsonDocument, TellsEveryKeyOfEveryCommand) {
   const std::vector<std::vector<std::string>> commands = {
       {"publish", dir_ / "source", "--out", dir_ / "other", "--index", "x", "--cluster", "c"},
+      {"publish", dir_ / "source", "--out", dir_ / "another", "--index", "x", "--cluster", "c",
+       "--dry-run"},
+      {"prune", dir_ / "pub", "--grace", "0", "--dry-run"},
       {"status"},
       {"verify"},
       {"verify", "--repair", "--index", index_},

@@ -49,6 +49,9 @@ expect() {
 
 expect publish zotconf pub
 expect --cluster zotconf publish --clu
+expect --max-removed zotconf publish --max
+expect --grace zotconf prune --gr
+expect 24h zotconf prune --grace 2
 expect DP zotconf cycle --subsys D
 expect WlanGroup zotconf cycle --categories WlanG
 expect refused zotconf show ref
@@ -56,5 +59,6 @@ expect ZOT_ERR_TIMEOUT zotconf explain ZOT_ERR_T
 folder=$(mktemp -d)
 mkdir "$folder/only"
 expect "$folder/only" zotconf serve "$folder/o"
+expect "$folder/only" zotconf prune "$folder/o"
 rm -r "$folder"
 exit "$failed"

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/files.hpp"
+
 namespace zotconf {
 namespace {
 
@@ -20,6 +22,65 @@ TEST(SplitMemberName, RefusesEveryOtherForm) {
                                  "/config/./a/1", "/config/Wlan/../1", "../config/Wlan/a"}) {
     EXPECT_FALSE(split_member_name(name)) << name;
   }
+}
+
+class PublicationStore : public testing::Test {
+ protected:
+  [[nodiscard]] static published_file file_of(const std::string &bytes) {
+    published_file file;
+    file.category_name = "Wlan";
+    file.key = "a";
+    file.size = bytes.size();
+    file.checksum = sha256_text(bytes);
+    return file;
+  }
+  void put_version(const std::string &version, const std::string &bytes) const {
+    zot::test::write_bytes(dir_ / ("config/Wlan/a/" + version), bytes);
+  }
+  [[nodiscard]] std::optional<uint64_t> find(const std::string &bytes) const {
+    return store_.find(file_of(bytes), store_.versions_of(file_of(bytes)));
+  }
+
+  zot::test::temp_dir dir_;
+  publication_store store_{dir_.path()};
+};
+
+TEST_F(PublicationStore, TellsVersionsHighestFirst) {
+  EXPECT_TRUE(store_.versions_of(file_of("x")).empty());
+  for (const std::string version : {"9", "10", "2", "README", ".9.tmp"}) {
+    put_version(version, "x");
+  }
+  EXPECT_EQ(store_.versions_of(file_of("x")), (std::vector<uint64_t>{10, 9, 2}));
+}
+
+TEST_F(PublicationStore, FindsTheHighestVersionWithTheseBytes) {
+  put_version("1", "one");
+  put_version("2", "two");
+  put_version("3", "one");
+  put_version("4", "longer");
+  EXPECT_EQ(find("one"), 3U);
+  EXPECT_EQ(find("two"), 2U);
+  EXPECT_FALSE(find("six"));
+}
+
+TEST_F(PublicationStore, RaisesTheSpentVersionOnly) {
+  EXPECT_EQ(store_.spent_version(), 0U);
+  store_.lock();
+  store_.spend(7);
+  store_.spend(3);
+  EXPECT_EQ(store_.spent_version(), 7U);
+  EXPECT_EQ(zot::test::read_bytes(dir_ / ".spent"), "7\n");
+}
+
+TEST_F(PublicationStore, WritesNoSpentVersionWithoutNeed) {
+  store_.lock();
+  store_.spend(0);
+  EXPECT_FALSE(zot::test::exists(dir_ / ".spent"));
+}
+
+TEST_F(PublicationStore, LocksToReadWithoutALockFile) {
+  store_.lock_to_read();
+  EXPECT_FALSE(zot::test::exists(dir_ / ".lock"));
 }
 
 }  // namespace

@@ -6,54 +6,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <functional>
+#include <chrono>
+#include <filesystem>
 
-#include "tests/tools/support/process.hpp"
-#include "tools/model/manifest.hpp"
+#include "tests/tools/support/cached_element.hpp"
+#include "tests/tools/support/json_value.hpp"
+#include "tests/tools/support/publishing.hpp"
 #include "utilities/owner.hpp"
 
 namespace zot::test {
 namespace {
 
-const std::string k_name = "file/knowledge/AP/001122334455/latest/001122334455.k";
-const std::string checksum_name = "file/knowledge/AP/001122334455/latest/001122334455.checksum";
-
-class Publish : public testing::Test {
- protected:
-  void put(const std::string &name, const std::string &bytes) const {
-    write_bytes(source_ + "/" + name, bytes);
-  }
-  [[nodiscard]] finished run(const std::vector<std::string> &more = {}) const {
-    return publish(source_, publication_, more);
-  }
-  [[nodiscard]] std::string published(const std::string &name) const {
-    return read_bytes(publication_ + "/" + name);
-  }
-  [[nodiscard]] bool holds(const std::string &name) const {
-    return exists(publication_ + "/" + name);
-  }
-  [[nodiscard]] zotconf::manifest k() const {
-    return zotconf::parse_manifest(published(k_name)).value();
-  }
-  // Version that K names for an object, 0 for none.
-  [[nodiscard]] uint64_t version(const std::string &category, const std::string &key) const {
-    for (const auto &file : k().files) {
-      if (file.category_name == category && file.key == key) {
-        return file.version;
-      }
-    }
-    return 0;
-  }
-
-  temp_dir dir_;
-  std::string source_ = dir_ / "source";
-  std::string publication_ = dir_ / "pub";
-};
-
-ino_t inode(const std::string &path) {
-  struct stat info {};
-  return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
-}
+class Publish : public Publishing {};
 
 TEST_F(Publish, WritesTheFilesBelowConfig) {
   put("Wlan/a", "ssid=a");
@@ -107,54 +71,26 @@ TEST_F(Publish, NamesTheElementByItsUpperCaseIndex) {
   EXPECT_TRUE(holds("file/knowledge/DP/AA:BB/latest/AA:BB.checksum"));
 }
 
-TEST_F(Publish, GivesAChangedFileTheNextVersion) {
-  put("Wlan/a", "one");
-  ASSERT_EQ(run().status, 0);
-  put("Wlan/a", "two");
-  ASSERT_EQ(run().status, 0);
-  EXPECT_EQ(version("Wlan", "a"), 2U);
-  EXPECT_EQ(published("config/Wlan/a/2"), "two");
-}
-
-TEST_F(Publish, KeepsTheFileOfTheVersionBefore) {
-  put("Wlan/a", "one");
-  ASSERT_EQ(run().status, 0);
-  put("Wlan/a", "two");
-  ASSERT_EQ(run().status, 0);
-  EXPECT_EQ(published("config/Wlan/a/1"), "one");
-}
-
-TEST_F(Publish, KeepsTheVersionOfAFileThatStayedTheSame) {
+// From the time of the file prune knows for how long nobody has asked for it.
+TEST_F(Publish, GivesAFileThatKDropsTheTimeOfNow) {
   put("Wlan/a", "one");
   put("Wlan/b", "one");
+  put("Wlan/c", "one");
   ASSERT_EQ(run().status, 0);
+  const auto long_ago = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24);
+  for (const std::string key : {"a", "b", "c"}) {
+    std::filesystem::last_write_time(publication_ + "/config/Wlan/" + key + "/1", long_ago);
+  }
   put("Wlan/a", "two");
+  remove_source("Wlan/b");
   ASSERT_EQ(run().status, 0);
-  EXPECT_EQ(version("Wlan", "b"), 1U);
-  EXPECT_FALSE(holds("config/Wlan/b/2"));
-}
-
-TEST_F(Publish, GivesAFileThatComesBackAHigherVersion) {
-  put("Wlan/a", "one");
-  put("Wlan/b", "one");
-  ASSERT_EQ(run().status, 0);
-  ::unlink((source_ + "/Wlan/b").c_str());
-  ASSERT_EQ(run().status, 0);
-  put("Wlan/b", "one");
-  ASSERT_EQ(run().status, 0);
-  EXPECT_EQ(version("Wlan", "b"), 2U);
-}
-
-TEST_F(Publish, NeverReusesAVersionOfAnotherElement) {
-  put("Wlan/a", "one");
-  ASSERT_EQ(run().status, 0);
-  put("Wlan/a", "two");
-  ASSERT_EQ(
-      run_zotconf({"publish", source_, "--out", publication_, "--index", "other", "--cluster", "c"})
-          .status,
-      0);
-  EXPECT_EQ(published("config/Wlan/a/1"), "one");
-  EXPECT_EQ(published("config/Wlan/a/2"), "two");
+  const auto is_old = [&](const std::string &key) {
+    return std::filesystem::last_write_time(publication_ + "/config/Wlan/" + key + "/1") ==
+           long_ago;
+  };
+  EXPECT_FALSE(is_old("a"));
+  EXPECT_FALSE(is_old("b"));
+  EXPECT_TRUE(is_old("c"));
 }
 
 TEST_F(Publish, CountsWhatItDidInOneLine) {
@@ -164,7 +100,7 @@ TEST_F(Publish, CountsWhatItDidInOneLine) {
   ASSERT_EQ(run().status, 0);
   put("Wlan/a", "second");
   put("Wlan/d", "new");
-  ::unlink((source_ + "/Wlan/c").c_str());
+  remove_source("Wlan/c");
   EXPECT_EQ(run().out, "published: 3 files, 1 new, 1 changed, 1 same, 1 removed, 12 bytes\n");
 }
 
@@ -215,7 +151,7 @@ TEST_F(Publish, ReplacesADamagedKAndSaysSo) {
   const finished again = run();
   EXPECT_EQ(again.status, 0);
   EXPECT_NE(again.err.find("damaged"), std::string::npos);
-  EXPECT_EQ(version("Wlan", "a"), 2U);
+  EXPECT_EQ(version("Wlan", "a"), 1U);
 }
 
 TEST_F(Publish, LeavesNoTemporaryFile) {
@@ -225,11 +161,86 @@ TEST_F(Publish, LeavesNoTemporaryFile) {
             (std::vector<std::string>{".lock", "config/Wlan/a/1", checksum_name, k_name}));
 }
 
-TEST_F(Publish, PublishesAnEmptyConfiguration) {
+TEST_F(Publish, RefusesASourceWithoutFiles) {
   put("Wlan/a", "one");
   ASSERT_EQ(run().status, 0);
-  ::unlink((source_ + "/Wlan/a").c_str());
-  EXPECT_EQ(run().out, "published: 0 files, 0 new, 0 changed, 0 same, 1 removed, 0 bytes\n");
+  const std::string before = published(k_name);
+  remove_source("Wlan/a");
+  const finished done = run();
+  EXPECT_EQ(done.status, 6);
+  EXPECT_NE(done.err.find("--allow-empty"), std::string::npos) << done.err;
+  EXPECT_EQ(done.out, "");
+  EXPECT_EQ(published(k_name), before);
+}
+
+TEST_F(Publish, PublishesAnEmptyConfigurationWhenThatIsAllowed) {
+  put("Wlan/a", "one");
+  ASSERT_EQ(run().status, 0);
+  remove_source("Wlan/a");
+  EXPECT_EQ(run({"--allow-empty"}).out,
+            "published: 0 files, 0 new, 0 changed, 0 same, 1 removed, 0 bytes\n");
+}
+
+TEST_F(Publish, WritesNothingInADryRun) {
+  put("Wlan/a", "one");
+  const finished first = run({"--dry-run"});
+  EXPECT_EQ(first.status, 0);
+  EXPECT_EQ(first.out,
+            "CHANGE  CATEGORY  KEY  VERSION\n"
+            "new     Wlan      a     - -> 1\n"
+            "would publish: 1 files, 1 new, 0 changed, 0 same, 0 removed, 3 bytes\n");
+  EXPECT_FALSE(exists(publication_));
+  ASSERT_EQ(run().status, 0);
+  put("Wlan/a", "two");
+  const auto before = snapshot(publication_);
+  EXPECT_NE(run({"--dry-run"}).out.find("changed  Wlan      a     1 -> 2\n"), std::string::npos);
+  EXPECT_EQ(snapshot(publication_), before);
+}
+
+TEST_F(Publish, SaysInADryRunThatNothingWouldChange) {
+  put("Wlan/a", "one");
+  ASSERT_EQ(run().status, 0);
+  EXPECT_EQ(run({"--dry-run"}).out,
+            "unchanged: 1 files, 0 new, 0 changed, 1 same, 0 removed, 3 bytes\n");
+}
+
+TEST_F(Publish, RefusesInADryRunWhatItWouldRefuse) {
+  put("Wlan/a", "one");
+  put("Wlan/b", "one");
+  put("Wlan/c", "one");
+  ASSERT_EQ(run().status, 0);
+  remove_source("Wlan/b");
+  remove_source("Wlan/c");
+  EXPECT_EQ(run({"--dry-run"}).status, 6);
+  EXPECT_EQ(run({"--dry-run", "--max-removed", "100%"}).status, 0);
+}
+
+TEST_F(Publish, TellsTheChangesOfADryRunAsJson) {
+  put("Wlan/a", "one");
+  put("Wlan/b", "one");
+  ASSERT_EQ(run().status, 0);
+  put("Wlan/a", "two");
+  put("Wlan/c", "new");
+  remove_source("Wlan/b");
+  const json_value told(run({"--dry-run", "--json"}).out);
+  EXPECT_EQ(told["result"].text(), "would_publish");
+  EXPECT_EQ(told["written"].number(), 2);
+  ASSERT_EQ(told["changes"].size(), 3);
+  EXPECT_EQ(told["changes"][0]["change"].text(), "changed");
+  EXPECT_EQ(told["changes"][0]["old_version"].number(), 1);
+  EXPECT_EQ(told["changes"][0]["new_version"].number(), 2);
+  EXPECT_EQ(told["changes"][1]["change"].text(), "new");
+  EXPECT_TRUE(told["changes"][1]["old_version"].is_null());
+  EXPECT_EQ(told["changes"][2]["change"].text(), "removed");
+  EXPECT_EQ(told["changes"][2]["category"].text(), "Wlan");
+  EXPECT_EQ(told["changes"][2]["key"].text(), "b");
+  EXPECT_TRUE(told["changes"][2]["new_version"].is_null());
+}
+
+TEST_F(Publish, CountsTheFilesThatItWrote) {
+  put("Wlan/a", "one");
+  EXPECT_EQ(json_value(run({"--json"}).out)["written"].number(), 1);
+  EXPECT_EQ(json_value(publish_for("other", {"--json"}).out)["written"].number(), 0);
 }
 
 TEST_F(Publish, FailsWhenThePublicationFolderIsAFile) {
@@ -252,99 +263,6 @@ TEST_F(Publish, LeavesTheLastPublicationAloneWhenItRefuses) {
   EXPECT_EQ(published(k_name), k_before);
 }
 
-struct source_file {
-  std::string test;
-  std::string name;
-  std::function<void(const std::string &path)> make;
-  std::string why;
-};
-
-void PrintTo(const source_file &file, std::ostream *out) {
-  *out << file.test;
-}
-
-void make_large(const std::string &path) {
-  write_bytes(path, "x");
-  ASSERT_EQ(::truncate(path.c_str(), off_t{1} << 31), 0);
-}
-
-// A name as a terminal may show it: what is no printable text is a question mark.
-std::string shown(std::string path) {
-  for (char &c : path) {
-    c = c == '\n' || c == '\xff' ? '?' : c;
-  }
-  return path;
-}
-
-class PublishRefuses : public testing::TestWithParam<source_file> {};
-
-TEST_P(PublishRefuses, TheFileByNameAndWritesNothing) {
-  const temp_dir dir;
-  const source_file &file = GetParam();
-  const std::string path = dir / "source/" + file.name;
-  write_bytes(dir / "source/Ap/good", "good");
-  file.make(path);
-  const finished done = publish(dir / "source", dir / "pub");
-  EXPECT_EQ(done.status, 6);
-  EXPECT_EQ(done.err, "zotconf: refused: " + shown(path) + ": " + file.why + "\n");
-  EXPECT_FALSE(exists(dir / "pub"));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, PublishRefuses,
-    testing::Values(
-        source_file{"UnknownCategory", "Nonsense",
-                    [](const std::string &path) { write_bytes(path + "/a", "a"); },
-                    "unknown category"},
-        source_file{"CategoryInOtherLetterCase", "WLAN",
-                    [](const std::string &path) { write_bytes(path + "/a", "a"); },
-                    "unknown category"},
-        source_file{"FileOutsideACategory", "Wlan",
-                    [](const std::string &path) { write_bytes(path, "a"); },
-                    "is not in a category folder"},
-        source_file{"EmptyFile", "Wlan/a", [](const std::string &path) { write_bytes(path, ""); },
-                    "is empty"},
-        source_file{"ZeroFirstByte", "Wlan/a",
-                    [](const std::string &path) { write_bytes(path, std::string("\0a", 2)); },
-                    "begins with a zero byte"},
-        source_file{"KeyOf53Characters", "Wlan/" + std::string(53, 'k'),
-                    [](const std::string &path) { write_bytes(path, "a"); },
-                    "has a key over 52 characters"},
-        source_file{"KeyWithANewline", "Wlan/a\nb",
-                    [](const std::string &path) { write_bytes(path, "a"); },
-                    "holds a control character"},
-        source_file{"KeyThatIsNotUtf8", "Wlan/\xff",
-                    [](const std::string &path) { write_bytes(path, "a"); }, "is not UTF-8"},
-        source_file{"NestedFolder", "Wlan/a",
-                    [](const std::string &path) { write_bytes(path + "/b", "a"); },
-                    "is a folder; keys are files"},
-        source_file{"SymbolicLink", "Wlan/a",
-                    [](const std::string &path) {
-                      write_bytes(path + "-not-a-link", "a");
-                      ASSERT_EQ(::symlink("a-not-a-link", path.c_str()), 0);
-                    },
-                    "is not a regular file"},
-        source_file{"Fifo", "Ap/fifo",
-                    [](const std::string &path) { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); },
-                    "is not a regular file"},
-        source_file{"SizeOver31Bits", "Wlan/a", make_large, "is larger than 2147483647 bytes"}),
-    [](const auto &tested) { return tested.param.test; });
-
-class PublishAccepts : public testing::TestWithParam<std::string> {};
-
-TEST_P(PublishAccepts, TheKey) {
-  const temp_dir dir;
-  write_bytes(dir / "source/Wlan/" + GetParam(), "a");
-  EXPECT_EQ(publish(dir / "source", dir / "pub").status, 0);
-  EXPECT_EQ(read_bytes(dir / "pub/config/Wlan/" + GetParam() + "/1"), "a");
-}
-
-INSTANTIATE_TEST_SUITE_P(Keys, PublishAccepts,
-                         testing::Values(std::string(52, 'k'), "with blank",
-                                         "k\xc3\xbc"
-                                         "che",
-                                         "a.b", "-", "\"quoted\"", "back\\slash"));
-
 class PublishUsage : public testing::TestWithParam<std::vector<std::string>> {};
 
 TEST_P(PublishUsage, RefusesTheArguments) {
@@ -360,23 +278,24 @@ TEST_P(PublishUsage, RefusesTheArguments) {
 
 INSTANTIATE_TEST_SUITE_P(
     Arguments, PublishUsage,
-    testing::Values(std::vector<std::string>{"--index", "a"},
-                    std::vector<std::string>{"--cluster", "c"},
-                    std::vector<std::string>{"--index", "a", "--cluster", ""},
-                    std::vector<std::string>{"--index", "a", "--cluster", std::string(37, 'c')},
-                    std::vector<std::string>{"--index", "a", "--cluster", "c\n"},
-                    std::vector<std::string>{"--index", "", "--cluster", "c"},
-                    std::vector<std::string>{"--index", "..", "--cluster", "c"},
-                    std::vector<std::string>{"--index", "a/b", "--cluster", "c"},
-                    std::vector<std::string>{"--index", std::string(18, 'i'), "--cluster", "c"},
-                    std::vector<std::string>{"--index", "a", "--cluster", "c", "--subsys", "XP"},
-                    std::vector<std::string>{"--index", "a", "--cluster", "c", "--config-id",
-                                             "no-uuid"},
-                    std::vector<std::string>{"--index", "a", "--cluster", "c", "--config-id",
-                                             "00000000-0000-0000-0000-00000000000g"},
-                    std::vector<std::string>{"--index", "a", "--cluster", "c", "--firmware",
-                                             std::string(512, 'f')},
-                    std::vector<std::string>{"--index", "a", "--cluster", "c", "--unknown"}));
+    testing::Values(
+        std::vector<std::string>{"--index", "a"}, std::vector<std::string>{"--cluster", "c"},
+        std::vector<std::string>{"--index", "a", "--cluster", ""},
+        std::vector<std::string>{"--index", "a", "--cluster", std::string(37, 'c')},
+        std::vector<std::string>{"--index", "a", "--cluster", "c\n"},
+        std::vector<std::string>{"--index", "", "--cluster", "c"},
+        std::vector<std::string>{"--index", "..", "--cluster", "c"},
+        std::vector<std::string>{"--index", "a/b", "--cluster", "c"},
+        std::vector<std::string>{"--index", std::string(18, 'i'), "--cluster", "c"},
+        std::vector<std::string>{"--index", "a", "--cluster", "c", "--subsys", "XP"},
+        std::vector<std::string>{"--index", "a", "--cluster", "c", "--config-id", "no-uuid"},
+        std::vector<std::string>{"--index", "a", "--cluster", "c", "--config-id",
+                                 "00000000-0000-0000-0000-00000000000g"},
+        std::vector<std::string>{"--index", "a", "--cluster", "c", "--firmware",
+                                 std::string(512, 'f')},
+        std::vector<std::string>{"--index", "a", "--cluster", "c", "--max-removed", "101%"},
+        std::vector<std::string>{"--index", "a", "--cluster", "c", "--max-removed", ""},
+        std::vector<std::string>{"--index", "a", "--cluster", "c", "--unknown"}));
 
 TEST_F(Publish, AcceptsTheLongestArguments) {
   put("Wlan/a", "a");

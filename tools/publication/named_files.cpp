@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/publication/named_files.hpp"
+
+#include <system_error>
+
+#include "tools/model/manifest.hpp"
+#include "tools/publication/publication_store.hpp"
+#include "tools/publication/source_folder.hpp"
+#include "zot_conf.h"
+
+namespace zotconf {
+namespace {
+
+// A publisher that was cut off leaves a K whose checksum file is late or absent. Without one no
+// element takes the K, but what it names is known.
+void check_announced(const fs::path &k, const std::string &bytes) {
+  fs::path announcement = k;
+  announcement.replace_extension(".checksum");
+  const fs::file_status status = fs::symlink_status(announcement);
+  if (!fs::exists(status)) {
+    return;
+  }
+  if (!fs::is_regular_file(status)) {
+    throw refusal(announcement, "is not a regular file");
+  }
+  if (read_file_text(announcement).substr(0, ZOT_CHECKSUM_LEN) != sha256_text(bytes)) {
+    throw refusal(k, "is not what its checksum file announces");
+  }
+}
+
+void add_names(const fs::path &k, named_files &into) {
+  const std::string bytes = read_file_text(k);
+  check_announced(k, bytes);
+  const auto content = parse_manifest(bytes);
+  if (!content) {
+    throw refusal(k, "is no K");
+  }
+  for (const published_file &file : content->files) {
+    const std::string version = std::to_string(file.version);
+    const auto parts =
+        split_member_name("config/" + file.category_name + "/" + file.key + "/" + version);
+    if (!parts) {
+      throw refusal(k, "names a file whose path has another form than /category/key/version");
+    }
+    into.names.insert(member_name((*parts)[1], (*parts)[2], version));
+  }
+  ++into.ks;
+}
+
+// A link may lead to a K that somebody else's service hands out.
+void add_entry(const fs::directory_entry &entry, named_files &into) {
+  const fs::file_status status = entry.symlink_status();
+  if (fs::is_symlink(status)) {
+    throw refusal(entry.path(), "is a symbolic link");
+  }
+  if (fs::is_directory(status) || entry.path().extension() != ".k") {
+    return;
+  }
+  if (!fs::is_regular_file(status)) {
+    throw refusal(entry.path(), "is not a regular file");
+  }
+  add_names(entry.path(), into);
+}
+
+}  // namespace
+
+std::string member_name(const std::string &category, const std::string &key,
+                        const std::string &version) {
+  return category + "/" + key + "/" + version;
+}
+
+void check_publication(const fs::path &publication) {
+  for (const fs::path &folder : {publication / "file", publication / "file" / "knowledge"}) {
+    if (!fs::is_directory(fs::symlink_status(folder))) {
+      throw refusal(folder, "is no folder, so that no K is there");
+    }
+  }
+}
+
+named_files read_named_files(const fs::path &publication) {
+  check_publication(publication);
+  named_files found;
+  try {
+    for (const auto &entry : fs::recursive_directory_iterator(publication / "file" / "knowledge")) {
+      add_entry(entry, found);
+    }
+  } catch (const std::system_error &error) {
+    throw refusal(std::string("a K cannot be read: ") + error.what());
+  }
+  if (found.ks == 0) {
+    throw refusal(publication, "holds no K");
+  }
+  return found;
+}
+
+}  // namespace zotconf

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/publication/source_folder.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <tuple>
+
+#include "tools/model/names.hpp"
+#include "zot_conf.h"
+
+namespace zotconf {
+namespace {
+
+// A backup, a hidden file or the swap file of an editor.
+bool is_left_out(const fs::path &path) {
+  const std::string name = path.filename().string();
+  return name.starts_with('.') || name.ends_with('~') || name.ends_with(".swp");
+}
+
+std::vector<fs::path> sorted_entries(const fs::path &folder, std::vector<fs::path> &left_out) {
+  std::vector<fs::path> entries;
+  for (const auto &entry : fs::directory_iterator(folder)) {
+    (is_left_out(entry.path()) ? left_out : entries).push_back(entry.path());
+  }
+  std::ranges::sort(entries);
+  return entries;
+}
+
+int32_t category_of(const fs::path &folder) {
+  if (!fs::is_directory(fs::symlink_status(folder))) {
+    throw refusal(folder, "is not in a category folder");
+  }
+  int32_t category = 0;
+  if (get_gpb_cat_by_cat_str(folder.filename().c_str(), &category) != 0) {
+    throw refusal(folder, "unknown category");
+  }
+  return category;
+}
+
+// Why a file cannot be published, judged before its bytes are read.
+void check_kind(const fs::path &path) {
+  const auto status = fs::symlink_status(path);
+  if (fs::is_directory(status)) {
+    throw refusal(path, "is a folder; keys are files");
+  }
+  if (!fs::is_regular_file(status)) {
+    throw refusal(path, "is not a regular file");
+  }
+  if (const std::string wrong = check_key(path.filename().string()); !wrong.empty()) {
+    throw refusal(path, wrong);
+  }
+  const uintmax_t size = fs::file_size(path);
+  if (size == 0) {
+    throw refusal(path, "is empty");
+  }
+  if (size > std::numeric_limits<int32_t>::max()) {
+    throw refusal(path, "is larger than 2147483647 bytes");
+  }
+}
+
+published_file scan_file(const fs::path &path, int32_t category) {
+  check_kind(path);
+  const std::string bytes = read_file_text(path);
+  if (bytes.empty() || bytes.size() > std::numeric_limits<int32_t>::max()) {
+    throw refusal(path, "changed while it was read");
+  }
+  if (bytes.front() == '\0') {
+    throw refusal(path, "begins with a zero byte");
+  }
+  return {.category = category,
+          .category_name = path.parent_path().filename().string(),
+          .key = path.filename().string(),
+          .version = 0,
+          .size = bytes.size(),
+          .checksum = sha256_text(bytes)};
+}
+
+// Whether a path is that of a folder or lies below it, once every link is followed. The folder
+// itself counts by what it is, because a mount may give it a second path.
+bool is_within(const fs::path &path, const fs::path &folder) {
+  fs::path at = fs::weakly_canonical(fs::absolute(path));
+  for (;;) {
+    std::error_code absent;
+    if (fs::equivalent(at, folder, absent)) {
+      return true;
+    }
+    if (!at.has_relative_path()) {
+      return false;
+    }
+    at = at.parent_path();
+  }
+}
+
+}  // namespace
+
+source_files scan_source(const fs::path &source, const console &where) {
+  source_files found;
+  progress read(where, "reading", 0);
+  for (const fs::path &folder : sorted_entries(source, found.left_out)) {
+    const int32_t category = category_of(folder);
+    for (const fs::path &path : sorted_entries(folder, found.left_out)) {
+      found.files.push_back(scan_file(path, category));
+      read.advance(found.files.back().size);
+    }
+  }
+  std::ranges::sort(found.files, {},
+                    [](const published_file &file) { return std::tie(file.category, file.key); });
+  std::ranges::sort(found.left_out);
+  return found;
+}
+
+void check_apart(const fs::path &source, const fs::path &publication) {
+  for (const fs::path &written : {publication, publication / "config", publication / "file"}) {
+    if (is_within(written, source)) {
+      throw refusal(publication, "is or leads into the folder to publish, " + source.string());
+    }
+  }
+  for (const char *const part : {"config", "file"}) {
+    if (is_within(source, publication / part)) {
+      throw refusal(source, "is part of the publication folder " + publication.string());
+    }
+  }
+}
+
+}  // namespace zotconf

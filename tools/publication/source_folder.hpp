@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// The folder that `publish` reads: <Category>/<key>.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tools/files/file_io.hpp"
+#include "tools/model/manifest.hpp"
+#include "tools/output/console.hpp"
+
+namespace zotconf {
+
+// What must not be done with a publication folder. It is told before anything is changed.
+class refusal : public std::runtime_error {
+ public:
+  explicit refusal(const std::string &why) : std::runtime_error(why) {}
+  refusal(const fs::path &path, const std::string &why) : refusal(path.string() + ": " + why) {}
+};
+
+struct source_files {
+  std::vector<published_file> files;  // by category and key, without versions
+  std::vector<fs::path> left_out;     // what editors and version control leave beside them
+};
+
+// Throws a refusal for a file that has no place in a configuration.
+source_files scan_source(const fs::path &source, const console &where);
+
+// Throws a refusal when a publication in this folder would write into the source, or when the
+// source is part of the publication. Links are followed.
+void check_apart(const fs::path &source, const fs::path &publication);
+
+}  // namespace zotconf
