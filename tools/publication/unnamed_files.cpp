@@ -203,7 +203,7 @@ void remove_object(int category, const std::string &category_name, const stored_
   for (const stored_version &file : object.unnamed) {
     const std::string name = std::to_string(file.version);
     if (::unlinkat(folder.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
-      throw_errno("cannot remove " + path + "/" + name);
+      throw_errno("cannot remove " + (fs::path(path) / name).string());
     }
     removed(file.size);
   }
