@@ -75,7 +75,7 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
                const char *func) {
   zot::renew_outdated(*handle);
   zot::forget_changed_corrupted(*handle);
-  // This looks for another configuration in force too, once the service has answered.
+  // What another process has in force since is looked for in here, once the service has answered.
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
     zot_priv_init_load_ret_gpb_list(handle);
@@ -141,8 +141,8 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
     return ZOT_RECORD(handle, ZOT_ERR_WRONG_INPUT, "invalid conf_stat_mask: %u", conf_stat_mask);
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sStart to get new configuration.\n");
-  // In dev mode no get has directories of its own to go back to.
   const bool is_cached = (conf_stat_mask & ZOT_STAT_CACHED) != 0;
+  // In dev mode no get has directories of its own to go back to.
   const bool repeats_waiting_get =
       is_cached && zot::waits_for_verdict(*handle) && handle->dev_mode == 0;
   const zot::folders_of_get folders(*handle, repeats_waiting_get);

@@ -186,10 +186,12 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &tested) { return tested.param.test; });
 
 TEST(Source, IsNoPartOfThePublication) {
-  const temp_dir dir;
-  write_bytes(dir / "pub/config/Wlan/a", "a");
-  EXPECT_EQ(publish(dir / "pub/config", dir / "pub").status, 6);
-  EXPECT_EQ(tree(dir / "pub"), std::vector<std::string>{"config/Wlan/a"});
+  for (const std::string source : {"pub/config", "pub/config/site", "pub/file/site"}) {
+    const temp_dir dir;
+    write_bytes(dir / (source + "/Wlan/a"), "a");
+    EXPECT_EQ(publish(dir / source, dir / "pub").status, 6) << source;
+    EXPECT_EQ(tree(dir.path()), std::vector<std::string>{source + "/Wlan/a"});
+  }
 }
 
 TEST(Source, MayLieBesideWhatIsPublished) {

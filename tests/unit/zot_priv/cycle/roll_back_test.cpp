@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The roll-back half of finish.cpp; the gate is tested beside the commit.
+// The gate is tested beside the commit.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "gpb_entries.hpp"
+#include "tests/support/media.hpp"
 #include "verdict_fixture.hpp"
 
 namespace {
@@ -203,6 +204,21 @@ TEST_F(RollBack, FailsWhenTheCopyIsNotWhatItsChecksumSays) {
   EXPECT_EQ(run_roll_back(), ZOT_ERR_CORRUPTED);
   EXPECT_EQ(slot(ZOT_SLOT_CORRUPTED).k, nullptr);
   EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+}
+
+TEST_F(RollBack, IsOnTheMediumWhenItIsDone) {
+  media().synchronised.clear();
+  ASSERT_EQ(run_roll_back(), ZOT_OK);
+  EXPECT_EQ(media().synchronised.size(), 1U);
+}
+
+TEST_F(RollBack, IsNotDoneWhenTheMediumFails) {
+  media().failing_call = 1;
+  EXPECT_EQ(run_roll_back(), ZOT_ERR_GENERIC);
+  EXPECT_EQ(e.error_text(), std::string("[") + roll_back + "]: fail to sync " + e.conf_root() +
+                                ": Input/output error");
+  EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
+  EXPECT_EQ(run_roll_back(), ZOT_OK);
 }
 
 TEST_F(RollBack, ChangesNothingTheSecondTime) {
