@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <ostream>
 #include <stdexcept>
 
@@ -11,6 +12,7 @@
 #include "tools/cache/k_text.hpp"
 #include "tools/cache/workshop.hpp"
 #include "tools/output/exit_status.hpp"
+#include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
 
 namespace zotconf {

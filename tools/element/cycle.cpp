@@ -28,12 +28,10 @@ command_end ask_command(const cycle_options &chosen, const entries &list,
   write_change_list(change_list, lines_of(list), from);
   where.out() << std::flush;
   // Beside one JSON document on standard output there is no room for what the command prints.
-  command_end end =
-      chosen.apply_timeout
-          ? run_within(*chosen.apply_timeout, chosen.command, folder, change_list,
-                       where.is_json() ? command_output::joined : command_output::shared)
-          : run_command(where.is_json() ? "exec >&2\n" + chosen.command : chosen.command, folder,
-                        change_list);
+  const std::string command = where.is_json() ? "exec >&2\n" + chosen.command : chosen.command;
+  command_end end = chosen.apply_timeout
+                        ? run_within(*chosen.apply_timeout, command, folder, change_list)
+                        : run_command(command, folder, change_list);
   report.tell_apply(end.text);
   return end;
 }

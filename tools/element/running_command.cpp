@@ -84,9 +84,9 @@ command_end end_of_time(std::chrono::milliseconds limit) {
 }
 
 command_end run_within(std::chrono::milliseconds limit, const std::string &command,
-                       const fs::path &folder, const fs::path &change_list, command_output output) {
+                       const fs::path &folder, const fs::path &change_list) {
   wake_up wake;
-  running_command running(command, folder, change_list, output);
+  running_command running(command, folder, change_list, command_output::shared);
   const auto end_of_limit = wake_up::clock::now() + limit;
   while (wake.stop_signal() == 0 && wake_up::clock::now() < end_of_limit) {
     if (const auto end = running.poll()) {

@@ -42,8 +42,9 @@ class running_command {
 // What is told of a command that was stopped after its time.
 command_end end_of_time(std::chrono::milliseconds limit);
 
-// Runs a command to its end, at most as long as the limit. SIGINT and SIGTERM stop it as well.
+// The same as run_command() for at most as long as the limit, and without standard input. SIGINT
+// and SIGTERM stop it as well.
 command_end run_within(std::chrono::milliseconds limit, const std::string &command,
-                       const fs::path &folder, const fs::path &change_list, command_output output);
+                       const fs::path &folder, const fs::path &change_list);
 
 }  // namespace zotconf

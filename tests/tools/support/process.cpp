@@ -86,20 +86,22 @@ std::uint16_t told_port(const std::string &output) {
   throw std::runtime_error("unexpected first line: " + output);
 }
 
-}  // namespace
-
-finished run_zotconf(const std::vector<std::string> &args, const environment &variables) {
+finished run_to_its_end(const std::vector<std::string> &args, const environment &variables,
+                        rights held) {
   const temp_dir dir;
-  const pid_t pid = start(args, variables, dir / "out", dir / "err");
+  const pid_t pid = start(args, variables, dir / "out", dir / "err", held);
   const int status = wait_for_end(pid);
   return {status, read_bytes(dir / "out"), read_bytes(dir / "err")};
 }
 
+}  // namespace
+
+finished run_zotconf(const std::vector<std::string> &args, const environment &variables) {
+  return run_to_its_end(args, variables, rights::of_the_test);
+}
+
 finished run_zotconf_as_user(const std::vector<std::string> &args, const environment &variables) {
-  const temp_dir dir;
-  const pid_t pid = start(args, variables, dir / "out", dir / "err", rights::of_a_user);
-  const int status = wait_for_end(pid);
-  return {status, read_bytes(dir / "out"), read_bytes(dir / "err")};
+  return run_to_its_end(args, variables, rights::of_a_user);
 }
 
 background::background(const std::vector<std::string> &args, const environment &variables) {
