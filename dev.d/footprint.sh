@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# What the library costs on the target: measured, held below limits, and told in a document.
+# Measures what the library costs on the target, checks it against limits, and documents it.
 
 readonly footprint_folder=bench/footprint
 readonly footprint_limits=$footprint_folder/limits.txt
@@ -16,7 +16,7 @@ footprint_build_targets() {
 }
 
 footprint_build() {
-  [[ $(uname -m) == x86_64 ]] || fail "the document tells figures of x86-64 beside those of ARM"
+  [[ $(uname -m) == x86_64 ]] || fail "this needs an x86-64 host: some figures are of x86-64"
   arm_setup
   need binutils-arm-linux-gnueabihf strace
   say "footprint: build"
@@ -32,9 +32,9 @@ footprint_measure() {
 }
 
 footprint_compare() {
-  say "footprint: what was measured, and its limit"
+  say "footprint: measured values and their limits"
   awk -f "$footprint_folder/compare.awk" "$footprint_limits" "$footprint_values" ||
-    fail "the footprint is not within $footprint_limits"
+    fail "the footprint fails the check against $footprint_limits"
 }
 
 footprint_make_document() {
@@ -43,19 +43,19 @@ footprint_make_document() {
 }
 
 footprint_write_document() {
-  say "footprint: the tables of $footprint_document"
+  say "footprint: writing the tables of $footprint_document"
   footprint_make_document
   cp build/footprint.md "$footprint_document"
 }
 
-# Two measurements never agree on everything; these tables do not vary.
+# Most figures vary between two measurements. The figures of these tables do not.
 footprint_compare_document() {
   local table
   footprint_make_document
   for table in library records; do
     diff <(sed -n "/^<!-- measured: $table -->/,/^<!-- end -->/p" "$footprint_document") \
       <(sed -n "/^<!-- measured: $table -->/,/^<!-- end -->/p" build/footprint.md) ||
-      fail "$footprint_document tells other sizes; ./dev footprint writes them"
+      fail "the sizes in $footprint_document are out of date; ./dev footprint writes them"
   done
 }
 
@@ -66,7 +66,7 @@ footprint_check() {
   footprint_compare_document
 }
 
-# The document tells what is, also when that is too much.
+# Writes the document even when a limit is exceeded.
 footprint() {
   footprint_build
   footprint_measure
