@@ -153,8 +153,7 @@ int main(int argc, char **argv) {
   for (const piece &known : pieces) {
     if (known.name == argv[1]) {
       const bool is_right = known.count(std::strtoul(argv[2], nullptr, 10));
-      static_cast<void>(is_right ||
-                        std::fprintf(stderr, "%s: the result is wrong\n", argv[1]) < 0);
+      static_cast<void>(is_right || std::fprintf(stderr, "%s: the result is wrong\n", argv[1]) < 0);
       return is_right ? 0 : 1;
     }
   }
