@@ -194,7 +194,7 @@ typedef struct zot_own {
   char *tmp_root;         /**< scratch directory of that get */
   zot_file_id fetched;    /**< the checksum file that this get left in the scratch directory */
   uint64_t verdicts;      /**< identifies the K in force and the K rolled back at that get */
-  uint32_t marks_waiting; /**< 1: the marked list is of a configuration that still waits */
+  uint32_t marks_waiting; /**< 1: the marked list is of a configuration not yet decided */
   uint32_t commit_begun;  /**< 1: memory has the new configuration of an incomplete commit */
   uint32_t cache_doubts;  /**< bits: ways in which memory may differ from the persistent cache */
   uint32_t lock_depth;    /**< number of nested calls that hold the locks */
