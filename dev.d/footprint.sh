@@ -35,7 +35,7 @@ footprint_measure() {
 footprint_compare() {
   say "footprint: measured values and their limits"
   awk -f "$footprint_folder/compare.awk" "$footprint_limits" "$footprint_values" ||
-    fail "the footprint exceeds $footprint_limits"
+    fail "the footprint does not meet the limits of $footprint_limits"
 }
 
 footprint_make_document() {
