@@ -48,7 +48,8 @@ int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) 
 int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
   if (zot::waits_for_verdict(*handle) && zot::is_overtaken(*handle)) {
-    // Another process has rolled it back or committed another one.
+    // Another process has committed or rolled back in the meantime, so this configuration no longer
+    // waits.
     zot::withdraw(*handle);
   }
   if (!zot::waits_for_verdict(*handle)) {
@@ -75,7 +76,8 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
                const char *func) {
   zot::renew_outdated(*handle);
   zot::forget_changed_corrupted(*handle);
-  // This also finds what another process has put in force since, after the service has answered.
+  // This also notices, once the service has answered, that another process has put another
+  // configuration in force.
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
     zot_priv_init_load_ret_gpb_list(handle);

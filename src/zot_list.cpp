@@ -19,12 +19,12 @@ void link_between(zot_list *before, zot_list *node, zot_list *after) {
   after->prev = node;
 }
 
-// The caller's order. Equal nodes keep their order.
+// The caller's order. Equal nodes keep the order in which they came.
 class list_order {
  public:
   list_order(void *priv, zot_list_cmp cmp) : priv_(priv), cmp_(cmp) {}
 
-  // Removes and returns the front node that comes first of two runs. Neither run may be empty.
+  // Removes the node that comes next from the front of one of two runs. Neither run may be empty.
   zot_list *take_front(zot_list *&earlier, zot_list *&later) const {
     zot_list *&run = cmp_(priv_, earlier, later) > 0 ? later : earlier;
     zot_list *const front = run;

@@ -29,7 +29,7 @@ constexpr uint32_t pack_site(uint32_t level, uint32_t topics, long line) {
 }
 
 // Writes a message if it is enabled. The first conversion of `fmt` is "%s" and stands for the
-// prefix, which is not among the arguments. A null owner writes nothing.
+// prefix, which is not among the arguments. With a null handle or context nothing is written.
 void write_line(zot_ctx *handle, uint32_t packed, const char *func, const char *fmt, ...);
 void write_line(zot_log_ctx *log_ctx, uint32_t packed, const char *func, const char *fmt, ...);
 

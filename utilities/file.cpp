@@ -135,8 +135,8 @@ int rm_rf(const char *path) {
       return -1;
     }
   }
-  // exec replaces the shell, so that rm ends with it. The longest path is the same as without this
-  // word.
+  // exec replaces the shell, so that rm ends with it. The buffer is larger by this word, so that
+  // the same paths fit as without it.
   char command[sizeof "exec " - 1 + ZOT_PATH_SIZE];
   const int length = std::snprintf(command, sizeof command, "exec rm -rf  %s", path);
   // A truncated command would remove something else.

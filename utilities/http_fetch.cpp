@@ -206,7 +206,7 @@ json_text request_body(const zot_list *names) {
     return nullptr;
   }
   for (const zot_list *node = names->next; node != nullptr && node != names; node = node->next) {
-    // The node is the first member, so it is the entry's address.
+    // The node is the first member, so its address is the entry's.
     const char *const name = reinterpret_cast<const remote_file_name *>(node)->name;
     if (name[0] == '\0') {
       continue;

@@ -54,7 +54,7 @@ std::string_view category_name(size_t row) {
   return {category_names + name_places[row], size_t{name_places[row + 1]} - name_places[row] - 1};
 }
 
-// The number of a category is then the index of its name.
+// Whether the number of each category is the index of its name.
 consteval bool are_numbered_by_row() {
   int32_t row = 0;
   for (const int32_t number : category_numbers) {

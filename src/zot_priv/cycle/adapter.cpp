@@ -74,7 +74,6 @@ class download_set {
   zot_list names_;
 };
 
-// Turns the result of the archive transfer into a status.
 int record_transfer(zot_ctx *handle, int result, const char *func, long line) {
   if (result == 0) {
     return ZOT_OK;
@@ -100,7 +99,6 @@ int record_mkdir_failure(zot_ctx *handle, int error, const char *func, long line
                        handle->tmp_root, text);
 }
 
-// Fetches the archive of the wanted files into the scratch directory.
 int fetch_archive(zot_ctx *handle, download_set &wanted, uint64_t largest, const char *func) {
   const zot::joined_path archive(handle->tmp_root, zot::archive_name);
   char url[sizeof "http:///tgz" + host_size];

@@ -209,7 +209,7 @@ int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection
 
 // Whether another process has committed the same configuration since. Then nothing is left to do in
 // the cache, which may have seen further commits and rollbacks. An adapter may commit its files for
-// this process alone, so the question does not arise there.
+// this process alone, so its commit is never skipped.
 bool is_committed_by_other(const zot_ctx &handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
   return handle.fns.commit_gpb == nullptr && !zot::are_verdicts_as_fetched(handle) &&
          zot::is_in_force(handle, tmp_k, tmp_gpbs);

@@ -31,8 +31,8 @@ bool has_root(zot_ctx *handle, char *(*getter)(zot_ctx *, char *, size_t), char 
 // The longest file name that the library uses in a directory below a root.
 constexpr int longest_name = sizeof "/prev_subsys.checksum.absent";
 
-// Joins a path. Returns false if the path does not fit: a truncated path names another directory.
-// It must also leave space for the names of the files in the directory.
+// Joins a path. Returns false if it does not fit: a truncated path names another directory. The
+// path must also leave space for the names of the files in the directory.
 bool join(char *buf, const char *root, const char *name) {
   const int length = std::snprintf(buf, ZOT_PATH_SIZE, "%s/%s", root, name);
   if (length < 0) {

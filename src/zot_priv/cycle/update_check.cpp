@@ -73,7 +73,7 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
 }
 
 // If another process has recreated the scratch directory, that process's K may have been copied as
-// the last K. The next get copies it again.
+// the last K. The next get copies the last K again.
 int refuse_last_k(zot_ctx *handle, const char *func) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
   const zot::locks_for_commands lent(*handle);
@@ -110,8 +110,8 @@ int align_slots(zot_ctx *handle, const char *func) {
   return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, func, __LINE__, "No update data.");
 }
 
-// Whether the cache was reloaded: the service publishes what this handle has in force, but another
-// process has committed something else since. Then the published K is new to the cache.
+// Reloads the cache if the service publishes what this handle has in force but another process has
+// committed something else since. The published K is then new to the cache.
 bool took_changed_cache(zot_ctx *handle, int fetched) {
   return fetched == ZOT_NO_UPDATE && zot::reload_changed_cache(*handle);
 }

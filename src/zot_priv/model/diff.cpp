@@ -21,8 +21,8 @@ bool is_other_cluster(const zot_k *current, const zot_k *fresh) {
          std::strcmp(current->meta.cluster_id, fresh->meta.cluster_id) != 0;
 }
 
-// A publication may give a version in force to another file, or spell it differently. The caller
-// receives the bytes that the new K states.
+// A publication may give a version in force to another file, or spell that version differently. The
+// caller receives the bytes that the new K states.
 bool is_same_file(const zot_gpb &current, const zot_gpb &fresh) {
   return current.size == fresh.size && std::strcmp(current.checksum, fresh.checksum) == 0 &&
          (current.path == nullptr || fresh.path == nullptr ||

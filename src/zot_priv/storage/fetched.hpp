@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Compares with memory what a get left in the scratch directory, as the commit or rollback after it
-// finds it, and what the persistent directory holds.
+// Compares two things with memory: what a get left in the scratch directory, as the commit or
+// rollback after it finds it, and what the persistent directory holds.
 #pragma once
 
 #include "zot_conf.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Fetches a new K: first the announced checksum, then the K, only if it is new.
+// Fetches a new K: first the announced checksum, and the K only if it is new.
 #include <curl/curl.h>
 
 #include <array>

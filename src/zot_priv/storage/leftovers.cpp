@@ -25,7 +25,7 @@ using namespace zot::directory_walk;
 
 constexpr std::array download_targets = {zot::temporary_k.k, zot::temporary_k.checksum,
                                          "subsys.k.tmp", "subsys.checksum.tmp", zot::archive_name};
-// The names from here on are of no use after their download.
+// From this index on, the files are of no use after their download.
 constexpr size_t first_passing = 2;
 
 int compare_numbers(const void *a, const void *b) {

@@ -12,8 +12,8 @@ namespace zot {
 int run_shown_as(zot_ctx *handle, const char *command, const char *shown, int *code,
                  const char *func, long line);
 
-// Removes the file `name` below `root` in the cache, and logs what it is called and the command. A
-// failure to remove it changes nothing.
+// Removes the file `name` below `root` in the cache, and logs the removal of `called` and the
+// command. A failure to remove it changes nothing.
 void remove_shown(zot_ctx *handle, const char *root, const char *name, const char *called,
                   const char *func);
 

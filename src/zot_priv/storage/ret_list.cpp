@@ -28,8 +28,8 @@ bool has_file(uint32_t stat) {
   return stat == ZOT_STAT_UNCHANGED || stat == ZOT_STAT_ADDED || stat == ZOT_STAT_MODIFIED;
 }
 
-// The configurations whose files were verified when they were loaded. A file that is read again is
-// mostly what one of them holds.
+// The configurations whose files were verified when they were loaded. A file that is read again
+// usually equals one of theirs.
 class brought_in {
  public:
   explicit brought_in(const zot_ctx *handle)

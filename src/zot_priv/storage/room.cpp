@@ -52,7 +52,7 @@ class estimate {
     sum_.bytes += bytes > block_ ? bytes - block_ : 0;
   }
   // Adds a reserve, because the files in force are already gone when an estimate turns out too low.
-  // Where directories take no space, as in memory, the sum is no estimate.
+  // Where directories take no space, as in memory, the sum is exact.
   [[nodiscard]] zot::room with_reserve() const {
     if (directory_ == 0) {
       return sum_;

@@ -62,7 +62,7 @@ class scratch_watch {
   [[nodiscard]] bool drop_changed() const;
   // Whether a name had this type and mode before. The archive must not replace a file by a
   // directory or a directory by a file, nor change the mode of a file. An unpacker that takes a
-  // directory entry with the name of a file for an existing directory does just that, silently.
+  // directory entry with the name of a file for an existing directory changes that mode silently.
   [[nodiscard]] bool knows(const char *name, mode_t mode) const;
   bool remember(const char *name, mode_t mode);
 

@@ -57,8 +57,8 @@ bool retire_undo(const zot_ctx &handle);
 bool has_undo_leftovers(const zot_ctx &handle);
 void remove_undo_leftovers(const zot_ctx &handle);
 
-// The file systems of the persistent directory. Opened before the first write: an error of the
-// medium is reported once, to each descriptor that was open before.
+// The file systems of the persistent directory. Open it before the first write: the kernel reports
+// an error of the medium to each descriptor that was open before, and after that to no new one.
 class cache_media {
  public:
   explicit cache_media(const zot_ctx &handle);
