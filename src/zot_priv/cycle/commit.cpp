@@ -116,7 +116,8 @@ int adopt(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   return status;
 }
 
-// Keeps the old files in the undo folder until the commit ends.
+// Keeps the old files in the undo folder until the commit ends. Of GPB files that are removed
+// first, only memory keeps a copy.
 int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection protection) {
   // After a commit that was undone, the root of K is the persistent directory. After a get that ran
   // out of memory, K has no root.

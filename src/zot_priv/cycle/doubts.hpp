@@ -22,8 +22,8 @@ bool reload_changed_cache(zot_ctx &handle);
 void forget_changed_corrupted(zot_ctx &handle);
 
 // Records that memory holds the configuration in force of another persistent directory. It is
-// dropped before the next load, but not while a new configuration waits for a verdict: that verdict
-// still belongs to the other directory.
+// dropped before the next load, except before a cached get while a new configuration waits for a
+// verdict: that verdict still belongs to the other directory.
 void mark_moved(zot_ctx &handle);
 void leave_moved_cache(zot_ctx &handle);
 

@@ -105,8 +105,7 @@ bool keep_k_files(const zot_ctx &handle, const cache_folders &at, bool *is_copie
   return true;
 }
 
-// If the two directories are on different file systems, the kept file is a copy. It is copied back,
-// and stays until then.
+// If the two directories are on different file systems, the kept file is a copy. It is copied back.
 bool move_back(const zot_ctx &handle, const cache_folders &at, const char *name) {
   if (::renameat(at.kept.get(), name, at.knowledge.get(), name) == 0) {
     return true;

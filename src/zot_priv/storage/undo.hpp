@@ -13,9 +13,9 @@ namespace zot {
 enum class gpb_protection { kept, removed_first };
 
 // Keeps the files in force: the K files under a second name, the GPB files by moving their
-// directory. Leftovers must be removed before. After it returns true, a power loss leaves either
-// all these files in place or an undo folder that restores all of them. Returns false with errno if
-// the files in force are where they were.
+// directory, unless they are removed first. Leftovers must be removed before. After it returns
+// true, a power loss leaves either all these files in place or an undo folder that restores all of
+// them. Returns false with errno if the files in force are where they were.
 bool begin_undo(const zot_ctx &handle, gpb_protection protection);
 
 // Whether a commit was interrupted, or failed and was not repeated.
