@@ -57,7 +57,7 @@ constexpr std::array advices = {
                  "force is unchanged, and the last K may be lost.",
         .action = "Read the recorded text. Check free space, permissions and mount state of the "
                   "directory that it names. After a failed commit, call commit again, which "
-                  "continues where it stopped, or get again, which completes the commit or undoes "
+                  "writes all files again, or get again, which completes the commit or undoes "
                   "it. When there is no room, use a larger medium or publish less. After a failed "
                   "rollback, call it again.",
         .causes = {{{"zot_conf_get()",
