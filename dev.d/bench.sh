@@ -105,5 +105,5 @@ bench_counts() {
   say "bench: instruction counts and their limits"
   "$folder/count.sh" build/release >"$values"
   awk -f bench/footprint/compare.awk "$folder/limits.txt" "$values" ||
-    fail "the instruction counts fail the check against $folder/limits.txt"
+    fail "the instruction counts do not meet the limits of $folder/limits.txt"
 }

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Measures what the library costs on the target, checks it against limits, and documents it.
+# Measures the footprint of the library on the target, checks it against limits and writes a document.
 
 readonly footprint_folder=bench/footprint
 readonly footprint_limits=$footprint_folder/limits.txt
@@ -16,7 +16,8 @@ footprint_build_targets() {
 }
 
 footprint_build() {
-  [[ $(uname -m) == x86_64 ]] || fail "this needs an x86-64 host: some figures are of x86-64"
+  [[ $(uname -m) == x86_64 ]] ||
+    fail "the document compares ARM with x86-64: run footprint on an x86-64 machine"
   arm_setup
   need binutils-arm-linux-gnueabihf strace
   say "footprint: build"
@@ -34,7 +35,7 @@ footprint_measure() {
 footprint_compare() {
   say "footprint: measured values and their limits"
   awk -f "$footprint_folder/compare.awk" "$footprint_limits" "$footprint_values" ||
-    fail "the footprint fails the check against $footprint_limits"
+    fail "the footprint does not meet the limits of $footprint_limits"
 }
 
 footprint_make_document() {
@@ -43,19 +44,19 @@ footprint_make_document() {
 }
 
 footprint_write_document() {
-  say "footprint: writing the tables of $footprint_document"
+  say "footprint: the tables of $footprint_document"
   footprint_make_document
   cp build/footprint.md "$footprint_document"
 }
 
-# Most figures vary between two measurements. The figures of these tables do not.
+# Compares the tables that do not vary between two measurements.
 footprint_compare_document() {
   local table
   footprint_make_document
   for table in library records; do
     diff <(sed -n "/^<!-- measured: $table -->/,/^<!-- end -->/p" "$footprint_document") \
       <(sed -n "/^<!-- measured: $table -->/,/^<!-- end -->/p" build/footprint.md) ||
-      fail "the sizes in $footprint_document are out of date; ./dev footprint writes them"
+      fail "$footprint_document has other sizes; run ./dev footprint to update it"
   done
 }
 
@@ -66,7 +67,7 @@ footprint_check() {
   footprint_compare_document
 }
 
-# Writes the document even when a limit is exceeded.
+# Writes the document before the check, so that it shows the measured values even beyond a limit.
 footprint() {
   footprint_build
   footprint_measure

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The path of a GPB file, told once more by hand, and into buffers of every size.
-// The input: a byte for the size of each buffer, then the path.
+// Splits the path of a GPB file into buffers of every size and compares the result with a second,
+// simple implementation. The input is a byte for the size of each buffer, then the path.
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -29,7 +29,7 @@ int digit_of(char digit) {
                                     : 99;
 }
 
-// As far as it is a number; what a word does not hold is the largest one.
+// Reads the leading number. What does not fit into a word becomes the largest value.
 std::uint64_t number_of(const std::string &text) {
   const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
   const int base = is_hex ? 16 : text.starts_with("0") ? 8 : 10;
