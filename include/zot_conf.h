@@ -133,8 +133,8 @@ enum {
 
 /** Cycle state bits (zot_core_stat::state). zot_util_is_new_conf() evaluates them. */
 enum {
-  ZOT_CYCLE_NEW_CONF = 0x04,       /**< the last get brought a new configuration */
-  ZOT_CYCLE_SAME_K = 0x08,         /**< the last get brought nothing new */
+  ZOT_CYCLE_NEW_CONF = 0x04,       /**< the last get fetched a new configuration */
+  ZOT_CYCLE_SAME_K = 0x08,         /**< the last get found nothing new */
   ZOT_CYCLE_DONE_ROLL_BACK = 0x10, /**< this cycle was rolled back */
   ZOT_CYCLE_DONE_COMMIT = 0x20     /**< this cycle was committed */
 };

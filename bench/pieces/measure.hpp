@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Measures an operation. An operation is a class with
+// Measures an operation. An operation is a class `Piece` with
 //   bool run()             does the timed work; false on failure,
 //   bool is_right() const  whether the result of the last run is right; called once,
 //   void reset()           optional: releases the result of the last run and prepares the next

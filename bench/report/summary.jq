@@ -2,7 +2,7 @@
 # usage: jq -n -L FOLDER --slurpfile cycles … --slurpfile pieces … --slurpfile memory …
 #   -f summary.jq
 # Prints one object with all results: the median over the rounds of each step, and the median over
-# the repetitions of each piece.
+# the repetitions of each operation.
 include "figures";
 
 def medians($figures):
