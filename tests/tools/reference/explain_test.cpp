@@ -46,7 +46,7 @@ INSTANTIATE_TEST_SUITE_P(Refused, ExplainUnknown,
 
 TEST(Explain, TellsEveryAspectAndTheCalls) {
   const finished done = run_zotconf({"explain", "no_cache"});
-  EXPECT_TRUE(done.out.starts_with("ZOT_ERR_NO_CACHE (-12)\n\nMeaning     Nothing cached"))
+  EXPECT_TRUE(done.out.starts_with("ZOT_ERR_NO_CACHE (-12)\n\nMeaning     There is nothing cached"))
       << done.out;
   for (const char *const part :
        {"\nRetry       ", "\nFault       ", "\nCache       ", "\nWhat to do  ",
