@@ -16,8 +16,8 @@ class cache_owner {
  public:
   explicit cache_owner(const fs::path &conf_root);
 
-  // Gives this user and group a file that this process has just created. Does not follow links.
-  // Does nothing unless the process runs as root.
+  // Makes this user and group the owners of a file that this process has just created. Does not
+  // follow links. Does nothing unless the process runs as root.
   void take(const fs::path &made) const;
 
  private:

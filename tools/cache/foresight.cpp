@@ -59,8 +59,8 @@ bool fails(next_get &next, library_status error) {
   return true;
 }
 
-// The first step of a start: the library checks and creates its directories. Returns true when the
-// start ends there.
+// Predicts the first step of a start, in which the library creates its directories. Returns true
+// when the start ends there.
 bool ends_at_directories(const cache_paths &paths, next_get &next) {
   if (auto refused = refusal(paths)) {
     next.outcome = "refused";

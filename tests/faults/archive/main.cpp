@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_archive [every=N] [percent=N] [only=TEXT] [log] [sizes]
 // Sends an element archives that a service should never send, one after the other. Each is unpacked
-// by GNU tar and by busybox's tar, as root and as another user. Prints which checks passed; exits
-// with 0 when all did.
+// by GNU tar and by busybox's tar, as root and as another user. Prints the results; exits with 0
+// when all checks passed.
 //
 //   every=N    run only every Nth archive
 //   percent=N  scale large archives to N percent of their size

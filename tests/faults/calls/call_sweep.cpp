@@ -47,7 +47,7 @@ struct trial_result {
   bool reached;
   bool held;
   bool refused;
-  bool is_complete;  // after a get, or after a refusal, the cache had what was published
+  bool is_complete;  // the cache has what was published, e.g. after a refusal and a get
   char restarted;    // in force for a new process afterwards; or 0
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_calls calls|disks|power... [every=N] [jobs=N] [only=OPERATION] [log]
-// Injects failing system calls, full disks or power losses. Prints which checks passed; exits with
-// 0 when all did.
+// Injects failing system calls, full disks or power losses. Prints the results; exits with 0 when
+// all checks passed.
 //
 //   every=N         run only every Nth trial
 //   jobs=N          run N trials in parallel

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_host [every=N] [only=TEXT] [told]
-// Runs whole cycles in processes in unusual situations. Prints which checks passed; exits with 0
-// when all did.
+// Runs whole cycles in processes in unusual situations. Prints the results; exits with 0 when all
+// checks passed.
 //
 //   every=N    run only every Nth situation
 //   only=TEXT  run only situations whose name contains TEXT

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_threads [cycles=N]
-// Runs N cycles in each of sixteen threads, each with its own handles. Prints which checks passed
-// and, when built with the thread sanitizer, the number of races. Exits with 0 when all checks
-// passed.
+// Runs N cycles in each of sixteen threads, each with its own handles. Prints the results and, when
+// built with the thread sanitizer, the number of races. Exits with 0 when all checks passed.
 //
 // The program does what the library requires of a client: each handle has its own folders, and one
 // lock guards transfers and the calls that run commands.
@@ -171,8 +170,8 @@ void run_thread(std::size_t number, std::size_t cycles, const services &publishe
   }
 }
 
-// A service that answers every request with the files of all configurations. It runs in a separate
-// process, so that only the client can have races.
+// A service that answers every archive request with the files of all configurations. It runs in a
+// separate process, so that only the client can have races.
 std::uint16_t start_archive_service() {
   std::array<int, 2> ports{};
   require(::pipe(ports.data()) == 0, "no pipe");

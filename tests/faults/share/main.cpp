@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_share [cycles=N] [seconds=N] [seed=N] [log]
-// Runs processes that share a cache and are killed at random. Prints which checks passed; exits
-// with 0 when all did.
+// Runs processes that share a cache and are killed at random. Prints the results; exits with 0 when
+// all checks passed.
 //
 //   cycles=N   cycles of each process; default 500
 //   seconds=N  end after N seconds at the latest
