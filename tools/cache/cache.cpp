@@ -15,8 +15,9 @@ namespace {
 
 constexpr std::array<std::string_view, 4> slot_names = {"current", "last", "refused", "scratch"};
 
-// Where the next start finds a K file of the cache: the undo folder has the one to put back, or the
-// mark that there was none. Without either the file has not been changed, or is back in its place.
+// Where the next start finds a K file of the cache. The undo folder has the file to restore, or a
+// mark that there was none. If it has neither, the file in the cache is unchanged or already
+// restored.
 fs::path standing_k_file(const cache_paths &paths, const std::string &name) {
   const fs::path undo = undo_folder(paths);
   const bool is_kept = is_there(undo / name) || is_there(undo / (name + ".absent"));

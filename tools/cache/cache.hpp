@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What lies in an element's cache and in its scratch area, read without writing a byte.
+// Paths of an element's cache and scratch area, and the K files in them. Reads only.
 #pragma once
 
 #include <array>
@@ -12,7 +12,7 @@
 
 namespace zotconf {
 
-// The directories that the library uses in this environment.
+// The directories that the library uses in the current environment.
 struct cache_paths {
   fs::path conf_root;
   fs::path tmp_root;
@@ -22,7 +22,7 @@ struct cache_paths {
 
 cache_paths find_cache();
 
-// Throws std::system_error when one of the directories is there and cannot be read.
+// Throws std::system_error when one of the directories exists and cannot be read.
 void require_readable(const cache_paths &paths);
 
 enum class k_slot { current, last, refused, scratch };
@@ -32,17 +32,18 @@ inline constexpr std::array<k_slot, 4> k_slots = {k_slot::current, k_slot::last,
 
 std::string_view name_of(k_slot slot);
 
-// The folder that a commit keeps the configuration before it in until it has ended.
+// The folder in which a commit keeps the previous configuration until the commit ends.
 fs::path undo_folder(const cache_paths &paths);
 
-// Whether that folder keeps the files of that configuration, or the mark that it had none.
+// Whether that folder has the files of the previous configuration, or the mark that it had none.
 bool has_undo_of_files(const cache_paths &paths);
 
-// Nothing for a name that no slot has. The library's own name of the refused one counts too.
+// Returns nullopt when no slot has this name. Accepts the library's own name for the refused slot
+// too.
 std::optional<k_slot> slot_of(std::string_view name);
 
-// As the next start finds it: while a commit has not ended, what it keeps of the configuration
-// before it is in force.
+// Reads a slot as the next start finds it: until a commit has ended, the configuration that it
+// keeps is still in force.
 stored_k read_slot(const cache_paths &paths, k_slot slot);
 
 }  // namespace zotconf

@@ -18,7 +18,7 @@ cache_owner::cache_owner(const fs::path &conf_root) : user_(::geteuid()), group_
 
 void cache_owner::take(const fs::path &made) const {
   struct stat found {};
-  // A file system without owners shows the same one everywhere.
+  // On a file system without owners every file has the same owner, so nothing has to change.
   if (::geteuid() != 0 || ::lstat(made.c_str(), &found) != 0 ||
       (found.st_uid == user_ && found.st_gid == group_)) {
     return;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// To whom belongs what root makes in the cache of a service that is not root.
+// The owner of files that root creates in the cache of a service that does not run as root.
 #pragma once
 
 #include <sys/types.h>
@@ -10,13 +10,14 @@
 
 namespace zotconf {
 
-// The owner and the group of the persistent directory. What root leaves to itself there, a later
-// commit of the service could neither replace nor remove.
+// The user and group that own the persistent directory. If root kept its files there for itself, a
+// later commit of the service could neither replace nor remove them.
 class cache_owner {
  public:
   explicit cache_owner(const fs::path &conf_root);
 
-  // Hands over what this process has just made; links are not followed. Only root has to.
+  // Makes this user and group the owners of a file that this process has just created. Does not
+  // follow links. Does nothing unless the process runs as root.
   void take(const fs::path &made) const;
 
  private:
@@ -24,7 +25,7 @@ class cache_owner {
   gid_t group_;
 };
 
-// What the library makes at a start where it is missing, and was missing here.
+// The files and directories that the library creates at a start and that do not exist yet.
 std::vector<fs::path> missing_of_start(const cache_paths &paths);
 
 }  // namespace zotconf

@@ -39,7 +39,7 @@ const mark_text &text_of(uint32_t mark) {
   return *found;
 }
 
-// A list of the library's records.
+// Owns a list of the library's records.
 class record_list {
  public:
   explicit record_list(judge &by) : by_(by) { zot_list_init(&head_); }
@@ -78,7 +78,7 @@ zot_k record_of(const stored_k &k) {
   return record;
 }
 
-// The marks of the merged entries, in their order.
+// The marks of the merged entries, in the order of the entries.
 std::vector<uint32_t> marks_of(const stored_k &from, const stored_k &to) {
   judge by;
   record_list before(by);
@@ -97,7 +97,7 @@ std::vector<uint32_t> marks_of(const stored_k &from, const stored_k &to) {
 }
 
 struct totals {
-  std::array<uint64_t, marks.size()> entries{};  // as `marks`
+  std::array<uint64_t, marks.size()> entries{};  // in the order of `marks`
   uint64_t bytes_before = 0;
   uint64_t bytes_after = 0;
 

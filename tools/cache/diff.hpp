@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf diff`: what changes from one K to another, marked by the library's own rule.
+// `zotconf diff`: the changes from one K to another, marked by the library's own rule.
 #pragma once
 
 #include <cstdint>
@@ -21,10 +21,10 @@ struct diff_options {
   entry_filter filter;
   bool all = false;        // unchanged entries too
   bool stat = false;       // totals by category instead of entries
-  bool exit_code = false;  // exit_different when entries differ
+  bool exit_code = false;  // return exit_different when entries differ
 };
 
-// One entry of either K.
+// One entry that either K has, or both.
 struct difference {
   uint32_t mark = 0;  // ZOT_STAT_ADDED, ZOT_STAT_DELETED, ZOT_STAT_MODIFIED or ZOT_STAT_UNCHANGED
   std::optional<listed_file> before;
@@ -33,7 +33,7 @@ struct difference {
   [[nodiscard]] const listed_file &entry() const { return after ? *after : *before; }
 };
 
-// The entries of two good K, by category and key.
+// The entries of two good K, sorted by category and key.
 std::vector<difference> differences(const stored_k &from, const stored_k &to);
 
 // Returns an exit status; throws std::runtime_error when one of the K is missing or damaged.

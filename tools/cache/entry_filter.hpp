@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which entries of a K a user wants to see.
+// A filter for the entries of a K.
 #pragma once
 
 #include <string>
@@ -12,11 +12,11 @@ namespace zotconf {
 struct entry_filter {
   entry_filter() { zot_catset_set_all(&categories); }
 
-  // Whether the filter takes an entry.
+  // Whether the filter lets an entry pass.
   [[nodiscard]] bool takes(const published_file &file) const;
 
   zot_catset categories{};
-  std::string key_glob;  // a pattern of the shell; empty: any key
+  std::string key_glob;  // a shell pattern; empty: any key
 };
 
 }  // namespace zotconf

@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char *no_state = nullptr;
 
-// What stands in the way of reading a file at all.
+// Returns a word for what prevents reading a file, or no_state.
 const char *unreadable_state(const fs::path &path) {
   std::error_code failed;
   const fs::file_status status = fs::status(path, failed);
@@ -66,7 +66,7 @@ class examination {
          .file = {}});
   }
 
-  // The library stops at the first of the two files that is bad, a person wants both.
+  // The library stops at the first bad file of the two; a person wants to see both.
   void look_at_k(k_slot slot) {
     const stored_k &k = found_.slot(slot);
     if (!k.wrong) {
@@ -110,7 +110,7 @@ class examination {
     for (const listed_file &file : k.files) {
       const fs::path path = path_of(file, k.root);
       work.advance(file.size);
-      // A reboot or an interrupted get leaves a scratch area without its files.
+      // After a reboot or an interrupted get the files of the scratch area may be missing.
       if (slot == k_slot::scratch && !is_there(path)) {
         ++absent;
         continue;
@@ -158,7 +158,7 @@ class examination {
     }
   }
 
-  // What a commit has left, and what it means for what was found.
+  // Adds what a commit has left behind, and what that means for the damage found.
   void look_ahead() {
     const auto bad = std::ranges::find(found_.damaged, k_slot::current, &damage::slot);
     found_.outlook = outlook_of(found_.commit, found_.slot(k_slot::current),

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every K, checksum and file of the cache and of the scratch area held against what announces it.
+// Checks every K, checksum file and GPB file of the cache and of the scratch area.
 #pragma once
 
 #include <array>
@@ -22,11 +22,11 @@ struct damage {
   const char *state = "";  // one word for programs: "missing", "wrong_size" and so on
   fs::path path;
   library_status wrong;
-  bool is_harmless = false;         // the next get overwrites it unread
+  bool is_harmless = false;         // the next get overwrites it without reading it
   std::optional<listed_file> file;  // for "gpb"
 };
 
-// What a person may want to know and is no damage.
+// An observation that is not damage.
 struct verify_note {
   const char *kind = "";
   fs::path path;
@@ -35,21 +35,21 @@ struct verify_note {
 
 struct findings {
   open_commit commit;
-  commit_outlook outlook;  // of the commit
+  commit_outlook outlook;  // what follows from an open commit
   std::array<stored_k, k_slots.size()> slots;
   std::vector<damage> damaged;
   std::vector<verify_note> notes;
-  uint64_t files = 0;  // looked at
-  uint64_t bytes = 0;  // that K announces for them
+  uint64_t files = 0;  // checked
+  uint64_t bytes = 0;  // total size of these files as stated in K
 
   [[nodiscard]] const stored_k &slot(k_slot which) const {
     return slots.at(static_cast<size_t>(which));
   }
-  // No damage that counts, and no commit that has to be undone.
+  // True when there is no harmful damage and no interrupted commit to undo.
   [[nodiscard]] bool is_clean() const;
 };
 
-// Looks at everything; with `strict` no damage is harmless.
+// Checks everything. With `strict`, no damage counts as harmless.
 findings examine(const cache_paths &paths, bool strict, const console &where);
 
 }  // namespace zotconf

@@ -15,7 +15,7 @@ namespace {
 
 struct directory {
   fs::path path;
-  const char *label;  // the library's
+  const char *label;  // the library's name for the directory
 };
 
 std::array<directory, 4> directories(const cache_paths &paths) {
@@ -25,8 +25,8 @@ std::array<directory, 4> directories(const cache_paths &paths) {
            {paths.tmp_root / "config", "tmp GPB root"}}};
 }
 
-// The library's own refusal. It comes before the library creates a directory, and nothing else is
-// asked of it here.
+// The library's error when it refuses the paths. It is called only for paths that it refuses, which
+// it does before it creates a directory.
 std::optional<library_status> refusal(const cache_paths &paths) {
   const bool conf_passes = paths.dev_mode || zot::is_plain_shell_word(paths.conf_root.c_str());
   if (conf_passes && zot::is_plain_shell_word(paths.tmp_root.c_str())) {
@@ -38,12 +38,12 @@ std::optional<library_status> refusal(const cache_paths &paths) {
   return by.recorded(status);
 }
 
-// The error with which a directory could not be written, 0 for none.
+// The errno with which a write to a directory would fail, or 0.
 int write_error(const fs::path &path) {
   return ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
 
-// The error with which a missing directory could not be created, 0 for none.
+// The errno with which the creation of a missing directory would fail, or 0.
 int create_error(fs::path path) {
   std::error_code ignored;
   while (!is_there(path) && path.has_parent_path() && path != path.parent_path()) {
@@ -59,7 +59,8 @@ bool fails(next_get &next, library_status error) {
   return true;
 }
 
-// What the library does to its directories before anything else. True when it ends there.
+// Predicts the first step of a start, in which the library creates its directories. Returns true
+// when the start ends there.
 bool ends_at_directories(const cache_paths &paths, next_get &next) {
   if (auto refused = refusal(paths)) {
     next.outcome = "refused";
@@ -115,7 +116,7 @@ std::string nothing_in_force(const slot_state &current) {
 void foresee_update(const slot_states &slots, next_get &next) {
   const slot_state &current = slots[static_cast<size_t>(k_slot::current)];
   const slot_state &corrupted = slots[static_cast<size_t>(k_slot::refused)];
-  // For what was rolled back the library reads no list of files.
+  // The library does not read the file list of the rolled-back K, so `is_loadable` is enough here.
   if (corrupted.k.is_loadable) {
     next.sentences.push_back("a K equal to the rolled-back one (" + named(corrupted.k) +
                              ") is answered with -13; zotconf forget takes that back");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the next get would do, by the rules by which the library starts and checks for an update.
+// Predicts what the next get would do, by the library's rules for a start and for an update check.
 #pragma once
 
 #include <array>
@@ -17,11 +17,11 @@ namespace zotconf {
 struct slot_state {
   k_slot slot = k_slot::current;
   stored_k k;
-  std::optional<library_status> wrong;  // of the K, or of the first bad file of the one in force
-  std::string bad_file;                 // that file; empty when K itself is wrong
+  std::optional<library_status> wrong;  // error of K, or of the first bad file in force
+  std::string bad_file;                 // the bad file; empty when K itself is bad
 
   [[nodiscard]] bool is_good() const { return k.is_present && !wrong; }
-  // The file that is to blame when something is wrong.
+  // The file that causes the error.
   [[nodiscard]] std::string culprit() const {
     return bad_file.empty() ? k.bad_file().string() : bad_file;
   }
@@ -33,7 +33,7 @@ using slot_states = std::array<slot_state, k_slots.size()>;
 struct next_get {
   const char *outcome = "";             // one word for programs
   std::vector<std::string> sentences;   // for people
-  std::optional<library_status> error;  // with which it would fail
+  std::optional<library_status> error;  // the error with which it would fail
 };
 
 next_get foresee(const cache_paths &paths, const open_commit &commit, const slot_states &slots);

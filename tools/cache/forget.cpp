@@ -24,7 +24,8 @@ void remove_file(const fs::path &path) {
   }
 }
 
-// A K without its checksum file refuses nothing, so the removal may end between the two.
+// Removes the checksum file first: a K without it refuses nothing, so an interruption between the
+// two does no harm.
 void remove_refused(const cache_paths &paths) {
   const fs::path knowledge = paths.conf_root / "knowledge";
   remove_file(knowledge / "corrupted.checksum");
@@ -35,7 +36,7 @@ void remove_refused(const cache_paths &paths) {
   }
 }
 
-// What was refused; not present when nothing was.
+// Returns the K that was refused; it is not present when there was none.
 stored_k forget_refused(const cache_paths &paths) {
   if (paths.dev_mode) {
     throw std::runtime_error("dev mode: " + paths.conf_root.string() +

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf forget`: takes back a roll-back, so that the same configuration is offered again.
+// `zotconf forget`: cancels a rollback, so that the same configuration is offered again.
 #pragma once
 
 #include "tools/output/console.hpp"

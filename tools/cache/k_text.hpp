@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How commands write a K: as lines for people and as members of a JSON object.
+// How the commands print a K: as lines of text, or as members of a JSON object.
 #pragma once
 
 #include <optional>
@@ -11,10 +11,10 @@
 
 namespace zotconf {
 
-// A K by the name that a person knows it by: "config ID 0f8f…", else "checksum 4be1…".
+// A short name of a K for people: "config ID 0f8f…", or "checksum 4be1…" without an ID.
 std::string named(const stored_k &k);
 
-// "absent", "damaged" or "good", and how a terminal shows it.
+// "absent", "damaged" or "good", and its colour on a terminal.
 struct state_text {
   const char *word;
   colour with;
@@ -22,13 +22,13 @@ struct state_text {
 
 state_text state_of(bool is_present, const std::optional<library_status> &wrong);
 
-// {"code", "name", "text"}, or null for nothing.
+// Sets {"code", "name", "text"}, or null without a status.
 void set_status(json_node into, const char *name, const std::optional<library_status> &status);
 
-// Paths, metadata, entries, bytes, checksum and time; what cannot be told is null.
+// Sets paths, metadata, entries, bytes, checksum and time; what is not known is null.
 void set_k(json_node into, const stored_k &k);
 
-// The same for people, a line each.
+// Prints the same as text, one line each.
 void print_k(const console &where, const stored_k &k);
 
 }  // namespace zotconf

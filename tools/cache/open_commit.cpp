@@ -19,7 +19,7 @@ bool is_folder(const fs::path &path) {
   return fs::is_directory(fs::symlink_status(path, failed));
 }
 
-// The folders of a commit that lie in the cache.
+// Finds the folders that a commit has left in the cache.
 open_commit folders_of(const cache_paths &paths) {
   open_commit found;
   if (const fs::path undo = undo_folder(paths); is_folder(undo)) {
@@ -89,7 +89,7 @@ void tell_next_start(const open_commit &commit, const stored_k &current,
 }  // namespace
 
 open_commit find_open_commit(const cache_paths &paths) {
-  // Nothing is committed to a folder of a developer, and nothing is undone there.
+  // In dev mode nothing is committed or undone.
   if (paths.dev_mode) {
     return {};
   }
@@ -103,7 +103,7 @@ open_commit find_open_commit(const cache_paths &paths) {
     found.leftovers.clear();
     return found;
   }
-  // The commit may have ended before the lock was free.
+  // Look again: the commit may have ended just before this lock was taken.
   found = folders_of(paths);
   found.state = found.undo.empty() ? commit_state::none : commit_state::interrupted;
   return found;

@@ -22,7 +22,7 @@ std::string host_of(const cache_paths &paths) {
   return "127.0.0.1:" + std::to_string(paths.port);
 }
 
-// The K that the service offers, with its checksum file, judged by the library.
+// The K and the checksum file that the service offers, checked by the library.
 class published_k {
  public:
   published_k(const cache_paths &paths, const element &who, const fs::path &folder) {
@@ -35,7 +35,7 @@ class published_k {
       throw std::runtime_error("a path is too long: " + to);
     }
     to.copy(handle->tmp_root, to.size());
-    // As the library does: the checksum first.
+    // The same order as in the library: the checksum first.
     if (fetch(host_of(paths), 1) && fetch(host_of(paths), 0)) {
       k_ = read_k_file(folder / "subsys.k", folder / "subsys.checksum", "");
     }
@@ -60,10 +60,11 @@ class published_k {
   stored_k k_;
 };
 
-// What was rolled back while some of it was damaged is not in force, and stays so.
+// A configuration that was rolled back while it was damaged is not in force, and a repair must not
+// bring it back.
 constexpr const char *of_refused = "this configuration was rolled back";
 
-// One file of each K still tells which one it is when the other is damaged.
+// Compares both files of each K: when one is damaged, the other still identifies the K.
 bool is_refused(const findings &found) {
   const stored_k &current = found.slot(k_slot::current);
   const stored_k &refused = found.slot(k_slot::refused);
@@ -77,8 +78,9 @@ bool is_of_cached_k(const damage &bad) {
   return bad.slot != k_slot::scratch && !bad.file;
 }
 
-// Restores K from its checksum, or the checksum file from K: one of the two has to bear witness
-// that the service offers the very K of this slot. Empty when done.
+// Restores K if its checksum file matches the service's, or the checksum file if K matches. One of
+// the two must prove that the service offers the K of this slot. Returns an empty text on success,
+// else the reason.
 std::string restore_k(k_slot slot, const stored_k &stored, const stored_k &offered,
                       workshop &shop) {
   if (!offered.is_good()) {
@@ -98,7 +100,7 @@ std::string restore_k(k_slot slot, const stored_k &stored, const stored_k &offer
   return "";
 }
 
-// One attempt to bring the bad files of the configuration in force back.
+// One attempt to fetch the bad files of the configuration in force.
 class file_repair {
  public:
   file_repair(const cache_paths &paths, const findings &found, const console &where, size_t total)
@@ -121,7 +123,7 @@ class file_repair {
     work_.advance(file.size);
   }
 
-  // The service answers for a set as a whole, so what it refuses is asked for in halves.
+  // The service answers a request as a whole, so a refused request is split in half and repeated.
   void fetch(std::span<const listed_file> files) {
     const int result = download(files);
     if (result > 0) {
@@ -160,14 +162,14 @@ class file_repair {
         zot_priv_fmt_get_k_curl_error(by.handle(), result, {}, url().c_str(), "GPB files", 0));
   }
 
-  // config/Category/key/version, as an archive names it.
+  // The name of a file in the archive: config/Category/key/version.
   static std::string member_of(const listed_file &file) { return path_of(file, "").string(); }
 
   void bring_in(std::span<const listed_file> files) {
     std::map<std::string, wanted_member> wanted;
     for (const listed_file &file : files) {
       const fs::path to = path_of(file, shop_.folder());
-      std::error_code impossible;  // K may hold a name that no file can have
+      std::error_code impossible;  // K may hold a name that is not valid as a file name
       fs::create_directories(to.parent_path(), impossible);
       if (impossible) {
         continue;
@@ -186,7 +188,7 @@ class file_repair {
     }
   }
 
-  // Puts a fetched file in its place when it is what K announces.
+  // Moves a fetched file to its place if it matches K.
   void settle(const listed_file &file, const std::string &archive_error) {
     const fs::path fetched = path_of(file, shop_.folder());
     if (!is_there(fetched)) {
@@ -218,7 +220,7 @@ class file_repair {
 
 repair_outcome undo_commit(const cache_paths &paths, const element &who) {
   options settings{.subsystem = who.subsys, .index = who.index, .timeout = 0, .timeout_gpb = 0};
-  // What goes wrong is told by the outcome.
+  // Not logged: the outcome reports the errors.
   settings.log.function = [](const log_line & /*line*/) {};
   std::string reason;
   const std::vector<fs::path> missing = missing_of_start(paths);
@@ -254,7 +256,7 @@ repair_report repair_k(const cache_paths &paths, const element &who, const findi
   const bool is_in_force = std::ranges::any_of(found.damaged, [](const damage &bad) {
     return is_of_cached_k(bad) && bad.slot == k_slot::current;
   });
-  // What is not in force does not keep the files from their repair.
+  // When only other slots are damaged, a service error does not stop the repair of the files.
   if (offered.error() && is_in_force) {
     report.service_error = offered.error();
     return report;

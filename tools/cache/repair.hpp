@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Fetches again what is bad in the persistent cache, and nothing else.
+// Repairs the persistent cache: fetches the bad files again and changes nothing else.
 #pragma once
 
 #include <optional>
@@ -11,26 +11,26 @@
 
 namespace zotconf {
 
-// What became of one bad file.
+// The result for one bad file.
 struct repair_outcome {
   fs::path path;
   const char *result = "";  // "repaired", "not_available", "still_bad" or "not_restorable"
-  std::string text;         // why it is not repaired
+  std::string text;         // why it was not repaired
 };
 
 struct repair_report {
   std::vector<repair_outcome> outcomes;
-  std::optional<library_status> service_error;  // with which the service ended the repair
+  std::optional<library_status> service_error;  // the service's error that ended the repair
 };
 
-// Lets the library undo an interrupted commit, as it does at a start.
+// Starts the library, which undoes an interrupted commit.
 repair_outcome undo_commit(const cache_paths &paths, const element &who);
 
-// The K in force and its checksum file. Other K of the cache can be fetched from nowhere, which the
-// report says of them.
+// Repairs the K in force and its checksum file. The other K of the cache can be restored only while
+// the service offers the same K; the report says so for each.
 repair_report repair_k(const cache_paths &paths, const element &who, const findings &found);
 
-// The files of the configuration in force.
+// Repairs the files of the configuration in force.
 repair_report repair_files(const cache_paths &paths, const findings &found, const console &where);
 
 }  // namespace zotconf

@@ -15,9 +15,10 @@
 namespace zotconf {
 namespace {
 
-// st_blocks counts these, whatever blocks the file system has.
+// The unit of st_blocks, on every file system.
 constexpr uint64_t stat_block = 512;
-// The undo folder, and in it a name for each K file and for the folder of the files.
+// The undo folder, and in it one name for each of the six K files and one for the folder of the GPB
+// files.
 constexpr uint64_t undo_folders = 1;
 constexpr uint64_t undo_names = 7;
 
@@ -25,9 +26,10 @@ uint64_t in_blocks(uint64_t size, uint64_t block_size) {
   return (size + block_size - 1) / block_size * block_size;
 }
 
-// What names take beyond the first block of their folder, which may be half full in all of them.
+// The directory blocks that names need beyond the first block of each folder. A directory may be
+// only half full, so the length of the names counts twice.
 uint64_t names_in_folders(const std::set<fs::path> &folders, const volume &on) {
-  // What a directory keeps beside each name.
+  // What a directory stores with each name.
   constexpr uint64_t entry_head = 12;
   std::map<fs::path, uint64_t> names;
   for (const fs::path &folder : folders) {
@@ -52,13 +54,13 @@ std::optional<volume> volume_of(const cache_paths &paths) {
   }
   volume on;
   on.folder_size = static_cast<uint64_t>(folder.st_blocks) * stat_block;
-  // Some file systems give their files larger units than they count in.
+  // Some file systems allocate larger units than f_frsize.
   on.block_size = std::max(uint64_t{found.f_frsize}, on.folder_size);
   for (const char *const name : {"subsys.k", "subsys.checksum", "prev_subsys.k",
                                  "prev_subsys.checksum", "corrupted.k", "corrupted.checksum"}) {
     on.absent_k_files += is_there(paths.conf_root / "knowledge" / name) ? 0 : 1;
   }
-  // A file system without a size of its own tells none.
+  // A file system without a fixed size reports 0 here.
   if (found.f_blocks != 0) {
     on.free_bytes = uint64_t{found.f_bavail} * found.f_frsize;
   }
@@ -83,7 +85,7 @@ room room_of(const stored_k &k, const volume &on) {
       folders.insert(at);
     }
   }
-  // An absent file is kept as a folder.
+  // The undo folder marks an absent K file by an empty folder.
   needed.needed_bytes += (folders.size() + undo_folders + on.absent_k_files) * on.folder_size;
   needed.needed_bytes += names_in_folders(folders, on);
   needed.needed_files = k.files.size() + 2 + folders.size() + undo_folders + undo_names;

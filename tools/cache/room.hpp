@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether an update fits beside the configuration in force. Where it does not, a commit removes the
-// old files first.
+// Whether an update fits into the free space next to the configuration in force. If not, a commit
+// removes the old files first.
 #pragma once
 
 #include <cstdint>
@@ -14,23 +14,23 @@ namespace zotconf {
 // The file system that the cache lies on.
 struct volume {
   uint64_t block_size = 1;
-  uint64_t folder_size = 0;            // bytes that a folder takes
-  uint64_t absent_k_files = 0;         // of those that a commit keeps
-  std::optional<uint64_t> free_bytes;  // for the user of this process; nothing: no limit
-  std::optional<uint64_t> free_files;  // the same
+  uint64_t folder_size = 0;            // bytes that an empty folder takes
+  uint64_t absent_k_files = 0;         // how many of the K files that a commit keeps are absent
+  std::optional<uint64_t> free_bytes;  // available to this user; nullopt: no limit
+  std::optional<uint64_t> free_files;  // likewise
 };
 
-// Nothing when the cache is not there.
+// Returns nullopt when the cache does not exist.
 std::optional<volume> volume_of(const cache_paths &paths);
 
-// What a configuration takes on that file system.
+// The space that a configuration needs on that file system.
 struct room {
   uint64_t needed_bytes = 0;
-  uint64_t needed_files = 0;  // with folders, K and what a commit keeps
+  uint64_t needed_files = 0;  // includes folders, K files and what a commit keeps
   std::optional<uint64_t> free_bytes;
   std::optional<uint64_t> free_files;
 
-  // Whether another one of this size fits beside it.
+  // Whether another configuration of this size fits next to it.
   [[nodiscard]] bool fits_beside() const {
     return (!free_bytes || needed_bytes <= *free_bytes) &&
            (!free_files || needed_files <= *free_files);
@@ -39,7 +39,7 @@ struct room {
 
 room room_of(const stored_k &k, const volume &on);
 
-// The member "room" of a command's JSON; null for nothing.
+// Sets the member "room" in a command's JSON; null for nullopt.
 void set_room(json_node into, const std::optional<room> &told);
 
 inline constexpr const char *room_warning =

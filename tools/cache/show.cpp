@@ -17,7 +17,7 @@
 namespace zotconf {
 namespace {
 
-// The entries that were asked for.
+// The entries that the filter selects.
 struct selection {
   std::vector<listed_file> files;
   uint64_t bytes = 0;

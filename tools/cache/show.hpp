@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf show`: what a K says about itself, and its entries.
+// `zotconf show`: prints the metadata of a K and its entries.
 #pragma once
 
 #include <string>

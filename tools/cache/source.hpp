@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The K that a user names on the command line.
+// Finds the K that a user names on the command line.
 #pragma once
 
 #include <string>
@@ -9,13 +9,14 @@
 
 namespace zotconf {
 
-// What a user named: a slot ("current", "last", "refused", "scratch"), a publication folder, or a
-// K file, with its checksum file when one lies beside it. `who` names the element of a publication
-// that has several; its index may be empty otherwise. Throws std::runtime_error when `name` is
-// none of them.
+// `name` is a slot ("current", "last", "refused", "scratch"), a publication folder, or a K file.
+// The checksum file next to a K file is read if there is one. `who` selects the element in a
+// publication folder that has several; its index may be empty otherwise. Throws std::runtime_error
+// when `name` is none of these.
 stored_k read_source(const std::string &name, const element &who);
 
-// The same, good. Throws std::runtime_error with the library's text otherwise.
+// The same, but also throws std::runtime_error with the library's text when K is missing or
+// damaged.
 stored_k read_good_source(const std::string &name, const element &who);
 
 }  // namespace zotconf

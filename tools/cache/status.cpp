@@ -15,8 +15,8 @@
 namespace zotconf {
 namespace {
 
-// Looks for the first bad file of the configuration in force, as a starting process does: one is
-// enough for it to have nothing in force.
+// Finds the first bad file of the configuration in force. One is enough: a starting process then
+// has nothing in force.
 void check_files(slot_state &state, const console &where) {
   progress work(where, "checked", state.k.files.size());
   for (const listed_file &file : state.k.files) {
@@ -43,17 +43,17 @@ slot_states read_slots(const cache_paths &paths, const console &where) {
   return states;
 }
 
-// All that the command tells.
+// Everything that the command prints.
 struct cache_status {
   cache_paths paths;
   slot_states slots;
   commit_outlook commit;
-  std::optional<room> needed;  // nothing: not known
+  std::optional<room> needed;  // nullopt: not known
   next_get next;
 };
 
-// An update is measured by the configuration in force. Beside an open commit, what is free now is
-// not what the next commit finds.
+// Takes the configuration in force as the size of an update. Returns nullopt during an open commit,
+// because the free space changes before the next one.
 std::optional<room> find_room(const cache_paths &paths, const open_commit &commit,
                               const slot_state &current) {
   const auto on = volume_of(paths);

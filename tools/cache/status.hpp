@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf status`: what lies in an element's cache and what the next get would make of it, told
-// from the disk alone and without writing to it.
+// `zotconf status`: prints what an element's cache contains and what the next get would do with it.
+// Reads only the disk and writes nothing.
 #pragma once
 
 #include "tools/output/console.hpp"

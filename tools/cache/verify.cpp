@@ -18,11 +18,11 @@
 namespace zotconf {
 namespace {
 
-// What the command tells in the end.
+// The final report of the command.
 struct verdict_of_verify {
   cache_paths paths;
-  findings found;                       // after the repair, where there was one
-  std::optional<repair_report> repair;  // nothing: none was asked for
+  findings found;                       // after the repair, if there was one
+  std::optional<repair_report> repair;  // nullopt: no repair was requested
 };
 
 std::string spaced(std::string word) {
@@ -34,7 +34,7 @@ int64_t count_of_bad(const findings &found) {
   return std::ranges::count(found.damaged, false, &damage::is_harmless);
 }
 
-// Whether there is nothing to check but, perhaps, what a get has left in the scratch area.
+// Whether there is nothing to check, except perhaps what a get has left in the scratch area.
 bool is_empty(const findings &found) {
   const auto is_absent = [&found](k_slot slot) {
     return slot == k_slot::scratch || !found.slot(slot).is_present;
@@ -175,7 +175,7 @@ void append(repair_report &into, repair_report more) {
   into.service_error = std::move(more.service_error);
 }
 
-// K first: only a good one tells which files are bad.
+// Repairs K first: only a good K shows which files are bad.
 void repair_found(const verify_options &options, verdict_of_verify &told, const console &where) {
   told.repair.emplace();
   if (told.found.is_clean()) {
@@ -191,7 +191,7 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
   if (told.found.commit.is_interrupted()) {
     told.repair->outcomes.push_back(undo_commit(told.paths, options.who));
     told.found = examine(told.paths, options.strict, where);
-    // Files put in place now would be replaced when the commit is undone.
+    // No file repair during an open commit: its undo would replace the files.
     if (told.found.is_clean() || !told.found.commit.undo.empty()) {
       return;
     }

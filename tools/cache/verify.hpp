@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf verify`: every K, checksum and file of the cache and of the scratch area held against
-// what announces it, and what is bad fetched again on demand.
+// `zotconf verify`: checks every K, checksum file and GPB file of the cache and of the scratch
+// area, and fetches the bad ones again on request.
 #pragma once
 
 #include "tools/model/names.hpp"
@@ -9,8 +9,8 @@
 namespace zotconf {
 
 struct verify_options {
-  element who{.subsys = "AP", .index = ""};  // whose K is asked for by a repair
-  bool strict = false;                       // damage of the scratch area counts
+  element who{.subsys = "AP", .index = ""};  // the element whose K a repair requests
+  bool strict = false;                       // damage in the scratch area counts too
   bool repair = false;
 };
 

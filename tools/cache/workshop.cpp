@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Another process may have committed or rolled back until the lock was free.
+// Another process may have committed or rolled back before the lock was free.
 void refuse_changes(const cache_paths &paths, const findings &found) {
   const auto is_changed = [&](k_slot slot) {
     const stored_k now = read_slot(paths, slot);
@@ -51,7 +51,7 @@ workshop::workshop(const cache_paths &paths, const findings &found, std::chrono:
       folder_(root_ / ".repair"),
       owner_(root_) {
   refuse_changes(paths, found);
-  // An interrupted repair leaves its folder behind.
+  // A previous repair that was interrupted has left its folder.
   fs::remove_all(folder_);
   fs::create_directory(folder_);
 }

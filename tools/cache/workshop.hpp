@@ -11,17 +11,20 @@
 
 namespace zotconf {
 
-// Locks a cache as the library does. Throws std::exception when it stays locked for that long.
+// Locks a cache as the library does. Throws std::exception when the cache stays locked longer than
+// `wait`.
 zot::descriptor lock_cache(const fs::path &root, std::chrono::milliseconds wait);
 
-// A folder inside the cache's file system, so that what is good there can be renamed to its place.
-// One repair works at a time, and none beside a process that changes the cache.
+// A temporary folder in the cache's file system, so that repaired files can be renamed to their
+// place. Holds the lock of the cache, so only one repair runs, and none while another process
+// changes the cache.
 class workshop {
  public:
-  // No call of a process that uses the cache holds it longer, as long as its service answers.
+  // No call of the library holds the lock longer while its service answers.
   static constexpr std::chrono::milliseconds longest_wait{30'000};
 
-  // Throws std::runtime_error when the cache stays locked so long, or is not as it was found.
+  // Throws std::runtime_error when the cache stays locked longer than `wait`, or has changed since
+  // `found`.
   workshop(const cache_paths &paths, const findings &found,
            std::chrono::milliseconds wait = longest_wait);
   workshop(const workshop &) = delete;
@@ -30,17 +33,17 @@ class workshop {
 
   [[nodiscard]] const fs::path &folder() const { return folder_; }
 
-  // Everything written so far is on the medium.
+  // Writes everything so far to the medium.
   void flush() const;
 
-  // Puts a file of the folder in its place, whatever stands there.
+  // Renames a file of the folder to its place and replaces whatever is there.
   void place(const fs::path &from, const fs::path &to);
 
-  // The same with a copy, for what more than one place needs.
+  // The same with a copy, for a file that is needed in several places.
   void place_copy(const fs::path &from, const fs::path &to);
 
-  // Makes a path a directory. False when a symbolic link stands there: what lies behind it is not
-  // the cache's.
+  // Makes `path` a directory. Returns false when a symbolic link is there: its target is not part
+  // of the cache.
   bool make_directory(const fs::path &path);
 
  private:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The command line: its commands, their options and the texts of their help, from which the manual
-// pages and the shell completion are made as well.
+// The command line: the commands, their options and their help texts. The manual pages and the
+// shell completion are generated from the same data.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -17,12 +17,12 @@
 
 namespace zotconf {
 
-// What a command's help says beside its options.
+// The help of a command, without its options.
 struct command_text {
   const char *name;
   const char *summary;   // one line
-  const char *about;     // what a user has to know beside the options; may be empty
-  const char *examples;  // command lines, one a line
+  const char *about;     // what the options do not say; may be empty
+  const char *examples;  // command lines, one per line
   std::vector<exit_status> exits;
 };
 
@@ -33,8 +33,8 @@ class command_line {
   command_line &operator=(const command_line &) = delete;
   ~command_line();
 
-  // Adds a command that runs `command` with the options that its own options fill. Each command has
-  // --json and --help.
+  // Adds a command. `command` receives the options after the command line has filled them. Every
+  // command also has --json and --help.
   template <class Options>
   CLI::App &add(const command_text &text, const std::shared_ptr<Options> &options,
                 int (*command)(const Options &, const console &)) {
@@ -42,7 +42,7 @@ class command_line {
         text, [options, command](const console &where) { return command(*options, where); });
   }
 
-  // Parses, runs the command and returns an exit status.
+  // Parses the arguments, runs the command and returns an exit status.
   int run(int argc, char **argv, std::ostream &out, std::ostream &err);
 
   [[nodiscard]] const CLI::App &app() const { return app_; }
@@ -60,20 +60,19 @@ class command_line {
   action chosen_;
 };
 
-// One for each group of commands.
+// One function for each group of commands.
 void add_service_commands(command_line &line);    // publish, prune, serve
 void add_element_commands(command_line &line);    // cycle, watch
 void add_cache_commands(command_line &line);      // status, verify, forget
 void add_look_commands(command_line &line);       // show, diff
 void add_reference_commands(command_line &line);  // explain, categories
 
-// Every command.
 void add_all_commands(command_line &line);
 
-// A check that answers with an empty text, or with what is wrong.
+// Makes a validator of a check that returns an empty text or an error.
 CLI::Validator checked_by(std::string (*check)(std::string_view));
 
-// The options that name an element.
+// Add the options that identify an element.
 void add_subsys(CLI::App &command, std::string &subsys);
 CLI::Option *add_index(CLI::App &command, std::string &index);
 

@@ -61,7 +61,7 @@ const command_text watch_text = {
         "zotconf watch --index 001122334455 --every 5m --apply ./apply.sh --json",
     .exits = {exit_success, exit_failure, exit_usage}};
 
-// What the options of an element say before they are checked against each other.
+// The options of an element as given, before they are checked together.
 struct element_words {
   cycle_options options;
   std::vector<std::string> categories = {"all"};
@@ -100,7 +100,7 @@ void resolve_element(element_words &words) {
   words.options.apply_timeout = parse_duration(words.apply_timeout);
 }
 
-// Checks what one option alone cannot tell and fills in the rest.
+// Checks the options that depend on each other and fills in the rest.
 void resolve(cycle_words &words) {
   resolve_element(words);
   cycle_options &options = words.options;

@@ -42,7 +42,7 @@ void add_element(CLI::App &command, element &who) {
       ->description("the element's index, for a publication folder that holds several");
 }
 
-// Both filters; an unknown category is wrong usage.
+// Adds both filter options. An unknown category is a usage error.
 void add_filter(CLI::App &command, entry_filter &filter) {
   command
       .add_option_function<std::vector<std::string>>(

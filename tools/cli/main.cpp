@@ -10,7 +10,8 @@
 
 namespace {
 
-// A file must not take the number of a closed stream: what is printed would end up in it.
+// Opens closed standard streams on /dev/null. Otherwise the next file opened would get the number
+// of one, and output would be written into that file.
 void occupy_standard_streams() {
   int fd = 0;
   do {

@@ -47,7 +47,7 @@ const command_text serve_text = {
     .examples = "zotconf serve pub\nzotconf serve pub --port 0 --bind ::1",
     .exits = {exit_success, exit_failure, exit_usage}};
 
-// What the options say before they are read as numbers.
+// The options as given, before they are parsed as numbers.
 struct publish_words {
   publish_options options;
   std::string max_removed;

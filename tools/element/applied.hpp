@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a command has applied last. It need not be what is in force: the commit may have failed, or
-// another process may have decided otherwise.
+// The configuration that the command applied last. It may differ from the one in force: the commit
+// may have failed, or another process may have committed or rolled back.
 #pragma once
 
 #include <map>
@@ -15,14 +15,15 @@ namespace zotconf {
 
 class applied_configuration {
  public:
-  // What a slot of a handle holds, in the categories that the command gets.
+  // Takes the configuration of a handle's slot, limited to the categories that the command
+  // receives.
   applied_configuration(const zot_slot &slot, const category_set &categories);
 
-  // Whether a slot holds the same K.
+  // Whether a slot has the same K.
   [[nodiscard]] bool is_in(const zot_slot &slot) const;
 
-  // What changes from this configuration to another one, which is listed whole; by category and
-  // key.
+  // The changes from this configuration to another, given as a complete list. Sorted by category
+  // and key.
   [[nodiscard]] std::vector<change_line> changes_to(const entries &whole) const;
 
  private:

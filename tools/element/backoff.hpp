@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Pauses between the attempts at something that fails. They grow, so that a service that is down is
-// not run over when it comes back, and differ by chance, so that many elements do not ask at once.
+// Pauses between retries. They grow, so that a service that comes back is not overloaded, and they
+// are random, so that many elements do not retry at the same time.
 #pragma once
 
 #include <algorithm>
@@ -13,12 +13,12 @@ class backoff {
  public:
   using milliseconds = std::chrono::milliseconds;
 
-  // Pauses lie between `shortest` and `longest`, both above 0.
+  // All pauses are between `shortest` and `longest`; both must be above 0.
   backoff(milliseconds shortest, milliseconds longest, std::random_device::result_type seed)
       : shortest_(std::min(shortest, longest)), longest_(longest), random_(seed) {}
 
-  // The first pause lies between once and twice the shortest one, each next one between the bounds
-  // doubled, until the upper bound is the longest one.
+  // The first pause is between one and two times the shortest. For each next pause both bounds
+  // double, until the upper bound is the longest pause.
   milliseconds next() {
     bound_ = bound_ < longest_ / 2 ? bound_ * 2 : longest_;
     const milliseconds low = std::max(shortest_, bound_ / 2);
@@ -26,7 +26,7 @@ class backoff {
         std::uniform_int_distribution<milliseconds::rep>(low.count(), bound_.count())(random_));
   }
 
-  // After a success.
+  // Starts again with the shortest pause. Call it after a success.
   void reset() { bound_ = shortest_; }
 
  private:

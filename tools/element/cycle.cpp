@@ -15,7 +15,7 @@
 namespace zotconf {
 namespace {
 
-// Lets the command say what becomes of the configuration.
+// Runs the command, whose exit status decides about commit or rollback.
 command_end ask_command(const cycle_options &chosen, const entries &list,
                         const std::optional<metadata> &from, const console &where,
                         cycle_report &report) {
@@ -27,7 +27,8 @@ command_end ask_command(const cycle_options &chosen, const entries &list,
   }
   write_change_list(change_list, lines_of(list), from);
   where.out() << std::flush;
-  // Beside one JSON document on standard output there is no room for what the command prints.
+  // With --json, standard output must hold one JSON document only, so the command prints to
+  // standard error.
   const std::string command = where.is_json() ? "exec >&2\n" + chosen.command : chosen.command;
   command_end end = chosen.apply_timeout
                         ? run_within(*chosen.apply_timeout, command, folder, change_list)
@@ -78,7 +79,7 @@ const outcome &outcome_of(const entries &list, bool is_new, const cycle_options 
   return is_new ? new_configuration : no_update;
 }
 
-// The library tells each file that it found good in a debug message.
+// The library logs a debug message for each file that it has found good.
 bool tells_a_good_file(const log_line &line) {
   return line.function == "zot_priv_chk_vail_gpb" && line.text.ends_with(": Done\n");
 }

@@ -22,29 +22,31 @@ struct cycle_options {
   std::string index;
   zot_catset categories{};
   uint32_t want = 0;            // ZOT_STAT_… bits
-  std::optional<fs::path> out;  // where the entries' bytes go
+  std::optional<fs::path> out;  // the folder for the entries' bytes
   verdict decide = verdict::none;
-  std::string command;  // for by_command
+  std::string command;  // for verdict::by_command
   std::optional<std::chrono::milliseconds> apply_timeout = {};
   uint32_t timeout = 0;
   uint32_t timeout_gpb = 0;
-  std::optional<uint32_t> log_level;  // nothing: the library logs nothing
+  std::optional<uint32_t> log_level;  // nullopt: no log
 };
 
-// Reads "all" or category names; nothing when a name is unknown, which `wrong` then holds.
+// Parses "all" or category names. Returns nullopt for an unknown name and stores the name in
+// `wrong`.
 std::optional<zot_catset> parse_categories(const std::vector<std::string> &names,
                                            std::string &wrong);
 
-// Reads change names, or one of "full" and "cached"; nothing when they do not fit.
+// Parses change names, or one of "full" and "cached". Returns nullopt when a name is unknown or
+// cannot be combined, and stores it in `wrong`.
 std::optional<uint32_t> parse_want(const std::vector<std::string> &names, std::string &wrong);
 
-// Creates the handle of the element that `from` names. The library logs to `err`, which has to live
-// as long. `verified`, if any, counts the files that the library finds good; it has to live as long
-// as well. Nothing when there is none, and `reason` tells why.
+// Creates the handle of the element that `from` describes. The library logs to `err`, and
+// `verified`, if not null, counts the files that the library finds good; both must outlive the
+// handle. Returns nullopt on failure and stores the reason in `reason`.
 std::optional<handle> create_handle(const cycle_options &from, std::ostream &err,
                                     std::string &reason, progress *verified = nullptr);
 
-// Returns an exit status; throws std::exception when entries cannot be written.
+// Returns an exit status. Throws std::exception when entries cannot be written.
 int run_cycle(const cycle_options &options, const console &where);
 
 }  // namespace zotconf

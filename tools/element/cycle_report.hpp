@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What `zotconf cycle` tells: for people as it happens, as JSON at the end.
+// The output of `zotconf cycle`: text while it runs, or JSON at the end.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@
 
 namespace zotconf {
 
-// What an entry can be marked as, in the order in which a summary counts them.
+// The marks of entries, in the order in which a summary counts them.
 inline constexpr std::array changes = {change::added,     change::modified, change::deleted,
                                        change::unchanged, change::full,     change::cached};
 
@@ -23,16 +23,16 @@ class cycle_report {
   cycle_report(const cycle_report &) = delete;
   cycle_report &operator=(const cycle_report &) = delete;
 
-  // What the get came to: `words` for people, `key` in JSON.
+  // The result of the get: `words` in text, `key` in JSON.
   void tell_entries(std::string_view key, std::string_view words, const entries &list);
   void tell_metadata(const std::optional<metadata> &from);
   void tell_apply(const std::string &end);
   void tell_verdict(std::string_view key, std::string_view words);
-  // A call that failed; `what` names it.
+  // Reports a failed call; `what` names it.
   void tell_failure(std::string_view what, const status &found);
-  // There is no handle, and so no status.
+  // Reports that no handle was created; there is no status in this case.
   void tell_no_handle(const std::string &reason);
-  // Prints the JSON document, where one is wanted. Nothing is told after it.
+  // Prints the JSON document if JSON was requested. Must be the last call.
   void finish();
 
  private:

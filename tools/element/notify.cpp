@@ -26,7 +26,7 @@ std::string take_variable(const char *name) {
   return result;
 }
 
-// 0 for anything but a number above 0.
+// Returns 0 unless the text is a number above 0.
 int64_t parse_count(std::string_view text) {
   int64_t count = 0;
   const char *const end = text.data() + text.size();
@@ -39,8 +39,7 @@ struct address {
   socklen_t size = 0;
 };
 
-// A path, or a name that begins with '@' for one that is in no file system; nothing for what is
-// neither.
+// Accepts a path, or a name that begins with '@' for an abstract socket; nullopt for anything else.
 std::optional<address> address_of(std::string_view socket) {
   address result;
   if (socket.size() < 2 || (socket[0] != '/' && socket[0] != '@') ||
@@ -65,8 +64,8 @@ notifier::notifier() : socket_(take_variable("NOTIFY_SOCKET")) {
   const std::string owner = take_variable("WATCHDOG_PID");
   const bool is_ours = owner.empty() || parse_count(owner) == ::getpid();
   if (interval > 0 && is_ours && !socket_.empty()) {
-    // Bounds for what no manager means: no rest between two signs, and no end that a clock can
-    // tell.
+    // Limits for values that make no sense: one too short to pause between two messages, or one too
+    // long for the clock.
     watchdog_ =
         std::clamp<std::chrono::microseconds>(std::chrono::microseconds(interval), 1ms, 24h);
     next_sign_ = clock::now();
@@ -75,7 +74,7 @@ notifier::notifier() : socket_(take_variable("NOTIFY_SOCKET")) {
 
 void notifier::tell_status(std::string_view text) const {
   std::string line(text);
-  // A newline would begin another message.
+  // A newline would start another message.
   std::ranges::replace(line, '\n', ' ');
   send("STATUS=" + line);
 }
@@ -87,7 +86,7 @@ void notifier::show_life(clock::time_point now) {
   }
 }
 
-// A message that cannot be delivered is lost: the work does not depend on who listens.
+// If a message cannot be delivered, it is lost: the work does not depend on the service manager.
 void notifier::send(const std::string &message) const {
   const std::optional<address> to = address_of(socket_);
   if (!to) {
@@ -95,7 +94,7 @@ void notifier::send(const std::string &message) const {
   }
   const zot::descriptor fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (fd.is_open()) {
-    // A manager that does not read holds up nobody for longer.
+    // A service manager that does not read delays this process by at most a second.
     const timeval patience{.tv_sec = 1, .tv_usec = 0};
     ::setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     static_cast<void>(::sendto(fd.get(), message.data(), message.size(), MSG_NOSIGNAL,

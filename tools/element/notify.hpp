@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells a service manager how this process is, in datagrams to the socket that NOTIFY_SOCKET names.
+// Reports the state of this process to a service manager, as datagrams to the socket that
+// NOTIFY_SOCKET names.
 #pragma once
 
 #include <chrono>
@@ -13,19 +14,19 @@ class notifier {
  public:
   using clock = std::chrono::steady_clock;
 
-  // Takes NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID out of the environment, because they are
-  // meant for this process and not for the commands it runs. Without a socket nothing is told.
+  // Removes NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID from the environment, because they are
+  // meant for this process and not for the commands it runs. Without a socket nothing is sent.
   notifier();
 
   void ready() const { send("READY=1"); }
   void stopping() const { send("STOPPING=1"); }
-  // A line for people.
+  // Sends a status text for people.
   void tell_status(std::string_view text) const;
 
-  // The manager's watchdog wants a sign of life twice in its interval; time_point::max() when there
-  // is none.
+  // When the next watchdog message is due, two per watchdog interval; time_point::max() without a
+  // watchdog.
   [[nodiscard]] clock::time_point next_sign() const { return next_sign_; }
-  // Sends it when it is due.
+  // Sends the watchdog message when it is due.
   void show_life(clock::time_point now);
 
  private:

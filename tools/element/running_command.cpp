@@ -17,10 +17,10 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int cannot_execute = 126;
-// How long a command that is stopped may take to end by itself.
+// Time for a command to end after SIGTERM before it is killed.
 constexpr std::chrono::milliseconds grace = 500ms;
 
-// In the child: nothing but calls that are safe after fork().
+// Runs in the child: calls only functions that are safe after fork().
 [[noreturn]] void become(const char *command, command_output output) {
   ::setpgid(0, 0);
   const int nothing = ::open("/dev/null", O_RDONLY);
@@ -46,7 +46,7 @@ running_command::running_command(const std::string &command, const fs::path &fol
   if (pid_ == 0) {
     become(command.c_str(), output);
   }
-  // Whoever comes first makes the group, so that it is there for both.
+  // Both parent and child create the process group, so that it exists whichever runs first.
   ::setpgid(pid_, pid_);
 }
 
@@ -75,7 +75,7 @@ void running_command::stop() {
   while (!poll() && std::chrono::steady_clock::now() < end) {
     std::this_thread::sleep_for(5ms);
   }
-  // What ignores the request to end, the command or what it started.
+  // Kills whatever ignored SIGTERM: the command or a process that it started.
   send(SIGKILL);
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A shell command that runs beside this process, which can end it with all that it started.
+// A shell command that runs in parallel with this process. It can be ended together with all
+// processes that it started.
 #pragma once
 
 #include <sys/types.h>
@@ -12,24 +13,25 @@
 
 namespace zotconf {
 
-// Where its standard output goes: to that of this process, or to standard error.
+// Where the command's standard output goes: `shared` to that of this process, `joined` to standard
+// error.
 enum class command_output { shared, joined };
 
 class running_command {
  public:
-  // Starts it with the variables of run_command(), in a process group of its own, without standard
-  // input.
+  // Starts the command with the variables of run_command(), in its own process group, with
+  // /dev/null as standard input.
   running_command(const std::string &command, const fs::path &folder, const fs::path &change_list,
                   command_output output = command_output::joined);
   running_command(const running_command &) = delete;
   running_command &operator=(const running_command &) = delete;
-  // Ends a group whose command still runs.
+  // Kills the process group if the command is still running.
   ~running_command();
 
-  // How it ended; nothing while it runs.
+  // How the command ended; nullopt while it runs.
   std::optional<command_end> poll();
 
-  // Asks the whole group to end, and ends what has not done so after half a second.
+  // Sends SIGTERM to the whole group, and SIGKILL after half a second at most.
   void stop();
 
  private:
@@ -39,11 +41,11 @@ class running_command {
   std::optional<command_end> end_;
 };
 
-// What is told of a command that was stopped after its time.
+// The result of a command that was stopped at its time limit.
 command_end end_of_time(std::chrono::milliseconds limit);
 
-// The same as run_command() for at most as long as the limit, and without standard input. SIGINT
-// and SIGTERM stop it as well.
+// Like run_command(), but with a time limit and /dev/null as standard input. SIGINT and SIGTERM
+// stop the command too.
 command_end run_within(std::chrono::milliseconds limit, const std::string &command,
                        const fs::path &folder, const fs::path &change_list);
 

@@ -24,7 +24,7 @@ std::atomic<int> wake_fd = -1;
 
 extern "C" {
 
-// The pipe is full when nobody reads it, and then the reader is awake all the same.
+// If the pipe is full, the write fails, but the reader wakes up anyway.
 static void zotconf_wake(int /*number*/) {
   const int error = errno;
   static_cast<void>(!::write(wake_fd, "", 1));
@@ -47,7 +47,7 @@ namespace {
 void set_handler(int number, void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
-  // A second signal during the first one's handler waits for its end.
+  // Blocks all signals while the handler runs.
   ::sigfillset(&action.sa_mask);
   action.sa_flags = SA_RESTART;
   if (::sigaction(number, &action, nullptr) != 0) {
@@ -69,7 +69,7 @@ wake_up::wake_up() {
   set_handler(SIGINT, zotconf_note_stop);
   set_handler(SIGTERM, zotconf_note_stop);
   set_handler(SIGCHLD, zotconf_wake);
-  // Whoever started this process may have blocked them.
+  // The parent process may have blocked these signals.
   sigset_t awaited;
   ::sigemptyset(&awaited);
   for (const int number : {SIGINT, SIGTERM, SIGCHLD}) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What ends a wait: a signal to stop, the end of a child, or the time.
+// Waits for a signal to stop, the end of a child, or a time.
 #pragma once
 
 #include <chrono>
@@ -8,8 +8,8 @@
 
 namespace zotconf {
 
-// While it lives, SIGINT and SIGTERM are noted instead of ending the process; once one is noted the
-// next one ends the process, wherever it stands. At most one object at a time.
+// While an object exists, SIGINT and SIGTERM are recorded and do not end the process. After one is
+// recorded, the next one ends the process at once. Only one object may exist at a time.
 class wake_up {
  public:
   using clock = std::chrono::steady_clock;
@@ -19,11 +19,11 @@ class wake_up {
   wake_up &operator=(const wake_up &) = delete;
   ~wake_up();
 
-  // The signal that asked to stop, 0 while none did.
+  // The signal that requested the stop; 0 if none did.
   [[nodiscard]] int stop_signal() const;
 
-  // Returns at the time, or earlier when something happened since the last call. A request to stop
-  // goes on counting as something.
+  // Returns at `when`, or earlier when a signal has arrived since the last call. After a request to
+  // stop it always returns at once.
   void wait_until(clock::time_point when);
 
  private:

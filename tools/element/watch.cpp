@@ -30,11 +30,11 @@ std::string size_of(const entries &list) {
   return counted(static_cast<uint64_t>(std::ranges::distance(list)), "entry", "entries");
 }
 
-// What the command has said of a configuration.
+// What the command decided about a configuration.
 struct decision {
-  std::string k;  // its bytes
+  std::string k;  // the bytes of K
   bool accepted = false;
-  watch_report news;  // once it is done
+  watch_report news;  // to be reported when it is carried out
 };
 
 class watcher {
@@ -64,7 +64,7 @@ class watcher {
 
   [[nodiscard]] bool is_stopped() const { return wake_.stop_signal() != 0; }
 
-  // Waits for something to happen, and shows the service manager a sign of life meanwhile.
+  // Waits for an event until `end`, and sends the service manager its watchdog message when due.
   void wait_until(clock::time_point end) {
     wake_.wait_until(std::min(end, manager_.next_sign()));
     manager_.show_life(clock::now());
@@ -77,7 +77,7 @@ class watcher {
     }
   }
 
-  // One get and what follows from it. Returns the pause before the next one.
+  // Does one get and handles the result. Returns the pause before the next get.
   milliseconds step() {
     manager_.show_life(clock::now());
     const entries list = element_.get(categories_, change::differences);
@@ -101,13 +101,14 @@ class watcher {
                              : conclude(ZOT_SLOT_CURRENT, {.what = watch_event::no_update});
   }
 
-  // The bytes of a K; empty when there is none.
+  // The bytes of a slot's K; empty when it has none.
   [[nodiscard]] std::string bytes_of(uint32_t slot) const {
     const zot_k *const k = zot_priv_get_k(element_.c_handle(), slot);
     return k != nullptr && k->data != nullptr ? std::string(k->data, k->data_len) : "";
   }
 
-  // A get that brings nothing new. It may have ended what failed before, which is told then.
+  // Handles a get without a new configuration. The get may have completed a commit or rollback that
+  // failed before; then it reports that one.
   milliseconds conclude(uint32_t slot, const watch_report &news) {
     const auto decided = std::exchange(decided_, std::nullopt);
     const bool is_so =
@@ -120,7 +121,7 @@ class watcher {
         return fail(
             {.what = watch_event::apply_failing, .text = handed.text, .status = handed.status});
       }
-      // Nothing is to be handed over of a configuration without entries, and it is told once.
+      // A configuration without entries counts as applied, so this is reported only once.
       remember_applied(ZOT_SLOT_CURRENT);
       reporter_.tell(handed);
     }
@@ -131,7 +132,8 @@ class watcher {
     return element_.c_handle()->slot[which];
   }
 
-  // Of the configuration that a list was made of: another process may have committed since.
+  // The metadata of the K in memory, from which the list was made. The one in the cache may be
+  // newer: another process may have committed since.
   [[nodiscard]] std::optional<metadata> metadata_in_memory() const {
     const zot_k *const k = slot_of(ZOT_SLOT_CURRENT).k;
     if (k == nullptr) {
@@ -140,10 +142,10 @@ class watcher {
     return metadata{k->meta.firmware_version, k->meta.config_id, k->meta.cluster_id};
   }
 
-  // Whether the command has applied something else than what is in force: the commit of that has
-  // failed, or another process has decided otherwise. A process that starts finds the element with
-  // what is in force, unless the command is to have that first. In dev mode nothing comes into
-  // force.
+  // Whether the command has applied another configuration than the one in force, because its commit
+  // has failed or another process has committed or rolled back. At the start the configuration in
+  // force counts as applied, unless --apply-cached-at-start passes it to the command first. In dev
+  // mode nothing comes into force.
   [[nodiscard]] bool is_astray() {
     if (element_.c_handle()->dev_mode != 0) {
       return false;
@@ -156,13 +158,13 @@ class watcher {
 
   void remember_applied(uint32_t slot) { applied_.emplace(slot_of(slot), categories_); }
 
-  // A whole list as the changes from what the command has applied last.
+  // A complete list as changes from what the command applied last.
   [[nodiscard]] std::vector<change_line> changes_to(const entries &whole) const {
     return applied_ ? applied_->changes_to(whole) : lines_of(whole);
   }
 
-  // Hands a new configuration to the command and does what that one decides. What it has decided
-  // before is still to be done.
+  // Passes a new configuration to the command and commits or rolls back as it decides. If it has
+  // already decided about this configuration, only that decision is carried out.
   milliseconds take(const entries &list) {
     const std::string k = bytes_of(ZOT_SLOT_TMP);
     if (decided_ && decided_->k == k) {
@@ -196,8 +198,8 @@ class watcher {
     return carry_out();
   }
 
-  // Hands what is in force to the command, which has no say. The report has a status when there is
-  // nothing to hand over.
+  // Passes the configuration in force to the command, which cannot refuse it. The report has a
+  // status when there is nothing to pass on.
   watch_report hand_over_in_force() {
     const entries list = element_.get(categories_, change::cached);
     watch_report news{.what = watch_event::applied_cached, .text = list.result().text()};
@@ -206,7 +208,8 @@ class watcher {
       return news;
     }
     if (!has_entry_in_force(list)) {
-      // The command would take what was in force once for deleted.
+      // The list would have deletions only, so the command would delete everything that was in
+      // force before.
       news.text = "no entry is in force, CMD was not run";
       news.status = ZOT_ERR_NO_CACHE;
       return news;
@@ -224,8 +227,8 @@ class watcher {
     return news;
   }
 
-  // Hands over a new configuration as a whole, to a command that has applied another one than that
-  // in force.
+  // Passes on a new configuration as a complete one, because the command has applied another one
+  // than that in force.
   std::optional<command_end> apply_whole(const std::optional<metadata> &from) {
     const entries whole = element_.get(categories_, change::cached);
     if (whole.result().is_error()) {
@@ -239,7 +242,7 @@ class watcher {
     return apply(whole, changes, from);
   }
 
-  // How the command ended; nothing when a signal to stop came before.
+  // Runs the command. Returns how it ended, or nullopt when a signal to stop came first.
   std::optional<command_end> apply(const entries &list, const std::vector<change_line> &changes,
                                    const std::optional<metadata> &from) {
     const temporary_folder scratch;
@@ -263,8 +266,8 @@ class watcher {
     return is_stopped() ? std::nullopt : std::optional(end_of_time(*limit));
   }
 
-  // Commits or rolls back. After a failure the next get ends it, or offers the configuration again:
-  // another process may have taken its files from the scratch area.
+  // Commits or rolls back. After a failure, the next get either completes it or offers the
+  // configuration again, because another process may have taken its files from the scratch area.
   milliseconds carry_out() {
     const status done = decided_->accepted ? element_.commit() : element_.roll_back();
     if (done.is_error()) {
@@ -274,7 +277,7 @@ class watcher {
     return settle(std::exchange(decided_, std::nullopt)->news);
   }
 
-  // All went well: the next get is due at its usual time.
+  // After a success: the next get is due at the regular interval.
   milliseconds settle(const watch_report &news) {
     if (is_failing()) {
       reporter_.tell({.what = watch_event::recovered});
@@ -291,7 +294,8 @@ class watcher {
     return pause;
   }
 
-  // The same outcome with the same words is told once, but for a commit and a roll-back.
+  // Reports an outcome only when it differs from the last one. Commits and rollbacks are always
+  // reported.
   void tell_change(const watch_report &news) {
     const bool is_decision =
         news.what == watch_event::committed || news.what == watch_event::rolled_back;
@@ -319,7 +323,7 @@ class watcher {
   const category_set categories_ = category_set(options_.element.categories);
   std::optional<watch_report> told_;
   bool is_ready_ = false;
-  std::optional<decision> decided_;  // not yet done
+  std::optional<decision> decided_;  // not yet carried out
   std::optional<applied_configuration> applied_;
   bool is_undecided_ = false;
 };

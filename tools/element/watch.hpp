@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf watch`: keeps an element up to date: get, apply, commit or roll back, until it is told
-// to stop.
+// `zotconf watch`: keeps an element up to date until a signal stops it: get, apply, commit or roll
+// back.
 #pragma once
 
 #include <chrono>
@@ -12,14 +12,14 @@
 namespace zotconf {
 
 struct watch_options {
-  cycle_options element;  // who it is, its categories, time-outs and log level, and the command
+  cycle_options element;  // identity, categories, time-outs, log level and command
   std::chrono::milliseconds every{};
   std::chrono::milliseconds backoff_min{};
   std::chrono::milliseconds backoff_max{};
   bool apply_cached_at_start = false;
 };
 
-// Returns an exit status once SIGINT or SIGTERM came, or when there is no handle.
+// Returns an exit status after SIGINT or SIGTERM, or when no handle can be created.
 int run_watch(const watch_options &options, const console &where);
 
 }  // namespace zotconf

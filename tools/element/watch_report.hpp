@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What `zotconf watch` tells: a line of text or JSON for each event.
+// The output of `zotconf watch`: a line of text or JSON for each event.
 #pragma once
 
 #include <chrono>
@@ -25,7 +25,7 @@ enum class watch_event {
   stopping
 };
 
-// One line of output.
+// One event, printed as one line.
 struct watch_report {
   watch_event what;
   std::string text = {};
@@ -34,7 +34,7 @@ struct watch_report {
   std::optional<std::chrono::milliseconds> retry = {};
 };
 
-// Prints what happens, for people or as JSON, and tells the service manager.
+// Prints events as text or JSON, and sends them to the service manager.
 class watch_reporter {
  public:
   watch_reporter(const console &where, const notifier &manager)

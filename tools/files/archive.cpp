@@ -28,7 +28,7 @@ void require(int status, struct archive *writer) {
   }
 }
 
-// Exactly `size` bytes: a file that shrinks would leave the archive malformed.
+// Copies exactly `size` bytes: if a file shrank, the archive would be malformed.
 void write_content(struct archive *writer, int fd, la_int64_t size, const std::string &name) {
   std::array<char, 65536> chunk{};
   while (size > 0) {
@@ -62,7 +62,8 @@ gzip_tar::gzip_tar() : spool_(std::tmpfile()), writer_(archive_write_new()) {
   }
   require(archive_write_set_format_ustar(writer_.get()), writer_.get());
   require(archive_write_add_filter_gzip(writer_.get()), writer_.get());
-  // The archive crosses the loopback interface, so time counts for more than size.
+  // Fastest compression: the archive only crosses the loopback interface, so time matters more than
+  // size.
   require(archive_write_set_options(writer_.get(), "gzip:compression-level=1,gzip:!timestamp"),
           writer_.get());
   require(archive_write_open_fd(writer_.get(), ::fileno(spool_.get())), writer_.get());
@@ -96,7 +97,7 @@ size_t gzip_tar::size() const {
   if (::fstat(::fileno(spool_.get()), &info) != 0) {
     throw_errno("cannot read the archive");
   }
-  // Where size_t has four bytes, a longer archive would be announced as a short one.
+  // Where size_t has four bytes, the size of a longer archive would be truncated.
   if (!std::in_range<size_t>(info.st_size)) {
     throw std::runtime_error("the archive is too large to be sent");
   }

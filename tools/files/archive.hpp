@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A gzip-compressed tar archive, spooled to a nameless temporary file: its size is known before the
-// first byte leaves, and ten thousand members cost no memory.
+// A gzip-compressed tar archive, written to an unnamed temporary file. So its size is known before
+// the first byte is sent, and ten thousand members take no memory.
 #pragma once
 
 #include <sys/types.h>
@@ -19,7 +19,7 @@ class gzip_tar {
 
   // Adds the regular file behind `fd` under `name`.
   void add(int fd, const std::string &name);
-  // Writes the end of the archive; nothing can be added after it.
+  // Writes the end of the archive. Nothing can be added afterwards.
   void finish();
 
   [[nodiscard]] size_t size() const;

@@ -32,7 +32,7 @@ reader_owner open_archive(const fs::path &path) {
   if (reader == nullptr) {
     throw std::bad_alloc();
   }
-  // Only what the service sends: no other format is parsed.
+  // The only formats that the service sends; no other parser is enabled.
   archive_read_support_filter_gzip(reader.get());
   archive_read_support_format_tar(reader.get());
   if (archive_read_open_filename(reader.get(), path.c_str(), block_size) != ARCHIVE_OK) {

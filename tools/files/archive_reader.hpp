@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Takes named files out of a gzip-compressed tar archive and nothing else.
+// Extracts the wanted files from a gzip-compressed tar archive and nothing else.
 #pragma once
 
 #include <cstdint>
@@ -10,15 +10,15 @@
 
 namespace zotconf {
 
-// A file that the archive should hold.
+// A file to extract from the archive.
 struct wanted_member {
-  fs::path to;           // where it goes; its folder is there
-  uint64_t longest = 0;  // bytes; what exceeds them is cut one byte later
+  fs::path to;           // the folder must exist
+  uint64_t longest = 0;  // bytes; a longer file is cut one byte later
 };
 
-// Unpacks the regular files whose names, without leading slashes, are keys of `wanted`; an archive
-// may hold anything else, links and devices included, and none of it is written. Throws
-// std::runtime_error at damage of the archive or a failure to write; what came before it is there.
+// Extracts the regular files whose names, without leading slashes, are keys of `wanted`. Ignores
+// all other members, such as links and devices. Throws std::runtime_error when the archive is
+// damaged or a write fails; files extracted before that stay.
 void unpack(const fs::path &archive, const std::map<std::string, wanted_member> &wanted);
 
 }  // namespace zotconf

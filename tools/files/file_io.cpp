@@ -48,7 +48,7 @@ std::string read_file_at(int fd, const std::string &name) {
     throw_errno("cannot read " + name);
   }
   std::string bytes;
-  // Where size_t has four bytes, the size of a longer file would pass for a short one's.
+  // Where size_t has four bytes, the size of a longer file would be truncated.
   if (std::cmp_greater_equal(info.st_size, bytes.max_size())) {
     errno = EFBIG;
     throw_errno("cannot read " + name);
@@ -79,7 +79,7 @@ std::string read_file_text(const fs::path &path) {
 }
 
 void replace_file(const fs::path &path, std::string_view bytes, durability kept) {
-  // Longer than any key, so that it is no other entry's file.
+  // The name is longer than any key, so it cannot be another entry's file.
   const fs::path temporary =
       path.parent_path() / ("." + sha256_text(path.filename().string()) + ".tmp");
   zot::descriptor file(
@@ -99,7 +99,7 @@ zot::descriptor open_beneath(const fs::path &root, std::span<const std::string> 
   zot::descriptor at(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (size_t i = 0; i < parts.size() && at.is_open(); ++i) {
     const bool last = i + 1 == parts.size();
-    // A FIFO in the file's place must not block the open.
+    // O_NONBLOCK: a FIFO at the path must not block the open.
     const int kind = last ? O_NONBLOCK : O_DIRECTORY;
     at = zot::descriptor(
         ::openat(at.get(), parts[i].c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | kind));

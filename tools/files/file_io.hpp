@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files as the commands need them: read whole, replaced in one step, opened below a folder.
+// File functions for the commands: read a whole file, replace a file atomically, open a file below
+// a folder.
 #pragma once
 
 #include <filesystem>
@@ -13,7 +14,7 @@ namespace zotconf {
 
 namespace fs = std::filesystem;
 
-// Whether anything stands at a path, a dangling link included.
+// Whether a path exists; true for a dangling link too.
 bool is_there(const fs::path &path);
 
 // Throws std::system_error with the current errno; `what` names the action and the file.
@@ -22,22 +23,21 @@ bool is_there(const fs::path &path);
 std::string read_file_at(int fd, const std::string &name);
 std::string read_file_text(const fs::path &path);
 
-// Writes all bytes to a descriptor.
 void write_all(int fd, std::string_view bytes, const std::string &name);
 
 enum class durability { buffered, flushed };
 
-// Writes a temporary file beside `path` and renames it over `path`; flushed: once its bytes are on
-// the medium.
+// Writes a temporary file in the same folder and renames it over `path`. With durability::flushed,
+// it first flushes the bytes to the medium.
 void replace_file(const fs::path &path, std::string_view bytes, durability kept);
 
-// Opens the regular file root/part/part/… without following a symbolic link below root. Not open
-// when there is no such file.
+// Opens the regular file root/part/part/… and follows no symbolic link below root. The result is
+// not open when there is no such file.
 zot::descriptor open_beneath(const fs::path &root, std::span<const std::string> parts);
 
 std::string sha256_text(std::string_view bytes);
 
-// A folder of its own below the system's temporary folder, removed with its contents.
+// A new folder below the system's temporary folder; the destructor removes it with its contents.
 class temporary_folder {
  public:
   temporary_folder();

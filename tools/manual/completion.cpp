@@ -8,7 +8,7 @@
 namespace zotconf {
 namespace {
 
-// What an option's value is completed with.
+// The words that complete an option's value.
 struct value_rule {
   std::string_view option;
   std::string_view words;  // "@dir", "@file", "@categories", "@command", or the words themselves
@@ -33,7 +33,7 @@ constexpr std::array<value_rule, 16> value_rules = {{
     {"--timeout-gpb", "0 30"},
 }};
 
-// What stands without an option, by command.
+// Completion of the operands, by command.
 constexpr std::array<value_rule, 6> operand_rules = {{
     {"publish", "@dir"},
     {"prune", "@dir"},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The completion of the bash shell, made from the command line's own options.
+// The bash completion, generated from the options of the command line.
 #pragma once
 
 #include <string>

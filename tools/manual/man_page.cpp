@@ -25,7 +25,8 @@ constexpr std::array<variable, 6> variables = {{
     {"TMPDIR", "where temporary folders go"},
 }};
 
-// What the formatter would take for its own: a backslash, a dash, a dot or quote at a line's start.
+// Escapes what the formatter interprets: a backslash, a dash, and a dot or quote at the start of a
+// line.
 std::string escaped(std::string_view text) {
   std::string result;
   bool at_start = true;
@@ -53,7 +54,7 @@ std::string heading(const std::string &title, const std::string &what) {
          "\" \"User commands\"\n.SH NAME\n" + escaped(title) + " \\- " + escaped(what) + "\n";
 }
 
-// Lines that belong together, and empty lines between them.
+// Turns empty lines into paragraph breaks.
 std::string paragraphs(std::string_view text) {
   std::string result = escaped(text);
   for (size_t at = result.find("\n\n"); at != std::string::npos; at = result.find("\n\n", at)) {
@@ -78,7 +79,7 @@ std::string environment_section() {
   return result;
 }
 
-// "TEXT:DIR" tells a person no more than "TEXT" does.
+// Removes the type in "TEXT:DIR", which tells a reader nothing more.
 std::string value_name(const CLI::Option &option) {
   if (option.get_items_expected_max() == 0) {
     return "";
@@ -87,7 +88,7 @@ std::string value_name(const CLI::Option &option) {
   return type.substr(0, type.find_first_of(": "));
 }
 
-// A list's default comes in brackets, which nobody types.
+// Removes the brackets around the default of a list, because a user does not type them.
 std::string plain_list(std::string text) {
   if (text.size() > 1 && text.front() == '[' && text.back() == ']') {
     text = text.substr(1, text.size() - 2);

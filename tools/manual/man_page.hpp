@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The manual pages of section 1, made from the command line's own texts and options.
+// The manual pages of section 1, generated from the texts and options of the command line.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace zotconf {
 
-// zotconf(1): what the commands share.
+// zotconf(1): what all commands share.
 std::string program_page(const command_line &line);
 
 // zotconf-COMMAND(1).

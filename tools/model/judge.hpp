@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The library's own operations as a judge of records and files: no handle is created, so no
-// directory is, and nothing is logged.
+// Runs the library's own checks on records and files. Creates no handle, so it creates no directory
+// and logs nothing.
 #pragma once
 
 #include <string>
@@ -16,13 +16,13 @@ struct library_status {
   std::string text;
 };
 
-// ZOT_ERR_CORRUPTED and so on.
+// Returns a name such as "ZOT_ERR_CORRUPTED".
 std::string_view name_of_status(int code);
 
-// "text (-8)".
+// Returns a text such as "text (-8)".
 std::string described(const library_status &status);
 
-// The library's record of a file that a node of its list belongs to.
+// The library's file record that contains a list node.
 const zot_gpb &gpb_of(const zot_list *node);
 
 class judge {
@@ -33,7 +33,7 @@ class judge {
 
   zot_ctx *handle() { return &handle_; }
 
-  // The recorded status of a call that failed.
+  // The status that a failed call has recorded.
   [[nodiscard]] library_status recorded(int code) const;
 
  private:

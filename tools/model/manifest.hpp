@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a K says, and its text.
+// The content of a K (knowledge file, the manifest of a configuration), and its text form.
 #pragma once
 
 #include <cstdint>
@@ -19,17 +19,17 @@ struct published_file {
   std::string checksum;
 };
 
-// What K says.
+// The content of a K.
 struct manifest {
   std::string cluster;
-  std::string config_id;  // empty: absent
-  std::string firmware;   // empty: absent
+  std::string config_id;  // empty: not stated
+  std::string firmware;   // empty: not stated
   std::vector<published_file> files;
 };
 
 std::string render_manifest(const manifest &content);
 
-// Nothing for a text that is no K.
+// Returns nullopt when the text is not a valid K.
 std::optional<manifest> parse_manifest(const std::string &text);
 
 }  // namespace zotconf

@@ -23,7 +23,7 @@ bool is_control(char c) {
   return byte < 0x20 || byte == 0x7f;
 }
 
-// What K, a JSON text, can carry as it is.
+// Checks that K, which is JSON text, can hold the text unchanged.
 std::string check_text(std::string_view text, size_t longest) {
   if (text.size() > longest) {
     return "is longer than " + std::to_string(longest) + " bytes";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Rules for the names that become parts of paths and URLs. Each check answers with an empty text,
-// or with what is wrong.
+// Rules for names that become parts of paths and URLs. Each check returns an empty text when the
+// name is valid, else the error.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace zotconf {
 
-// Identity of a managed element, as its URLs name it.
+// Identity of a managed element, as in its URLs.
 struct element {
   std::string subsys;
   std::string index;  // upper case
@@ -23,7 +23,7 @@ std::string check_uuid(std::string_view uuid);
 std::string check_firmware(std::string_view firmware);
 std::string check_key(std::string_view key);
 
-// A version as K and the names of files write it; nothing for any other text.
+// Parses a version as K and file names write it; nullopt for any other text.
 std::optional<uint64_t> parse_version(std::string_view text);
 
 std::string upper_case(std::string_view text);

@@ -11,7 +11,7 @@
 namespace zotconf {
 namespace {
 
-// A K record and its list of files.
+// Owns a K record and its list of files.
 class k_record {
  public:
   explicit k_record(judge &by) : by_(by) { zot_list_init(&files_); }
@@ -19,7 +19,7 @@ class k_record {
   k_record &operator=(const k_record &) = delete;
   ~k_record() {
     zot_priv_free_gpb_list(by_.handle(), &files_);
-    // The library leaves a record without bytes as it is.
+    // The library does not free a record without bytes.
     if (k_.data_len == 0) {
       std::free(k_.data);
       std::free(k_.path);
@@ -57,7 +57,7 @@ std::optional<std::time_t> time_of(const fs::path &path) {
   return info.st_mtime;
 }
 
-// Takes a text over into a record that is not held against a checksum file.
+// Puts a text into a record that has no checksum file.
 int take_text(judge &by, zot_k *k, const std::string &bytes) {
   k->data = ::strndup(bytes.data(), bytes.size());
   k->data_len = static_cast<uint32_t>(bytes.size());
@@ -82,7 +82,7 @@ void take_content(stored_k &into, k_record &record) {
   }
 }
 
-// A FIFO in the place of a file would make the library wait for a writer.
+// If a path is a FIFO, the library would block until somebody writes to it.
 std::optional<library_status> refused_kind(const fs::path &path) {
   std::error_code failed;
   if (!fs::is_other(path, failed) || failed) {
@@ -99,7 +99,7 @@ std::string bytes_of(const fs::path &path) {
   try {
     return read_file_text(path);
   } catch (const std::system_error &) {
-    // The library tells what it makes of it.
+    // The library reports the error.
     return "";
   }
 }
@@ -132,7 +132,7 @@ stored_k read_k(stored_k from) {
   }
   from.written = time_of(from.k);
   from.bytes = bytes_of(from.k);
-  // The library takes no checksum of a text that begins with a zero.
+  // The library does not compute a checksum of a text that begins with a zero byte.
   from.checksum = from.bytes.empty() || from.bytes.front() == '\0' ? "" : sha256_text(from.bytes);
   from.announced = has_checksum_file ? first_line(from.checksum_file) : "";
   from.wrong = refused_kind(from.k);
@@ -161,7 +161,7 @@ stored_k read_k_file(const fs::path &k, const fs::path &checksum_file, const fs:
 }
 
 fs::path path_of(const listed_file &file, const fs::path &root) {
-  // As K states it, the path begins with a slash and would replace what stands before it.
+  // The path in K begins with a slash, so operator/ would discard `root`.
   return (root / "config" / fs::path(file.path).relative_path()).lexically_normal();
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A K as it lies on disk with the files it announces, judged by the library's own operations
-// without writing a byte.
+// A K on disk with the files that it names, checked by the library's own operations. Writes
+// nothing.
 #pragma once
 
 #include <cstdint>
@@ -15,20 +15,20 @@
 
 namespace zotconf {
 
-// One file that a K announces.
+// A file that a K names.
 struct listed_file : published_file {
-  std::string path;  // as K states it: /category/key/version
+  std::string path;  // as stated in K: /category/key/version
 };
 
-// A K as it lies on disk. Without `wrong` its content is good and was held against the checksum
-// file, where there is one.
+// A K on disk. When `wrong` is empty, its content is good and matches the checksum file, if there
+// is one.
 struct stored_k {
   fs::path k;
-  fs::path checksum_file;   // empty: none belongs to it
-  fs::path root;            // its files lie below root/config; empty: nowhere
-  bool is_present = false;  // one of the two files is there
+  fs::path checksum_file;   // empty: K has none
+  fs::path root;            // its files are below root/config; empty: there are none
+  bool is_present = false;  // K or the checksum file exists
   std::optional<library_status> wrong;
-  bool is_loadable = false;  // K and checksum agree and K is well formed, whatever its list is like
+  bool is_loadable = false;  // K is well formed and matches its checksum; its list may be bad
   std::string announced;     // the first line of the checksum file
   std::string checksum;      // SHA-256 of the bytes
   std::string bytes;
@@ -36,9 +36,10 @@ struct stored_k {
   std::string cluster;
   std::string config_id;
   std::string firmware;
-  std::vector<listed_file> files;  // by category, key and version
+  std::vector<listed_file> files;  // sorted by category, key and version
 
-  // The file that is to blame when something is wrong: the library stops at the checksum file.
+  // The file that causes the error. The library checks the checksum file first and stops there if
+  // it is bad.
   [[nodiscard]] const fs::path &bad_file() const {
     return !checksum_file.empty() && announced.size() != ZOT_CHECKSUM_LEN ? checksum_file : k;
   }
@@ -46,13 +47,13 @@ struct stored_k {
   [[nodiscard]] uint64_t size_of_files() const;
 };
 
-// A K file alone, or held against its checksum file when `checksum_file` is not empty.
+// Reads a K file, and compares it with its checksum file when `checksum_file` is not empty.
 stored_k read_k_file(const fs::path &k, const fs::path &checksum_file, const fs::path &root);
 
-// Where a listed file lies below `root`.
+// The path of a listed file below `root`.
 fs::path path_of(const listed_file &file, const fs::path &root);
 
-// Judges the bytes of a listed file below `root`. Nothing when they are what K announces.
+// Compares a listed file below `root` with K. Returns nullopt when it matches.
 std::optional<library_status> check_file(const listed_file &file, const fs::path &root);
 
 }  // namespace zotconf

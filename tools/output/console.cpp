@@ -90,7 +90,7 @@ std::string human_bytes(uint64_t bytes) {
   }
   double value = static_cast<double>(bytes) / 1024;
   size_t unit = 0;
-  // What would round to 1024.0 is one of the next unit.
+  // Values that would be printed as 1024.0 use the next unit.
   while (value >= 1023.95 && unit + 1 < units.size()) {
     value /= 1024;
     ++unit;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where a command writes: results to `out`, errors and progress to `err`. Colours and progress are
-// for people, so they appear on a terminal only.
+// The streams of a command: results go to `out`, errors and progress to `err`. Colours and progress
+// appear only on a terminal.
 #pragma once
 
 #include <chrono>
@@ -13,14 +13,14 @@ namespace zotconf {
 
 enum class colour { none, bold, dim, red, green, yellow };
 
-// What the streams are good for.
+// What the streams support.
 struct console_style {
   bool json = false;      // results as one JSON document on `out`
   bool colours = false;   // on `out`
   bool progress = false;  // on `err`
 };
 
-// A terminal has colours unless NO_COLOR is set, whatever its value, or TERM is "dumb".
+// A terminal has colours unless NO_COLOR is set (to any value) or TERM is "dumb".
 console_style style_of_terminal();
 
 class console {
@@ -33,7 +33,7 @@ class console {
   [[nodiscard]] const console_style &style() const { return style_; }
   [[nodiscard]] bool is_json() const { return style_.json; }
 
-  // The text in a colour, or as it is where there are none.
+  // Returns the text in a colour, or unchanged when there are no colours.
   [[nodiscard]] std::string paint(std::string_view text, colour with) const;
 
  private:
@@ -42,19 +42,18 @@ class console {
   console_style style_;
 };
 
-// One line that tells how far a long work is, drawn anew at most ten times a second and gone when
-// the work is done.
+// A progress line. Updated at most ten times a second and erased when the work is done.
 class progress {
  public:
-  // A total of 0 is one that is not known.
+  // A total of 0 means unknown.
   progress(const console &where, std::string what, uint64_t total);
   progress(const progress &) = delete;
   progress &operator=(const progress &) = delete;
   ~progress();
 
-  // One more item, of so many bytes, is done.
+  // Counts one more item, of `bytes` bytes, as done.
   void advance(uint64_t bytes = 0);
-  // Takes the line away, so that something else can be written.
+  // Erases the line so that something else can be printed.
   void clear();
 
  private:
@@ -72,7 +71,7 @@ class progress {
   bool visible_ = false;
 };
 
-// 1536 is "1.5 KiB".
+// Returns "1.5 KiB" for 1536.
 std::string human_bytes(uint64_t bytes);
 
 }  // namespace zotconf

@@ -9,14 +9,13 @@
 
 namespace zotconf {
 
-// Nothing for anything but a whole number above 0 with one of the four units, and for more than a
-// year.
+// Accepts a whole number above 0 with one of the four units, up to one year; nullopt otherwise.
 std::optional<std::chrono::milliseconds> parse_duration(std::string_view text);
 
-// Answers with an empty text, or with what is wrong.
+// Returns an empty text when valid, else the error.
 std::string check_duration(std::string_view text);
 
-// 90000 ms is "1m30s", 1250 ms is "1.2s".
+// Returns "1m30s" for 90000 ms and "1.2s" for 1250 ms.
 std::string duration_text(std::chrono::milliseconds duration);
 
 }  // namespace zotconf

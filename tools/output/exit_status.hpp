@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Exit statuses, the same for all commands. Scripts branch on them, so the numbers stay.
+// Exit statuses, the same for all commands. Scripts depend on the numbers, so they must not change.
 #pragma once
 
 #include <array>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// JSON as the commands write it: members keep the order in which they are set.
+// JSON output of the commands: members keep the order in which they are set.
 #pragma once
 
 #include <chrono>
@@ -16,12 +16,12 @@
 
 namespace zotconf {
 
-// A text that may be absent, which an empty one stands for: null in JSON.
+// Returns nullopt, which becomes null in JSON, for an empty text.
 inline std::optional<std::string> stated(const std::string &text) {
   return text.empty() ? std::nullopt : std::optional(text);
 }
 
-// An object or array inside a document, which has to live as long.
+// An object or array inside a document. The document must outlive it.
 class json_node {
  public:
   explicit json_node(cJSON *item) : item_(item) {}
@@ -30,7 +30,7 @@ class json_node {
     return put(name, cJSON_CreateString(valid_utf8(std::string(value)).c_str()));
   }
   json_node &set(const char *name, const char *value) { return set(name, std::string_view(value)); }
-  // Written digit by digit: a 64-bit number would not survive as a double.
+  // Written as digits, because a double cannot hold every 64-bit number.
   template <std::integral T>
   json_node &set(const char *name, T value) {
     if constexpr (std::same_as<T, bool>) {
@@ -39,17 +39,17 @@ class json_node {
       return put(name, cJSON_CreateRaw(std::to_string(value).c_str()));
     }
   }
-  // Milliseconds, as the member's name should say.
+  // In milliseconds; the member's name should say so.
   json_node &set(const char *name, std::chrono::milliseconds value) {
     return set(name, value.count());
   }
-  // Nothing is null.
+  // nullopt becomes null.
   template <class T>
   json_node &set(const char *name, const std::optional<T> &value) {
     return value ? set(name, *value) : put(name, cJSON_CreateNull());
   }
 
-  // Members that were not set are null, so that every key is there.
+  // Sets all members that are not set to null, so that every key is present.
   void set_missing(std::initializer_list<const char *> names) {
     for (const char *const name : names) {
       if (cJSON_HasObjectItem(item_, name) == 0) {
@@ -61,7 +61,7 @@ class json_node {
   json_node object(const char *name) { return child(name, cJSON_CreateObject()); }
   json_node array(const char *name) { return child(name, cJSON_CreateArray()); }
 
-  // For an array.
+  // Adds an object to an array.
   json_node append() {
     cJSON *const item = cJSON_CreateObject();
     append_item(item);
@@ -91,7 +91,6 @@ class json_node {
   cJSON *item_;
 };
 
-// One JSON object.
 class json_document {
  public:
   json_document() : tree_(cJSON_CreateObject()) {
@@ -102,9 +101,9 @@ class json_document {
 
   json_node root() { return json_node(tree_.get()); }
 
-  // On lines of its own, for one document.
+  // Text with line breaks and indentation, for a single document.
   [[nodiscard]] std::string text() const { return printed(cJSON_Print(tree_.get())); }
-  // On one line, for a stream of documents.
+  // Text on one line, for a stream of documents.
   [[nodiscard]] std::string line() const { return printed(cJSON_PrintUnformatted(tree_.get())); }
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Shares of a hundred as a user writes them: 50% or 50.
+// Percentages as a user writes them: 50% or 50.
 #pragma once
 
 #include <optional>
@@ -8,10 +8,10 @@
 
 namespace zotconf {
 
-// Nothing for anything but a whole number from 0 to 100, with or without a percent sign.
+// Accepts a whole number from 0 to 100, with or without a percent sign; nullopt otherwise.
 std::optional<unsigned> parse_percentage(std::string_view text);
 
-// Answers with an empty text, or with what is wrong.
+// Returns an empty text when valid, else the error.
 std::string check_percentage(std::string_view text);
 
 }  // namespace zotconf

@@ -6,7 +6,7 @@
 namespace zotconf {
 namespace {
 
-// Number of bytes of the UTF-8 character at the text's begin, 0 when there is none.
+// The number of bytes of the UTF-8 character at the start of the text; 0 when it is not valid.
 size_t character_size(std::string_view text) {
   const auto byte = [text](size_t at) { return static_cast<unsigned char>(text[at]); };
   const unsigned char first = byte(0);
@@ -56,7 +56,7 @@ std::string printable(std::string_view text) {
   std::string result;
   for (const char c : valid_utf8(std::string(text))) {
     const auto byte = static_cast<unsigned char>(c);
-    // U+0080 to U+009F are control characters, and no other has these two bytes.
+    // U+0080 to U+009F are control characters: the byte 0xC2 followed by 0x80 to 0x9F.
     if (byte >= 0x80 && byte < 0xa0 && result.ends_with('\xc2')) {
       result.back() = '?';
     } else {

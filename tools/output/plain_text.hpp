@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Text from afar, made fit for a terminal, a log and JSON.
+// Makes text from outside safe for a terminal, a log and JSON.
 #pragma once
 
 #include <string>
@@ -9,14 +9,15 @@ namespace zotconf {
 
 bool is_utf8(std::string_view text);
 
-// The text with a "?" for each byte that isn't part of a UTF-8 character: JSON takes no other.
+// Replaces each byte that is not part of a UTF-8 character by "?", because JSON must be valid
+// UTF-8.
 std::string valid_utf8(std::string text);
 
-// Valid UTF-8 with a "?" for each control character, those of two bytes included: a terminal takes
-// either kind as orders.
+// Valid UTF-8 with a "?" for each control character, including those of two bytes: a terminal would
+// interpret them as commands.
 std::string printable(std::string_view text);
 
-// The same as one word: a "?" for each blank, too.
+// The same, with a "?" for each blank too, so that the result is one word.
 std::string one_word(std::string_view text);
 
 }  // namespace zotconf

@@ -7,7 +7,7 @@
 namespace zotconf {
 namespace {
 
-// Characters as a person counts them: the bytes that continue a UTF-8 character add none.
+// The number of characters: bytes that continue a UTF-8 character do not count.
 size_t width_of(const std::string &text) {
   return static_cast<size_t>(std::ranges::count_if(
       text, [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A table for people: columns as wide as their longest cell.
+// A text table: each column is as wide as its longest cell.
 #pragma once
 
 #include <string>
@@ -29,7 +29,7 @@ class text_table {
   explicit text_table(std::vector<column> columns) : columns_(std::move(columns)) {}
 
   void add_row(std::vector<cell> cells) { rows_.push_back(std::move(cells)); }
-  // Prints the titles and the rows; nothing for a table without rows.
+  // Prints the titles and the rows; prints nothing when there are no rows.
   void print(const console &where) const;
 
  private:

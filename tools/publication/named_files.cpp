@@ -11,8 +11,9 @@
 namespace zotconf {
 namespace {
 
-// A publisher that was cut off leaves a K whose checksum file is late or absent. Without one no
-// element takes the K, but what it names is known.
+// Throws when a K differs from its checksum file. A missing checksum file is accepted: an
+// interrupted publisher may not have written it yet. No element uses such a K, but the files it
+// names are known.
 void check_announced(const fs::path &k, const std::string &bytes) {
   fs::path announcement = k;
   announcement.replace_extension(".checksum");
@@ -47,7 +48,7 @@ void add_names(const fs::path &k, named_files &into) {
   ++into.ks;
 }
 
-// A link may lead to a K that somebody else's service hands out.
+// Refuses a symbolic link: it may point to a K that another service publishes.
 void add_entry(const fs::directory_entry &entry, named_files &into) {
   const fs::file_status status = entry.symlink_status();
   if (fs::is_symlink(status)) {

@@ -81,7 +81,7 @@ plan make_plan(const publication_store &store, const manifest &before, manifest 
       ++result.same;
       continue;
     }
-    // The file of the version before may be gone.
+    // Counts the previous version too: its file may be missing.
     const uint64_t known = old.empty() ? 0 : old.mapped().version;
     file.version = choose_version(store, file, std::max(spent, known));
     result.changes.push_back(

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a publication is going to change, decided before anything is written.
+// The changes of a publication, computed before anything is written.
 #pragma once
 
 #include <cstddef>
@@ -14,14 +14,14 @@
 
 namespace zotconf {
 
-// What becomes of an entry: the one of the K before, the one of the next K. One of them may be
-// missing.
+// The change of one entry: as the previous K has it, and as the next K has it. One of the two may
+// be missing.
 struct entry_change {
   std::optional<published_file> before;
   std::optional<published_file> after;
 
   [[nodiscard]] const published_file &entry() const { return after ? *after : *before; }
-  // new, changed or removed
+  // "new", "changed" or "removed"
   [[nodiscard]] const char *name() const;
   [[nodiscard]] std::optional<uint64_t> old_version() const;
   [[nodiscard]] std::optional<uint64_t> new_version() const;
@@ -30,21 +30,21 @@ struct entry_change {
 struct plan {
   manifest next;
   std::vector<entry_change> changes;
-  size_t before = 0;   // entries of the K before
-  size_t same = 0;     // entries that did not change
-  size_t written = 0;  // files that were not there
+  size_t before = 0;   // entries of the previous K
+  size_t same = 0;     // unchanged entries
+  size_t written = 0;  // files that did not exist
 
   [[nodiscard]] size_t count(std::string_view name) const;
-  // The entries of the K before whose files the next one does not name.
+  // The entries of the previous K whose files the next K does not name.
   [[nodiscard]] std::vector<published_file> dropped() const;
 };
 
-// Gives each file of `next` its version: that of the K before when the bytes are the same, else one
-// that lies here with these bytes, whoever brought it, else one that no file has had.
+// Gives each file of `next` its version: the previous one when the bytes are the same, else a
+// stored version with these bytes (of any element), else a version that was never used.
 plan make_plan(const publication_store &store, const manifest &before, manifest next);
 
-// Throws a refusal when more than this share of the entries, in percent, would be removed: a source
-// that lost its files by mistake must not take them from the element.
+// Throws a refusal when more than `share` percent of the entries would be removed. This protects
+// the element against a source folder that has lost its files by mistake.
 void check_removals(const plan &planned, unsigned share, const fs::path &source);
 
 }  // namespace zotconf

@@ -74,7 +74,7 @@ void print_pruning(const prune_options &options, const console &where, const pru
 }
 
 pruning prune(const prune_options &options, const console &where) {
-  // A folder of another kind gets no lock file.
+  // Checked first, so that no lock file is created in another kind of folder.
   check_publication(options.publication);
   publication_store store(options.publication);
   options.dry_run ? store.lock_to_read() : store.lock();

@@ -11,11 +11,11 @@ namespace zotconf {
 
 struct prune_options {
   fs::path publication;
-  std::chrono::milliseconds grace{};  // 0: files of any age
+  std::chrono::milliseconds grace{};  // 0: remove files of any age
   bool dry_run = false;
 };
 
-// Removes nothing when a K cannot be read. Returns an exit status; throws std::exception when a
+// Removes nothing when a K cannot be read. Returns an exit status. Throws std::exception when a
 // file cannot be removed.
 int run_prune(const prune_options &options, const console &where);
 

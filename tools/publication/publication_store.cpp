@@ -22,7 +22,7 @@ void wait_for_lock(const zot::descriptor &file, int kind, const fs::path &path) 
   }
 }
 
-// A link or a FIFO in a file's place is not its bytes.
+// Opens a regular file of this size. A symbolic link or FIFO at the path does not count.
 zot::descriptor open_regular(const fs::path &path, uint64_t size) {
   zot::descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat info {};
@@ -121,7 +121,7 @@ std::vector<uint64_t> publication_store::versions_of(const published_file &file)
   return versions;
 }
 
-// What is read is told by the sizes: nothing of a file of another size.
+// Reads only files of the right size.
 std::optional<uint64_t> publication_store::find(const published_file &file,
                                                 const std::vector<uint64_t> &versions) const {
   const fs::path folder = object_folder(file);
@@ -148,7 +148,7 @@ void publication_store::write(const published_file &file, std::string_view bytes
   replace_file(folder / std::to_string(file.version), bytes, durability::buffered);
 }
 
-// Bytes, and the names of new files and folders.
+// Flushes the data and also the names of new files and folders.
 void publication_store::flush() const {
   if (::syncfs(lock_.get()) != 0) {
     throw_errno("cannot flush " + root_.string());

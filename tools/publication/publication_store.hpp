@@ -4,12 +4,12 @@
 //   config/<Category>/<key>/<version>                          the files, never rewritten
 //   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.k           K of one element
 //   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.checksum    its SHA-256 and a newline
-//   .lock                                                      locked by who changes the folder
-//   .spent                                                     a version; new ones are above it
+//   .lock                                                      locked by the writer
+//   .spent                                                     a version; new versions are higher
 //
-// Versions are shared by all elements of a folder, so elements share files. An element may have any
-// version in force that was ever published, and takes a version that it knows for unchanged. So no
-// number is given to other bytes, also when its file is gone.
+// All elements of a folder share the versions, so they share files. An element may have any version
+// in force that was ever published, and treats a version that it knows as unchanged. So a version
+// is never used again for other bytes, even when its file has been removed.
 #pragma once
 
 #include <cstdint>
@@ -24,29 +24,29 @@
 
 namespace zotconf {
 
-// The latest K of an element, or its checksum file, by ".k" or ".checksum": the pieces of the path,
-// and where it lies in a publication folder.
+// The latest K of an element (suffix ".k") or its checksum file (".checksum"): the parts of its
+// path, and the whole path in a publication folder.
 std::vector<std::string> latest_parts(const element &who, const std::string &suffix);
 fs::path latest_file(const fs::path &publication, const element &who, const std::string &suffix);
 
-// The pieces config, category, key and version of a requested name; doubled slashes count as one.
-// Nothing for a name of another form or one with "." or "..".
+// Splits a requested name into config, category, key and version; doubled slashes count as one.
+// Returns nullopt for a name of another form or with "." or "..".
 std::optional<std::vector<std::string>> split_member_name(const std::string &name);
 
 class publication_store {
  public:
   explicit publication_store(fs::path root) : root_(std::move(root)) {}
 
-  // Creates the folder and keeps all others out that change it until the store goes away.
+  // Creates the folder and locks it against other writers until the store is destroyed.
   void lock();
-  // The same without a change of the folder, for who only reads it. Where nobody has ever locked
-  // it, there is nobody to wait for.
+  // Locks the folder for reading and changes nothing in it. Without a lock file there is no writer
+  // to wait for.
   void lock_to_read();
 
   [[nodiscard]] std::optional<std::string> read_k(const element &who) const;
   [[nodiscard]] std::optional<std::string> read_checksum(const element &who) const;
 
-  // The versions of an object that lie here, highest first.
+  // The stored versions of an object, highest first.
   [[nodiscard]] std::vector<uint64_t> versions_of(const published_file &file) const;
   // The first of these versions whose file has the size and the checksum of `file`.
   [[nodiscard]] std::optional<uint64_t> find(const published_file &file,
@@ -54,18 +54,18 @@ class publication_store {
   [[nodiscard]] bool holds(const published_file &file) const;
   void write(const published_file &file, std::string_view bytes) const;
 
-  // No version up to this one may be given to new bytes, whatever lies here.
+  // Versions up to this one must not be used for new bytes, even when their files do not exist.
   [[nodiscard]] uint64_t spent_version() const;
-  // Raises it; on the medium when this returns.
+  // Raises spent_version(). It is on the medium when this returns.
   void spend(uint64_t version) const;
 
-  // Makes a K the latest of an element. The files come to the medium first, K next, the checksum
-  // that announces it last. Right before, the files that it drops get the time of now, for a reader
-  // of the K before may still ask for them. Returns how many of them could not be given it.
+  // Makes a K the latest of an element. Writes to the medium in this order: the files, K, the
+  // checksum file. Just before K, it sets the time of the dropped files to now, because a reader of
+  // the previous K may still request them. Returns how many of them it could not set.
   [[nodiscard]] size_t announce(const element &who, const std::string &k,
                                 const std::vector<published_file> &dropped) const;
 
-  // Opens config/<Category>/<key>/<version>; not open when it isn't there.
+  // Opens config/<Category>/<key>/<version>. The result is not open when the file does not exist.
   [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const;
 
  private:

@@ -102,7 +102,7 @@ void write_summary(const console &where, const char *result, const plan &planned
   where.out() << document.text();
 }
 
-// The K that clients can verify now; without one there is nothing to build on.
+// The latest K; empty when it is missing or damaged.
 manifest read_previous(const publication_store &store, const element &who, std::ostream &err) {
   const auto text = store.read_k(who);
   if (!text) {

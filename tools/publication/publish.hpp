@@ -12,21 +12,21 @@
 namespace zotconf {
 
 struct publish_options {
-  fs::path source;  // <Category>/<key>
+  fs::path source;  // contains <Category>/<key>
   fs::path publication;
   element who;
   std::string cluster;
-  std::string config_id;  // empty: K names none
-  std::string firmware;   // empty: K names none
+  std::string config_id;  // empty: not stated in K
+  std::string firmware;   // empty: not stated in K
   bool allow_empty = false;
-  // The largest share of the entries of the K before that may be removed, in percent. Without one
-  // it is 50, or 100 for an empty configuration that is allowed.
+  // The largest share of the previous K's entries that may be removed, in percent. Default: 50, or
+  // 100 for an empty configuration that is allowed.
   std::optional<unsigned> max_removed;
   bool dry_run = false;
 };
 
-// A refused publication and a dry run write no file at all. Returns an exit status; throws
-// std::exception when files cannot be read or written.
+// A refused publication and a dry run write no files. Returns an exit status. Throws std::exception
+// when files cannot be read or written.
 int run_publish(const publish_options &options, const console &where);
 
 }  // namespace zotconf

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a publication folder holds, read as a client finds it.
+// Reads a publication folder as a client sees it.
 #pragma once
 
 #include <vector>
@@ -13,7 +13,7 @@ namespace zotconf {
 // The latest K of an element in a publication folder.
 stored_k read_published(const fs::path &publication, const element &who);
 
-// The elements that a publication folder has a K for, sorted.
+// The elements that have a K in a publication folder, sorted.
 std::vector<element> published_elements(const fs::path &publication);
 
 }  // namespace zotconf

@@ -11,7 +11,7 @@
 namespace zotconf {
 namespace {
 
-// A backup, a hidden file or the swap file of an editor.
+// Whether a file is a backup, a hidden file or an editor's swap file.
 bool is_left_out(const fs::path &path) {
   const std::string name = path.filename().string();
   return name.starts_with('.') || name.ends_with('~') || name.ends_with(".swp");
@@ -37,7 +37,7 @@ int32_t category_of(const fs::path &folder) {
   return category;
 }
 
-// Why a file cannot be published, judged before its bytes are read.
+// Throws a refusal for a file that cannot be published. Does not read its content.
 void check_kind(const fs::path &path) {
   const auto status = fs::symlink_status(path);
   if (fs::is_directory(status)) {
@@ -75,8 +75,8 @@ published_file scan_file(const fs::path &path, int32_t category) {
           .checksum = sha256_text(bytes)};
 }
 
-// Whether a path is that of a folder or lies below it, once every link is followed. The folder
-// itself counts by what it is, because a mount may give it a second path.
+// Whether `path` is `folder` or lies below it, after all links are followed. Compares device and
+// inode, because a mount may give the folder a second path.
 bool is_within(const fs::path &path, const fs::path &folder) {
   fs::path at = fs::weakly_canonical(fs::absolute(path));
   for (;;) {

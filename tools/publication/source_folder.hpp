@@ -12,7 +12,7 @@
 
 namespace zotconf {
 
-// What must not be done with a publication folder. It is told before anything is changed.
+// An operation that must not be done on a publication folder. Thrown before anything is changed.
 class refusal : public std::runtime_error {
  public:
   explicit refusal(const std::string &why) : std::runtime_error(why) {}
@@ -20,15 +20,15 @@ class refusal : public std::runtime_error {
 };
 
 struct source_files {
-  std::vector<published_file> files;  // by category and key, without versions
-  std::vector<fs::path> left_out;     // what editors and version control leave beside them
+  std::vector<published_file> files;  // sorted by category and key, without versions
+  std::vector<fs::path> left_out;     // skipped files of editors and version control
 };
 
-// Throws a refusal for a file that has no place in a configuration.
+// Throws a refusal for a file that cannot be part of a configuration.
 source_files scan_source(const fs::path &source, const console &where);
 
-// Throws a refusal when a publication in this folder would write into the source, or when the
-// source is part of the publication. Links are followed.
+// Throws a refusal when a publication into this folder would write into the source, or when the
+// source is part of the publication. Follows links.
 void check_apart(const fs::path &source, const fs::path &publication);
 
 }  // namespace zotconf

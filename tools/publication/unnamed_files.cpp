@@ -26,7 +26,7 @@ struct folder_entry {
   struct stat info {};
 };
 
-// Not open when a link or a file stands there, or nothing.
+// The result is not open when the path is a link or a file, or does not exist.
 zot::descriptor open_folder_at(int parent, const std::string &name) {
   return zot::descriptor(
       ::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -66,7 +66,8 @@ std::vector<folder_entry> entries_of(int folder, const std::string &path) {
   return entries;
 }
 
-// The last number is nobody's: were it spent, no version would be left for any file.
+// The version of a file, unless it is the maximum: if that were marked as spent, no version would
+// be left.
 std::optional<uint64_t> version_of_file(const folder_entry &entry) {
   const auto version = parse_version(entry.name);
   const bool is_version = S_ISREG(entry.info.st_mode) && version &&
@@ -82,7 +83,7 @@ bool is_category(const folder_entry &entry) {
 
 using moment = std::pair<time_t, long>;  // seconds and nanoseconds since the epoch
 
-// Any time that a file may bear, those included that a chrono clock has no number for.
+// A file can have a time that is out of range for a chrono clock.
 moment time_of_file(const struct stat &info) {
   return {info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
 }
@@ -188,7 +189,7 @@ class unnamed_finder {
   unnamed_files found_;
 };
 
-// What somebody put there meanwhile keeps its folder.
+// A folder that has received a new file in the meantime stays.
 void remove_folder(int parent, const std::string &name) {
   if (::unlinkat(parent, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOTEMPTY &&
       errno != EEXIST && errno != ENOENT) {

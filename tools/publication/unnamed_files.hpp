@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The files below config/ of a publication folder that no K names, and their removal. No symbolic
-// link is followed.
+// Finds and removes the files below config/ of a publication folder that no K names. Follows no
+// symbolic links.
 #pragma once
 
 #include <chrono>
@@ -29,7 +29,7 @@ struct stored_version {
   uint64_t size = 0;
 };
 
-// A folder config/<Category>/<key> that loses files or is empty.
+// A folder config/<Category>/<key> that has files to remove or is empty.
 struct stored_object {
   std::string key;
   std::vector<stored_version> unnamed;  // to be removed
@@ -44,20 +44,20 @@ struct stored_category {
 
 struct unnamed_files {
   std::vector<stored_category> categories;
-  std::vector<std::string> left_alone;  // below the publication folder: of another form
+  std::vector<std::string> left_alone;  // other paths, relative to the publication folder
   file_count named;
-  file_count young;      // unnamed for less than the grace
-  file_count removable;  // the rest of the unnamed
-  uint64_t folders = 0;  // that become empty
-  uint64_t highest = 0;  // of the removable versions that are the highest of their object
+  file_count young;      // not named, and newer than the grace period
+  file_count removable;  // not named, and older
+  uint64_t folders = 0;  // how many become empty
+  uint64_t highest = 0;  // highest removable version that is its object's highest
 };
 
-// What lies there, and which of it may go. A grace of 0 is none.
+// Finds the files and decides which may be removed. A grace of 0 means no grace period.
 unnamed_files find_unnamed(const fs::path &publication, const named_files &named,
                            std::chrono::milliseconds grace);
 
-// Removes what may go: the files of each object, then its folder; the folder of a category last.
-// Calls `removed` with the size of each file.
+// Removes the removable files of each object, then its folder; a category folder last. Calls
+// `removed` with the size of each file.
 void remove_unnamed(const fs::path &publication, const unnamed_files &found,
                     const std::function<void(uint64_t size)> &removed);
 

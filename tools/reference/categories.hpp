@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf categories`: number and name of every category.
+// `zotconf categories`: prints the number and name of every category.
 #pragma once
 
 #include "tools/output/console.hpp"

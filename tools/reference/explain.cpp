@@ -27,7 +27,7 @@ constexpr std::string_view document_begin =
     "call recorded no text of its own; most calls record one that names the file or the address.\n"
     "K is the knowledge file, the manifest of a configuration; the GPB files are its content.\n";
 
-// What is told of a status, in this order.
+// A section of the explanation of a status. Printed in this order.
 struct aspect {
   std::string_view title;
   const char *key;
@@ -42,7 +42,7 @@ constexpr std::array aspects = {aspect{"Meaning", "meaning", &status_advice::mea
 
 constexpr size_t title_width = 12;
 
-// The words after a title, in lines that stand under each other.
+// Prints the words after a title, wrapped and indented.
 void print_wrapped(std::ostream &out, std::string_view words, size_t indent) {
   size_t column = indent;
   while (!words.empty()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf explain`: what a status of the library means and what to do about it.
+// `zotconf explain`: prints what a status of the library means and what to do about it.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace zotconf {
 
 struct explain_options {
   std::string status;     // number or name; empty: all
-  bool markdown = false;  // the document docs/errors.md
+  bool markdown = false;  // print the document docs/errors.md
 };
 
 // Returns an exit status.

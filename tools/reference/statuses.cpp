@@ -314,7 +314,7 @@ constexpr auto make_entries() {
 
 constexpr auto entries = make_entries();
 
-// Whether words are a name, or one without its prefix.
+// Whether `words` is the name, with or without its prefix.
 bool is_name(std::string_view words, std::string_view name) {
   if (!name.ends_with(words)) {
     return false;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_archive [every=N] [percent=N] [only=TEXT] [log] [sizes]
-// Gives an element one archive after the other that no service should send. Each is unpacked by GNU
-// tar and by busybox's tar, as root and as another user. Prints what held; exits with 0 when
-// everything did.
+// Sends an element archives that a service should never send, one after the other. Each is unpacked
+// by GNU tar and by busybox's tar, as root and as another user. Prints the results; exits with 0
+// when all checks passed.
 //
 //   every=N    run only every Nth archive
 //   percent=N  scale large archives to N percent of their size
@@ -84,7 +84,7 @@ archive_rows wanted_rows(const row_setting &setting, const wishes &all) {
   return rows;
 }
 
-// The machine's own tar, and busybox where it is installed, in front of everything else on PATH.
+// GNU tar of this machine, and busybox's tar if it is installed; busybox then comes first on PATH.
 std::vector<unpacker> unpackers(const std::string &work) {
   const std::string usual = "/usr/local/bin:/usr/bin:/bin";
   std::vector<unpacker> all = {{"tar", usual, 0}};
@@ -100,7 +100,7 @@ std::vector<unpacker> unpackers(const std::string &work) {
   return all;
 }
 
-// Root gives each trial a small volume, in a namespace of its own.
+// Root mounts a small volume for each trial, in a separate mount namespace.
 bool can_mount(const std::string &work) {
   const pid_t child = ::fork();
   if (child == 0) {
@@ -113,7 +113,7 @@ bool can_mount(const std::string &work) {
   return ::waitpid(child, &status, 0) == child && status == 0;
 }
 
-// Whether a row held for both kinds of users, or for the one that runs this.
+// Whether a row passed: for root and another user if root runs this, else for the current user.
 bool holds(const archive_row &row, const unpacker &by, const std::string &work, const wishes &all) {
   const bool is_root = ::geteuid() == 0;
   bool held = true;
@@ -143,7 +143,7 @@ int main(int argc, char **argv) {
   try {
     const wishes all = parse(argc, argv);
     std::signal(SIGPIPE, SIG_IGN);
-    // What a trial writes it writes hundreds of times; memory is meant for that.
+    // Trials write the same data hundreds of times, so write to memory.
     if (::access("/dev/shm", W_OK) == 0) {
       ::setenv("TMPDIR", "/dev/shm", 1);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The archives that a service should never send, and the expected result of each.
+// Archives that a service should never send, and the expected result of each.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,12 @@
 
 namespace zot::test {
 
-// What a get answers, for GNU tar run by root and by another user, then for busybox's tar likewise;
-// one letter alone holds for all four:
-//   O  done: whatever the archive brought beside the files did no harm and is gone
+// The expected result of a get, with one letter each for GNU tar as root, GNU tar as another user,
+// busybox's tar as root, busybox's tar as another user. A single letter applies to all four:
+//   O  success: other members of the archive did no harm and are gone
 //   C  ZOT_ERR_CORRUPTED
-//   U  ZOT_ERR_REMOTE_UNAVAIL: more bytes than K lets expect
-//   ?  done or corrupted, as the unpacker sees it
+//   U  ZOT_ERR_REMOTE_UNAVAIL: more bytes than K allows
+//   ?  success or ZOT_ERR_CORRUPTED, depending on the unpacker
 struct archive_step {
   std::string bytes;
   std::string answers;
@@ -24,23 +24,23 @@ struct archive_step {
 
 struct archive_row {
   std::string name;
-  // One after the other, on the same handle.
+  // The archives, sent one after the other to the same handle.
   std::vector<archive_step> steps;
-  // The size that K states for one more file, which no step brings; 0: there is none.
+  // The size that K states for an additional file that no archive contains; 0: no such file.
   std::uint64_t announced = 0;
-  // How much of the disk it may take at most; 0: as much as there is.
+  // The maximum disk space that the get may use; 0: no limit.
   std::uint64_t most_room = 0;
-  // Whether the K that was fetched may be lost, as long as no other stands in its place.
+  // Whether the fetched K may be lost. It must never be replaced by another one.
   bool spoils_k = false;
 };
 
 using archive_rows = std::vector<archive_row>;
 
 struct row_setting {
-  // A directory that nothing may be written to, and the way there from the scratch directory.
+  // A directory outside that nothing may write to, and its path relative to the scratch directory.
   std::string outside;
   std::string way_out;
-  // How large the large ones are, in percent.
+  // The size of large archives, in percent.
   unsigned percent = 100;
 };
 
@@ -48,18 +48,18 @@ inline constexpr const char *listed_file = "config/Wlan/office/6";
 inline constexpr const char *file_in_force = "config/Wlan/office/5";
 inline constexpr const char *announced_file = "config/Wlan/announced/1";
 
-// The configuration that is in force, the one whose archive is spoiled, and the one after that.
+// The configuration in force, the one whose archive is malicious, and the one published afterwards.
 [[nodiscard]] publication conf_in_force();
 [[nodiscard]] publication conf_spoiled();
 [[nodiscard]] publication conf_after();
 
-// The members that the spoiled configuration should come with.
+// The regular members of the second configuration's archive.
 [[nodiscard]] std::string proper_members();
 
-// Whether members have, or link to, a name of the fetched K.
+// Whether the members include a name of the fetched K, or link to it.
 [[nodiscard]] bool names_k(const std::string &members);
 
-// An archive of those and others, packed; in the order of the names.
+// A compressed archive with these members before or after the proper members.
 [[nodiscard]] std::string archive_before(const std::string &members);
 [[nodiscard]] std::string archive_after(const std::string &members);
 

@@ -30,7 +30,8 @@ std::string unsealed() {
   return member;
 }
 
-// Cuts at every half block. The last file lies in the scratch area already: it's in force as well.
+// Truncates the archive at every half block. The last file is unchanged, so it is already in the
+// scratch area.
 archive_rows cut_archives() {
   archive_rows rows;
   const std::string whole = proper_members() + tar_end();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Small archives that unpack to a lot of data.
+// Small archives that unpack to a large amount of data.
 #include "tests/faults/archive/rows.hpp"
 
 #include "tests/support/files.hpp"
@@ -27,7 +27,7 @@ std::string many(unsigned count, const std::string &folder, char type, const std
   return gzip(members + tar_end());
 }
 
-// Each folder named by itself, as one name that is long enough isn't taken by every unpacker.
+// One member for each folder, because some unpackers do not accept one name that is long enough.
 std::string nested(const std::string &start, unsigned levels) {
   std::string members = proper_members();
   std::string path = start;

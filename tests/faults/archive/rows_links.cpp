@@ -141,7 +141,7 @@ archive_rows link_rows(const row_setting &setting) {
                               hard_link("config/link", kept), planted("config/link"), "OOOO"));
   rows.push_back(two_in_a_row("link named as the archive, and the next is stored",
                               symlink("gpb.tgz", kept), planted("config/file"), "OOOO"));
-  // After the files, so that a listed one isn't missing for want of the link's place.
+  // At the end, so that the other files are unpacked even where the link cannot be created.
   rows.push_back({"link out, at the end",
                   {{archive_after(blocks({symlink("config/link", setting.outside)})), refused}}});
   rows.push_back({"link at a listed path, at the end",

@@ -12,7 +12,7 @@ struct member_case {
   std::string name;
   tar_member member;
   std::string answers;
-  // What comes before the listed files may be replaced by them.
+  // False: the member comes before the listed files, which may replace it.
   bool is_last = true;
 };
 

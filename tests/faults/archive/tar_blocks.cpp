@@ -80,7 +80,7 @@ std::string tar_header(const tar_member &member, std::uint64_t size) {
   header[type_at] = member.type;
   put(header, target_at, member.target, magic_at - target_at);
   put(header, magic_at, "ustar  ", 8);
-  // The null device, or what has its numbers.
+  // The device numbers of /dev/null.
   put(header, major_at, octal(1, 8), 8);
   put(header, minor_at, octal(3, 8), 8);
   seal(header);
@@ -138,7 +138,7 @@ std::string gzip(std::string_view bytes) {
   archive_entry_set_filetype(entry.get(), AE_IFREG);
   archive_write_set_format_raw(writer.get());
   archive_write_add_filter_gzip(writer.get());
-  // Without padding: what follows the archive is a case of its own.
+  // No padding: bytes after the archive are a separate test case.
   archive_write_set_bytes_in_last_block(writer.get(), 1);
   require(writer.get(), archive_write_open(writer.get(), &packed, nullptr, append, nullptr) == 0 &&
                             archive_write_header(writer.get(), entry.get()) == 0);
@@ -151,7 +151,7 @@ std::string gzip(std::string_view bytes) {
 
 std::string gzip_around_zeros(std::string_view before, std::uint64_t zeros,
                               std::string_view after) {
-  // Packed pieces may be joined, and many of them are alike.
+  // Gzip members can be concatenated, so one compressed piece is used many times.
   constexpr std::uint64_t piece = 1U << 20U;
   const std::string packed_piece = gzip(std::string(piece, '\0'));
   std::string packed = gzip(before);

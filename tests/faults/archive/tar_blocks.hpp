@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Builds archives block by block, in forms that no library would write.
+// Builds archives block by block, in forms that no archive library would write.
 #pragma once
 
 #include <cstddef>
@@ -16,44 +16,44 @@ struct tar_member {
   std::string name;
   std::string bytes = {};
   char type = '0';
-  std::string target = {};  // of a link
+  std::string target = {};  // for links
   unsigned mode = 0644;
   unsigned owner = 0;
-  // What the header says of the size, where that isn't the number of bytes: twelve bytes at most.
+  // The size field, if it differs from the number of bytes: at most twelve bytes.
   std::optional<std::string> size_field = {};
-  // The mode as it stands there, likewise.
+  // The mode field, if it differs from `mode`.
   std::optional<std::string> mode_field = {};
 };
 
-// One member with its header, without any check of what it says.
+// A member with its header; the header is not checked.
 [[nodiscard]] std::string tar_blocks(const tar_member &member);
 
-// Of a file of so many zeros that only the header.
+// The header of a member of `size` bytes, without the bytes.
 [[nodiscard]] std::string tar_header(const tar_member &member, std::uint64_t size);
 
-// Two blocks of zeros.
+// The end of an archive: two blocks of zeros.
 [[nodiscard]] std::string tar_end();
 
-// A member before a member: its name, or its link's target, beyond a header's length.
+// A member that gives the next member a name, or a link target, too long for its header.
 [[nodiscard]] std::string long_name(std::string_view name, char type = 'L');
 
-// One record of an extended header.
+// A record of an extended header, and an extended header of such records.
 [[nodiscard]] std::string pax_record(std::string_view key, std::string_view value);
 [[nodiscard]] std::string pax_header(std::string_view records, char type = 'x');
 
-// A size that octal digits cannot tell.
+// A size in base 256, for values that octal digits cannot express.
 [[nodiscard]] std::string base_256(std::int64_t size);
 
-// Sets the checksum of a header that was changed by hand.
+// Recomputes the checksum of a changed header.
 void seal(std::string &header);
 
-// A file of the old format for files with holes: one byte at an offset, so large in all.
+// A file with holes in the old GNU format: one byte at `offset`, `size` bytes in all.
 [[nodiscard]] std::string sparse_file(const std::string &name, std::uint64_t offset,
                                       std::uint64_t size);
 
 [[nodiscard]] std::string gzip(std::string_view bytes);
 
-// The same of text, zeros, text, in no time.
+// Compresses text, zeros and text. Takes no time even for many zeros.
 [[nodiscard]] std::string gzip_around_zeros(std::string_view before, std::uint64_t zeros,
                                             std::string_view after);
 

@@ -23,10 +23,11 @@
 namespace zot::test {
 namespace {
 
-// Sequences of gets take tenths of a second; the large ones take seconds.
+// Seconds. A normal sequence of gets takes tenths of a second, a large one a few seconds.
 constexpr unsigned patience = 240;
 constexpr std::uint64_t mib = 1U << 20U;
-// What a get takes beside the content of the files, in a process that has run one.
+// Memory that a get needs in addition to the files' content, in a process that has already done
+// one.
 constexpr std::uint64_t memory_beside = 8 * mib;
 
 class row_failure : public std::runtime_error {
@@ -49,7 +50,7 @@ std::string listed(const std::vector<T> &names) {
   return text.substr(0, 400);
 }
 
-// What changed between two looks at the same place.
+// The changes between two states of the same place.
 std::string difference(const surroundings &before, const surroundings &after) {
   std::vector<std::string> changed;
   for (const auto &[path, told] : before) {
@@ -66,7 +67,7 @@ std::string difference(const surroundings &before, const surroundings &after) {
   return listed(changed);
 }
 
-// The K as it goes out: with one more file where the row has one announced.
+// The published configuration. For a row with an announced file, K lists one file more.
 publication spoiled_for(const archive_row &row) {
   publication published = conf_spoiled();
   if (row.announced != 0) {
@@ -132,7 +133,7 @@ class trial {
            zot_conf_commit(on_.tested.handle()) == ZOT_OK;
   }
 
-  // One archive; whether the get was done.
+  // Sends one archive. Returns whether the get succeeded.
   bool take(const archive_step &step) {
     const publication published = spoiled_for(row_);
     on_.remote.publish(published);
@@ -171,16 +172,16 @@ class trial {
           static_cast<unsigned long long>(memory));
       std::fflush(stdout);
     }
-    // The service runs in this process too: it holds the archive, a copy and what it sends.
-    // A file whose size K states takes it twice: as it is read, and in the list.
+    // The service runs in this process too: it holds the archive, a copy and the bytes it sends. A
+    // file of the announced size needs memory twice: while it is read, and in the list.
     check(memory <= memory_beside + 8 * step.bytes.size() + 2 * row_.announced,
           "took " + std::to_string(memory) + " bytes of memory");
     check(row_.most_room == 0 || room.most_bytes() <= row_.most_room,
           "took " + std::to_string(room.most_bytes()) + " bytes on disk");
   }
 
-  // What a get leaves in the scratch area: the archive and the files that K names; when it failed,
-  // those of the configuration in force may be there as well.
+  // Checks what a get leaves in the scratch area: the archive and the files that K names. After a
+  // failure, the files of the configuration in force may be there too.
   void check_left(bool done, const publication &published) {
     const std::string root = on_.tested.tmp_root();
     std::set<std::string> allowed = {"gpb.tgz", "subsys.checksum", "subsys.k"};
@@ -200,8 +201,8 @@ class trial {
     }
   }
 
-  // After a get that failed: the configuration in force, from the cache and when it is published
-  // again.
+  // After a failed get, the configuration in force must be complete: from the cache, and when it is
+  // published again.
   void check_in_force() {
     const returned_list cached = on_.tested.get(ZOT_STAT_CACHED | every_change);
     check(cached.status == ZOT_OK && holds_files_of(cached, conf_in_force()),
@@ -235,12 +236,12 @@ class trial {
   std::string rights_before_;
 };
 
-// Never returns: the process belongs to the trial.
+// Runs a trial in the child process and never returns.
 [[noreturn]] void run_alone(const archive_row &row, const trial_place &place, int answer) {
   std::string failure;
   try {
     ::setpgid(0, 0);
-    // The log of the start goes there before it is captured.
+    // Discards log messages from before the capture starts.
     ::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::alarm(patience);
@@ -301,7 +302,7 @@ std::string try_row(const archive_row &row, const trial_place &place) {
   if (::waitpid(child, &status, 0) != child) {
     throw std::system_error(errno, std::generic_category(), "waitpid");
   }
-  // An unpacker that goes on.
+  // Kills an unpacker that is still running.
   ::kill(-child, SIGKILL);
   if (failure.empty() && status != 0) {
     failure = WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM ? "it hung" : "it ended early";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs one row of archives against one element, in a process of its own.
+// Runs one row of archives against one element, in a separate process.
 #pragma once
 
 #include <cstddef>
@@ -9,20 +9,20 @@
 
 namespace zot::test {
 
-// Where a trial takes place: made anew for each, its own scratch area in memory where the user may
-// mount one.
+// Where a trial runs. The directory is created anew for each trial; its scratch area is a volume in
+// memory where the user may mount one.
 struct trial_place {
   std::string work;
-  std::string path;         // PATH with the unpacker in question
-  bool as_other_user;       // as nobody in particular; else as whoever runs this
-  std::size_t column;       // of archive_step::answers
-  bool with_log = false;    // the library's log with each failure
-  bool with_sizes = false;  // how much room each took
+  std::string path;         // PATH with this unpacker first
+  bool as_other_user;       // as another user; else as the current user
+  std::size_t column;       // index into archive_step::answers
+  bool with_log = false;    // print the library's log with each failure
+  bool with_sizes = false;  // print the space that each archive took
 };
 
 [[nodiscard]] row_setting setting_at(const std::string &work, unsigned percent);
 
-// What did not hold, or nothing.
+// Returns the failed check, or an empty text.
 [[nodiscard]] std::string try_row(const archive_row &row, const trial_place &place);
 
 }  // namespace zot::test

@@ -79,8 +79,8 @@ surroundings surroundings_of(const std::string &root, const std::string &left_ou
     if (path == left_out) {
       at.disable_recursion_pending();
     } else {
-      // The directories above are named in archives, too; their rights are watched and put back,
-      // which leaves a date.
+      // Archives name the parent directories of the scratch area too. The library restores their
+      // mode and owner, which changes their time, so their time is not compared.
       all[path] = told_of(path, !left_out.starts_with(path + "/"));
     }
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An element with a scratch area of limited size, and a watch on everything around that area.
+// An element whose scratch area has a limited size, with checks of everything around that area.
 #pragma once
 
 #include <atomic>
@@ -15,21 +15,21 @@
 
 namespace zot::test {
 
-// Everything that can be told of all that lies below a directory but for one path in it.
+// The properties of everything below a directory, except one path in it.
 using surroundings = std::map<std::string, std::string>;
 [[nodiscard]] surroundings surroundings_of(const std::string &root, const std::string &left_out);
 
-// Mode and owners.
+// Mode, owner and group.
 [[nodiscard]] std::string rights_of(const std::string &path);
 
-// Names of what lies below a directory and is neither a directory nor a file of one name without
-// rights of its owner's.
+// Paths below a directory that are neither directories nor plain files. A plain file has one link
+// and no set-user-ID or set-group-ID bit.
 [[nodiscard]] std::vector<std::string> foreign_below(const std::string &root);
 
-// Files below a directory, relative to it, whoever may read them.
+// All files below a directory, relative to it.
 [[nodiscard]] std::vector<std::string> files_below(const std::string &root);
 
-// The most room that a volume had in use while this watched.
+// Records the peak disk usage of a volume while the object exists.
 class room_watch {
  public:
   explicit room_watch(std::string path);
@@ -50,14 +50,13 @@ class room_watch {
   std::thread looking_;
 };
 
-// The most memory that this process had in use since the last reset.
+// The peak memory of this process since the last reset.
 void reset_most_memory();
 [[nodiscard]] std::uint64_t most_memory();
 
 class watched_element {
  public:
-  // Mounts the scratch area where root runs this; goes on as the other user where that is asked
-  // for.
+  // As root, mounts the scratch area, and then becomes the other user if requested.
   watched_element(const std::string &place, bool as_other_user);
 
   [[nodiscard]] std::string scratch() const { return tested.dir() / "scratch"; }

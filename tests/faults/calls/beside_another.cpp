@@ -4,7 +4,7 @@
 namespace zot::test {
 namespace {
 
-// A refusal that has to come is what succeeds here.
+// In these operations a refusal by the library is the expected result.
 int expect_refusal(int status, const char *what) {
   require(status < 0,
           std::string(what) + " that another's verdict forbids: " + std::to_string(status));
@@ -30,8 +30,8 @@ int get(session &client) {
   return got.status;
 }
 
-// What cannot be read is not known to be refused, so it is offered once more; a commit of it is
-// refused.
+// If the refused K cannot be read, the library offers the configuration again; a commit of it is
+// then refused.
 int get_refused(session &client) {
   const int status = get(client);
   return status == ZOT_ERR_SAME_AS_CORRUPTED ? ZOT_OK : status;
@@ -77,7 +77,7 @@ void check_kept(session &client) {
   check_in_force(client, "abd", {letter});
 }
 
-// What was committed cannot be refused at once.
+// A configuration that was just committed cannot be refused, so this goes on to the next one.
 template <char letter>
 void reach_next(session &client) {
   constexpr char next = letter == 'b' ? 'd' : 'b';

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Operations of a client when another client on the same folders has committed or rolled back since
-// its get.
+// Operations of a client after another client on the same folders has committed or rolled back
+// since its get.
 #pragma once
 
 #include <vector>
@@ -9,7 +9,7 @@
 
 namespace zot::test {
 
-// Those of one client alone, and after them those beside another.
+// The operations of a single client, followed by those of two clients.
 [[nodiscard]] std::vector<operation> all_operations();
 
 }  // namespace zot::test

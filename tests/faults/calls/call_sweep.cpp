@@ -42,13 +42,13 @@ struct trial {
   way_on then;
 };
 
-// Written by the process that tries.
+// Written by the worker process.
 struct trial_result {
   bool reached;
   bool held;
   bool refused;
-  bool is_complete;  // after a refusal and a get, the cache had what was published
-  char restarted;    // of a process that started on what was left; or 0
+  bool is_complete;  // the cache has what was published, e.g. after a refusal and a get
+  char restarted;    // in force for a new process afterwards; or 0
 };
 
 struct sweep_totals {
@@ -58,7 +58,7 @@ struct sweep_totals {
   unsigned held = 0;
 };
 
-// Without hard links a file system refuses a link so; nothing else is refused so here.
+// Only link calls fail with EPERM here: this is how a file system without hard links refuses them.
 bool is_possible(const fault_kind &kind, const passed_call &call) {
   if (kind.what == fault::error && kind.error == EPERM) {
     return is_link_call(call.number);
@@ -98,7 +98,7 @@ class operation_sweep {
   }
 
  private:
-  // The calls of an operation that nothing disturbs.
+  // Records the calls of an undisturbed operation.
   std::vector<passed_call> record() {
     const shared_page page;
     write_tree(root_, stage_);
@@ -121,7 +121,7 @@ class operation_sweep {
         if (!is_possible(kind, call)) {
           continue;
         }
-        // Among the kinds of errors each call meets all ways on.
+        // Over all kinds of errors, each call is combined with every way to continue.
         if (turn++ % options_.every == 0) {
           trials_.push_back({&kind, call, way_for(kind, turn / options_.every)});
         }
@@ -143,7 +143,7 @@ class operation_sweep {
     return ways[turn % ways.size()];
   }
 
-  // For the process at the gate. Before the trouble ends, so do commands that were left behind.
+  // The client at the gate. disarm() waits for commands that are still running.
   std::function<int()> disturbed_client(gate_page &page, const std::string &root, way_on then) {
     return [this, &page, root, then] {
       return report(page, root, offered_, [this, &page, then](session &client) {
@@ -182,7 +182,7 @@ class operation_sweep {
     return result;
   }
 
-  // A new process with the service up has to reach what is published.
+  // A new process with a running service must reach the published configuration.
   void reach_anew(gate_page &page, const std::string &root, bool starts_anew) {
     run_undisturbed(page, root, offered_, [this, starts_anew](session &client) {
       start(client);

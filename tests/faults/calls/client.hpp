@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One run of a client of the library. It reports its findings through the shared page.
+// One run of a client of the library. It reports its result through the shared page.
 #pragma once
 
 #include <functional>
@@ -11,28 +11,28 @@
 
 namespace zot::test {
 
-// Throws with the text when a condition doesn't hold.
+// Throws an exception with this text when the condition is false.
 void require(bool holds, const std::string &text);
 
-// A process that uses an element's folders; its environment names them from then on.
+// A client process with its own element folders, to which it points the environment.
 class session {
  public:
-  // In seconds. A machine that does other things too must not fail a step that nothing disturbs.
+  // In seconds. Long enough that a busy machine does not make an undisturbed step fail.
   static constexpr std::uint32_t timeout = 30;
 
   session(const std::string &root, const services &offered) : root_(root), offered_(offered) {}
 
-  // Another one on the same folders.
+  // A second client on the same folders.
   [[nodiscard]] session beside() const { return {root_, offered_}; }
 
   [[nodiscard]] bool start();
   [[nodiscard]] zot_ctx *handle() const { return handle_.get(); }
 
-  // From the service on a port.
+  // Gets from the service on a port.
   [[nodiscard]] returned_list get_from(std::uint16_t port, std::uint32_t mask = every_change);
-  // From the service that offers a configuration.
+  // Gets from the service that offers this configuration.
   [[nodiscard]] returned_list get(char letter, std::uint32_t mask = every_change);
-  // Without a service.
+  // Gets without a service.
   [[nodiscard]] returned_list get_cached();
   [[nodiscard]] int commit() const { return zot_conf_commit(handle()); }
   [[nodiscard]] int roll_back() const { return zot_conf_roll_back(handle()); }
@@ -50,19 +50,19 @@ class session {
   handle_owner handle_;
 };
 
-// Steps that have to succeed; they throw otherwise.
+// Steps that must succeed; they throw otherwise.
 void start(session &client);
-// The returned list is the whole configuration.
+// Also checks that the returned list is the whole configuration.
 void get_whole(session &client, char letter);
 void commit_whole(session &client, char letter);
-// What is in force in memory, and what a cached get returns: each is one configuration or none, of
-// those that are allowed; without one in force nothing is told to be deleted. Returns what the
-// cached get returned.
+// Checks what is in force in memory and what a cached get returns: each must be exactly one of the
+// allowed configurations, or none where that is allowed. When nothing is in force, no entry may be
+// reported as deleted. Returns the configuration from the cached get.
 char check_in_force(session &client, const std::string &in_memory, const std::string &returned);
-// A refusal has a negative status and says why.
+// A refusal must have a negative status and an error text.
 void check_refusal(const session &client, int status);
 
-// Runs steps and tells in the page how they ended; the exit status of a process.
+// Runs steps and writes the result to the page. Returns the exit status of the process.
 [[nodiscard]] int report(gate_page &page, const std::string &root, const services &offered,
                          const std::function<void(session &)> &steps);
 

@@ -27,7 +27,7 @@ namespace {
 enum class shortage { room, files, read_only };
 
 constexpr const char *volume_options = "size=1m,nr_inodes=500";
-// More than an operation needs.
+// More than any operation needs.
 constexpr unsigned most_pages = 20;
 constexpr unsigned most_files = 30;
 
@@ -35,9 +35,9 @@ constexpr way_on ways_on[] = {way_on::get, way_on::repeat, way_on::roll_back, wa
 
 struct trial {
   const operation *disturbed;
-  const char *folder;  // on a volume of its own
+  const char *folder;  // the folder on a separate volume
   shortage lacking;
-  unsigned left;  // pages of 4 KiB, or files
+  unsigned left;  // free pages of 4 KiB, or free inodes
   way_on then;
 };
 
@@ -52,7 +52,7 @@ void must(bool succeeded, const std::string &what) {
   }
 }
 
-// A file system in memory, gone at the end of the scope.
+// A mounted tmpfs; the destructor unmounts it.
 class volume {
  public:
   explicit volume(std::string path) : path_(std::move(path)) {
@@ -153,20 +153,22 @@ class attempt {
       disturb(client, disturbed_, trouble, *page_, tried_.then);
       return;
     }
-    // The disk stays as it is when the process is gone.
+    // The disk stays full after the process has ended.
     disturbed_.prepare(client);
     trouble.begin();
     page_->status = disturbed_.act(client);
   }
 
-  // What is in force is there; a get and a commit succeed, or say why not.
+  // The configuration in force must be there. A get and a commit must succeed, or fail with a
+  // reason.
   void start_on_the_full_disk(bool completed) {
     run_undisturbed(*page_, root_, offered_, [this, completed](session &client) {
       if (!client.start()) {
         return;
       }
       const std::string allowed = completed ? disturbed_.completed : disturbed_.restarted;
-      // What cannot be put back is read from where it lies.
+      // On a read-only disk the library cannot restore the files, so it reads them in the undo
+      // folder.
       if (tried_.lacking == shortage::read_only) {
         check_in_force(client, allowed, allowed);
       } else {
@@ -267,7 +269,8 @@ void write_line(const char *path, const std::string &line) {
   static_cast<void>(::write(file.get(), line.data(), line.size()));
 }
 
-// Mounts that only this process and its children see. False where that is not allowed.
+// Enters a mount namespace for this process and its children. Returns false where that is not
+// allowed.
 bool enter_own_mounts() {
   const std::string user = std::to_string(::getuid());
   const std::string group = std::to_string(::getgid());

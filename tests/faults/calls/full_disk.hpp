@@ -6,7 +6,7 @@
 
 namespace zot::test {
 
-// Prints its counts. True when everything held; throws where this user may mount nothing.
+// Prints its counts. Returns true when every check passed. Throws when this user may not mount.
 [[nodiscard]] bool sweep_full_disks(const sweep_options &options, const services &offered);
 
 }  // namespace zot::test

@@ -33,15 +33,15 @@ namespace {
 
 using steady = std::chrono::steady_clock;
 
-// Far above what one run takes; no call of a client may wait longer.
+// Far longer than one run takes. No call of a client may block longer.
 constexpr std::chrono::seconds run_limit{300};
 
 [[noreturn]] void fail(const char *what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-// From here on each watched call of this process, and of all that come from it, waits for an
-// answer. Returns the descriptor that the answers are given through.
+// From now on, each watched call of this process and its children blocks until it is answered.
+// Returns the descriptor for the answers.
 int install_filter() {
   const std::vector<watched_call> &calls = watched_calls();
   std::vector<sock_filter> filter;
@@ -58,7 +58,7 @@ int install_filter() {
   return static_cast<int>(::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
 }
 
-// What the client and its commands print says nothing that its result doesn't.
+// The output of the client and its commands is not needed: the result contains everything.
 void silence() {
   const int null = ::open("/dev/null", O_RDWR);
   ::dup2(null, STDOUT_FILENO);
@@ -74,7 +74,7 @@ void begin_group() {
   adopt_orphans();
 }
 
-// Ends what is left of a group and waits until it is gone; the leader's status.
+// Kills a process group and waits until it is gone. Returns the leader's status.
 int end_group(pid_t leader) {
   ::kill(-leader, SIGKILL);
   int leader_status = 0;
@@ -104,7 +104,7 @@ bool is_regular(int fd) {
   return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
 }
 
-// Does one byte of a call that asks for more. False when it cannot be cut.
+// Does only one byte of a longer read or write. Returns false when the call cannot be cut short.
 bool do_one_byte(const seccomp_notif &asked) {
   const watched_call *const call = find_call(asked.data.nr);
   if (call == nullptr || call->flow == byte_flow::neither || asked.data.args[2] < 2) {
@@ -119,12 +119,12 @@ bool do_one_byte(const seccomp_notif &asked) {
     return ::process_vm_readv(process, &here, 1, &there, 1, 0) == 1 &&
            ::write(fd.get(), &byte, 1) == 1;
   }
-  // Anything else could have nothing to read yet.
+  // A read from a pipe or socket could block.
   return is_regular(fd.get()) && ::read(fd.get(), &byte, 1) == 1 &&
          ::process_vm_writev(process, &here, 1, &there, 1, 0) == 1;
 }
 
-// A close that fails has closed all the same: another file takes the place under that number.
+// A close() that fails still closes the descriptor: put another file under its number.
 void close_behind(int listener, const seccomp_notif &asked) {
   const descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   seccomp_notif_addfd other{};
@@ -164,7 +164,7 @@ class watch {
     return descriptor_of(leader_, page_.listener.load());
   }
 
-  // False when there is nothing left to answer.
+  // Returns false when there is nothing left to answer.
   bool answer_next(int listener) {
     using std::chrono::milliseconds;
     const auto left = std::chrono::duration_cast<milliseconds>(limit_ - steady::now());
@@ -181,7 +181,7 @@ class watch {
     if ((ready[0].revents & POLLIN) == 0) {
       return false;
     }
-    // The kernel's record may be longer than the one known here.
+    // The kernel's structure may be longer than the one in this header.
     alignas(seccomp_notif) std::array<char, 512> buffer{};
     if (::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, buffer.data()) != 0) {
       return errno == ENOENT || errno == EINTR;
@@ -217,7 +217,7 @@ class watch {
     return call;
   }
 
-  // Lets the planned fault happen; false when everything ends with it.
+  // Injects the planned fault. Returns false when the run ends with it.
   bool act(int listener, const seccomp_notif &asked, seccomp_notif_resp &response) {
     if (plan_.what == fault::kill) {
       run_.reached = true;
@@ -256,7 +256,7 @@ void clear(gate_page &page) {
   page.text[0] = '\0';
 }
 
-// A process of a group of its own that ends with what the client returns.
+// Starts the leader of a new process group. It exits with the client's result.
 pid_t start_leader(gate_page &page, const std::function<int()> &client) {
   clear(page);
   const pid_t leader = ::fork();

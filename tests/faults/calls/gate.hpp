@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A gate that stops every watched system call of a process and of its commands, one by one. At the
-// gate one call can fail, be cut short, or be preceded by a kill of the process group.
+// A gate that stops every watched system call of a process and of its commands, one by one. There,
+// one call can fail, be cut short, or be preceded by a kill of the process group.
 #pragma once
 
 #include <atomic>
@@ -13,15 +13,15 @@
 
 namespace zot::test {
 
-// This machine, or this user on it, lacks what a sweep works with.
+// Thrown when the machine or the user lacks something that a sweep needs.
 struct not_allowed : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
 enum class fault { nothing, error, cut_short, kill };
 
-// A call by its place: which process, in the order in which they appear, and its how-manieth call.
-// Unlike a number over all processes it doesn't depend on how those that run at once take turns.
+// Identifies a call by its process, numbered in order of appearance, and its number within that
+// process. A number over all processes would depend on how parallel processes are scheduled.
 struct call_place {
   unsigned process = 0;
   unsigned call = 0;
@@ -31,18 +31,18 @@ struct call_place {
 struct passed_call {
   call_place place;
   int number = 0;
-  unsigned caller = 0;         // its process, while it waits at the gate
-  std::uint64_t argument = 0;  // the first
+  unsigned caller = 0;         // its process ID, while it waits at the gate
+  std::uint64_t argument = 0;  // the first argument
 };
 
 struct planned_fault {
   fault what = fault::nothing;
   call_place place = {};
   int error = 0;
-  bool lasts = false;  // so do all calls after it
+  bool lasts = false;  // all later calls fail too
 };
 
-// Shared by the process at the gate and the one that watches it.
+// Shared between the client at the gate and the process that watches it.
 struct gate_page {
   static constexpr std::size_t text_size = 8192;
 
@@ -66,31 +66,31 @@ class shared_page {
   gate_page *page_;
 };
 
-// From arm() to disarm() calls count. Commands that were left behind end before disarm() does.
+// Calls between arm() and disarm() count. disarm() waits for commands that are still running.
 void arm(gate_page &page);
 void disarm(gate_page &page);
 
 struct gated_run {
-  std::vector<passed_call> calls;  // while armed
+  std::vector<passed_call> calls;  // between arm() and disarm()
   bool reached = false;            // the planned fault happened
-  bool hung = false;               // it had to be ended
+  bool hung = false;               // killed at the time limit
   int wait_status = 0;
 };
 
-// Runs a client in a process of its own, with all its commands in one process group, until nothing
-// of the group is left. The client's result is the exit status. Before a call that counts is
-// answered, look() is called with it, if there is one.
+// Runs a client and its commands in a separate process group until the whole group has ended. The
+// client's result is the exit status. If look() is given, it is called with each counted call
+// before the call is answered.
 [[nodiscard]] gated_run run_gated(gate_page &page, const planned_fault &plan,
                                   const std::function<int()> &client,
                                   const std::function<void(const passed_call &)> &look = {});
 
-// The same without a gate.
+// Runs a client without a gate.
 [[nodiscard]] int run_process(gate_page &page, const std::function<int()> &client);
 
-// Has this process end with the one that forked it, whatever ends that.
+// Makes this process end when its parent ends for any reason.
 void end_with_parent();
 
-// Has orphans of later runs become children of this process, so that their end can be waited for.
+// Makes orphans of later runs children of this process, so that it can wait for their end.
 void adopt_orphans();
 
 }  // namespace zot::test

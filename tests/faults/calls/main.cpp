@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_calls calls|disks|power... [every=N] [jobs=N] [only=OPERATION] [log]
-// Injects failing system calls, full disks or power losses. Prints what held; exits with 0 when
-// everything did.
+// Injects failing system calls, full disks or power losses. Prints the results; exits with 0 when
+// all checks passed.
 //
 //   every=N         run only every Nth trial
 //   jobs=N          run N trials in parallel
@@ -86,7 +86,7 @@ int main(int argc, char **argv) {
   try {
     wishes all = parse(argc, argv);
     ::signal(SIGPIPE, SIG_IGN);
-    // What a sweep writes it writes thousands of times; memory is meant for that.
+    // Sweeps write the same data thousands of times, so write to memory.
     if (::access("/dev/shm", W_OK) == 0) {
       ::setenv("TMPDIR", "/dev/shm", 1);
     }

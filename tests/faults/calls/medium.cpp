@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// With more changes than these not all their subsets are tried, but so many that are drawn.
+// With more changes than this, only a fixed number of random subsets is tried.
 constexpr std::size_t most_for_all_subsets = 12;
 constexpr unsigned drawn_subsets = 512;
 
@@ -33,7 +33,7 @@ void read_below(const std::string &folder, const inode_id &id, snapshot &found) 
   }
 }
 
-// What a reader may meet of a file whose bytes did not all reach the medium.
+// What a file may contain when only some of its bytes have reached the medium.
 std::vector<std::string> damaged(const std::string &bytes) {
   const std::size_t size = bytes.size();
   return {std::string(), bytes.substr(0, size / 2), std::string(size, '\0')};
@@ -111,7 +111,7 @@ void medium_watch::look() {
   add_damaged_files(passed_);
 }
 
-// An entry that goes while the same inode comes elsewhere has moved.
+// When an entry disappears and the same inode appears elsewhere, the entry has moved.
 void medium_watch::add_name_changes(std::vector<entry> changed) {
   while (!changed.empty()) {
     name_change one = {changed.back()};
@@ -235,7 +235,7 @@ medium medium_watch::form(const choice &chosen) const {
   return form(names_with(complete), bytes_with(complete));
 }
 
-// Every name as it is now; of the files that were written, one or all are as they may be.
+// All names in their current state; one or all of the written files damaged.
 void medium_watch::add_damaged_files(std::set<medium> &forms) const {
   forms.insert(form(names_, bytes_));
   std::vector<contents> all(damaged({}).size(), bytes_);
@@ -267,7 +267,7 @@ void medium_watch::add_subsets(std::set<medium> &forms) const {
   }
 }
 
-// None, one or two of the changes; all, and all but one or two.
+// None, one or two of the changes; all, and all except one or two.
 void medium_watch::add_small_and_large_subsets(std::set<medium> &forms) const {
   for (const bool is_there : {false, true}) {
     for (std::size_t one = 0; one < changes(); ++one) {
@@ -283,7 +283,7 @@ void medium_watch::add_small_and_large_subsets(std::set<medium> &forms) const {
   }
 }
 
-// The same ones in each run.
+// The seed is fixed, so every run draws the same subsets.
 void medium_watch::add_drawn_subsets(std::set<medium> &forms) const {
   std::mt19937 engine;
   for (unsigned drawn = 0; drawn < drawn_subsets; ++drawn) {

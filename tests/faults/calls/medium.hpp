@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The possible contents of a medium after a power loss, while files change and are synchronised.
+// The possible contents of a medium after a power loss, while files are changed and synchronised.
 #pragma once
 
 #include <compare>
@@ -16,25 +16,25 @@
 
 namespace zot::test {
 
-// Everything below a folder, with the names that share a file.
+// Everything below a folder, including hard links.
 struct medium {
   file_tree tree;
-  std::map<std::string, std::string> links;  // a name, and an earlier one of the same file
+  std::map<std::string, std::string> links;  // a name, and an earlier name of the same file
 
   auto operator<=>(const medium &) const = default;
 };
 
 void write_medium(const std::string &root, const medium &held);
 
-// A file or folder by its inode, which stays the same when the name is another one. The time of its
-// birth tells it from an earlier one with that number.
+// Identifies a file or folder by its inode, which does not depend on the name. The creation time
+// distinguishes it from an earlier file with the same inode number.
 struct inode_id {
   std::uint64_t number = 0;
   std::int64_t born = 0;
   auto operator<=>(const inode_id &) const = default;
 };
 
-// The entry of a folder.
+// An entry: its folder and its name.
 using place = std::pair<inode_id, std::string>;
 
 struct snapshot {
@@ -42,34 +42,34 @@ struct snapshot {
   std::map<inode_id, std::string> bytes;  // of files
 };
 
-// Follows one folder below a root. What was there at a synchronisation stays; of what changed
-// since, anything may be there or not, in any order, with these exceptions: an entry that moves is
-// at one place or the other, a folder with all that is in it; and the changes of one entry come in
-// their order.
+// Follows the changes in one folder below a root. State that was synchronised is durable. Of the
+// later changes, any subset may have reached the medium, in any order, with two exceptions: an
+// entry that moves is either at the old or at the new place (a folder with all its contents), and
+// the changes of one entry keep their order.
 class medium_watch {
  public:
-  // What is there now has been synchronised.
+  // The current state counts as synchronised.
   medium_watch(std::string root, std::string folder);
 
   // Call it before each call that may change something, and at the end.
   void look();
-  // Before the file system, or a file or folder of it alone, is synchronised.
+  // Call it before the file system, or a single file or folder, is synchronised.
   void synchronise();
   void synchronise(const inode_id &one);
 
   [[nodiscard]] std::size_t states() const { return states_; }
-  // What the medium may have held up to the last look.
+  // All contents that the medium may have had up to the last look.
   [[nodiscard]] const std::set<medium> &passed() const { return passed_; }
-  // What it may hold if nothing changes any more.
+  // The contents that the medium may have if nothing changes any more.
   [[nodiscard]] std::set<medium> possible_now() const;
 
  private:
   using entry = std::pair<place, std::optional<inode_id>>;
   using names = std::map<place, inode_id>;
   using contents = std::map<inode_id, std::string>;
-  // One entry that comes, goes or changes, or two when it moves.
+  // One entry that is added, removed or changed; two entries for a move.
   using name_change = std::vector<entry>;
-  // For each change of a name, and then for each file that was written, whether it is there.
+  // For each change of a name, and then for each written file: whether it has reached the medium.
   using choice = std::vector<bool>;
 
   [[nodiscard]] snapshot read() const;
@@ -90,7 +90,7 @@ class medium_watch {
   const std::string folder_;
   const inode_id root_id_;
   names names_;
-  contents bytes_;  // also of files whose names have gone
+  contents bytes_;  // also of files whose names were removed
   names durable_names_;
   contents durable_bytes_;
   std::vector<name_change> pending_;
@@ -99,7 +99,7 @@ class medium_watch {
   std::set<medium> passed_;
 };
 
-// Of what a path leads to.
+// The inode of the file that a path refers to.
 [[nodiscard]] inode_id id_of(const std::string &path);
 
 }  // namespace zot::test

@@ -61,7 +61,7 @@ void prepare_first(session &client) {
   get_whole(client, 'a');
 }
 
-// Files beyond a limit can't be written, so the commit fails when the K files are in place.
+// A file size limit makes the commit fail after the K files are in place.
 void prepare_failed_commit(session &client) {
   constexpr rlim_t below_the_largest = 8192;
   prepare_next(client);
@@ -91,8 +91,8 @@ void check_committed(session &client) {
   check_in_force(client, {letter}, {letter});
 }
 
-// The commit that had failed is finished, or undone in memory and in the cache alike. What cannot
-// be put back yet is kept for that.
+// The failed commit must be completed, or undone both in memory and in the cache. The undo folder
+// may remain when the old state cannot be restored yet.
 void check_finished_or_undone(session &client) {
   const char in_force = client.in_force();
   require(in_force == 'a' || in_force == 'b', "a get after a failed commit lost what is in force");
@@ -126,8 +126,8 @@ void reach(session &client) {
   commit_whole(client, letter);
 }
 
-// What was refused is refused still, or offered anew; the next one is taken either way. Kept are
-// those of which one stays in force.
+// The refused configuration must still be refused, or be offered again; either way the next one
+// must be reachable. One of `kept` must stay in force.
 void reach_beside(session &client, char refused, const std::string &kept) {
   const returned_list got = client.get(refused);
   if (got.status == ZOT_OK) {
@@ -150,20 +150,21 @@ void reach_after_roll_back(session &client) {
   reach<next>(client);
 }
 
-// A roll-back that failed leaves the commit before it open, and a get may finish that.
+// A rollback that failed leaves the commit before it unfinished, and a get may complete it.
 void reach_after_failed_commit(session &client) {
   reach_beside(client, 'b', "ab");
   reach<'d'>(client);
 }
 
-// Nobody could tell that the last step of the commit was taken, nor take it back.
+// True when the last step of the commit was done although it reported failure: the commit can then
+// no longer be undone.
 bool is_committed_after_all(session &client, char letter) {
   const file_tree disk = client.disk();
   return client.error_text().find("this is in force already") != std::string::npos &&
          letter_on_disk(disk) == letter && !disk.contains(std::string(conf_folder) + "undo/");
 }
 
-// What was refused can be reached again once another one has been committed.
+// The refused configuration is reachable again after another one has been committed.
 template <char refused, char kept>
 void refuse_failed_commit(session &client) {
   const int status = client.roll_back();
@@ -178,7 +179,7 @@ void refuse_failed_commit(session &client) {
   reach<'d'>(client);
 }
 
-// Ends a disturbance also when an exception does.
+// Ends a disturbance, even when an exception is thrown.
 class trouble_scope {
  public:
   explicit trouble_scope(const disturbance &trouble) : trouble_(trouble) { trouble_.begin(); }
@@ -296,7 +297,7 @@ void disturb(session &client, const operation &disturbed, const disturbance &tro
     require(again >= 0, "called again: " + std::to_string(again) + ": " + client.error_text());
     disturbed.check_done(client);
   }
-  // Any get would finish the commit.
+  // No check before the rollback, because any get would complete the commit.
   if (then == way_on::roll_back && status < 0) {
     disturbed.refuse(client);
   } else {
@@ -337,7 +338,8 @@ file_tree make_stage(stage wanted, const std::string &root, const services &offe
   if (wanted != stage::empty) {
     run_undisturbed(*page, root, offered, commit_first);
   }
-  // With one that was refused, and a get without an update: every file that a cache may hold.
+  // Adds a refused configuration and a get without an update, so that the cache has every file it
+  // can have.
   if (wanted == stage::settled || wanted == stage::interrupted) {
     run_undisturbed(*page, root, offered, refuse_one);
     run_undisturbed(*page, root, offered, get_the_same);

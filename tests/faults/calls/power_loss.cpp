@@ -21,8 +21,8 @@ namespace {
 
 constexpr const char *cache_folder = "conf";
 
-// What the medium may hold while an operation runs, what it may hold after that, and what it holds
-// when everything has reached it.
+// The possible contents of the medium during an operation and after it, and the cache when
+// everything is written.
 struct history {
   std::size_t states = 0;
   std::set<medium> passed;
@@ -30,7 +30,7 @@ struct history {
   file_tree cache;
 };
 
-// The cache alone: what lies in the scratch area does not outlive a loss of power.
+// Only the cache: the scratch area does not survive a power loss.
 file_tree read_cache(const std::string &root) {
   file_tree cache;
   for (const auto &[name, bytes] : read_tree(root + "/" + cache_folder)) {
@@ -84,7 +84,7 @@ history record(const operation &observed, const std::string &root, const file_tr
   return {watched.states(), watched.passed(), watched.possible_now(), read_cache(root)};
 }
 
-// One form of the medium, and whether the operation had returned before.
+// One content of the medium, and whether the operation had already returned.
 struct trial {
   medium held;
   bool completed = false;

@@ -19,7 +19,8 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t large_file = 9000;
 
-// What changes from one to the next: a file changed, one new, one gone, one as before.
+// From each configuration to the next, one file is modified, one added, one deleted and one
+// unchanged.
 std::map<char, publication> make_configurations() {
   std::map<char, publication> made;
   for (const char letter : letters) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The setting of a sweep: configurations, their services, and the folders of one element.
+// The environment of a sweep: configurations, their services, and the folders of one element.
 #pragma once
 
 #include <sys/types.h>
@@ -16,37 +16,37 @@
 
 namespace zot::test {
 
-// Configurations are told by letters; no configuration is none.
+// Each configuration has a letter; '-' stands for none.
 inline constexpr std::string_view letters = "abcd";
 inline constexpr char none = '-';
 
 [[nodiscard]] const publication &configuration(char letter);
 
-// The configuration that bytes are the K of.
+// The configuration to which a K belongs.
 [[nodiscard]] char letter_of_k(const zot_k *k);
 
-// The configuration whose files the entries are, all of them and no other; those that are told to
-// be deleted don't count. Throws when they are a mixture, or when one has other bytes.
+// The configuration whose files the entries are, exactly; deleted entries do not count. Throws when
+// they are a mixture, or when one has wrong bytes.
 [[nodiscard]] char letter_of_entries(const returned_list &list);
 
-// Everything below a folder: files with their bytes, folders with a slash at the end.
+// Everything below a folder: files with their bytes, folders with a slash at the end of the name.
 using file_tree = std::map<std::string, std::string>;
 
 [[nodiscard]] file_tree read_tree(const std::string &root);
-// Makes a folder hold just that.
+// Makes the content of a folder exactly this.
 void write_tree(const std::string &root, const file_tree &tree);
-// Adds it to what is there.
+// Adds this to a folder.
 void add_tree(const std::string &root, const file_tree &tree);
 
-// The folders of an element below one root, as file_tree names them.
+// The folders of an element below its root, as keys of file_tree.
 inline constexpr const char *conf_folder = "conf/writable/zot/";
 inline constexpr const char *tmp_folder = "scratch/tmp/zot/";
 
-// The configuration that a cache holds with everything that belongs to it.
+// The configuration that a cache contains completely.
 [[nodiscard]] char letter_on_disk(const file_tree &tree);
 
-// One service for each configuration, in a process of their own: this one stays without threads
-// and can be forked.
+// One service for each configuration, in a separate process: so this process has no threads and can
+// fork.
 class services {
  public:
   services();
@@ -54,7 +54,7 @@ class services {
   services &operator=(const services &) = delete;
   ~services();
 
-  // A port where nothing listens for no configuration.
+  // For `none`, returns a port where nothing listens.
   [[nodiscard]] std::uint16_t port(char letter) const;
 
  private:

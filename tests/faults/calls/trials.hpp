@@ -18,8 +18,8 @@
 
 namespace zot::test {
 
-// Calls attempt(index, worker) for each index below count, so many at once, and returns what they
-// returned.
+// Calls attempt(index, worker) for each index below `count` in `jobs` processes, and returns the
+// results.
 template <class Result, class Attempt>
 std::vector<Result> run_trials(std::size_t count, unsigned jobs, Attempt attempt) {
   static_assert(std::is_trivially_copyable_v<Result>);

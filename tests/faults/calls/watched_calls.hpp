@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The system calls on files, processes and connections into which the sweeps inject faults.
+// The system calls on files, processes and connections in which the sweeps inject faults.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace zot::test {
 
-// What a call that is cut short does instead of all.
+// The direction of the data in a call that can be cut short.
 enum class byte_flow { neither, in, out };
 
 struct watched_call {
@@ -16,10 +16,10 @@ struct watched_call {
   byte_flow flow = byte_flow::neither;
 };
 
-// Those of them that this machine has.
+// The watched calls that this machine has.
 [[nodiscard]] const std::vector<watched_call> &watched_calls();
 
-// Null for a call that is not watched.
+// Returns null for a call that is not watched.
 [[nodiscard]] const watched_call *find_call(int number);
 
 [[nodiscard]] bool is_link_call(int number);

@@ -32,7 +32,7 @@ bool is_spied_command(std::string_view program) {
 
 int report_and_run(char **argv) {
   const std::string name = name_of(argv[0]);
-  // Before a file of its own is open.
+  // Read before this program opens its own file.
   const std::map<int, std::string> given = descriptors_of();
   if (const char *const folder = std::getenv(folder_variable); folder != nullptr) {
     std::ofstream out(fs::path(folder) / (name + "." + std::to_string(::getpid())));

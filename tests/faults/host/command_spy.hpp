@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs this program in place of a command: it reports its arguments and then executes the real
+// Runs this program in place of a command: it records its descriptors and then executes the real
 // command.
 #pragma once
 
@@ -11,7 +11,7 @@
 namespace zot::test {
 
 [[nodiscard]] bool is_spied_command(std::string_view program);
-// Only returns when the real command cannot be run.
+// Returns only when the real command cannot be run.
 int report_and_run(char **argv);
 
 struct spied_command {
@@ -19,7 +19,7 @@ struct spied_command {
   std::map<int, std::string> descriptors;
 };
 
-// Puts itself in front of the commands for this process; what they were given is collected below a
+// Puts this program in place of the commands on PATH. What the commands were given is recorded in a
 // folder.
 void spy_on_commands(const std::string &folder);
 [[nodiscard]] std::vector<spied_command> spied_commands(const std::string &folder);

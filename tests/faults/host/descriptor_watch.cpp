@@ -44,7 +44,7 @@ bool is_inheritable(pid_t process, int fd) {
       return (flags & O_CLOEXEC) == 0;
     }
   }
-  // Closed in the meantime: there is no flag to be missed.
+  // Closed in the meantime, so it was not inherited.
   return false;
 }
 

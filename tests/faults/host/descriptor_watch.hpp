@@ -9,20 +9,21 @@
 namespace zot::test {
 
 struct watched_descriptors {
-  // What libcurl wakes its own loop with.
+  // libcurl uses it to wake up its own event loop.
   static constexpr const char *socket_pair = "socket pair";
 
   std::size_t looks = 0;
-  // What a program that another thread starts at some moment would have inherited.
+  // Descriptors that were open without O_CLOEXEC at some time: a program started by another thread
+  // would inherit them.
   std::set<std::string> inheritable;
-  // What stood at a moment for standard input, output or error.
+  // Descriptors that had the number of standard input, output or error at some time.
   std::set<std::string> standard;
-  // Every descriptor that came, however short.
+  // Every descriptor that was open, even for a short time.
   std::set<std::string> all;
 };
 
-// Runs something in a process of its own under the eyes of this one. What that process had open
-// when it began doesn't count. What the work throws goes on.
+// Runs `work` in a child process and watches its descriptors. Descriptors that the child inherits
+// do not count. Rethrows an exception of `work`.
 [[nodiscard]] watched_descriptors watch_descriptors(const std::function<void()> &work);
 
 }  // namespace zot::test

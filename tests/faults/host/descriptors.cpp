@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which descriptors the library opens, and which processes inherit them.
+// Tests which descriptors the library opens, and which processes inherit them.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -33,14 +33,14 @@ void log_to_a_file(host &h) {
   h.log_to(ctl);
 }
 
-// A folder of the library, which it holds locked; its commands hold it too.
+// A folder that the library has open as a lock; its commands inherit it.
 bool is_lock(const std::string &target) {
   return target.ends_with("/writable/zot") || target.ends_with("/tmp/zot");
 }
 
 void nothing_is_inheritable(host &h) {
   log_to_a_file(h);
-  // Nothing but the library opens a file in there.
+  // Only the library opens descriptors in the watched process.
   const watched_descriptors seen = watch_descriptors([&] {
     const std::string failure = h.attempt();
     h.stop();
@@ -48,8 +48,8 @@ void nothing_is_inheritable(host &h) {
   });
   require(seen.looks > 500 && seen.all.size() > 8, "too few descriptors were seen");
   require(seen.all.contains("connection"), "no connection was seen");
-  // Some versions of libcurl let programs inherit the pair, and nobody can tell them otherwise. It
-  // carries nothing, and is gone with the transfer.
+  // Some versions of libcurl create this pair without O_CLOEXEC, and an application cannot change
+  // that. It carries no data and is closed at the end of the transfer.
   std::set<std::string> inheritable = seen.inheritable;
   inheritable.erase(watched_descriptors::socket_pair);
   std::erase_if(inheritable, is_lock);
@@ -89,7 +89,7 @@ void commands_get(host &h, const std::set<int> &wanted) {
     }
     require(given == wanted, one.name + " was given " + text);
   }
-  // No commit replaced a file in this cycle, so rm has nothing to remove.
+  // rm is not expected, because no commit replaced a file in this cycle.
   require(names.contains("tar") && names.contains("cp"), "commands that were not seen");
 }
 

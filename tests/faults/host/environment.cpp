@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Environments: what the library reads, and what its commands inherit.
+// Environment variables: which ones the library reads, and what its commands inherit.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,7 +52,7 @@ void has_nothing_else(host &h) {
   h.whole_cycle();
 }
 
-// Scripts that a shell might run by itself leave a mark.
+// A shell that ran one of these scripts would create the mark.
 void has_shell_variables(host &h) {
   const std::string mark = h.root() + "/mark";
   const std::string script = h.root() + "/script";
@@ -69,7 +69,7 @@ void has_shell_variables(host &h) {
   require(!exists(mark), "a script was run");
 }
 
-// Nothing listens there; a transfer that obeyed would fail.
+// Nothing listens on this port, so a transfer through the proxy would fail.
 void has_transfer_variables(host &h) {
   const std::string proxy = "http://127.0.0.1:" + std::to_string(closed_port());
   const std::string home = h.root() + "/home";
@@ -90,7 +90,7 @@ void has_transfer_variables(host &h) {
 
 struct wrong_environment {
   variables set;
-  std::string says;  // a text of the failure; empty: there may be none
+  std::string says;  // part of the failure text; empty: success is allowed
 };
 
 void fails_within(host &h, const wrong_environment &wrong) {
@@ -115,7 +115,7 @@ void is_offered_a_port(host &h, const std::string &port) {
   h.recover();
 }
 
-// Programs of the commands' names, in front of them.
+// Puts a program with the name of a command first on PATH.
 void finds_another_program(host &h, const std::string &name, const std::string &lines,
                            const std::string &says) {
   const std::string programs = h.root() + "/bin";
@@ -128,8 +128,8 @@ void finds_another_program(host &h, const std::string &name, const std::string &
           "it says: " + failure);
 }
 
-// A command that claims to have done its work leaves a cache that no later process trusts: it
-// fetches anew.
+// A command reports success but does nothing. A new process must have in force what the result of
+// the commit says.
 void is_lied_to(host &h, const std::string &name) {
   const std::string programs = h.root() + "/bin";
   write_program(programs + "/" + name, "exit 0\n");
@@ -182,13 +182,14 @@ std::string folder_of_length(const std::string &begin, std::size_t length) {
   std::string path = begin;
   while (path.size() < length) {
     const std::size_t left = length - path.size();
-    // No piece is empty: the last but one leaves room for a slash and a letter.
+    // The last part must not be empty, so the one before it leaves room for a slash and a letter.
     path += "/" + std::string(std::min(piece, left == piece + 2 ? piece - 1 : left - 1), 'x');
   }
   return path;
 }
 
-// Either a folder fits with all that is put below it, or it is refused; no path is ever cut.
+// The library accepts a prefix only when all paths below it fit; otherwise it refuses it. It never
+// truncates a path.
 void has_a_long_prefix(host &h, const char *variable) {
   const std::string begin = h.root() + "/p";
   std::size_t whole = 0;
@@ -228,7 +229,7 @@ bool has_turkish() {
   return exists("/usr/share/i18n/locales/tr_TR") && exists("/usr/bin/localedef");
 }
 
-// A comma in numbers, and another capital of i.
+// This locale has a decimal comma and another upper case of "i".
 void speaks_turkish(host &h) {
   const std::string folder = h.root() + "/locales";
   fs::create_directories(folder);

@@ -18,7 +18,7 @@ namespace zot::test {
 namespace {
 
 constexpr const char *sub_idx = "aabbccddeeff";
-// A machine that does other things too must not fail a step that nothing disturbs.
+// Long enough that a busy machine does not make an undisturbed step fail.
 constexpr std::uint32_t timeout = 30;
 
 }  // namespace
@@ -120,7 +120,7 @@ void host::require_refusal(int status, const std::string &what) const {
 
 void host::require_one_configuration() const {
   const returned_list cached = test::get(handle(), every_change | ZOT_STAT_CACHED);
-  // Throws when the entries are a mixture.
+  // Throw when the entries belong to several configurations, or K to none.
   static_cast<void>(letter_of_entries(cached));
   static_cast<void>(letter_of_k(handle()->slot[ZOT_SLOT_CURRENT].k));
 }

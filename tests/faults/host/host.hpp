@@ -12,11 +12,10 @@
 
 namespace zot::test {
 
-// Throws with the text when a condition doesn't hold.
+// Throws an exception with this text when the condition is false.
 void require(bool holds, const std::string &text);
 
-// A client of the library with folders of its own. Whatever it does is checked; what doesn't hold
-// is thrown.
+// A client of the library with its own folders. It checks each step and throws when a check fails.
 class host {
  public:
   host(std::string root, const services &offered);
@@ -24,12 +23,12 @@ class host {
   host &operator=(const host &) = delete;
 
   [[nodiscard]] const std::string &root() const { return root_; }
-  // Folders with another name from now on; they are created.
+  // Creates folders with another name and uses them from now on.
   void move_to(const std::string &root);
-  // Where messages go from the next start on; the capture unless told.
+  // Sets the log destination from the next start on; by default the messages are captured.
   void log_to(const zot_log_ctl &ctl) { log_ctl_ = ctl; }
   [[nodiscard]] const log_capture &log() const { return log_; }
-  // The published configuration.
+  // Publishes this configuration.
   void offer(char letter) const;
 
   [[nodiscard]] bool start();
@@ -37,24 +36,24 @@ class host {
   [[nodiscard]] zot_ctx *handle() const { return handle_.get(); }
   [[nodiscard]] returned_list get(char letter, std::uint32_t mask = every_change) const;
 
-  // Steps that have to succeed.
+  // Steps that must succeed.
   void get_whole(char letter) const;
   void commit_whole(char letter) const;
   void roll_back_whole(char in_force, char refused) const;
 
-  // Creation, get, commit, another publication, get, roll-back, release. The process is afterwards
-  // what it was before.
+  // Runs creation, get, commit, another publication, get, rollback and release. Checks that the
+  // state of the process is the same afterwards.
   void whole_cycle(char first = 'a', char second = 'b');
-  // The same, as far as the situation allows: a step that fails has to say so, and ends it. Returns
-  // what the failure was, empty when there was none.
+  // The same, but a step may fail if it reports a reason; the attempt ends there. Returns the
+  // failure text, or an empty text on success.
   [[nodiscard]] std::string attempt(char first = 'a', char second = 'b');
-  // A cycle with two further configurations, once nothing stands in the way any more.
+  // Runs a cycle with two other configurations, after the cause of the failure has been removed.
   void recover();
-  // An attempt within a situation, and the recovery from it.
+  // Runs attempt() in a situation, leaves the situation, and then runs recover().
   std::string attempt_within(const std::function<void()> &enter,
                              const std::function<void()> &leave);
-  // Takes what must not change from here on. Situations that are entered before whole_cycle() need
-  // no such mark.
+  // Records the process state that must not change. Not needed when the situation begins before
+  // whole_cycle().
   void remember() { before_ = state_of_process(); }
   void require_unchanged(const std::string &when) const;
 
@@ -76,11 +75,11 @@ struct situation {
   std::function<void(host &)> run;
   // Whether the library or its commands may print something.
   bool may_print = false;
-  // Whether this machine lets it be tried; none: it does.
+  // Whether this machine can run the situation; null: every machine can.
   bool (*is_possible)() = nullptr;
 };
 
-// Runs something in a process of its own and returns its wait status. What it throws goes on.
+// Runs `work` in a child process and returns its wait status. Rethrows an exception of `work`.
 int in_own_process(const std::function<void()> &work);
 
 [[nodiscard]] std::vector<situation> signal_situations();

@@ -18,7 +18,7 @@ namespace {
 
 using limited = decltype(RLIMIT_NOFILE);
 
-// Only the soft limit: that one can be raised again.
+// Sets only the soft limit, so that it can be raised again.
 void set_limit(limited resource, rlim_t value) {
   rlimit now{};
   require(::getrlimit(resource, &now) == 0, "no limit");
@@ -38,7 +38,8 @@ void has_small_files(host &h, rlim_t bytes) {
   within_limit(h, RLIMIT_FSIZE, bytes);
 }
 
-// By default the limit is the end of a process; whatever it has written, the next one goes on.
+// SIGXFSZ kills the process by default. The next process must be able to continue from the files it
+// has written.
 void is_ended_by_a_large_file(host &h, rlim_t bytes) {
   const int status = in_own_process([&] {
     set_limit(RLIMIT_FSIZE, bytes);
@@ -57,7 +58,7 @@ void cannot_fork(host &h) {
   require(failure.find("tar zxvf") != std::string::npos, "it says: " + failure);
 }
 
-// A cycle of its own for the commit, where a command is the first to fail.
+// A separate test for the commit, where the first failing call is that of a command.
 void cannot_fork_to_commit(host &h) {
   become_nobody(h.root());
   rlimit before{};
@@ -99,7 +100,7 @@ void *run_cycle(void *given) {
   return nullptr;
 }
 
-// Its own frames and the test's are on that stack too.
+// The stack also holds the frames of the test.
 void has_a_small_thread(host &h, std::size_t bytes) {
   pthread_attr_t attributes;
   ::pthread_attr_init(&attributes);

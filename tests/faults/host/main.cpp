@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_host [every=N] [only=TEXT] [told]
-// Runs whole cycles in processes in unusual situations. Prints what held; exits with 0 when
-// everything did.
+// Runs whole cycles in processes in unusual situations. Prints the results; exits with 0 when all
+// checks passed.
 //
 //   every=N    run only every Nth situation
 //   only=TEXT  run only situations whose name contains TEXT
@@ -30,7 +30,7 @@
 namespace {
 using namespace zot::test;
 
-// Far above what one situation takes.
+// Far longer than one situation takes.
 constexpr std::chrono::seconds situation_limit{120};
 
 struct wishes {
@@ -68,7 +68,7 @@ std::vector<situation> all_situations() {
   return all;
 }
 
-// A process begins with nothing on standard input and with its output in a file.
+// Standard input is /dev/null, and the output goes to a file.
 void begin(const std::string &output) {
   ::setpgid(0, 0);
   ::signal(SIGPIPE, SIG_DFL);
@@ -87,7 +87,7 @@ void begin(const std::string &output) {
   ::setrlimit(RLIMIT_NOFILE, &files);
 }
 
-// Waits for a process that may hang; false when it had to be ended.
+// Waits for a process that may hang. Returns false when it had to be killed.
 bool wait_for(pid_t process, int &status) {
   const auto end = std::chrono::steady_clock::now() + situation_limit;
   while (std::chrono::steady_clock::now() < end) {
@@ -101,7 +101,7 @@ bool wait_for(pid_t process, int &status) {
   return false;
 }
 
-// What is wrong, empty when nothing is.
+// Returns the failure, or an empty text.
 std::string try_one(const situation &one, const services &offered) {
   const temp_dir work;
   const std::string output = work / "output";

@@ -66,8 +66,8 @@ void has_relative_folders(host &h) {
   h.whole_cycle();
 }
 
-// Relative folders are where the process stands. A commit from elsewhere finds nothing to keep,
-// says so, and goes on when the process is back.
+// Relative folders depend on the working directory. A commit from another directory fails because
+// it finds no files to keep, and succeeds when the process is back.
 void leaves_relative_folders(host &h) {
   name_relative_folders(h);
   require(h.start(), "no handle");
@@ -98,8 +98,8 @@ modes modes_below(const std::string &root) {
   return found;
 }
 
-// After the configuration a was committed and b was rolled back. A file of the archive comes with
-// the mode that the archive gives it; only root's tar leaves the umask out.
+// The modes after configuration a was committed and b was rolled back. Unpacked files have the mode
+// in the archive, reduced by the umask unless root's tar unpacks them.
 modes wanted_modes(unsigned umask, bool is_owner_root) {
   const unsigned folder = 0777 & ~umask;
   const unsigned download = 0666 & ~umask;
@@ -163,8 +163,9 @@ void may_not_write_its_cache(host &h) {
   require(failure.find("fail to create dir for conf root") != std::string::npos, failure);
 }
 
-// As a set-user-ID program begins: shells give the other user up, so the commands may not do what
-// the process may. It has to become that user whole.
+// The state in which a set-user-ID program starts. A shell drops the effective user, so the
+// commands have fewer rights than the process. A command may fail here; after the process has
+// become root entirely, everything must work.
 void is_another_user_in_effect(host &h) {
   const std::string failure =
       h.attempt_within([] { require(::setresuid(nobody, 0, 0) == 0, "no other user"); },

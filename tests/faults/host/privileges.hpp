@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What this process is permitted to do to itself.
+// What this process may do to itself.
 #pragma once
 
 #include <string>
@@ -7,9 +7,9 @@
 namespace zot::test {
 
 [[nodiscard]] bool is_root();
-// Whether a process can have mounts of its own.
+// Whether a process may have its own mounts.
 [[nodiscard]] bool can_mount();
-// Becomes nobody, who owns a folder from then on; does nothing when it isn't root.
+// Becomes the user nobody and gives the folder to it. Does nothing when the process is not root.
 void become_nobody(const std::string &folder);
 
 }  // namespace zot::test

@@ -19,7 +19,7 @@
 namespace zot::test {
 namespace {
 
-// Set in every action that was set through the C library.
+// SA_RESTORER: the C library sets it in every action.
 constexpr int restorer = 0x04000000;
 
 using directory_stream = std::unique_ptr<DIR, releaser<closedir>>;
@@ -95,7 +95,7 @@ process_state state_of_process() {
   process_state now;
   now.descriptors = descriptors_of();
   struct stat tasks {};
-  // Each thread is a folder, and a link of the folder above.
+  // The link count of the directory: each thread is a subdirectory and adds one.
   now.threads = ::stat("/proc/self/task", &tasks) == 0 ? tasks.st_nlink : 0;
   now.children = children_now();
   now.signals = signals_now();
@@ -119,7 +119,7 @@ std::string difference(const process_state &before, const process_state &after) 
   }
   for (auto [number, state] : before.signals) {
     const auto found = after.signals.find(number);
-    // A host that blocks the notices of its children has one of a command, too.
+    // When the host blocks SIGCHLD, a SIGCHLD from a command of the library is pending too.
     if (number == SIGCHLD && state.is_blocked && found != after.signals.end()) {
       state.is_pending = state.is_pending || found->second.is_pending;
     }

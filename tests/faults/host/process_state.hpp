@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The state that belongs to a process and that a library must not change.
+// The state of a process that a library must not change.
 #pragma once
 
 #include <signal.h>
@@ -21,19 +21,19 @@ struct signal_state {
 };
 
 struct process_state {
-  std::map<int, std::string> descriptors;  // what each stands for
+  std::map<int, std::string> descriptors;  // with what each one refers to
   std::size_t threads = 0;
   std::string children;
   std::map<int, signal_state> signals;
   std::string directory;
   std::string umask;
   std::string locale;
-  std::vector<std::string> environment;  // without the port of the service
+  std::vector<std::string> environment;  // without the service's port
 };
 
 [[nodiscard]] std::map<int, std::string> descriptors_of(const std::string &process = "self");
 [[nodiscard]] process_state state_of_process();
-// Empty when nothing differs.
+// Returns an empty text when nothing differs.
 [[nodiscard]] std::string difference(const process_state &before, const process_state &after);
 
 }  // namespace zot::test

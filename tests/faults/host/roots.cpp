@@ -25,7 +25,7 @@ void mount_or_throw(const std::string &from, const std::string &to, const char *
   require(::mount(from.c_str(), to.c_str(), type, flags, nullptr) == 0, "cannot mount " + to);
 }
 
-// Read-only, so that nothing that goes wrong here can harm what it shows.
+// A read-only bind mount, so that a failing test cannot damage the original.
 void show(const std::string &from, const std::string &to) {
   if (fs::is_directory(from)) {
     fs::create_directories(to);
@@ -47,8 +47,8 @@ void show_libraries(const std::string &jail) {
   }
 }
 
-// Mounts of its own, and in there a root with nothing but the commands and their libraries. What is
-// left out is missing.
+// Enters a mount namespace and a root directory that contains only the commands and their
+// libraries, except those in `left_out`.
 void enter_root(const std::string &jail, const names &left_out) {
   require(::unshare(CLONE_NEWNS) == 0, "no mounts of its own");
   mount_or_throw("none", "/", nullptr, MS_REC | MS_PRIVATE);

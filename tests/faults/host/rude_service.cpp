@@ -17,7 +17,7 @@
 namespace zot::test {
 namespace {
 
-// What was not read makes the closing a reset, so that the other side's next write fails.
+// Because of unread data, close() resets the connection, so the next write of the client fails.
 [[noreturn]] void serve(int listener, std::size_t bytes) {
   for (;;) {
     const descriptor connection(::accept(listener, nullptr, nullptr));

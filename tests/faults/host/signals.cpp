@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a host handles signals and its children.
+// Hosts that handle signals and child processes in various ways.
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/time.h>
@@ -76,8 +76,8 @@ void reaps_in_a_handler_of_another_thread(host &h) {
   h.whole_cycle();
 }
 
-// Nothing keeps such a thread from taking the status of a command. What the library then says has
-// to be clear, and it goes on when it is called again.
+// Such a thread can take the status of a command before the library does. The library must then
+// report a clear error, and work when it is called again.
 void reaps_in_a_thread(host &h) {
   require(h.start(), "no handle");
   std::jthread reaper([](const std::stop_token &end) {
@@ -117,7 +117,8 @@ void has_signals_pending(host &h) {
   }
 }
 
-// As long as a command runs these two are ignored, and being ignored ends their waiting.
+// While a command runs, the library ignores these two signals, and the kernel discards pending
+// signals that are ignored.
 void has_interrupts_pending(host &h) {
   const auto numbers = {SIGINT, SIGQUIT};
   block(set_of(numbers));
@@ -167,8 +168,8 @@ void has_an_alarm(host &h) {
   require(left > 900 && left <= 1000, "the host's alarm was changed");
 }
 
-// The notice of a child that ended before is there afterwards; a host with an event loop waits for
-// it.
+// The SIGCHLD of an earlier child must still be pending afterwards, because a host with an event
+// loop waits for it.
 void waits_for_a_notice(host &h) {
   const sigset_t set = set_of({SIGCHLD});
   block(set);
@@ -202,7 +203,7 @@ void has_a_child_that_ends_meanwhile(host &h) {
   require(::waitpid(own, &status, 0) == own && WEXITSTATUS(status) == 5, "the child is gone");
 }
 
-// libcurl writes a body of this size in several pieces.
+// libcurl sends a body of this size in several writes.
 void posts_to_a_closed_connection(host &h, std::size_t bytes) {
   const rude_service service(bytes);
   std::vector<remote_file_name> names(2000);

@@ -31,7 +31,7 @@ void close_all(const std::vector<int> &closed) {
   }
 }
 
-// The bytes in the cache and of each entry are looked at in the cycle.
+// whole_cycle() checks the bytes in the cache and of each entry.
 void runs_closed(host &h, const std::vector<int> &closed, std::uint32_t dst) {
   h.log_to(everything_to(dst));
   close_all(closed);
@@ -57,8 +57,8 @@ void runs_closed_with_a_log_file(host &h) {
           "the host's output stands in the log");
 }
 
-// A host that prints although nothing is there, all the time: none of it may get into a file or to
-// the service.
+// A host that prints all the time although its streams are closed. None of the text may get into a
+// file or to the service.
 void prints_to_closed_streams(host &h, const std::string &noise) {
   close_all({0, 1, 2});
   const std::jthread noisy([&noise](const std::stop_token &end) {
@@ -106,7 +106,7 @@ void logs_to_a_full_pipe(host &h, std::uint32_t dst) {
   h.whole_cycle();
 }
 
-// The log waits for whoever reads it, and nothing is lost.
+// The library waits for a slow reader of the log and loses no message.
 void logs_to_a_slow_reader(host &h) {
   constexpr auto pause = std::chrono::milliseconds(300);
   pipe_ends pipe;
@@ -146,7 +146,8 @@ void logs_to_nobody(host &h) {
   h.whole_cycle();
 }
 
-// What the library prints is the host's own output: SIGPIPE does to it what it does to that.
+// Log messages count as the host's own output, so SIGPIPE kills the host as it does for any other
+// output.
 void logs_to_nobody_and_is_killed(host &h) {
   const int status = in_own_process([&] {
     pipe_ends pipe;

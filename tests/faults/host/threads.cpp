@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_threads [cycles=N]
-// Runs N cycles in each of sixteen threads, each with handles of its own. Prints what held; built
-// with the thread sanitizer, also prints the number of races. Exits with 0 when everything held.
+// Runs N cycles in each of sixteen threads, each with its own handles. Prints the results and, when
+// built with the thread sanitizer, the number of races. Exits with 0 when all checks passed.
 //
-// It meets the duties of a client: each handle has folders of its own, and one lock guards
-// transfers and the calls that run commands.
+// The program does what the library requires of a client: each handle has its own folders, and one
+// lock guards transfers and the calls that run commands.
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -35,7 +35,7 @@ constexpr std::uint32_t timeout = 60;
 std::atomic<std::size_t> races = 0;
 std::atomic<std::size_t> whole_cycles = 0;
 
-// Transfers and shell commands of a process run one at a time.
+// Guards the transfers and shell commands of the process, which must not run in parallel.
 std::mutex one_at_a_time;
 std::string work_folder;
 
@@ -51,7 +51,7 @@ void require(bool holds, const std::string &text) {
   }
 }
 
-// The environment is one for all: a handle gets folders of its own by getters of its own.
+// All threads share the environment, so each handle has functions that return its own folders.
 std::string folder_of(const zot_ctx *handle) {
   return work_folder + "/" + handle->sub_idx;
 }
@@ -119,7 +119,7 @@ void get_whole(zot_ctx *handle, char letter) {
   require(letter_of_entries(got) == letter, "a get returned another configuration");
 }
 
-// Calls that neither transfer nor run a command need no lock.
+// Calls that neither transfer data nor run a command need no lock.
 void look_at(zot_ctx *handle, char in_force) {
   zot_k_meta meta{};
   require(
@@ -128,7 +128,7 @@ void look_at(zot_ctx *handle, char in_force) {
   std::uint32_t level = ZOT_LOG_INFO;
   require(zot_parm_set(handle, ZOT_PARM_LOG_LEVEL, &level, sizeof level) == ZOT_OK, "no level");
   require(get(handle, every_change | ZOT_STAT_CACHED).status == ZOT_OK, "nothing cached");
-  // A failure of its own, with a text of its own.
+  // Causes an error in this handle, whose text must stay its own.
   const std::string absent = folder_of(handle) + "/absent";
   require(
       zot_priv_fcopy(handle, absent.c_str(), "/dev/null", __func__, __LINE__) == ZOT_ERR_GENERIC &&
@@ -148,7 +148,7 @@ void run_cycle(const std::string &index, std::size_t round) {
   get_whole(handle.get(), second);
   require(locked(handle.get(), zot_conf_roll_back) == ZOT_OK, "no roll-back");
   const std::string folder = folder_of(handle.get());
-  // One connection for all.
+  // All handles share one connection to syslog.
   const std::uint32_t to_syslog = ZOT_LOG_DST_SYSLOG;
   zot_parm_set(handle.get(), ZOT_PARM_LOG_DESTINATION, &to_syslog, sizeof to_syslog);
   zot_priv_fcopy(handle.get(), "/nowhere/x", "/dev/null", __func__, __LINE__);
@@ -170,8 +170,8 @@ void run_thread(std::size_t number, std::size_t cycles, const services &publishe
   }
 }
 
-// Sends every file of all configurations, whatever it is asked for; in a process of its own, so
-// that what races here is the client.
+// A service that answers every archive request with the files of all configurations. It runs in a
+// separate process, so that only the client can have races.
 std::uint16_t start_archive_service() {
   std::array<int, 2> ports{};
   require(::pipe(ports.data()) == 0, "no pipe");
@@ -199,12 +199,12 @@ std::uint16_t start_archive_service() {
 }
 
 bool run(std::size_t cycles) {
-  // First, so that it doesn't hold what the other services end with.
+  // Started first, so that it does not inherit the descriptors that stop the other services.
   const std::uint16_t port = start_archive_service();
   const services published;
   const temp_dir work;
   work_folder = work.path();
-  // Creation still asks the environment, which nobody changes from here on.
+  // The creation of a handle still reads the environment, so it does not change from here on.
   ::setenv("ZOT_PREFIX_CONF_ROOT", (work / "created").c_str(), 1);
   ::setenv("ZOT_PREFIX_TMP_ROOT", (work / "created").c_str(), 1);
   ::setenv("ZOT_REMOTE_PORT", std::to_string(port).c_str(), 1);
@@ -238,15 +238,15 @@ bool run(std::size_t cycles) {
 
 #ifdef __SANITIZE_THREAD__
 extern "C" {
-// The sanitizer calls it for each report.
+// The sanitizer calls this function for each report.
 void __tsan_on_report(void *) {
   ++races;
 }
-// Two threads that work on files have agreed on nothing.
+// I/O on the same file does not count as synchronisation between threads.
 const char *__tsan_default_options() {
   return "io_sync=0";
 }
-// The services' own, in another process.
+// Races inside the service's HTTP library, in another process, do not count.
 const char *__tsan_default_suppressions() {
   return "race:libcpp-httplib\n";
 }

@@ -64,7 +64,7 @@ void keep_books() {
 using zot::faults::allocate_counted;
 using zot::faults::default_alignment;
 
-// ------------------------------------------------------------ what everybody else allocates by
+// The C allocation functions, used by everything except the tests.
 
 extern "C" {
 
@@ -87,7 +87,7 @@ void free(void *ptr) noexcept {
   errno = before;
 }
 
-// Always moves the block, so that whoever keeps the old address is found out.
+// Always moves the block, so that use of the old address is detected.
 void *realloc(void *ptr, std::size_t size) noexcept {
   if (ptr != nullptr && size == 0) {
     free(ptr);
@@ -128,7 +128,7 @@ std::size_t malloc_usable_size(void *bytes) noexcept {
 
 }  // extern "C"
 
-// ------------------------------------------------------------------ what the tests allocate by
+// The C++ allocation functions, used only by the tests.
 
 void *operator new(std::size_t size) {
   void *const bytes = zot::faults::allocate(size, default_alignment, false);

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The C allocator of this process, with failures on demand and its own record of blocks. Every
-// allocation of the library, of libcurl, libcrypto, cJSON and the C library itself goes through it.
+// The C allocator of this process. It can fail on demand and keeps its own record of blocks. The
+// library, libcurl, libcrypto, cJSON and the C library itself use it for every allocation.
 //
 // How misuse is detected: a new block is filled with a pattern and followed by a canary. A freed
-// block is filled with another pattern and held back for the rest of the trial. So bytes that are
-// written behind a block or into a freed one are detected, a second free differs from a first, and
-// what is read from a freed block is neither an address nor a text.
+// block is filled with another pattern and not reused until the end of the trial. This detects
+// writes behind a block, writes into a freed block, and double frees. Data read from a freed block
+// is neither a valid address nor a valid text.
 #pragma once
 
 #include <cstddef>
@@ -22,28 +22,29 @@ struct armed_count {
   std::uint64_t failed = 0;
 };
 
-// The allocations of the calling thread are counted from 1, and the given one fails, or it and all
-// that follow. What comes through operator new belongs to the tests: it neither counts nor fails.
+// Counts the allocations of the calling thread, starting with 1, and makes the given one fail, or
+// that one and all later ones. Allocations by operator new belong to the tests: they neither count
+// nor fail.
 void arm(failing how, std::uint64_t which);
 armed_count disarm();
 
-// From here on the blocks of the calling thread are kept book of.
+// Starts recording the blocks of the calling thread.
 void keep_books();
 
 struct heap_state {
   std::uint64_t newest_block;
   unsigned errors;  // double or unknown frees, bytes written outside a block or after a free
-  const char *first_error;  // empty without one
+  const char *first_error;  // empty without an error
 };
 
-// Looks into every live and every held back block.
+// Checks every live and every freed block.
 [[nodiscard]] heap_state inspect_heap();
 
-// The bytes of the blocks that were allocated after the given one and are still there.
+// The bytes of the blocks that were allocated after the given one and are still allocated.
 [[nodiscard]] std::vector<std::string_view> live_blocks_since(std::uint64_t number);
 
-// To find out what a failure is about: where the failing allocation was asked for is written to
-// standard error, and the live blocks remember where they come from.
+// For debugging: prints on standard error where the failing allocation was requested, and stores
+// for each block where it was allocated.
 void trace_allocations();
 void print_blocks_since(std::uint64_t number);
 

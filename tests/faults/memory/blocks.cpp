@@ -14,7 +14,7 @@
 
 #include "allocator.hpp"
 
-// The allocator of glibc under its own names.
+// The C library's own allocation functions.
 extern "C" {
 void *__libc_malloc(std::size_t size);
 void __libc_free(void *block);
@@ -26,7 +26,8 @@ namespace {
 constexpr std::uint64_t in_use = 0x5afe'b10c'0000'0001U;
 constexpr std::uint64_t was_freed = 0xdead'b10c'0000'0002U;
 constexpr unsigned char fresh_fill = 0xa5;
-// Eight of these are no address, so following a pointer out of a freed block ends the process.
+// Eight such bytes are not a valid address, so following a pointer from a freed block crashes the
+// process.
 constexpr unsigned char freed_fill = 0xdd;
 constexpr unsigned char canary_fill = 0xc7;
 constexpr std::size_t canary_size = 16;
@@ -35,12 +36,12 @@ constexpr std::size_t held_back_limit = 32U << 20U;
 constexpr int kept_frames = 16;
 constexpr int shown_frames = 32;
 
-// Stands before the bytes of each block.
+// Placed before the bytes of each block.
 struct alignas(default_alignment) block {
   std::uint64_t magic;
   std::uint64_t number;
   std::size_t size;
-  void *base;  // what the allocator of glibc gave
+  void *base;  // the pointer from the C library
   block *next;
   block *prev;
   bool is_booked;
@@ -96,7 +97,7 @@ bool is_filled(const unsigned char *at, std::size_t size, unsigned char fill) {
   return std::all_of(at, at + size, [fill](unsigned char byte) { return byte == fill; });
 }
 
-// The lock is held, or there is one thread.
+// Requires the lock, or a single thread.
 void note_error(const char *what, const block &where) {
   if (errors++ == 0) {
     static_cast<void>(
@@ -128,7 +129,7 @@ void hold_back(block *owner) {
 }
 
 void refuse(const block &owner) {
-  // What the dynamic loader allocated before this allocator was there is not in the books.
+  // Blocks that the dynamic loader allocated before this allocator was active are not recorded.
   if (own_watch().keeps_books) {
     const books_lock lock;
     note_error(owner.magic == was_freed ? "second free of a block" : "free of no block", owner);
@@ -235,7 +236,7 @@ std::vector<std::string_view> live_blocks_since(std::uint64_t number) {
 void trace_allocations() {
   const unwatched no_books;
   std::array<void *, 1> frame{};
-  // The first call loads what it needs.
+  // The first call of backtrace() loads a library, so make it now.
   backtrace(frame.data(), 1);
   traces = true;
 }

@@ -6,21 +6,21 @@
 
 namespace zot::faults {
 
-// Null without memory. A block that is not booked belongs to the tests.
+// Returns null when memory runs out. A block with is_booked == false belongs to the tests.
 [[nodiscard]] void *allocate(std::size_t size, std::size_t alignment, bool is_booked);
 void release(void *bytes);
 [[nodiscard]] std::size_t size_of(void *bytes);
 
 inline constexpr std::size_t default_alignment = 16;
 
-// What the calling thread's allocations are.
+// How the allocations of the calling thread are treated.
 struct watch {
-  bool is_armed = false;  // they count, and may fail
+  bool is_armed = false;  // they are counted and may fail
   bool keeps_books = false;
 };
 [[nodiscard]] watch &own_watch();
 
-// Allocations that looking for the callers makes are none of the program.
+// While it exists, allocations by backtrace functions do not count as the program's.
 class unwatched {
  public:
   unwatched() : before_(own_watch()) { own_watch() = {}; }
@@ -32,7 +32,7 @@ class unwatched {
   watch before_;
 };
 
-// With traces on, says what happened and where it was asked for.
+// If tracing is on, prints an event and the place that caused it.
 void trace(const char *what);
 
 }  // namespace zot::faults

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Gets of every kind, during the life of a handle and as its first call.
+// Gets of every kind, later in the life of a handle and as its first call.
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -18,13 +18,13 @@ struct get_case {
   int status;
   std::uint32_t mask = test::every_change;
   std::function<void(stage &)> prepare;
-  int verdict;                    // of a commit
-  published in_force;             // after it
+  int verdict;                    // status of the commit
+  published in_force;             // after the commit
   bool may_replace_last = false;  // a get without an update makes the K in force the last one
   bool has_proxy = false;
 };
 
-// What was there before a get, which leaves it alone.
+// The state before a get, which must not change it.
 struct memory {
   std::string in_force;
   bytes_by_name cache;
@@ -47,8 +47,9 @@ void expect_left_alone(stage &on, const get_case &wanted, const memory &before) 
   expect(is_kept, "the cache changed: " + described(before.cache) + "now " + described(cache));
 }
 
-// Without memory for its path, a new K is told to have come although its bytes are given up. Its
-// files lie in the scratch directory all the same, so its commit brings it in as a whole.
+// When there is no memory for the path of a new K, the get reports a new configuration although it
+// has freed the bytes of K. The files are in the scratch directory anyway, so a commit stores the
+// whole configuration.
 bool came_without_bytes(const stage &on) {
   const zot_k *const fetched = on.handle()->slot[ZOT_SLOT_TMP].k;
   return (on.handle()->stat.state & ZOT_CYCLE_NEW_CONF) != 0 && fetched->data_len == 0;
@@ -66,17 +67,18 @@ std::string go_on_after_get(stage &on, const get_case &wanted, const memory &bef
                             const outcome &got, const references &known) {
   expect_left_alone(on, wanted, before);
   const reference *want = known.find(on.lost_loads());
-  // What claims to have succeeded is given its verdict as it is.
+  // A get with the expected result is committed as it is; any other is repeated first.
   if (want != nullptr && got.text != want->given.text) {
     const outcome again = on.get(none, wanted.mask);
-    // A returned list that could not be loaded is made anew by the next get, from what is in force.
+    // The next get rebuilds a returned list that could not be loaded, from the configuration in
+    // force.
     const reference *const as_lost = want;
     want = known.find(on.lost_loads());
     want = as_lost->given.text == again.text ? as_lost : want;
     expect(again.text == want->given.text,
            "the next get gives\n" + again.text + "instead of\n" + want->given.text);
   }
-  // A load that was lost takes its place in what the verdict is about.
+  // A lost load changes the configuration that the commit works on.
   const bool is_whole = (on.lost_loads() & known.loads()) == 0;
   std::string after = on.in_force_in_memory();
   if (came_without_bytes(on)) {
@@ -94,8 +96,8 @@ std::string go_on_after_get(stage &on, const get_case &wanted, const memory &bef
   return after;
 }
 
-// A get looks for a refused K that an earlier load has missed. Where that load is to count as lost,
-// the file is not there for the time of the get, which remembers it all the same.
+// A get looks for a refused K that an earlier load has missed. When that load must count as lost,
+// this class hides the file during the get, and then lets the handle remember the get as usual.
 class refusal_out_of_sight {
  public:
   explicit refusal_out_of_sight(const stage &on)
@@ -124,7 +126,8 @@ operation get_operation(get_case wanted) {
   const auto before = std::make_shared<memory>();
   const auto run = [wanted, before](stage &on, const fault &fault) {
     *before = {on.in_force_in_memory(), on.cache()};
-    // What the environment names as a proxy is a service with another configuration.
+    // The proxy in the environment is a service with another configuration, so its use would be
+    // noticed.
     const std::string proxy = "http://127.0.0.1:" + std::to_string(on.port_of(third));
     const test::env_guard named("http_proxy",
                                 wanted.has_proxy ? std::optional(proxy) : std::nullopt);
@@ -248,7 +251,7 @@ void fill_cache(stage &on) {
   start_with_second(on);
   on.publish(third);
   expect(on.get(none).status == ZOT_OK && zot_conf_roll_back(on.handle()) == ZOT_OK, "roll-back");
-  // A roll-back forgets the last K; a get without an update puts the one in force there.
+  // A rollback clears the last K; a get without an update copies the K in force there.
   on.publish(second);
   expect(on.get(none).status == ZOT_OK, "no update");
   on.element().restart();

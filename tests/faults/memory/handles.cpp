@@ -34,7 +34,7 @@ outcome create(stage &on, const fault &fault) {
   return described_handle(on.handle());
 }
 
-// Start-up messages, too, open the log file.
+// The messages of the start open the log file too.
 outcome create_with_log_file(stage &on, const fault &fault) {
   zot_parm_all parm = on.element().parm();
   const std::string path = on.log_path();
@@ -96,7 +96,7 @@ int set_parameter(stage &on, int id, const std::string &path) {
   }
 }
 
-// The parameters as they are now.
+// All current parameters as text.
 std::string described_parameters(const zot_ctx &handle) {
   const zot_parm &parm = *handle.parm;
   const zot_log_ctl &log = parm.all.log_ctl;
@@ -110,7 +110,7 @@ std::string described_parameters(const zot_ctx &handle) {
   return text + (log.path != nullptr ? log.path : "-");
 }
 
-// From a log file, when there is one before: leaving it closes and frees it.
+// With `leaves_log_file`, the handle logs to a file before, which the call must close and free.
 operation parameter(int id, bool leaves_log_file) {
   const auto set = [id](stage &on, const fault &fault) {
     const std::string path = on.log_path();

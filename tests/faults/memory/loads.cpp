@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each load of a handle, alone.
+// Each load of a handle, tested alone.
 #include <cstdlib>
 
 #include "operations.hpp"
@@ -28,7 +28,7 @@ bool is_empty(const zot_ctx &handle, const load_case &wanted) {
              : handle.slot[wanted.slot].k == nullptr && handle.slot[wanted.slot].gpbs == nullptr;
 }
 
-// A load runs once, whether it succeeds or not, and one that fails leaves its slot empty.
+// A load runs only once, even when it fails, and a failed load leaves its slot empty.
 std::string go_on_after_load(stage &on, const load_case &wanted, const outcome &got) {
   const zot_ctx &handle = *on.handle();
   expect((handle.load_flags & wanted.bit) != 0, "the load is not noted");
@@ -55,7 +55,7 @@ operation load_operation(const load_case &wanted) {
           run,         go_on};
 }
 
-// The operation that the loads have in common leaves its target alone when it fails.
+// The function that all loads use must not change its target when it fails.
 operation load_of_a_k() {
   const auto run = [](stage &on, const fault &fault) {
     zot_k elsewhere{};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Makes every allocation of every operation fail: each once alone, and each once with all that
-// follow. Each failure is tried in a process of its own, on a copy of one prepared element.
+// Makes every allocation of every operation fail: each one alone, and each one together with all
+// that follow. Each failure is tried in a separate process, on a copy of one prepared element.
 //
 //   memory_sweep [--jobs N] [--at-most N] [--operation NAME [--once K | --from K]]
 //
@@ -55,12 +55,12 @@ options parse(int count, char **arguments) {
   return asked;
 }
 
-// What the libraries around set up once in a process and keep:
+// Lets the other libraries do what they do once in a process:
 // - the libcrypto of Debian 12 crashes when memory runs out during its first digest;
-// - in the first transfer libcurl has it set up a list of engines, which leaves blocks behind when
-//   there is no memory for its lock;
-// - without memory for an address libcurl takes its text for a name and starts a thread to look it
-//   up, and the C library keeps a block of that thread for the next one.
+// - in its first transfer, libcurl makes libcrypto create a list of engines, and leaks blocks when
+//   there is no memory for the list's lock;
+// - when there is no memory for an address, libcurl treats its text as a name and starts a thread
+//   to look it up, and the C library keeps a block of that thread for the next one.
 void set_up_libraries(const ports &at) {
   static_cast<void>(test::sha256_hex("once"));
   std::thread([] {}).join();
@@ -78,7 +78,7 @@ tally &shared_tally() {
   return *new (shared) tally{};
 }
 
-// Takes one operation after the other that no other job has taken.
+// Runs the operations that no other job has taken, one after the other.
 void work(const std::vector<operation> &wanted, const options &asked, const ports &at, tally &all) {
   for (std::size_t next = all.next_operation++; next < wanted.size(); next = all.next_operation++) {
     sweep_operation(wanted[next], asked, at, all);
@@ -110,7 +110,7 @@ bool work_in_jobs(const std::vector<operation> &wanted, const options &asked, co
 }
 
 bool sweep_all(const options &asked) {
-  // Nothing here is about a medium, and thousands of commits wait for it.
+  // These tests do not concern the medium, and thousands of commits would wait for it.
   if (std::filesystem::is_directory("/dev/shm")) {
     ::setenv("TMPDIR", "/dev/shm", 0);
   }
@@ -120,11 +120,11 @@ bool sweep_all(const options &asked) {
   });
   tally &all = shared_tally();
   bool is_complete = false;
-  // The services end after the jobs.
+  // The services stop after the jobs have ended.
   {
     const services running;
     set_up_libraries(running.at());
-    // The first line also gives standard output its buffer.
+    // This first output also makes standard output allocate its buffer.
     std::puts("every allocation fails once, then it and all that follow");
     if (asked.only.how != failing::never) {
       trace_allocations();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations whose allocations fail, and what has to hold after each.
+// The operations whose allocations fail, and the checks after each one.
 #pragma once
 
 #include <functional>
@@ -12,23 +12,23 @@
 
 namespace zot::faults {
 
-// How an operation ends that nothing disturbs.
+// The result of an undisturbed operation.
 struct reference {
   outcome given;
-  std::string after;  // of what followed
+  std::string after;  // the result of what followed
 };
 
-// A load that fails counts as one that found nothing, so there is a reference for each combination
-// of lost loads that an operation goes on without.
+// A failed load counts as one that found nothing. So there is a reference for each combination of
+// lost loads with which an operation can continue.
 class references {
  public:
-  // For a run that becomes a reference itself.
+  // For a run that produces a reference.
   references() = default;
   explicit references(std::uint32_t loads) : loads_(loads) {}
 
   [[nodiscard]] std::uint32_t loads() const { return loads_; }
   void keep(std::uint32_t lost, reference kept) { by_lost_[lost] = std::move(kept); }
-  // Null for a run that becomes a reference itself.
+  // Returns null for a run that produces a reference.
   [[nodiscard]] const reference *find(std::uint32_t lost) const {
     const auto found = by_lost_.find(lost & loads_);
     return found != by_lost_.end() ? &found->second : nullptr;
@@ -41,17 +41,17 @@ class references {
 
 struct operation {
   std::string name;
-  int status;                       // undisturbed
-  std::vector<int> failures;        // what it may answer instead
-  std::uint32_t dispensable_loads;  // it goes on without them
+  int status;                       // without a failure
+  std::vector<int> failures;        // allowed instead with a failure
+  std::uint32_t dispensable_loads;  // the operation continues without them
   std::function<void(stage &)> prepare;
   std::function<outcome(stage &, const fault &)> run;
-  // After a run: what it has to have left alone, and that the same handle goes on. Says how.
+  // Run after the operation: checks what must not have changed, and continues with the same handle.
+  // Returns a description of the result.
   std::function<std::string(stage &, const outcome &got, const references &)> go_on;
 };
 
-// Leaves a cache with a configuration in force, one before it and one that was rolled back, and a
-// new handle.
+// Leaves a cache with a configuration in force, a last one and a refused one, and a new handle.
 void fill_cache(stage &on);
 
 [[nodiscard]] std::vector<operation> creations();

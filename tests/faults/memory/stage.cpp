@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::uint32_t full = ZOT_STAT_FULL;
 
-// Longer than a message of the log may be without an allocation.
+// Longer than a log message can be without an allocation.
 std::string long_text(const std::string &k_text) {
   constexpr std::size_t padding = 5000;
   return k_text + std::string(padding, ' ') + "\n";
@@ -44,7 +44,7 @@ std::string describe(const std::vector<test::returned_entry> &entries) {
   return text;
 }
 
-// "Category/key" with the bytes published for it.
+// The published bytes by "Category/key".
 bytes_by_name published_objects(const test::publication &from) {
   bytes_by_name objects;
   for (const auto &[path, bytes] : from.files()) {
@@ -77,14 +77,15 @@ void hold_services(int report, int life_line) {
     at.at(which) = running.at(which)->port();
   }
   if (::write(report, at.data(), sizeof at) == static_cast<ssize_t>(sizeof at)) {
-    // Ends with the process that started this one.
+    // Waits until the process that started this one has ended.
     char none = 0;
     while (::read(life_line, &none, 1) < 0 && errno == EINTR) {
     }
   }
 }
 
-// Asks without a service what is in force below a folder, and expects what holds for every cache.
+// Starts without a service and returns what is in force below a folder. Makes the checks that every
+// cache must pass.
 std::string ask_anew(const std::string &dir, const zot_parm_all &parm) {
   constexpr const char *sub_idx = "aabbccddeeff";
   ::setenv("ZOT_PREFIX_CONF_ROOT", (dir + "/conf").c_str(), 1);
@@ -111,7 +112,8 @@ std::string ask_anew(const std::string &dir, const zot_parm_all &parm) {
   return describe(cached.entries);
 }
 
-// Runs it in a process of its own and returns its text, after a letter that tells how it ended.
+// Runs `ask` in a child process and returns its text, after "+" for success or "-" for an
+// exception.
 std::string in_own_process(const std::function<std::string()> &ask) {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
@@ -251,7 +253,7 @@ void stage::lose(std::uint32_t loads) const {
 
 outcome stage::get(const fault &fault, std::uint32_t mask) {
   const zot_catset catset = test::every_category();
-  // A call that gives no list has to say so.
+  // The call must set the list to null when it returns none, so it starts with another value.
   zot_list elsewhere{};
   zot_list *list = &elsewhere;
   const int status = under(fault, [&] { return zot_conf_get(handle(), catset, mask, &list); });
@@ -290,8 +292,9 @@ void stage::note(const std::string &remark) {
   notes_ += notes_.find(remark) == std::string::npos ? ", " + remark : "";
 }
 
-// Without memory for a look into the scratch directory, files of an earlier configuration stay
-// there, and a commit takes them along. Nobody reads them, and they go with the next update.
+// When there is no memory to read the scratch directory, files of an earlier configuration stay
+// there, and a commit copies them to the cache. Nobody reads them, and the next update removes
+// them. This function leaves them out.
 bytes_by_name stage::listed_in_cache() {
   bytes_by_name files = cache();
   const std::string k = files["knowledge/subsys.k"];

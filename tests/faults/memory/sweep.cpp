@@ -60,7 +60,8 @@ class sweep {
   }
 
  private:
-  // Undisturbed runs: one as it is, and one for each combination of loads that are lost beforehand.
+  // Makes the undisturbed runs: one without changes, and one for each combination of loads that are
+  // lost beforehand.
   bool take_references() {
     if (!take_reference(wanted_, 0)) {
       return false;

@@ -16,7 +16,7 @@ struct options {
   fault only;
 };
 
-// Of all operations, shared by the processes that try them.
+// Totals of all operations, shared by the worker processes.
 struct tally {
   std::atomic<std::uint64_t> next_operation;
   std::atomic<std::uint64_t> operations;
@@ -26,7 +26,7 @@ struct tally {
   std::atomic<std::uint64_t> known_leaks;
 };
 
-// Lets the allocations of one operation fail, each in a process of its own.
+// Makes the allocations of one operation fail, each in a separate process.
 void sweep_operation(const operation &tried, const options &asked, const ports &at, tally &all);
 
 }  // namespace zot::faults

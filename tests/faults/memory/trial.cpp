@@ -29,8 +29,8 @@ std::ptrdiff_t open_descriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-// Known and accepted: the text of the announced checksum stays allocated when the download of the K
-// that follows fails.
+// A known and accepted leak: the text of the announced checksum stays allocated when the following
+// download of K fails.
 bool is_announced_checksum(std::string_view block) {
   for (int which = first; which < published_count; ++which) {
     const std::string text = configuration(static_cast<published>(which)).checksum_text();
@@ -70,7 +70,8 @@ void expect_documented(const operation &tried, const outcome &got, const referen
          "it gives\n" + got.text + "\ninstead of\n" + want.given.text);
 }
 
-// The old configuration or the new one; the new one after success.
+// After success, a new process must find the new configuration; otherwise the old one or the new
+// one.
 void expect_in_force_anew(const operation &tried, const outcome &got, const trial &wanted,
                           const std::string &found) {
   const bool is_done = got.status == tried.status;
@@ -140,7 +141,8 @@ bool run_trial(const operation &tried, stage &on, const trial &wanted, shared_re
     static_cast<void>(std::freopen("/dev/null", "we", stdout));
     if (!wanted.shows_all) {
       static_cast<void>(std::freopen("/dev/null", "we", stderr));
-      // The first message would have a buffer allocated, and no failure is to blame for that.
+      // Unbuffered, because the first message would otherwise allocate a buffer and be counted as a
+      // block left behind.
       static_cast<void>(std::setvbuf(stderr, nullptr, _IONBF, 0));
     }
     try {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One failure and everything that has to hold after it, in a process of its own.
+// One failure and all checks after it, in a separate process.
 #pragma once
 
 #include <array>
@@ -11,19 +11,19 @@
 
 namespace zot::faults {
 
-// What a trial tells the process that started it.
+// What a trial reports to the process that started it.
 struct report {
   bool is_complete;
   bool is_as_undisturbed;
   bool has_known_leak;
   int status;
   armed_count allocations;
-  std::uint32_t found_loads;     // that succeeded
-  std::array<char, 32768> text;  // what was given, or what did not hold
+  std::uint32_t found_loads;     // successful loads
+  std::array<char, 32768> text;  // the result, or the failed check
   std::array<char, 32768> after;
   std::array<char, 256> notes;
-  std::array<char, 4096> found_anew;  // by a new process, before anything followed
-  // Of the blocks that are still there after the handle was freed.
+  std::array<char, 4096> found_anew;  // by a new process, right after the operation
+  // The blocks that are still allocated after the handle was freed.
   std::size_t left_count;
   std::array<std::size_t, 64> left_sizes;
 };
@@ -44,17 +44,17 @@ class shared_report {
 struct trial {
   fault tried;
   std::uint32_t lost = 0;        // loads that are lost beforehand
-  std::uint64_t last_block = 0;  // before there was a handle
-  // Without any the trial becomes a reference itself.
+  std::uint64_t last_block = 0;  // before the handle was created
+  // Without references, the trial produces one.
   references known;
-  std::vector<std::size_t> left_sizes;  // undisturbed
-  // What a new process finds before the operation, and after it.
+  std::vector<std::size_t> left_sizes;  // without a failure
+  // What a new process finds before and after the operation.
   std::string found_before;
   std::string found_after;
   bool shows_all = false;
 };
 
-// True when all held; otherwise the report says what did not.
+// Returns true when all checks passed; otherwise the report contains the failed one.
 [[nodiscard]] bool run_trial(const operation &tried, stage &on, const trial &wanted,
                              shared_report &told);
 

@@ -13,7 +13,7 @@ outcome described_verdict(int status) {
   return {status, "status " + std::to_string(status)};
 }
 
-// A commit may be repeated until it is done.
+// A failed commit may be repeated until it succeeds.
 operation commit_operation(std::string name, std::function<void(stage &)> prepare) {
   const auto run = [](stage &on, const fault &fault) {
     return described_verdict(on.under(fault, [&] { return zot_conf_commit(on.handle()); }));
@@ -39,7 +39,7 @@ operation commit_operation(std::string name, std::function<void(stage &)> prepar
           go_on};
 }
 
-// What a handle answers while the service goes on offering what was rolled back.
+// Checks what a get returns while the service still offers the refused configuration.
 void expect_in_force_given(stage &on, published in_force) {
   const test::returned_list next = on.element().get(ZOT_STAT_FULL);
   expect(next.status == ZOT_ERR_SAME_AS_CORRUPTED,
@@ -49,7 +49,8 @@ void expect_in_force_given(stage &on, published in_force) {
          "a get after the roll-back gives what was rolled back");
 }
 
-// A roll-back, too, may be repeated; it may also find that its K is kept as corrupted already.
+// A failed rollback may be repeated too; the repeated one may find that its K is already stored as
+// corrupted.
 std::string go_on_after_roll_back(stage &on, const outcome &got) {
   if (got.status != ZOT_OK) {
     const int again = zot_conf_roll_back(on.handle());

@@ -66,7 +66,8 @@ std::string with(std::string text, const std::string &old_part, const std::strin
   return at == std::string::npos ? text : text.replace(at, old_part.size(), new_part);
 }
 
-// A publication knows an object once, so the second one gets its name in the text.
+// A publication can hold an object only once, so the second one gets its name by a change of the
+// text.
 configuration with_guest_twice(const std::string &name, std::uint64_t other_version) {
   const object second{ZOT_CAT_WLAN, "Wlan", "guesu", other_version, guest_1.bytes};
   configuration made = make(name, {guest_1, second, hq_1});

@@ -13,7 +13,7 @@
 
 namespace zot::faults {
 
-// Bytes by name, relative to a directory.
+// Bytes by file name, relative to a directory.
 using files = std::map<std::string, std::string>;
 
 struct gpb {
@@ -21,28 +21,28 @@ struct gpb {
   std::string key;
   std::uint64_t version = 0;
   std::string path;   // "/category/key/version"
-  std::string bytes;  // that K states size and digest of
+  std::string bytes;  // the bytes whose size and digest K states
   bool has_digest = true;
 };
 
-// What a K says, in the order of category, key and version.
+// The content of a K, sorted by category, key and version.
 struct manifest {
   std::string cluster;
   std::vector<gpb> gpbs;
-  bool contradicts_itself = false;  // two versions of one object
+  bool contradicts_itself = false;  // has two versions of one object
 };
 
 struct configuration {
   std::string name;
   std::string k;
-  std::optional<manifest> content;  // none: K says nothing that an element can use
-  test::publication published;      // for the files
+  std::optional<manifest> content;  // none: an element cannot use the K
+  test::publication published;      // the files
 };
 
-// Few, so that a sequence comes back to an earlier one.
+// Only a few, so that a sequence returns to earlier ones.
 [[nodiscard]] const std::vector<configuration> &catalogue();
 
-// The configuration with that K; null when no published K has these bytes.
+// Finds the configuration with this K; null when no published K has these bytes.
 [[nodiscard]] const configuration *find_by_k(const std::string &k);
 
 enum class flaw {
@@ -79,15 +79,15 @@ struct answer {
   std::string bytes = {};
 };
 
-// What the service hands out at one time.
+// The service's answers at one time.
 struct offer {
   std::string name;
   answer checksum{.how = answer::kind::not_found};
   answer k{.how = answer::kind::not_found};
-  answer archive{.how = answer::kind::not_found};  // its body counts only when it is no archive
+  answer archive{.how = answer::kind::not_found};  // body used only if not an archive
   bool is_archive = false;
-  files archived;               // by path, as K has it
-  test::publication published;  // what the service takes the archive from
+  files archived;               // by path, as in K
+  test::publication published;  // the source of the archive
 };
 
 [[nodiscard]] offer offer_of(const configuration &published, flaw wrong, unsigned which);

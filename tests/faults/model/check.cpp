@@ -7,7 +7,7 @@
 namespace zot::faults {
 namespace {
 
-// The two sides, and what they agree on before a step.
+// The model and the library, and the configuration published to both.
 struct pair_of_elements {
   model &told;
   world &real;
@@ -114,7 +114,7 @@ std::string value_of(const view &seen, const std::string &name) {
   return found != seen.end() ? "\"" + found->second + "\"" : "absent";
 }
 
-// Empty when both are equal.
+// Returns an empty text when both are equal.
 std::string differences(const view &told, const view &real) {
   view all = told;
   all.insert(real.begin(), real.end());

@@ -15,11 +15,11 @@
 
 namespace zot::faults {
 
-// How often something was seen: "step get", "get -8".
+// Counts of events such as "step get" and "get -8".
 using tally = std::map<std::string, std::uint64_t>;
 
 struct disagreement {
-  std::size_t step = 0;  // from 0
+  std::size_t step = 0;  // counts from 0
   std::string text;
 };
 
@@ -27,7 +27,7 @@ class checker {
  public:
   checker(adapter used, lie told) : adapter_(used), lie_(told) {}
 
-  // Nothing when the library and the model agreed after every step.
+  // Returns nullopt when the library and the model agreed after every step.
   [[nodiscard]] std::optional<disagreement> run(const sequence &steps, tally *counts);
 
  private:
@@ -37,7 +37,7 @@ class checker {
   lie lie_;
 };
 
-// A sequence that still fails, but passes when any one step is taken out.
+// Shortens a failing sequence until it passes when any one step is removed.
 [[nodiscard]] sequence shrink(sequence failing,
                               const std::function<bool(const sequence &)> &still_fails);
 

@@ -12,35 +12,35 @@
 
 namespace zot::faults {
 
-// What a commit that has not come to its end keeps of what was there before it.
+// What an unfinished commit keeps of the previous state.
 struct undo_folder {
-  std::map<std::string, std::optional<std::string>> k_files;  // none: it was not there
+  std::map<std::string, std::optional<std::string>> k_files;  // nullopt: the file did not exist
   bool keeps_config = false;
   bool had_config = false;
   files config;
 };
 
 struct directory {
-  bool exists = false;         // itself
-  bool has_config = false;     // the directory below it, with or without files
-  bool has_knowledge = false;  // of the cache only
+  bool exists = false;         // the directory itself
+  bool has_config = false;     // its subdirectory config, even if empty
+  bool has_knowledge = false;  // only in the cache
   files held;
-  std::optional<undo_folder> undo = {};  // of the cache only
+  std::optional<undo_folder> undo = {};  // only in the cache
 
   [[nodiscard]] bool has(const std::string &name) const { return held.contains(name); }
-  // False when there is no such file, or no directory to copy it into.
+  // Returns false when the file or the target directory does not exist.
   [[nodiscard]] bool copy(const directory &from, const std::string &name, const std::string &to);
   void rename(const std::string &name, const std::string &to);
   void remove_below(const std::string &prefix);
   [[nodiscard]] files below(const std::string &prefix) const;
-  // False when there is no directory to keep anything of.
+  // Returns false when the directory does not exist.
   [[nodiscard]] bool begin_undo(bool keeps_config);
-  // False when there is no directory to put anything back into.
+  // Returns false when the directory does not exist.
   bool restore_from_undo();
 };
 
-// To do to the files: write the bytes, or remove the name with everything below it. An empty name
-// is the whole directory.
+// A change to a file: write the bytes, or remove the path with everything below it. An empty name
+// is the directory itself.
 struct change {
   area where;
   std::string name;
@@ -50,16 +50,16 @@ struct change {
 [[nodiscard]] std::vector<change> damage_of(const step &one, const directory &hit);
 void apply(const change &what, directory &to);
 
-// A K with its checksum file, read and verified.
+// A K that was read with its checksum file and verified.
 struct read_k {
   int status = 0;
-  std::string bytes;  // also of a K that did not pass, when it could be read
+  std::string bytes;  // also when the verification failed, if it could be read
   std::string digest;
   const configuration *found = nullptr;
 };
 [[nodiscard]] read_k read_and_verify(const directory &from, const std::string &name);
 
-// Whether the file of an entry can be handed out.
+// Returns whether the file of an entry may be returned to the client, as a status.
 [[nodiscard]] int verify(const directory &from, const gpb &file);
 
 }  // namespace zot::faults

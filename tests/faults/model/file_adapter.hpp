@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Operations as a client may install them: the GPB files come without an archive and without
-// commands, from the offer in this process.
+// Operations that a client may install. They take the GPB files directly from the offer in this
+// process, without an archive and without commands.
 #pragma once
 
 #include "catalogue.hpp"

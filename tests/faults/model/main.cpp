@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs random sequences of what controllers, services, processes and accidents do to an element,
+// Runs random sequences of actions by controllers, services, processes and accidents on an element,
 // and compares each step with the model.
 #include <unistd.h>
 
@@ -51,7 +51,7 @@ int find_lies(const options &wanted) {
   return found == lie_count - 1 ? 0 : 1;
 }
 
-// Commands and copies take most of the time, so they get no disk.
+// Commands and copies take most of the time, so the files are kept in memory.
 void work_in_memory() {
   const char *const shared_memory = "/dev/shm";
   if (std::getenv("TMPDIR") == nullptr && ::access(shared_memory, W_OK | X_OK) == 0) {

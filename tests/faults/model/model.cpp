@@ -30,7 +30,7 @@ std::string text_of(const std::vector<gpb> &list) {
   return text;
 }
 
-// The first slot that holds the same, or the slot itself.
+// The first slot with the same content, or the slot itself.
 template <class Same>
 std::string first_holder(std::size_t slot_index, Same same) {
   std::size_t first = 0;
@@ -40,7 +40,8 @@ std::string first_holder(std::size_t slot_index, Same same) {
   return slot_names.at(first);
 }
 
-// Only files can be seen: what was not there is told by an empty directory.
+// Lists only files: a file that did not exist is marked by an empty directory, which is not
+// visible.
 void add_undo(const undo_folder &kept, view &seen) {
   for (const auto &[name, bytes] : kept.k_files) {
     if (bytes.has_value()) {
@@ -114,7 +115,8 @@ bool model::is_k_as_fetched() const {
           checksum->second.starts_with(test::sha256_hex(bytes)));
 }
 
-// An adapter may have its files elsewhere; and the copy finds that their folder is gone.
+// A client's own operations may keep their files elsewhere. If the folder is missing, the copy
+// detects it later.
 bool model::has_all_fetched() const {
   return !has_own_operations_ || !scratch_.has_config ||
          std::ranges::all_of(*slots_[ZOT_SLOT_TMP].gpbs, [this](const gpb &file) {
@@ -147,7 +149,7 @@ bool model::is_stored(const known_k &wanted, const std::string &name) const {
 model::verdicts model::verdicts_now() const {
   const auto number_of = [this](const std::string &name) {
     const auto found = cache_.held.find("knowledge/" + name + ".checksum");
-    // One that is empty counts as none.
+    // An empty checksum file counts as missing.
     return found == cache_.held.end()
                ? 0ULL
                : std::strtoull(found->second.substr(0, 16).c_str(), nullptr, 16);
@@ -199,7 +201,7 @@ int model::commit_k() {
   return ZOT_OK;
 }
 
-// The K files are put back at once when they don't all come.
+// Restores the K files at once if not all of them could be stored.
 int model::store_k() {
   slots_[ZOT_SLOT_TMP].k->root = area::scratch;
   if (!cache_.begin_undo(has_own_operations_)) {
@@ -245,7 +247,7 @@ void model::adopt() {
   load_flags_ |= ZOT_LOADED_PREV_K;
 }
 
-// Begins a commit, or goes on with one that failed.
+// Starts a commit, or continues one that has failed.
 int model::run_commit(outcome &seen) {
   const k_ref &current = slots_[ZOT_SLOT_CURRENT].k;
   if (!has_begun_ && current && current->bytes == slots_[ZOT_SLOT_TMP].k->bytes) {
@@ -294,7 +296,7 @@ outcome model::commit() {
   return seen;
 }
 
-// False when the files cannot be put back yet.
+// Returns false when the files cannot be restored yet.
 bool model::undo_failed_commit() {
   if (has_begun_) {
     slots_[ZOT_SLOT_CURRENT] = std::exchange(slots_[ZOT_SLOT_LAST], {});

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A second implementation of what an element has to do and to hold, without files, memory
-// management or transfers: the slots, the marked list, the state of the cycle, and the two
-// directories.
+// A second implementation of an element, without files, memory management or transfers: the slots,
+// the marked list, the state of the cycle, and the two directories.
 #pragma once
 
 #include <array>
@@ -19,19 +18,19 @@
 
 namespace zot::faults {
 
-// Everything that can be seen of an element between two calls, by name.
+// The observable state of an element between two calls, by name.
 using view = std::map<std::string, std::string>;
 
-// What one step gives back.
+// The result of one step.
 struct outcome {
   int status = ZOT_OK;
   bool has_list = false;
   std::vector<test::returned_entry> entries;
-  std::string requests;  // to the service: "sum", "k", "archive"
-  std::string note;      // how the model came there; not compared
+  std::string requests;  // sent to the service: "sum", "k", "archive"
+  std::string note;      // what the model did; not compared
 };
 
-// Wrong on purpose, to show that a disagreement is found.
+// Deliberate errors in the model, which show that a disagreement is detected.
 enum class lie {
   none,
   roll_back_keeps_last,
@@ -46,7 +45,7 @@ inline constexpr unsigned lie_count = static_cast<unsigned>(lie::nothing_in_forc
 
 struct known_k {
   std::string bytes;
-  std::string digest;  // empty for one that was fetched and not read back
+  std::string digest;  // empty when it was fetched and not read back
   area root = area::scratch;
   const configuration *found = nullptr;
 };
@@ -61,13 +60,13 @@ struct slot {
 struct marked {
   gpb file;
   std::uint32_t stat = 0;
-  bool read = false;  // its bytes have been verified for an earlier request
+  bool read = false;  // its bytes were verified for an earlier request
 };
 
 class model {
  public:
-  // A client's own operations clean up after their failures, or don't, and the GPB files that they
-  // commit are not kept for an undoing: the library leaves both to them.
+  // With own operations, as in the library, a failure is cleaned up and a commit keeps the previous
+  // GPB files for an undo. The library leaves both to a client's operations, which may not do it.
   explicit model(lie told = lie::none, bool has_own_operations = true)
       : lie_(told), has_own_operations_(has_own_operations) {
     restart();
@@ -88,13 +87,13 @@ class model {
   // Directories
   void make_directories();
   void undo_interrupted_commit();
-  // Whether nobody has written the announced checksum anew since the get.
+  // Whether the announced checksum has not been written again since the get.
   [[nodiscard]] bool is_untouched() const;
   [[nodiscard]] bool is_k_as_fetched() const;
   [[nodiscard]] bool has_all_fetched() const;
   [[nodiscard]] bool is_set_as_fetched() const;
   [[nodiscard]] bool is_stored(const known_k &wanted, const std::string &name) const;
-  // What the cache has in force, and what rolled back.
+  // Identifies the K in force and the refused K in the cache.
   using verdicts = std::pair<std::uint64_t, std::uint64_t>;
   [[nodiscard]] verdicts verdicts_now() const;
   [[nodiscard]] bool is_overtaken() const;
@@ -132,7 +131,7 @@ class model {
   int filter(std::uint32_t mask, const zot_catset &categories, outcome &seen);
   k_ref duplicate(const known_k &of);
 
-  // Verdict
+  // Commit and rollback
   [[nodiscard]] bool is_open(int &status) const;
   [[nodiscard]] bool waits_for_verdict() const;
   int run_commit(outcome &seen);
@@ -143,12 +142,12 @@ class model {
   int commit_k();
   int commit_files();
   bool undo_failed_commit();
-  // Says what became of one, if there was one.
+  // Completes or undoes a failed commit, and returns a text about it; empty if there was none.
   std::string settle_failed_commit();
   int refuse();
   int keep_as_corrupted();
 
-  // How memory may differ from the cache.
+  // How the state in memory may differ from the cache.
   static constexpr std::uint32_t conf_outdated = 1;
   static constexpr std::uint32_t cache_unloadable = 4;
 
@@ -167,12 +166,12 @@ class model {
   std::uint32_t cache_doubts_ = 0;
   std::uint32_t state_ = 0;
 
-  bool marks_wait_ = false;  // the marked list is that of a configuration without a verdict
+  bool marks_wait_ = false;  // marked_ belongs to a configuration without a verdict
 
-  // Whether a commit has begun.
   bool has_begun_ = false;
 
-  // Which announced checksum lies in the scratch directory, and which one the get has left there.
+  // The number of the announced checksum in the scratch directory, and of the one that the get left
+  // there.
   unsigned checksum_written_ = 0;
   unsigned checksum_fetched_ = 0;
   verdicts verdicts_fetched_;

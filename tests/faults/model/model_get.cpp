@@ -59,7 +59,7 @@ void model::load_corrupted() {
   }
 }
 
-// Memory goes on with what it has when the cache cannot be loaded.
+// When the cache cannot be loaded, the state in memory stays.
 bool model::reload_conf() {
   const slot before = std::exchange(slots_[ZOT_SLOT_CURRENT], {});
   load_current();
@@ -82,7 +82,7 @@ void model::give_up() {
   load_flags_ &= ~static_cast<std::uint32_t>(ZOT_LOADED_PREV_K | ZOT_LOADED_RET_LIST);
 }
 
-// Another configuration than the one in memory lies in the cache.
+// Loads the cache again when it has another configuration than memory.
 bool model::reload_changed_cache() {
   const k_ref &current = slots_[ZOT_SLOT_CURRENT].k;
   const auto sum = cache_.held.find("knowledge/subsys.checksum");
@@ -93,7 +93,8 @@ bool model::reload_changed_cache() {
   return line.size() == ZOT_CHECKSUM_LEN && line != current->digest && reload_conf();
 }
 
-// What was damaged everywhere is loaded from the cache once more, or counts as none.
+// Loads a configuration again from the cache after it was damaged everywhere; if that fails,
+// nothing is in force.
 void model::renew_outdated() {
   if ((cache_doubts_ & conf_outdated) == 0) {
     return;
@@ -105,7 +106,7 @@ void model::renew_outdated() {
   }
 }
 
-// What is refused is what the cache says, also when that has changed.
+// The refused K is always the one in the cache, even when that has changed.
 void model::forget_changed_refusal() {
   const k_ref &refused = slots_[ZOT_SLOT_CORRUPTED].k;
   const auto sum = cache_.held.find("knowledge/corrupted.checksum");
@@ -189,8 +190,8 @@ int model::fetch_k(k_ref &fetched, outcome &seen) {
   return ZOT_OK;
 }
 
-// What a failed archive brought stays when K or a cached request expects a file there, and none
-// that is smaller.
+// After a failed archive, a file stays only when K or a cached request expects a file of that name
+// that is at least as large.
 void model::remove_strangers(const list_ref &all) {
   files expected;
   const auto expect = [&expected](const gpb &file) {
@@ -249,7 +250,7 @@ int model::take_files(const list_ref &all) {
   return ZOT_OK;
 }
 
-// Nothing is new, but last is another configuration: then it becomes the one in force, too.
+// There is no update, but the last K is another one: then the K in force becomes the last one too.
 int model::align() {
   slot &tmp = slots_[ZOT_SLOT_TMP];
   directory &from = at(tmp.k->root);

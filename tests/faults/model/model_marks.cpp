@@ -12,7 +12,7 @@ auto object_of(const gpb &file) {
   return std::tie(file.category, file.key);
 }
 
-// Marks what two sorted lists have in common and what not.
+// Compares two sorted lists and marks the differences.
 std::vector<marked> difference(const std::vector<gpb> &old_list, const std::vector<gpb> &new_list,
                                bool other_cluster) {
   std::vector<marked> marks;
@@ -31,7 +31,7 @@ std::vector<marked> difference(const std::vector<gpb> &old_list, const std::vect
       marks.push_back({*is++, ZOT_STAT_MODIFIED});
       ++was;
     } else {
-      // The new K may state other bytes for a version that was there.
+      // Unchanged even if the new K states other bytes for the same version.
       marks.push_back({*is++, ZOT_STAT_UNCHANGED});
       ++was;
     }
@@ -87,7 +87,8 @@ void model::mark_against_current(const k_ref &k, const list_ref &list, area root
   marked_root_ = root;
 }
 
-// The list of the configuration in force, which changes nothing, or an empty one without any.
+// The marked list becomes that of the configuration in force, all unchanged; empty when nothing is
+// in force.
 void model::renew_marks() {
   const slot &current = slots_[ZOT_SLOT_CURRENT];
   if (current.k && current.gpbs) {
@@ -107,8 +108,8 @@ void model::settle_marks() {
   }
 }
 
-// What of the configuration in force is lost in the scratch directory is read from the cache, from
-// then on all of it.
+// If a file of the configuration in force is missing or damaged in the scratch directory, this one
+// and all later files are read from the cache.
 int model::read_file(const gpb &file, bool &is_lost) {
   const std::vector<gpb> &in_force = entries_of(slots_[ZOT_SLOT_CURRENT].gpbs);
   const auto order = [](const gpb &one) { return std::tie(one.category, one.key, one.version); };

@@ -21,10 +21,10 @@ struct options {
 
 extern const char *const usage;
 
-// False for words that are none of the usage.
+// Returns false when the arguments are invalid.
 [[nodiscard]] bool parse(int count, char **words, options &wanted);
 
-// The sequence of that number.
+// The sequence with this number.
 [[nodiscard]] sequence sequence_of(const options &wanted, std::uint64_t number);
 
 }  // namespace zot::faults

@@ -24,7 +24,8 @@ namespace zot::faults {
 namespace {
 using wall_clock = std::chrono::steady_clock;
 
-// The number of the sequence that each share runs, also to be read when it is gone.
+// For each share, the number of its current sequence. In shared memory, so that it can be read
+// after a crash.
 class numbers {
  public:
   explicit numbers(std::size_t count) : bytes_(count * sizeof(std::uint64_t)) {
@@ -62,7 +63,7 @@ void add_counts(const std::string &path, tally &counts) {
   }
 }
 
-// Every so many-th sequence. False when one of them failed.
+// Runs every Nth sequence. Returns false when one has failed.
 bool run_share(const options &wanted, unsigned share, std::uint64_t &running, tally &counts) {
   checker both(wanted.used, lie::none);
   const auto end = wall_clock::now() + std::chrono::seconds(wanted.seconds);
@@ -79,7 +80,7 @@ bool run_share(const options &wanted, unsigned share, std::uint64_t &running, ta
   return true;
 }
 
-// A process of its own for one sequence, which may crash.
+// Runs one sequence in a child process, because it may crash.
 bool fails_in_child(const options &wanted, const sequence &steps, bool tell) {
   const pid_t child = ::fork();
   if (child == 0) {
@@ -135,7 +136,7 @@ std::vector<pid_t> start_shares(const options &wanted, numbers &running, const s
   return children;
 }
 
-// The first share that failed; the others are ended then.
+// Returns the first share that failed, and ends the others then.
 std::optional<std::size_t> wait_for(const std::vector<pid_t> &children) {
   std::vector<pid_t> running = children;
   std::optional<std::size_t> failed;
@@ -160,7 +161,7 @@ std::optional<std::size_t> wait_for(const std::vector<pid_t> &children) {
 
 bool run_shares(const options &wanted, tally &counts) {
   const test::temp_dir dir;
-  // What a share that was ended leaves behind goes with this directory.
+  // This directory also removes what terminated shares have left behind.
   const test::env_guard temporary("TMPDIR", dir.path());
   numbers running(wanted.jobs);
   const std::vector<pid_t> children = start_shares(wanted, running, dir.path());

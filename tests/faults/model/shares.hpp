@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs the sequences in several processes, each with the environment of its own element. A crash is
-// therefore detected, and its sequence shortened, like a disagreement.
+// Runs the sequences in several processes, each with the environment of its own element. So a crash
+// is detected, and its sequence shortened, in the same way as a disagreement.
 #pragma once
 
 #include "check.hpp"
@@ -8,7 +8,7 @@
 
 namespace zot::faults {
 
-// False when one sequence failed; it has been printed then.
+// Returns false when a sequence failed, after printing it.
 [[nodiscard]] bool run_shares(const options &wanted, tally &counts);
 
 }  // namespace zot::faults

@@ -98,7 +98,7 @@ step random_step(dice &thrown) {
   step one{.kind = random_kind(thrown)};
   switch (one.kind) {
     case step_kind::publish:
-      // The sound configurations come first, and more often.
+      // The valid configurations come first in the catalogue and are chosen more often.
       one.what = thrown.below(thrown.below(4) == 0 ? catalogue().size() : 8);
       break;
     case step_kind::spoil_publication:
@@ -129,8 +129,8 @@ step random_step(dice &thrown) {
   return one;
 }
 
-// A commit of files that are damaged, mostly followed by what goes on from there: with the files as
-// they were or still damaged, another commit, a get, a roll-back or a new process.
+// Adds a commit of damaged files and, in most cases, what follows: the files are repaired or stay
+// damaged, and then comes another commit, a get, a rollback or a new process.
 void add_interrupted_commit(dice &thrown, unsigned published, sequence &steps) {
   steps.push_back({.kind = step_kind::commit});
   if (thrown.below(3) != 0) {
@@ -176,7 +176,7 @@ const named_mask &named_mask_of(const step &get) {
 
 sequence random_sequence(std::uint64_t seed) {
   dice thrown(seed);
-  // Something is published before the dice decide.
+  // A configuration is published before the random steps.
   sequence steps = {{.kind = step_kind::publish, .what = thrown.below(6)}};
   unsigned published = steps.front().what;
   const unsigned length = 4 + thrown.below(13);
@@ -189,7 +189,7 @@ sequence random_sequence(std::uint64_t seed) {
       add_interrupted_commit(thrown, published, steps);
     }
   }
-  // Whatever has happened, a new process without a service is asked for what is in force.
+  // At the end of each sequence, a new process without a service reads the configuration in force.
   steps.push_back({.kind = step_kind::restart});
   steps.push_back({.kind = step_kind::service_down});
   steps.push_back({.kind = step_kind::cached_get});

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The steps of a random sequence. The steps are independent of each other, so that a sequence stays
-// valid when steps are removed.
+// The steps of a random sequence. They do not depend on each other, so a sequence stays valid when
+// steps are removed.
 #pragma once
 
 #include <cstdint>
@@ -47,7 +47,7 @@ enum class manner { other_byte, emptied, removed, byte_appended };
 
 enum class area { cache, scratch };
 
-// What the numbers mean depends on the kind.
+// The meaning of the numbers depends on the kind.
 struct step {
   step_kind kind = step_kind::get;
   unsigned what = 0;   // configuration, flaw, target or mask

@@ -140,7 +140,7 @@ std::string world::directory_of(area where) const {
 void world::damage(const std::vector<change> &changes) const {
   for (const change &what : changes) {
     const std::string path = directory_of(what.where) + "/" + what.name;
-    // A file may have a second name, which goes on holding what it held.
+    // Removed first, because the file may have a hard link, whose content must not change.
     fs::remove_all(path);
     if (what.bytes.has_value()) {
       test::write_bytes(path, *what.bytes);
@@ -185,7 +185,7 @@ void world::restart() {
   handle_.reset();
   element_.log().clear();
   zot_parm_all parm = element_.parm();
-  parm.log_ctl.level = ZOT_LOG_ERROR;  // nothing reads the log, and most of the time it would take
+  parm.log_ctl.level = ZOT_LOG_ERROR;  // nobody reads the log, and it would take most of the time
   handle_.reset(zot_conf_init_args("AP", sub_index, std::strlen(sub_index), parm));
   if (handle_ == nullptr) {
     throw std::runtime_error("no handle:\n" + element_.log().dump());

@@ -18,9 +18,9 @@
 namespace zot::test {
 namespace {
 
-constexpr unsigned tick = 20;        // milliseconds between looks for the end
+constexpr unsigned tick = 20;        // milliseconds between checks for the end
 constexpr unsigned drip_pause = 20;  // milliseconds between two bytes
-constexpr unsigned patience = 5000;  // milliseconds for a client to hang up
+constexpr unsigned patience = 5000;  // milliseconds for a client to close
 constexpr const char *length_name = "Content-Length: ";
 
 void check(bool is_good, const char *what) {
@@ -51,7 +51,7 @@ std::size_t body_length(const std::string &head) {
                                  : std::stoul(head.substr(at + std::string(length_name).size()));
 }
 
-// The body of the request; nothing when the client hung up before its end.
+// Reads a request and returns its body; nullopt when the client closed the connection first.
 std::optional<std::string> read_request(const descriptor &connection) {
   std::string request;
   char chunk[4096];
@@ -70,7 +70,7 @@ std::optional<std::string> read_request(const descriptor &connection) {
   }
 }
 
-// Has the peer see a reset, whatever it has received.
+// Resets the connection, whatever the peer has already received.
 void reset(descriptor &connection) {
   const linger at_once{.l_onoff = 1, .l_linger = 0};
   ::setsockopt(connection.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
@@ -111,7 +111,7 @@ bool bad_server::is_visited_elsewhere() const {
   return is_readable(elsewhere_, 0);
 }
 
-// The ports of this service in place of their names.
+// Replaces the placeholders for ports by the ports of this service.
 std::string bad_server::with_ports(std::string bytes) const {
   const std::pair<std::string, std::uint16_t> names[] = {{"@self@", port_},
                                                          {"@elsewhere@", elsewhere_port_}};
@@ -149,7 +149,7 @@ void bad_server::misbehave(const misdeed &what, request_kind at, publication pub
 
 void bad_server::run() {
   while (!stopping_) {
-    // Whoever changes the phase gets his turn.
+    // Gives a thread that changes the phase a chance to take the lock.
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     const std::lock_guard lock(mutex_);
     if (!listener_.is_open() || !is_readable(listener_, tick)) {
@@ -167,7 +167,7 @@ bool bad_server::is_bad(unsigned number) const {
 }
 
 void bad_server::converse(descriptor &connection) {
-  // What is sent byte by byte has to arrive so.
+  // Bytes that are sent one by one must also arrive one by one.
   const int on = 1;
   ::setsockopt(connection.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   const unsigned number = connections_++;
@@ -210,12 +210,12 @@ void bad_server::act(descriptor &connection, const script &steps) {
       return;
     }
   }
-  // A close with bytes of the client unread would be a reset.
+  // A close() with unread data from the client would reset the connection.
   ::shutdown(connection.get(), SHUT_WR);
   wait_for_hang_up(connection, patience);
 }
 
-// False when the connection has come to its end.
+// Returns false when the connection has ended.
 bool bad_server::perform(descriptor &connection, const step &one) {
   switch (one.what) {
     case step::kind::send: {

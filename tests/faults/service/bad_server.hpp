@@ -15,11 +15,11 @@
 
 namespace zot::test {
 
-// A socket that listens on the loopback host.
+// A listening socket on 127.0.0.1.
 [[nodiscard]] descriptor listen_on(std::uint16_t port, std::uint16_t *taken);
 
-// Answers one connection after the other, each with one answer. It counts on a client that asks for
-// checksum, K and archive in that order.
+// Sends one answer on each connection, one connection after the other. It relies on a client that
+// requests checksum, K and archive in that order.
 class bad_server {
  public:
   bad_server();
@@ -29,13 +29,13 @@ class bad_server {
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
 
-  // From here on everything is served in order.
+  // From now on all requests get the right answer.
   void serve(publication published);
-  // From here on the request of that kind meets the misdeed.
+  // From now on the request of this kind gets the bad answer.
   void misbehave(const misdeed &what, request_kind at, publication published);
-  // Connections since then.
+  // The number of connections since the last change.
   [[nodiscard]] unsigned connections() const { return connections_; }
-  // Whether anybody connected to the port that redirections name.
+  // Whether the client has connected to the port in the redirections.
   [[nodiscard]] bool is_visited_elsewhere() const;
 
  private:
@@ -52,7 +52,7 @@ class bad_server {
   std::uint16_t port_ = 0;
   std::uint16_t elsewhere_port_ = 0;
   descriptor elsewhere_;
-  std::mutex mutex_;  // of what one phase is made of
+  std::mutex mutex_;  // guards the data of the current phase
   descriptor listener_;
   std::optional<publication> published_;
   const misdeed *misdeed_ = nullptr;

@@ -13,7 +13,7 @@ inline publication first_configuration() {
       .put("Radio", "r5", 3, "radio");
 }
 
-// One object changed, one dropped, one added, one kept.
+// One object modified, one deleted, one added, one unchanged.
 inline publication second_configuration() {
   return first_configuration()
       .put("Wlan", "guest", 2, "guest two")

@@ -36,7 +36,7 @@ outcome corrupted(std::string text) {
   return {.what = outcome::kind::told, .code = ZOT_ERR_CORRUPTED, .text = std::move(text)};
 }
 
-// A K that is announced with its right checksum.
+// A K with a matching checksum file.
 misdeed offers(std::string name, std::string k, const outcome &expected) {
   return {.name = "offers " + std::move(name),
           .at = bit_of(request_kind::k),
@@ -54,7 +54,7 @@ std::string repeated(std::string_view text, std::size_t times) {
   return all;
 }
 
-// A K with members in front of the good ones.
+// A K with additional members before the valid ones.
 std::string k_after(const std::string &members) {
   return "{" + members + second_configuration().k_text().substr(1);
 }
@@ -68,7 +68,7 @@ std::string entry_of(const std::string &path, const std::string &size,
   return R"({"path":")" + path + R"(","size":)" + size + R"(,"checksum":")" + checksum + "\"}";
 }
 
-// The published file of that name, said to have another size.
+// A K that states another size for a published file.
 std::string sized(const std::string &size) {
   return k_of(entry_of("/Wlan/guest/2", size, sha256_hex("guest two")));
 }
@@ -92,7 +92,7 @@ void add_nesting(misdeeds &all) {
 }
 
 void add_sizes(misdeeds &all) {
-  // Each number takes up to eighty bytes in memory, forty times what it takes in K.
+  // Each number takes up to eighty bytes in memory, forty times its size in K.
   misdeed numbers =
       offers("a million numbers", k_after("\"x\":[0" + repeated(",0", mebibyte) + "],"), fine);
   numbers.memory = 112 * mebibyte;
@@ -106,7 +106,7 @@ void add_sizes(misdeeds &all) {
   text.timeout = 10;
   all.push_back(std::move(text));
 
-  // The names of a request take a page each.
+  // Each name in a request takes a page of memory.
   misdeed entries = offers("ten thousand entries without a file",
                            k_of(entry_of("/Ap/a/1", "1", "0") +
                                 [] {
@@ -215,7 +215,7 @@ void add_shapes(misdeeds &all) {
     all.push_back(offers("a K of "s + k, k, corrupted(no_list)));
   }
   for (const char *const k : {"", " ", "{", "]", "{]", "{\"gpbs\":[}", "not JSON"}) {
-    // Of a K without any byte there is no file to read back.
+    // For an empty K there is no file to read back, so the result is different.
     all.push_back(offers(
         "a K of '"s + k + "'", k,
         k[0] != '\0' ? corrupted(no_json) : outcome{.what = outcome::kind::http, .code = 200}));
@@ -228,7 +228,7 @@ void add_shapes(misdeeds &all) {
   all.push_back(offers("no entries", k_of(""), fine));
 }
 
-// Another file than the one that was asked for.
+// A file that was not requested.
 misdeed hands_out(std::string name, request_kind at, const std::string &body,
                   const outcome &expected) {
   return {.name = std::move(name),

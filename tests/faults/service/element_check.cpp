@@ -26,9 +26,9 @@ namespace fs = std::filesystem;
 using clock = std::chrono::steady_clock;
 
 constexpr std::size_t page_of_getrusage = 1024;
-constexpr double archive_patience = 1.5;  // seconds of the caller that watches
-constexpr double slack = 5;               // seconds that a busy machine may take beside the limits
-constexpr unsigned longest_trial = 180;   // seconds until a process that hangs is ended
+constexpr double archive_patience = 1.5;  // seconds until the caller cancels an archive
+constexpr double slack = 5;               // seconds beyond the limits, for a busy machine
+constexpr unsigned longest_trial = 180;   // seconds until a hanging process is killed
 
 phase_report turn_to(phase next, int control) {
   phase_report report{};
@@ -59,7 +59,7 @@ std::size_t bytes_below(const std::string &directory) {
   return sum;
 }
 
-// What the caller of a get sees of its transfers, and how it ends one.
+// What the caller of a get observes during the transfers, and how it cancels one.
 struct watch {
   std::string scratch;
   bool has_patience_limit;
@@ -79,7 +79,7 @@ struct watch {
   }
 };
 
-// Every file below a directory with its bytes, except for one folder.
+// Every file below a directory with its bytes, except those in one folder.
 std::map<std::string, std::string> contents(const std::string &directory,
                                             const std::string &except) {
   std::map<std::string, std::string> found;
@@ -95,7 +95,7 @@ int ignore(zot_log_ctx * /*log_ctx*/, void * /*arg*/, const char * /*line*/) {
   return 0;
 }
 
-// Without a log: a captured one would count as memory of the library.
+// No log capture, because it would count as memory of the library.
 handle_owner make_handle(unsigned timeout) {
   zot_parm_all parm{};
   zot_util_init_conf_parm(&parm);
@@ -157,7 +157,7 @@ class checked_element {
 
   [[nodiscard]] std::string scratch() const { return handle_->tmp_root; }
 
-  // How the text of a transfer that failed begins.
+  // The beginning of the error text of a failed transfer.
   [[nodiscard]] std::string named() const {
     if (at_ == request_kind::archive) {
       return "[ap_download_gpb]: curl error:";
@@ -173,7 +173,7 @@ class checked_element {
            (at_ == request_kind::checksum ? "checksum" : "k");
   }
 
-  // Status and the beginning of the text.
+  // Status and the beginning of the error text.
   using told_status = std::pair<int, std::string>;
   [[nodiscard]] told_status told(const outcome &wanted) const {
     const bool is_archive = at_ == request_kind::archive;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs an element through three cycles; the misdeed happens in the second.
+// Runs an element through three cycles; the service misbehaves in the second.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace zot::test {
 
-// Steers the service through the socket. Returns what did not hold, a line each.
+// Controls the service through the socket. Returns the failed checks, one per line.
 [[nodiscard]] std::string check_element(const misdeed &what, request_kind at, int control,
                                         bool is_verbose);
 

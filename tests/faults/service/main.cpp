@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_service [every=N] [jobs=N] [only=TEXT] [verbose]
 // Runs whole gets against a service that misbehaves in one way, for each way and each of the three
-// requests. Exits with 0 when everything held.
+// requests. Exits with 0 when all checks passed.
 //
 //   every=N    run only every Nth trial
 //   jobs=N     run N trials in parallel
@@ -92,7 +92,8 @@ int attempt(const trial &tried, bool is_verbose) {
   }
 }
 
-// Each in a process of its own, so many at once: most of them wait for a time-out.
+// Runs each trial in a separate process, several in parallel, because most of them wait for a
+// time-out.
 std::size_t count_held(const std::vector<trial> &trials, const wishes &wanted) {
   std::size_t held = 0;
   std::size_t running = 0;

@@ -22,20 +22,20 @@ inline constexpr unsigned every_request = (1U << request_count) - 1;
 inline constexpr unsigned both_knowledge_files =
     bit_of(request_kind::checksum) | bit_of(request_kind::k);
 
-// One thing done on a connection. After the last one the connection is closed in order.
+// One action on a connection. After the last one the connection is closed normally.
 struct step {
   enum class kind { send, drip, stall, reset };
   static constexpr std::uint64_t without_end = UINT64_MAX;
 
   kind what = kind::send;
   std::string bytes = {};
-  std::uint64_t times = 1;  // how often the bytes are sent, or until the client hangs up
+  std::uint64_t times = 1;  // how often to send the bytes; ends early if the client closes
 };
 using script = std::vector<step>;
 
-// A good answer to the request, from which a bad one is made.
+// The right answer to a request, from which a bad one is derived.
 struct answer {
-  std::string head;  // with the empty line
+  std::string head;  // including the empty line
   std::string body;
 
   [[nodiscard]] std::string whole() const { return head + body; }
@@ -45,15 +45,15 @@ struct outcome {
   enum class kind {
     fine,      // harmless: the get succeeds
     broken,    // libcurl gives up, for a reason that depends on its version
-    exceeded,  // body or headers are larger than they may be
-    slow,      // the time is over; for the archive the watching caller ends it
+    exceeded,  // body or headers are larger than allowed
+    slow,      // a time-out; for the archive, the caller cancels
     http,      // a response other than 200, or one without a body
-    told       // a status and a text of its own
+    told       // a specific status and error text
   };
   kind what = kind::broken;
-  int code = 0;            // of http and told
-  std::string text = {};   // of told: how the error text begins
-  bool or_broken = false;  // another libcurl may give up instead
+  int code = 0;            // for http and told
+  std::string text = {};   // for told: the beginning of the error text
+  bool or_broken = false;  // other libcurl versions may give up instead
 };
 
 enum class before_request { served, reset, refused };
@@ -64,24 +64,23 @@ struct misdeed {
   std::function<script(const answer &good)> act;
   std::function<outcome(request_kind)> expected;
   unsigned timeout = 1;                       // seconds for K and checksum
-  std::size_t disk = std::size_t{256} << 10;  // bytes that scratch may take
-  std::size_t memory = std::size_t{4} << 20;  // bytes by which the process may grow
-  std::optional<std::string> k_text = {};     // published in place of the second configuration's
+  std::size_t disk = std::size_t{256} << 10;  // limit for the scratch area in bytes
+  std::size_t memory = std::size_t{4} << 20;  // limit for the growth of the process in bytes
+  std::optional<std::string> k_text = {};     // replaces the second configuration's K
   before_request before = before_request::served;
 };
 using misdeeds = std::vector<misdeed>;
 
-// Where a body goes that is sent as it stands.
+// The status line before headers and body that are sent unchanged.
 inline constexpr const char *ok_line = "HTTP/1.1 200 OK\r\n";
 
-// Builders of what the tables are made of.
+// Functions that build the tables.
 [[nodiscard]] script send(std::string bytes);
 [[nodiscard]] script send_without_end(std::string first, std::string repeated);
 [[nodiscard]] std::function<script(const answer &)> always(script steps);
 [[nodiscard]] std::function<outcome(request_kind)> always(outcome what);
 [[nodiscard]] std::string with_length(std::size_t length);
 
-// The tables.
 [[nodiscard]] misdeeds transfer_misdeeds();
 [[nodiscard]] misdeeds protocol_misdeeds();
 [[nodiscard]] misdeeds content_misdeeds();

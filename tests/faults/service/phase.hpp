@@ -6,10 +6,10 @@
 
 namespace zot::test {
 
-// What is published, and how: the first and the third configuration are served in order.
+// What is published, and how. The first and the third configuration are served correctly.
 enum class phase : std::uint32_t { first, bad, third };
 
-// Of the phase that ends.
+// About the phase that ends.
 struct phase_report {
   std::uint16_t port;
   unsigned connections;

@@ -29,7 +29,7 @@ outcome corrupted(std::string text) {
   return {.what = outcome::kind::told, .code = ZOT_ERR_CORRUPTED, .text = std::move(text)};
 }
 
-// A body that lost something on its way: each file has a check of its own.
+// The expected results for a damaged body: each kind of file has its own check.
 std::function<outcome(request_kind)> damaged(const std::string &checksum_text) {
   return [checksum_text](request_kind kind) {
     switch (kind) {
@@ -43,13 +43,13 @@ std::function<outcome(request_kind)> damaged(const std::string &checksum_text) {
   };
 }
 
-// The whole answer as it stands, whatever was asked for.
+// Sends these bytes as the whole answer to any request.
 misdeed says(std::string name, std::string bytes, const outcome &expected) {
   return {
       .name = std::move(name), .act = always(send(std::move(bytes))), .expected = always(expected)};
 }
 
-// The good body below another head.
+// Sends another head with the right body.
 misdeed heads(std::string name, const std::string &head, const outcome &expected,
               const std::string &tail = "") {
   return {.name = std::move(name),
@@ -80,7 +80,7 @@ void add_lengths(misdeeds &all) {
   announcing("announces a byte more and closes", 1, {}, always(broken));
   announcing("announces a byte more and stalls", 1, {{.what = step::kind::stall}}, always(slow));
   announcing("announces two bytes less", -2, {}, damaged("Wrong checksum size: 63"));
-  // An archive ends with zeros that nobody misses.
+  // Not for an archive, which ends with zeros that may be missing.
   all.back().at = both_knowledge_files;
   all.push_back({.name = "announces a part of the body",
                  .at = bit_of(request_kind::archive),
@@ -198,8 +198,7 @@ void add_headers(misdeeds &all) {
   all.push_back(heads("ends its lines with LF", "HTTP/1.1 200 OK\nX: a\n\n", fine));
 }
 
-// Packed zeros, a hundred and sixty times their size when unpacked: one length and distance, over
-// and over.
+// Compressed zeros that expand to 160 times their size: one length and distance code, repeated.
 script packed_zeros(const std::string &head, std::uint64_t blocks) {
   script steps = send(head + "\x1f\x8b\x08\0\0\0\0\0\0\x03\x62"s);
   std::string repeated;
@@ -212,7 +211,7 @@ script packed_zeros(const std::string &head, std::uint64_t blocks) {
 
 void add_encodings(misdeeds &all) {
   const std::string ok = ok_line;
-  // Not unpacked: three megabytes would be 500.
+  // The K must stay compressed: three megabytes would expand to 500.
   all.push_back({.name = "packs the K",
                  .at = bit_of(request_kind::k),
                  .act = always(packed_zeros(ok + "Content-Encoding: gzip\r\n\r\n", 250)),
@@ -224,7 +223,8 @@ void add_encodings(misdeeds &all) {
                  .act = always(packed_zeros(ok + "Content-Encoding: gzip\r\n\r\n", 4)),
                  .expected = always(corrupted("[zot_priv_get_new_k_by_host]: New checksum = "))});
   all.push_back(heads("calls the answer packed", ok + "Content-Encoding: gzip\r\n\r\n", fine));
-  // Unpacked by some libcurl, unasked, and counted then; refused by others.
+  // Some versions of libcurl decompress it although it was not requested, and then count the bytes;
+  // others refuse it.
   all.push_back({.name = "packs the transfer",
                  .act = always(packed_zeros(ok + "Transfer-Encoding: gzip\r\n\r\n", 250)),
                  .expected = always(broken),

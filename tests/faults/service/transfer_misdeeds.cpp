@@ -12,17 +12,16 @@ namespace {
 
 constexpr std::size_t kibibyte = 1024;
 constexpr std::size_t mebibyte = kibibyte * 1024;
-// What the largest file of the three may take in scratch, and what lies there beside it.
+// The disk space for the largest of the three files, and for other files in the scratch area.
 constexpr std::size_t largest_disk = 64 * mebibyte + 256 * kibibyte;
 
 struct position {
   const char *name;
   std::size_t (*in)(const answer &good);
-  bool is_empty_answer =
-      false;  // to a libcurl that takes the end of the connection for that of 200
+  bool is_empty_answer = false;  // for a libcurl that accepts a closed connection as status 200
 };
 
-// Where an answer is cut.
+// The positions at which an answer is cut.
 const position positions[] = {
     {"at once", [](const answer &) { return std::size_t{0}; }},
     {"after a byte", [](const answer &) { return std::size_t{1}; }},
@@ -89,7 +88,7 @@ void add_endless(misdeeds &all) {
   all.push_back(without_end("sends without end and length", std::string(ok_line) + "\r\n", block));
   all.push_back(without_end("sends chunks without end", chunked, "10000\r\n" + block + "\r\n"));
   all.push_back(without_end("sends one endless chunk", chunked + "7fffffffffffffff\r\n", block));
-  // Nothing of these is fetched.
+  // The client refuses these sizes and fetches nothing.
   for (const std::size_t announced : {std::size_t{100} * mebibyte, std::size_t{INT32_MAX} + 1}) {
     misdeed what = without_end("announces and sends " + std::to_string(announced) + " bytes",
                                with_length(announced), block);

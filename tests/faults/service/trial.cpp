@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char *request_names[] = {"checksum", "K", "archive"};
 
-// Carries out what the element's process asks for until that ends.
+// Does what the element's process requests until that process ends.
 void steer(bad_server &server, const trial &tried, int control) {
   for (phase wanted{}; ::recv(control, &wanted, sizeof wanted, 0) == sizeof wanted;) {
     const phase_report report{.port = server.port(),
@@ -75,7 +75,7 @@ bool run_trial(const trial &tried, bool is_verbose) {
   descriptor ours(ends[0]);
   descriptor theirs(ends[1]);
   std::fflush(nullptr);
-  // Before the service is there: what it needs is not the element's.
+  // Forked before the service starts, so that its memory does not count as the element's.
   const pid_t child = ::fork();
   if (child == 0) {
     ours.close();

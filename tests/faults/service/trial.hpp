@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One misdeed at one request: an element in a process of its own against the service.
+// One misdeed at one request: an element in a separate process against the service.
 #pragma once
 
 #include <string>
@@ -15,7 +15,7 @@ struct trial {
   [[nodiscard]] std::string name() const;
 };
 
-// Whether everything held. What did not is written to standard error.
+// Returns true when all checks passed. Writes the failed ones to standard error.
 [[nodiscard]] bool run_trial(const trial &tried, bool is_verbose);
 
 }  // namespace zot::test

@@ -10,14 +10,14 @@ namespace zot::test {
 inline constexpr unsigned client_count = 4;
 
 struct board {
-  std::atomic<unsigned> publications;  // their number says which configuration is published
-  std::atomic<bool> is_ending;         // to the clients
-  std::atomic<bool> has_committed;     // from then on something is in force
-  std::array<std::atomic<unsigned>, client_count> cycles;  // of each client, complete
+  std::atomic<unsigned> publications;  // the number determines which one is published
+  std::atomic<bool> is_ending;         // tells the clients to stop
+  std::atomic<bool> has_committed;     // from then on something must be in force
+  std::array<std::atomic<unsigned>, client_count> cycles;  // complete cycles of each client
   std::atomic<unsigned> commits;
   std::atomic<unsigned> roll_backs;
   std::atomic<unsigned> without_verdict;
-  std::atomic<unsigned> refused_still;  // gets of what was rolled back
+  std::atomic<unsigned> refused_still;  // gets that returned "same as rolled back"
   std::atomic<unsigned> interferences;  // calls that noticed another process
   std::atomic<unsigned> timeouts;
   std::atomic<unsigned> observations;
@@ -38,7 +38,7 @@ class shared_board {
   board *board_;
 };
 
-// The configuration that a number of publications stands for.
+// The configuration that is published after this number of publications.
 [[nodiscard]] char published_letter(unsigned publications);
 
 }  // namespace zot::test

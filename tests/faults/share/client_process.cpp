@@ -10,7 +10,7 @@ namespace {
 
 using steady = std::chrono::steady_clock;
 
-// Does a call and keeps the longest time that one took.
+// Makes a call and records the longest duration of all calls.
 template <class Call>
 auto timed(board &told, Call call) {
   using std::chrono::milliseconds;
@@ -79,7 +79,7 @@ class client_process {
     return (client_.handle()->stat.state & ZOT_CYCLE_NEW_CONF) != 0;
   }
 
-  // A client needs its time for a new configuration, in which others go on.
+  // A client needs time to apply a configuration; other clients continue meanwhile.
   void apply() {
     constexpr unsigned to_apply = 50;
     constexpr unsigned longest = 60;
@@ -88,7 +88,8 @@ class client_process {
     }
   }
 
-  // A cached request between get and verdict; without anything new, others may have committed.
+  // A cached get between the get and the commit or rollback. When there is no new configuration,
+  // another client may have committed since.
   void ask_again(char got) {
     constexpr unsigned to_ask_again = 20;
     if (!happens(to_ask_again)) {
@@ -134,7 +135,7 @@ class client_process {
     }
   }
 
-  // What another process, or a service that switches during a get, may bring about.
+  // Whether another process, or a service that switches during a get, has made the call fail.
   bool is_hindered(const char *call, int status) {
     if (status == ZOT_ERR_CORRUPTED) {
       check_refusal(client_, status);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The two kinds of processes that share a cache: clients that run cycles, and processes that start
-// and read what is in force.
+// and read the configuration in force.
 #pragma once
 
 #include <cstdint>
@@ -18,11 +18,10 @@ struct client_wishes {
   std::uint64_t seed = 0;
 };
 
-// Goes through cycles until the board has counted enough of them. Throws at the first thing that
-// does not hold.
+// Runs cycles until the board has counted enough of them. Throws at the first failed check.
 void go_through_cycles(session &client, const client_wishes &wished, board &told);
 
-// Starts, and asks without a service what is in force.
+// Starts without a service and reads the configuration in force.
 void observe(session &client, board &told);
 
 }  // namespace zot::test

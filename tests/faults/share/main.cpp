@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_share [cycles=N] [seconds=N] [seed=N] [log]
-// Runs processes that share a cache and are killed meanwhile. Prints what held; exits with 0 when
-// everything did.
+// Runs processes that share a cache and are killed at random. Prints the results; exits with 0 when
+// all checks passed.
 //
 //   cycles=N   cycles of each process; default 500
 //   seconds=N  end after N seconds at the latest
@@ -56,7 +56,7 @@ int main(int argc, char **argv) {
     }
     const zot::test::temp_dir work;
     options.work = work.path();
-    // A command of a client that was killed goes on, and is waited for here.
+    // A killed client's command continues to run, so this process waits for it.
     zot::test::adopt_orphans();
     std::printf("seed %llu\n", static_cast<unsigned long long>(options.seed));
     std::fflush(stdout);

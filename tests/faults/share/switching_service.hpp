@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// One service in a process of its own. Its configuration changes with the number of publications,
-// also between two requests of one get.
+// One service in a separate process. Its configuration changes with the number of publications,
+// even between two requests of one get.
 #pragma once
 
 #include <sys/types.h>

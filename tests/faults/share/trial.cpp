@@ -29,7 +29,7 @@ using std::chrono::milliseconds;
 
 constexpr unsigned most_failures = 10;
 constexpr unsigned most_milliseconds = session::timeout * 1000;
-// Without a complete cycle for so long the clients wait for each other.
+// If no cycle is completed for this time, the clients are blocking each other.
 constexpr std::chrono::seconds standstill{2 * session::timeout};
 
 class trial {
@@ -69,7 +69,8 @@ class trial {
     });
   }
 
-  // A process in the group of this one; what a client leaves behind when it is killed goes on.
+  // Starts a process in the group of this one. After a kill, the commands of a client continue to
+  // run.
   pid_t start(gate_page &page, const std::function<void(session &)> &steps) {
     page.text[0] = '\0';
     std::fflush(nullptr);
@@ -126,7 +127,8 @@ class trial {
     return is_running && failures_ < most_failures && steady::now() - seen_at_ <= standstill;
   }
 
-  // Kills a client at a random moment, sees who has ended, and starts what was killed anew.
+  // Kills a client at a random moment, handles all processes that have ended, and restarts the
+  // killed ones.
   void disturb() {
     constexpr unsigned longest_pause = 120;
     std::this_thread::sleep_for(milliseconds(dice_() % longest_pause));
@@ -194,7 +196,8 @@ class trial {
     }
   }
 
-  // Whatever was going on at the end: one configuration is in force, and the next one is reached.
+  // At the end, one configuration must be in force and the next one must be reachable, whatever was
+  // interrupted.
   void check_end() {
     const shared_page page;
     const char published = published_letter(board_->publications);

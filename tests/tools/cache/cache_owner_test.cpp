@@ -10,8 +10,8 @@
 namespace zot::test {
 namespace {
 
-// The cache of a service that is not root, when root runs the tests; of the user who does
-// otherwise.
+// Makes the cache belong to a service: to a service that is not root if root runs the tests, else
+// to the user who runs them.
 uid_t give_to_service(const std::string &folder) {
   constexpr uid_t nobody = 65534;
   const uid_t service = ::geteuid() == 0 ? nobody : ::geteuid();

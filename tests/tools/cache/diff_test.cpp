@@ -6,7 +6,7 @@
 namespace zot::test {
 namespace {
 
-// Between `old` and `pub`, Ap/x is added, Wlan/a changed and Zone/z deleted; Wlan/b stays.
+// From `old` to `pub`: Ap/x is added, Wlan/a modified, Zone/z deleted and Wlan/b unchanged.
 class Diff : public CachedElement {
  protected:
   void SetUp() override {

@@ -13,7 +13,7 @@ constexpr int failed = 1;
 constexpr int same_as_refused = 4;
 constexpr const char *refused_id = "00000000-0000-0000-0000-000000000002";
 
-// One configuration is in force, and the service offers another, which was rolled back.
+// One configuration is in force. The service offers another one, which was rolled back.
 class Forget : public CachedElement {
  protected:
   void SetUp() override {
@@ -95,7 +95,7 @@ TEST_F(Forget, FailsWhileAnotherProcessWorksInTheCache) {
   EXPECT_TRUE(is_refused());
 }
 
-// The next start brings back what the commit had removed.
+// The next start restores the refused K that the commit had removed.
 TEST_F(Forget, FailsAfterAnInterruptedCommit) {
   const interrupted_commit commit(conf_root_);
   const finished done = forget();

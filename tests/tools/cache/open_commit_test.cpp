@@ -15,7 +15,7 @@ constexpr const char *second_id = "00000000-0000-0000-0000-000000000002";
 constexpr const char *puts_back =
     "interrupted commit: the next start puts the configuration before it back";
 
-// The first configuration is in force, the second one is published, and there is no service.
+// The first configuration is in force, the second one is published, and no service runs.
 class OpenCommit : public CachedElement {
  protected:
   void SetUp() override {
@@ -28,7 +28,7 @@ class OpenCommit : public CachedElement {
     publish_source({"--config-id", second_id});
   }
   [[nodiscard]] std::string second_k() const { return read_bytes(published(".k")); }
-  // Cut off while the new files are copied.
+  // Interrupted while it copies the new files.
   [[nodiscard]] interrupted_commit interrupt() const {
     interrupted_commit commit(conf_root_);
     commit.rotate_k(second_k());

@@ -16,11 +16,11 @@ constexpr int failed = 1;
 constexpr int usage = 2;
 constexpr int damaged = 7;
 
-// Whether zotconf, once it runs as this process, has a directory open.
+// Whether zotconf runs as this process and has a directory open.
 bool has_open(pid_t process, const std::string &directory) {
   std::error_code gone;
   const std::filesystem::path of_process = "/proc/" + std::to_string(process);
-  // Until then the process has what the test has open.
+  // Before the exec, the child still has the test's descriptors.
   if (!has(read_bytes(of_process / "cmdline"), "--repair")) {
     return false;
   }
@@ -65,7 +65,8 @@ TEST_F(Repair, TouchesNothingThatIsGood) {
   write_bytes(conf("config/Zone/z/1"), "country=FR");
   ASSERT_EQ(repair().status, clean);
   auto after = snapshot(dir_ / "device");
-  // The folders of new names change; so does the root, where the fetched files waited.
+  // The repair changes the folders in which it creates names, and the root, which held its
+  // temporary folder.
   for (const std::string &changed :
        {conf_root_.substr(0, conf_root_.size() - 1), conf("config/Wlan/a"), conf("config/Zone/z"),
         conf("config/Wlan/a/1"), conf("config/Zone/z/1")}) {
@@ -264,7 +265,8 @@ TEST_F(Repair, SaysThatTheLastKIsNotOffered) {
   EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=DE");
 }
 
-// While a file of it was damaged it was not in force, so it could be offered anew and rolled back.
+// While one of its files was damaged, the configuration was not in force, so it could be offered
+// again and rolled back.
 TEST_F(Repair, BringsNothingBackOfWhatWasRolledBack) {
   write_bytes(conf("config/Wlan/a/1"), "damaged");
   ASSERT_EQ(cycle("--roll-back").status, 5);

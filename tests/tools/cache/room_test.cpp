@@ -37,7 +37,7 @@ zotconf::volume volume_with(std::optional<uint64_t> bytes, std::optional<uint64_
 }
 
 TEST(Room, CountsWholeBlocksOfFilesAndFolders) {
-  // Two blocks for each file and for K, one for its checksum, and five folders with that of undo.
+  // Two blocks for each file and for K, one for the checksum, and five folders, including undo.
   const zotconf::room told = zotconf::room_of(configuration(), volume_with(0, 0, 1024));
   EXPECT_EQ(told.needed_bytes, (3 * 2 + 2 + 1) * 4096U + 5 * 1024U);
   EXPECT_EQ(told.needed_files, 3U + 2U + 5U + 7U);
@@ -79,7 +79,7 @@ TEST_F(RoomOfCache, IsThatOfItsFileSystem) {
   EXPECT_FALSE(has(run({"status"}).out, "warning"));
 }
 
-// A file system of its own for the cache, with this much room.
+// The size of a separate file system for the cache, and whether the update fits.
 struct small_volume {
   const char *size;
   bool fits;
@@ -97,7 +97,7 @@ class RoomOfSmallVolume : public CachedElement, public testing::WithParamInterfa
     const auto recursively = std::filesystem::copy_options::recursive;
     std::filesystem::copy(dir_ / "device/writable", saved_, recursively);
   }
-  // Runs zotconf on a copy of the cache there. Returns what it prints.
+  // Runs zotconf on a copy of the cache on that file system. Returns its output.
   [[nodiscard]] std::string told_by(const std::string &words) const {
     std::string script = "mount -t tmpfs -o size=" + std::string(GetParam().size) + " none '" +
                          mount_point_ + "' && cp -r '" + saved_ + "'/. '" + mount_point_ + "' && ";
@@ -128,7 +128,7 @@ TEST_P(RoomOfSmallVolume, IsWhatTheCommitFinds) {
   EXPECT_EQ(has(told, "No room for the new files beside the old ones"), !GetParam().fits) << told;
 }
 
-// The cache takes three pages, and so does the update.
+// The cache takes three pages, and the update needs three more.
 INSTANTIATE_TEST_SUITE_P(Sizes, RoomOfSmallVolume,
                          testing::Values(small_volume{"24k", true}, small_volume{"20k", false}));
 

@@ -21,7 +21,7 @@ class Status : public CachedElement {
     put("Wlan/a", "ssid=a");
     put("Zone/z", "country=DE");
   }
-  // One configuration is in force; the service is gone.
+  // One configuration is in force, and the service is stopped.
   void commit_first() {
     commit_source({"--config-id", first_id, "--firmware", "1.2"});
     service_->stop(SIGTERM);
@@ -43,7 +43,7 @@ class Status : public CachedElement {
   [[nodiscard]] json_value slot(int number) const {
     return json_value(status().out)["slots"][number];
   }
-  // The sentences about the next get, one a line.
+  // The sentences about the next get, one per line.
   [[nodiscard]] std::string sentences(const environment &more = {}) const {
     std::string text;
     const json_value list = next_get(more)["sentences"];
@@ -145,7 +145,8 @@ TEST_F(Status, ForeseesThatADamagedRolledBackKIsForgotten) {
   EXPECT_EQ(cycle("--commit").status, 0);
 }
 
-// The foresight holds: what status calls all new, the next get lists as added.
+// Also checks that the prediction is right: after "all_new" the next get lists every entry as
+// added.
 class DamagedInForce : public Status, public testing::WithParamInterface<const char *> {};
 
 TEST_P(DamagedInForce, IsForeseenAsNothingInForce) {

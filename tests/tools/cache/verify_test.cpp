@@ -40,7 +40,7 @@ class Verify : public CachedElement {
     args.insert(args.end(), more.begin(), more.end());
     return json_value(verify(args).out);
   }
-  // The only damage.
+  // The damage, when there is exactly one.
   [[nodiscard]] json_value damage() const {
     const json_value list = told()["damaged"];
     EXPECT_EQ(list.size(), 1);
@@ -54,7 +54,7 @@ class Verify : public CachedElement {
     }
     return text;
   }
-  // Another configuration comes in force, so that there is a last one.
+  // Commits another configuration, so that there is a last one.
   void commit_second() {
     put("Wlan/a", "ssid=second");
     commit_source();
@@ -141,7 +141,7 @@ TEST_F(Verify, NamesEveryBadFileForPeople) {
   EXPECT_TRUE(has(done.out, "damaged: 2 bad; 6 files, 44 bytes checked\n")) << done.out;
 }
 
-// One way to damage one file, and what is told of it.
+// One kind of damage to one file, and the expected report.
 struct damage_case {
   const char *name;
   std::function<void(const std::string &)> damage;
@@ -221,7 +221,7 @@ TEST_P(VerifyDamage, IsFoundAndNamed) {
   EXPECT_FALSE(bad["harmless"].flag());
 }
 
-// What the damaged cache is brought back to, in the tests of the repair as well.
+// Checks the repaired content here; repair_test.cpp tests the rest of the repair.
 TEST_P(VerifyDamage, IsRepairedUnlessKItselfIsLost) {
   GetParam().damage(conf(GetParam().path));
   const finished done = verify({"--repair", "--index", index_});
@@ -318,7 +318,7 @@ TEST_F(Verify, HasColoursOnATerminalOnly) {
   EXPECT_FALSE(has(verify().out, "\x1b"));
 }
 
-// Four files that take a while to read.
+// Four files that take some time to read.
 class LongVerify : public testing::Test {
  protected:
   void SetUp() override {
@@ -352,7 +352,7 @@ TEST_F(LongVerify, ShowsItsProgressOnATerminalOnly) {
   EXPECT_FALSE(has(run_on_terminal({"verify"}, variables).out, " files/s"));
 }
 
-// A commit is cut off while it copies files.
+// A commit was interrupted while it copied files.
 class VerifyInterrupted : public Verify {
  protected:
   void SetUp() override {

@@ -20,7 +20,7 @@ class Workshop : public testing::Test {
   Workshop() { fs::create_directories(paths_.conf_root / "knowledge"); }
 
   [[nodiscard]] fs::path at(const std::string &name) const { return paths_.conf_root / name; }
-  // What an examination of the cache as it is now would have found.
+  // The findings of an examination of the cache in its present state.
   [[nodiscard]] zotconf::findings found() const {
     zotconf::findings all;
     for (const zotconf::k_slot slot : zotconf::k_slots) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// docs/json.md tells the keys of every command.
+// Checks that docs/json.md describes the JSON keys of every command.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -39,7 +39,7 @@ std::string section_of(const std::string &command) {
   return document.substr(begin, document.find("\n## ", begin + heading.size()) - begin);
 }
 
-// A section may refer to the keys of another one.
+// The sections that describe a command: one section may refer to another.
 std::string told_for(const std::string &command) {
   if (command == "diff") {
     return section_of("diff") + section_of("show");

@@ -15,7 +15,7 @@ namespace zot::test {
 namespace {
 using zotconf::change;
 
-// A slot of a handle, of entries by category, key and bytes.
+// A slot of a handle, built from entries with category, key and bytes.
 class held {
  public:
   explicit held(std::string k) : bytes_(std::move(k)) {
@@ -47,7 +47,7 @@ class held {
   std::deque<zot_gpb> entries_;
 };
 
-// A list as a get returns it; its owner frees it in the same way.
+// A list as a get returns it. Its owner frees it in the same way.
 class returned {
  public:
   returned() : list_(static_cast<zot_list *>(std::calloc(1, sizeof(zot_list)))) {

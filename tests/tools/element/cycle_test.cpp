@@ -31,7 +31,7 @@ bool has(const std::string &text, const std::string &part) {
   return text.find(part) != std::string::npos;
 }
 
-// An access point without a service, unless a test names a port.
+// An access point; it has no service unless a test names a port.
 class Element : public testing::Test {
  protected:
   [[nodiscard]] finished run_at(uint16_t port, const std::vector<std::string> &more) const {
@@ -54,7 +54,7 @@ class Element : public testing::Test {
   std::string out_ = dir_ / "out";
 };
 
-// The same with a service that publishes two files.
+// The same, with a service that publishes two files.
 class Cycle : public Element {
  protected:
   void SetUp() override {
@@ -74,7 +74,7 @@ class Cycle : public Element {
   [[nodiscard]] finished run(const std::vector<std::string> &more) const {
     return run_at(service_->port(), more);
   }
-  // Gives an entry of the published K another name.
+  // Renames an entry in the published K.
   void rename_published(const std::string &from, const std::string &to) const {
     const std::string latest = dir_ / "pub/file/knowledge/AP/001122334455/latest/001122334455";
     std::filesystem::rename(dir_ / ("pub/config/" + from), dir_ / ("pub/config/" + to));
@@ -83,7 +83,7 @@ class Cycle : public Element {
     write_bytes(latest + ".k", k);
     write_bytes(latest + ".checksum", sha256_hex(k) + "\n");
   }
-  // Wlan/a is changed, Zone/z deleted and Ap/x added to what is in force.
+  // Commits, then publishes a configuration that modifies Wlan/a, deletes Zone/z and adds Ap/x.
   void publish_changes() const {
     ASSERT_EQ(run({"--commit"}).status, ok);
     put("Wlan/a", "ssid=other");
@@ -125,7 +125,7 @@ TEST_F(Cycle, TakesAnyKey) {
   put("Wlan/-a.tmp", "ssid=hidden");
   put("Wlan/\xc2\x9b\x33m", "ssid=red");
   publish_source();
-  // zotconf publishes no hidden file.
+  // Renamed after publication, because zotconf does not publish hidden files.
   rename_published("Wlan/-a.tmp", "Wlan/.a.tmp");
   EXPECT_TRUE(has(run({"--out", out_}).out, "\nWlan      ?3m "));
   EXPECT_EQ(read_bytes(out_ + "/Wlan/.a.tmp"), "ssid=hidden");
@@ -372,7 +372,7 @@ TEST_F(Element, TellsWhyThereIsNoHandle) {
   EXPECT_TRUE(has(done.err, dir_ / "a;b")) << done.err;
 }
 
-// A service of the test's own, because zotconf publishes no such key.
+// The test provides the service, because zotconf does not publish such a key.
 TEST_F(Element, WritesNoEntryWhoseKeyIsNoFileName) {
   write_bytes(dir_ / "pack/config/Wlan/1", "ssid=a");
   const std::string archive = dir_ / "gpb.tgz";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service manager's end of the notification socket.
+// The service manager's end of the notification socket.
 #pragma once
 
 #include <poll.h>
@@ -17,7 +17,7 @@ namespace zot::test {
 
 class datagrams {
  public:
-  // A path, or a name that begins with '@'.
+  // Takes a path, or a name that begins with '@' for an abstract socket.
   explicit datagrams(const std::string &name) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -32,7 +32,7 @@ class datagrams {
     }
   }
 
-  // The next message; throws when none comes within a minute.
+  // Returns the next message. Throws when none arrives within a minute.
   [[nodiscard]] std::string next() const {
     if (!waits(60000)) {
       throw std::runtime_error("no message");
@@ -42,7 +42,7 @@ class datagrams {
     return {bytes.data(), size > 0 ? static_cast<size_t>(size) : 0};
   }
 
-  // Reads on to a message that begins so.
+  // Reads messages until one begins with this text.
   [[nodiscard]] std::string next_with(const std::string &begin) const {
     std::string message = next();
     while (!message.starts_with(begin)) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What was in force once is nobody's to delete: the commands on a cache that a killed process left.
+// Commands on a cache that a killed process left without a configuration in force: they must not
+// report the previous entries as deleted.
 #include <csignal>
 #include <functional>
 
@@ -12,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Two files are in force, and there is no service.
+// Two files are in force, and no service runs.
 class WithoutService : public CachedElement {
  protected:
   void SetUp() override {
@@ -37,7 +38,8 @@ class WithoutService : public CachedElement {
   [[nodiscard]] bool has_run() const { return exists(dir_ / "probe"); }
 };
 
-// What a commit leaves that was cut off and kept nothing.
+// The state that an interrupted commit leaves when it has kept nothing of the previous
+// configuration.
 struct remains {
   const char *name;
   std::function<void(const std::string &conf_root)> leave;
@@ -111,7 +113,7 @@ TEST_F(WithoutService, WatchHandsOverWhatAnInterruptedCommitKept) {
   EXPECT_FALSE(exists(conf("undo")));
 }
 
-// The configuration in force has no entry of the category, the one before it had.
+// The configuration in force has no entry of the category; the previous one had.
 TEST_F(WithoutService, WatchHandsOverNoListThatOnlyDeletes) {
   serve();
   fs::remove(dir_ / "source/Zone/z");

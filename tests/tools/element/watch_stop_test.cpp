@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a watch ends, and what it tells its service manager.
+// How a watch ends, and what it reports to its service manager.
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 
 const std::string undecided = "the new configuration is neither committed nor rolled back\n";
 
-// True for a process that is gone or waits for somebody to take its status.
+// True when the process no longer exists or is a zombie.
 bool has_ended(const std::string &pid) {
   std::ifstream file("/proc/" + pid + "/stat");
   std::string word;
@@ -27,7 +27,7 @@ bool has_ended(const std::string &pid) {
   return state == 'Z';
 }
 
-// Whether a process handles a signal itself.
+// Whether a process has a handler for a signal.
 bool handles(pid_t pid, int signal) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/status");
   for (std::string word; file >> word;) {

@@ -83,7 +83,7 @@ TEST_F(Watch, GivesTheCommandFilesAndAListOfTheChanges) {
   EXPECT_EQ(entries[2]["status"].text(), "deleted");
   EXPECT_EQ(entries[2]["size"].number(), 0);
   EXPECT_TRUE(entries[2]["path"].is_null());
-  // What the command prints does not mix with the lines of the watch.
+  // The output of the command goes to standard error and not between the lines of the watch.
   EXPECT_EQ(second->err(), "model=xssid=other");
   EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
 }
@@ -145,7 +145,7 @@ TEST_F(Watch, ReturnsToItsIntervalAfterAFailure) {
   running->wait_for(committed);
   const size_t gets = count_of(".checksum", service_->output());
   EXPECT_TRUE(has(manager.next_with("STATUS=new"), committed));
-  // Longer than the longest pause after a failure.
+  // Ten messages take longer than the longest pause after a failure.
   for (int signs = 0; signs < 10; ++signs) {
     EXPECT_EQ(manager.next(), "WATCHDOG=1");
   }
@@ -206,7 +206,7 @@ TEST_F(Watch, TakesWhatAnotherGetPutInTheScratchAreaBeforeTheCommit) {
   EXPECT_EQ(in_force("Ap/x/1"), "model=x");
 }
 
-// The command has applied what another process refused meanwhile.
+// The command applies a configuration while another process rolls it back.
 TEST_F(Watch, HandsOverWhatIsInForceWhenAnotherDecidedOtherwise) {
   const auto running = watch(
       "cat \"$ZOTCONF_DIR\"/Wlan/a >>\"$PROBE.seen\"; echo >>\"$PROBE.seen\"; "
@@ -227,7 +227,7 @@ TEST_F(Watch, HandsOverWhatIsInForceWhenAnotherDecidedOtherwise) {
   EXPECT_EQ(read_bytes(dir_ / "probe.seen"), "ssid=a\nssid=b\nssid=a\n");
 }
 
-// The command writes down each list of changes that it gets.
+// The command saves each list of changes that it receives.
 class WatchChanges : public Watch {
  protected:
   [[nodiscard]] std::unique_ptr<background> watch_changes(
@@ -235,7 +235,7 @@ class WatchChanges : public Watch {
     return watch("{ tr -d '\\n\\t' <\"$ZOTCONF_CHANGES\"; echo; } >>\"$PROBE.lists\"; " + then,
                  more);
   }
-  // A text for each list.
+  // One text for each list.
   [[nodiscard]] std::vector<std::string> given() const {
     std::vector<std::string> texts;
     for (const std::string &line : lines_of(read_bytes(dir_ / "probe.lists"))) {
@@ -251,7 +251,7 @@ class WatchChanges : public Watch {
   }
 };
 
-// Another process committed one and rolled back the next, which is published still.
+// Another process commits a configuration and rolls back the next one, which stays published.
 TEST_F(WatchChanges, AreThoseToWhatAnotherProcessCommitted) {
   const auto running = watch_changes("true", {"--every", "1500ms"});
   running->wait_for(committed);
@@ -269,8 +269,7 @@ TEST_F(WatchChanges, AreThoseToWhatAnotherProcessCommitted) {
                                                "added Ap/x; modified Wlan/a; deleted Zone/z; "}));
 }
 
-// What the command accepted first is not in force: its commit failed, and another configuration was
-// published since.
+// The commit of what the command accepted fails, and then another configuration is published.
 TEST_F(WatchChanges, CountFromWhatTheCommandHasApplied) {
   variables_["CACHE"] = dir_ / "device/writable/zot";
   const auto running = watch_changes(

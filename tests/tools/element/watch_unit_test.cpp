@@ -10,7 +10,7 @@ namespace {
 
 using words = std::vector<std::string>;
 
-// The unit, as a service manager reads it.
+// The unit file as a service manager reads it.
 class WatchUnit : public testing::Test {
  protected:
   // The value of a line NAME=VALUE in a section.
@@ -53,8 +53,8 @@ TEST_F(WatchUnit, TellsHowItIsStarted) {
   EXPECT_EQ(value_of("Install", "WantedBy"), "multi-user.target");
 }
 
-// What the program makes of ExecStart once the variables are filled in. A directory that the
-// library refuses ends it after the options were taken.
+// Runs the command of ExecStart with its variables replaced. The library refuses the cache
+// directory, so the program ends after it has accepted the options.
 TEST_F(WatchUnit, StartsTheProgramWithOptionsThatItTakes) {
   const temp_dir dir;
   const std::map<std::string, words> settings = {

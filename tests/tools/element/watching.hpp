@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An element that `zotconf watch` keeps up to date, with a service of its own.
+// An element that `zotconf watch` keeps up to date, and its service.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -59,14 +59,14 @@ class Watch : public testing::Test {
   void publish_source(const std::vector<std::string> &more = {}) const {
     ASSERT_EQ(publish(dir_ / "source", dir_ / "pub", more).status, 0);
   }
-  // Zone/z is deleted, Wlan/a modified and Ap/x added.
+  // Publishes a configuration that deletes Zone/z, modifies Wlan/a and adds Ap/x.
   void publish_changes() const {
     put("Wlan/a", "ssid=other");
     put("Ap/x", "model=x");
     fs::remove(dir_ / "source/Zone/z");
     publish_source();
   }
-  // Nothing is published for the element, or all is again.
+  // Hides and restores all that is published for the element.
   void hide_publication() const { fs::rename(dir_ / "pub/file/knowledge", dir_ / "pub/hidden"); }
   void show_publication() const { fs::rename(dir_ / "pub/hidden", dir_ / "pub/file/knowledge"); }
 
@@ -80,7 +80,7 @@ class Watch : public testing::Test {
     }
     return std::make_unique<background>(args, variables_);
   }
-  // So many more gets have reached the service.
+  // Waits until `count` more gets have reached the service.
   void wait_for_gets(size_t count) const {
     const auto gets = [this] { return count_of(".checksum", service_->output()); };
     const size_t wanted = gets() + count;

@@ -13,7 +13,7 @@
 namespace zot::test {
 namespace {
 
-// An archive of a folder, made by tar as it is told.
+// Unpacks an archive of a folder, created by tar with the test's arguments.
 class Unpack : public testing::Test {
  protected:
   void pack(const std::string &words) const {

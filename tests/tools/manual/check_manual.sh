@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_manual.sh ZOTCONF MANUAL_FOLDER
-# Every command has a manual page without a formatting fault that tells each of its options, and the
-# shell completes commands, options and values.
+# Checks that every command has a manual page without formatting errors that describes each of its
+# options, and that the shell completes commands, options and values.
 set -euo pipefail
 
 zotconf=$1 manual=$2
@@ -27,7 +27,7 @@ for command in $commands; do
   done
 done
 
-# Prints what the shell offers for the last of some words.
+# Prints the completions of the last of some words.
 offered() {
   bash -c '
     source "$1"

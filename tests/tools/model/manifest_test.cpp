@@ -6,7 +6,8 @@
 namespace zotconf {
 namespace {
 
-// An element takes another text for another configuration.
+// The text must not change between versions: an element takes another text for another
+// configuration.
 TEST(RenderManifest, WritesTheSameTextAsEver) {
   const manifest content{.cluster = "c\"1",
                          .config_id = "id",

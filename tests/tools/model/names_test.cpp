@@ -21,12 +21,12 @@ TEST_P(ForeignBytes, AreNoKeyAndNoCluster) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, ForeignBytes,
-                         testing::Values("a\xff",               // no first byte
-                                         "\xe2\x82",            // cut off
+                         testing::Values("a\xff",               // not a first byte
+                                         "\xe2\x82",            // truncated
                                          "\xe0\x80\xaf",        // overlong
                                          "\xf0\x80\x80\xaf",    // overlong
                                          "\xed\xa0\x80",        // a surrogate
-                                         "\xf4\x90\x80\x80"));  // beyond the last character
+                                         "\xf4\x90\x80\x80"));  // above the last code point
 
 TEST(ParseVersion, TakesDigitsOnly) {
   EXPECT_EQ(parse_version("18446744073709551615"), UINT64_MAX);

@@ -29,16 +29,16 @@ TEST(ValidUtf8, KeepsCharacters) {
 
 TEST(ValidUtf8, HidesEveryOtherByte) {
   const std::vector<std::pair<std::string, std::string>> cases = {
-      {"a\xff", "a?"},               // no first byte
-      {"\x80x", "?x"},               // a following byte alone
-      {"\xc3", "?"},                 // cut off
-      {"\xe2\x82x", "??x"},          // cut off in the middle
+      {"a\xff", "a?"},               // not a first byte
+      {"\x80x", "?x"},               // a continuation byte alone
+      {"\xc3", "?"},                 // truncated
+      {"\xe2\x82x", "??x"},          // truncated in the middle
       {"\xc0\xaf", "??"},            // overlong
       {"\xe0\x80\xaf", "???"},       // overlong
       {"\xf0\x80\x80\xaf", "????"},  // overlong
       {"\xed\xa0\x80", "???"},       // a surrogate
-      {"\xf4\x90\x80\x80", "????"},  // beyond the last character
-      {"\xf5\x80\x80\x80", "????"},  // beyond the last character
+      {"\xf4\x90\x80\x80", "????"},  // above the last code point
+      {"\xf5\x80\x80\x80", "????"},  // above the last code point
       {"\xc3\xa4\xff\xc3\xa4", "\xc3\xa4?\xc3\xa4"}};
   for (const auto &[text, shown] : cases) {
     EXPECT_EQ(valid_utf8(text), shown);

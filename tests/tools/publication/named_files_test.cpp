@@ -37,7 +37,7 @@ TEST_F(NamedFiles, StopAtAKThatIsNotWhatItsChecksumFileAnnounces) {
   expect_refusal(k_name);
 }
 
-// As a publisher leaves it that was cut off.
+// An interrupted publisher leaves this state.
 TEST_F(NamedFiles, AreThoseOfAKWithoutAChecksumFileToo) {
   publish_twice();
   fs::remove(publication_ + "/" + checksum_name);

@@ -89,7 +89,7 @@ TEST_F(Plan, SharesTheFilesOfAnotherElement) {
   EXPECT_EQ(inode(publication_ + "/config/Wlan/a/1"), before);
 }
 
-// The number may be in force at an element, with the bytes that the K before states.
+// An element may have this version in force, with the bytes that the previous K states.
 TEST_F(Plan, GivesTheNumberOfALostFileToNoOtherBytes) {
   put("Wlan/a", "one");
   ASSERT_EQ(run().status, 0);

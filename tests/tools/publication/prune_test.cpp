@@ -19,7 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The kernel lists those who wait with an arrow: "7: -> FLOCK  ADVISORY  WRITE <pid> ...".
+// The kernel marks waiting processes with an arrow: "7: -> FLOCK  ADVISORY  WRITE <pid> ...".
 bool is_waiting_for_a_lock(pid_t pid) {
   std::istringstream locks(read_bytes("/proc/locks"));
   for (std::string line; std::getline(locks, line);) {
@@ -33,7 +33,7 @@ bool is_waiting_for_a_lock(pid_t pid) {
 
 class Prune : public Pruning {
  protected:
-  // The first file that K does not name; empty for none.
+  // The first file that K does not name; empty when there is none.
   [[nodiscard]] std::string first_unnamed() const {
     std::set<std::string> named;
     for (const auto &file : k().files) {
@@ -274,7 +274,7 @@ TEST_F(Prune, RunsBesideAPublisher) {
   }
 }
 
-// Wherever it was cut off, and also when it was too fast for that.
+// Wherever the kill interrupts it, and also when it ends before the kill.
 TEST_F(Prune, LeavesAGoodPublicationWhenItIsCutOff) {
   constexpr size_t keys = 400;
   for (const std::string bytes : {"even", "odd.", "even", "odd.", "even"}) {

@@ -71,7 +71,7 @@ TEST_F(Publish, NamesTheElementByItsUpperCaseIndex) {
   EXPECT_TRUE(holds("file/knowledge/DP/AA:BB/latest/AA:BB.checksum"));
 }
 
-// From the time of the file prune knows for how long nobody has asked for it.
+// From this time prune computes how long K has not named the file.
 TEST_F(Publish, GivesAFileThatKDropsTheTimeOfNow) {
   put("Wlan/a", "one");
   put("Wlan/b", "one");

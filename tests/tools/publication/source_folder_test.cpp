@@ -30,7 +30,7 @@ void make_large(const std::string &path) {
   ASSERT_EQ(::truncate(path.c_str(), off_t{1} << 31), 0);
 }
 
-// A name as a terminal may show it: what is no printable text is a question mark.
+// A name as printed on a terminal, with a question mark for each byte that is not printable.
 std::string shown(std::string path) {
   for (char &c : path) {
     c = c == '\n' || c == '\xff' ? '?' : c;
@@ -139,7 +139,7 @@ TEST(Source, IsEmptyWhenAllOfItIsLeftOut) {
   EXPECT_FALSE(exists(dir / "pub"));
 }
 
-// Where the publication folder is, as the test's folder sees it, and what it needs to be there.
+// A publication folder, relative to the test's folder, and a function that prepares it.
 struct place {
   std::string test;
   std::string publication;

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An access point with a cache of its own and a publication folder, for tests of the commands that
-// look into both.
+// An access point with its own cache and publication folder, for tests of commands that read both.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,8 +21,8 @@ inline bool has(const std::string &text, const std::string &part) {
   return text.find(part) != std::string::npos;
 }
 
-// What stands at every path below a folder: kind, mode, size, inode and time of the last change.
-// Two equal snapshots mean that nothing was written in between.
+// Kind, mode, size, inode and time of the last change of every path below a folder. Two equal
+// snapshots mean that nothing was written in between.
 inline std::map<std::string, std::string> snapshot(const std::string &folder) {
   std::map<std::string, std::string> found;
   const auto note = [&found](const std::string &path) {
@@ -68,7 +67,7 @@ class CachedElement : public testing::Test {
     return run({"cycle", "--index", index_, verdict});
   }
   void serve() { service_ = std::make_unique<serving>(dir_ / "pub"); }
-  // Publishes what was put and takes it in force.
+  // Publishes the source folder and commits it.
   void commit_source(const std::vector<std::string> &more = {}) {
     publish_source(more);
     if (!service_) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Does by hand what a commit has done to a cache when it is cut off.
+// Puts a cache into the states that an interrupted commit leaves.
 #pragma once
 
 #include <fcntl.h>
@@ -17,7 +17,7 @@ namespace zot::test {
 
 class interrupted_commit {
  public:
-  // The K files get a second name.
+  // Keeps the K files by hard links in the undo folder.
   explicit interrupted_commit(std::string conf_root) : conf_(std::move(conf_root)) {
     namespace fs = std::filesystem;
     fs::create_directories(undo(""));
@@ -31,7 +31,7 @@ class interrupted_commit {
     }
   }
 
-  // The files in force are moved away, or marked as absent.
+  // Moves the files in force to the undo folder, or marks them as absent.
   void keep_files() const {
     if (exists(conf_ + "config")) {
       std::filesystem::rename(conf_ + "config", undo("config"));
@@ -40,8 +40,7 @@ class interrupted_commit {
     }
   }
 
-  // The K in force becomes the last one, and the new one takes its place; its checksum file is
-  // late.
+  // Makes the K in force the last one and writes the new one, but not its checksum file.
   void rotate_k(const std::string &new_k) const {
     if (exists(knowledge("subsys.k"))) {
       std::filesystem::rename(knowledge("subsys.k"), knowledge("prev_subsys.k"));
@@ -49,7 +48,7 @@ class interrupted_commit {
     write_bytes(knowledge("subsys.k"), new_k);
   }
 
-  // A file of the new configuration.
+  // Writes a file of the new configuration.
   void write_file(const std::string &name, const std::string &bytes) const {
     write_bytes(conf_ + "config/" + name, bytes);
   }
@@ -66,7 +65,7 @@ class interrupted_commit {
   std::string conf_;
 };
 
-// Holds the lock of a cache, as a process that commits does.
+// Holds the lock of a cache, as a committing process does.
 class held_lock {
  public:
   explicit held_lock(const std::string &conf_root)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// JSON as the tests read it. What is not there, or of another kind, throws.
+// JSON as the tests read it. Throws when a value is missing or has another type.
 #pragma once
 
 #include <memory>

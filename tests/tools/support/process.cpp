@@ -27,7 +27,7 @@ void redirect(const std::string &path, int to) {
 
 enum class rights { of_the_test, of_a_user };
 
-// Root may read everything; a program that is started so may not.
+// Drops the capabilities by which root reads every file, for the program that is executed next.
 void give_up_root_rights() {
   for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) {
     if (::prctl(PR_CAPBSET_DROP, capability) != 0 && ::geteuid() == 0) {
@@ -72,7 +72,7 @@ int wait_for_end(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// The port of the first line, as text or JSON; 0 while there is no whole line yet.
+// The port in the first line, as text or JSON; 0 while the line is incomplete.
 std::uint16_t told_port(const std::string &output) {
   if (output.find('\n') == std::string::npos) {
     return 0;

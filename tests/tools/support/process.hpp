@@ -17,20 +17,20 @@ namespace zot::test {
 using environment = std::map<std::string, std::string>;
 
 struct finished {
-  int status = -1;  // exit status; 128 and the number for a signal
+  int status = -1;  // exit status, or 128 plus the signal number
   std::string out;
   std::string err;
 };
 
-// Runs zotconf to its end with these variables added to the environment.
+// Runs zotconf and waits for its end. Adds the variables to the environment.
 [[nodiscard]] finished run_zotconf(const std::vector<std::string> &args,
                                    const environment &variables = {});
 
-// The same by a process that permissions count for, whoever runs the test.
+// The same, but file permissions apply to the process even when root runs the test.
 [[nodiscard]] finished run_zotconf_as_user(const std::vector<std::string> &args,
                                            const environment &variables);
 
-// zotconf, running beside the test.
+// A zotconf process that runs in parallel with the test.
 class background {
  public:
   background(const std::vector<std::string> &args, const environment &variables);
@@ -41,10 +41,10 @@ class background {
   [[nodiscard]] pid_t pid() const { return pid_; }
   [[nodiscard]] std::string out() const;
   [[nodiscard]] std::string err() const;
-  // Waits until standard output has a text so often; throws when it takes longer than a minute.
+  // Waits until standard output contains a text `times` times. Throws after a minute.
   void wait_for(const std::string &text, size_t times = 1) const;
   void send(int signal) const;
-  // Waits for the end. Returns the exit status; 128 and the number for a signal.
+  // Waits for the end. Returns the exit status, or 128 plus the signal number.
   int wait();
 
  private:
@@ -52,13 +52,13 @@ class background {
   pid_t pid_ = -1;
 };
 
-// Waits until a condition holds; throws when it takes longer than a minute.
+// Waits until a condition holds. Throws after a minute.
 void wait_until(const std::function<bool()> &condition, const std::string &what);
 
-// How often a text holds another.
+// How often a text contains another.
 [[nodiscard]] size_t count_of(const std::string &part, const std::string &text);
 
-// `zotconf serve` on a free port of the loopback host.
+// `zotconf serve` on a free port of 127.0.0.1.
 class serving {
  public:
   explicit serving(const std::string &publication, const std::vector<std::string> &more = {});
@@ -77,7 +77,7 @@ class serving {
   std::uint16_t port_ = 0;
 };
 
-// `zotconf publish` of a folder for the access point "001122334455".
+// Runs `zotconf publish` on a folder for the access point "001122334455".
 [[nodiscard]] finished publish(const std::string &source, const std::string &publication,
                                const std::vector<std::string> &more = {});
 

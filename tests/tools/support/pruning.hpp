@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A publication folder that `zotconf prune` works on.
+// A publication folder for tests of `zotconf prune`.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ class Pruning : public Publishing {
     const finished done = run();
     ASSERT_EQ(done.status, 0) << done.err;
   }
-  // Two versions of Wlan/a of which K names the second.
+  // Publishes two versions of Wlan/a; K names the second.
   void publish_twice() const {
     publish_bytes("Wlan/a", "one");
     publish_bytes("Wlan/a", "second");
@@ -36,7 +36,7 @@ class Pruning : public Publishing {
     fs::last_write_time(publication_ + "/" + name, fs::file_time_type::clock::now() - age);
   }
   [[nodiscard]] std::vector<std::string> files() const { return tree(publication_ + "/config"); }
-  // Refuses, names this and removes nothing.
+  // Expects that prune is refused, that the message contains `name`, and that nothing is removed.
   void expect_refusal(const std::string &name) const {
     const auto before = snapshot(publication_);
     const finished done = prune();

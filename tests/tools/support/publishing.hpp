@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A folder of files and the publication folder that `zotconf publish` makes of it.
+// A source folder and the publication folder that `zotconf publish` creates from it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -53,7 +53,7 @@ class Publishing : public testing::Test {
   [[nodiscard]] zotconf::manifest k() const {
     return zotconf::parse_manifest(published(k_name)).value();
   }
-  // Version that K names for an object, 0 for none.
+  // The version that K names for an object; 0 if none.
   [[nodiscard]] uint64_t version(const std::string &category, const std::string &key) const {
     for (const auto &file : k().files) {
       if (file.category_name == category && file.key == key) {

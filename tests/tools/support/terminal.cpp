@@ -28,7 +28,7 @@ namespace {
   ::_exit(127);
 }
 
-// Reads until the last process that holds the terminal is gone.
+// Reads until the last process has closed the terminal.
 std::string read_all(int terminal) {
   std::string text;
   std::array<char, 4096> chunk{};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs the built zotconf program on a terminal of its own.
+// Runs the built zotconf program on a pseudo-terminal.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace zot::test {
 
-// Standard output and standard error together, as the terminal shows them.
+// Returns standard output and standard error together, as the terminal shows them.
 [[nodiscard]] finished run_on_terminal(const std::vector<std::string> &args,
                                        const environment &variables = {});
 
