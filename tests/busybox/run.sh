@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# usage: run.sh FOLDER PROGRAM
-# Runs a program of tests with nothing but busybox on PATH, and with busybox as /bin/sh where a
+# usage: run.sh FOLDER PROGRAM [ARGUMENT...]
+# Runs a program of tests, or another one with its arguments, with nothing but busybox on PATH, and with busybox as /bin/sh where a
 # mount namespace can be had. The links to it go into FOLDER.
 set -euo pipefail
 
@@ -15,6 +15,7 @@ busybox=$(command -v busybox) || {
 }
 readonly busybox applets=$1
 program=$(command -v "$2")
+shift 2
 
 rm -rf "$applets"
 mkdir -p "$applets"
@@ -44,6 +45,8 @@ fi
 "$busybox" | sed -n 1p
 echo "busybox: PATH is $applets, $(find "$applets" -type l | wc -l) applets"
 echo "busybox: shell commands run in $shell"
-echo "busybox: left out: $left_out"
-exec "${in_namespace[@]}" "$applets/env" PATH="$applets" \
-  "$program" --gtest_filter="-$left_out" --gtest_brief=1
+if (($# == 0)); then
+  echo "busybox: left out: $left_out"
+  set -- --gtest_filter="-$left_out" --gtest_brief=1
+fi
+exec "${in_namespace[@]}" "$applets/env" PATH="$applets" "$program" "$@"
