@@ -29,7 +29,7 @@ void set_variables(const environment_variables &variables) {
 
 void leave_parent(pid_t parent) {
   ::setpgid(0, 0);
-  for (const int number : {SIGINT, SIGTERM, SIGCHLD}) {
+  for (const int number : {SIGINT, SIGTERM, SIGCHLD, SIGPIPE}) {
     std::signal(number, SIG_DFL);
   }
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);

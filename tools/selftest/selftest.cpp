@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/selftest/selftest.hpp"
 
+#include <csignal>
 #include <exception>
 #include <ostream>
 
@@ -44,6 +45,8 @@ void run_step(const step &each, trial &on, selftest_report &report) {
 }  // namespace
 
 int run_selftest(const selftest_options &options, const console &where) {
+  // Whoever reads the report may stop early; the folder goes all the same.
+  std::signal(SIGPIPE, SIG_IGN);
   trial on(options.dir.empty() ? fs::temp_directory_path() : fs::absolute(options.dir));
   selftest_report report(where);
   const auto folder = try_to_make_folder(on);

@@ -95,10 +95,9 @@ TEST_F(EarlierVersion, RefusedConfigurationStaysRefusedAndTheNextOneIsTaken) {
   serve_published("rolled-back/knowledge/corrupted");
   EXPECT_EQ(get({"--commit"}, 4)["result"].text(), "same_as_rolled_back");
   expect_second_in_force();
+  const std::string latest = data + "published/file/knowledge/AP/001122334455/latest/001122334455";
   for (const std::string suffix : {".k", ".checksum"}) {
-    const fs::path latest = "published/file/knowledge/AP/001122334455/latest";
-    write_bytes(published(suffix),
-                read_bytes(data + (latest / ("001122334455" + suffix)).string()));
+    write_bytes(published(suffix), read_bytes(latest + suffix));
   }
   EXPECT_EQ(get({"--commit"}, 0)["verdict"].text(), "committed");
   expect_fourth_in_force();

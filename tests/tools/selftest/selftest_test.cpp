@@ -2,9 +2,12 @@
 #include "tools/selftest/selftest.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
@@ -33,7 +36,8 @@ class Selftest : public testing::Test {
                             dir_ / "calls" + "')\" -lt " + std::to_string(nth) +
                             " ] || exit 1\nPATH=$OLD_PATH\nexec " + name + " \"$@\"\n");
     ::chmod(script.c_str(), 0700);
-    const std::string path = std::getenv("PATH");
+    const char *const set = std::getenv("PATH");
+    const std::string path = set != nullptr ? set : "/usr/bin:/bin";
     return {{"PATH", dir_ / "bin:" + path}, {"OLD_PATH", path}};
   }
 
@@ -140,6 +144,63 @@ TEST_F(Selftest, NamesAFolderThatNoShellTakes) {
   below_ += " with a blank";
   std::filesystem::create_directory(below_);
   expect_failure(run(), "file system", "a shell interprets");
+}
+
+// A file system with so much room, mounted in a folder while it lives.
+class small_file_system {
+ public:
+  small_file_system(std::string folder, const std::string &size)
+      : folder_(std::move(folder)),
+        is_mounted_(::mount("selftest", folder_.c_str(), "tmpfs", 0, ("size=" + size).c_str()) ==
+                    0) {}
+  small_file_system(const small_file_system &) = delete;
+  small_file_system &operator=(const small_file_system &) = delete;
+  ~small_file_system() {
+    if (is_mounted_) {
+      ::umount2(folder_.c_str(), MNT_DETACH);
+    }
+  }
+  [[nodiscard]] bool is_mounted() const { return is_mounted_; }
+
+ private:
+  std::string folder_;
+  bool is_mounted_;
+};
+
+TEST_F(Selftest, NamesTheStepThatFindsNoRoom) {
+  struct room {
+    const char *size;
+    const char *step;
+    const char *reason;
+  };
+  for (const room &each : {room{"128k", "publication", "No space left on device"},
+                           room{"400k", "first commit", "tar zxvf"}}) {
+    const small_file_system small(below_, each.size);
+    if (!small.is_mounted()) {
+      GTEST_SKIP() << "no file system may be mounted";
+    }
+    expect_failure(run(), each.step, each.reason);
+  }
+}
+
+TEST_F(Selftest, CleansUpWhenNobodyReadsItsReport) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe(ends.data()), 0);
+  ::close(ends[0]);
+  const pid_t pid = ::fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    ::dup2(ends[1], STDOUT_FILENO);
+    std::signal(SIGPIPE, SIG_DFL);
+    ::execl(ZOTCONF_PROGRAM, "zotconf", "selftest", "--dir", below_.c_str(), nullptr);
+    ::_exit(127);
+  }
+  ::close(ends[1]);
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  expect_nothing_left();
 }
 
 TEST_F(Selftest, CleansUpWhenItIsInterrupted) {
