@@ -10,17 +10,21 @@ const command_text selftest_text = {
     .name = "selftest",
     .summary = "Run a whole cycle on this machine, to see that it works here",
     .about =
-        "Works in a folder of its own below DIR or $TMPDIR (/tmp without it): publishes files, "
-        "serves them on a\nfree port of 127.0.0.1, gets and commits, updates, rolls back, kills "
-        "commits, starts without a service and\ndamages a file. It touches no other cache, needs "
-        "no rights of root and about 2 MiB of room.\n\n"
-        "First come the machine, its commands and its room; then a line for each step: \"ok\", or "
-        "\"FAILED\" with\nthe reason. After a step that failed no other runs. With --json each "
-        "line is an object.\n\n"
-        "Give a folder of the flash as DIR to test the file system that will hold the cache. The "
-        "path of the folder\nmust have no character that a shell interprets, such as a blank. "
-        "The folder is removed at the end, and also by\nSIGINT and SIGTERM, unless --keep is "
-        "given. It has the log of the library, library.log.\n\n"
+        "Works in a new folder below DIR or $TMPDIR (/tmp if it is not set): publishes files, "
+        "serves "
+        "them on a free\nport of 127.0.0.1, gets and commits, updates, rolls back, kills commits, "
+        "starts without a service and\ndamages a file. It touches no other cache and needs no root "
+        "rights, and about 2 MiB of room.\n\n"
+        "The report begins with the machine, its commands and its room. Then it has a line for "
+        "each "
+        "step: \"ok\", or\n\"FAILED\" with the reason. After a failed step no other step runs. "
+        "With --json each line is an object.\n\n"
+        "Give a folder on the flash as DIR to test the file system that will hold the cache. A "
+        "path "
+        "with a blank or\nanother character that a shell interprets is refused. The command "
+        "removes "
+        "its folder at the end, and after\nSIGINT and SIGTERM. With --keep the folder stays; "
+        "library.log in it has the messages of the library.\n\n"
         "Environment: TMPDIR.",
     .examples =
         "zotconf selftest\n"

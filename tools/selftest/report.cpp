@@ -118,6 +118,9 @@ void selftest_report::print_step(const std::string &name, step_result result,
 }
 
 void selftest_report::print_end(const std::optional<fs::path> &kept_folder) {
+  if (has_failed()) {
+    where_.err() << "zotconf: selftest: failed step: " << words_of(first_failed_) << '\n';
+  }
   if (where_.is_json()) {
     json_document line;
     line.root()

@@ -47,6 +47,7 @@ class Selftest : public testing::Test {
     EXPECT_TRUE(has(done.out, "\n" + step + ": FAILED: ")) << done.out;
     EXPECT_TRUE(has(done.out, reason)) << done.out;
     EXPECT_TRUE(has(done.out, "; the first that failed is " + step + "\n")) << done.out;
+    EXPECT_TRUE(has(done.err, "zotconf: selftest: failed step: " + step + "\n")) << done.err;
     expect_nothing_left();
   }
   void expect_nothing_left() const { EXPECT_TRUE(std::filesystem::is_empty(below_)); }
