@@ -43,6 +43,7 @@ readonly layers_of_tools=(
   ^tools/model/
   ^tools/publication/
   '^tools/(cache|service|element|reference)/'
+  ^tools/selftest/
   ^tools/cli/
   ^tools/manual/
 )

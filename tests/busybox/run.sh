@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# usage: run.sh FOLDER PROGRAM
-# Runs a test program with only busybox on PATH, and with busybox as /bin/sh where the user may create a
-# mount namespace. The links to busybox go into FOLDER.
+# usage: run.sh FOLDER PROGRAM [ARGUMENT...]
+# Runs a test program, or another program with its arguments, with only busybox on PATH, and with busybox
+# as /bin/sh where the user may create a mount namespace. The links to busybox go into FOLDER.
 set -euo pipefail
 
 # These tests replace rm, cp and tar with scripts on PATH. A busybox shell does not use those: it prefers
@@ -15,6 +15,7 @@ busybox=$(command -v busybox) || {
 }
 readonly busybox applets=$1
 program=$(command -v "$2")
+shift 2
 
 rm -rf "$applets"
 mkdir -p "$applets"
@@ -44,6 +45,8 @@ fi
 "$busybox" | sed -n 1p
 echo "busybox: PATH is $applets, $(find "$applets" -type l | wc -l) applets"
 echo "busybox: shell commands run in $shell"
-echo "busybox: skipped tests: $left_out"
-exec "${in_namespace[@]}" "$applets/env" PATH="$applets" \
-  "$program" --gtest_filter="-$left_out" --gtest_brief=1
+if (($# == 0)); then
+  echo "busybox: skipped tests: $left_out"
+  set -- --gtest_filter="-$left_out" --gtest_brief=1
+fi
+exec "${in_namespace[@]}" "$applets/env" PATH="$applets" "$program" "$@"

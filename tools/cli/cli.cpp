@@ -72,6 +72,7 @@ void add_all_commands(command_line &line) {
   add_cache_commands(line);
   add_look_commands(line);
   add_reference_commands(line);
+  add_selftest_command(line);
 }
 
 CLI::Validator checked_by(std::string (*check)(std::string_view)) {

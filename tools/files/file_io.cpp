@@ -119,8 +119,8 @@ std::string sha256_text(std::string_view bytes) {
   return text.data();
 }
 
-temporary_folder::temporary_folder() {
-  std::string name = (fs::temp_directory_path() / "zotconf-XXXXXX").string();
+temporary_folder::temporary_folder(const fs::path &parent) {
+  std::string name = (parent / "zotconf-XXXXXX").string();
   if (::mkdtemp(name.data()) == nullptr) {
     throw_errno("cannot create " + name);
   }
@@ -128,6 +128,9 @@ temporary_folder::temporary_folder() {
 }
 
 temporary_folder::~temporary_folder() {
+  if (is_kept_) {
+    return;
+  }
   std::error_code ignored;
   fs::remove_all(path_, ignored);
 }

@@ -37,17 +37,22 @@ zot::descriptor open_beneath(const fs::path &root, std::span<const std::string> 
 
 std::string sha256_text(std::string_view bytes);
 
-// A new folder below the system's temporary folder; the destructor removes it with its contents.
+// A new folder; the destructor removes it with its contents.
 class temporary_folder {
  public:
-  temporary_folder();
+  // Below the system's temporary folder.
+  temporary_folder() : temporary_folder(fs::temp_directory_path()) {}
+  explicit temporary_folder(const fs::path &parent);
   temporary_folder(const temporary_folder &) = delete;
   temporary_folder &operator=(const temporary_folder &) = delete;
   ~temporary_folder();
   [[nodiscard]] const fs::path &path() const { return path_; }
+  // It stays when this object goes.
+  void keep() { is_kept_ = true; }
 
  private:
   fs::path path_;
+  bool is_kept_ = false;
 };
 
 }  // namespace zotconf

@@ -60,5 +60,6 @@ folder=$(mktemp -d)
 mkdir "$folder/only"
 expect "$folder/only" zotconf serve "$folder/o"
 expect "$folder/only" zotconf prune "$folder/o"
+expect "$folder/only" zotconf selftest --dir "$folder/o"
 rm -r "$folder"
 exit "$failed"
