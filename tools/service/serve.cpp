@@ -7,6 +7,8 @@
 
 #include <array>
 #include <atomic>
+#include <charconv>
+#include <chrono>
 #include <csignal>
 #include <ostream>
 #include <set>
@@ -27,6 +29,20 @@ constexpr time_t transfer_stall_seconds = 5;
 constexpr const char *latest_url =
     R"(/file/knowledge/(AP|CP|DP)/([0-9A-Za-z:._-]{1,17})/latest/([0-9A-Za-z:._-]{1,17})\.(k|checksum))";
 
+using clock = std::chrono::steady_clock;
+
+// What is known of a request before it is answered. It belongs to the thread that answers it.
+struct open_request {
+  std::optional<clock::time_point> begin;
+  std::string result;
+};
+
+thread_local open_request at_hand;
+
+void note(std::string result) {
+  at_hand.result = std::move(result);
+}
+
 std::string error_json(const std::string &error, const std::string &file) {
   json_document document;
   document.root().set("error", error);
@@ -38,7 +54,7 @@ std::string error_json(const std::string &error, const std::string &file) {
 
 void refuse(httplib::Response &response, int status, const std::string &error,
             const std::string &file = "") {
-  request_log::note(file.empty() ? error : error + ": " + file);
+  note(file.empty() ? error : error + ": " + file);
   response.status = status;
   response.set_content(error_json(error, file), "application/json");
 }
@@ -53,9 +69,9 @@ void answer_latest(const publication_store &store, const httplib::Request &reque
   const auto bytes = is_k ? store.read_k(who) : store.read_checksum(who);
   if (!bytes) {
     refuse(response, 404, "not published", request.path);
-    return request_log::note("not published");
+    return note("not published");
   }
-  request_log::note(is_k ? "sent K" : "sent the checksum");
+  note(is_k ? "sent K" : "sent the checksum");
   response.set_content(*bytes, is_k ? "application/json" : "text/plain");
 }
 
@@ -94,8 +110,7 @@ void answer_archive(const publication_store &store, const std::string &body,
     packed->add(file.get(),
                 (*parts)[0] + "/" + (*parts)[1] + "/" + (*parts)[2] + "/" + (*parts)[3]);
   }
-  request_log::note("sent " + std::to_string(seen.size()) +
-                    (seen.size() == 1 ? " file" : " files"));
+  note("sent " + std::to_string(seen.size()) + (seen.size() == 1 ? " file" : " files"));
   send_archive(packed, response);
 }
 
@@ -211,14 +226,79 @@ void tell_address(const console &where, const std::string &host, int port) {
   where.out() << line.line() << std::flush;
 }
 
+uint64_t microseconds_since(const std::optional<clock::time_point> &begin) {
+  const auto span = begin ? clock::now() - *begin : clock::duration::zero();
+  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(span).count());
+}
+
+uint64_t length_of(const httplib::Response &response) {
+  const std::string text = response.get_header_value("Content-Length");
+  uint64_t length = 0;
+  std::from_chars(text.data(), text.data() + text.size(), length);
+  return length;
+}
+
+std::string result_of(std::string noted, const httplib::Response &response) {
+  if (response.content_provider_ && !response.content_provider_success_) {
+    return "broken off by the client";
+  }
+  if (noted.empty()) {
+    noted = response.status < 400 ? "answered" : "refused";
+  }
+  return noted;
+}
+
+request_record record_of(const httplib::Request &request, const httplib::Response &response) {
+  open_request done = std::exchange(at_hand, {});
+  return {.time = "",
+          .client = request.remote_addr,
+          .method = request.method,
+          .path = request.path,
+          .status = response.status,
+          .bytes = length_of(response),
+          .duration_us = microseconds_since(done.begin),
+          .result = result_of(std::move(done.result), response)};
+}
+
+http_request plain_request(const httplib::Request &request) {
+  const size_t mark = request.target.find('?');
+  http_request plain{.method = request.method,
+                     .path = request.path,
+                     .query = mark == std::string::npos ? "" : request.target.substr(mark + 1),
+                     .headers = {},
+                     .body = "",
+                     .client = request.remote_addr};
+  for (const auto &[name, value] : request.headers) {
+    plain.headers.push_back({name, value});
+  }
+  return plain;
+}
+
+void send(const http_answer &answer, httplib::Response &response) {
+  response.status = answer.status;
+  for (const http_header &header : answer.headers) {
+    response.set_header(header.name, header.value);
+  }
+  response.set_content(answer.body, answer.type);
+}
+
+void show_page(httplib::Server &server, status_page &page) {
+  server.set_pre_routing_handler(
+      [&page](const httplib::Request &request, httplib::Response &response) {
+        at_hand = {.begin = clock::now(), .result = ""};
+        const auto answer = page.answer(plain_request(request));
+        if (!answer) {
+          return httplib::Server::HandlerResponse::Unhandled;
+        }
+        send(*answer, response);
+        return httplib::Server::HandlerResponse::Handled;
+      });
+}
+
 void keep_log(httplib::Server &server, request_log &log) {
-  server.set_pre_routing_handler([](const httplib::Request &, httplib::Response &) {
-    request_log::begin();
-    return httplib::Server::HandlerResponse::Unhandled;
-  });
   server.set_logger([&log](const httplib::Request &request, const httplib::Response &response) {
-    if (!status_page::is_asked(request.method, request.path)) {
-      log.finish(request, response);
+    if (!status_page::is_asked(plain_request(request))) {
+      log.add(record_of(request, response));
     }
   });
 }
@@ -258,7 +338,7 @@ int run_serve(const serve_options &options, const console &where) {
   httplib::Server server;
   set_limits(server);
   add_routes(server, store, where.err());
-  page.add_to(server);
+  show_page(server, page);
   keep_log(server, log);
   const int port = bind_port(server, options);
   if (port < 0) {
@@ -266,7 +346,7 @@ int run_serve(const serve_options &options, const console &where) {
                 << '\n';
     return exit_failure;
   }
-  page.tell_address(options.bind, port);
+  page.set_address(options.bind, port);
   tell_address(where, options.bind, port);
   const stopper stop(server);
   const bool stopped = server.listen_after_bind();
