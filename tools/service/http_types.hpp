@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An HTTP request and its answer as plain values. What answers a request knows no HTTP library.
+// HTTP requests and their answers as plain values. What answers a request knows no HTTP library.
 #pragma once
 
 #include <cstdint>
@@ -39,6 +39,16 @@ struct http_answer {
   std::vector<http_header> headers;  // any further ones
   std::optional<http_file> file;
   std::string result;  // what became of the request, for the log
+
+  [[nodiscard]] uint64_t size() const { return file ? file->size : body.size(); }
 };
+
+// A short text.
+http_answer text_answer(std::string body, const char *type, std::string result);
+// An error as a JSON object: "error", and "file" when one is given.
+http_answer refused(int status, const std::string &error, const std::string &file = "");
+
+// Sets path and query of what stands in a request line between the method and the version.
+void set_target(http_request &request, const std::string &target);
 
 }  // namespace zotconf
