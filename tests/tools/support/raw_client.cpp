@@ -24,7 +24,7 @@ raw_client::raw_client(std::uint16_t port, std::chrono::seconds patience)
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(port);
   timeval limit{};
-  limit.tv_sec = patience.count();
+  limit.tv_sec = static_cast<time_t>(patience.count());
   if (!socket_.is_open() ||
       ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
       ::connect(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
