@@ -7,7 +7,7 @@ readonly arm_suite=bookworm
 readonly arm_sysroot=build/arm-sysroot
 readonly arm_packages=(
   libarchive-dev libcjson-dev libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev
-  libssl-dev libstdc++-12-dev)
+  libmicrohttpd-dev libssl-dev libstdc++-12-dev)
 
 # The release's own packages, from where this machine's apt has them.
 arm_sources() {

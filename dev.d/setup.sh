@@ -5,8 +5,8 @@
 
 readonly base_packages=(
   binutils busybox-static clang-format clang-tidy cmake g++ gcovr gzip libarchive-dev libcjson-dev
-  libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev libssl-dev mandoc ninja-build
-  pkg-config shellcheck tar)
+  libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev libmicrohttpd-dev libssl-dev
+  mandoc ninja-build pkg-config shellcheck tar)
 
 is_installed() {
   [[ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]

@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # Turns the command lines of a document into a script. A command with the comment "# exit status N" has
-# to end with N, every other one with 0. When a line starts a service in the background, the script
-# waits until it answers.
+# to end with N, every other one with 0.
 
 { command = command == "" ? $0 : command "\n" $0 }
 /\\$/ { next }
@@ -19,9 +18,6 @@
     print "expect_status " status " \"$status\" " FNR
   } else {
     print text
-  }
-  if (text ~ /zotconf[ \t]+serve[^#]*&[ \t]*$/) {
-    print "wait_for_service"
   }
   command = ""
 }

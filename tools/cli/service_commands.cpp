@@ -43,8 +43,16 @@ const command_text prune_text = {
 const command_text serve_text = {
     .name = "serve",
     .summary = "Serve a publication folder over HTTP",
-    .about = "A status page is at /. Runs until SIGINT or SIGTERM.",
-    .examples = "zotconf serve pub\nzotconf serve pub --port 0 --bind ::1",
+    .about =
+        "A status page is at /. Runs until SIGINT or SIGTERM. With --background it returns 0 once "
+        "a "
+        "process of its\nown listens, and prints how to stop that; a failure before ends it with "
+        "1. "
+        "A folder that is neither empty\nnor made by `zotconf publish` is refused.",
+    .examples =
+        "zotconf serve pub\n"
+        "zotconf serve pub --port 0 --bind ::1\n"
+        "zotconf serve pub --background --pid-file serve.pid --log serve.log",
     .exits = {exit_success, exit_failure, exit_usage}};
 
 // The options as given, before they are parsed as numbers.
@@ -133,6 +141,10 @@ void add_serve(command_line &line) {
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   command.add_option("--bind", options->bind, "address to listen on")->capture_default_str();
+  command.add_flag("--background", options->background, "return as soon as it listens");
+  command.add_option("--pid-file", options->pid_file,
+                     "file for the process number, while it listens");
+  command.add_option("--log", options->log, "file that the lines of requests are appended to");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -29,9 +30,13 @@ void require(int status, struct archive *writer) {
 }
 
 // Copies exactly `size` bytes: if a file shrank, the archive would be malformed.
-void write_content(struct archive *writer, int fd, la_int64_t size, const std::string &name) {
+void write_content(struct archive *writer, int fd, la_int64_t size, const std::string &name,
+                   const std::stop_token &stop) {
   std::array<char, 65536> chunk{};
   while (size > 0) {
+    if (stop.stop_requested()) {
+      throw std::runtime_error("stopped");
+    }
     const auto want = static_cast<size_t>(std::min<la_int64_t>(size, chunk.size()));
     const ssize_t got = ::read(fd, chunk.data(), want);
     if (got < 0 && errno == EINTR) {
@@ -53,7 +58,8 @@ void gzip_tar::closer::operator()(struct archive *writer) const {
   archive_write_free(writer);
 }
 
-gzip_tar::gzip_tar() : spool_(std::tmpfile()), writer_(archive_write_new()) {
+gzip_tar::gzip_tar(std::stop_token stop)
+    : stop_(std::move(stop)), spool_(std::tmpfile()), writer_(archive_write_new()) {
   if (spool_ == nullptr) {
     throw_errno("cannot create a temporary file");
   }
@@ -84,32 +90,18 @@ void gzip_tar::add(int fd, const std::string &name) {
   archive_entry_set_size(entry.get(), info.st_size);
   archive_entry_set_mtime(entry.get(), info.st_mtime, 0);
   require(archive_write_header(writer_.get(), entry.get()), writer_.get());
-  write_content(writer_.get(), fd, info.st_size, name);
+  write_content(writer_.get(), fd, info.st_size, name, stop_);
 }
 
-void gzip_tar::finish() {
+gzip_tar::finished gzip_tar::finish() {
   require(archive_write_close(writer_.get()), writer_.get());
   writer_.reset();
-}
-
-size_t gzip_tar::size() const {
+  zot::descriptor file(::fcntl(::fileno(spool_.get()), F_DUPFD_CLOEXEC, 0));
   struct stat info {};
-  if (::fstat(::fileno(spool_.get()), &info) != 0) {
+  if (!file.is_open() || ::fstat(file.get(), &info) != 0) {
     throw_errno("cannot read the archive");
   }
-  // Where size_t has four bytes, the size of a longer archive would be truncated.
-  if (!std::in_range<size_t>(info.st_size)) {
-    throw std::runtime_error("the archive is too large to be sent");
-  }
-  return static_cast<size_t>(info.st_size);
-}
-
-size_t gzip_tar::read(size_t offset, char *buffer, size_t room) const {
-  const ssize_t got = ::pread(::fileno(spool_.get()), buffer, room, static_cast<off_t>(offset));
-  if (got < 0) {
-    throw_errno("cannot read the archive");
-  }
-  return static_cast<size_t>(got);
+  return {.file = std::move(file), .size = static_cast<uint64_t>(info.st_size)};
 }
 
 }  // namespace zotconf

@@ -3,8 +3,8 @@
 // the first byte is sent, and ten thousand members take no memory.
 #pragma once
 
-#include <sys/types.h>
-
+#include <cstdint>
+#include <stop_token>
 #include <string>
 
 #include "utilities/owner.hpp"
@@ -15,22 +15,25 @@ namespace zotconf {
 
 class gzip_tar {
  public:
-  gzip_tar();
+  // Adding files ends with an exception once a stop is asked for.
+  explicit gzip_tar(std::stop_token stop = {});
 
   // Adds the regular file behind `fd` under `name`.
   void add(int fd, const std::string &name);
-  // Writes the end of the archive. Nothing can be added afterwards.
-  void finish();
 
-  [[nodiscard]] size_t size() const;
-  // Reads up to `room` bytes at `offset`.
-  size_t read(size_t offset, char *buffer, size_t room) const;
+  struct finished {
+    zot::descriptor file;
+    uint64_t size;
+  };
+  // Writes the end of the archive and hands it out; nothing can be added after it.
+  finished finish();
 
  private:
   struct closer {
     void operator()(struct archive *writer) const;
   };
 
+  std::stop_token stop_;
   zot::file_stream spool_;
   std::unique_ptr<struct archive, closer> writer_;
 };

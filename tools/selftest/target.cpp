@@ -133,17 +133,9 @@ void expect_content(const std::string &name, const fs::path &file, const std::st
 void make_archive(const fs::path &archive, const fs::path &file, const std::string &name) {
   gzip_tar packed;
   packed.add(open_to_read(file).get(), name);
-  packed.finish();
-  std::string bytes(packed.size(), '\0');
-  size_t length = 0;
-  while (length < bytes.size()) {
-    const size_t got = packed.read(length, bytes.data() + length, bytes.size() - length);
-    if (got == 0) {
-      throw std::runtime_error("cannot read " + archive.string());
-    }
-    length += got;
-  }
-  replace_file(archive, bytes, durability::buffered);
+  const gzip_tar::finished whole = packed.finish();
+  ::lseek(whole.file.get(), 0, SEEK_SET);
+  replace_file(archive, read_file_at(whole.file.get(), archive.string()), durability::buffered);
 }
 
 void try_commands(const fs::path &folder) {

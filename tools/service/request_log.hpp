@@ -13,16 +13,11 @@
 #include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
 
-namespace httplib {
-struct Request;
-struct Response;
-}  // namespace httplib
-
 namespace zotconf {
 
 // One request and what became of it.
 struct request_record {
-  std::string time;    // when it was answered, UTC
+  std::string time;    // when it was answered, UTC; the log sets it
   std::string client;  // address
   std::string method;
   std::string path;
@@ -34,19 +29,15 @@ struct request_record {
 
 void describe(json_node into, const request_record &request);
 
-// One request is answered by one thread, several at once.
+// May be used by several threads at once.
 class request_log {
  public:
   static constexpr size_t kept = 50;
 
   request_log(std::ostream &out, bool json) : out_(out), json_(json) {}
 
-  // The calling thread has a request before it.
-  static void begin();
-  // What became of the calling thread's request, for people.
-  static void note(std::string result);
-  // The calling thread's request is answered. Writes its line and keeps it.
-  void finish(const httplib::Request &request, const httplib::Response &response);
+  // A request is answered. Makes its texts fit for a log, writes its line and keeps it.
+  void add(request_record record);
 
   struct view {
     uint64_t total = 0;                  // since the start

@@ -1,280 +1,187 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/service/serve.hpp"
 
-#include <cjson/cJSON.h>
-#include <httplib.h>
-#include <pthread.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <atomic>
 #include <csignal>
+#include <fstream>
+#include <optional>
 #include <ostream>
-#include <set>
-#include <thread>
+#include <stdexcept>
+#include <string_view>
 
-#include "tools/files/archive.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
 #include "tools/publication/publication_store.hpp"
+#include "tools/service/background.hpp"
+#include "tools/service/http_server.hpp"
+#include "tools/service/listener.hpp"
+#include "tools/service/pid_file.hpp"
+#include "tools/service/publication_service.hpp"
 #include "tools/service/request_log.hpp"
 #include "tools/service/status_page.hpp"
 
 namespace zotconf {
 namespace {
 
-constexpr size_t longest_request = size_t{64} << 20;
-constexpr time_t transfer_stall_seconds = 5;
-constexpr const char *latest_url =
-    R"(/file/knowledge/(AP|CP|DP)/([0-9A-Za-z:._-]{1,17})/latest/([0-9A-Za-z:._-]{1,17})\.(k|checksum))";
+constexpr const char *how_to_publish = "zotconf publish SRC --out PUB --index ID --cluster ID";
 
-std::string error_json(const std::string &error, const std::string &file) {
-  json_document document;
-  document.root().set("error", error);
-  if (!file.empty()) {
-    document.root().set("file", file);
-  }
-  return document.line();
-}
+// A publication folder and its status page.
+class served_folder : public http_service {
+ public:
+  served_folder(const publication_store &store, status_page &page, request_log &log,
+                std::ostream &err)
+      : published_(store), page_(page), log_(log), err_(err) {}
 
-void refuse(httplib::Response &response, int status, const std::string &error,
-            const std::string &file = "") {
-  request_log::note(file.empty() ? error : error + ": " + file);
-  response.status = status;
-  response.set_content(error_json(error, file), "application/json");
-}
-
-void answer_latest(const publication_store &store, const httplib::Request &request,
-                   httplib::Response &response) {
-  const element who{.subsys = request.matches[1], .index = request.matches[2]};
-  if (request.matches[3] != who.index || !check_index(who.index).empty()) {
-    return refuse(response, 404, "not found");
-  }
-  const bool is_k = request.matches[4] == "k";
-  const auto bytes = is_k ? store.read_k(who) : store.read_checksum(who);
-  if (!bytes) {
-    refuse(response, 404, "not published", request.path);
-    return request_log::note("not published");
-  }
-  request_log::note(is_k ? "sent K" : "sent the checksum");
-  response.set_content(*bytes, is_k ? "application/json" : "text/plain");
-}
-
-void send_archive(std::shared_ptr<gzip_tar> packed, httplib::Response &response) {
-  packed->finish();
-  const size_t size = packed->size();
-  response.set_content_provider(
-      size, "application/gzip",
-      [packed = std::move(packed)](size_t offset, size_t length, httplib::DataSink &sink) {
-        std::array<char, 65536> chunk{};
-        const size_t got = packed->read(offset, chunk.data(), std::min(length, chunk.size()));
-        return got > 0 && sink.write(chunk.data(), got);
-      });
-}
-
-void answer_archive(const publication_store &store, const std::string &body,
-                    httplib::Response &response) {
-  const auto names = parse_file_request(body);
-  if (!names) {
-    return refuse(response, 400, R"(the body must be {"files": ["/config/...", ...]})");
-  }
-  const auto packed = std::make_shared<gzip_tar>();
-  std::set<std::vector<std::string>> seen;
-  for (const std::string &name : *names) {
-    const auto parts = split_member_name(name);
-    if (!parts) {
-      return refuse(response, 400, "not a name of the form /config/category/key/version", name);
+  [[nodiscard]] http_work work_of(const http_request &request) const override {
+    if (status_page::is_asked(request)) {
+      return http_work::slow;
     }
-    if (!seen.insert(*parts).second) {
-      continue;
-    }
-    const zot::descriptor file = store.open_member(*parts);
-    if (!file.is_open()) {
-      return refuse(response, 404, "no such file", name);
-    }
-    packed->add(file.get(),
-                (*parts)[0] + "/" + (*parts)[1] + "/" + (*parts)[2] + "/" + (*parts)[3]);
+    return publication_service::is_for_archive(request) ? http_work::heavy : http_work::quick;
   }
-  request_log::note("sent " + std::to_string(seen.size()) +
-                    (seen.size() == 1 ? " file" : " files"));
-  send_archive(packed, response);
-}
-
-bool read_body(const httplib::ContentReader &reader, std::string &body) {
-  return reader([&body](const char *data, size_t size) {
-    body.append(data, size);
-    return true;
-  });
-}
-
-void add_routes(httplib::Server &server, const publication_store &store, std::ostream &err) {
-  server.Get(latest_url, [&store](const httplib::Request &request, httplib::Response &response) {
-    answer_latest(store, request, response);
-  });
-  // Read through a reader: the library's own limit for form bodies is far below a long file list.
-  server.Post("/tgz", [&store](const httplib::Request &, httplib::Response &response,
-                               const httplib::ContentReader &reader) {
-    std::string body;
-    if (read_body(reader, body)) {
-      answer_archive(store, body, response);
+  [[nodiscard]] http_answer answer(const http_request &request,
+                                   const std::stop_token &stop) override {
+    auto page = page_.answer(request);
+    return page ? std::move(*page) : published_.answer(request, stop);
+  }
+  void failed(const std::exception &error) override {
+    err_ << "zotconf: " + printable(error.what()) + "\n" << std::flush;
+  }
+  void finished(const http_exchange &exchange) override {
+    if (status_page::is_asked(exchange.request)) {
+      return;
     }
-  });
-  server.set_error_handler([](const httplib::Request &, httplib::Response &response) {
-    if (response.body.empty()) {
-      refuse(response, response.status, response.status == 404 ? "not found" : "request refused");
+    log_.add({.time = "",
+              .client = exchange.request.client,
+              .method = exchange.request.method,
+              .path = exchange.request.path,
+              .status = exchange.status,
+              .bytes = exchange.bytes,
+              .duration_us = static_cast<uint64_t>(exchange.duration.count()),
+              .result = exchange.result});
+  }
+
+ private:
+  publication_service published_;
+  status_page &page_;
+  request_log &log_;
+  std::ostream &err_;
+};
+
+// The streams of the requests' lines.
+class log_stream {
+ public:
+  log_stream(const fs::path &path, std::ostream &standard) : standard_(standard) {
+    if (path.empty()) {
+      return;
     }
-  });
-  server.set_exception_handler(
-      [&err](const httplib::Request &, httplib::Response &response, std::exception_ptr failure) {
-        try {
-          std::rethrow_exception(std::move(failure));
-        } catch (const std::exception &error) {
-          err << "zotconf: " + printable(error.what()) + "\n" << std::flush;
-        }
-        refuse(response, 500, "internal error");
-      });
-}
+    file_.open(path, std::ios::app);
+    if (!file_) {
+      throw_errno("cannot open " + path.string());
+    }
+  }
+  [[nodiscard]] std::ostream &stream() { return file_.is_open() ? file_ : standard_; }
 
-void set_limits(httplib::Server &server) {
-  server.set_payload_max_length(longest_request);
-  // A connection carries one request, so an idle client holds no thread and delays no stop.
-  server.set_keep_alive_max_count(1);
-  server.set_keep_alive_timeout(transfer_stall_seconds);
-  server.set_read_timeout(transfer_stall_seconds);
-  server.set_write_timeout(transfer_stall_seconds);
-  // Address reuse lets a restarted service bind at once; port sharing, which the default allows,
-  // would let two services answer on one port in turns.
-  server.set_socket_options([](socket_t socket) {
-    const int on = 1;
-    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  });
-}
+ private:
+  std::ostream &standard_;
+  std::ofstream file_;
+};
 
-sigset_t stop_signals() {
+// Handed to all threads that are started later, so that one alone receives them. A reader of the
+// log that goes away ends nothing.
+sigset_t block_stop_signals() {
+  ::signal(SIGPIPE, SIG_IGN);
   sigset_t signals;
   ::sigemptyset(&signals);
   ::sigaddset(&signals, SIGINT);
   ::sigaddset(&signals, SIGTERM);
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   return signals;
 }
 
-// Waits for a stop signal in a thread of its own and ends the server's loop.
-class stopper {
- public:
-  explicit stopper(httplib::Server &server) : server_(server), thread_([this] { wait(); }) {}
-  stopper(const stopper &) = delete;
-  stopper &operator=(const stopper &) = delete;
-  ~stopper() {
-    finished_ = true;
-    ::pthread_kill(thread_.native_handle(), SIGTERM);
-    thread_.join();
-  }
-
-  [[nodiscard]] bool was_asked() const { return asked_; }
-
- private:
-  void wait() {
-    const sigset_t signals = stop_signals();
-    int number = 0;
-    ::sigwait(&signals, &number);
-    asked_ = !finished_;
-    // A signal may come before the loop has begun, and only a running loop can be stopped.
-    while (!finished_ && !server_.is_running()) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    server_.stop();
-  }
-
-  httplib::Server &server_;
-  std::atomic<bool> finished_ = false;
-  std::atomic<bool> asked_ = false;
-  std::thread thread_;
-};
-
-int bind_port(httplib::Server &server, const serve_options &options) {
-  if (options.port == 0) {
-    return server.bind_to_any_port(options.bind);
-  }
-  return server.bind_to_port(options.bind, options.port) ? options.port : -1;
-}
-
-std::string host_text(const std::string &host) {
-  return host.find(':') != std::string::npos ? "[" + host + "]" : host;
-}
-
-void tell_address(const console &where, const std::string &host, int port) {
-  if (!where.is_json()) {
-    where.out() << "listening on " << host_text(host) << ':' << port << std::endl;
+void report_address(const console &where, const std::string &host, int port, bool is_background) {
+  if (where.is_json()) {
+    json_document line;
+    line.root().object("listening").set("host", host).set("port", port).set("pid", ::getpid());
+    where.out() << line.line() << std::flush;
     return;
   }
-  json_document line;
-  line.root().object("listening").set("host", host).set("port", port);
-  where.out() << line.line() << std::flush;
+  where.out() << "listening on " << host_and_port(host, port) << '\n';
+  if (is_background) {
+    where.out() << "to stop: kill " << ::getpid() << '\n';
+  }
+  where.out() << std::flush;
 }
 
-void keep_log(httplib::Server &server, request_log &log) {
-  server.set_pre_routing_handler([](const httplib::Request &, httplib::Response &) {
-    request_log::begin();
-    return httplib::Server::HandlerResponse::Unhandled;
+// What publish writes stands alone in its folder, or beside a K that it has published there before.
+enum class folder_kind { published, nothing_published, other };
+
+folder_kind kind_of(const fs::path &folder) {
+  static constexpr std::array<std::string_view, 4> own = {"config", "file", ".lock", ".spent"};
+  if (fs::is_directory(folder / "file" / "knowledge")) {
+    return folder_kind::published;
+  }
+  const bool is_own = std::ranges::all_of(fs::directory_iterator(folder), [](const auto &entry) {
+    return std::ranges::find(own, entry.path().filename().string()) != own.end();
   });
-  server.set_logger([&log](const httplib::Request &request, const httplib::Response &response) {
-    if (!status_page::is_asked(request.method, request.path)) {
-      log.finish(request, response);
-    }
-  });
+  return is_own ? folder_kind::nothing_published : folder_kind::other;
+}
+
+void check_folder(const fs::path &folder, std::ostream &err) {
+  if (!fs::is_directory(folder)) {
+    throw std::runtime_error(folder.string() + " is not a folder");
+  }
+  switch (kind_of(folder)) {
+    case folder_kind::other:
+      throw std::runtime_error(folder.string() +
+                               " is not a publication folder; one is made by: " + how_to_publish);
+    case folder_kind::nothing_published:
+      err << "zotconf: nothing is published in " << folder.string()
+          << " yet; publish by: " << how_to_publish << std::endl;
+      break;
+    case folder_kind::published:
+      break;
+  }
+}
+
+// Serves until a signal ends it. The one who started it goes on when it detaches.
+int serve(const serve_options &options, const console &where, const detach &at_work) {
+  const sigset_t signals = block_stop_signals();
+  std::optional<pid_file> pid;
+  if (!options.pid_file.empty()) {
+    pid.emplace(options.pid_file);
+  }
+  listener listening = listen_on(options.bind, options.port);
+  log_stream lines(options.log, where.out());
+  const publication_store store(options.publication);
+  request_log log(lines.stream(), where.is_json());
+  status_page page(options.publication, store, log);
+  page.set_address(options.bind, listening.port);
+  if (pid) {
+    pid->write();
+  }
+  report_address(where, options.bind, listening.port, options.background);
+  served_folder folder(store, page, log, where.err());
+  const http_server server(std::move(listening.socket), folder);
+  if (at_work) {
+    at_work(options.log);
+  }
+  int number = 0;
+  ::sigwait(&signals, &number);
+  return exit_success;
 }
 
 }  // namespace
 
-std::optional<std::vector<std::string>> parse_file_request(const std::string &body) {
-  std::vector<std::string> names;
-  if (body.empty()) {
-    return names;
-  }
-  const zot::json_tree root(cJSON_ParseWithLengthOpts(body.c_str(), body.size() + 1, nullptr, 1));
-  const cJSON *const files = cJSON_GetObjectItem(root.get(), "files");
-  if (!cJSON_IsArray(files)) {
-    return std::nullopt;
-  }
-  for (const cJSON *item = files->child; item != nullptr; item = item->next) {
-    if (!cJSON_IsString(item)) {
-      return std::nullopt;
-    }
-    names.emplace_back(item->valuestring);
-  }
-  return names;
-}
-
 int run_serve(const serve_options &options, const console &where) {
-  if (!fs::is_directory(options.publication)) {
-    where.err() << "zotconf: " << options.publication.string() << " is not a folder\n";
-    return exit_failure;
+  check_folder(options.publication, where.err());
+  if (!options.background) {
+    return serve(options, where, nullptr);
   }
-  // Blocked before any thread starts, so that only the stopper receives them.
-  const sigset_t signals = stop_signals();
-  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  const publication_store store(options.publication);
-  request_log log(where.out(), where.is_json());
-  status_page page(options.publication, store, log);
-  httplib::Server server;
-  set_limits(server);
-  add_routes(server, store, where.err());
-  page.add_to(server);
-  keep_log(server, log);
-  const int port = bind_port(server, options);
-  if (port < 0) {
-    where.err() << "zotconf: cannot listen on " << host_text(options.bind) << ':' << options.port
-                << '\n';
-    return exit_failure;
-  }
-  page.tell_address(options.bind, port);
-  tell_address(where, options.bind, port);
-  const stopper stop(server);
-  const bool stopped = server.listen_after_bind();
-  if (!stopped && !stop.was_asked()) {
-    where.err() << "zotconf: the service stopped unexpectedly\n";
-    return exit_failure;
-  }
-  return exit_success;
+  where.out() << std::flush;
+  return run_in_background([&](const detach &at_work) { return serve(options, where, at_work); });
 }
 
 }  // namespace zotconf

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/service/status_page.hpp"
 
-#include <httplib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -52,13 +51,16 @@ std::string page_policy() {
          source_hash(status_html, "script") + "; style-src " + source_hash(status_html, "style");
 }
 
-void send(httplib::Response &response, const std::string &body, const char *type,
-          const std::string &policy) {
-  response.set_header("Cache-Control", "no-store");
-  response.set_header("Content-Security-Policy", policy);
-  response.set_header("Referrer-Policy", "no-referrer");
-  response.set_header("X-Content-Type-Options", "nosniff");
-  response.set_content(body, type);
+http_answer page_answer(std::string body, const char *type, const std::string &policy) {
+  return {.status = 200,
+          .type = type,
+          .body = std::move(body),
+          .headers = {{"Cache-Control", "no-store"},
+                      {"Content-Security-Policy", policy},
+                      {"Referrer-Policy", "no-referrer"},
+                      {"X-Content-Type-Options", "nosniff"}},
+          .file = std::nullopt,
+          .result = ""};
 }
 
 // A K that the service would not hand out, whatever it holds.
@@ -187,11 +189,12 @@ void publication_view::describe(json_node into) {
   }
 }
 
-bool status_page::is_asked(std::string_view method, std::string_view path) {
-  return (method == "GET" || method == "HEAD") && (path == "/" || path == "/status.json");
+bool status_page::is_asked(const http_request &request) {
+  return (request.method == "GET" || request.method == "HEAD") &&
+         (request.path == "/" || request.path == "/status.json");
 }
 
-void status_page::tell_address(const std::string &host, int port) {
+void status_page::set_address(const std::string &host, int port) {
   host_ = host;
   port_ = port;
 }
@@ -216,13 +219,16 @@ std::string status_page::status_json() {
   return document.line();
 }
 
-void status_page::add_to(httplib::Server &server) {
-  server.Get("/", [policy = page_policy()](const httplib::Request &, httplib::Response &response) {
-    send(response, std::string(status_html), "text/html; charset=utf-8", policy);
-  });
-  server.Get("/status\\.json", [this](const httplib::Request &, httplib::Response &response) {
-    send(response, status_json(), "application/json", "default-src 'none'; frame-ancestors 'none'");
-  });
+std::optional<http_answer> status_page::answer(const http_request &request) {
+  if (!is_asked(request)) {
+    return std::nullopt;
+  }
+  if (request.path == "/") {
+    static const std::string policy = page_policy();
+    return page_answer(std::string(status_html), "text/html; charset=utf-8", policy);
+  }
+  return page_answer(status_json(), "application/json",
+                     "default-src 'none'; frame-ancestors 'none'");
 }
 
 }  // namespace zotconf

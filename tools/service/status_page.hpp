@@ -17,11 +17,8 @@
 #include "tools/model/names.hpp"
 #include "tools/output/json.hpp"
 #include "tools/publication/publication_store.hpp"
+#include "tools/service/http_types.hpp"
 #include "tools/service/request_log.hpp"
-
-namespace httplib {
-class Server;
-}
 
 namespace zotconf {
 
@@ -84,12 +81,14 @@ class status_page {
   status_page(const fs::path &folder, const publication_store &store, const request_log &log)
       : folder_(folder), view_(folder, store), log_(log) {}
 
-  // Adds the two addresses; the page tells that the service listens on this host and port.
-  void add_to(httplib::Server &server);
-  void tell_address(const std::string &host, int port);
+  // Nothing when the request is none of the page's own. May be called by several threads at once,
+  // and may take as long as reading all that is published.
+  [[nodiscard]] std::optional<http_answer> answer(const http_request &request);
+  // True for a request of the page itself, which is no work of the service and is not logged.
+  [[nodiscard]] static bool is_asked(const http_request &request);
 
-  // True for a request of the page itself, which is no work of the service.
-  static bool is_asked(std::string_view method, std::string_view path);
+  // Where the service listens. Called before the first request comes.
+  void set_address(const std::string &host, int port);
 
  private:
   [[nodiscard]] std::string status_json();

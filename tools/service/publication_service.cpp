@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/service/publication_service.hpp"
+
+#include <cjson/cJSON.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <set>
+#include <sstream>
+#include <string_view>
+#include <utility>
+
+#include "tools/files/archive.hpp"
+#include "tools/files/file_io.hpp"
+
+namespace zotconf {
+namespace {
+
+// The two files of an element that are handed out.
+struct latest_kind {
+  const char *suffix;
+  const char *type;
+  const char *result;
+};
+
+constexpr std::array<latest_kind, 2> latest_kinds = {{
+    {".k", "application/json", "sent K"},
+    {".checksum", "text/plain", "sent the checksum"},
+}};
+
+bool is_known_method(std::string_view method) {
+  static constexpr std::array<std::string_view, 7> known = {"GET",    "HEAD",    "POST", "PUT",
+                                                            "DELETE", "OPTIONS", "PATCH"};
+  return std::ranges::find(known, method) != known.end();
+}
+
+http_answer file_answer(http_file file, const char *type, std::string result) {
+  http_answer answer = text_answer("", type, std::move(result));
+  answer.file = std::move(file);
+  return answer;
+}
+
+std::string joined(const std::vector<std::string> &parts) {
+  std::string name;
+  for (const std::string &part : parts) {
+    name += (name.empty() ? "" : "/") + part;
+  }
+  return name;
+}
+
+std::vector<std::string> split(const std::string &path) {
+  std::vector<std::string> parts;
+  std::istringstream text(path);
+  for (std::string part; std::getline(text, part, '/');) {
+    parts.push_back(part);
+  }
+  return parts;
+}
+
+// /file/knowledge/SUBSYS/INDEX/latest/…; nothing for a path of another form.
+std::optional<element> element_of(const std::string &path) {
+  constexpr size_t subsys = 3;
+  constexpr size_t index = 4;
+  const std::vector<std::string> parts = split(path);
+  if (parts.size() <= index || !check_subsys(parts[subsys]).empty() ||
+      !check_index(parts[index]).empty()) {
+    return std::nullopt;
+  }
+  return element{.subsys = parts[subsys], .index = parts[index]};
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> parse_file_request(const std::string &body) {
+  std::vector<std::string> names;
+  if (body.empty()) {
+    return names;
+  }
+  const zot::json_tree root(cJSON_ParseWithLengthOpts(body.c_str(), body.size() + 1, nullptr, 1));
+  const cJSON *const files = cJSON_GetObjectItem(root.get(), "files");
+  if (!cJSON_IsArray(files)) {
+    return std::nullopt;
+  }
+  for (const cJSON *item = files->child; item != nullptr; item = item->next) {
+    if (!cJSON_IsString(item)) {
+      return std::nullopt;
+    }
+    names.emplace_back(item->valuestring);
+  }
+  return names;
+}
+
+// A file that cannot be opened for lack of resources is not missing.
+zot::descriptor publication_service::open(const std::vector<std::string> &parts) const {
+  errno = 0;
+  zot::descriptor file = store_.open_member(parts);
+  if (!file.is_open() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+    throw_errno("cannot open " + joined(parts));
+  }
+  return file;
+}
+
+http_answer publication_service::latest(const http_request &request) const {
+  const auto who = element_of(request.path);
+  if (!who) {
+    return refused(404, "not found");
+  }
+  for (const latest_kind &kind : latest_kinds) {
+    const auto parts = latest_parts(*who, kind.suffix);
+    if (request.path != "/" + joined(parts)) {
+      continue;
+    }
+    zot::descriptor file = open(parts);
+    struct stat info {};
+    if (!file.is_open() || ::fstat(file.get(), &info) != 0) {
+      http_answer missing = refused(404, "not published", request.path);
+      missing.result = "not published";
+      return missing;
+    }
+    return file_answer({.file = std::move(file), .size = static_cast<uint64_t>(info.st_size)},
+                       kind.type, kind.result);
+  }
+  return refused(404, "not found");
+}
+
+http_answer publication_service::archive(const std::string &body,
+                                         const std::stop_token &stop) const {
+  const auto names = parse_file_request(body);
+  if (!names) {
+    return refused(400, R"(the body must be {"files": ["/config/...", ...]})");
+  }
+  gzip_tar packed(stop);
+  std::set<std::vector<std::string>> seen;
+  for (const std::string &name : *names) {
+    const auto parts = split_member_name(name);
+    if (!parts) {
+      return refused(400, "not a name of the form /config/category/key/version", name);
+    }
+    if (!seen.insert(*parts).second) {
+      continue;
+    }
+    const zot::descriptor file = open(*parts);
+    if (!file.is_open()) {
+      return refused(404, "no such file", name);
+    }
+    packed.add(file.get(), joined(*parts));
+  }
+  gzip_tar::finished made = packed.finish();
+  return file_answer(
+      {.file = std::move(made.file), .size = made.size}, "application/gzip",
+      "sent " + std::to_string(seen.size()) + (seen.size() == 1 ? " file" : " files"));
+}
+
+bool publication_service::is_for_archive(const http_request &request) {
+  return request.method == "POST" && request.path == "/tgz";
+}
+
+http_answer publication_service::answer(const http_request &request,
+                                        const std::stop_token &stop) const {
+  if (is_for_archive(request)) {
+    return archive(request.body, stop);
+  }
+  if (!is_known_method(request.method)) {
+    return refused(400, "request refused");
+  }
+  if (request.method == "GET" || request.method == "HEAD") {
+    return latest(request);
+  }
+  return refused(404, "not found");
+}
+
+}  // namespace zotconf
