@@ -49,8 +49,8 @@ if(ZOTCONF_BUILD_TOOLS)
     set(unit_prefix "${CMAKE_INSTALL_PREFIX}")
   endif()
   install(CODE "
-    set(bindir \"${CMAKE_INSTALL_BINDIR}\")
-    cmake_path(ABSOLUTE_PATH bindir BASE_DIRECTORY \"${unit_prefix}\" NORMALIZE)
+    get_filename_component(prefix \"${unit_prefix}\" ABSOLUTE)
+    get_filename_component(bindir \"${CMAKE_INSTALL_BINDIR}\" ABSOLUTE BASE_DIR \"\${prefix}\")
     configure_file(\"${PROJECT_SOURCE_DIR}/packaging/zotconf-watch.service.in\"
       \"${PROJECT_BINARY_DIR}/zotconf-watch.service\" @ONLY)
     file(INSTALL \"${PROJECT_BINARY_DIR}/zotconf-watch.service\"

@@ -71,7 +71,7 @@ std::string unknown_option(const CLI::App &command, const std::vector<std::strin
       continue;
     }
     const size_t equals = words[at].find('=');
-    const std::string name = words[at].substr(0, equals);
+    std::string name = words[at].substr(0, equals);
     const CLI::Option *const option = command.get_option_no_throw(name);
     if (option == nullptr) {
       return name;
