@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
 # Installs the Debian packages that a command needs and that are missing. Each file here that needs
-# more than the base names its own and hands them to `need`.
+# more than these names its own and hands them to `need`.
 
 # What the library and the program are built with, and need to run.
 readonly build_packages=(
