@@ -28,6 +28,8 @@ write_apt_settings() {
 run_in_root() {
   local work=$1 limit=$2 program=$3
   write_apt_settings "$work"
+  # A compiler launcher that CMake uses here need not be there.
+  unset "${!CMAKE_@}"
   # The `null` format throws the root away. Whoever may not mount gets a root without /proc, which
   # nothing here needs.
   if ! TMPDIR=$(realpath "$work/tmp") STAGE=$(realpath "$work/stage") PROGRAM=$program \
