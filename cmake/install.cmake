@@ -1,6 +1,7 @@
 # What `cmake --install` puts down: the headers, both forms of the library, a CMake package, a
 # pkg-config file, and what belongs to the program: manual pages, bash completion and a systemd unit.
-# The tree may be moved after it was installed. The components are those of the Debian packages.
+# The tree may be moved after it was installed, but for the unit. The components are those of the
+# Debian packages.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zotconf)
@@ -41,6 +42,18 @@ if(ZOTCONF_BUILD_TOOLS)
   install(FILES ${PROJECT_BINARY_DIR}/manual/zotconf.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zotconf
     COMPONENT tools OPTIONAL)
-  install(FILES ${PROJECT_SOURCE_DIR}/packaging/zotconf-watch.service
-    DESTINATION lib/systemd/system COMPONENT tools OPTIONAL)
+  # A unit names the whole path of its program, and only the installation knows the prefix. What is
+  # packed goes to the prefix of the build, whatever folder it is collected in.
+  set(unit_prefix "\${CMAKE_INSTALL_PREFIX}")
+  if(ZOTCONF_PACKAGE)
+    set(unit_prefix "${CMAKE_INSTALL_PREFIX}")
+  endif()
+  install(CODE "
+    get_filename_component(prefix \"${unit_prefix}\" ABSOLUTE)
+    get_filename_component(bindir \"${CMAKE_INSTALL_BINDIR}\" ABSOLUTE BASE_DIR \"\${prefix}\")
+    configure_file(\"${PROJECT_SOURCE_DIR}/packaging/zotconf-watch.service.in\"
+      \"${PROJECT_BINARY_DIR}/zotconf-watch.service\" @ONLY)
+    file(INSTALL \"${PROJECT_BINARY_DIR}/zotconf-watch.service\"
+      DESTINATION \"\${CMAKE_INSTALL_PREFIX}/lib/systemd/system\")"
+    COMPONENT tools)
 endif()

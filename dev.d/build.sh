@@ -2,8 +2,38 @@
 # shellcheck shell=bash disable=SC2034,SC2154
 # Builds, and the demo.
 
+# configure PRESET [OPTION OF CMAKE]...
 configure() {
-  cmake --preset "$1" --log-level=WARNING >/dev/null
+  cmake --preset "$@" --log-level=WARNING >/dev/null
+}
+
+readonly seconds_between_steps=10
+
+# Passes on what ninja prints, but of its steps one line every so many seconds.
+sparse_steps() {
+  local line step next=$SECONDS
+  while IFS= read -r line; do
+    if [[ $line =~ ^\[([0-9]+)/([0-9]+)\]\  ]]; then
+      step="   ${BASH_REMATCH[1]} of ${BASH_REMATCH[2]} steps"
+      ((SECONDS >= next || BASH_REMATCH[1] == BASH_REMATCH[2])) || continue
+      next=$((SECONDS + seconds_between_steps))
+      line=$step
+    fi
+    printf '%s\n' "$line"
+  done
+}
+
+# build_steps PRESET [TARGET]...: a terminal shows each step in one line, a file gets few lines.
+build_steps() {
+  local preset=$1
+  shift
+  local command=(cmake --build --preset "$preset" -j "$jobs")
+  (($# == 0)) || command+=(--target "$@")
+  if [[ -t 1 ]]; then
+    "${command[@]}"
+  else
+    "${command[@]}" | sparse_steps
+  fi
 }
 
 build() {
@@ -15,13 +45,19 @@ build() {
   [[ $preset != arm ]] || arm_setup
   say "build: $preset"
   configure "$preset"
-  local quiet=()
-  [[ -t 1 ]] || quiet=(-- --quiet)
-  cmake --build --preset "$preset" -j "$jobs" "${quiet[@]}"
+  build_steps "$preset"
 }
 
+# What the demo runs and an installation takes: the library, the program and its manual pages.
+readonly demo_targets=(zotconf zotconf_static zotconf_cli zotconf_manual_pages)
+
 demo() {
-  setup
-  build release
+  need "${build_packages[@]}"
+  local without=()
+  # Without the packages of the tests there are no tests to configure.
+  are_installed "${check_packages[@]}" || without=(-DZOTCONF_BUILD_TESTS=OFF)
+  say "build: release, the library and the program"
+  configure release "${without[@]}"
+  build_steps release "${demo_targets[@]}"
   examples/demo.sh "$PWD/build/release/tools/zotconf"
 }

@@ -35,9 +35,7 @@ package_setup() {
 }
 
 package_make() {
-  local quiet=()
-  [[ -t 1 ]] || quiet=(-- --quiet)
-  cmake --build --preset package -j "$jobs" "${quiet[@]}"
+  build_steps package
   rm -rf "$package_build/debs"
   SOURCE_DATE_EPOCH=$(dpkg-parsechangelog -l packaging/changelog -S Timestamp) \
     cpack --config "$package_build/CPackConfig.cmake" >"$package_build/cpack.log" 2>&1 || {
@@ -60,6 +58,7 @@ package() {
   package_check abi packaging/test/abi.sh "$(package_built_library)" "$(abi_baseline)" || failed=1
   package_check lintian packaging/test/lintian.sh "${debs[@]}" || failed=1
   package_check install packaging/test/install.sh "$package_build/root" "${debs[@]}" || failed=1
+  package_check readme packaging/test/readme.sh "$package_build/readme-root" || failed=1
   ((failed == 0)) || fail "the packages are not fit to be given away"
 }
 

@@ -1,15 +1,39 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
 # Installs the Debian packages that a command needs and that are missing. Each file here that needs
-# more than the base names its own and hands them to `need`.
+# more than these names its own and hands them to `need`.
 
-readonly base_packages=(
-  binutils busybox-static clang-format clang-tidy cmake g++ gcovr gzip libarchive-dev libcjson-dev
-  libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev libmicrohttpd-dev libssl-dev
-  mandoc ninja-build pkg-config shellcheck tar)
+# What the library and the program are built with, and need to run.
+readonly build_packages=(
+  binutils g++
+  cmake ninja-build pkg-config
+  gzip tar
+  libarchive-dev
+  libcjson-dev
+  libcli11-dev
+  libcurl4-openssl-dev
+  libmicrohttpd-dev
+  libssl-dev)
+
+# What tests and lint need in addition.
+readonly check_packages=(
+  busybox-static
+  clang-format clang-tidy
+  gcovr
+  libcpp-httplib-dev
+  libgtest-dev
+  mandoc
+  shellcheck)
 
 is_installed() {
   [[ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]
+}
+
+are_installed() {
+  local package
+  for package in "$@"; do
+    is_installed "$package" || return 1
+  done
 }
 
 need() {
@@ -33,5 +57,5 @@ need() {
 }
 
 setup() {
-  need "${base_packages[@]}"
+  need "${build_packages[@]}" "${check_packages[@]}"
 }

@@ -83,6 +83,8 @@ for file in /usr/share/bash-completion/completions/zotconf \
   /usr/lib/systemd/system/zotconf-watch.service /usr/share/doc/zotconf-tools/copyright; do
   [[ -s $file ]] || fail "$file is missing"
 done
+grep -q '^ExecStart=/usr/bin/zotconf watch ' /usr/lib/systemd/system/zotconf-watch.service ||
+  fail "the unit does not start the program of the package"
 # The shell accepts the completion script, and the script completes this command.
 bash -c 'source /usr/share/bash-completion/completions/zotconf && complete -p zotconf' >/dev/null
 publish

@@ -20,6 +20,7 @@ readonly document=$1
 readonly shown_only=(text cmake ini)
 readonly reasons=(
   "builds the tree"
+  "runs every test"
   "installs packages"
   "installs into the system"
   "needs systemd"

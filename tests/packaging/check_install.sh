@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_install.sh BUILD_DIR CONSUMER_DIR CMAKE C_COMPILER
 # Installs the build into an empty prefix and moves the prefix. Then builds and runs a C program with it
-# in each way that a user has: pkg-config or CMake, shared or static library.
+# in each way that a user has: pkg-config or CMake, shared or static library. The systemd unit starts the
+# program where it was installed.
 set -euo pipefail
 # Ninja may be the only build program on the machine.
 export CMAKE_GENERATOR=Ninja
@@ -11,7 +12,32 @@ build=$1 consumer=$2 cmake=$3 compiler=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-"$cmake" --install "$build" --prefix "$work/first" >/dev/null
+# unit_starts PROGRAM FILE
+unit_starts() {
+  if ! grep -q "^ExecStart=$1 watch --index " "$2"; then
+    echo "$2 does not start $1: $(grep '^ExecStart=' "$2")" >&2
+    exit 1
+  fi
+}
+
+readonly unit=lib/systemd/system/zotconf-watch.service
+# As a package is collected: the prefix is not yet where the files are.
+DESTDIR=$work/collected "$cmake" --install "$build" --prefix /usr/local >/dev/null
+if [[ -e $work/collected/usr/local/bin/zotconf ]]; then
+  unit_starts /usr/local/bin/zotconf "$work/collected/usr/local/$unit"
+fi
+# Where a person looks for what was installed there, without a search path of his own.
+if [[ ! -s $work/collected/usr/local/lib/pkgconfig/zotconf.pc ]] ||
+  [[ :$(pkg-config --variable=pc_path pkg-config): != *:/usr/local/lib/pkgconfig:* ]]; then
+  echo "pkg-config does not look for zotconf.pc where it is installed below /usr/local" >&2
+  exit 1
+fi
+
+(cd "$work" && "$cmake" --install "$build" --prefix first >/dev/null)
+if [[ -e $work/first/bin/zotconf ]]; then
+  unit_starts "$work/first/bin/zotconf" "$work/first/$unit"
+  LD_LIBRARY_PATH=$work/first/lib "$work/first/bin/zotconf" --version >/dev/null
+fi
 mv "$work/first" "$work/prefix"
 pc_file=$(find "$work/prefix" -name zotconf.pc)
 package=$(find "$work/prefix" -name zotconfConfig.cmake)

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "tools/cache/k_text.hpp"
+#include "tools/output/unsaid.hpp"
 #include "utilities/shell_word.hpp"
 
 namespace zotconf {
@@ -108,7 +109,7 @@ void foresee_dev_mode(const cache_paths &paths, const slot_state &current, next_
 std::string nothing_in_force(const slot_state &current) {
   std::string text = "the published configuration is taken as wholly new: nothing is in force";
   if (!current.wrong) {
-    return text;
+    return text.append(", ").append(no_configuration_yet);
   }
   return text + ", because " + current.culprit() + " is damaged";
 }

@@ -11,6 +11,8 @@
 #include "tools/cache/cache.hpp"
 #include "tools/cache/k_text.hpp"
 #include "tools/cache/workshop.hpp"
+#include "tools/output/environment.hpp"
+#include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
@@ -47,9 +49,10 @@ stored_k forget_refused(const cache_paths &paths) {
   }
   const zot::descriptor lock = lock_cache(paths.conf_root, std::chrono::milliseconds(0));
   if (is_there(undo_folder(paths))) {
-    throw std::runtime_error(
-        "a commit was interrupted, and the next start may bring back what is refused: run zotconf "
-        "verify --repair first");
+    throw advised_error(
+        "a commit was interrupted, and the next start may bring back what is refused: repair the "
+        "cache first",
+        "zotconf verify --repair --index ID");
   }
   stored_k refused = read_slot(paths, k_slot::refused);
   if (refused.is_present) {
@@ -61,6 +64,7 @@ stored_k forget_refused(const cache_paths &paths) {
 }  // namespace
 
 int run_forget(const forget_options & /*options*/, const console &where) {
+  warn_of_environment(where, use_of_service::none);
   const cache_paths paths = find_cache();
   require_readable(paths);
   const stored_k refused = forget_refused(paths);

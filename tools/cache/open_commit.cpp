@@ -9,7 +9,7 @@
 #include <ostream>
 
 #include "tools/cache/k_text.hpp"
-#include "tools/output/plain_text.hpp"
+#include "tools/output/error_text.hpp"
 
 namespace zotconf {
 namespace {
@@ -154,10 +154,11 @@ void warn_of_open_commit(std::initializer_list<std::string> sources, const conso
   if (commit.undo.empty()) {
     return;
   }
-  where.err() << "zotconf: warning: "
-              << (commit.is_interrupted() ? "an interrupted commit waits in "
-                                          : "a commit is in progress in ")
-              << printable(commit.undo.string()) << ": this is the cache as it was before\n";
+  tell_warning(where.err(),
+               (commit.is_interrupted() ? "an interrupted commit waits in "
+                                        : "a commit is in progress in ") +
+                   commit.undo.string() + ": this is the cache as it was before",
+               "zotconf status");
 }
 
 }  // namespace zotconf

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "tools/cache/cache.hpp"
+#include "tools/output/error_text.hpp"
 #include "tools/publication/published.hpp"
 
 namespace zotconf {
@@ -20,7 +21,10 @@ stored_k read_source(const std::string &name, const element &who) {
     return read_k_file(path, fs::exists(checksum) && checksum != path ? checksum : fs::path(), "");
   }
   if (!fs::is_directory(path)) {
-    throw std::runtime_error(name + " is no slot, no publication folder and no K file");
+    throw advised_error(name +
+                            " is not a slot (current, last, refused, scratch), a publication "
+                            "folder or a K file",
+                        "zotconf show --help");
   }
   if (!who.index.empty()) {
     return read_published(path, {.subsys = who.subsys, .index = upper_case(who.index)});
@@ -37,10 +41,12 @@ stored_k read_source(const std::string &name, const element &who) {
 stored_k read_good_source(const std::string &name, const element &who) {
   stored_k k = read_source(name, who);
   if (!k.is_present) {
-    throw std::runtime_error(name + ": there is no K at " + k.k.string());
+    throw advised_error(name + ": there is no K at " + k.k.string(),
+                        slot_of(name) ? "zotconf status" : "zotconf publish --help");
   }
   if (k.wrong) {
-    throw std::runtime_error(k.bad_file().string() + ": " + described(*k.wrong));
+    throw advised_error(k.bad_file().string() + ": " + described(*k.wrong),
+                        slot_of(name) ? "zotconf verify" : command_after(k.wrong->code));
   }
   return k;
 }

@@ -6,6 +6,7 @@
 #include "tools/cache/foresight.hpp"
 #include "tools/cache/k_text.hpp"
 #include "tools/cache/room.hpp"
+#include "tools/output/environment.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/figures.hpp"
 #include "tools/output/json.hpp"
@@ -177,6 +178,7 @@ void write_text(const console &where, const cache_status &found) {
 }  // namespace
 
 int run_status(const status_options & /*options*/, const console &where) {
+  warn_of_environment(where, use_of_service::asked);
   const cache_status found = look(where);
   if (where.is_json()) {
     write_json(where, found);

@@ -9,11 +9,14 @@
 #include "tools/cache/examine.hpp"
 #include "tools/cache/k_text.hpp"
 #include "tools/cache/repair.hpp"
+#include "tools/output/environment.hpp"
+#include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/figures.hpp"
 #include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
 #include "tools/output/text_table.hpp"
+#include "tools/output/unsaid.hpp"
 
 namespace zotconf {
 namespace {
@@ -186,7 +189,7 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
                              " is not the library's to write");
   }
   if (told.found.commit.state == commit_state::in_progress) {
-    throw std::runtime_error("a commit is in progress: nothing was repaired");
+    throw advised_error("a commit is in progress: nothing was repaired", "zotconf status");
   }
   if (told.found.commit.is_interrupted()) {
     told.repair->outcomes.push_back(undo_commit(told.paths, options.who));
@@ -208,9 +211,53 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
   told.found = examine(told.paths, options.strict, where);
 }
 
+// The command that helps with what was found and is still there; empty when none does.
+std::string remedy_of(const verdict_of_verify &told) {
+  if (told.paths.dev_mode || told.found.commit.state == commit_state::in_progress) {
+    return "";
+  }
+  if (!told.repair) {
+    return "zotconf verify --repair --index ID";
+  }
+  const auto is_of_refused = [](const damage &bad) {
+    return bad.is_harmless || bad.slot == k_slot::refused;
+  };
+  if (told.found.commit.is_interrupted()) {
+    return "zotconf status";
+  }
+  return std::ranges::all_of(told.found.damaged, is_of_refused)
+             ? "zotconf forget"
+             : "zotconf cycle --index ID --commit";
+}
+
+// What goes to standard error below the result. Returns the exit status.
+int conclude(const verdict_of_verify &told, const console &where) {
+  if (told.repair && told.repair->service_error) {
+    const library_status &error = *told.repair->service_error;
+    const std::string unsaid = unsaid_of(error.text, told.paths.conf_root);
+    tell_error(where.err(), "repair: " + described(error) + (unsaid.empty() ? "" : ": ") + unsaid,
+               command_after(error.code));
+    return exit_failure;
+  }
+  if (is_empty(told.found)) {
+    tell_error(where.err(),
+               std::string(no_configuration_yet) + ": nothing lies in " +
+                   told.paths.conf_root.string() +
+                   "; ZOT_PREFIX_CONF_ROOT has to be that of the service process",
+               "zotconf status");
+    return exit_failure;
+  }
+  if (told.found.is_clean()) {
+    return exit_success;
+  }
+  tell_remedy(where.err(), remedy_of(told));
+  return exit_damaged;
+}
+
 }  // namespace
 
 int run_verify(const verify_options &options, const console &where) {
+  warn_of_environment(where, options.repair ? use_of_service::asked : use_of_service::none);
   verdict_of_verify told{.paths = find_cache(), .found = {}, .repair = {}};
   require_readable(told.paths);
   told.found = examine(told.paths, options.strict, where);
@@ -222,16 +269,7 @@ int run_verify(const verify_options &options, const console &where) {
   } else {
     write_text(where, told);
   }
-  if (told.repair && told.repair->service_error) {
-    where.err() << "zotconf: repair: " << printable(described(*told.repair->service_error)) << '\n';
-    return exit_failure;
-  }
-  if (is_empty(told.found)) {
-    where.err() << "zotconf: no configuration lies in " << printable(told.paths.conf_root.string())
-                << "; ZOT_PREFIX_CONF_ROOT has to be that of the service process\n";
-    return exit_failure;
-  }
-  return told.found.is_clean() ? exit_success : exit_damaged;
+  return conclude(told, where);
 }
 
 }  // namespace zotconf

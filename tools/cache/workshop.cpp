@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tools/output/error_text.hpp"
+
 namespace zotconf {
 namespace {
 
@@ -23,8 +25,8 @@ void refuse_changes(const cache_paths &paths, const findings &found) {
     return now.checksum != known.checksum || now.announced != known.announced;
   };
   if (is_there(undo_folder(paths)) || is_changed(k_slot::current) || is_changed(k_slot::refused)) {
-    throw std::runtime_error("another process changed " + paths.conf_root.string() +
-                             " meanwhile: verify it again");
+    throw advised_error("another process changed " + paths.conf_root.string() + " meanwhile",
+                        "zotconf verify");
   }
 }
 

@@ -5,7 +5,9 @@
 #include <ostream>
 
 #include "tools/cli/version.hpp"
+#include "tools/cli/wrong_usage.hpp"
 #include "tools/model/names.hpp"
+#include "tools/output/error_text.hpp"
 
 namespace zotconf {
 namespace {
@@ -36,11 +38,29 @@ std::string footer_of(const command_text &text) {
   return footer;
 }
 
+// `help` and `help COMMAND` are --help in other words.
+std::vector<std::string> words_of(int argc, char **argv) {
+  std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  if (words.empty() || words.front() != "help") {
+    return words;
+  }
+  words.erase(words.begin());
+  words.insert(words.empty() ? words.end() : words.begin() + 1, "--help");
+  return words;
+}
+
+int tell_wrong_usage(std::ostream &err, const wrong_usage &wrong) {
+  tell_error(err, wrong.what, wrong.command);
+  return exit_usage;
+}
+
 }  // namespace
 
 command_line::command_line() : app_(about_program, "zotconf") {
   app_.require_subcommand(1);
-  app_.footer("zotconf COMMAND --help tells the options, examples and exit statuses of a command.");
+  app_.footer(
+      "zotconf help COMMAND, or zotconf COMMAND --help, shows the options, examples and exit "
+      "statuses\nof a command.");
   app_.set_version_flag("--version", std::string("zotconf ") + version);
 }
 
@@ -56,10 +76,16 @@ CLI::App &command_line::add_command(const command_text &text, action chosen) {
 }
 
 int command_line::run(int argc, char **argv, std::ostream &out, std::ostream &err) {
+  const std::vector<std::string> words = words_of(argc, argv);
+  if (const auto wrong = unknown_command(app_, words)) {
+    return tell_wrong_usage(err, *wrong);
+  }
   try {
-    app_.parse(argc, argv);
+    app_.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+  } catch (const CLI::Success &help) {
+    return app_.exit(help, out, err);
   } catch (const CLI::ParseError &error) {
-    return app_.exit(error, out, err) == 0 ? exit_success : exit_usage;
+    return tell_wrong_usage(err, refused_words(app_, words, error));
   }
   console_style style = style_of_terminal();
   style.json = json_;

@@ -6,7 +6,7 @@
 #include <iostream>
 
 #include "tools/cli/cli.hpp"
-#include "tools/output/plain_text.hpp"
+#include "tools/output/error_text.hpp"
 
 namespace {
 
@@ -26,7 +26,7 @@ int run(int argc, char **argv) {
   const int status = line.run(argc, argv, std::cout, std::cerr);
   std::cout.flush();
   if (!std::cout) {
-    std::cerr << "zotconf: cannot write standard output\n";
+    zotconf::tell_error(std::cerr, "cannot write standard output");
     return zotconf::exit_failure;
   }
   return status;
@@ -38,8 +38,11 @@ int main(int argc, char **argv) {
   occupy_standard_streams();
   try {
     return run(argc, argv);
+  } catch (const zotconf::advised_error &error) {
+    zotconf::tell_error(std::cerr, error.what(), error.command());
+    return zotconf::exit_failure;
   } catch (const std::exception &error) {
-    std::cerr << "zotconf: " << zotconf::printable(error.what()) << '\n';
+    zotconf::tell_error(std::cerr, error.what());
     return zotconf::exit_failure;
   }
 }

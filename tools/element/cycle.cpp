@@ -2,14 +2,19 @@
 #include "tools/element/cycle.hpp"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <ostream>
 #include <string_view>
 
 #include "tools/element/apply.hpp"
 #include "tools/element/cycle_report.hpp"
 #include "tools/element/running_command.hpp"
+#include "tools/output/environment.hpp"
+#include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/plain_text.hpp"
+#include "tools/output/unsaid.hpp"
 #include "zot_conf.hpp"
 
 namespace zotconf {
@@ -79,6 +84,19 @@ const outcome &outcome_of(const entries &list, bool is_new, const cycle_options 
   return is_new ? new_configuration : no_update;
 }
 
+// The library looks for the K in force, names no file and logs an error when there is none.
+bool tells_a_missing_k(const log_line &line) {
+  return line.level == ZOT_LOG_ERROR && line.function == "zot_priv_verify_k_file" &&
+         line.text.find(std::strerror(ENOENT)) != std::string_view::npos;
+}
+
+void print_log(std::ostream &err, const log_line &line) {
+  err << printable(line.text.substr(0, line.text.find_last_not_of('\n') + 1)) << '\n';
+  if (tells_a_missing_k(line)) {
+    err << "zotconf: that is the K in force: " << no_configuration_yet << '\n';
+  }
+}
+
 // The library logs a debug message for each file that it has found good.
 bool tells_a_good_file(const log_line &line) {
   return line.function == "zot_priv_chk_vail_gpb" && line.text.ends_with(": Done\n");
@@ -98,7 +116,7 @@ int run_cycle(const cycle_options &chosen, const console &where, cycle_report &r
   verified.clear();
   const bool is_rolled_back = list.result() == ZOT_ERR_SAME_AS_CORRUPTED;
   if (list.result().is_error()) {
-    report.tell_failure("get", list.result());
+    report.tell_failure("get", list.result(), unsaid_of_get(*client, list.result()));
     if (!is_rolled_back) {
       return exit_failure;
     }
@@ -119,8 +137,8 @@ int run_cycle(const cycle_options &chosen, const console &where, cycle_report &r
   }
   const command_end end = ask_command(chosen, list, from, where, report);
   if (end.said == answer::none) {
-    where.err() << "zotconf: apply: " << end.text
-                << "; the configuration is neither committed nor rolled back\n";
+    tell_error(where.err(),
+               "apply: " + end.text + "; the configuration is neither committed nor rolled back");
     return exit_apply_failed;
   }
   return carry_out(*client, end.said == answer::accepted ? verdict::commit : verdict::roll_back,
@@ -170,7 +188,7 @@ std::optional<handle> create_handle(const cycle_options &from, std::ostream &err
   settings.log.level = from.log_level.value_or(ZOT_LOG_ERROR);
   settings.log.function = [&err, level = from.log_level, verified](const log_line &line) {
     if (level && line.level <= *level) {
-      err << printable(line.text.substr(0, line.text.find_last_not_of('\n') + 1)) << '\n';
+      print_log(err, line);
     }
     if (verified != nullptr && tells_a_good_file(line)) {
       verified->advance();
@@ -184,7 +202,24 @@ std::optional<handle> create_handle(const cycle_options &from, std::ostream &err
   return created;
 }
 
+bool has_configuration(handle &element) {
+  const zot_ctx &handle = *element.c_handle();
+  const fs::path knowledge = fs::path(handle.conf_root) / "knowledge";
+  return handle.dev_mode != 0 || is_there(knowledge / "subsys.k") ||
+         is_there(knowledge / "subsys.checksum");
+}
+
+std::string unsaid_of_get(handle &element, const status &result) {
+  std::string unsaid = unsaid_of(result.text(), element.c_handle()->tmp_root);
+  if (has_configuration(element)) {
+    return unsaid;
+  }
+  return unsaid.append(unsaid.empty() ? "" : "; ").append(no_configuration_yet);
+}
+
 int run_cycle(const cycle_options &options, const console &where) {
+  warn_of_environment(
+      where, options.want == ZOT_STAT_CACHED ? use_of_service::none : use_of_service::asked);
   cycle_report report(where);
   const int exit = run_cycle(options, where, report);
   report.finish();

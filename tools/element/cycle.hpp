@@ -46,6 +46,13 @@ std::optional<uint32_t> parse_want(const std::vector<std::string> &names, std::s
 std::optional<handle> create_handle(const cycle_options &from, std::ostream &err,
                                     std::string &reason, progress *verified = nullptr);
 
+// Whether the cache of the element has a configuration, good or damaged. In dev mode there is no
+// cache to look at, and it has.
+bool has_configuration(handle &element);
+
+// What the text of a get that failed leaves unsaid; empty when it says it all.
+std::string unsaid_of_get(handle &element, const status &result);
+
 // Returns an exit status. Throws std::exception when entries cannot be written.
 int run_cycle(const cycle_options &options, const console &where);
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "tools/output/error_text.hpp"
 #include "tools/output/plain_text.hpp"
 #include "tools/output/text_table.hpp"
 
@@ -68,6 +69,10 @@ void add_entries(json_node root, const entries &list) {
 
 }  // namespace
 
+void tell_no_handle_to(std::ostream &err, const std::string &reason) {
+  tell_error(err, "no handle: " + reason, "zotconf status");
+}
+
 void cycle_report::tell_entries(std::string_view key, std::string_view words, const entries &list) {
   if (!where_.is_json()) {
     print_entries(where_, words, list);
@@ -107,9 +112,12 @@ void cycle_report::tell_verdict(std::string_view key, std::string_view words) {
   }
 }
 
-void cycle_report::tell_failure(std::string_view what, const status &found) {
-  where_.err() << "zotconf: " << what << ": " << printable(found.text()) << " (" << found.code()
-               << ")\n";
+void cycle_report::tell_failure(std::string_view what, const status &found,
+                                const std::string &unsaid) {
+  tell_error(where_.err(),
+             std::string(what) + ": " + found.text() + " (" + std::to_string(found.code()) + ")" +
+                 (unsaid.empty() ? "" : ": ") + unsaid,
+             command_after(found.code()));
   document_.root()
       .object("error")
       .set("call", what)
@@ -119,7 +127,7 @@ void cycle_report::tell_failure(std::string_view what, const status &found) {
 }
 
 void cycle_report::tell_no_handle(const std::string &reason) {
-  where_.err() << "zotconf: no handle: " << printable(reason) << '\n';
+  tell_no_handle_to(where_.err(), reason);
   document_.root()
       .object("error")
       .set("call", "init")

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,6 +18,9 @@ namespace zotconf {
 inline constexpr std::array changes = {change::added,     change::modified, change::deleted,
                                        change::unchanged, change::full,     change::cached};
 
+// For whoever has no report to make: without a handle nothing happens.
+void tell_no_handle_to(std::ostream &err, const std::string &reason);
+
 class cycle_report {
  public:
   explicit cycle_report(const console &where) : where_(where) {}
@@ -28,8 +32,8 @@ class cycle_report {
   void tell_metadata(const std::optional<metadata> &from);
   void tell_apply(const std::string &end);
   void tell_verdict(std::string_view key, std::string_view words);
-  // Reports a failed call; `what` names it.
-  void tell_failure(std::string_view what, const status &found);
+  // Reports a failed call; `what` names it, and `unsaid` is what its text leaves to be said.
+  void tell_failure(std::string_view what, const status &found, const std::string &unsaid = "");
   // Reports that no handle was created; there is no status in this case.
   void tell_no_handle(const std::string &reason);
   // Prints the JSON document if JSON was requested. Must be the last call.

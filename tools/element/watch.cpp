@@ -11,14 +11,16 @@
 #include "tools/element/applied.hpp"
 #include "tools/element/apply.hpp"
 #include "tools/element/backoff.hpp"
+#include "tools/element/cycle_report.hpp"
 #include "tools/element/notify.hpp"
 #include "tools/element/running_command.hpp"
 #include "tools/element/wake_up.hpp"
 #include "tools/element/watch_report.hpp"
 #include "tools/output/duration.hpp"
+#include "tools/output/environment.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/figures.hpp"
-#include "tools/output/plain_text.hpp"
+#include "tools/output/unsaid.hpp"
 
 namespace zotconf {
 namespace {
@@ -46,9 +48,11 @@ class watcher {
         backoff_(options.backoff_min, options.backoff_max, std::random_device()()) {}
 
   void run() {
-    reporter_.tell({.what = watch_event::starting,
-                    .text = options_.element.subsys + " " + options_.element.index + ", every " +
-                            duration_text(options_.every)});
+    reporter_.tell(
+        {.what = watch_event::starting,
+         .text = options_.element.subsys + " " + options_.element.index + ", every " +
+                 duration_text(options_.every),
+         .unsaid = std::string(has_configuration(element_) ? "" : no_configuration_yet)});
     if (options_.apply_cached_at_start) {
       reporter_.tell(hand_over_in_force());
     }
@@ -94,8 +98,10 @@ class watcher {
                       {.what = watch_event::same_as_rolled_back, .status = result.code()});
     }
     if (result.is_error()) {
-      return fail(
-          {.what = watch_event::service_failing, .text = result.text(), .status = result.code()});
+      return fail({.what = watch_event::service_failing,
+                   .text = result.text(),
+                   .status = result.code(),
+                   .unsaid = unsaid_of(result.text(), element_.c_handle()->tmp_root)});
     }
     return element_.is_new() ? take(list)
                              : conclude(ZOT_SLOT_CURRENT, {.what = watch_event::no_update});
@@ -331,10 +337,11 @@ class watcher {
 }  // namespace
 
 int run_watch(const watch_options &options, const console &where) {
+  warn_of_environment(where, use_of_service::asked);
   std::string reason;
   auto element = create_handle(options.element, where.err(), reason);
   if (!element) {
-    where.err() << "zotconf: no handle: " << printable(reason) << '\n';
+    tell_no_handle_to(where.err(), reason);
     return exit_failure;
   }
   watcher(options, *element, where).run();

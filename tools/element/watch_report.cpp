@@ -50,6 +50,9 @@ void watch_reporter::tell(const watch_report &news) const {
   if (!news.text.empty()) {
     line += ": " + news.text;
   }
+  if (!news.unsaid.empty()) {
+    line += ": " + news.unsaid;
+  }
   if (news.retry) {
     line += " (retry in " + duration_text(*news.retry) + ")";
   }

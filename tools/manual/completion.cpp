@@ -102,7 +102,7 @@ std::string names_of(const command_line &line) {
   for (const command_text &text : line.texts()) {
     words.append(text.name).append(" ");
   }
-  return words + "--help --version";
+  return words + "help --help --version";
 }
 
 }  // namespace
@@ -128,6 +128,7 @@ std::string bash_completion(const command_line &line) {
   for (const value_rule &rule : operand_rules) {
     script += "    " + std::string(rule.option) + ") " + reply_of(rule.words) + " ;;\n";
   }
+  script += "    help) " + words_reply(names_of(line)) + " ;;\n";
   return script + "  esac\n}\n\ncomplete -o filenames -F _zotconf zotconf\n";
 }
 

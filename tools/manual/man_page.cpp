@@ -137,6 +137,7 @@ std::string program_page(const command_line &line) {
   for (const command_text &text : line.texts()) {
     page += ".TP\n.BR zotconf\\-" + escaped(text.name) + " (1)\n" + escaped(text.summary) + "\n";
   }
+  page += ".TP\n.B help \\fR[\\fICOMMAND\\fR]\nShow the help of a command, or of the program\n";
   std::ranges::transform(exit_meanings, std::back_inserter(exits), &exit_meaning::status);
   page += exit_section(exits) + environment_section();
   return page + ".SH SEE ALSO\n.BR zot_conf (3)\n";

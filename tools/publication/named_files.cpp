@@ -25,7 +25,7 @@ void check_announced(const fs::path &k, const std::string &bytes) {
     throw refusal(announcement, "is not a regular file");
   }
   if (read_file_text(announcement).substr(0, ZOT_CHECKSUM_LEN) != sha256_text(bytes)) {
-    throw refusal(k, "is not what its checksum file announces");
+    throw refusal(k, "is not what its checksum file announces", "zotconf show " + k.string());
   }
 }
 
@@ -34,7 +34,7 @@ void add_names(const fs::path &k, named_files &into) {
   check_announced(k, bytes);
   const auto content = parse_manifest(bytes);
   if (!content) {
-    throw refusal(k, "is no K");
+    throw refusal(k, "is not a K", "zotconf show " + k.string());
   }
   for (const published_file &file : content->files) {
     const std::string version = std::to_string(file.version);
@@ -73,7 +73,7 @@ std::string member_name(const std::string &category, const std::string &key,
 void check_publication(const fs::path &publication) {
   for (const fs::path &folder : {publication / "file", publication / "file" / "knowledge"}) {
     if (!fs::is_directory(fs::symlink_status(folder))) {
-      throw refusal(folder, "is no folder, so that no K is there");
+      throw refusal(folder, "is not a folder, so that no K is there", "zotconf publish --help");
     }
   }
 }
@@ -89,7 +89,7 @@ named_files read_named_files(const fs::path &publication) {
     throw refusal(std::string("a K cannot be read: ") + error.what());
   }
   if (found.ks == 0) {
-    throw refusal(publication, "holds no K");
+    throw refusal(publication, "holds no K", "zotconf publish --help");
   }
   return found;
 }

@@ -96,10 +96,11 @@ plan make_plan(const publication_store &store, const manifest &before, manifest 
 void check_removals(const plan &planned, unsigned share, const fs::path &source) {
   const size_t removed = planned.count("removed");
   if (removed * 100 > planned.before * share) {
-    throw refusal(source, "lacks " + std::to_string(removed) + " of the " +
-                              std::to_string(planned.before) +
-                              " entries published before, more than " + std::to_string(share) +
-                              "%; see --max-removed");
+    throw refusal(source,
+                  "lacks " + std::to_string(removed) + " of the " + std::to_string(planned.before) +
+                      " entries published before, more than " + std::to_string(share) +
+                      "%; see --max-removed",
+                  "zotconf publish --help");
   }
 }
 

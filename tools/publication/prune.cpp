@@ -3,6 +3,7 @@
 
 #include <ostream>
 
+#include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
@@ -98,7 +99,8 @@ int run_prune(const prune_options &options, const console &where) {
     where.is_json() ? write_pruning_json(options, where, done)
                     : print_pruning(options, where, done);
   } catch (const refusal &refused) {
-    where.err() << "zotconf: refused: " << printable(refused.what()) << "; nothing was removed\n";
+    tell_error(where.err(), std::string("refused: ") + refused.what() + "; nothing was removed",
+               refused.command());
     return exit_refused;
   }
   return exit_success;

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
@@ -110,7 +111,7 @@ manifest read_previous(const publication_store &store, const element &who, std::
   }
   auto content = parse_manifest(*text);
   if (!content) {
-    err << "zotconf: the previous K of " << who.index << " is damaged and is replaced\n";
+    tell_warning(err, "the previous K of " + who.index + " is damaged and is replaced");
     return {};
   }
   return std::move(*content);
@@ -119,9 +120,9 @@ manifest read_previous(const publication_store &store, const element &who, std::
 void announce(const publication_store &store, const element &who, const plan &planned,
               const std::string &k, std::ostream &err) {
   if (const size_t unmarked = store.announce(who, k, planned.dropped()); unmarked > 0) {
-    err << "zotconf: " << unmarked
-        << " files that K no longer names belong to another user: prune may remove them before "
-           "their grace is over\n";
+    tell_warning(err, std::to_string(unmarked) +
+                          " files that K no longer names belong to another user: prune may remove "
+                          "them before their grace is over");
   }
 }
 
@@ -135,7 +136,8 @@ source_files read_source(const publish_options &options, const console &where) {
   }
   if (source.files.empty() && !options.allow_empty) {
     throw refusal(options.source,
-                  "holds no file to publish; see --allow-empty to remove all entries");
+                  "holds no file to publish; see --allow-empty to remove all entries",
+                  "zotconf publish --help");
   }
   return source;
 }
@@ -176,7 +178,7 @@ int run_publish(const publish_options &options, const console &where) {
   try {
     publish(options, where);
   } catch (const refusal &refused) {
-    where.err() << "zotconf: refused: " << printable(refused.what()) << '\n';
+    tell_error(where.err(), std::string("refused: ") + refused.what(), refused.command());
     return exit_refused;
   }
   return exit_success;

@@ -28,11 +28,11 @@ std::vector<fs::path> sorted_entries(const fs::path &folder, std::vector<fs::pat
 
 int32_t category_of(const fs::path &folder) {
   if (!fs::is_directory(fs::symlink_status(folder))) {
-    throw refusal(folder, "is not in a category folder");
+    throw refusal(folder, "is not in a category folder", "zotconf categories");
   }
   int32_t category = 0;
   if (get_gpb_cat_by_cat_str(folder.filename().c_str(), &category) != 0) {
-    throw refusal(folder, "unknown category");
+    throw refusal(folder, "unknown category", "zotconf categories");
   }
   return category;
 }

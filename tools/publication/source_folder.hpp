@@ -2,21 +2,22 @@
 // The folder that `publish` reads: <Category>/<key>.
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tools/files/file_io.hpp"
 #include "tools/model/manifest.hpp"
 #include "tools/output/console.hpp"
+#include "tools/output/error_text.hpp"
 
 namespace zotconf {
 
 // An operation that must not be done on a publication folder. Thrown before anything is changed.
-class refusal : public std::runtime_error {
+class refusal : public advised_error {
  public:
-  explicit refusal(const std::string &why) : std::runtime_error(why) {}
-  refusal(const fs::path &path, const std::string &why) : refusal(path.string() + ": " + why) {}
+  explicit refusal(const std::string &why) : advised_error(why, "") {}
+  refusal(const fs::path &path, const std::string &why, const std::string &command = "")
+      : advised_error(path.string() + ": " + why, command) {}
 };
 
 struct source_files {

@@ -5,6 +5,7 @@
 #include <array>
 #include <ostream>
 
+#include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
 #include "tools/output/text_table.hpp"
@@ -142,8 +143,7 @@ int run_explain(const explain_options &options, const console &where) {
   }
   const status_entry *const found = find_status(options.status);
   if (found == nullptr) {
-    where.err() << "zotconf: \"" << options.status
-                << "\" is not a status; `zotconf explain` lists them\n";
+    tell_error(where.err(), "\"" + options.status + "\" is not a status", "zotconf explain");
     return exit_usage;
   }
   where.is_json() ? print_json(where.out(), {found, 1}) : print_one(where, *found);

@@ -64,7 +64,9 @@ constexpr std::array advices = {
                      "a directory or a scratch file cannot be created, no process can be started "
                      "to unpack the archive, the last K cannot be written, a directory cannot be "
                      "locked, or the request for K or its checksum got a response other than 200 "
-                     "and 404 (0: no file to write to)"},
+                     "and 404 (0: no file to write to; 200: the answer came, and could not be "
+                     "stored in the "
+                     "scratch directory, or was empty)"},
                     {"zot_conf_commit()",
                      "a file cannot be copied, removed or synchronised; or there is no room for "
                      "the configuration: the text has the bytes and files that are needed and that "

@@ -101,6 +101,7 @@ TEST_F(Forget, FailsAfterAnInterruptedCommit) {
   const finished done = forget();
   EXPECT_EQ(done.status, failed);
   EXPECT_TRUE(has(done.err, "a commit was interrupted")) << done.err;
+  EXPECT_TRUE(done.err.ends_with("\ntry: zotconf verify --repair --index ID\n")) << done.err;
 }
 
 TEST_F(Forget, DoesNothingInDevMode) {

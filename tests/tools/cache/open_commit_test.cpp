@@ -194,7 +194,7 @@ TEST_F(OpenCommit, IsWarnedOfByShowWhichShowsWhatComesBack) {
   const finished done = run({"show", "current"});
   EXPECT_EQ(done.status, 0);
   EXPECT_EQ(done.err, "zotconf: warning: an interrupted commit waits in " + conf("undo") +
-                          ": this is the cache as it was before\n");
+                          ": this is the cache as it was before\ntry: zotconf status\n");
   EXPECT_EQ(shown_id(), first_id);
 }
 

@@ -135,7 +135,7 @@ TEST_F(Repair, FailsWithoutAServiceWithTheTextOfTheLibrary) {
   const finished done = repair();
   EXPECT_EQ(done.status, failed);
   EXPECT_TRUE(has(done.err, "zotconf: repair: curl error get GPB files from")) << done.err;
-  EXPECT_TRUE(has(done.err, "(-6)")) << done.err;
+  EXPECT_TRUE(has(done.err, "(-6)\ntry: zotconf explain -6\n")) << done.err;
   EXPECT_TRUE(has(done.out, "damaged: " + conf("config/Wlan/a/1"))) << done.out;
 }
 
@@ -398,7 +398,8 @@ TEST_F(Repair, TouchesNothingWhileACommitGoesOn) {
   const auto before = snapshot(dir_ / "device");
   const finished done = repair();
   EXPECT_EQ(done.status, failed);
-  EXPECT_TRUE(has(done.err, "a commit is in progress: nothing was repaired")) << done.err;
+  EXPECT_EQ(done.err,
+            "zotconf: a commit is in progress: nothing was repaired\ntry: zotconf status\n");
   EXPECT_EQ(snapshot(dir_ / "device"), before);
 }
 

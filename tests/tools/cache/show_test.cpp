@@ -138,7 +138,8 @@ TEST_F(Show, FailsOnAnEmptySlot) {
   const finished done = run({"show", "last"});
   EXPECT_EQ(done.status, 1);
   EXPECT_EQ(done.out, "");
-  EXPECT_EQ(done.err, "zotconf: last: there is no K at " + conf("knowledge/prev_subsys.k") + "\n");
+  EXPECT_EQ(done.err, "zotconf: last: there is no K at " + conf("knowledge/prev_subsys.k") +
+                          "\ntry: zotconf status\n");
 }
 
 TEST_F(Show, FailsOnADamagedKWithTheTextOfTheLibrary) {
@@ -148,7 +149,7 @@ TEST_F(Show, FailsOnADamagedKWithTheTextOfTheLibrary) {
   EXPECT_EQ(done.status, 1);
   EXPECT_EQ(done.out, "");
   EXPECT_TRUE(has(done.err, "checksum mismatch expect/real")) << done.err;
-  EXPECT_TRUE(has(done.err, "(-8)")) << done.err;
+  EXPECT_TRUE(has(done.err, "(-8)\ntry: zotconf verify\n")) << done.err;
 }
 
 TEST_F(Show, FailsOnAFileThatIsNoK) {

@@ -346,7 +346,9 @@ TEST_F(Element, FailsWithoutAServiceInTheWordsOfTheLibrary) {
 TEST_F(Element, FailsOnAnEmptyCache) {
   const finished done = run_at(1, {"--want", "cached"});
   EXPECT_EQ(done.status, failed);
-  EXPECT_EQ(done.err, "zotconf: get: No cached data now (-12)\n");
+  EXPECT_EQ(done.err,
+            "zotconf: get: No cached data now (-12): the element has no configuration yet\n"
+            "try: zotconf explain -12\n");
 }
 
 TEST_F(Element, GivesUpAfterTheTimeLimit) {

@@ -116,7 +116,9 @@ TEST_F(Watch, TellsTheServiceManager) {
   variables_["NOTIFY_SOCKET"] = dir_ / "notify";
   variables_["WATCHDOG_USEC"] = "100000";
   const auto running = watch("test -z \"$NOTIFY_SOCKET$WATCHDOG_USEC\"", {"--every", "1h"});
-  EXPECT_EQ(manager.next(), "STATUS=starting: AP 001122334455, every 1h");
+  EXPECT_EQ(manager.next(),
+            "STATUS=starting: AP 001122334455, every 1h: "
+            "the element has no configuration yet");
   EXPECT_EQ(manager.next(), "WATCHDOG=1");
   EXPECT_EQ(manager.next_with("READY"), "READY=1");
   EXPECT_EQ(manager.next_with("STATUS"), "STATUS=" + committed + "2 entries");

@@ -24,9 +24,10 @@ TEST_F(Watch, TellsEachChangeOfStateOnceWithTheTime) {
   wait_for_gets(5);
   running->send(SIGTERM);
   EXPECT_EQ(running->wait(), ok);
-  const std::vector<std::string> wanted = {" starting: AP 001122334455, every 20ms",
-                                           " " + committed + "2 entries", " no update",
-                                           " stopping: signal 15"};
+  const std::vector<std::string> wanted = {
+      " starting: AP 001122334455, every 20ms: "
+      "the element has no configuration yet",
+      " " + committed + "2 entries", " no update", " stopping: signal 15"};
   const std::vector<std::string> lines = lines_of(running->out());
   ASSERT_EQ(lines.size(), wanted.size()) << running->out();
   for (size_t at = 0; at < lines.size(); ++at) {

@@ -64,7 +64,7 @@ TEST_F(WatchUnit, StartsTheProgramWithOptionsThatItTakes) {
   std::istringstream line(value_of("Service", "ExecStart"));
   std::string word;
   line >> word;
-  EXPECT_EQ(word, "/usr/bin/zotconf");
+  EXPECT_EQ(word, "@bindir@/zotconf");
   words args;
   while (line >> word) {
     const auto found = settings.find(word);

@@ -48,6 +48,8 @@ expect() {
 }
 
 expect publish zotconf pub
+expect help zotconf hel
+expect cycle zotconf help cyc
 expect --cluster zotconf publish --clu
 expect --max-removed zotconf publish --max
 expect --grace zotconf prune --gr

@@ -48,7 +48,9 @@ TEST_P(SourceRefused, TheFileByNameAndWritesNothing) {
   file.make(path);
   const finished done = publish(dir / "source", dir / "pub");
   EXPECT_EQ(done.status, 6);
-  EXPECT_EQ(done.err, "zotconf: refused: " + shown(path) + ": " + file.why + "\n");
+  const std::string refused = "zotconf: refused: " + shown(path) + ": " + file.why + "\n";
+  const bool is_of_a_category = file.why.find("categor") != std::string::npos;
+  EXPECT_EQ(done.err, refused + (is_of_a_category ? "try: zotconf categories\n" : ""));
   EXPECT_FALSE(exists(dir / "pub"));
 }
 

@@ -27,9 +27,10 @@ void redirect(const std::string &path, int to) {
 
 enum class rights { of_the_test, of_a_user };
 
-// Drops the capabilities by which root reads every file, for the program that is executed next.
+// Drops the capabilities by which root reads and replaces every file, for the program that is
+// executed next.
 void give_up_root_rights() {
-  for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) {
+  for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER}) {
     if (::prctl(PR_CAPBSET_DROP, capability) != 0 && ::geteuid() == 0) {
       ::_exit(126);
     }

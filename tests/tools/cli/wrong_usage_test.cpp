@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a person sees who has mistyped something.
+#include <gtest/gtest.h>
+
+#include "tests/tools/support/process.hpp"
+
+namespace zot::test {
+namespace {
+
+using words = std::vector<std::string>;
+
+constexpr int usage = 2;
+
+struct mistake {
+  const char *test;
+  words typed;
+  std::string what;
+  std::string command;
+};
+
+void PrintTo(const mistake &one, std::ostream *out) {
+  *out << one.test;
+}
+
+class Mistake : public testing::TestWithParam<mistake> {};
+
+TEST_P(Mistake, IsNamedInOneLineAboveTheCommandThatHelps) {
+  const finished done = run_zotconf(GetParam().typed);
+  EXPECT_EQ(done.status, usage);
+  EXPECT_EQ(done.out, "");
+  EXPECT_EQ(done.err, "zotconf: " + GetParam().what + "\ntry: " + GetParam().command + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Typed, Mistake,
+    testing::Values(
+        mistake{"NoCommand", {}, "a command is missing", "zotconf --help"},
+        mistake{"TransposedCommand",
+                {"statsu"},
+                "there is no command \"statsu\": did you mean `zotconf status`?",
+                "zotconf --help"},
+        mistake{"CommandWithALetterLess",
+                {"verfy", "--strict"},
+                "there is no command \"verfy\": did you mean `zotconf verify`?",
+                "zotconf --help"},
+        mistake{"CommandThatIsFarFromAll",
+                {"frobnicate"},
+                "there is no command \"frobnicate\"",
+                "zotconf --help"},
+        mistake{
+            "ShortWordThatSharesNoLetter", {"x"}, "there is no command \"x\"", "zotconf --help"},
+        mistake{"HelpOfAnUnknownCommand",
+                {"help", "prun"},
+                "there is no command \"prun\": did you mean `zotconf prune`?",
+                "zotconf --help"},
+        mistake{"OptionOfTheProgram",
+                {"--versoin"},
+                "there is no option --versoin: did you mean --version?",
+                "zotconf --help"},
+        mistake{"OptionInsteadOfARequiredOne",
+                {"cycle", "--idnex", "001122334455"},
+                "cycle: there is no option --idnex: did you mean --index?",
+                "zotconf cycle --help"},
+        mistake{"OptionWithItsValue",
+                {"cycle", "--index=a", "--timeuot=3"},
+                "cycle: there is no option --timeuot: did you mean --timeout?",
+                "zotconf cycle --help"},
+        mistake{"OptionThatIsFarFromAll",
+                {"status", "--frobnicate"},
+                "status: there is no option --frobnicate",
+                "zotconf status --help"},
+        mistake{"OptionAfterAValueThatLooksLikeOne",
+                {"watch", "--index", "a", "--apply", "--aply", "--evry", "3s"},
+                "watch: there is no option --evry: did you mean --every?",
+                "zotconf watch --help"},
+        mistake{"MissingOption", {"cycle"}, "cycle: --index is required", "zotconf cycle --help"},
+        mistake{"OptionsThatExcludeEachOther",
+                {"cycle", "--index", "a", "--commit", "--roll-back"},
+                "cycle: --commit excludes --roll-back",
+                "zotconf cycle --help"},
+        mistake{"ValueOutOfRange",
+                {"watch", "--index", "a", "--apply", "true", "--every", "soon"},
+                "watch: --every: \"soon\" is no duration such as 500ms, 30s, 5m or 1h",
+                "zotconf watch --help"}),
+    [](const auto &one) { return std::string(one.param.test); });
+
+TEST(HelpCommand, ShowsWhatTheOptionShows) {
+  EXPECT_EQ(run_zotconf({"help"}).out, run_zotconf({"--help"}).out);
+  const finished done = run_zotconf({"help", "cycle"});
+  EXPECT_EQ(done.status, 0);
+  EXPECT_EQ(done.err, "");
+  EXPECT_EQ(done.out, run_zotconf({"cycle", "--help"}).out);
+  EXPECT_NE(done.out.find("--index"), std::string::npos);
+}
+
+TEST(HelpCommand, IsNamedByTheHelp) {
+  EXPECT_NE(run_zotconf({"--help"}).out.find("zotconf help COMMAND"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zot::test
