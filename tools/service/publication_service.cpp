@@ -72,6 +72,25 @@ zot::descriptor publication_service::open(const std::vector<std::string> &parts)
   return file;
 }
 
+// A HEAD brings an element nothing. No answer fails because this does.
+void publication_service::keep(const http_request &request, const element &who, bool is_k,
+                               int file) const {
+  if (request.method != "GET") {
+    return;
+  }
+  try {
+    if (file < 0) {
+      elements_.add_refused(who, request.client);
+    } else if (is_k) {
+      elements_.add_k(who, request.client, file, store_.read_checksum(who));
+    } else {
+      elements_.add_checksum(who, request.client);
+    }
+  } catch (const std::exception &) {
+    return;
+  }
+}
+
 http_answer publication_service::latest(const http_request &request) const {
   static const std::regex form(latest_path);
   std::smatch match;
@@ -84,6 +103,7 @@ http_answer publication_service::latest(const http_request &request) const {
   }
   const bool is_k = match[4] == "k";
   zot::descriptor file = open(latest_parts(who, is_k ? ".k" : ".checksum"));
+  keep(request, who, is_k, file.get());
   struct stat info {};
   if (!file.is_open() || ::fstat(file.get(), &info) != 0) {
     http_answer missing = refused(404, "not published", request.path);
