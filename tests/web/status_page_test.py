@@ -326,7 +326,7 @@ def main(program, sample, pictures):
             ask_as_elements(program, service, work)
             browser = Browser(shutil.which("chromium"), work / "profile")
             try:
-                see_many_elements(browser, program, work, pictures)
+                see_many_elements(browser, program, pictures)
                 see(browser, program, places, service, pictures)
             except BrowserFailure as failure:
                 check("the browser works", False, failure)

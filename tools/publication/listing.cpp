@@ -29,7 +29,7 @@ void list_subsys(const fs::path &folder, std::vector<k_listing> &into) {
   std::error_code no_folder;
   for (const auto &entry : fs::directory_iterator(folder, no_folder)) {
     const std::string index = entry.path().filename().string();
-    const std::string path = index + "/latest/" + index;
+    const std::string path = (fs::path(index) / "latest" / index).string();
     const file_stamp k = stamp_of(open.get(), path + ".k");
     if (k != file_stamp{}) {
       into.push_back({.who = {.subsys = folder.filename().string(), .index = index},
