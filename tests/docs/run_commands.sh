@@ -37,6 +37,8 @@ clean_up() {
     kill "$service" 2>/dev/null || true
     wait "$service" 2>/dev/null || true
   fi
+  # What a document has left in the background.
+  sed -n 's/^to stop: kill //p' "$work/started" 2>/dev/null | xargs -r kill 2>/dev/null || true
   rm -rf "$work"
 }
 trap clean_up EXIT
@@ -89,6 +91,10 @@ install_for_reader() {
 #!/usr/bin/env bash
 if [[ \${1:-} == serve && " \$* " != *" --port"* ]]; then
   set -- "\$@" --port "$port"
+fi
+if [[ " \$* " == *" --background "* ]]; then
+  "$ZOTCONF" "\$@" | tee -a "$work/started"
+  exit "\${PIPESTATUS[0]}"
 fi
 exec "$ZOTCONF" "\$@"
 PROGRAM
@@ -193,15 +199,6 @@ trap 'kill $(jobs -p) 2>/dev/null || true; wait' EXIT
 trap 'printf "this failed: %s\n" "$BASH_COMMAND" >&2' ERR
 expect_status() {
   [[ $2 == "$1" ]] || { echo "command $3 of the block ended with $2 instead of $1" >&2; exit 1; }
-}
-wait_for_service() {
-  local tries
-  for ((tries = 0; tries < 300; ++tries)); do
-    if (exec 3<>"/dev/tcp/127.0.0.1/$ZOT_REMOTE_PORT") 2>/dev/null; then return; fi
-    sleep 0.1
-  done
-  echo "the service does not answer" >&2
-  exit 1
 }
 PROLOGUE
     cat "$work/session"

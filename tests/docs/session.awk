@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # Makes a script of the command lines that a document shows. A command with the comment
-# "# exit status N" has to end with N, every other one with 0. A service that a line leaves in the
-# background is waited for.
+# "# exit status N" has to end with N, every other one with 0.
 
 { command = command == "" ? $0 : command "\n" $0 }
 /\\$/ { next }
@@ -19,9 +18,6 @@
     print "expect_status " status " \"$status\" " FNR
   } else {
     print text
-  }
-  if (text ~ /zotconf[ \t]+serve[^#]*&[ \t]*$/) {
-    print "wait_for_service"
   }
   command = ""
 }

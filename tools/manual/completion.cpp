@@ -14,7 +14,7 @@ struct value_rule {
   std::string_view words;  // "@dir", "@file", "@categories", "@command", or the words themselves
 };
 
-constexpr std::array<value_rule, 16> value_rules = {{
+constexpr std::array<value_rule, 18> value_rules = {{
     {"--out", "@dir"},
     {"--apply", "@command"},
     {"--subsys", "AP CP DP"},
@@ -29,6 +29,8 @@ constexpr std::array<value_rule, 16> value_rules = {{
     {"--backoff-max", "1m 5m"},
     {"--bind", "127.0.0.1 ::1"},
     {"--port", "0 8087"},
+    {"--pid-file", "@file"},
+    {"--log", "@file"},
     {"--timeout", "0 5 30"},
     {"--timeout-gpb", "0 30"},
 }};

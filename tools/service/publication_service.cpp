@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <regex>
 #include <set>
+#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -18,8 +18,18 @@
 namespace zotconf {
 namespace {
 
-constexpr const char *latest_path =
-    R"(/file/knowledge/(AP|CP|DP)/([0-9A-Za-z:._-]{1,17})/latest/([0-9A-Za-z:._-]{1,17})\.(k|checksum))";
+// The two files of an element that are handed out.
+struct latest_kind {
+  const char *suffix;
+  const char *type;
+  const char *result;
+  bool is_k;
+};
+
+constexpr std::array<latest_kind, 2> latest_kinds = {{
+    {".k", "application/json", "sent K", true},
+    {".checksum", "text/plain", "sent the checksum", false},
+}};
 
 bool is_known_method(std::string_view method) {
   static constexpr std::array<std::string_view, 7> known = {"GET",    "HEAD",    "POST", "PUT",
@@ -39,6 +49,27 @@ std::string joined(const std::vector<std::string> &parts) {
     name += (name.empty() ? "" : "/") + part;
   }
   return name;
+}
+
+std::vector<std::string> split(const std::string &path) {
+  std::vector<std::string> parts;
+  std::istringstream text(path);
+  for (std::string part; std::getline(text, part, '/');) {
+    parts.push_back(part);
+  }
+  return parts;
+}
+
+// /file/knowledge/SUBSYS/INDEX/latest/…; nothing for a path of another form.
+std::optional<element> element_of(const std::string &path) {
+  constexpr size_t subsys = 3;
+  constexpr size_t index = 4;
+  const std::vector<std::string> parts = split(path);
+  if (parts.size() <= index || !check_subsys(parts[subsys]).empty() ||
+      !check_index(parts[index]).empty()) {
+    return std::nullopt;
+  }
+  return element{.subsys = parts[subsys], .index = parts[index]};
 }
 
 }  // namespace
@@ -92,27 +123,27 @@ void publication_service::keep(const http_request &request, const element &who, 
 }
 
 http_answer publication_service::latest(const http_request &request) const {
-  static const std::regex form(latest_path);
-  std::smatch match;
-  if (!std::regex_match(request.path, match, form)) {
+  const auto who = element_of(request.path);
+  if (!who) {
     return refused(404, "not found");
   }
-  const element who{.subsys = match[1], .index = match[2]};
-  if (match[3] != who.index || !check_index(who.index).empty()) {
-    return refused(404, "not found");
+  for (const latest_kind &kind : latest_kinds) {
+    const auto parts = latest_parts(*who, kind.suffix);
+    if (request.path != "/" + joined(parts)) {
+      continue;
+    }
+    zot::descriptor file = open(parts);
+    keep(request, *who, kind.is_k, file.get());
+    struct stat info {};
+    if (!file.is_open() || ::fstat(file.get(), &info) != 0) {
+      http_answer missing = refused(404, "not published", request.path);
+      missing.result = "not published";
+      return missing;
+    }
+    return file_answer({.file = std::move(file), .size = static_cast<uint64_t>(info.st_size)},
+                       kind.type, kind.result);
   }
-  const bool is_k = match[4] == "k";
-  zot::descriptor file = open(latest_parts(who, is_k ? ".k" : ".checksum"));
-  keep(request, who, is_k, file.get());
-  struct stat info {};
-  if (!file.is_open() || ::fstat(file.get(), &info) != 0) {
-    http_answer missing = refused(404, "not published", request.path);
-    missing.result = "not published";
-    return missing;
-  }
-  return file_answer({.file = std::move(file), .size = static_cast<uint64_t>(info.st_size)},
-                     is_k ? "application/json" : "text/plain",
-                     is_k ? "sent K" : "sent the checksum");
+  return refused(404, "not found");
 }
 
 http_answer publication_service::archive(const std::string &body,

@@ -59,6 +59,8 @@ expect ZOT_ERR_TIMEOUT zotconf explain ZOT_ERR_T
 folder=$(mktemp -d)
 mkdir "$folder/only"
 expect "$folder/only" zotconf serve "$folder/o"
+expect "$folder/only" zotconf serve --pid-file "$folder/o"
+expect --background zotconf serve --ba
 expect "$folder/only" zotconf prune "$folder/o"
 rm -r "$folder"
 exit "$failed"

@@ -279,11 +279,89 @@ TEST_F(Serve, StopsWhileAClientIdles) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
 }
 
-TEST_F(Serve, FailsOnAPortThatIsTaken) {
-  const finished second =
-      run_zotconf({"serve", publication_, "--port", std::to_string(service_->port())});
+TEST_F(Serve, StartsAgainAtOnceOnThePortThatItHad) {
+  const std::string port = std::to_string(service_->port());
+  ASSERT_TRUE(get(checksum_url));
+  ASSERT_EQ(service_->stop(SIGTERM), 0);
+  const background again({"serve", publication_, "--port", port}, {});
+  again.wait_for("listening on 127.0.0.1:" + port);
+}
+
+TEST_F(Serve, ListensOnAnIpv6Address) {
+  background service({"serve", publication_, "--port", "0", "--bind", "::1"}, {});
+  service.wait_for("listening on [::1]:");
+  const int port = std::stoi(service.out().substr(std::string("listening on [::1]:").size()));
+  const auto answer = httplib::Client("::1", port).Get(checksum_url);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+}
+
+TEST_F(Serve, FailsOnAPortThatIsTakenAndSaysWhatHelps) {
+  const std::string port = std::to_string(service_->port());
+  const finished second = run_zotconf({"serve", publication_, "--port", port});
   EXPECT_EQ(second.status, 1);
-  EXPECT_NE(second.err.find(std::to_string(service_->port())), std::string::npos);
+  EXPECT_EQ(second.err, "zotconf: cannot listen on 127.0.0.1:" + port +
+                            ": Address already in use (another program listens there; --port 0 "
+                            "picks a free port)\n");
+}
+
+TEST_F(Serve, FailsOnAnAddressThatIsNotOfThisMachine) {
+  for (const std::string address : {"no such address", "192.0.2.1"}) {
+    const finished failed = run_zotconf({"serve", publication_, "--bind", address, "--port", "0"});
+    EXPECT_EQ(failed.status, 1) << address;
+    EXPECT_TRUE(failed.err.starts_with("zotconf: cannot listen on " + address + ":0: "))
+        << failed.err;
+    EXPECT_NE(failed.err.find("--bind takes an address of this machine"), std::string::npos)
+        << failed.err;
+  }
+}
+
+TEST_F(Serve, AppendsTheLinesOfRequestsToALog) {
+  const serving service(publication_, {"--log", dir_ / "serve.log"});
+  ASSERT_TRUE(httplib::Client("127.0.0.1", service.port()).Get("/asked"));
+  const auto is_logged = [&] {
+    return count_of("GET /asked 404 ", read_bytes(dir_ / "serve.log")) == 1;
+  };
+  wait_until(is_logged, "a line of the log");
+  EXPECT_EQ(count_of("\n", service.output()), 1U);
+}
+
+TEST(ServeFolder, MayBeEmptyAndIsSaidToBe) {
+  const temp_dir dir;
+  for (const std::string name : {"empty", "locked"}) {
+    std::filesystem::create_directories(dir / name);
+  }
+  write_bytes(dir / "locked/.lock", "");
+  for (const std::string name : {"empty", "locked"}) {
+    const background service({"serve", dir / name, "--port", "0"}, {});
+    service.wait_for("listening on ");
+    EXPECT_NE(service.err().find("nothing is published in " + (dir / name)), std::string::npos);
+    EXPECT_NE(service.err().find("zotconf publish SRC"), std::string::npos);
+  }
+}
+
+TEST(ServeFolder, MayHoldMoreThanAPublication) {
+  const temp_dir dir;
+  write_bytes(dir / "README", "");
+  std::filesystem::create_directories(dir / "file/knowledge");
+  const background service({"serve", dir.path(), "--port", "0"}, {});
+  service.wait_for("listening on ");
+  EXPECT_EQ(service.err(), "");
+}
+
+TEST(ServeFolder, IsRefusedWhenItIsNoPublication) {
+  const temp_dir dir;
+  write_bytes(dir / "other/passwd", "");
+  write_bytes(dir / "site/Wlan/guest", "");
+  write_bytes(dir / "program/config/settings", "");
+  write_bytes(dir / "program/main", "");
+  for (const std::string name : {"other", "site", "program"}) {
+    const finished failed = run_zotconf({"serve", dir / name, "--port", "0"});
+    EXPECT_EQ(failed.status, 1) << name;
+    EXPECT_EQ(failed.out, "") << name;
+    EXPECT_NE(failed.err.find("is not a publication folder"), std::string::npos) << failed.err;
+    EXPECT_NE(failed.err.find("zotconf publish"), std::string::npos) << failed.err;
+  }
 }
 
 TEST(ServeUsage, RefusesAFolderThatIsNotThere) {

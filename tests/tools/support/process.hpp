@@ -67,6 +67,7 @@ class serving {
   ~serving();
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
+  [[nodiscard]] pid_t pid() const { return pid_; }
   [[nodiscard]] std::string output() const;
   // Sends a signal and waits for the end. Returns the exit status.
   int stop(int signal);
