@@ -42,7 +42,7 @@ class publication_view {
     std::optional<std::time_t> looked;   // when the names were; nothing before the first look
   };
 
-  // Begins to read at once.
+  // Begins to read at once, and reads all of it; then only while somebody reads the view.
   publication_view(fs::path folder, const publication_store &store, look_rhythm rhythm = {});
   publication_view(const publication_view &) = delete;
   publication_view &operator=(const publication_view &) = delete;
