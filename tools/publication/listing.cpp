@@ -15,9 +15,10 @@
 namespace zotconf {
 namespace {
 
+// A link that takes a file's place has a stamp of its own.
 file_stamp stamp_of(int folder, const std::string &path) {
   struct stat info {};
-  if (::fstatat(folder, path.c_str(), &info, 0) != 0) {
+  if (::fstatat(folder, path.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     return {};
   }
   return {static_cast<int64_t>(info.st_dev), static_cast<int64_t>(info.st_ino),

@@ -49,5 +49,15 @@ TEST(KListing, TellsAFileThatWasReplaced) {
   EXPECT_FALSE(before.is_same(zotconf::list_k_files(dir.path()).at(0)));
 }
 
+TEST(KListing, TellsALinkFromTheFileThatItLeadsTo) {
+  const temp_dir dir;
+  write_k(dir, "AP", "1", "k");
+  const auto before = zotconf::list_k_files(dir.path()).at(0);
+  const std::string k = dir / "file/knowledge/AP/1/latest/1.k";
+  std::filesystem::rename(k, dir / "elsewhere");
+  std::filesystem::create_symlink(dir / "elsewhere", k);
+  EXPECT_FALSE(before.is_same(zotconf::list_k_files(dir.path()).at(0)));
+}
+
 }  // namespace
 }  // namespace zot::test
