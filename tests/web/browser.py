@@ -98,9 +98,12 @@ class Browser:
         self.call("Emulation.setEmulatedMedia",
                   features=[{"name": "prefers-color-scheme", "value": scheme}])
 
-    def picture(self, path):
-        """The whole page, not just what the window shows."""
-        size = self.call("Page.getLayoutMetrics")["cssContentSize"]
+    def picture(self, path, of_window=False):
+        """The whole page, or just what the window shows."""
+        metrics = self.call("Page.getLayoutMetrics")
+        size = metrics["cssContentSize"]
+        if of_window:
+            size = {"width": size["width"], "height": metrics["cssLayoutViewport"]["clientHeight"]}
         answer = self.call("Page.captureScreenshot", captureBeyondViewport=True,
                            clip={"x": 0, "y": 0, "width": size["width"], "height": size["height"],
                                  "scale": 1})

@@ -9,7 +9,7 @@
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
 #include "tools/output/text_table.hpp"
-#include "tools/reference/statuses.hpp"
+#include "tools/model/statuses.hpp"
 
 namespace zotconf {
 namespace {

@@ -23,11 +23,12 @@ struct latest_kind {
   const char *suffix;
   const char *type;
   const char *result;
+  bool is_k;
 };
 
 constexpr std::array<latest_kind, 2> latest_kinds = {{
-    {".k", "application/json", "sent K"},
-    {".checksum", "text/plain", "sent the checksum"},
+    {".k", "application/json", "sent K", true},
+    {".checksum", "text/plain", "sent the checksum", false},
 }};
 
 bool is_known_method(std::string_view method) {
@@ -102,6 +103,25 @@ zot::descriptor publication_service::open(const std::vector<std::string> &parts)
   return file;
 }
 
+// A HEAD brings an element nothing. No answer fails because this does.
+void publication_service::keep(const http_request &request, const element &who, bool is_k,
+                               int file) const {
+  if (request.method != "GET") {
+    return;
+  }
+  try {
+    if (file < 0) {
+      elements_.add_refused(who, request.client);
+    } else if (is_k) {
+      elements_.add_k(who, request.client, file, store_.read_checksum(who));
+    } else {
+      elements_.add_checksum(who, request.client);
+    }
+  } catch (const std::exception &) {
+    return;
+  }
+}
+
 http_answer publication_service::latest(const http_request &request) const {
   const auto who = element_of(request.path);
   if (!who) {
@@ -113,6 +133,7 @@ http_answer publication_service::latest(const http_request &request) const {
       continue;
     }
     zot::descriptor file = open(parts);
+    keep(request, *who, kind.is_k, file.get());
     struct stat info {};
     if (!file.is_open() || ::fstat(file.get(), &info) != 0) {
       http_answer missing = refused(404, "not published", request.path);

@@ -9,13 +9,15 @@
 #include <vector>
 
 #include "tools/publication/publication_store.hpp"
+#include "tools/service/element_log.hpp"
 #include "tools/service/http_types.hpp"
 
 namespace zotconf {
 
 class publication_service {
  public:
-  explicit publication_service(const publication_store &store) : store_(store) {}
+  publication_service(const publication_store &store, element_log &elements)
+      : store_(store), elements_(elements) {}
 
   // True for a request whose answer is an archive, which takes its time.
   [[nodiscard]] static bool is_for_archive(const http_request &request);
@@ -27,9 +29,11 @@ class publication_service {
  private:
   [[nodiscard]] http_answer latest(const http_request &request) const;
   [[nodiscard]] http_answer archive(const std::string &body, const std::stop_token &stop) const;
+  void keep(const http_request &request, const element &who, bool is_k, int file) const;
   [[nodiscard]] zot::descriptor open(const std::vector<std::string> &parts) const;
 
   const publication_store &store_;
+  element_log &elements_;
 };
 
 // The names of a request body {"files": [...]}. An empty body names nothing: that is what a client

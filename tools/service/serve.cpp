@@ -16,6 +16,7 @@
 #include "tools/output/json.hpp"
 #include "tools/publication/publication_store.hpp"
 #include "tools/service/background.hpp"
+#include "tools/service/element_log.hpp"
 #include "tools/service/http_server.hpp"
 #include "tools/service/listener.hpp"
 #include "tools/service/pid_file.hpp"
@@ -31,9 +32,9 @@ constexpr const char *how_to_publish = "zotconf publish SRC --out PUB --index ID
 // A publication folder and its status page.
 class served_folder : public http_service {
  public:
-  served_folder(const publication_store &store, status_page &page, request_log &log,
-                std::ostream &err)
-      : published_(store), page_(page), log_(log), err_(err) {}
+  served_folder(const publication_store &store, element_log &elements, status_page &page,
+                request_log &log, std::ostream &err)
+      : published_(store, elements), page_(page), log_(log), err_(err) {}
 
   [[nodiscard]] http_work work_of(const http_request &request) const override {
     if (status_page::is_asked(request)) {
@@ -157,13 +158,14 @@ int serve(const serve_options &options, const console &where, const detach &at_w
   log_stream lines(options.log, where.out());
   const publication_store store(options.publication);
   request_log log(lines.stream(), where.is_json());
-  status_page page(options.publication, store, log);
+  element_log elements;
+  status_page page(options.publication, store, log, elements);
   page.set_address(options.bind, listening.port);
   if (pid) {
     pid->write();
   }
   report_address(where, options.bind, listening.port, options.background);
-  served_folder folder(store, page, log, where.err());
+  served_folder folder(store, elements, page, log, where.err());
   const http_server server(std::move(listening.socket), folder);
   if (at_work) {
     at_work(options.log);

@@ -1,20 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/service/status_page.hpp"
 
-#include <sys/stat.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include "tools/output/figures.hpp"
-#include "tools/publication/published.hpp"
+#include "tools/output/json.hpp"
+#include "tools/service/status_json.hpp"
+#include "tools/service/status_rows.hpp"
 
 namespace zotconf {
 namespace {
 
-constexpr std::chrono::seconds between_looks{1};
+constexpr size_t tag_digits = 32;
+constexpr const char *json_policy = "default-src 'none'; frame-ancestors 'none'";
 
 std::string base64(const std::vector<unsigned char> &bytes) {
   static constexpr std::string_view digits =
@@ -51,8 +55,8 @@ std::string page_policy() {
          source_hash(status_html, "script") + "; style-src " + source_hash(status_html, "style");
 }
 
-http_answer page_answer(std::string body, const char *type, const std::string &policy) {
-  return {.status = 200,
+http_answer page_answer(int status, std::string body, const char *type, const std::string &policy) {
+  return {.status = status,
           .type = type,
           .body = std::move(body),
           .headers = {{"Cache-Control", "no-store"},
@@ -63,135 +67,39 @@ http_answer page_answer(std::string body, const char *type, const std::string &p
           .result = ""};
 }
 
-// A K that the service would not hand out, whatever it holds.
-std::optional<std::string> why_not_served(const publication_store &store, const element &who) {
-  if (!check_subsys(who.subsys).empty() || !check_index(who.index).empty()) {
-    return "not served: the folder's name is no sub-system with an index";
-  }
-  if (!store.open_member(latest_parts(who, ".k")).is_open()) {
-    return "not served: K cannot be read as a regular file of this folder";
-  }
-  if (!store.open_member(latest_parts(who, ".checksum")).is_open()) {
-    return "not served: there is no checksum file that can be read";
-  }
-  return std::nullopt;
+http_answer json_answer(int status, std::string body) {
+  return page_answer(status, std::move(body), "application/json", json_policy);
 }
 
-publication_summary summary_of(const element &who, const stored_k &k) {
-  publication_summary summary{.who = who,
-                              .damage = std::nullopt,
-                              .cluster = k.cluster,
-                              .config_id = k.config_id,
-                              .firmware = k.firmware,
-                              .checksum = k.checksum,
-                              .written = k.written,
-                              .all = {},
-                              .categories = {}};
-  if (k.wrong) {
-    summary.damage = k.wrong->text;
-  }
-  for (const listed_file &file : k.files) {
-    for (auto *const total : {&summary.all, &summary.categories[file.category_name]}) {
-      ++total->entries;
-      total->bytes += file.size;
-    }
-  }
-  return summary;
+http_answer refused_answer(int status, const query_error &error) {
+  json_document document;
+  document.root()
+      .set("error", error.parameter + " " + error.text)
+      .set("parameter", error.parameter);
+  return json_answer(status, document.line());
 }
 
-// Null for what cannot be told.
-std::optional<uint64_t> known(const publication_summary &summary, uint64_t figure) {
-  return summary.damage ? std::nullopt : std::optional(figure);
+bool has_tag(const http_request &request, const std::string &tag) {
+  return std::ranges::any_of(request.headers, [&tag](const http_header &header) {
+    return ::strcasecmp(header.name.c_str(), "If-None-Match") == 0 &&
+           header.value.find(tag) != std::string::npos;
+  });
 }
 
-void describe_publication(json_node into, const publication_summary &summary) {
-  into.set("subsys", summary.who.subsys)
-      .set("index", summary.who.index)
-      .set("damaged", summary.damage.has_value())
-      .set("reason", stated(summary.damage.value_or("")))
-      .set("config_id", stated(summary.config_id))
-      .set("cluster", stated(summary.cluster))
-      .set("firmware", stated(summary.firmware))
-      .set("checksum", stated(summary.checksum))
-      .set("written", summary.written ? stated(iso_time(*summary.written)) : std::nullopt)
-      .set("entries", known(summary, summary.all.entries))
-      .set("bytes", known(summary, summary.all.bytes));
-  json_node categories = into.array("categories");
-  for (const auto &[name, total] : summary.categories) {
-    categories.append()
-        .set("category", name)
-        .set("entries", total.entries)
-        .set("bytes", total.bytes);
-  }
+// An answer that says the same again is a 304 without a body. `same` is what the tag is made of.
+http_answer tagged_answer(const http_request &request, std::string body, const std::string &same) {
+  const std::string tag = "W/\"" + sha256_text(same).substr(0, tag_digits) + "\"";
+  http_answer answer =
+      has_tag(request, tag) ? json_answer(304, "") : json_answer(200, std::move(body));
+  answer.headers.push_back({"ETag", tag});
+  return answer;
 }
 
 }  // namespace
 
-std::array<publication_view::file_stamp, 2> publication_view::stamps_of(const element &who) const {
-  std::array<file_stamp, 2> stamps{};
-  const std::array<const char *, 2> suffixes = {".k", ".checksum"};
-  for (size_t i = 0; i < stamps.size(); ++i) {
-    const fs::path path = latest_file(folder_, who, suffixes.at(i));
-    struct stat info {};
-    if (::stat(path.c_str(), &info) == 0) {
-      stamps.at(i) = {static_cast<int64_t>(info.st_dev), static_cast<int64_t>(info.st_ino),
-                      static_cast<int64_t>(info.st_size), info.st_mtim.tv_sec,
-                      info.st_mtim.tv_nsec};
-    }
-  }
-  return stamps;
-}
-
-// The stamps are older than what is read: a K that changes meanwhile is read again next time.
-publication_view::known_publication publication_view::read(const element &who) const {
-  known_publication found{.stamps = stamps_of(who), .summary = {}};
-  found.summary.who = who;
-  found.summary.damage = why_not_served(store_, who);
-  if (!found.summary.damage) {
-    found.summary = summary_of(who, read_published(folder_, who));
-  }
-  return found;
-}
-
-void publication_view::look() {
-  std::map<name, known_publication> found;
-  for (const element &who : published_elements(folder_)) {
-    const name called(who.subsys, who.index);
-    const auto known = known_.find(called);
-    const bool is_same = known != known_.end() && known->second.stamps == stamps_of(who);
-    found.emplace(called, is_same ? known->second : read(who));
-  }
-  known_ = std::move(found);
-}
-
-void publication_view::refresh() {
-  const auto now = clock::now();
-  if (looked_ && now - *looked_ < between_looks) {
-    return;
-  }
-  problem_.reset();
-  try {
-    look();
-  } catch (const std::exception &error) {
-    problem_ = error.what();
-    known_.clear();
-  }
-  looked_ = clock::now();
-}
-
-void publication_view::describe(json_node into) {
-  const std::scoped_lock guard(mutex_);
-  refresh();
-  into.set("problem", problem_);
-  json_node publications = into.array("publications");
-  for (const auto &[called, publication] : known_) {
-    describe_publication(publications.append(), publication.summary);
-  }
-}
-
 bool status_page::is_asked(const http_request &request) {
   return (request.method == "GET" || request.method == "HEAD") &&
-         (request.path == "/" || request.path == "/status.json");
+         (request.path == "/" || request.path == "/status.json" || request.path == "/element.json");
 }
 
 void status_page::set_address(const std::string &host, int port) {
@@ -199,24 +107,52 @@ void status_page::set_address(const std::string &host, int port) {
   port_ = port;
 }
 
-std::string status_page::status_json() {
+http_answer status_page::status_answer(const http_request &request) {
+  const auto query = parse_status_query(request.query);
+  if (const auto *const error = std::get_if<query_error>(&query)) {
+    return refused_answer(400, *error);
+  }
+  const auto &wanted = std::get<status_query>(query);
   json_document document;
   json_node root = document.root();
-  const auto up = std::chrono::steady_clock::now() - begin_;
-  root.object("service")
-      .set("host", host_)
+  json_node service = root.object("service");
+  service.set("host", host_)
       .set("port", port_)
-      .set("publication", fs::absolute(folder_).lexically_normal().string())
-      .set("started", iso_time(started_))
-      .set("uptime_seconds", std::chrono::duration_cast<std::chrono::seconds>(up).count());
-  view_.describe(root);
-  const request_log::view requests = log_.latest();
+      .set("publication", folder_.string())
+      .set("started", iso_time(started_));
+  const auto published = view_.latest();
+  describe_page(root, *published, select_rows(all_rows(*published, elements_), elements_, wanted),
+                elements_, folder_);
+  const request_log::view requests = requests_.latest();
   root.set("requests_total", requests.total);
   json_node list = root.array("requests");
-  for (const request_record &request : requests.latest) {
-    describe(list.append(), request);
+  for (size_t i = 0; i < std::min(wanted.requests, requests.latest.size()); ++i) {
+    describe(list.append(), requests.latest[i]);
   }
-  return document.line();
+  // The one figure that is always another.
+  const std::string same = document.line();
+  const auto up = std::chrono::steady_clock::now() - begin_;
+  service.set("uptime_seconds", std::chrono::duration_cast<std::chrono::seconds>(up).count());
+  return tagged_answer(request, document.line(), same);
+}
+
+http_answer status_page::element_answer(const http_request &request) {
+  const auto query = parse_element_query(request.query);
+  if (const auto *const error = std::get_if<query_error>(&query)) {
+    return refused_answer(400, *error);
+  }
+  const auto &wanted = std::get<element>(query);
+  const auto rows = all_rows(*view_.latest(), elements_);
+  const auto row = std::ranges::find_if(rows, [&wanted](const publication_view::row &one) {
+    return printable(one->who.subsys) == wanted.subsys && printable(one->who.index) == wanted.index;
+  });
+  if (row == rows.end()) {
+    return refused_answer(404, {.parameter = "index", .text = "is not published"});
+  }
+  json_document document;
+  describe_details(document.root(), row_of(*row, elements_), folder_);
+  const std::string body = document.line();
+  return tagged_answer(request, body, body);
 }
 
 std::optional<http_answer> status_page::answer(const http_request &request) {
@@ -225,10 +161,9 @@ std::optional<http_answer> status_page::answer(const http_request &request) {
   }
   if (request.path == "/") {
     static const std::string policy = page_policy();
-    return page_answer(std::string(status_html), "text/html; charset=utf-8", policy);
+    return page_answer(200, std::string(status_html), "text/html; charset=utf-8", policy);
   }
-  return page_answer(status_json(), "application/json",
-                     "default-src 'none'; frame-ancestors 'none'");
+  return request.path == "/status.json" ? status_answer(request) : element_answer(request);
 }
 
 }  // namespace zotconf

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/tools/support/process.hpp"
-#include "tools/reference/statuses.hpp"
+#include "tools/model/statuses.hpp"
 #include "utilities/owner.hpp"
 
 namespace zot::test {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/reference/statuses.hpp"
+#include "tools/model/statuses.hpp"
 
 #include <algorithm>
 #include <charconv>
