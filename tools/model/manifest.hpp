@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/model/names.hpp"
+
 namespace zotconf {
 
 // One file of a configuration.
@@ -24,6 +26,10 @@ struct manifest {
   std::string cluster;
   std::string config_id;  // empty: absent
   std::string firmware;   // empty: absent
+  // Whose configuration it is, and a number that rises with each publication of it, so that a
+  // signature holds for one element and one order. The library reads neither.
+  element who{};
+  uint64_t sequence = 0;  // 0: absent, and `who` with it
   std::vector<published_file> files;
 };
 

@@ -4,6 +4,7 @@
 //   config/<Category>/<key>/<version>                          the files, never rewritten
 //   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.k           K of one element
 //   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.checksum    its SHA-256 and a newline
+//   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.k.p7s       its signature, when it is signed
 //   .lock                                                      locked by who changes the folder
 //   .spent                                                     a version; new ones are above it
 //
@@ -24,8 +25,8 @@
 
 namespace zotconf {
 
-// The latest K of an element, or its checksum file, by ".k" or ".checksum": the pieces of the path,
-// and where it lies in a publication folder.
+// The latest K of an element, its checksum file or its signature, by ".k", ".checksum" or ".k.p7s":
+// the pieces of the path, and where it lies in a publication folder.
 std::vector<std::string> latest_parts(const element &who, const std::string &suffix);
 fs::path latest_file(const fs::path &publication, const element &who, const std::string &suffix);
 
@@ -45,6 +46,7 @@ class publication_store {
 
   [[nodiscard]] std::optional<std::string> read_k(const element &who) const;
   [[nodiscard]] std::optional<std::string> read_checksum(const element &who) const;
+  [[nodiscard]] std::optional<std::string> read_signature(const element &who) const;
 
   // The versions of an object that lie here, highest first.
   [[nodiscard]] std::vector<uint64_t> versions_of(const published_file &file) const;
@@ -59,11 +61,15 @@ class publication_store {
   // Raises it; on the medium when this returns.
   void spend(uint64_t version) const;
 
-  // Makes a K the latest of an element. The files come to the medium first, K next, the checksum
-  // that announces it last. Right before, the files that it drops get the time of now, for a reader
-  // of the K before may still ask for them. Returns how many of them could not be given it.
+  // Makes a K the latest of an element. The files come to the medium first, then the signature, K,
+  // and the checksum that announces it; without a signature the one of the K before is removed.
+  // Right before, the files that it drops get the time of now, for a reader of the K before may
+  // still ask for them. Returns how many of them could not be given it.
   [[nodiscard]] size_t announce(const element &who, const std::string &k,
+                                const std::optional<std::string> &signature,
                                 const std::vector<published_file> &dropped) const;
+  // Puts a signature beside the K that is there.
+  void write_signature(const element &who, const std::string &signature) const;
 
   // Opens config/<Category>/<key>/<version>; not open when it isn't there.
   [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const;
