@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# How fast the library is: its pieces one by one, and whole cycles beside what any program has to do
-# and what is used instead. Times are told and never fail anything.
+# Measures how fast the library is: its pieces one by one, and whole cycles compared with the baseline
+# (minimum work) and with other tools. Times are printed; no run fails because of them.
 
 readonly bench_programs=build/release/bench
 readonly bench_results=build/bench
@@ -25,7 +25,7 @@ bench_make() {
   bench_build zotconf_cli bench_pieces bench_cycles footprint_heap
 }
 
-# bench_measure_pieces RESULTS [OPTION]...: what they copy lies in memory.
+# bench_measure_pieces RESULTS [OPTION]...: the files that the pieces copy are in memory.
 bench_measure_pieces() (
   say "bench: the pieces, one by one"
   TMPDIR=$(mktemp -d -p /dev/shm)
@@ -37,7 +37,7 @@ bench_measure_pieces() (
     --benchmark_enable_random_interleaving=true "${@:2}" >"$1/pieces.log"
   jq -r '.benchmarks[] | select(.error_occurred) | "\(.name): \(.error_message)"' \
     "$1/pieces.json.new" >"$1/pieces.errors"
-  [[ ! -s $1/pieces.errors ]] || fail "a piece does wrong: $(<"$1/pieces.errors")"
+  [[ ! -s $1/pieces.errors ]] || fail "a piece reports an error: $(<"$1/pieces.errors")"
   mv "$1/pieces.json.new" "$1/pieces.json"
 )
 
@@ -71,7 +71,7 @@ bench() {
   bench_run
 }
 
-# That all of it works, from the small sizes.
+# Checks with the small sizes that everything works.
 bench_quick() {
   bench_make "${cycles_peers[@]}"
   mkdir -p "$bench_results/quick"
@@ -94,7 +94,7 @@ bench_peers() {
   bench_report
 }
 
-# Instructions don't depend on what else the machine does, so these may fail a change.
+# Instruction counts do not depend on the load of the machine, so a change may fail because of them.
 bench_counts() {
   local -r folder=bench/counts values=$bench_results/counts.values
   setup
@@ -102,8 +102,8 @@ bench_counts() {
   say "bench: build"
   bench_build zotconf_cli bench_source bench_counts bench_client
   mkdir -p "$bench_results"
-  say "bench: instructions, and the limit of each"
+  say "bench: instruction counts and their limits"
   "$folder/count.sh" build/release >"$values"
   awk -f bench/footprint/compare.awk "$folder/limits.txt" "$values" ||
-    fail "the instructions are not within $folder/limits.txt"
+    fail "the instruction counts do not meet the limits of $folder/limits.txt"
 }

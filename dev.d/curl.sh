@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Whole cycles with builds of libcurl that lack optional features.
+# Runs whole cycles with builds of libcurl that lack optional features.
 
 readonly curl_build=build/curl
 
-# Building them takes minutes, so it is done once for each state of the scripts.
+# The builds take minutes, so they are repeated only when the scripts change.
 curl_make_variants() {
   local scripts=(tests/curl/build_variants.sh tests/support/debian_source.sh)
   local stamp=$curl_build/variants/made
@@ -15,7 +15,7 @@ curl_make_variants() {
   fi
 }
 
-# curl_link VARIANT SOURCE: a program that has the library and a libcurl inside.
+# curl_link VARIANT SOURCE: builds a program with the library and that libcurl linked statically.
 curl_link() {
   local variant=$1 source=$2
   gcc -std=c11 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -Iinclude "$source" \
@@ -27,7 +27,7 @@ curl_cycles() {
   setup
   need busybox-static dpkg-dev make
   curl_make_variants
-  say "curl: the library and its programs, with each of them"
+  say "curl: the library and its programs, with each libcurl"
   configure release
   cmake --build --preset release -j "$jobs" --target zotconf_cli zotconf_static -- --quiet
   local variants variant source

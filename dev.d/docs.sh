@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# The documents: the pages of the interface, the diagrams, the manual pages and the links.
+# Builds the interface pages and the diagrams, and checks the manual pages and the links.
 
 docs_interface() {
   say "docs: pages of the interface"
@@ -10,7 +10,7 @@ docs_interface() {
   ZOTCONF_VERSION=$version doxygen docs/Doxyfile
 }
 
-# Each fenced block of the kind `dot` is rendered as DOCUMENT-NUMBER.svg.
+# Renders each fenced block of the kind `dot` as DOCUMENT-NUMBER.svg.
 docs_diagrams() {
   say "docs: diagrams"
   local source

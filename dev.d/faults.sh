@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Sweeps that let one thing after another fail, and random sequences held against a model. Each
-# prints what it did and closes with its counts, which docs/reliability.md tells.
+# Runs the sweeps, which inject one fault after the other, and random sequences that are compared with a
+# model. Each prints what it did and ends with its counts, which go into docs/reliability.md.
 
 readonly faults_programs=build/release/tests/faults
 readonly faults_results=build/faults
@@ -10,7 +10,7 @@ readonly faults_promises=tests/faults/promises.txt
 readonly faults_sweeps=(memory calls share service archive host threads model)
 readonly faults_sequences=100000
 
-# The thread sanitizer wants a library of its own.
+# The thread sanitizer needs a separate build of the library.
 readonly threads_build=build/threads
 
 faults_make() {
@@ -28,9 +28,10 @@ faults_make_threads() {
   cmake --build "$threads_build" -j "$jobs" --target faults_threads
 }
 
-# What a sweep prints, kept; a line with counts begins with the name of what was counted.
+# The first words of the lines with counts: the name of what was counted.
 readonly faults_counted='memory|calls|disks|power|share|service|archive|host|threads|lies|model'
 
+# faults_keep NAME COMMAND...: runs a sweep and stores its output and its lines with counts.
 faults_keep() {
   local name=$1
   shift
@@ -40,7 +41,8 @@ faults_keep() {
   rm -f "$faults_results/$name.counts"
   say "faults: $name"
   "$@" | tee "$log"
-  grep -E "^($faults_counted): .*[0-9]" "$log" >"$log.counts" || fail "the sweep '$name' told no counts"
+  grep -E "^($faults_counted): .*[0-9]" "$log" >"$log.counts" ||
+    fail "the sweep '$name' printed no counts"
   mv "$log.counts" "$faults_results/$name.counts"
   say "faults: $name: $((SECONDS - begin)) s"
 }
@@ -66,14 +68,14 @@ faults_model() {
   "$model" --count $((faults_sequences / 5)) --jobs "$jobs"
 }
 
-# Bounded forms of all sweeps, for each change.
+# Runs the bounded forms of all sweeps, which each change has to pass.
 faults_quick() {
   faults_make
   say "faults: bounded"
   ctest --test-dir build/release -j "$jobs" -L faults --output-on-failure --no-tests=error
 }
 
-# The table of the sweeps, and the promises with the test that holds each and its count.
+# Writes the table of promises, with what checks each and its counts, once every sweep has run.
 faults_write_document() {
   local sweep
   for sweep in "${faults_sweeps[@]}"; do
@@ -88,7 +90,7 @@ faults_write_document() {
   cp build/reliability.md "$faults_document"
 }
 
-# faults [SWEEP]...: all without a name.
+# faults [SWEEP]...: without a name, runs all sweeps.
 faults() {
   local sweep wanted=("$@")
   ((${#wanted[@]} > 0)) || wanted=("${faults_sweeps[@]}")

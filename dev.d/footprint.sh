@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# What the library costs on the target: measured, held below limits, and told in a document.
+# Measures the footprint of the library on the target, checks it against limits and writes a document.
 
 readonly footprint_folder=bench/footprint
 readonly footprint_limits=$footprint_folder/limits.txt
@@ -16,7 +16,8 @@ footprint_build_targets() {
 }
 
 footprint_build() {
-  [[ $(uname -m) == x86_64 ]] || fail "the document tells figures of x86-64 beside those of ARM"
+  [[ $(uname -m) == x86_64 ]] ||
+    fail "the document compares ARM with x86-64: run footprint on an x86-64 machine"
   arm_setup
   need binutils-arm-linux-gnueabihf strace
   say "footprint: build"
@@ -32,9 +33,9 @@ footprint_measure() {
 }
 
 footprint_compare() {
-  say "footprint: what was measured, and its limit"
+  say "footprint: measured values and their limits"
   awk -f "$footprint_folder/compare.awk" "$footprint_limits" "$footprint_values" ||
-    fail "the footprint is not within $footprint_limits"
+    fail "the footprint does not meet the limits of $footprint_limits"
 }
 
 footprint_make_document() {
@@ -48,14 +49,14 @@ footprint_write_document() {
   cp build/footprint.md "$footprint_document"
 }
 
-# Two measurements never agree on everything; these tables do not vary.
+# Compares the tables that do not vary between two measurements.
 footprint_compare_document() {
   local table
   footprint_make_document
   for table in library records; do
     diff <(sed -n "/^<!-- measured: $table -->/,/^<!-- end -->/p" "$footprint_document") \
       <(sed -n "/^<!-- measured: $table -->/,/^<!-- end -->/p" build/footprint.md) ||
-      fail "$footprint_document tells other sizes; ./dev footprint writes them"
+      fail "$footprint_document has other sizes; run ./dev footprint to update it"
   done
 }
 
@@ -66,7 +67,7 @@ footprint_check() {
   footprint_compare_document
 }
 
-# The document tells what is, also when that is too much.
+# Writes the document before the check, so that it shows the measured values even beyond a limit.
 footprint() {
   footprint_build
   footprint_measure

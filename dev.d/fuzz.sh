@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# The targets of the fuzzer. New finds stay in build/fuzz/corpus; fuzz/corpus has what is kept.
+# Runs the fuzz targets. New inputs stay in build/fuzz/corpus; fuzz/corpus is the stored corpus.
 
 readonly fuzz_build=build/fuzz
 readonly fuzz_targets=(k_content gpb_path checksum json parameters cycle archive)
@@ -14,8 +14,8 @@ fuzz_make() {
   cmake --build --preset fuzz -j "$jobs" --target zotconf_fuzz "${quiet[@]}"
 }
 
-# Where bytes are steps or members there is no use in beginning with short ones. Where a service
-# runs in the process, what leaked is looked for when it ends, not after each input.
+# Where the bytes of an input are steps or members, short inputs are no useful start. Where a service
+# runs in the process, leaks are checked at the end of the process, not after each input.
 fuzz_options() {
   case $1 in
     parameters) echo -max_len=512 -len_control=0 ;;
@@ -26,7 +26,7 @@ fuzz_options() {
   esac
 }
 
-# fuzz_run TARGET TEMPORARY OPTION...: the fuzzer's words and its exit status go to files.
+# fuzz_run TARGET TEMPORARY OPTION...: the fuzzer's output and its exit status go to files.
 fuzz_run() {
   local -r target=$1 temporary=$2 log=$fuzz_build/logs/$1
   shift 2
@@ -45,7 +45,7 @@ fuzz_run() {
   echo "$status" >"$log.status"
 }
 
-# fuzz_tell TARGET: one line of counts; fails when there was a find.
+# fuzz_tell TARGET: prints one line of counts; fails when the fuzzer has found a failure.
 fuzz_tell() {
   local -r log=$fuzz_build/logs/$1.log
   local runs corpus status
@@ -58,12 +58,12 @@ fuzz_tell() {
   fi
   local find
   find=$(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)
-  echo "fuzz: $1: ended with status $status; the input is ${find:-not known}, the report $log:"
+  echo "fuzz: $1: ended with status $status; the input is ${find:-unknown}, the log $log:"
   grep -aE -A 60 'does not hold|ERROR: |runtime error: ' "$log" | head -n 80 || true
   return 1
 }
 
-# Programs run side by side, each with files of its own, in memory where there is room for that.
+# Runs the targets in parallel, each with its own files, which are in memory where /dev/shm is writable.
 fuzz_all() {
   local target temporary status=0
   temporary=$(TMPDIR=${TMPDIR:-$([[ -w /dev/shm ]] && echo /dev/shm || echo /tmp)} mktemp -d)
@@ -105,6 +105,6 @@ fuzz() {
 
 fuzz_replay() {
   fuzz_make
-  say "fuzz: the kept corpus"
+  say "fuzz: the stored corpus"
   fuzz_all fuzz_once
 }

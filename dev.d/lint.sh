@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# What a reviewer should not have to say.
+# Automated checks, so that a review need not cover them.
 
 files_of() {
   local pattern=$1
@@ -25,8 +25,8 @@ lint_shell() {
     xargs shellcheck --severity=warning
 }
 
-# The layers of the library and of the program from the bottom up, each a pattern of the paths that
-# stand on it. Where several match, the last one counts.
+# The layers of the library and of the program from the bottom up. Each is a pattern of the paths that
+# belong to it. Where several match, the last one counts.
 readonly layers_of_library=(
   ^include/
   ^utilities/
@@ -47,7 +47,7 @@ readonly layers_of_tools=(
   ^tools/manual/
 )
 
-# For awk: the place of a path in `pattern`, which has `count` layers; 0 without one.
+# For awk: the number of a path's layer in `pattern`, which has `count` layers; 0 if there is none.
 readonly layer_of_a_path='
   function layer(path,   at) {
     for (at = count; at > 0 && path !~ pattern[at];) --at
@@ -55,8 +55,8 @@ readonly layer_of_a_path='
   }
 '
 
-# includes_run_down LAYERS FILE...: a file stands on a layer and includes nothing of a higher one, and
-# nothing of another folder on its own.
+# includes_run_down LAYERS FILE...: checks that each file belongs to a layer and includes nothing of a
+# higher layer, and nothing of another folder of the same layer.
 includes_run_down() {
   local layers=$1
   shift
@@ -70,7 +70,7 @@ includes_run_down() {
       close(path)
       return found
     }
-    # A file that the build makes is there as what it is made of.
+    # A file that the build generates exists as its template.
     function exists(path) {
       return is_file(path) || is_file(path ".in")
     }
@@ -85,11 +85,11 @@ includes_run_down() {
       refused = 1
     }
     BEGIN { count = split(layers, pattern, " ") }
-    FNR == 1 && !layer(FILENAME) { refuse("the file stands on no layer") }
+    FNR == 1 && !layer(FILENAME) { refuse("the file belongs to no layer") }
     /^[ \t]*#[ \t]*include[ \t]*"/ {
       split($0, piece, "\"")
       target = resolve(FILENAME, piece[2])
-      if (!layer(target) || !exists(target)) refuse("\"" piece[2] "\" is on no layer")
+      if (!layer(target) || !exists(target)) refuse("\"" piece[2] "\" belongs to no layer")
       else if (layer(target) > layer(FILENAME)) refuse("\"" piece[2] "\" is on a higher layer")
       else if (layer(target) == layer(FILENAME) && folder(target) != folder(FILENAME))
         refuse("\"" piece[2] "\" is in another folder of the same layer")
@@ -97,9 +97,9 @@ includes_run_down() {
     END { exit refused }' "$@"
 }
 
-# operations_run_down LAYERS FILE...: the public header declares the operations of all layers, so an
-# include doesn't tell who uses whom. Where an operation is defined tells its layer; a file names none
-# of a higher one.
+# operations_run_down LAYERS FILE...: checks that a file names no operation of a higher layer. The
+# public header declares the operations of all layers, so an include does not show which layer is used.
+# The layer of an operation is that of the file that defines it.
 operations_run_down() {
   local layers=$1
   shift
@@ -117,7 +117,7 @@ operations_run_down() {
         close(ARGV[at])
       }
     }
-    # A pragma names an operation for the compiler and uses nothing.
+    # A pragma names an operation for the compiler but does not use it.
     !/^#pragma / {
       code = $0
       gsub(/"([^"\\]|\\.)*"/, "", code)
@@ -126,7 +126,7 @@ operations_run_down() {
         name = substr(code, RSTART, RLENGTH)
         code = substr(code, RSTART + RLENGTH)
         if (name in home && home[name] > layer(FILENAME)) {
-          printf "%s:%d: %s lives on a higher layer\n", FILENAME, FNR, name
+          printf "%s:%d: %s is defined on a higher layer\n", FILENAME, FNR, name
           refused = 1
         }
       }
@@ -135,7 +135,7 @@ operations_run_down() {
 }
 
 lint_layers() {
-  say "lint: includes run one way"
+  say "lint: includes go in one direction"
   local library tools status=0
   mapfile -t library < <(files_of '.*\.(h|hpp|cpp)' include src utilities)
   mapfile -t tools < <(files_of '.*\.(h|hpp|cpp)' tools)
@@ -146,8 +146,8 @@ lint_layers() {
   return "$status"
 }
 
-# Prints the lines whose code, not comments or texts, has what the pattern names; succeeds when there
-# are any.
+# uses PATTERN FILE...: prints the lines whose code, without comments and string literals, matches the
+# pattern; succeeds when there are any.
 uses() {
   local pattern=$1
   shift
@@ -182,12 +182,12 @@ lint_knows_every_file() {
   local file status=0
   for file in $(files_of '.*\.cpp' src utilities tools); do
     grep -qF "$PWD/$file\"" build/lint/compile_commands.json ||
-      { echo "$file is built by nothing" >&2 && status=1; }
+      { echo "no target builds $file" >&2 && status=1; }
   done
   return "$status"
 }
 
-# Precompiled headers of one compiler are nothing to another.
+# clang-tidy cannot read the precompiled headers of GCC.
 lint_configure() {
   local folder=$1
   shift
@@ -195,20 +195,20 @@ lint_configure() {
     -DZOTCONF_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=OFF --log-level=WARNING "$@" >/dev/null
 }
 
-# analyse FOLDER PATTERN [OPTION]...: what the build in FOLDER compiles and matches.
+# analyse FOLDER PATTERN [OPTION]...: runs clang-tidy on the files of the build in FOLDER that match.
 analyse() {
   local folder=$1 pattern=$2
   shift 2
-  # The project is compiled by GCC, whose options clang need not know.
+  # GCC compiles the project, and clang does not know all of its options.
   sed -nE 's|^ *"file": "(.*)",?$|\1|p' "$folder/compile_commands.json" | grep -E "$pattern" |
     xargs -n 1 -P "$jobs" \
       clang-tidy --quiet -p "$folder" --extra-arg=-Wno-unknown-warning-option "$@" 2>&1 |
     sed '/ warnings\{0,1\} generated\.$/d'
 }
 
-# Most checks look at all that a file includes, which is a lot in the tools: they see those files
-# joined, several at a time. The analyser follows the paths of a function in the file itself only,
-# and sees each alone.
+# Most checks read everything that a file includes, which is a lot in the tools: these checks get the
+# files of the tools joined, several at a time. The analyser follows only the paths of functions in the
+# file itself, so it gets each file alone.
 lint_analysis() {
   say "lint: static analysis"
   lint_configure build/lint

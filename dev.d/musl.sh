@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# The library with musl instead of glibc: its headers, its symbols, and whole cycles on it.
+# Checks the library with musl instead of glibc: headers, symbols and whole cycles.
 
 readonly musl_build=build/musl
 readonly musl_packages=(binutils g++ musl musl-dev musl-tools)
 
-# musl_configure FOLDER ROOT: FOLDER gets a build of the library with the libraries of ROOT.
+# musl_configure FOLDER ROOT: configures in FOLDER a build of the library with the libraries of ROOT.
 musl_configure() {
   local folder=$1 root
   root=$(realpath "$2")
@@ -20,8 +20,8 @@ musl_make_library() {
   cmake --build "$1" -j "$jobs" --target zotconf_static -- --quiet
 }
 
-# This machine's headers of libcurl, libcrypto and cJSON stand among glibc's and are taken from
-# there. The libraries are found, but never linked: only an archive is made.
+# Copies this machine's headers of libcurl, libcrypto and cJSON out of glibc's include folders. The
+# libraries are found but never linked, because only a static library is built.
 musl_stage_headers() {
   local root=$1 folder name
   rm -rf "$root"
@@ -48,34 +48,34 @@ lint_musl_headers() {
   musl_make_library "$folder" "$folder/root"
   sources=$(files_of '.*\.cpp' src utilities | wc -l)
   objects=$(ar t "$folder/src/libzotconf.a" | wc -l)
-  ((sources == objects)) || fail "there are $sources sources, but only $objects were compiled"
+  ((sources == objects)) || fail "$sources sources exist, but $objects were compiled"
   tests/packaging/check_header.sh include/zot_conf.h musl-gcc tests/musl/musl-g++.sh
 }
 
-# What a library offers to others.
+# offered_by LIBRARY...: the symbols that the libraries define for others.
 offered_by() {
   nm -D --defined-only "$@" | awk 'NF == 3 { sub(/@.*/, "", $3); print $3 }'
 }
 
-# What an object cannot do without. What is only a wish (w) may be missing everywhere, and the table
-# of offsets is the linker's own.
+# needed_by [OPTION] FILE...: the undefined symbols. Weak ones (w) may stay undefined, and the linker
+# itself provides the global offset table.
 needed_by() {
   nm "$@" | awk '
     $1 == "U" && $2 != "_GLOBAL_OFFSET_TABLE_" { sub(/@.*/, "", $2); print $2 }'
 }
 
-# lint_needed NAME NEEDED OFFERED: lists of symbols.
+# lint_needed NAME NEEDED OFFERED: compares two lists of symbols.
 lint_needed() {
   local needed lacking
   needed=$(LC_ALL=C sort -u <<<"$2")
   lacking=$(LC_ALL=C comm -23 <(printf '%s\n' "$needed") <(LC_ALL=C sort -u <<<"$3"))
   if [[ -z $needed || -n $lacking ]]; then
-    printf '%s needs what musl does not offer:\n%s\n' "$1" "${lacking:-(no list of its needs)}" >&2
+    printf '%s needs what musl does not offer:\n%s\n' "$1" "${lacking:-(no symbols listed)}" >&2
     return 1
   fi
 }
 
-# Two views of the same: the library as it is shipped, and the objects that musl's headers make.
+# Checks the library as it is shipped, and the objects that are compiled with musl's headers.
 lint_libc() {
   say "lint: musl offers what the library needs of a C library"
   need "${musl_packages[@]}"
@@ -85,10 +85,10 @@ lint_libc() {
   cmake --build --preset release -j "$jobs" --target zotconf -- --quiet
   machine=$(musl-gcc -dumpmachine)
   mapfile -t others < <(ldd "$library" | awk '/^[ \t]*lib(curl|crypto|cjson)\./ { print $3 }')
-  ((${#others[@]} == 3)) || fail "libcurl, libcrypto and libcjson are not among those of $library"
+  ((${#others[@]} == 3)) || fail "$library is not linked with libcurl, libcrypto and libcjson"
   offered=$(offered_by "${others[@]}" "/usr/lib/${machine/-gnu/-musl}/libc.so")
-  # Under _FILE_OFFSET_BITS=64 glibc says open64 for open, and so on. In musl an offset always has
-  # 64 bits, and the plain name does that. Fortified calls are glibc's form of the plain ones.
+  # With _FILE_OFFSET_BITS=64, glibc uses open64 for open, and so on. In musl an offset always has 64
+  # bits, also under the plain name. Fortified calls are glibc's variants of the plain ones.
   lint_needed "$library" "$(needed_by -D "$library" | sed 's/64$//; s/^__\(.*\)_chk$/\1/')" \
     "$offered" || status=1
   own=$(nm --defined-only "$archive" | awk 'NF == 3 { print $3 }')
@@ -96,18 +96,18 @@ lint_libc() {
   return "$status"
 }
 
-# Building them takes minutes, so it is done once for each state of the script.
+# The builds take minutes, so they are repeated only when the scripts change.
 musl_make_others() {
   local scripts=(tests/musl/build_libraries.sh tests/support/debian_source.sh)
   local stamp=$musl_build/root/made
   if ! sha256sum --check --status "$stamp" 2>/dev/null; then
-    say "musl: cJSON, libcurl and libcrypto of Debian's sources"
+    say "musl: cJSON, libcurl and libcrypto from Debian's sources"
     "${scripts[0]}" "$musl_build" "$jobs"
     sha256sum "${scripts[@]}" >"$stamp"
   fi
 }
 
-# musl_link PROGRAM SOURCE: a static program, as small as the linker makes it.
+# musl_link PROGRAM SOURCE: links a static program, as small as the linker makes it.
 musl_link() {
   local program=$musl_build/programs/$1 source=$2
   musl-gcc -std=c11 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -Os -Iinclude -static \
@@ -127,7 +127,7 @@ musl() {
   musl_link client tests/musl/client.c
   musl_link c_client tests/api/c_client.c
   size "$musl_build/programs/cycle"
-  say "musl: cycles with busybox, against a service of this machine"
+  say "musl: cycles with busybox, against a service on this machine"
   configure release
   cmake --build --preset release -j "$jobs" --target zotconf_cli -- --quiet
   local where

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# The tests, and the coverage of the code by them.
+# Runs the tests and measures their line coverage.
 
 readonly coverage_floor=95
 
@@ -9,15 +9,14 @@ run_tests() {
   local preset=$1
   shift
   say "tests: $preset"
-  # Many tests wait for something, so there is time for one more. The sweeps have a command of their
-  # own.
+  # Many tests spend time waiting, so one more runs in parallel. The sweeps have their own command.
   ctest --test-dir "build/$preset" -j $((jobs + 1)) -LE faults --output-on-failure \
     --no-tests=error --timeout 300 "$@"
   say "tests: $preset: $(count_tests "build/$preset/Testing/Temporary/LastTest.log") cases"
 }
 
-# A test of CTest may be a program with many cases: those of GoogleTest are counted one by one, and
-# once, though busybox has them run again.
+# Counts test cases. A test of CTest may be a GoogleTest program with many cases, which are counted
+# one by one. The second run with busybox does not count.
 count_tests() {
   awk '
     / Testing: / { again = $NF ~ /^busybox\./ }

@@ -8,7 +8,7 @@
 namespace zot::fuzz {
 namespace {
 
-// The fuzzer closes standard error to keep the library's messages out of its own.
+// The fuzzer closes standard error, so that the library's messages do not mix with its own.
 const int report_fd = ::dup(STDERR_FILENO);
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a target states about the library, and how it says that it does not hold.
+// How a target checks a property of the library and reports that it does not hold.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace zot::fuzz {
 
-// Ends the process, which is what the fuzzer takes for a find.
+// Ends the process, which the fuzzer treats as a failure.
 [[noreturn]] void complain(const std::string &what);
 
 inline void check(bool holds, const char *what) {
@@ -19,7 +19,7 @@ inline void check(bool holds, const char *what) {
   }
 }
 
-// A copy without a byte to spare: the address sanitizer sees a read or a write behind its end.
+// A copy in a block of exactly its size: the address sanitizer detects any access behind its end.
 template <class T>
 class exact_copy {
  public:
@@ -42,10 +42,10 @@ class exact_copy {
   std::size_t count_;
 };
 
-// Like an input of text, which ends at its first NUL or with the bytes.
+// The bytes as text, which ends at the first NUL or at the end of the bytes.
 [[nodiscard]] std::string text_of(const std::uint8_t *bytes, std::size_t size);
 
-// The parts between the bytes that are NUL.
+// The parts of the bytes, separated by NUL.
 [[nodiscard]] std::vector<std::string> parts_of(const std::uint8_t *bytes, std::size_t size);
 
 }  // namespace zot::fuzz

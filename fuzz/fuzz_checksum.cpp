@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A checksum file beside a K, and the same bytes as a service announces them.
-// The input: a digit for the K, then the file, in which '@' stands for the digest of that K, '^'
-// for the same in capitals, and '<' for all of it but the last digit.
+// Reads a checksum file next to a K, and compares with the same bytes as a service announces them.
+// Input: a digit that chooses the K, then the file. In the file '@' stands for the digest of that
+// K, '^' for the digest in capitals, and '<' for the digest without its last digit.
 #include <array>
 #include <cctype>
 #include <cstring>
@@ -47,7 +47,7 @@ std::string with_digest(const std::string &text, const std::string &digest) {
   return whole;
 }
 
-// The first line as far as it is text.
+// The first line, up to its first NUL.
 std::string first_line(const std::string &file) {
   const std::string kept = file.substr(0, std::min(file.find('\n'), line_buffer));
   return kept.substr(0, kept.find('\0'));
@@ -77,7 +77,7 @@ void read_as_file(const test::temp_dir &dir, const known_k &k, const std::string
         "what was read is counted");
 }
 
-// A service announces bytes, and none of them but the first 64 count.
+// Of the bytes that a service announces, only the first 64 count.
 void compare(const known_k &k, const std::string &digest, const std::string &file) {
   const zot::fuzz::exact_copy<char> announced(file.c_str(), file.size() + 1);
   const zot::fuzz::exact_copy<char> data(k.text);

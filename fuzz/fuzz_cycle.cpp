@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A sequence of what controllers, services, processes and accidents do to an element, on the
-// library and on the model of it at once.
-// The input: four bytes for each step.
+// Runs a sequence of what controllers, services, processes and accidents do to an element on the
+// library and on its model in parallel, and compares them.
+// Input: four bytes for each step.
 #include <array>
 
 #include "fuzz/check.hpp"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The path of a GPB file, told once more by hand, and into buffers of every size.
-// The input: a byte for the size of each buffer, then the path.
+// Parses the path of a GPB file (configuration file) into buffers of every size, and compares the
+// result with that of a second parser.
+// Input: a byte for the size of each buffer, then the path.
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -29,7 +30,7 @@ int digit_of(char digit) {
                                     : 99;
 }
 
-// As far as it is a number; what a word does not hold is the largest one.
+// The number at the start of the text; the largest one if it does not fit into 64 bits.
 std::uint64_t number_of(const std::string &text) {
   const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
   const int base = is_hex ? 16 : text.starts_with("0") ? 8 : 10;

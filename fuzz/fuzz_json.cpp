@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Typed access to the members of a JSON object, each asked for under every type and into buffers
-// that just hold it or just do not.
-// The input: a name to look for, NUL, the JSON.
+// Reads the members of a JSON object with every typed accessor, into buffers of exactly their size
+// and into buffers that are just too small.
+// Input: the name to look for, NUL, the JSON.
 #include <cjson/cJSON.h>
 
 #include <array>
@@ -28,7 +28,7 @@ std::int32_t word_of(double number) {
                                  : static_cast<std::int32_t>(whole);
 }
 
-// The first member of that name, letter case aside.
+// The first member of that name, case-insensitive.
 const cJSON *find(const cJSON *object, const std::string &name) {
   const auto lower = [](std::string text) {
     for (char &letter : text) {

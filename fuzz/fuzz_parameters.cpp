@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Calls that set and get parameters, under any id, with values of any length that end where they
-// end, held against a record of what has to be stored.
-// The input: for each call some bytes that choose it, then the bytes of its value.
+// Sets and gets parameters with any id and with values of any length, in buffers of exactly that
+// length, and compares the results with a record of what has to be stored.
+// Input: for each call some bytes that choose it, then the bytes of its value.
 #include <dirent.h>
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -18,7 +18,7 @@ namespace test = zot::test;
 
 constexpr std::size_t longest_value = 128;
 constexpr int most_calls = 24;
-// By id.
+// Indexed by id.
 constexpr std::array<std::size_t, ZOT_PARM_ALL + 1> shortest_value = {0,
                                                                       4,
                                                                       1,
@@ -98,7 +98,7 @@ class session {
   FILE *stream_;
   const std::string &dir_;
   wanted_record record_;
-  std::string text_;  // what the control of the call that runs points to
+  std::string text_;  // what the control of the current call points to
   test::handle_owner handle_;
 };
 
@@ -132,7 +132,7 @@ zot_log_ctl session::make_ctl() {
   ctl.cb = input_.ConsumeBool() ? swallow : nullptr;
   ctl.cb_arg = input_.ConsumeBool() ? this : nullptr;
   if (input_.ConsumeBool()) {
-    ctl.path = handle_->parm->all.log_ctl.path;  // as a caller has it who read the control
+    ctl.path = handle_->parm->all.log_ctl.path;  // as read back by a caller
   } else if (input_.ConsumeBool()) {
     text_ = make_path();
     ctl.path = text_.c_str();
@@ -159,7 +159,7 @@ std::string session::value_for(int id) {
       return input_.ConsumeRandomLengthString(longest_value);
   }
   const auto change = input_.ConsumeIntegralInRange<std::size_t>(0, longest_value);
-  // Mostly whole; else cut or with more behind it.
+  // Mostly complete; otherwise truncated or extended.
   value.resize(input_.ConsumeBool() ? value.size() : change);
   return value;
 }
@@ -294,7 +294,7 @@ void session::set(int id) {
   check(zot_util_get_err(handle_.get()) == status, "the status is recorded");
 }
 
-// The bytes that a parameter hands out; of an unset path none.
+// The bytes that a get of the parameter returns; none for an unset path.
 std::string session::stored(int id) const {
   const zot_log_ctl &ctl = record_.all.log_ctl;
   zot_parm_all all = record_.all;
@@ -360,7 +360,7 @@ void session::check_record() const {
 
 }  // namespace
 
-// What the library would write to the log of the machine.
+// Replaces the system log.
 extern "C" {
 void __wrap_openlog(const char *, int, int) {}
 void __wrap_syslog(int, const char *format, ...) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A handle that formats every message and throws it away, without directories or a service.
+// A handle without directories or a service that formats every message and discards it.
 #pragma once
 
 #include "zot_conf.h"

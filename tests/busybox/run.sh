@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: run.sh FOLDER PROGRAM
-# Runs a program of tests with nothing but busybox on PATH, and with busybox as /bin/sh where a
-# mount namespace can be had. The links to it go into FOLDER.
+# Runs a test program with only busybox on PATH, and with busybox as /bin/sh where the user may create a
+# mount namespace. The links to busybox go into FOLDER.
 set -euo pipefail
 
-# These put scripts of their own in the place of rm, cp and tar, which such a shell never looks at: it
-# prefers its own applets to what PATH names.
+# These tests replace rm, cp and tar with scripts on PATH. A busybox shell does not use those: it prefers
+# its own applets to the programs on PATH.
 readonly not_in_its_shell='RmRf.HandsOnTheRawStatusOfTheCommand:CommitGpb.CommandsRunInPlaceOfTheirShells:SharingWithACommit.*:InPlaceWithAFailure.*'
 
 busybox=$(command -v busybox) || {
@@ -21,7 +21,7 @@ mkdir -p "$applets"
 "$busybox" --install -s "$applets"
 for name in sh cp rm tar gzip; do
   [[ -e $applets/$name ]] || {
-    echo "busybox: this build of it has no $name" >&2
+    echo "busybox: this build has no $name" >&2
     exit 1
   }
 done
@@ -38,12 +38,12 @@ if unshare --mount "$BASH" -c "$is_busybox" "$busybox" 2>/dev/null; then
   left_out=$not_in_its_shell
   shell="busybox as /bin/sh, in a mount namespace of its own"
 else
-  shell="the machine's own /bin/sh: it may not be replaced by this user"
+  shell="the machine's own /bin/sh: this user may not replace it"
 fi
 
 "$busybox" | sed -n 1p
 echo "busybox: PATH is $applets, $(find "$applets" -type l | wc -l) applets"
 echo "busybox: shell commands run in $shell"
-echo "busybox: left out: $left_out"
+echo "busybox: skipped tests: $left_out"
 exec "${in_namespace[@]}" "$applets/env" PATH="$applets" \
   "$program" --gtest_filter="-$left_out" --gtest_brief=1

@@ -1,31 +1,32 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: build_variants.sh WORK_DIR JOBS
-# Builds libcurl from Debian's source package, without one optional feature each time and without all
-# of them: WORK_DIR/NAME/libcurl.a for each NAME of WORK_DIR/names.
+# Builds variants of libcurl from Debian's source package: one without each optional feature, and one
+# without all of them. The result is WORK_DIR/NAME/libcurl.a for each NAME in WORK_DIR/names.
 set -euo pipefail
 
 work=$(realpath -m "$1") jobs=$2
 # shellcheck source=tests/support/debian_source.sh
 source "$(dirname "$0")/../support/debian_source.sh"
 
-# The option of configure, and what its configuration has then or has no longer.
+# For each feature of configure, the macro that disabling it defines, or with `!` undefines.
 declare -rA features=([cookies]=CURL_DISABLE_COOKIES [ipv6]=!ENABLE_IPV6
   [progress-meter]=CURL_DISABLE_PROGRESS_METER [proxy]=CURL_DISABLE_PROXY
   [verbose]=CURL_DISABLE_VERBOSE_STRINGS)
 
-# An option that configure does not know is only warned of.
+# configure only warns about an unknown option, so the result is checked.
 lacks() {
   local macro=${features[$1]} has=0
   grep -q "^#define ${macro#!} 1$" lib/curl_config.h || has=1
   [[ $macro != !* ]] || has=$((1 - has))
   ((has == 0)) || {
-    echo "this libcurl has $1"
+    echo "this libcurl still has $1"
     return 1
   }
 }
 
-# make_curl NAME FEATURE…: what others have found out of this machine, configure takes from them.
+# make_curl NAME FEATURE…: builds libcurl without the features. configure reuses the cached results of
+# the first build.
 make_curl() {
   local folder=$work/$1 feature
   shift

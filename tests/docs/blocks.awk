@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-# Takes the fenced blocks out of a document, one file each: out/NUMBER.KIND. Prints for each a line
-# "NUMBER KIND LINE NAME REASON": the name that the text after the block gives it ("Save it as
-# `NAME`"), and why it is not run, as the comment above its fence tells; "-" where there is none.
-# A manual page's examples are its displays; a comment above tells the kind.
+# Extracts the fenced blocks of a document, one file each: out/NUMBER.KIND. For each it prints a line
+# "NUMBER KIND LINE NAME REASON". NAME comes from the text after the block ("Save it as `NAME`"), REASON
+# from the comment above its fence that says why it is not run; "-" where there is none.
+# In a manual page the examples are its displays; a comment above gives the kind.
 
 function begin(kind, why) {
   flush()

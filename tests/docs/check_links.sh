@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_links.sh DOCUMENT…
-# Each relative link of a Markdown document leads to a file or folder that is there, and its anchor,
-# if it has one, to a heading of that document.
+# Checks that each relative link of a Markdown document leads to an existing file or folder, and its
+# anchor, if it has one, to a heading of that document.
 set -euo pipefail
 
 # The anchors of a document: its headings in lower case, without punctuation, blanks as hyphens.
@@ -40,10 +40,10 @@ for document in "$@"; do
     path=$(dirname "$document")/$file
     [[ -n $file ]] || path=$document
     if [[ ! -e $path ]]; then
-      echo "$document:$line: nothing is at '$target'" >&2
+      echo "$document:$line: '$target' does not exist" >&2
       status=1
     elif [[ $target == *'#'* ]] && ! anchors_of "$path" | grep -qxF -- "${target#*#}"; then
-      echo "$document:$line: no heading for '$target'" >&2
+      echo "$document:$line: '$target' matches no heading" >&2
       status=1
     fi
   done < <(links_of "$document")

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_manual.sh MANUAL HEADER
-# The manual page knows each status with its number, and each call that a client has.
+# Checks that the manual page documents each status with its number, and each call for clients.
 set -euo pipefail
 
 manual=$1 header=$2
@@ -15,7 +15,7 @@ mapfile -t calls < <(sed -nE 's/^[a-z][^(]*[ *](zot_[a-z0-9_]+)\(.*/\1/p' "$head
 ((${#calls[@]} >= 30))
 for call in "${calls[@]}"; do
   if ! grep -qE "^\.F[no] $call( |$)" "$manual"; then
-    echo "the manual page does not show $call()" >&2
+    echo "the manual page does not document $call()" >&2
     exit 1
   fi
 done

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_promises.sh PROMISES DOCUMENT TEST_PROGRAM...
-# Each promise stands in the document, and the tests that hold it are there.
+# Checks that the document contains each promise, and that the tests named for it exist.
 set -euo pipefail
 
 promises=$1 document=$2
@@ -27,13 +27,13 @@ while IFS='|' read -r promise kind held_by; do
     tests)
       IFS=: read -ra filters <<<"$held_by"
       for filter in "${filters[@]}"; do
-        has_cases "$filter" || complain "no test is named $filter: $promise"
+        has_cases "$filter" || complain "no test matches $filter: $promise"
       done
       ;;
     sweep) ;;
-    *) complain "neither tests nor a sweep: $promise" ;;
+    *) complain "neither tests nor sweep: $promise" ;;
   esac
-  grep -qF "| $promise |" "$document" || complain "not in $document: $promise"
+  grep -qF "| $promise |" "$document" || complain "$document does not contain: $promise"
 done < <(sed -E '/^(#|$)/d; s/ *\| */|/g' "$promises")
-((count > 0)) || complain "there is no promise in $promises"
+((count > 0)) || complain "$promises contains no promise"
 exit "$status"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_slots.sh ZOTCONF SLOTS
-# What docs/architecture.md says about the four slots: who shares which record after each operation,
-# what the marked list says, and where its files lie.
+# Checks what docs/architecture.md says about the four slots: which slots share a record after each
+# operation, what the marked list contains, and where its files are.
 set -euo pipefail
 
 zotconf=$1 slots=$2
@@ -18,7 +18,7 @@ clean_up() {
 }
 trap clean_up EXIT
 
-# Each configuration has a file that all have, one that differs, and one of its own.
+# Each configuration has a file that is the same in all, one that differs, and one that only it has.
 mkdir "$work/bin"
 cat >"$work/bin/publish" <<PUBLISH
 #!/usr/bin/env bash
@@ -54,7 +54,7 @@ expect() {
 
 "$slots" get commit >/dev/null
 
-# The table, line by line: current, last, temporary, corrupted.
+# The lines of the table; the slots are current, last, temporary and corrupted.
 "$slots" "publish b" get commit get get "publish c" get roll-back get >"$work/found"
 expect <<'TABLE'
 get 0: a1/list1 - b3/list3 - | added 1 modified 1 deleted 1 unchanged 1, scratch
@@ -66,7 +66,7 @@ roll-back 0: b1/list1 -/list1 c3/list3 c4 | added 0 modified 0 deleted 0 unchang
 get -13: b1/list1 -/list1 c3/list3 c4 | added 0 modified 0 deleted 0 unchanged 3, cache
 TABLE
 
-# A roll-back without a last K renews the marks, too.
+# A rollback without a last K also renews the marks.
 rm "$work/element/writable/zot/knowledge"/corrupted.*
 "$slots" get roll-back get >"$work/found"
 expect <<'TABLE'

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# The checks of the documents refuse what is wrong.
+# Checks that the checks of the documents refuse wrong input.
 set -euo pipefail
 
 here=$(dirname "$(readlink -f "$0")")
@@ -28,7 +28,7 @@ mkdir "$work/blocks"
 printf '%s\n' 'text' '```sh' 'true' >"$work/open.md"
 refuses awk -v out="$work/blocks" -f "$here/blocks.awk" "$work/open.md"
 
-# What a session expects of a command.
+# Runs lines as a session of a document, with the exit statuses that they expect.
 session() {
   { echo 'expect_status() { [[ $1 == "$2" ]] || exit 9; }; set -e' &&
     printf '%s\n' "$@" | awk -f "$here/session.awk"; } | bash

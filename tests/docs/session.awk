@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-# Makes a script of the command lines that a document shows. A command with the comment
-# "# exit status N" has to end with N, every other one with 0. A service that a line leaves in the
-# background is waited for.
+# Turns the command lines of a document into a script. A command with the comment "# exit status N" has
+# to end with N, every other one with 0. When a line starts a service in the background, the script
+# waits until it answers.
 
 { command = command == "" ? $0 : command "\n" $0 }
 /\\$/ { next }

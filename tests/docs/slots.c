@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: slots STEP…
 // Runs the steps "get", "commit", "roll-back" and "publish X" on one handle and prints after each
-// what the four slots hold. A K is the last character of its config ID and a number, a list is
-// "list" and a number; equal numbers are one record. Then come the marks and whose files they stand
-// for.
+// what the four slots hold. A K (knowledge file) is printed as the last character of its config ID
+// and a number, a list as "list" and a number; equal numbers mean the same record. The counts of
+// the marks and the place of the marked files follow.
 #include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -21,7 +21,7 @@ static int get(zot_ctx *handle) {
   return status;
 }
 
-// The slot, counted from 1, in which a record stands first.
+// The number of the first slot that holds a record, counted from 1.
 static int k_number(const zot_ctx *handle, const zot_k *k) {
   int slot = 0;
   while (handle->slot[slot].k != k) {

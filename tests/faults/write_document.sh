@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: write_document.sh PROMISES RESULTS TEST_PROGRAM DOCUMENT
-# Prints the document with its table filled: each promise beside what holds it, and what that has
-# counted. The tests of a promise are run to be counted.
+# Prints the document with its table filled in: each promise, what checks it, and the counts. The tests
+# of a promise are run so that they can be counted.
 set -euo pipefail
 
 promises=$1 results=$2 tests=$3 document=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# What a sweep counted, one line each.
+# counted_by SWEEP: the counts that the sweep printed, separated by <br>.
 counted_by() {
   local lines
   lines=$(sed -n "s/^$1: //p" "$results"/*.counts)
@@ -29,7 +29,7 @@ counted_cases() {
 
 promises_table() {
   local promise kind held_by count
-  echo "| promise | held by | count |"
+  echo "| promise | checked by | count |"
   echo "|---|---|---|"
   while IFS='|' read -r promise kind held_by; do
     case $kind in
@@ -39,10 +39,10 @@ promises_table() {
         ;;
       tests)
         count=$(counted_cases "$held_by")
-        ((count > 0)) || { echo "no test is named $held_by" >&2 && return 1; }
+        ((count > 0)) || { echo "no test matches $held_by" >&2 && return 1; }
         printf '| %s | `%s` | %s cases |\n' "$promise" "$held_by" "$count"
         ;;
-      *) echo "neither sweep nor tests: $promise" >&2 && return 1 ;;
+      *) echo "neither tests nor sweep: $promise" >&2 && return 1 ;;
     esac
   done < <(sed -E '/^(#|$)/d; s/ *\| */|/g' "$promises")
 }

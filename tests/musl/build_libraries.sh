@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: build_libraries.sh WORK_DIR JOBS
-# Builds what the library needs on a small device from Debian's source packages, with musl-gcc and
-# into WORK_DIR/root: cJSON, a libcurl that speaks HTTP and nothing else, and libcrypto with SHA-256
-# and little else. The packages come from the release that this machine's apt uses.
+# Builds the libraries that the library needs on a small device, from Debian's source packages, with
+# musl-gcc, into WORK_DIR/root: cJSON, a libcurl with HTTP only, and a libcrypto with SHA-256 and little
+# else. The packages come from the release that this machine's apt uses.
 set -euo pipefail
 
 work=$(realpath -m "$1") jobs=$2
@@ -26,7 +26,7 @@ make_cjson() {
     "Libs: -L$root/lib -lcjson" "Cflags: -I$root/include" >"$root/lib/pkgconfig/libcjson.pc"
 }
 
-# The library asks by GET and POST, and for the time of a file (hence the parser for dates).
+# The library uses GET and POST, and requests the time of a file (hence the parser for dates).
 make_curl() {
   cd "$work"/source/curl-*/
   CC=musl-gcc CFLAGS=$flags ./configure --host="$(uname -m)-linux-musl" --prefix="$root" \
@@ -41,7 +41,7 @@ make_curl() {
   make -C include install
 }
 
-# The headers of the kernel belong to no C library, but stand among those of glibc.
+# The kernel's headers belong to no C library, but are in the same folders as those of glibc.
 make_crypto() {
   local kernel=$work/kernel
   ln -s /usr/include/linux /usr/include/asm-generic "/usr/include/$(gcc -print-multiarch)/asm" \
@@ -62,7 +62,7 @@ make_crypto() {
 trap wait EXIT
 step fetch fetch cjson curl openssl
 step cJSON make_cjson
-# Most of libcurl's time goes into its configure, which knows one process only.
+# libcurl spends most of its time in configure, which uses only one process.
 step libcurl make_curl &
 curl=$!
 step libcrypto make_crypto

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* What examples/cycle.c leaves out: an element that refuses what it gets, one that starts with what
- * its cache holds, and one that watches its transfers, and ends them or not. Prints a line
- * "Category/key size" for each entry, and how anything but a cached start ended.
+/* Covers what examples/cycle.c does not: an element that rolls back what it gets, one that starts
+ * with the contents of its cache, and one that watches its transfers and may end them. Prints a
+ * line "Category/key size" for each entry, and the result of everything except a cached start.
  * usage: client roll-back | cached | watched | ended */
 #define ZOT_CONF_CLIENT
 #include <stdio.h>

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// Included before everything else by musl-g++.sh. The headers of libstdc++ were configured for
-// glibc; here they learn what musl has instead, which a toolchain made for musl knows by itself.
-// Nothing of this reaches the objects: the library calls no code of the C++ runtime.
+// musl-g++.sh includes this before everything else. The headers of libstdc++ were configured for
+// glibc; the macros here adapt them to musl, as the configuration of a musl toolchain does. Nothing
+// of this affects the objects: the library calls no code of the C++ runtime.
 #pragma once
 
-// Which glibc: none.
+// There is no version of glibc.
 #define __GLIBC_PREREQ(major, minor) 0
 #include <bits/c++config.h>
 
-// Waits on a clock of choice, which are newer than POSIX's and not in musl.
+// Waits on a clock of the caller's choice are newer than POSIX and missing in musl.
 #undef _GLIBCXX_USE_PTHREAD_COND_CLOCKWAIT
 #undef _GLIBCXX_USE_PTHREAD_MUTEX_CLOCKLOCK
 #undef _GLIBCXX_USE_PTHREAD_RWLOCK_CLOCKLOCK
 
-// glibc's private names, in the classes for locales.
+// Private names of glibc that the locale classes use.
 #define __locale_t locale_t
 #define _ISupper 0x001
 #define _ISlower 0x002

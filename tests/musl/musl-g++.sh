@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: musl-g++.sh ARGUMENT…
-# What musl-gcc is to gcc: compiles C++ against musl's headers, and never sees those of glibc. The
-# templates of libstdc++'s headers do without its library as long as nothing of it is called.
+# The C++ counterpart of musl-gcc: compiles C++ against musl's headers only, without those of glibc. The
+# templates in libstdc++'s headers do not need its library as long as no function of it is called.
 set -euo pipefail
 
 compiler=${REALGXX:-g++}
 machine=$("$compiler" -dumpmachine)
 musl_include=/usr/include/${machine/-gnu/-musl}
 if [[ ! -e $musl_include/stdio.h ]]; then
-  echo "musl-g++.sh: there are no headers of musl in $musl_include" >&2
+  echo "musl-g++.sh: $musl_include has no headers of musl" >&2
   exit 1
 fi
 
-# libstdc++'s folders come first, its wrappers include the C library's files with #include_next.
+# libstdc++'s folders come first: its wrappers include the C library's files with #include_next.
 mapfile -t folders < <("$compiler" -E -v -x c++ /dev/null 2>&1 >/dev/null |
   sed -n 's|^ \(/.*/c++/.*\)|\1|p')
 folders+=("$musl_include" "$("$compiler" -print-file-name=include)")

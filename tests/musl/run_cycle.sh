@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: run_cycle.sh ZOTCONF SAMPLE PROGRAMS root|path
-# Runs whole cycles with the PROGRAMS (cycle, client, c_client) against a service of this machine. The
-# element has busybox's sh, tar, cp and rm and no other program: either as its PATH on this machine,
-# or in a root of its own where there is nothing else, and no other C library; there the programs
-# have to be static.
+# Runs whole cycles with the PROGRAMS (cycle, client, c_client) against a service on this machine. The
+# element has only busybox's sh, tar, cp and rm. With `path` they are its PATH on this machine. With
+# `root` the element runs in a root of its own that contains no other commands and no C library, so the
+# programs have to be static.
 set -euo pipefail
 
 zotconf=$1 sample=$2 programs=$3 where=$4
@@ -24,11 +24,11 @@ make_root() {
     ln -s busybox "$root/bin/$applet"
   done
   cp "$programs"/{cycle,client,c_client} "$root/bin"
-  : >"$root/dev/null" # a file: whoever may not make devices can test too
+  : >"$root/dev/null" # a plain file, because not every user may create a device
 }
 
-# Runs a program of the element. An element in a root sees "/" where this machine sees $root. What
-# it tells on standard error, that the cache is empty for one, is kept apart.
+# Runs a program of the element. An element in a root sees "/" where this machine sees $root. Its
+# standard error, for example that the cache is empty, goes to a separate file.
 on_element() {
   local program=$1 seen=$root enter=()
   shift
@@ -44,30 +44,30 @@ on_element() {
 # printed LINES…: the output of the last command is these lines, in any order.
 printed() {
   diff -u --label expected --label printed <(printf '%s\n' "$@" | sort) <(sort "$work/output") ||
-    fail "the output is another one; on standard error: $(<"$work/errors")"
+    fail "the output differs; standard error: $(<"$work/errors")"
 }
 
-# The lines of a publication's files, as the programs print them.
+# The lines that the programs print for the files of a publication.
 published_lines() {
   find "$source" -type f -printf '%P %s\n'
 }
 
-# same PUBLISHED CACHED: a file of this machine is, byte for byte, what the cache holds.
+# same PUBLISHED CACHED: a file of this machine is identical with that in the cache.
 same() {
-  cmp "$1" "$root/data/writable/zot/$2" || fail "the cache has another $2"
+  cmp "$1" "$root/data/writable/zot/$2" || fail "the cache has a different $2"
 }
 
 missing() {
   [[ ! -e $root/data/writable/zot/$1 ]] || fail "the cache should not hold $1"
 }
 
-# Keeps K as it is published now under a name.
+# keep_k NAME: saves the K that is published now as NAME.
 keep_k() {
   cp "$latest.k" "$work/$1.k"
   cp "$latest.checksum" "$work/$1.checksum"
 }
 
-# The cache's K called $2 is the one that was kept as $1.
+# has_k NAME CACHED: the K in the cache named CACHED is the one that was saved as NAME.
 has_k() {
   same "$work/$1.k" "knowledge/$2.k"
 }
@@ -88,7 +88,7 @@ get_first() {
   printed "No update data."
 }
 
-# A client that watches sees each transfer, and may end it; the cache stays.
+# A client that watches transfers is called for each, and may end it; the cache does not change.
 watch_transfers() {
   expect 1 on_element client ended
   shows '^the watcher was called$'
@@ -156,5 +156,5 @@ get_second
 refuse_third
 start_without_service
 run_c_client
-echo "busybox, $where: $(count_files "$sample") files were got, committed, rotated and" \
-  "rolled back as told"
+echo "busybox, $where: $(count_files "$sample") files: get, commit, rotation and" \
+  "rollback passed"

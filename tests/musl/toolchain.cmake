@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
-# Builds the library for musl with a compiler made for glibc. CMAKE_FIND_ROOT_PATH, given by the
-# caller, is the folder that has libcurl, libcrypto and libcjson.
+# Builds the library for musl with a compiler for glibc. The caller sets CMAKE_FIND_ROOT_PATH to the
+# folder that has libcurl, libcrypto and libcjson.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER musl-gcc)
 set(CMAKE_CXX_COMPILER ${CMAKE_CURRENT_LIST_DIR}/musl-g++.sh)
-# The C++ compiler only compiles: whatever is linked is linked as C.
+# The C++ compiler only compiles; programs are linked as C.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

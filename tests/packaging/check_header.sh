@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_header.sh HEADER C_COMPILER CXX_COMPILER
-# The header stands alone in a strict C11 and a strict C++11 program, for a client and for everybody
-# else, and the C++ layer beside it in a strict C++20 program, with and without exceptions and RTTI.
+# Checks that the header compiles alone in a strict C11 and a strict C++11 program, with and without
+# ZOT_CONF_CLIENT, and the C++ layer in a strict C++20 program, with and without exceptions and RTTI.
 set -euo pipefail
 
 header=$1 c_compiler=$2 cxx_compiler=$3
@@ -17,12 +17,12 @@ for scope in -UZOT_CONF_CLIENT -DZOT_CONF_CLIENT; do
   done
 done
 
-# refused MESSAGE COMMAND...: what the compiler says has one error, and that says so.
+# refused MESSAGE COMMAND...: the compiler prints exactly one error, and it contains MESSAGE.
 refused() {
   local message=$1 said
   shift
   if said=$("$@" 2>&1); then
-    echo "this should not compile: $*" >&2
+    echo "compiles, but should not: $*" >&2
     exit 1
   fi
   if [[ $(grep -c 'error:' <<<"$said") != 1 || $said != *"$message"* ]]; then
@@ -31,7 +31,7 @@ refused() {
   fi
 }
 
-# What a client does not need it does not see.
+# The header hides from a client what it does not need.
 for hidden in 'handle->err = 0' 'read_file("", 0)' 'zot_priv_commit_k(handle, 0)'; do
   name=${hidden#handle->}
   refused "${name%%[ (]*}" "$cxx_compiler" -std=c++17 -DZOT_CONF_CLIENT -fsyntax-only -x c++ - <<END
@@ -62,8 +62,8 @@ int main() {
 refused "zot_conf.hpp needs C++20" "$cxx_compiler" -std=c++17 -fsyntax-only -x c++ - \
   <<<"#include \"${header%.h}.hpp\""
 
-# On 32 bits with glibc the record of a file has two widths: the library's, and one that a caller is
-# told of when it is compiled.
+# On 32 bits with glibc, struct stat has two sizes: that of the library, and a smaller one. A caller
+# that would pass the smaller one must not compile.
 caller="#include <sys/stat.h>
 #include \"$header\"
 int main(void) {
@@ -77,7 +77,7 @@ compiles -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64
 if "$c_compiler" -E -dM -include sys/types.h -x c /dev/null | grep -q '^#define __TIMESIZE 32$'; then
   for narrow in -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=32; do
     if compiles "$narrow" 2>/dev/null; then
-      echo "$narrow alone gives a record that the library writes beyond" >&2
+      echo "with $narrow alone, the library would write beyond the caller's struct stat" >&2
       exit 1
     fi
   done

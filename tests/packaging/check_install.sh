@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_install.sh BUILD_DIR CONSUMER_DIR CMAKE C_COMPILER
-# Installs the build into an empty prefix, moves the prefix, and builds and runs a C program from it
+# Installs the build into an empty prefix and moves the prefix. Then builds and runs a C program with it
 # in each way that a user has: pkg-config or CMake, shared or static library.
 set -euo pipefail
-# A machine with ninja alone has no other build program.
+# Ninja may be the only build program on the machine.
 export CMAKE_GENERATOR=Ninja
 
 build=$1 consumer=$2 cmake=$3 compiler=$4
@@ -25,21 +25,21 @@ run() {
   env -u ZOT_DEV_PATH LD_LIBRARY_PATH="$libdir" \
     ZOT_PREFIX_CONF_ROOT="$program.conf" ZOT_PREFIX_TMP_ROOT="$program.tmp" "$program"
   if [[ ! -d $program.conf/writable/zot/knowledge ]]; then
-    echo "$program left no cache directory" >&2
+    echo "$program created no cache directory" >&2
     exit 1
   fi
 }
 
-# Only the way that is being tested may bring the library in.
+# The program has to use the library in the way that is being tested, and in no other.
 must_load_library() {
   if [[ $(readelf -d "$1") != *NEEDED*libzotconf.so.1* ]]; then
-    echo "$1 was to be linked with the shared library" >&2
+    echo "$1 is not linked with the shared library" >&2
     exit 1
   fi
 }
 must_hold_library() {
   if readelf -d "$1" | grep -E 'NEEDED.*(libzotconf|libstdc\+\+)'; then
-    echo "$1 was to be linked statically, without a C++ runtime" >&2
+    echo "$1 is not linked statically or needs a C++ runtime" >&2
     exit 1
   fi
 }
@@ -51,8 +51,8 @@ read -ra shared_libs <<<"$(pkg-config --libs zotconf)"
 must_load_library "$work/pc_shared"
 run "$work/pc_shared"
 
-# --static would also ask for the static libraries behind libcurl, which distributions leave out;
-# what the package requires privately is enough to link the archive.
+# --static would also require the static libraries behind libcurl, which distributions do not ship. The
+# private requirements of the package suffice to link the archive.
 mapfile -t private < <(pkg-config --print-requires-private zotconf)
 read -ra private_libs <<<"$(pkg-config --libs "${private[@]}")"
 "$compiler" "${warnings[@]}" "$consumer/main.c" -o "$work/pc_static" \
@@ -61,7 +61,7 @@ must_hold_library "$work/pc_static"
 run "$work/pc_static"
 static_libs=$(pkg-config --static --libs zotconf)
 if [[ $static_libs != *-lzotconf*-lcurl*-lcrypto*-lcjson* ]]; then
-  echo "a static link would lack a library: $static_libs" >&2
+  echo "the libraries of a static link are incomplete: $static_libs" >&2
   exit 1
 fi
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_needed.sh LIBRARY
-# A C process on a small device loads the library: it needs no C++ runtime and tells its soname.
+# Checks that a C process on a small device can load the library: it needs no C++ runtime, and its
+# soname is right.
 set -euo pipefail
 
 dynamic=$(readelf -d "$1")
@@ -15,13 +16,13 @@ if [[ $soname != libzotconf.so.1 ]]; then
 fi
 for required in libcurl libcrypto libcjson libc; do
   if ! grep -q "^$required\.so" <<<"$needed"; then
-    echo "$required is not among the needed libraries" >&2
+    echo "the library does not need $required" >&2
     status=1
   fi
 done
 allowed='^(lib(curl|crypto|cjson|c)|ld-linux[a-z0-9-]*|ld-musl-[a-z0-9_]+)\.so'
 if surplus=$(grep -Ev "$allowed" <<<"$needed"); then
-  echo "needed, and should not be: $surplus" >&2
+  echo "needed, but not allowed: $surplus" >&2
   status=1
 fi
 exit "$status"

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_plain_names.sh ARCHIVE SYMBOL_MAP
-# The archive defines each plain name of the interface as a weak symbol and asks nobody for it, so a
-# program may have a function of its own by that name. Every other name is the library's own.
+# Checks that the archive defines each plain name of the interface (a name without zot_) as a weak symbol
+# and has no undefined reference to it, so that a program may define a function by that name. Every
+# other name that the archive defines is the library's own.
 set -euo pipefail
 
 archive=$1 map=$2
@@ -18,7 +19,7 @@ nm --defined-only "$archive" | awk 'NF == 3 && $2 ~ /[A-U]/ { print $3 }' | sort
 nm --undefined-only "$archive" | awk 'NF == 2 { print $2 }' | sort -u >"$work/asked"
 
 if [[ ! -s $work/plain || ! -s $work/strong || ! -s $work/asked ]]; then
-  echo "$map or $archive has no such names" >&2
+  echo "$map or $archive has no names to check" >&2
   exit 1
 fi
 if missing=$(comm -23 "$work/plain" "$work/weak" | grep .); then

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_symbols.sh LIBRARY SYMBOL_MAP HEADER C_COMPILER
-# The library exports what its map names, the map names what the header declares, and nothing more.
+# Checks that the library exports exactly what its map names, and that the map names exactly what the
+# header declares.
 set -euo pipefail
 
 library=$1 map=$2 header=$3 compiler=$4
@@ -13,8 +14,8 @@ nm -D --defined-only "$library" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 
   sort -u >"$work/exported"
 sed -n '/global:/,/local:/s/^ *\([A-Za-z_0-9]*\);$/\1/p' "$map" | sort -u >"$work/mapped"
 
-# The compiler itself lists the functions that the header and what it includes of the library declare,
-# each with the file it stands in.
+# The compiler lists the functions that are declared by the header and by the library's headers that it
+# includes, each with its file.
 "$compiler" -std=c11 -x c -fsyntax-only -aux-info "$work/prototypes" "$header"
 sed -nE 's|^/\* [^ ]*zot_conf(_ext)?\.h:.*\*/ extern [^(]*[ *]([A-Za-z_0-9]*) \(.*|\2|p' \
   "$work/prototypes" | sort -u >"$work/declared"
@@ -22,7 +23,7 @@ sed -nE 's|^/\* [^ ]*zot_conf(_ext)?\.h:.*\*/ extern [^(]*[ *]([A-Za-z_0-9]*) \(
 status=0
 for list in exported mapped declared; do
   if [[ ! -s $work/$list ]]; then
-    echo "nothing is $list" >&2
+    echo "no symbol is $list" >&2
     status=1
   fi
 done

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_archive [every=N] [percent=N] [only=TEXT] [log] [sizes]
-// Gives an element one archive after another that no service should send, unpacked by GNU tar and
-// by busybox's, by root and by another user, and prints what held. Exits with 0 when everything
-// did.
+// Gives an element one archive after the other that no service should send. Each is unpacked by GNU
+// tar and by busybox's tar, as root and as another user. Prints what held; exits with 0 when
+// everything did.
 //
-//   every=N    only each Nth archive
-//   percent=N  large archives of that much of their size
-//   only=TEXT  archives with that in their names
-//   log        the library's log with each failure
-//   sizes      how much room each archive took
+//   every=N    run only every Nth archive
+//   percent=N  scale large archives to N percent of their size
+//   only=TEXT  run only archives whose name contains TEXT
+//   log        print the library's log with each failure
+//   sizes      print how much space each archive took
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>

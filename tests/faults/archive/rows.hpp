@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The archives that a service should never send, and what becomes of each.
+// The archives that a service should never send, and the expected result of each.
 #pragma once
 
 #include <cstdint>

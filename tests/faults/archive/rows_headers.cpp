@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sizes that aren't those of the bytes, and archives that aren't whole or aren't archives.
+// Archives whose stated sizes differ from the actual sizes, truncated archives, and files that are
+// not archives.
 #include "tests/faults/archive/rows.hpp"
 
 namespace zot::test {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Archives that are small and unpack to much.
+// Small archives that unpack to a lot of data.
 #include "tests/faults/archive/rows.hpp"
 
 #include "tests/support/files.hpp"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names that lead out of the scratch directory, links that do, and members that go through them.
+// Names and links that lead out of the scratch directory, and members whose path goes through such
+// a link.
 #include "tests/faults/archive/rows.hpp"
 
 namespace zot::test {

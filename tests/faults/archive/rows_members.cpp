@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Members of other kinds than files, of odd modes, and in the place of something else.
+// Members that are not files, have unusual modes, or replace something else.
 #include "tests/faults/archive/rows.hpp"
 
 namespace zot::test {

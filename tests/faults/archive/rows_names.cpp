@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names that are long, odd, or told in an extension of the format.
+// Names that are long, unusual, or stored in an extension of the format.
 #include "tests/faults/archive/rows.hpp"
 
 namespace zot::test {

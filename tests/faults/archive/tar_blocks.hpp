@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Archives block by block, for what no library would write.
+// Builds archives block by block, in forms that no library would write.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One row of archives against one element, in a process of its own.
+// Runs one row of archives against one element, in a process of its own.
 #pragma once
 
 #include <cstddef>

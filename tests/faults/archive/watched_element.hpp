@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An element with a scratch area of limited size, and what lies around it.
+// An element with a scratch area of limited size, and a watch on everything around that area.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Operations of a client while another one on the same folders has given a verdict since its get.
+// Operations of a client when another client on the same folders has committed or rolled back since
+// its get.
 #pragma once
 
 #include <vector>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each system call of each operation fails once, is cut short, or is the last that happens.
+// Makes each system call of each operation fail once, cuts it short once, and kills the process
+// group before it once.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One run of a client of the library: it reports what it found through the shared page.
+// One run of a client of the library. It reports its findings through the shared page.
 #pragma once
 
 #include <functional>

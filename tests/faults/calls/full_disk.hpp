@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each operation on a file system with little room, with few files left, or read-only.
+// Runs each operation on a file system with little space, with few inodes, or mounted read-only.
 #pragma once
 
 #include "tests/faults/calls/call_sweep.hpp"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A gate that every watched system call of a process and of its commands passes one by one, where
-// one of them can be failed, cut short, or be the last thing that happens.
+// A gate that stops every watched system call of a process and of its commands, one by one. At the
+// gate one call can fail, be cut short, or be preceded by a kill of the process group.
 #pragma once
 
 #include <atomic>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_calls calls|disks|power... [every=N] [jobs=N] [only=OPERATION] [log]
-// Lets system calls fail, disks be full, or power be lost, and prints what held. Exits with 0 when
+// Injects failing system calls, full disks or power losses. Prints what held; exits with 0 when
 // everything did.
 //
-//   every=N         only each Nth trial
-//   jobs=N          so many at once
-//   only=OPERATION  one operation, as the output names it
-//   log             the library's log with each failure
+//   every=N         run only every Nth trial
+//   jobs=N          run N trials in parallel
+//   only=OPERATION  run only this operation, named as in the output
+//   log             print the library's log with each failure
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a medium may hold when power is lost while files change and are synchronised now and then.
+// The possible contents of a medium after a power loss, while files change and are synchronised.
 #pragma once
 
 #include <compare>

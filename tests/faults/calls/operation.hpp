@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations that the sweeps disturb: what they start from, and what has to hold afterwards.
+// The operations that the sweeps disturb: their starting states, and what has to hold afterwards.
 #pragma once
 
 #include <functional>

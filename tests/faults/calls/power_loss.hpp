@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the medium may hold after a loss of power: each state that an operation passes, and what
-// becomes of it when data that was not synchronised is lost.
+// The possible contents of the medium after a power loss: each state that an operation passes, with
+// any part of the data lost that was not synchronised.
 #pragma once
 
 #include "tests/faults/calls/call_sweep.hpp"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a sweep works with: configurations, their services, and the folders of one element.
+// The setting of a sweep: configurations, their services, and the folders of one element.
 #pragma once
 
 #include <sys/types.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Many trials in several processes, their results in shared memory.
+// Runs many trials in several processes, with their results in shared memory.
 #pragma once
 
 #include <sys/mman.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The system calls on files, processes and connections that the sweeps let fail.
+// The system calls on files, processes and connections into which the sweeps inject faults.
 #pragma once
 
 #include <string>

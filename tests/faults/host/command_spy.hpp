@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// This program in the place of a command: it tells what it was given and becomes the real one.
+// Runs this program in place of a command: it reports its arguments and then executes the real
+// command.
 #pragma once
 
 #include <map>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Looks at the descriptors of a process at each of its system calls.
+// Inspects the descriptors of a process at each of its system calls.
 #pragma once
 
 #include <functional>

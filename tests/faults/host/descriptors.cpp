@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which descriptors the library opens, and who gets them.
+// Which descriptors the library opens, and which processes inherit them.
 #include <fcntl.h>
 #include <unistd.h>
 

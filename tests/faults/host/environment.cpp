@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Environments: what the library reads, and what its commands are given.
+// Environments: what the library reads, and what its commands inherit.
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A process that uses the library, and the situation that it is in.
+// A process that uses the library, and the situation in which it does so.
 #pragma once
 
 #include <functional>

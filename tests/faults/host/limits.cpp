@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Processes that may have little: descriptors, file sizes, processes, stack.
+// Processes with low limits: descriptors, file sizes, processes, stack.
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>

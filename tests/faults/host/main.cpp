@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_host [every=N] [only=TEXT] [told]
-// Runs whole cycles in processes that have been brought into a situation, and prints what held.
-// Exits with 0 when everything did.
+// Runs whole cycles in processes in unusual situations. Prints what held; exits with 0 when
+// everything did.
 //
-//   every=N    only each Nth situation
-//   only=TEXT  situations whose name holds the text
-//   told       the name of each situation as it is tried
+//   every=N    run only every Nth situation
+//   only=TEXT  run only situations whose name contains TEXT
+//   told       print the name of each situation when it starts
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>

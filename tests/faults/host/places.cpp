@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where a process stands, whose it is, and which modes its files get.
+// Working directories and users of a process, and the modes of the files that it creates.
 #include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What this process may do to itself.
+// What this process is permitted to do to itself.
 #pragma once
 
 #include <string>

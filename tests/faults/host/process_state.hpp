@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What belongs to a process and not to a library in it.
+// The state that belongs to a process and that a library must not change.
 #pragma once
 
 #include <signal.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Processes with another root directory, where things are missing.
+// Processes with another root directory, in which files are missing.
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A listener that closes each connection after so many bytes, without an answer.
+// A listener that closes each connection after a number of bytes, without an answer.
 #pragma once
 
 #include <sys/types.h>

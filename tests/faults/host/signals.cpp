@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a host does with signals and with its children.
+// How a host handles signals and its children.
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/time.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Standard streams that are closed, full, or lead nowhere.
+// Standard streams that are closed, full or without a reader.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>

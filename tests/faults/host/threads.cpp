@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_threads [cycles=N]
-// Sixteen threads, each with handles of its own, run N cycles each, and print what held. Built with
-// the thread sanitizer it also tells how many races there were. Exits with 0 when everything held.
+// Runs N cycles in each of sixteen threads, each with handles of its own. Prints what held; built
+// with the thread sanitizer, also prints the number of races. Exits with 0 when everything held.
 //
-// What a client has to see to is done as it would do it: each handle has folders of its own, and
-// one lock stands around what transfers and around what runs commands.
+// It meets the duties of a client: each handle has folders of its own, and one lock guards
+// transfers and the calls that run commands.
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>

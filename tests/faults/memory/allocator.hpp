@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The C allocator of this process with failures on demand and books of its own: every allocation of
-// the library, of libcurl, libcrypto, cJSON and the C library itself goes through it.
+// The C allocator of this process, with failures on demand and its own record of blocks. Every
+// allocation of the library, of libcurl, libcrypto, cJSON and the C library itself goes through it.
 //
-// How misuse shows: a block is followed by a canary, is handed out filled with a pattern, and once
-// freed is filled with another and held back for the rest of the trial. So bytes written behind a
-// block or into a freed one are found, a second free is told from a first, and what is read from a
-// freed block is neither an address nor a text.
+// How misuse is detected: a new block is filled with a pattern and followed by a canary. A freed
+// block is filled with another pattern and held back for the rest of the trial. So bytes that are
+// written behind a block or into a freed one are detected, a second free differs from a first, and
+// what is read from a freed block is neither an address nor a text.
 #pragma once
 
 #include <cstddef>

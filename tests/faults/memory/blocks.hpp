@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The blocks of this process's allocator and the books that are kept of them.
+// The blocks of this process's allocator and the record of them.
 #pragma once
 
 #include <cstddef>

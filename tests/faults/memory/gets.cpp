@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Gets of every kind, in the life of a handle and as the first call of one.
+// Gets of every kind, during the life of a handle and as its first call.
 #include <cstdio>
 #include <memory>
 #include <optional>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The loads of a handle's life, each alone.
+// Each load of a handle, alone.
 #include <cstdlib>
 
 #include "operations.hpp"

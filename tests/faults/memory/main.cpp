@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lets every allocation of every operation fail: each once, and each with all that follow. Each
-// failure is tried in a process of its own, on a copy of one prepared element.
+// Makes every allocation of every operation fail: each once alone, and each once with all that
+// follow. Each failure is tried in a process of its own, on a copy of one prepared element.
 //
 //   memory_sweep [--jobs N] [--at-most N] [--operation NAME [--once K | --from K]]
 //
-// With --jobs it tries so many operations at a time, with --at-most only N allocations of each,
-// spread evenly. With --once or --from it tries that one and tells where it was asked for.
+//   --jobs N     try N operations in parallel
+//   --at-most N  try only N allocations of each operation, spread evenly
+//   --once K     fail only allocation K, and print where it was requested
+//   --from K     fail allocation K and all that follow, and print where it was requested
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>

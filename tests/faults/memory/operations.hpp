@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations whose allocations fail, and what holds after each.
+// The operations whose allocations fail, and what has to hold after each.
 #pragma once
 
 #include <functional>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What an operation is tried on: services in a process of their own, an element, and the check that
-// it still goes through whole cycles.
+// The setting of a trial: services in a process of their own, an element, and the check that it
+// still completes whole cycles.
 #pragma once
 
 #include <sys/types.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One failure and all that has to hold after it, in a process of its own.
+// One failure and everything that has to hold after it, in a process of its own.
 #pragma once
 
 #include <array>

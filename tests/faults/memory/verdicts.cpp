@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Commit and roll-back.
+// Commit and rollback.
 #include <utility>
 
 #include "operations.hpp"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The configurations that a controller publishes in a random sequence, and what can be wrong with
-// what the service hands out of them.
+// The configurations that a controller publishes in a random sequence, and the faults in what the
+// service returns of them.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs a sequence on the library and on the model at once, and makes a failing one short.
+// Runs a sequence on the library and on the model in parallel, and shortens a sequence that fails.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two directories of an element as the model has them, and what happens to them from outside.
+// The two directories of an element in the model, and changes to them from outside.
 #pragma once
 
 #include <map>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Operations as a client may install them: the GPB files come without an archive and without
-// commands, from what is offered in this process.
+// commands, from the offer in this process.
 #pragma once
 
 #include "catalogue.hpp"

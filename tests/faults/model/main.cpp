@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Random sequences of what controllers, services, processes and accidents do to an element, each
-// step compared with the model.
+// Runs random sequences of what controllers, services, processes and accidents do to an element,
+// and compares each step with the model.
 #include <unistd.h>
 
 #include <cstdlib>

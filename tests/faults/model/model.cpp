@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verdict and the start, as the model has them, and what can be seen of it.
+// Commit, rollback and start in the model, and its observable state.
 #include "model.hpp"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What an element has to do and to hold, told once more, without files, memory or transfers: the
-// slots, the marked list, the state of the cycle, and the two directories.
+// A second implementation of what an element has to do and to hold, without files, memory
+// management or transfers: the slots, the marked list, the state of the cycle, and the two
+// directories.
 #pragma once
 
 #include <array>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A get, as the model has it.
+// A get in the model.
 #include <algorithm>
 #include <utility>
 

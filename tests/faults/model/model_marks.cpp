@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The marked list and what is read of it, as the model has them.
+// The marked list in the model, and the entries that are read from it.
 #include <algorithm>
 #include <tuple>
 

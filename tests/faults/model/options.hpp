@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the command line asks for.
+// The options of the command line.
 #pragma once
 
 #include <cstdint>

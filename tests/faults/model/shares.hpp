@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sequences in several processes, each with the environment of an element of its own, and so
-// that a crash is found and made short like a disagreement.
+// Runs the sequences in several processes, each with the environment of its own element. A crash is
+// therefore detected, and its sequence shortened, like a disagreement.
 #pragma once
 
 #include "check.hpp"

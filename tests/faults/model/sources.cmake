@@ -1,4 +1,4 @@
-# The steps, the model and the comparison: for the random sequences here and for the fuzzer.
+# The steps, the model and the comparison, shared by the random sequences here and by the fuzzer.
 set(zotconf_model_dir ${CMAKE_CURRENT_LIST_DIR})
 set(zotconf_model_sources
   ${zotconf_model_dir}/catalogue.cpp

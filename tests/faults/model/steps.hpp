@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The steps of a random sequence. Each stands for itself, so that a sequence stays one when steps
-// are taken out of it.
+// The steps of a random sequence. The steps are independent of each other, so that a sequence stays
+// valid when steps are removed.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The library with a service and directories of its own, driven by the same steps as the model.
+// The library with its own service and directories, driven by the same steps as the model.
 #pragma once
 
 #include <cstdint>

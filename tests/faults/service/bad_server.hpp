@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service on raw sockets, so that it can do what no HTTP library would.
+// A service on raw sockets, which can send what no HTTP library would.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service publishes one after the other.
+// The configurations that the service publishes, one after the other.
 #pragma once
 
 #include "tests/support/publication.hpp"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// K and checksum files that are not what they should be.
+// Invalid K and checksum files.
 #include <algorithm>
 #include <cctype>
 #include <string>

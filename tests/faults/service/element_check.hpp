@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An element through three cycles, the second of which meets the misdeed.
+// Runs an element through three cycles; the misdeed happens in the second.
 #pragma once
 
 #include <string>

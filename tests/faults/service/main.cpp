@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_service [every=N] [jobs=N] [only=TEXT] [verbose]
-// Whole gets against a service that does one thing wrong, for each thing and each of the three
+// Runs whole gets against a service that misbehaves in one way, for each way and each of the three
 // requests. Exits with 0 when everything held.
 //
-//   every=N    only each Nth
-//   jobs=N     so many at once
-//   only=TEXT  those whose name holds the text
-//   verbose    what came of each
+//   every=N    run only every Nth trial
+//   jobs=N     run N trials in parallel
+//   only=TEXT  run only trials whose name contains TEXT
+//   verbose    print the result of each trial
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a service can do wrong, as data: what it sends, and what has to come of it.
+// The ways in which a service misbehaves, as data: what it sends, and the expected result.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the process of an element and that of its service tell each other.
+// The messages between the process of an element and that of its service.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Answers that are no HTTP, or more of it than anybody asked for.
+// Answers that are not HTTP, or that contain more than was requested.
 #include <initializer_list>
 #include <string>
 #include <string_view>

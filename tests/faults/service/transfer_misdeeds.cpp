@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Connections that end, stop or never end.
+// Connections that end early, stall or never end.
 #include <string>
 #include <utility>
 #include <vector>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the processes of a trial tell each other, in shared memory.
+// The counters and flags that the processes of a trial share in memory.
 #pragma once
 
 #include <array>

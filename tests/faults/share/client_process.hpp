@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two kinds of processes that share a cache: clients that go through cycles, and those that
-// start anew and ask what is in force.
+// The two kinds of processes that share a cache: clients that run cycles, and processes that start
+// and read what is in force.
 #pragma once
 
 #include <cstdint>

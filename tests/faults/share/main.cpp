@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: faults_share [cycles=N] [seconds=N] [seed=N] [log]
-// Lets processes share a cache while they are killed, and prints what held. Exits with 0 when
+// Runs processes that share a cache and are killed meanwhile. Prints what held; exits with 0 when
 // everything did.
 //
-//   cycles=N   of each process; 500
-//   seconds=N  ends earlier, after so many
-//   seed=N     of what is drawn; another one each time
-//   log        the library's log with each failure
+//   cycles=N   cycles of each process; default 500
+//   seconds=N  end after N seconds at the latest
+//   seed=N     seed of the random choices; by default a new one in each run
+//   log        print the library's log with each failure
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>

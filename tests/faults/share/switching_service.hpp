@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One service in a process of its own, whose configuration changes with the number of publications,
+// One service in a process of its own. Its configuration changes with the number of publications,
 // also between two requests of one get.
 #pragma once
 

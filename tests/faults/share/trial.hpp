@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Clients that share one cache and one scratch folder, killed and started anew at random moments,
-// while a service switches among configurations and others ask what is in force.
+// Clients that share one cache and one scratch folder and are killed and restarted at random
+// moments, while a service switches among configurations and other processes read what is in force.
 #pragma once
 
 #include <cstdint>
