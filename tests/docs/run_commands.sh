@@ -22,6 +22,7 @@ readonly reasons=(
   "builds the tree"
   "installs packages"
   "installs into the system"
+  "needs an object store"
   "needs systemd"
   "runs for ever")
 
