@@ -81,7 +81,7 @@ add_dependencies(zotconf_shlibs zotconf)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zotconf)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has a synopsis of its own
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own synopsis
 set(CPACK_PACKAGE_CONTACT "zotconf developers <zotconf@example.org>")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/debs)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -108,10 +108,11 @@ set(CPACK_DEBIAN_LIB_PACKAGE_CONTROL_EXTRA
   ${control_dir}/symbols ${control_dir}/shlibs ${control_dir}/triggers)
 set(CPACK_DEBIAN_LIB_DESCRIPTION "configuration cache for managed network elements
 A process that links this library gets the configuration that a controller
-published for its network element, every byte verified, is told what changed
-since the configuration in force, and commits to it or rolls it back.
+published for its network element. The library verifies every byte and reports
+what changed since the configuration in force. The process then commits the
+configuration or rolls it back.
 .
-This package holds the shared library.")
+This package contains the shared library.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${dev_package})
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
@@ -120,10 +121,11 @@ set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${lib_package} (= ${package_version})\
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "pkg-config")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "configuration cache for managed network elements (development)
 A process that links this library gets the configuration that a controller
-published for its network element, every byte verified, is told what changed
-since the configuration in force, and commits to it or rolls it back.
+published for its network element. The library verifies every byte and reports
+what changed since the configuration in force. The process then commits the
+configuration or rolls it back.
 .
-This package holds the C and C++ headers, the static library, the files for
+This package contains the C and C++ headers, the static library, the files for
 pkg-config and CMake, and examples.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
@@ -131,10 +133,11 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "publish, serve and receive configurations of network elements
 The program zotconf publishes a folder of files as the configuration of a
-managed network element, serves it over HTTP, and gets it as an element does:
-verified, compared with the configuration in force, committed or rolled back.
+managed network element and serves it over HTTP. It also gets a configuration
+as an element does: it verifies it, compares it with the configuration in
+force, and commits it or rolls it back.
 .
-This package holds the program, its manual pages, its bash completion, and a
-systemd unit that keeps an element up to date, which has to be enabled by hand.")
+This package contains the program, its manual pages, its bash completion, and a
+systemd unit that keeps an element up to date. Enable the unit by hand.")
 
 include(CPack)

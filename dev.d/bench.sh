@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Measures how fast the library is: its pieces one by one, and whole cycles compared with the baseline
-# (minimum work) and with other tools. Times are printed; no run fails because of them.
+# Measures how fast the library is: single operations, and whole cycles compared with the baseline
+# (minimum work) and with other tools. Times are only reported: no check fails on them.
 
 readonly bench_programs=build/release/bench
 readonly bench_results=build/bench
@@ -25,9 +25,9 @@ bench_make() {
   bench_build zotconf_cli bench_pieces bench_cycles footprint_heap
 }
 
-# bench_measure_pieces RESULTS [OPTION]...: the files that the pieces copy are in memory.
+# bench_measure_pieces RESULTS [OPTION]...: the files that they copy are in memory.
 bench_measure_pieces() (
-  say "bench: the pieces, one by one"
+  say "bench: single operations"
   TMPDIR=$(mktemp -d -p /dev/shm)
   export TMPDIR
   trap 'rm -rf "$TMPDIR"' EXIT
@@ -37,7 +37,7 @@ bench_measure_pieces() (
     --benchmark_enable_random_interleaving=true "${@:2}" >"$1/pieces.log"
   jq -r '.benchmarks[] | select(.error_occurred) | "\(.name): \(.error_message)"' \
     "$1/pieces.json.new" >"$1/pieces.errors"
-  [[ ! -s $1/pieces.errors ]] || fail "a piece reports an error: $(<"$1/pieces.errors")"
+  [[ ! -s $1/pieces.errors ]] || fail "an operation has a wrong result: $(<"$1/pieces.errors")"
   mv "$1/pieces.json.new" "$1/pieces.json"
 )
 
@@ -84,7 +84,7 @@ bench_quick() {
 bench_report() {
   setup
   need gnuplot-nox jq
-  say "bench: the tables and plots of $bench_document"
+  say "bench: writing the tables and plots of $bench_document"
   bench/report/report.sh "$bench_results" "$bench_document"
 }
 
@@ -94,7 +94,7 @@ bench_peers() {
   bench_report
 }
 
-# Instruction counts do not depend on the load of the machine, so a change may fail because of them.
+# Instruction counts do not depend on the load of the machine, so they can be checked against limits.
 bench_counts() {
   local -r folder=bench/counts values=$bench_results/counts.values
   setup

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /* An adapter: the configuration comes from a mirror, a publication folder on a disk, and not from
- * the service. The operations of the handle are replaced before its first get; what they bring in
- * is verified by the library's own operations.
+ * the service. The program replaces the operations of the handle before its first get. The
+ * library's own operations verify the files that the replacements copy.
  * usage: adapter INDEX MIRROR */
 #include <libgen.h>
 #include <stdio.h>
@@ -10,7 +10,7 @@
 
 static const char *mirror;
 
-/* Copies a file and makes the directories above it. */
+/* Copies a file and creates the directories above it. */
 static int bring(zot_ctx *handle, const char *from, const char *to) {
   char parent[2 * ZOT_PATH_SIZE];
   snprintf(parent, sizeof parent, "%s", to);
@@ -75,7 +75,7 @@ static int mirror_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs) {
   return status != ZOT_OK ? status : zot_priv_read_gpb(handle, k, gpbs, handle->tmp_root);
 }
 
-/* The cached files are made anew beside the old ones and take their place whole. */
+/* Creates the new files beside the old ones and then replaces the whole directory. */
 static int mirror_commit_gpb(zot_ctx *handle, const char *tmp_gpb_root, zot_list *gpbs) {
   char cached[ZOT_PATH_SIZE + 32];
   char next[ZOT_PATH_SIZE + 32];

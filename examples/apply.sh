@@ -1,17 +1,17 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # An apply command: zotconf cycle --index INDEX --apply 'apply.sh TARGET'
-# Takes the changed files of ZOTCONF_DIR into TARGET, all or none of them, and removes there what
-# ZOTCONF_CHANGES tells as deleted. It refuses, with a status other than 0, a file that is not made of
-# lines "name=value"; the configuration is rolled back then.
+# Copies the changed files from ZOTCONF_DIR into TARGET, all or none of them, and removes from TARGET the
+# files that ZOTCONF_CHANGES lists as deleted. If a file has a line that is not "name=value", the script
+# refuses it with an exit status other than 0, and the configuration is rolled back.
 #
-# TARGET is a symbolic link to a folder beside it, which is replaced in one step.
+# TARGET is a symbolic link to a folder beside it. The link is replaced in one step.
 set -eu
 
 target=${1:?usage: apply.sh TARGET}
 changed=${ZOTCONF_DIR:?is set by zotconf}
 
-# Refuse before anything is touched.
+# Refuse before anything is changed.
 if [ -d "$changed" ]; then
   wrong=$(find "$changed" -type f -exec grep -Elv '^(#.*|[A-Za-z0-9._-]+=.*)?$' {} +) || true
   if [ -n "$wrong" ]; then
@@ -21,10 +21,10 @@ if [ -d "$changed" ]; then
   fi
 fi
 
-# A folder of its own holds the next state: what is there, then what changed.
+# A separate folder holds the next state: the existing files, then the changed ones.
 next=$(mktemp -d "$target.XXXXXX")
 trap 'rm -rf "$next" "$next.link"' EXIT
-# Whoever is interrupted has decided nothing.
+# An interrupted script neither commits nor rolls back.
 trap 'exit 130' INT
 trap 'exit 143' TERM
 chmod 755 "$next"
@@ -35,7 +35,7 @@ if [ -d "$changed" ]; then
   cp -R "$changed/." "$next"
 fi
 if [ -n "${ZOTCONF_CHANGES:-}" ]; then
-  # One entry a line. Keys with quotes or backslashes are beyond this small reading.
+  # One entry per line. This simple parser does not support keys with quotes or backslashes.
   tr -d '\n\t' <"$ZOTCONF_CHANGES" | tr '}' '\n' |
     sed -n 's/.*"category": *"\([^"\\]*\)", *"key": *"\([^"\\]*\)", *"status": *"deleted".*/\1\/\2/p' |
     while IFS= read -r name; do
@@ -43,13 +43,13 @@ if [ -n "${ZOTCONF_CHANGES:-}" ]; then
     done
 fi
 
-# The step that counts: TARGET is the old state or the next, never a mixture.
+# The switch: TARGET is the old state or the next one, never a mixture.
 before=$(readlink "$target") || before=
 ln -s "$(basename "$next")" "$next.link"
 trap '' INT TERM
 mv -T "$next.link" "$target"
 trap - EXIT INT TERM
-# Only what this command has made before: the link may have led elsewhere.
+# Remove the old folder only if this script created it: the link may have pointed elsewhere.
 case $before in
   */*) ;;
   "$(basename "$target")".??????) rm -rf "$(dirname "$target")/${before:?}" ;;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A client in C++: gets what changed, takes it into use, commits or rolls back. Nothing has to be
-// released by hand.
+// A client in C++: gets the changes, applies them, commits or rolls back. Destructors release all
+// resources.
 // usage: client INDEX
 #define ZOT_CONF_CLIENT
 #include <iostream>
@@ -10,7 +10,7 @@ namespace {
 
 using zotconf::change;
 
-// Stands for what a service does with its configuration; false when it cannot use an entry.
+// Placeholder for what a service does with its configuration; false if it cannot use an entry.
 bool apply(const zotconf::entry &one) {
   std::cout << name_of(one.change()) << ' ' << one.category_name() << '/' << one.key() << ", "
             << one.bytes().size() << " bytes\n";

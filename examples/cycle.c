@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One configuration cycle: get what changed, take it into use, commit.
+// One configuration cycle: get the changes, apply them, commit.
 
 // begin: cycle
 #define ZOT_CONF_CLIENT  // declare what a client needs, and nothing else

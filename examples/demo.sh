@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Shows whole configuration cycles: a controller publishes, a service answers, an access point gets,
-# applies, commits and rolls back. Every step checks what it tells.
+# Shows complete configuration cycles: a controller publishes, a service answers, an access point gets,
+# applies, commits and rolls back. Each step checks its result.
 set -euo pipefail
 
 if (($# != 1)) || [[ ! -x $1 ]]; then
@@ -12,10 +12,10 @@ zotconf=$(realpath "$1")
 sample=$(realpath "$(dirname "$0")/sample")
 
 work=$(mktemp -d)
-source=$work/source       # what the controller edits
-published=$work/published # what the service serves
+source=$work/source       # the files that the controller edits
+published=$work/published # the files that the service serves
 device=$work/device       # the access point's storage
-applied=$work/applied     # what the access point was handed last
+applied=$work/applied     # the entries that the access point received last
 log=$work/step.log
 service=
 step=0
@@ -59,12 +59,12 @@ expect() {
   ((status == want)) || fail "exit status $status instead of $want: $*"
 }
 
-# Checks that the command's output holds a text.
+# Checks that the command's output contains a text.
 shows() {
   grep -qF -- "$1" "$log" || fail "the output does not hold \"$1\""
 }
 
-# Checks that a table line "category key status" is there.
+# Checks that the output has a table line "category key status".
 lists() {
   grep -qE "^$1 +$2 +$3 +[0-9]+$" "$log" || fail "no table line \"$1 $2 $3\""
 }
@@ -161,4 +161,4 @@ shows "cached configuration: $files entries"
 cp "$work/good" "$source/Wlan/guest"
 diff -r "$source" "$applied" >>"$log" 2>&1 || fail "the cached entries are not those in force"
 
-echo "All $step steps were as told."
+echo "All $step steps passed."

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* A client with an event loop of its own. The library's calls block, so a thread makes them: a byte
- * through one pipe orders a cycle, a report through another tells how it ended. Between the two the
- * handle is the thread's, otherwise it is the loop's.
+/* A client with its own event loop. The library's calls block, so a thread makes them: a byte
+ * through one pipe starts a cycle, a report through another pipe gives its result. Between the two
+ * the thread owns the handle, otherwise the loop does.
  * usage: event_loop INDEX MILLISECONDS [CYCLES] */
 #define _POSIX_C_SOURCE 200809L
 #define ZOT_CONF_CLIENT
@@ -32,7 +32,7 @@ static int signals[2];
 static void on_signal(int number) {
   const int kept = errno;
   const char byte = (char)number;
-  (void)!write(signals[WRITER], &byte, 1); /* when the pipe is full, the loop wakes up anyway */
+  (void)!write(signals[WRITER], &byte, 1); /* if the pipe is full, the loop wakes up anyway */
   errno = kept;
 }
 
@@ -55,7 +55,7 @@ static struct report run_cycle(zot_ctx *handle) {
   return result;
 }
 
-/* Runs a cycle for each byte that comes, until the loop closes the pipe. */
+/* Runs a cycle for each byte that it reads, until the loop closes the pipe. */
 static void *work(void *argument) {
   struct worker *self = argument;
   char order = 0;
@@ -72,7 +72,7 @@ static long long now_ms(void) {
   return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
 }
 
-/* Serves until a signal comes or `cycles` are done, 0 meaning for ever. */
+/* Runs until a signal arrives or `cycles` cycles are done; 0 means no limit. */
 static int loop(struct worker *worker, long long period, long cycles) {
   long long due = now_ms();
   bool is_busy = false;
@@ -83,7 +83,7 @@ static int loop(struct worker *worker, long long period, long cycles) {
       is_busy = write(worker->orders[WRITER], "c", 1) == 1;
       continue;
     }
-    /* Descriptors of the program's own work join these two. */
+    /* Add the descriptors of the program's own work here. */
     struct pollfd watched[] = {{signals[READER], POLLIN, 0}, {worker->reports[READER], POLLIN, 0}};
     if (poll(watched, 2, is_busy ? -1 : (int)left) < 0 && errno != EINTR) {
       return 1;
@@ -119,7 +119,7 @@ int main(int argc, char **argv) {
     return 1;
   }
   const int status = loop(&worker, strtoll(argv[2], NULL, 10), argc > 3 ? atol(argv[3]) : 0);
-  close(worker.orders[WRITER]); /* the thread ends after the cycle that it is in */
+  close(worker.orders[WRITER]); /* the thread ends after its current cycle */
   pthread_join(thread, NULL);
   zot_conf_free(worker.handle);
   return status;

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* A log callback: warnings and errors go out at once, as lines that journald takes from standard
- * error ("<priority>text"). Everything else is kept in a ring and goes out only ahead of an error,
- * so that a quiet log still tells what led to a failure. usage: log_callback INDEX */
+/* A log callback: prints warnings and errors at once, in the form that journald reads from standard
+ * error ("<priority>text"). It keeps all other messages in a ring buffer and prints them only
+ * before an error, so a quiet log still shows what led to a failure. usage: log_callback INDEX */
 #define ZOT_CONF_CLIENT
 #include <stdio.h>
 #include <string.h>
@@ -12,7 +12,7 @@ enum { RING_LINES = 16, LINE_SIZE = 256 };
 
 struct recorder {
   char ring[RING_LINES][LINE_SIZE];
-  unsigned next; /* counts all lines that ever came */
+  unsigned next; /* counts all lines ever kept */
   unsigned shown;
 };
 
@@ -26,7 +26,7 @@ static const struct {
               {ZOT_TOPIC_K, "knowledge"},
               {ZOT_TOPIC_FILE, "storage"}};
 
-/* The most telling topic of a message, which may have several. */
+/* The most specific topic of a message, which may have several. */
 static const char *topic_name(uint32_t mask) {
   for (size_t i = 0; i < sizeof topics / sizeof topics[0]; i++) {
     if ((mask & topics[i].bit) != 0) {
@@ -51,7 +51,7 @@ static void show_ring(struct recorder *recorder) {
   }
 }
 
-/* Runs on the thread that called the library. It must not use the handle. */
+/* Runs on the thread that called the library. Must not use the handle. */
 static int take_line(zot_log_ctx *log_ctx, void *argument, const char *text) {
   struct recorder *recorder = argument;
   const zot_log_site site = zot_util_log_cb_func_get_conf_stat(log_ctx);

@@ -8,7 +8,8 @@
 namespace zot::fuzz {
 namespace {
 
-// The fuzzer closes standard error, so that the library's messages do not mix with its own.
+// Writes to a copy of standard error: the fuzzer closes standard error itself to keep out the
+// library's messages.
 const int report_fd = ::dup(STDERR_FILENO);
 
 }  // namespace

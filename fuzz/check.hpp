@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a target checks a property of the library and reports that it does not hold.
+// What a target asserts about the library, and how it reports a failure.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace zot::fuzz {
 
-// Ends the process, which the fuzzer treats as a failure.
+// Ends the process, which the fuzzer takes as a finding.
 [[noreturn]] void complain(const std::string &what);
 
 inline void check(bool holds, const char *what) {
@@ -19,7 +19,7 @@ inline void check(bool holds, const char *what) {
   }
 }
 
-// A copy in a block of exactly its size: the address sanitizer detects any access behind its end.
+// A copy of exactly the right size, so that the address sanitizer sees any access behind its end.
 template <class T>
 class exact_copy {
  public:
@@ -42,10 +42,10 @@ class exact_copy {
   std::size_t count_;
 };
 
-// The bytes as text, which ends at the first NUL or at the end of the bytes.
+// The text at the start of an input: it ends at the first NUL or with the bytes.
 [[nodiscard]] std::string text_of(const std::uint8_t *bytes, std::size_t size);
 
-// The parts of the bytes, separated by NUL.
+// The parts of an input that NUL bytes separate.
 [[nodiscard]] std::vector<std::string> parts_of(const std::uint8_t *bytes, std::size_t size);
 
 }  // namespace zot::fuzz

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Unpacks archives as a service may send them into the scratch directory, one after the other.
-// Input: the bytes of one archive if it begins like one; otherwise bytes that choose the members.
+// Unpacks archives that a service may send into the scratch directory, one after the other. The
+// input is one archive if it starts like one; otherwise its bytes choose the members.
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sys/stat.h>
 
@@ -28,7 +28,7 @@ constexpr const char *k_text = R"({"clusterId":"c","gpbs":[]})";
 constexpr std::array<const char *, 2> paths = {"/Wlan/guest/1", "/Zone/z/2"};
 constexpr std::array<const char *, 2> contents = {"the guests", "a zone"};
 
-// Pieces of names, chosen so that members collide with each other and with existing files.
+// Parts of names, so that members collide with each other and with existing files.
 constexpr std::array<const char *, 24> pieces = {"config",
                                                  "Wlan",
                                                  "guest",
@@ -53,7 +53,7 @@ constexpr std::array<const char *, 24> pieces = {"config",
                                                  "\n",
                                                  "0",
                                                  "subsys.k.tmp"};
-// Targets of links: inside the directory of this process, wherever that is, or missing.
+// The targets of links: the directory of this process, wherever that is, or nothing.
 constexpr std::array<const char *, 12> targets = {"@/outside",
                                                   "@/outside/keep",
                                                   "@/scratch/tmp/zot/subsys.k",
@@ -68,7 +68,8 @@ constexpr std::array<const char *, 12> targets = {"@/outside",
                                                   "@/conf/writable/zot/knowledge"};
 constexpr std::array<unsigned, 8> modes = {0644, 0755, 0, 04755, 02755, 01777, 0500, 0200};
 
-// Each entry below a directory: type and mode, and the bytes of a file or the target of a link.
+// Everything below a directory: its type and mode, and the content of a file or the target of a
+// link.
 using snapshot = std::map<std::string, std::string>;
 
 std::string look_at(const fs::path &path) {
@@ -159,7 +160,8 @@ void add_listed(zot_list *list) {
   }
 }
 
-// Only directories and plain files are left, and each file has one name only.
+// There are only directories and plain files. The files have one name and no set-user-ID or
+// set-group-ID bits.
 void stage::check_scratch() const {
   for (const fs::directory_entry &entry : fs::recursive_directory_iterator(element_.tmp_root())) {
     struct stat st {};
@@ -171,7 +173,7 @@ void stage::check_scratch() const {
   }
 }
 
-// Exactly the files of the configuration, as they were published.
+// The files of the configuration are there as published, and no others.
 void stage::check_set() const {
   check(test::read_bytes(k_file()) == k_text, "K is the one that was fetched");
   check(test::read_bytes(checksum_file()) == test::sha256_hex(k_text) + "\n", "so is its checksum");
@@ -183,7 +185,7 @@ void stage::check_set() const {
   check(test::tree(gpb_top_) == wanted, "no file is there that K does not name");
 }
 
-// Writes K as every get does before it requests an archive.
+// Leaves K as every get leaves it before it requests an archive.
 void stage::fetch_k() const {
   for (const auto &[path, bytes] : {std::pair(k_file(), std::string(k_text)),
                                     std::pair(checksum_file(), test::sha256_hex(k_text) + "\n")}) {
@@ -242,7 +244,7 @@ test::member make_member(FuzzedDataProvider &input, const stage &where) {
   return one;
 }
 
-// Empty when no archive can be made of the members.
+// Nothing if no archive can be made of the members.
 std::optional<std::string> make_archive(FuzzedDataProvider &input, const stage &where) {
   std::vector<test::member> members;
   if (input.ConsumeBool()) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads a checksum file next to a K, and compares with the same bytes as a service announces them.
-// Input: a digit that chooses the K, then the file. In the file '@' stands for the digest of that
-// K, '^' for the digest in capitals, and '<' for the digest without its last digit.
+// Reads a checksum file that belongs to a K, and the same bytes as a service announces them. The
+// input is a digit that chooses the K, then the file. In the file '@' stands for the digest of that
+// K, '^' for the same in capitals, and '<' for the digest without its last digit.
 #include <array>
 #include <cctype>
 #include <cstring>
@@ -77,7 +77,7 @@ void read_as_file(const test::temp_dir &dir, const known_k &k, const std::string
         "what was read is counted");
 }
 
-// Of the bytes that a service announces, only the first 64 count.
+// A service announces bytes, of which only the first 64 count.
 void compare(const known_k &k, const std::string &digest, const std::string &file) {
   const zot::fuzz::exact_copy<char> announced(file.c_str(), file.size() + 1);
   const zot::fuzz::exact_copy<char> data(k.text);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs a sequence of what controllers, services, processes and accidents do to an element on the
-// library and on its model in parallel, and compares them.
-// Input: four bytes for each step.
+// Runs a sequence of actions of controllers, services and processes, and of accidents, on an
+// element and on its model at the same time. The input has four bytes for each step.
 #include <array>
 
 #include "fuzz/check.hpp"

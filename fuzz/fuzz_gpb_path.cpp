@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Parses the path of a GPB file (configuration file) into buffers of every size, and compares the
-// result with that of a second parser.
-// Input: a byte for the size of each buffer, then the path.
+// Splits the path of a GPB file into buffers of every size and compares the result with a second,
+// simple implementation. The input is a byte for the size of each buffer, then the path.
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -30,7 +29,7 @@ int digit_of(char digit) {
                                     : 99;
 }
 
-// The number at the start of the text; the largest one if it does not fit into 64 bits.
+// Reads the leading number. What does not fit into a word becomes the largest value.
 std::uint64_t number_of(const std::string &text) {
   const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
   const int base = is_hex ? 16 : text.starts_with("0") ? 8 : 10;

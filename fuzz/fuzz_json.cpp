@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads the members of a JSON object with every typed accessor, into buffers of exactly their size
-// and into buffers that are just too small.
-// Input: the name to look for, NUL, the JSON.
+// Reads the members of a JSON object, each under every type and into buffers that are just large
+// enough or just too small. The input is a name to look for, NUL, and the JSON.
 #include <cjson/cJSON.h>
 
 #include <array>
@@ -28,7 +27,7 @@ std::int32_t word_of(double number) {
                                  : static_cast<std::int32_t>(whole);
 }
 
-// The first member of that name, case-insensitive.
+// The first member with that name. Names are case-insensitive.
 const cJSON *find(const cJSON *object, const std::string &name) {
   const auto lower = [](std::string text) {
     for (char &letter : text) {

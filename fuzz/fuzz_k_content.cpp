@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Checks the content of a K (knowledge file, the manifest), builds the sorted list of its files,
-// copies it, and compares it with that of a second K.
-// Input: the bytes of a K, NUL, the bytes of the second K.
+// Checks the content of a K, turns it into the sorted list of its files, copies it, and compares it
+// with another one. The input is the bytes of a K. What follows the first NUL is a second K.
 #include <cjson/cJSON.h>
 
 #include <algorithm>
@@ -44,7 +43,7 @@ rows rows_of(const zot_list *list) {
   return all;
 }
 
-// What one element of "gpbs" says; it is skipped if its path is not a known one.
+// What one element of "gpbs" states. An element without a known path is skipped.
 struct told {
   bool is_broken = false;
   bool is_known = false;
@@ -74,7 +73,7 @@ told told_by(const cJSON *item) {
   return one;
 }
 
-// Builds the list that a K has to yield; false if the K has to be refused.
+// The list that the library must return for a K; false if it must refuse the K.
 bool expect_list(const zot_k &k, rows &wanted) {
   for (const cJSON *item = k.gpbs->child; item != nullptr; item = item->next) {
     const told one = told_by(item);
@@ -97,7 +96,7 @@ bool is_same(const row &a, const row &b) {
   return a.order() == b.order() && a.path == b.path;
 }
 
-// A K with the list that was built from it; no list if the K was refused.
+// A K with the list that the library returned for it; invalid if it was refused.
 class configuration {
  public:
   configuration(zot_ctx *ctx, const std::uint8_t *bytes, std::size_t size)
@@ -171,7 +170,7 @@ std::map<object, row> by_object(const rows &all) {
   return found;
 }
 
-// Checks the marks, unless a configuration names an object twice.
+// Checks the mark of each object that neither side names twice.
 void check_marks(const rows &marked, const rows &before, const rows &after, bool other_cluster) {
   const auto current = by_object(before);
   const auto fresh = by_object(after);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sets and gets parameters with any id and with values of any length, in buffers of exactly that
-// length, and compares the results with a record of what has to be stored.
-// Input: for each call some bytes that choose it, then the bytes of its value.
+// Sets and gets parameters, with any id and with values of any length in buffers of exactly that
+// length, and compares the result with a record of what must be stored. For each call the input has
+// some bytes that choose the call, then the bytes of its value.
 #include <dirent.h>
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -98,11 +98,11 @@ class session {
   FILE *stream_;
   const std::string &dir_;
   wanted_record record_;
-  std::string text_;  // what the control of the current call points to
+  std::string text_;  // the text that the log control of the current call points to
   test::handle_owner handle_;
 };
 
-// Never a path outside the directory of this process.
+// Never makes a path outside the directory of this process.
 std::string session::make_path() {
   std::string name = input_.ConsumeRandomLengthString(12);
   for (char &letter : name) {
@@ -132,7 +132,7 @@ zot_log_ctl session::make_ctl() {
   ctl.cb = input_.ConsumeBool() ? swallow : nullptr;
   ctl.cb_arg = input_.ConsumeBool() ? this : nullptr;
   if (input_.ConsumeBool()) {
-    ctl.path = handle_->parm->all.log_ctl.path;  // as read back by a caller
+    ctl.path = handle_->parm->all.log_ctl.path;  // as for a caller who has read the control
   } else if (input_.ConsumeBool()) {
     text_ = make_path();
     ctl.path = text_.c_str();
@@ -159,7 +159,7 @@ std::string session::value_for(int id) {
       return input_.ConsumeRandomLengthString(longest_value);
   }
   const auto change = input_.ConsumeIntegralInRange<std::size_t>(0, longest_value);
-  // Mostly complete; otherwise truncated or extended.
+  // Mostly complete; otherwise truncated, or with more bytes behind it.
   value.resize(input_.ConsumeBool() ? value.size() : change);
   return value;
 }
@@ -294,7 +294,7 @@ void session::set(int id) {
   check(zot_util_get_err(handle_.get()) == status, "the status is recorded");
 }
 
-// The bytes that a get of the parameter returns; none for an unset path.
+// The bytes that a parameter returns; none for an unset path.
 std::string session::stored(int id) const {
   const zot_log_ctl &ctl = record_.all.log_ctl;
   zot_parm_all all = record_.all;
@@ -360,7 +360,7 @@ void session::check_record() const {
 
 }  // namespace
 
-// Replaces the system log.
+// Discards what the library would write to the machine's log.
 extern "C" {
 void __wrap_openlog(const char *, int, int) {}
 void __wrap_syslog(int, const char *format, ...) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A handle without directories or a service that formats every message and discards it.
+// A handle that formats every message and discards it, without directories or a service.
 #pragma once
 
 #include "zot_conf.h"

@@ -1,5 +1,6 @@
-# Run by CPack on the packages it made: a library's trigger does what the ldconfig scripts that CPack
-# always adds would do once more, and a library of one architecture can stand beside another's.
+# CPack runs this on the packages that it made. It removes the ldconfig scripts that CPack always adds,
+# because the library's trigger already runs ldconfig. It marks the library package "Multi-Arch: same",
+# so that libraries of several architectures can be installed together.
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   set(tree ${package}.tree)
   file(REMOVE_RECURSE ${tree})

@@ -1,5 +1,5 @@
-# Run by CPack on the installed trees, before they become packages: takes out what only a debugger
-# or a linker's diagnosis needs, and packs manual pages.
+# CPack runs this on the installed trees before it packages them. It strips what only a debugger or
+# linker diagnostics need, and compresses the manual pages.
 set(top ${CPACK_TEMPORARY_DIRECTORY})
 
 file(GLOB_RECURSE shared LIST_DIRECTORIES false ${top}/*/usr/lib/*.so.*)

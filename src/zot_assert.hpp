@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Programming errors of the caller: reported and ended in every build, whatever NDEBUG says.
+// Checks for programming errors of the caller. A failed check is reported and aborts the process in
+// every build, with or without NDEBUG.
 #pragma once
 
 #include <cstdio>

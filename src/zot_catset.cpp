@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sets of categories, a bit for each.
+// Sets of categories, one bit per category.
 #include "zot_conf.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The calls of a configuration cycle: get, commit, roll-back, free.
+// The calls of a configuration cycle: get, commit, roll back, free.
 #include "zot_conf.h"
 
 #include <cstdlib>
@@ -30,8 +30,8 @@ struct ret_list_deleter {
 };
 using ret_list_owner = std::unique_ptr<zot_list, ret_list_deleter>;
 
-// When files of the configuration in force are not where memory has them, the cache is loaded
-// again.
+// Fills the list for the caller. If a file of the configuration in force fails verification where
+// memory expects it, loads the cache again and retries once.
 int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) {
   const int status = zot_priv_fltr_ret_data(handle, list, mask, catset);
   if (status != ZOT_ERR_CORRUPTED || zot::waits_for_verdict(*handle)) {
@@ -44,11 +44,12 @@ int hand_out(zot_ctx *handle, zot_list *list, uint32_t mask, zot_catset catset) 
   return zot_priv_fltr_ret_data(handle, list, mask, catset);
 }
 
-// Answers from the cache alone.
+// Answers from the cache alone, without asking the service.
 int get_cached(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask,
                const char *func) {
   if (zot::waits_for_verdict(*handle) && zot::is_overtaken(*handle)) {
-    // Another process has given the verdict.
+    // Another process has committed or rolled back in the meantime, so this configuration no longer
+    // waits.
     zot::withdraw(*handle);
   }
   if (!zot::waits_for_verdict(*handle)) {
@@ -75,7 +76,8 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
                const char *func) {
   zot::renew_outdated(*handle);
   zot::forget_changed_corrupted(*handle);
-  // What another process has in force since is looked for in here, once the service has answered.
+  // This also notices, once the service has answered, that another process has put another
+  // configuration in force.
   const int update = zot_priv_chk_update(handle);
   if (update == ZOT_ERR_SAME_AS_CORRUPTED) {
     zot_priv_init_load_ret_gpb_list(handle);
@@ -94,14 +96,14 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
     return update;
   }
   if (const int status = hand_out(handle, list, mask, catset); status != ZOT_OK) {
-    // What the caller has not seen is not there to be committed.
+    // The caller has not received this configuration, so it must not be able to commit it.
     zot::withdraw(*handle);
     return status;
   }
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
              "%sGet new configuration: Done\n");
-  // The labels stand the other way round from what the counters count; readers of logs know them
-  // so.
+  // The labels are swapped: "Read" shows the bytes written and "Write" the bytes read. Readers of
+  // logs know them this way.
   ZOT_LOG_AT(handle, func, __LINE__, ZOT_LOG_DEBUG, ZOT_TOPIC_GENERAL,
              "%sRead Bytes: %19llu, Write Bytes: %19llu\n",
              static_cast<unsigned long long>(handle->stat.bytes_written),
@@ -109,7 +111,7 @@ int get_update(zot_ctx *handle, zot_list *list, zot_catset catset, uint32_t mask
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
-// Lets each shared record stand in its last slot only, so that it is released once.
+// Keeps a shared record only in the last slot that holds it, so that it is released once.
 void unshare_slot(zot_ctx *handle, uint32_t slot) {
   zot_slot &own = handle->slot[slot];
   for (uint32_t later = slot + 1; later < ZOT_SLOT_COUNT; ++later) {
@@ -142,7 +144,7 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
   }
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL, "%sStart to get new configuration.\n");
   const bool is_cached = (conf_stat_mask & ZOT_STAT_CACHED) != 0;
-  // In dev mode no get has directories of its own to go back to.
+  // In dev mode a get has no directories of its own to return to.
   const bool repeats_waiting_get =
       is_cached && zot::waits_for_verdict(*handle) && handle->dev_mode == 0;
   const zot::folders_of_get folders(*handle, repeats_waiting_get);
@@ -153,7 +155,7 @@ int zot_conf_get(zot_ctx *handle, zot_catset catset, uint32_t conf_stat_mask, zo
   if (const int status = lock.acquire(__func__); status != ZOT_OK) {
     return status;
   }
-  // Another process may have ended in the middle of a commit while this one waited.
+  // While this process waited for the lock, another one may have ended in the middle of a commit.
   zot::undo_interrupted_commit(*handle);
   if (!is_cached || !zot::waits_for_verdict(*handle)) {
     zot::leave_moved_cache(*handle);

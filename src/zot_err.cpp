@@ -30,7 +30,7 @@ constexpr uint32_t level_of(int code) {
   return code < 0 ? ZOT_LOG_ERROR : ZOT_LOG_INFO;
 }
 
-// The text is built aside, because the arguments may point into the handle's own text.
+// Formats into a separate buffer, because the arguments may point into the handle's own text.
 [[gnu::format(printf, 3, 0)]] void store_text(zot_ctx *handle, int code, const char *fmt,
                                               va_list args) {
   char text[ZOT_ERR_STR_SIZE] = "";
@@ -85,7 +85,7 @@ int record_no_memory(zot_ctx *handle, long line, const char *func) {
 
 int zot_priv_err_set_err_str2(zot_ctx *handle, int code, const char *func, long line,
                               const char *fmt, ...) {
-  // Without a handle the status would be lost unseen.
+  // Without a handle the status would be lost silently.
   zot::require(handle != nullptr, "reg_data != ((void *)0)", "src/zot_err", __func__);
   va_list args;
   va_start(args, fmt);

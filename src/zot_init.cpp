@@ -14,7 +14,7 @@ namespace {
 
 constexpr char default_subsys_id[] = "AP";
 
-// Messages obey the caller's log control before the handle has one of its own.
+// Lets messages follow the caller's log control before the handle has its own.
 struct start_up_log {
   zot_log_ctx ctx;
   zot_log_ctl ctl;
@@ -43,7 +43,7 @@ void store_identity(zot_ctx *handle, const char *subsys_id, const char *sub_idx,
   }
   const size_t length = strnlen(sub_idx, std::min<size_t>(id_len, ZOT_SUB_IDX_LEN));
   std::memcpy(handle->sub_idx, sub_idx, length);
-  // An adapter sees no more of the index than its own buffer holds.
+  // An adapter sees only the part of the index that fits into its own buffer.
   handle->sub_data.len = static_cast<uint32_t>(std::min<size_t>(length, ZOT_SUB_NAME_LEN));
 }
 

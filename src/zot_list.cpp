@@ -8,7 +8,7 @@
 
 namespace {
 
-// Addresses that no process maps: following the links of a removed node faults.
+// Addresses that no process maps, so that following the links of a removed node faults.
 constexpr uintptr_t removed_next = 0x100100;
 constexpr uintptr_t removed_prev = 0x200200;
 
@@ -19,12 +19,12 @@ void link_between(zot_list *before, zot_list *node, zot_list *after) {
   after->prev = node;
 }
 
-// The caller's order. Of equal nodes the one that came first stays first.
+// The caller's order. Equal nodes keep the order in which they came.
 class list_order {
  public:
   list_order(void *priv, zot_list_cmp cmp) : priv_(priv), cmp_(cmp) {}
 
-  // Takes the node that comes next off the front of one of two runs that both have one.
+  // Removes the node that comes next from the front of one of two runs. Neither run may be empty.
   zot_list *take_front(zot_list *&earlier, zot_list *&later) const {
     zot_list *&run = cmp_(priv_, earlier, later) > 0 ? later : earlier;
     zot_list *const front = run;
@@ -32,7 +32,8 @@ class list_order {
     return front;
   }
 
-  // Lets a comparator that yields do so where there is nothing left to compare.
+  // Calls the comparator although nothing is left to compare: one that yields the processor can do
+  // so here.
   void touch(zot_list *node) const { cmp_(priv_, node, node); }
 
  private:
@@ -51,8 +52,8 @@ zot_list *merge(const list_order &order, zot_list *earlier, zot_list *later) {
   return start.next;
 }
 
-// Runs waiting for a partner: the one of level n holds 2^n nodes, except that the highest usable
-// level takes all that a longer list brings.
+// Sorted runs that wait to be merged with a run of the same size. The run at level n holds 2^n
+// nodes; only the highest usable level takes all the nodes of a longer list.
 class run_levels {
  public:
   explicit run_levels(const list_order &order) : order_(order) {}
@@ -70,7 +71,7 @@ class run_levels {
     runs_[level] = run;
   }
 
-  // Everything that came after the run of the highest level, as one run.
+  // Merges all runs below the highest level, which hold the later nodes, into one.
   zot_list *merge_lower() {
     zot_list *merged = nullptr;
     for (size_t level = 0; level < highest_; ++level) {
@@ -91,7 +92,7 @@ class run_levels {
   size_t highest_ = 0;
 };
 
-// The last merge, which makes the chain a circle with links both ways.
+// The last merge. It turns the chain into a circular list with links both ways.
 void merge_into_circle(const list_order &order, zot_list *head, zot_list *earlier,
                        zot_list *later) {
   zot_list *last = head;

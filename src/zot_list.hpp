@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Typed access to the records that the lists are strung through.
+// Typed access to the records whose nodes form the lists.
 #pragma once
 
 #include <cstddef>
@@ -23,8 +23,8 @@ const Record &record_of(const zot_list *node) {
   return *reinterpret_cast<const Record *>(reinterpret_cast<const char *>(node) - Offset);
 }
 
-// The records of a list in order; no list is an empty range. A record must stay linked while the
-// loop stands on it.
+// The records of a list in order. A null list is an empty range. A loop must not unlink the record
+// that it visits.
 template <class Record, std::size_t Offset, class Node>
 class record_range {
  public:
@@ -54,7 +54,7 @@ class record_range {
 
 }  // namespace list_detail
 
-// The record around a node.
+// The record that contains a node.
 inline zot_gpb &gpb_of(zot_list *node) {
   return list_detail::record_of<zot_gpb, offsetof(zot_gpb, node)>(node);
 }
@@ -68,7 +68,7 @@ inline const zot_ret_data &ret_data_of(const zot_list *node) {
   return list_detail::record_of<zot_ret_data, offsetof(zot_ret_data, node)>(node);
 }
 
-// for (zot_gpb &gpb : zot::gpb_range(gpbs))
+// Use: for (zot_gpb &gpb : zot::gpb_range(gpbs))
 inline auto gpb_range(zot_list *head) {
   return list_detail::record_range<zot_gpb, offsetof(zot_gpb, node), zot_list>(head);
 }

@@ -18,12 +18,12 @@
 
 namespace {
 
-// A longer message is formatted a second time, into memory of its own.
+// A longer message is formatted again, into allocated memory.
 constexpr size_t message_size = 4096;
 
 constexpr std::array syslog_priorities{LOG_ERR, LOG_WARNING, LOG_INFO, LOG_DEBUG};
 
-// The connection belongs to the process: every handle shares it and none closes it.
+// The connection belongs to the process: all handles share it and none closes it.
 std::atomic<bool> syslog_is_open = false;
 
 int write_stderr(const char *text) {
@@ -116,10 +116,10 @@ int zot_log_deliver(zot_log_ctx *log_ctx, const zot_log_site &site, const char *
 
 namespace {
 
-// Delivers a prefix and a message behind it; both may be empty.
+// Delivers a prefix followed by a message. Either may be empty.
 int write_message(zot_log_ctx *log_ctx, const zot_log_site &site, const char *prefix,
                   const char *fmt, va_list args) {
-  // A caller that logs between a failure and its report still finds the error number.
+  // A caller may log between a failure and its report, so logging must not change errno.
   const zot::errno_keeper keep_errno;
   log_ctx->site = site;
   char message[message_size];

@@ -125,7 +125,7 @@ int get_path(zot_ctx *handle, const parm_row &row, void *val, size_t val_len) {
   return ZOT_RECORD_AT(handle, ZOT_OK, row.get_name, __LINE__);
 }
 
-// A callback and its argument lie side by side, so that one copy reads both.
+// A callback and its argument are adjacent, so one copy reads both.
 static_assert(offsetof(zot_log_ctl, cb_arg) - offsetof(zot_log_ctl, cb) ==
               offsetof(zot_log_cb_func, cb_arg));
 
@@ -169,7 +169,7 @@ const parm_row *find_row(int id) {
   return row != para_fns.end() ? row : nullptr;
 }
 
-// What both public calls ask of their arguments, checked and recorded under their name.
+// Checks the arguments of both public calls and records a failure under the name of the call.
 int check_input(zot_ctx *handle, const void *val, size_t val_len, const char *func) {
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;

@@ -17,13 +17,15 @@ namespace {
 
 constexpr uint32_t option_mask = ZOT_LOG_OPT_FUNC | ZOT_LOG_OPT_LINE;
 
-// Under whose names a whole control is refused, and its target told, too.
+// Setting a whole log control reports refusals and the new target under the names of these setters
+// too.
 constexpr const char *set_destination_name = "zot_parm_set_log_destination";
 constexpr const char *set_stream_name = "zot_parm_set_log_destination_fp";
 constexpr const char *set_path_name = "zot_parm_set_log_destination_path";
 constexpr const char *set_level_name = "zot_parm_set_log_level";
 
-// Leaving a path destination, for the same one too, gives up everything that belonged to it.
+// Leaving a path destination drops everything that belonged to it, even if the new destination is a
+// path again.
 void switch_destination(zot_ctx *handle, uint32_t dst) {
   zot_log_ctl &ctl = log_ctl_of(handle);
   if (ctl.dst == ZOT_LOG_DST_PATH) {
@@ -36,7 +38,7 @@ void switch_destination(zot_ctx *handle, uint32_t dst) {
   ctl.dst = dst;
 }
 
-// A path that is as long as the value allows; null without memory.
+// Copies the path in a value of this length; null when out of memory.
 c_text copy_path(const void *val, size_t val_len) {
   const auto *const text = static_cast<const char *>(val);
   const size_t length = strnlen(text, std::min<size_t>(val_len, ZOT_PATH_SIZE - 1));
@@ -71,7 +73,7 @@ void tell_path(zot_ctx *handle) {
              log_ctl_of(handle).path);
 }
 
-// What a control lacks of what its destination needs; null when it has all.
+// The target that the destination needs and the control lacks; null if nothing is missing.
 const char *missing_target(const zot_log_ctl &ctl) {
   switch (ctl.dst) {
     case ZOT_LOG_DST_FP:
@@ -85,7 +87,7 @@ const char *missing_target(const zot_log_ctl &ctl) {
   }
 }
 
-// Takes the target of the destination into use, and tells it of that.
+// Sets the target of the new destination and logs that to it.
 void set_target(zot_ctx *handle, const zot_log_ctl &wanted, c_text path) {
   zot_log_ctl &ctl = log_ctl_of(handle);
   switch (wanted.dst) {
@@ -128,7 +130,7 @@ int zot_parm_set_log_destination_fp(zot_ctx *handle, const void *val, size_t val
     return ZOT_ERR_WRONG_INPUT;
   }
   switch_destination(handle, ZOT_LOG_DST_FP);
-  // The value is the stream itself, not a place that holds it.
+  // The value is the FILE pointer itself, not the address of one.
   log_ctl_of(handle).fp = static_cast<FILE *>(const_cast<void *>(val));
   tell_stream(handle);
   return ZOT_RECORD(handle, ZOT_OK);
@@ -139,7 +141,7 @@ int zot_parm_set_log_destination_path(zot_ctx *handle, const void *val, size_t v
     ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,
             "%sChange logging destination to file path.\n");
   }
-  // Copied before the switch: the value may be the copy that the switch frees.
+  // Copied before the switch, because the value may be the very copy that the switch frees.
   const bool empty = val_len == 0 || *static_cast<const char *>(val) == '\0';
   c_text path = copy_path(val, val_len);
   switch_destination(handle, ZOT_LOG_DST_PATH);
@@ -201,7 +203,7 @@ int zot_parm_set_log_ctl(zot_ctx *handle, const void *val, size_t val_len) {
   const auto wanted = value_of<zot_log_ctl>(val);
   c_text path;
   if (wanted.dst == ZOT_LOG_DST_PATH && wanted.path != nullptr) {
-    // A control that was read from this handle names the copy that setting the destination frees.
+    // A control that was read from this handle points to the path copy that the switch frees.
     path = copy_path(wanted.path, ZOT_PATH_SIZE);
     if (path == nullptr) {
       return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s] out of memory\n", __func__);
@@ -222,12 +224,13 @@ int zot_parm_set_log_ctl(zot_ctx *handle, const void *val, size_t val_len) {
     return ZOT_RECORD(handle, ZOT_ERR_NULL_INPUT, "[%s] Null input: %s", __func__, missing);
   }
   if (path != nullptr) {
-    switch_destination(handle, ZOT_LOG_DST_PATH);  // gives up an earlier callback as well
+    switch_destination(handle, ZOT_LOG_DST_PATH);  // drops an earlier callback as well
     if (*path.get() == '\0') {
       return refuse_empty_path(handle);
     }
   }
-  // Only now is a success told: field by field, it would have gone to a destination nobody chose.
+  // Success is logged only now. Logged field by field, it would have gone to a destination that
+  // nobody chose.
   set_target(handle, wanted, std::move(path));
   return ZOT_RECORD(handle, ZOT_OK);
 }

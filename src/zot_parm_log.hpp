@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The setters behind the log parameters, each recording its own status.
+// The setters of the log parameters. Each records its own status.
 #pragma once
 
 #include "zot_conf.h"
@@ -15,7 +15,7 @@ int zot_parm_set_log_facility(zot_ctx *handle, const void *val, size_t val_len);
 int zot_parm_set_log_option(zot_ctx *handle, const void *val, size_t val_len);
 int zot_parm_set_log_ctl(zot_ctx *handle, const void *val, size_t val_len);
 
-// Frees the copy of the path that a control in a handle holds.
+// Frees the path copy that the log control of a handle holds.
 void free_log_path(zot_log_ctl &ctl);
 
 }  // namespace zot

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the setters and getters of the parameters share: the record, and the value as it is handed
-// in.
+// What the setters and getters of the parameters share: the record, and the value as the caller
+// passes it.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +14,7 @@ inline zot_log_ctl &log_ctl_of(zot_ctx *handle) {
   return handle->parm->all.log_ctl;
 }
 
-// A value shorter than a word fills its first bytes.
+// A value shorter than a word fills the word's first bytes.
 inline uint32_t word_of(const void *val, size_t val_len) {
   uint32_t word = 0;
   std::memcpy(&word, val, std::min(val_len, sizeof word));
@@ -28,7 +28,7 @@ T value_of(const void *val) {
   return value;
 }
 
-// Records a length that is too short, as the operation that was asked.
+// Whether a length is too short. If so, records that under the name of the operation.
 bool is_short(zot_ctx *handle, size_t val_len, size_t wanted, const char *func, long line);
 
 }  // namespace zot

@@ -22,7 +22,7 @@ struct k_choice {
 constexpr std::array k_choices{k_choice{ZOT_SLOT_TMP, "new"}, k_choice{ZOT_SLOT_CURRENT, "current"},
                                k_choice{ZOT_SLOT_LAST, "last"}};
 
-// Loads what an earlier process left. A K that cannot be loaded is one that is not there.
+// Loads what an earlier process left. A K that cannot be loaded counts as absent.
 void load_k(zot_ctx *handle, int which) {
   if (which == ZOT_K_CURRENT) {
     zot_priv_init_load_conf(handle);
@@ -31,8 +31,8 @@ void load_k(zot_ctx *handle, int which) {
   }
 }
 
-// What another process has committed since, read for this call alone: entries that were handed out
-// stay as they are until the next get.
+// Reads what another process has committed since, for this call alone. Entries that were handed out
+// must stay as they are until the next get.
 zot::k_owner read_changed(zot_ctx *handle, int which) {
   if (which == ZOT_K_NEW || !zot::is_cache_changed(*handle)) {
     return nullptr;

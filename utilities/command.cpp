@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Shell commands from inside a host process.
+// Runs shell commands inside a host process.
 #include "utilities/command.hpp"
 
 #include <sys/wait.h>
@@ -14,13 +14,13 @@
 
 namespace {
 
-// A host that ignores or reaps SIGCHLD would take the child's status away from system().
+// If the host ignores SIGCHLD or reaps children, system() cannot get the status of its child.
 class default_sigchld {
  public:
   default_sigchld() {
     struct sigaction defaults {};
     defaults.sa_handler = SIG_DFL;
-    // To set what is set already would take away the notice of another child.
+    // Setting the default again could discard the signal of another child.
     is_set_ = ::sigaction(SIGCHLD, nullptr, &before_) == 0 && loses_children(before_) &&
               ::sigaction(SIGCHLD, &defaults, nullptr) == 0;
   }

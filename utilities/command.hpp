@@ -3,8 +3,8 @@
 
 namespace zot {
 
-// How many commands of this process, in any thread, may have gone on after they were waited for: no
-// status came, or a signal ended the shell alone.
+// How many commands of this process, in any thread, may still run after the wait for them ended: no
+// status came, or a signal ended only the shell.
 int count_commands_out_of_sight();
 
 }  // namespace zot

@@ -42,7 +42,7 @@ bool is_same_file(const struct stat &st, const identity &other) {
   return st.st_dev == other.device && st.st_ino == other.inode;
 }
 
-// The root directory as the process sees it, looked up until it is known and kept from then on.
+// The root directory as the process sees it. Once it is known, it is kept.
 const identity *root_identity() {
   static identity root;
   static bool is_known = false;
@@ -74,7 +74,7 @@ bool write_all(int fd, const char *data, size_t size, uint64_t *written) {
   return true;
 }
 
-// What an earlier content leaves behind a shorter one; what has no size keeps it.
+// Truncates a regular file that is longer than `size`. Other files have no size to change.
 bool cut_to(int fd, uint64_t size) {
   struct stat st {};
   if (::fstat(fd, &st) != 0) {
@@ -84,12 +84,12 @@ bool cut_to(int fd, uint64_t size) {
   return !is_longer || ::ftruncate(fd, static_cast<off_t>(size)) == 0;
 }
 
-// A plain open of a FIFO would wait for its other end.
+// Opens without blocking: a plain open of a FIFO would wait for its other end.
 zot::descriptor open_at_once(const char *path, int flags, mode_t mode = 0) {
   return zot::descriptor(::open(path, flags | O_NONBLOCK | O_CLOEXEC, mode));
 }
 
-// A new file for a copy: what stands in its place is removed, never written through.
+// Creates a new file for a copy. An existing entry is removed, never written through.
 zot::descriptor create_replacing(const char *path, mode_t mode) {
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
   zot::descriptor created(::open(path, flags, mode));
@@ -135,10 +135,11 @@ int rm_rf(const char *path) {
       return -1;
     }
   }
-  // In place of the shell, so that it ends with it. What fits is what fits without that word.
+  // exec replaces the shell, so that rm ends with it. The buffer is larger by this word, so that
+  // the same paths fit as without it.
   char command[sizeof "exec " - 1 + ZOT_PATH_SIZE];
   const int length = std::snprintf(command, sizeof command, "exec rm -rf  %s", path);
-  // A command that does not fit would remove something else.
+  // A truncated command would remove something else.
   if (length < 0 || static_cast<size_t>(length) >= sizeof command) {
     errno = ENAMETOOLONG;
     return -1;
@@ -347,8 +348,8 @@ int write_file(const char *path, const void *buf, size_t size) {
   if (zot::is_blank(path) || buf == nullptr) {
     return -1;
   }
-  // A file that is written over keeps its blocks until it is known how many it needs: to give them
-  // back first takes longer than the writing.
+  // An existing file is truncated only after the write: to free its blocks first takes longer than
+  // the write itself.
   const int truncation = size == 0 ? O_TRUNC : 0;
   zot::descriptor fd = open_at_once(path, O_WRONLY | O_CREAT | truncation, new_file_mode);
   if (!fd.is_open() || size == 0) {
@@ -370,7 +371,7 @@ char *str2upper(char *s) {
     return s;
   }
   for (char *at = s; *at != '\0'; ++at) {
-    // Letters of ASCII only, whatever the host's locale makes of them.
+    // ASCII letters only, whatever the host's locale is.
     if (*at >= 'a' && *at <= 'z') {
       *at = static_cast<char>(*at - 'a' + 'A');
     }

@@ -7,13 +7,13 @@
 
 namespace zot {
 
-// What one read brings; a signal does not end it.
+// Reads once. A signal does not end the read.
 ssize_t read_some(int fd, char *into, size_t size);
 
-// Reads so many bytes from where the descriptor stands; false when there are fewer, or on an error.
+// Reads exactly `size` bytes from the current position. False if there are fewer, or on an error.
 bool read_exactly(int fd, char *into, size_t size);
 
-// Whether a plain file holds these bytes and no more, read from where the descriptor stands.
+// Whether a plain file holds exactly these bytes, read from the current position.
 bool holds_exactly(int fd, const char *bytes, size_t size);
 
 }  // namespace zot

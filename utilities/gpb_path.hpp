@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The path of a GPB file as K lists it, taken apart where it stands.
+// Splits the path of a GPB file, as K lists it, without copying.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ namespace zot {
 
 struct gpb_path {
   std::string_view category;
-  // As many characters as are kept of a key.
+  // Truncated to the length that a record keeps.
   std::string_view key;
   uint64_t version;
 };
@@ -18,7 +18,7 @@ struct gpb_path {
 // Nothing for a path without three components.
 std::optional<gpb_path> split_gpb_path(const char *path);
 
-// The number of a category, or nothing for a name that is none.
+// The number of a category, or nothing for an unknown name.
 std::optional<int32_t> category_of(std::string_view name);
 
 }  // namespace zot

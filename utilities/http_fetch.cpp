@@ -20,12 +20,12 @@ namespace {
 
 constexpr long http_ok = 200;
 constexpr long http_error = 400;
-// An archive is large: what libcurl receives at once, and so hands on, four times its usual piece.
+// The receive buffer for an archive: four times libcurl's default, because archives are large.
 constexpr long archive_buffer_size = 65536;
-// libcurl counts milliseconds in an int and takes no longer limit.
+// libcurl counts the limit as an int of milliseconds and accepts no longer one.
 constexpr uint32_t longest_timeout = INT_MAX / 1000;
 
-// libcurl's global state for the time of one transfer.
+// Holds libcurl's global state for the duration of one transfer.
 class curl_session {
  public:
   curl_session() { curl_global_init(CURL_GLOBAL_ALL); }
@@ -37,21 +37,21 @@ class curl_session {
 using curl_handle = std::unique_ptr<CURL, zot::releaser<curl_easy_cleanup>>;
 using json_text = std::unique_ptr<char, zot::releaser<cJSON_free>>;
 
-// Far more than any service says beside its answer. libcurl remembers each header, those of
-// provisional answers and those that follow a body too, and not every version of it sets an end.
+// Far more than the headers of any service. libcurl stores each header, including those of
+// provisional responses and those after a body, and not every version limits them.
 constexpr uint64_t most_headers = uint64_t{256} << 10;
 
-// Where a body goes, and how much has come.
+// The destination of a body, and how much has arrived.
 struct body_sink {
   std::FILE *file;
-  uint64_t limit;  // 0: none
+  uint64_t limit;  // 0: no limit
   uint64_t received = 0;
   uint64_t headers = 0;
   bool is_exceeded = false;
 };
 
-// Counts by itself: libcurl holds its own limit against an announced length alone, and neither a
-// chunked nor an encoded body announces one.
+// Counts the bytes itself: libcurl checks its own limit only against an announced length, and
+// neither a chunked nor an encoded body announces one.
 size_t write_to_sink(char *data, size_t size, size_t count, void *arg) {
   auto &sink = *static_cast<body_sink *>(arg);
   const uint64_t bytes = uint64_t{size} * count;
@@ -78,24 +78,26 @@ struct transfer_watcher {
   void *arg;
 };
 
-// One for each thread, as a process may run one handle in each.
+// One per thread, because a process may run one handle in each.
 constinit thread_local transfer_watcher watcher = {};
 
-// Any answer but zero ends the transfer; libcurl would take one of them for its own progress meter.
+// Any result other than zero ends the transfer. It becomes 1, because libcurl takes one other value
+// as a request for its own progress meter.
 int tell_watcher(void * /*unused*/, curl_off_t /*expected*/, curl_off_t received,
                  curl_off_t /*to_send*/, curl_off_t /*sent*/) {
-  // Asked for anew each time: a watcher may take itself off.
+  // Copied each time, because a watcher may remove itself.
   const transfer_watcher told = watcher;
   return told.cb != nullptr && told.cb(told.arg, static_cast<uint64_t>(received)) != 0 ? 1 : 0;
 }
 
-// libcurl's own sockets would go on in a program that another thread starts meanwhile.
+// Sets close-on-exec, so that a program that another thread starts in the meantime does not inherit
+// the socket. libcurl's own sockets lack it.
 curl_socket_t open_socket(void * /*none*/, curlsocktype /*purpose*/, curl_sockaddr *address) {
   return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-// What came of setting a transfer up. A build of libcurl may lack a feature, and its options with
-// it: a transfer goes on without what it can do without. It never goes on for want of memory.
+// The result of setting up a transfer. A build of libcurl may lack a feature and its options. A
+// transfer goes on without an option that it does not need, but never after an out-of-memory error.
 class setup {
  public:
   void need(CURLcode result) {
@@ -103,7 +105,7 @@ class setup {
       outcome_ = result;
     }
   }
-  // Whether it was granted.
+  // Whether libcurl accepted the option.
   bool wish(CURLcode result) {
     if (result == CURLE_OUT_OF_MEMORY) {
       need(result);
@@ -118,7 +120,7 @@ class setup {
 
 void allow_http_alone(CURL *curl, setup &rules) {
 #if LIBCURL_VERSION_NUM >= 0x075500
-  // A libcurl without TLS refuses the pair as a whole.
+  // A libcurl without TLS refuses both protocols together.
   if (!rules.wish(curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https"))) {
     rules.wish(curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http"));
   }
@@ -128,22 +130,21 @@ void allow_http_alone(CURL *curl, setup &rules) {
 #endif
 }
 
-// No proxy, whatever the environment names. A libcurl that does not know the option knows no
-// proxies.
+// Disables proxies, whatever the environment names. A libcurl without this option has no proxies.
 CURLcode leave_proxies_out(CURL *curl) {
   const CURLcode result = curl_easy_setopt(curl, CURLOPT_PROXY, "");
   return result == CURLE_UNKNOWN_OPTION || result == CURLE_NOT_BUILT_IN ? CURLE_OK : result;
 }
 
-// What both transfers have in common: no signals in the host process, nothing but HTTP, and no
-// proxy between an element and its own service. No encoding of the body is asked for, so that a
-// small answer stays small.
+// The rules of both transfers: no signals in the host process, nothing but HTTP, and no proxy
+// between an element and its own service. No encoding of the body is requested, so that a small
+// response stays small.
 setup set_transfer_rules(CURL *curl, const char *url, body_sink *sink) {
   setup rules;
   rules.need(curl_easy_setopt(curl, CURLOPT_URL, url));
   rules.need(curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, write_to_sink));
   rules.need(curl_easy_setopt(curl, CURLOPT_WRITEDATA, sink));
-  // With one of the pair alone, headers would go where the body goes, or nowhere.
+  // With only one of the two options, headers would go where the body goes, or nowhere.
   rules.need(curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, count_header));
   rules.need(curl_easy_setopt(curl, CURLOPT_HEADERDATA, sink));
   rules.wish(curl_easy_setopt(curl, CURLOPT_FILETIME, 1L));
@@ -154,7 +155,7 @@ setup set_transfer_rules(CURL *curl, const char *url, body_sink *sink) {
     const auto limit = static_cast<curl_off_t>(std::min<uint64_t>(sink->limit, INT64_MAX));
     rules.wish(curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, limit));
   }
-  // Without the function libcurl would draw a progress meter of its own.
+  // Without this function libcurl would print its own progress meter.
   if (watcher.cb != nullptr &&
       rules.wish(curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, tell_watcher))) {
     rules.wish(curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L));
@@ -165,7 +166,7 @@ setup set_transfer_rules(CURL *curl, const char *url, body_sink *sink) {
   return rules;
 }
 
-// Fills time, size and file time; the file time only when the service told one.
+// Fills in time, size and file time; the file time only if the service sent one.
 void fill_statistics(CURL *curl, remote_file_stat *stat) {
   curl_off_t bytes = 0;
   curl_off_t file_time = -1;
@@ -184,7 +185,8 @@ long response_code(CURL *curl) {
   return code;
 }
 
-// A service that refuses may do so at any length: what counts is that it refuses.
+// An error response may be of any size: it counts as an error response, not as a body that is too
+// large.
 CURLcode perform(CURL *curl, const setup &rules, const body_sink &sink) {
   if (rules.outcome() != CURLE_OK) {
     return rules.outcome();
@@ -196,7 +198,7 @@ CURLcode perform(CURL *curl, const setup &rules, const body_sink &sink) {
   return response_code(curl) >= http_error ? CURLE_OK : CURLE_FILESIZE_EXCEEDED;
 }
 
-// {"files": [names]}; null when there is none to ask for, or without memory.
+// The request body {"files": [names]}; null if there are no names, or when out of memory.
 json_text request_body(const zot_list *names) {
   const zot::json_tree body(cJSON_CreateObject());
   cJSON *const files = body != nullptr ? cJSON_AddArrayToObject(body.get(), "files") : nullptr;
@@ -204,7 +206,7 @@ json_text request_body(const zot_list *names) {
     return nullptr;
   }
   for (const zot_list *node = names->next; node != nullptr && node != names; node = node->next) {
-    // The node is the first member, so it is the entry's address.
+    // The node is the first member, so its address is the entry's.
     const char *const name = reinterpret_cast<const remote_file_name *>(node)->name;
     if (name[0] == '\0') {
       continue;
@@ -218,7 +220,7 @@ json_text request_body(const zot_list *names) {
   return json_text(files->child != nullptr ? cJSON_Print(body.get()) : nullptr);
 }
 
-// Moves a completed download to its name, and into memory when that is asked for.
+// Renames a completed download to its final name and, if `mem` is given, reads it into memory.
 int take_over(zot::file_stream &file, const char *tmp_path, const char *path, zot_file_mem *mem) {
   if (std::fclose(file.release()) != 0) {
     return -1;
@@ -227,7 +229,7 @@ int take_over(zot::file_stream &file, const char *tmp_path, const char *path, zo
   if (mem == nullptr) {
     return 0;
   }
-  // What lies there is an earlier download.
+  // The file at that name is from an earlier download.
   if (!is_in_place) {
     return -1;
   }
@@ -287,7 +289,7 @@ int zot::get_remote_file_set_within(const char *url, const char *path, const zot
   }
   zot::file_stream file(std::fopen(path, "wbe"));
   if (file == nullptr) {
-    // The caller finds out when it looks for the file.
+    // The caller notices when it looks for the file.
     return 0;
   }
   body_sink sink{file.get(), limit};

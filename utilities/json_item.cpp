@@ -11,7 +11,7 @@
 
 namespace {
 
-// Truncated toward zero; what a word cannot hold becomes its nearest end, and no number becomes 0.
+// Truncates toward zero. A value out of range becomes the nearest limit, and NaN becomes 0.
 int32_t word_of(double number) {
   if (std::isnan(number)) {
     return 0;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The compiler puts this file in front of every source file of the library (src/CMakeLists.txt).
+// The compiler includes this file before every source file of the library (src/CMakeLists.txt).
 //
-// Some calls of the interface have plain names, and a program may have functions of its own by
-// those names. So the library defines and calls them by names that are its own. The plain names
-// are weak aliases: a program that is linked with the archive may define its own functions beside
-// them, and the library never calls those.
+// Some calls of the interface have plain names, and a program may have functions of its own with
+// the same names. So the library defines and calls them by its own names. The plain names are weak
+// aliases: a program that is linked with the archive may define its own functions with these names,
+// and the library never calls those.
 #pragma once
 
 #pragma redefine_extname ap_download_gpb zot_own_ap_download_gpb
@@ -41,7 +41,7 @@
 #pragma redefine_extname str2upper zot_own_str2upper
 #pragma redefine_extname write_file zot_own_write_file
 
-// The plain name of a function, stated in the file that defines it.
+// Declares the plain name of a function. Used in the file that defines the function.
 #define ZOT_PLAIN_NAME(name)                            \
   extern "C" [[gnu::weak, gnu::alias("zot_own_" #name), \
                gnu::visibility("default")]] decltype(::name) zot_plain_##name __asm__(#name)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Owners of what the C interfaces hand out: released when the owner leaves its scope.
+// Owners of what C interfaces return. An owner releases its resource when it leaves its scope.
 #pragma once
 
 #include <cjson/cJSON.h>
@@ -15,8 +15,7 @@
 
 namespace zot {
 
-// Puts errno back to what it was when the scope ends, after the clean-up of what was declared
-// later.
+// Restores errno at the end of the scope, after the clean-up of objects that were declared later.
 class errno_keeper {
  public:
   errno_keeper() : kept_(errno) {}
@@ -36,7 +35,7 @@ struct releaser {
   }
 };
 
-// For a stream whose closing tells nothing new: a failure before it keeps its error number.
+// For a stream whose close result is not needed. The errno of an earlier failure is kept.
 inline void close_stream(std::FILE *stream) {
   const errno_keeper keep_errno;
   static_cast<void>(std::fclose(stream));
@@ -48,7 +47,7 @@ using c_text = c_ptr<char>;
 using file_stream = std::unique_ptr<std::FILE, releaser<close_stream>>;
 using json_tree = std::unique_ptr<cJSON, releaser<cJSON_Delete>>;
 
-// A text of the length that it takes; null without memory.
+// A formatted text of the length that it needs; null when out of memory.
 [[gnu::format(printf, 1, 2)]] inline c_text text_of(const char *format, ...) {
   char *text = nullptr;
   va_list values;
@@ -58,7 +57,7 @@ using json_tree = std::unique_ptr<cJSON, releaser<cJSON_Delete>>;
   return c_text(length >= 0 ? text : nullptr);
 }
 
-// A zero-filled record from the C allocator; null without memory.
+// A zero-filled record from the C allocator; null when out of memory.
 template <class T>
 c_ptr<T> make_zeroed() {
   static_assert(std::is_trivially_copyable_v<T> && std::is_standard_layout_v<T>);
@@ -85,7 +84,7 @@ class descriptor {
   [[nodiscard]] bool is_open() const { return fd_ >= 0; }
   [[nodiscard]] int get() const { return fd_; }
   int release() { return std::exchange(fd_, -1); }
-  // Closes now, for a caller to whom the result matters.
+  // Closes now, for a caller that needs the result.
   int close() { return ::close(release()); }
 
  private:

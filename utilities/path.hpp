@@ -8,8 +8,8 @@
 
 namespace zot {
 
-// "root/name". A result that does not fit becomes empty, so that no file call ever works on the
-// cut-off path of something else.
+// "root/name". A path that does not fit becomes empty, so that no file call ever uses a truncated
+// path, which would name something else.
 class joined_path {
  public:
   joined_path(const char *root, const char *name) {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which texts a shell takes as they stand.
+// Which texts a shell takes literally.
 #pragma once
 
 namespace zot {
 
-// Whether a text, unquoted in a shell command, is one word and means itself: nothing in it splits
-// the word, expands, quotes or ends the command.
+// Whether a text, unquoted in a shell command, is one literal word: nothing in it splits the word,
+// expands, quotes or ends the command.
 constexpr bool is_plain_shell_word(const char *text) {
   constexpr char special[] = "'\"`$;&|<>*?[(){}\\";
   if (text == nullptr || text[0] == '\0' || text[0] == '-' || text[0] == '~' || text[0] == '#') {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The places of standard input, output and error.
+// Protects the descriptors of standard input, output and error.
 #pragma once
 
 #include <fcntl.h>
@@ -11,8 +11,9 @@
 
 namespace zot {
 
-// Holds the places of closed standard streams as long as it lives. Without it a file or a socket
-// that is opened meanwhile takes one, and what the host or a command prints gets into it.
+// Occupies the descriptors of closed standard streams as long as it lives. Otherwise a file or a
+// socket that is opened in the meantime takes such a descriptor, and output of the host or of a
+// command goes into it.
 class standard_streams {
  public:
   standard_streams() {
@@ -21,7 +22,7 @@ class standard_streams {
       if (::fcntl(fd, F_GETFD) >= 0) {
         continue;
       }
-      // Commands get it too: they print like the host.
+      // Commands inherit it, because they print like the host.
       descriptor null(::open("/dev/null", O_RDWR));
       if (null.get() == fd) {
         is_held_[static_cast<size_t>(null.release())] = true;

@@ -11,7 +11,7 @@
 
 namespace {
 
-// A category and a version are read up to one byte less.
+// A category and a version are read up to one byte less than this.
 constexpr size_t component_size = 255;
 
 struct named_value {
@@ -22,12 +22,12 @@ struct named_value {
 #define ZOT_CATEGORY_NUMBER(constant, value, name) value,
 #define ZOT_CATEGORY_NAME(constant, value, name) name "\0"
 constexpr std::array category_numbers{ZOT_CATEGORY_MAP(ZOT_CATEGORY_NUMBER)};
-// All names, each with its terminator: a table of pointers would need a relocation for each.
+// All names, each with its terminator. A table of pointers would need a relocation for each name.
 constexpr char category_names[] = ZOT_CATEGORY_MAP(ZOT_CATEGORY_NAME);
 #undef ZOT_CATEGORY_NUMBER
 #undef ZOT_CATEGORY_NAME
 
-// Where each name begins, and the end of the last one.
+// The offset where each name begins, and the end of the last one.
 consteval std::array<uint16_t, ZOT_CAT_COUNT + 1> find_name_places() {
   std::array<uint16_t, ZOT_CAT_COUNT + 1> places{};
   uint16_t at = 0;
@@ -40,7 +40,7 @@ consteval std::array<uint16_t, ZOT_CAT_COUNT + 1> find_name_places() {
 constexpr auto name_places = find_name_places();
 static_assert(name_places[ZOT_CAT_COUNT] == sizeof category_names - 1);
 
-// They tell most names apart.
+// The first letters distinguish most names.
 consteval std::array<char, ZOT_CAT_COUNT> find_first_letters() {
   std::array<char, ZOT_CAT_COUNT> letters{};
   for (size_t row = 0; row < ZOT_CAT_COUNT; ++row) {
@@ -54,7 +54,7 @@ std::string_view category_name(size_t row) {
   return {category_names + name_places[row], size_t{name_places[row + 1]} - name_places[row] - 1};
 }
 
-// So a number finds its name.
+// Whether the number of each category is the index of its name.
 consteval bool are_numbered_by_row() {
   int32_t row = 0;
   for (const int32_t number : category_numbers) {
@@ -78,7 +78,7 @@ const char *name_of(const std::array<named_value, Count> &table, int32_t value) 
   return nullptr;
 }
 
-// What stands between the slash at `path` and the next one; nothing when there is no slash.
+// The text between the slash at `path` and the next one; empty if there is no slash at `path`.
 std::string_view first_piece(const char *path) {
   if (*path != '/') {
     return {};
@@ -99,8 +99,8 @@ void copy_piece(std::string_view from, char *to, size_t size) {
   to[length] = '\0';
 }
 
-// The base that the digits of a version announce. Told by hand: strtoull() on its own also takes
-// the prefixes that newer C libraries know.
+// The base that the prefix of a version stands for. It is determined here, because strtoull() by
+// itself also accepts prefixes that only newer C libraries know.
 int base_of(const char *number) {
   if (number[0] != '0') {
     return 10;

@@ -5,12 +5,12 @@
 
 namespace zot {
 
-// Whether a text is absent or empty, which mean the same to every operation.
+// Whether a text is null or empty, which means the same to every operation.
 constexpr bool is_blank(const char *text) {
   return text == nullptr || *text == '\0';
 }
 
-// Null for a variable that is unset or empty, which mean the same.
+// The value of a variable. Null if it is unset or empty, which means the same.
 inline const char *environment(const char *name) {
   const char *const value = std::getenv(name);
   return is_blank(value) ? nullptr : value;

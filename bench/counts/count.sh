@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: count.sh BUILD
-# Prints how many instructions the library executes for some pieces and for the calls of a cycle, as
-# lines "NAME COUNT". An emulator counts them, and what picks its code by the processor is told to
-# take the plainest: the counts are the same on any machine with the same libraries.
+# Prints the number of instructions that the library executes for some operations and for the calls
+# of a cycle, as lines "NAME COUNT". An emulator counts them. Libraries that select code by processor
+# are set to the plainest code, so the counts are the same on every machine with the same libraries.
 set -euo pipefail
 export LC_ALL=C
 
@@ -43,13 +43,13 @@ fail() {
   exit 1
 }
 
-# count [OPTION]... COMMAND...: the instructions that are collected.
+# count [OPTION]... COMMAND...: prints the number of collected instructions.
 count() {
   local log=$work/callgrind.log collected
   valgrind --tool=callgrind --callgrind-out-file=/dev/null --collect-atstart=no "$@" \
     >"$log" 2>&1 || fail "$(cat "$log")"
   collected=$(sed -n 's/^==[0-9]*== Collected : \([0-9]*\)$/\1/p' "$log")
-  ((collected > 0)) || fail "nothing was collected of: $*"
+  ((collected > 0)) || fail "no instructions were collected: $*"
   echo "$collected"
 }
 
@@ -72,7 +72,7 @@ publish() {
   cp -r "$work/published" "$work/$letter"
 }
 
-# Serves a publication; its port is in port[LETTER].
+# Serves a publication and sets port[LETTER].
 serve() {
   local letter=$1 log=$work/$1.log
   : >"$log"
@@ -86,7 +86,7 @@ serve() {
   fail "the service does not listen"
 }
 
-# What a call of the interface takes in a process that runs these steps.
+# count_calls CALL STEP...: the instructions of a call of the interface in a client with these steps.
 count_calls() {
   local call=$1
   shift

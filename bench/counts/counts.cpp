@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: bench_counts PIECE ENTRIES
-// Runs one piece of the library, once. Under callgrind, started without collecting, what the piece
-// itself takes is collected.
+// Runs one operation of the library once. Under callgrind, started with collection off, only the
+// instructions of the operation itself are collected.
 #include <cjson/cJSON.h>
 #include <valgrind/callgrind.h>
 
@@ -65,7 +65,7 @@ bool count_path_parse(std::size_t entries) {
   return known == entries;
 }
 
-// The marked list of an update, and what goes with it.
+// The marked list of an update, with its configurations.
 struct update {
   explicit update(std::size_t entries)
       : published(updated_document(entries)), current(first_document(entries)), fresh(published) {}
@@ -97,7 +97,7 @@ bool count_list_free(std::size_t entries) {
          zot_list_is_empty(of.marked.get());
 }
 
-// A request for everything, with the bytes in memory: nothing is read.
+// A request for all categories. The bytes are in memory, so no file is read.
 bool count_filter(std::size_t entries) {
   update of(entries);
   if (!of.mark()) {
@@ -119,7 +119,7 @@ bool count_filter(std::size_t entries) {
   return is_done && is_filled;
 }
 
-// So many calls that log for debugging only, which nobody reads.
+// Calls that log at debug level, which is disabled.
 bool count_log_disabled(std::size_t calls) {
   update of(1);
   return counted([&] {
@@ -153,11 +153,10 @@ int main(int argc, char **argv) {
   for (const piece &known : pieces) {
     if (known.name == argv[1]) {
       const bool is_right = known.count(std::strtoul(argv[2], nullptr, 10));
-      static_cast<void>(is_right ||
-                        std::fprintf(stderr, "%s: the outcome is wrong\n", argv[1]) < 0);
+      static_cast<void>(is_right || std::fprintf(stderr, "%s: the result is wrong\n", argv[1]) < 0);
       return is_right ? 0 : 1;
     }
   }
-  static_cast<void>(std::fprintf(stderr, "no piece is called '%s'\n", argv[1]));
+  static_cast<void>(std::fprintf(stderr, "unknown operation '%s'\n", argv[1]));
   return 2;
 }

@@ -31,7 +31,7 @@ static CURLcode get(const char *url, struct body *body) {
     return CURLE_FAILED_INIT;
   }
   curl_easy_setopt(curl, CURLOPT_URL, url);
-  // Wherever the environment sends others, this request is for the same machine.
+  // Ignores a proxy in the environment: the request is for the same machine.
   curl_easy_setopt(curl, CURLOPT_PROXY, "");
   curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, keep);

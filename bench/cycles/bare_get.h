@@ -2,8 +2,9 @@
 #ifndef BENCH_BARE_GET_H
 #define BENCH_BARE_GET_H
 
-// Seconds that libcurl takes to get a small file into memory, with nothing around it. libcurl's
-// global state is set up before, and gone afterwards: whoever comes next pays for its own.
+// Returns the seconds that libcurl alone takes to get a small file into memory. Sets up the global
+// state of libcurl before the measurement and cleans it up afterwards, so that the next user has
+// the cost of its own set-up.
 double bare_get_seconds(const char *url);
 
 #endif

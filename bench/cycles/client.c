@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: bench_client INDEX STEP…
-// An element whose cycles are measured; each step prints lines of figures.
+// An element whose cycles are measured. Each step prints lines of figures.
 //
 //   first:N    creates the handle, gets a configuration of N entries into an empty cache, and
 //              commits it
 //
-//   update:N   gets a configuration of which N entries changed, and commits it
+//   update:N   gets a configuration in which N entries changed, and commits it
 //
-//   settle     gets without an update, and is not measured: the first such get after a commit puts
-//              last in its place, which those that follow need not do
+//   settle     gets without an update; not measured, because only the first such get after a commit
+//              has to set the last slot
 //
 //   poll       gets without an update
-//   polls:N    the same N times, each beside a bare request for the checksum; tells the medians
-//   restart:N  creates the handle, gets the N cached entries and reads all their bytes
-//   port:N     the service of the next steps
+//   polls:N    the same N times, each followed by a bare request for the checksum; prints the
+//   medians restart:N  creates the handle, gets the N cached entries and reads all their bytes
+//   port:N     sets the port of the service for the next steps
 //
 // The first step counts from BENCH_BEGIN, so that a process is measured from its start.
 #include <stdio.h>
@@ -27,8 +27,8 @@
 
 struct client {
   struct element element;
-  struct figures start;  // what the start of the process took, until a step has counted it
-  size_t size;           // of each file
+  struct figures start;  // figures of the process start, until a step has counted them
+  size_t size;           // bytes of each file
 };
 
 struct action {
@@ -69,7 +69,7 @@ static void expect_entries(unsigned long count, unsigned long expected) {
   }
 }
 
-// What is checked between the two calls is not measured.
+// The checks between the two calls are not measured.
 static void get_and_commit(struct client *client, const char *name, unsigned long expected) {
   struct element *const element = &client->element;
   const struct subject subject = {"zotconf", name};
@@ -209,7 +209,7 @@ static void run_step(struct client *client, const char *step) {
       return;
     }
   }
-  element_fail("'%s' is no step", step);
+  element_fail("'%s' is not a step", step);
 }
 
 int main(int argc, char **argv) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: bench_digest LIST TIMES
-// Reads each file of a list as sha256sum writes it, computes its SHA-256 and compares, so many
-// times. It does nothing beside: no program that has to do that is faster.
+// Reads each file of a list in the format of sha256sum, computes its SHA-256 and compares it, TIMES
+// times. It does nothing else, so it is the minimum for this work.
 #define OPENSSL_API_COMPAT 0x10100000L
 #include <errno.h>
 #include <fcntl.h>
@@ -24,7 +24,7 @@ _Noreturn static void fail(const char *what, const char *why) {
   exit(1);
 }
 
-// The bytes of a file, followed by a zero, in a buffer that grows with the largest.
+// Reads a file into the buffer, followed by a zero byte. The buffer grows with the largest file.
 static size_t read_whole(const char *path, struct buffer *buffer) {
   const int fd = open(path, O_RDONLY | O_CLOEXEC);
   struct stat st;
@@ -41,13 +41,13 @@ static size_t read_whole(const char *path, struct buffer *buffer) {
   while (buffer->bytes != NULL && have < size) {
     const ssize_t got = read(fd, buffer->bytes + have, size - have);
     if (got <= 0) {
-      fail(path, "is shorter than it was");
+      fail(path, "was truncated while it was read");
     }
     have += (size_t)got;
   }
   close(fd);
   if (buffer->bytes == NULL) {
-    fail(path, "no memory");
+    fail(path, "out of memory");
   }
   buffer->bytes[size] = '\0';
   return size;
@@ -67,7 +67,7 @@ static void verify(const char *line, const char *path, struct buffer *buffer) {
     text[2 * i + 1] = digit[digest[i] & 0x0f];
   }
   if (memcmp(text, line, sizeof text) != 0) {
-    fail(path, "has another digest");
+    fail(path, "the digest differs");
   }
 }
 
@@ -80,7 +80,7 @@ static unsigned long verify_all(const char *list, struct buffer *buffer) {
     char path[4096];
     const size_t length = end != NULL ? (size_t)(end - list) : 0;
     if (length <= path_at || length - path_at >= sizeof path) {
-      fail(list, "is no line of a list");
+      fail(list, "invalid line in a list");
     }
     memcpy(path, list + path_at, length - path_at);
     path[length - path_at] = '\0';
@@ -101,7 +101,7 @@ int main(int argc, char **argv) {
   read_whole(argv[1], &list);
   for (unsigned long times = strtoul(argv[2], NULL, 10); times > 0; --times) {
     if (verify_all((const char *)list.bytes, &buffer) == 0) {
-      fail(argv[1], "names no file");
+      fail(argv[1], "lists no file");
     }
   }
   free(buffer.bytes);

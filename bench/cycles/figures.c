@@ -43,7 +43,7 @@ static double cpu_of(int who) {
   return seconds(&usage.ru_utime) + seconds(&usage.ru_stime);
 }
 
-// The number behind a name in a file of /proc that has a line for each.
+// The number after a name in a file of /proc with one name per line.
 static unsigned long long proc_value(const char *path, const char *format) {
   FILE *const file = fopen(path, "re");
   if (file == NULL) {
@@ -70,7 +70,7 @@ struct figures figures_now(void) {
 }
 
 struct figures figures_since(const struct figures *begin) {
-  // The time first: what it takes to read the others is not measured.
+  // The time comes first, so that reading the other figures is not measured.
   const double wall = wall_now() - begin->wall;
   const struct figures end = figures_now();
   return (struct figures){wall, end.cpu - begin->cpu, end.written - begin->written};
@@ -96,7 +96,7 @@ void peak_begin(void) {
   children_peak_at_begin = usage_of(RUSAGE_CHILDREN).ru_maxrss;
 }
 
-// A peak of the children that did not rise is one of before.
+// If the peak of the children has not risen, it is from before peak_begin().
 long peak_kib(void) {
   const long own = (long)proc_value("/proc/self/status", "VmHWM: %llu kB");
   const long children = usage_of(RUSAGE_CHILDREN).ru_maxrss;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: bench_measure WHO STEP -- COMMAND…
-// Runs a command that has to succeed, and prints the figures of all its processes in one line.
+// Runs a command, which must succeed, and prints the figures of all its processes in one line.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: memory.sh BUILD OUT.json
-# Measures the peak of the heap in a first get, and adds up what the records that a get hands about
-# come to: the sum that no get can do without.
+# Measures the peak heap of a first get, and adds up the sizes of the records that a get needs: the
+# minimum for any get.
 # shellcheck disable=SC2154  # publication.sh sets site and port
 set -euo pipefail
 export LC_ALL=C
@@ -40,8 +40,8 @@ measure() {
     sizes=sizes init=init get=get 2>"$work/log" || fail "$(cat "$work/log")"
 }
 
-# Of the parsed K: its nodes, of 64 bytes each where pointers have eight, and their texts.
-# Owners, size and checksum stand before the bytes of a verified file.
+# The size of a parsed K is that of its nodes (64 bytes each with 8-byte pointers) and their texts.
+# Owners, size and checksum precede the bytes of a verified file.
 readonly sum='
   80 as $verified_head |
   def text: utf8bytelength + 1;

@@ -25,7 +25,7 @@ static const char *const names[phase_count] = {"checksum", "k",    "archive",  "
                                                "verify",   "diff", "returned", "commit_k",
                                                "remove",   "copy", "sync",     "rest"};
 
-// What is logged at the end of a phase.
+// The log line at the end of each phase.
 static const struct {
   const char *text;
   enum phase phase;
@@ -83,9 +83,9 @@ void phases_resume(void) {
 
 void phases_print(const struct subject *subject, double together) {
   for (int phase = 0; phase < phase_rest; ++phase) {
-    // A line that is worded otherwise would give its time to the next phase.
+    // If the wording of a log line changes, its time would count for the next phase.
     if (taken[phase] <= 0) {
-      fprintf(stderr, "%s: nothing told the end of the phase '%s'\n", subject->step, names[phase]);
+      fprintf(stderr, "%s: no log line ends the phase '%s'\n", subject->step, names[phase]);
       exit(1);
     }
     print_phase(subject, names[phase], taken[phase]);

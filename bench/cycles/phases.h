@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// The phases of a cycle, told apart by the lines that the library logs when one is over.
+// The phases of a cycle, delimited by the lines that the library logs at the end of each.
 #ifndef BENCH_PHASES_H
 #define BENCH_PHASES_H
 
 #include "figures.h"
 #include "zot_conf.h"
 
-// Directs a log control here.
+// Directs a log control to this module.
 void phases_listen_to(zot_log_ctl *ctl);
 
-// Forgets what was counted.
+// Resets the times.
 void phases_begin(void);
-// What has passed since the last line belongs to no phase.
+// The time since the last log line belongs to no phase.
 void phases_resume(void);
-// Prints a line for each phase, and one for what is left of the time that they took together.
+// Prints a line for each phase, and one for the rest of the total time.
 void phases_print(const struct subject *subject, double together);
 
 #endif

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# What the contenders get: two publications, the second with some files changed, ready-made below
-# $site, and the service that hands them out. $work, $host, $index and $peers are the caller's.
+# Prepares what the contenders fetch: two publications below $site, the second with some files
+# changed, and the service that serves them. The caller sets $work, $host, $index and $peers.
 
 readonly site=$work/site
 declare -A port=()
@@ -11,8 +11,8 @@ knowledge() {
   printf '%s' "$site/$1/file/knowledge/AP/$index/latest/$index"
 }
 
-# pack LETTER: the archive as the service of an element answers with it, of regular files only, and
-# the digests of its files. gzip has its usual level, 6.
+# pack LETTER: creates the archive as the service of an element sends it, with regular files only, and
+# the digests of its files. gzip uses its default level, 6.
 pack() {
   local letter=$1
   jq -r '.gpbs[] | .checksum + "  config" + .path' "$(knowledge "$letter").k" >"$site/$letter.sums"
@@ -21,8 +21,8 @@ pack() {
     gzip -6n >"$site/$letter/tgz"
 }
 
-# For casync the store that a client downloads from, for ostree a repository as a server has it.
-# Both get the same files, under the same names.
+# Creates the store that a casync client downloads from, and an ostree repository as a server has it.
+# Both contain the same files, under the same names.
 pack_for_peers() {
   local letter=$1 tree=$work/tree
   mkdir "$tree"
@@ -45,7 +45,8 @@ publish() {
   cp -r "$work/published/file" "$site/$letter/file"
 }
 
-# prepare FILES SIZE CHANGED [peers]: publication b is a with the first CHANGED files changed.
+# prepare FILES SIZE CHANGED [peers]: publication b is publication a with the first CHANGED files
+# changed.
 prepare() {
   local files=$1 size=$2 changed=$3 with=${4:-}
   rm -rf "$site"
@@ -79,7 +80,7 @@ free_port() {
   printf '%s' "$port"
 }
 
-# A POST is answered with the file of the same name, as a GET would be.
+# A POST returns the file of the same name, as a GET would.
 nginx_server() {
   cat <<END
   server {

@@ -1,21 +1,22 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: run.sh BUILD OUT.jsonl [--peers] [--quick]
-# Measures whole cycles of the library beside the floor, which is the work that any program has to
-# do for the same, and with --peers beside what is used instead. A line of OUT.jsonl is what a step
-# took; the first tells the machine. The contenders take turns, each with folders of its own.
+# Measures whole cycles of the library, compared with the baseline ("floor" in the figures: the
+# minimum work that any program must do for the same result) and, with --peers, with other tools. The
+# first line of OUT.jsonl describes the machine; each other line has the figures of a step. The
+# contenders take turns, each with its own folders.
 # shellcheck disable=SC2154  # packages.sh and publication.sh set them
 set -euo pipefail
 export LC_ALL=C
 
-# Files, bytes of each, rounds, polls in a row, and whether the peers do it too.
+# Number of files, bytes per file, rounds, polls in a row, and whether the other tools run it too.
 readonly full=(
   "100 1024 7 200 -" "1000 1024 7 200 -" "10000 1024 3 50 -" "100000 1024 2 10 -"
   "100 4096 7 200 peers" "1000 4096 7 200 peers" "10000 4096 5 50 peers" "100000 4096 2 10 -"
   "100 65536 7 200 -" "1000 65536 3 200 peers" "10000 65536 2 50 -"
   "4 16777216 5 200 -")
 readonly quick=("100 4096 2 50 peers" "1000 4096 2 50 peers")
-# The same on a disk, which tells little: what it takes depends on what the disk did before.
+# The same on a disk. This says little, because the time depends on what the disk did before.
 readonly on_disk=("1000 4096 3 - -")
 
 usage() {
@@ -63,7 +64,7 @@ clean_up() {
 trap clean_up EXIT
 trap 'exit 130' INT TERM
 
-# Everything here is on the loopback interface.
+# All transfers use the loopback interface.
 unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY ZOT_DEV_PATH
 
 describe_machine() {
@@ -88,18 +89,18 @@ keep() {
   "$@" >>"$work/figures"
 }
 
-# An element whose folders are empty, in $element.
+# Creates an element with empty folders, in $element.
 new_element() {
   element=$base/element
   rm -rf "$element"
   mkdir -p "$element/cache" "$element/scratch"
-  # What was written before is no business of the next.
+  # Earlier writes must not count for the next contender.
   [[ $BENCH_MEDIUM != disk ]] || sync -f "$element"
 }
 
-# Whether the cache has what was published at last.
+# Checks that the cache has the last publication.
 expect_b() {
-  (cd "$1" && "$tools/bench_digest" "$site/b.sums" 1) || fail "the cache is not what was published"
+  (cd "$1" && "$tools/bench_digest" "$site/b.sums" 1) || fail "the cache differs from the publication"
 }
 
 run_zotconf() {
@@ -115,10 +116,10 @@ run_zotconf() {
   expect_b "$element/cache/writable/zot"
 }
 
-# As the library does it: what is published at first is digested twice, once when it has come and
-# once when it is handed out; of an update, the second time is for what changed. On tmpfs there is
-# nothing to synchronise.
-# Its commands name whole paths, as those of the library do: cp looks each file up by its own.
+# The baseline. As in the library, the digests of a first configuration are computed twice: after the
+# download and when the files are returned. For an update, the second pass covers only the changed
+# files. On tmpfs, nothing has to be synchronised. The commands have full paths as arguments, as in
+# the library: cp looks up each file by its full path.
 readonly floor_get='curl -fsS -o gpb.tgz "$1" && tar xzf gpb.tgz -C "$6" &&
   "$2" "$3" 1 && "$2" "$4" 1'
 readonly floor_commit='rm -rf "$5" && cp -r "$6/config" "$5"'
@@ -152,10 +153,10 @@ run_peer() {
 run_script() {
   new_element
   run_peer script "http://127.0.0.1:${port[a]}" "http://127.0.0.1:${port[b]}" "$index"
-  (($(wc -l <"$element/scratch/changes") == changed)) || fail "the script tells other changes"
+  (($(wc -l <"$element/scratch/changes") == changed)) || fail "the script reports other changes"
 }
 
-# What ostree and casync check out is the folder `config` itself.
+# ostree and casync check out the folder `config` itself.
 run_ostree() {
   new_element
   ostree --repo="$element/repository" init --mode=bare-user-only

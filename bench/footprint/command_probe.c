@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands on PATH in the place of a command, runs the real one, and writes "NAME KIB" with the peak
-// resident memory of its largest process. The peak is asked for here, by a small parent: a command
-// takes over the peak of the process that started it.
+// Replaces a command on PATH: runs the real command, and writes "NAME KIB" with the peak resident
+// memory of its largest process. A small parent must read the peak, because a command inherits the
+// peak of the process that started it.
 //
-// Environment: FOOTPRINT_PATH, where the real command is; FOOTPRINT_COMMANDS, the file to append
+// Environment: FOOTPRINT_PATH, the PATH of the real command; FOOTPRINT_COMMANDS, the file to append
 // to.
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: awk -f compare.awk LIMITS VALUES
-# Prints "NAME MEASURED LIMIT ok|OVER" for each value; fails when one is over, has no limit, or when
-# a limit is for nothing that was measured. A limit whose name ends in `*` is for all names that
-# begin so and have none of their own.
+# Prints "NAME MEASURED LIMIT ok|OVER" for each value. Fails when a value is over its limit or has no
+# limit, or when a limit has no measured value. A limit whose name ends in `*` applies to all names
+# that begin like that and have no limit of their own.
 
 function limit_of(name,   prefix, best) {
   if (name in limit) {

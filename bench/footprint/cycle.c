@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: footprint_… INDEX STEP…
-// A client that is measured: each step is NAME=ACTION, and prints its figures as "NAME VALUE".
+// The measured client. Each step is NAME=ACTION and prints its figures as "NAME VALUE".
 //
-//   sizes     the sizes of the records
+//   sizes     prints the sizes of the records
 //   init      creates the handle
-//   get       has to bring a new configuration; every entry's bytes are touched
-//   commit    commits it and gives the returned list back
-//   poll      gets again; has to bring no update and no entry
-//   port:N    the service of the next steps; not measured
+//   get       must return a new configuration; touches the bytes of every entry
+//   commit    commits it and frees the returned list
+//   poll      gets again; must return no update and no entry
+//   port:N    sets the port of the service for the next steps; not measured
 //   free      frees the handle
 #include <stdio.h>
 #include <stdlib.h>
@@ -65,13 +65,13 @@ static const struct action *find_action(const char *name) {
       return &actions[i];
     }
   }
-  element_fail("no action is called '%s'", name);
+  element_fail("unknown action '%s'", name);
 }
 
 static void run_step(struct element *element, char *step) {
   char *const separator = strchr(step, '=');
   if (separator == NULL) {
-    element_fail("'%s' is no step", step);
+    element_fail("'%s' is not a step", step);
   }
   *separator = '\0';
   const struct action *const action = find_action(separator + 1);
@@ -79,7 +79,7 @@ static void run_step(struct element *element, char *step) {
 }
 
 int main(int argc, char **argv) {
-  // A buffer of its own would count as heap.
+  // A buffer that the C library allocates would count as heap.
   static char output[BUFSIZ];
   setvbuf(stdout, output, _IOFBF, sizeof output);
   if (argc < 3) {

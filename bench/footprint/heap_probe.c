@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Counts the heap: the program defines the allocator's entry points, so every library in the
-// process comes through here. Counted are the bytes that were asked for, not what the allocator
-// adds to a block. Each step runs on a stack of its own, which tells how much of it was touched.
+// Counts the heap: the program defines the entry points of the allocator, so every library in the
+// process uses them. Counts the requested bytes, without the overhead of the allocator. Each step
+// runs on a separate stack, to measure how much of that stack it uses.
 #include <errno.h>
 #include <link.h>
 #include <stdatomic.h>
@@ -33,7 +33,7 @@ enum owner {
 static const char *const owner_names_text[owner_count] = {
     "contents", "records", "entries", "names", "json", "transfer", "texts", "other"};
 
-// Stands right before each block. Its size keeps the block aligned.
+// Precedes each block. Its size keeps the block aligned.
 struct header {
   _Alignas(max_align_t) void *base;
   size_t size;
@@ -88,10 +88,10 @@ static int add_module(struct dl_phdr_info *info, size_t size, void *unused) {
   return 0;
 }
 
-// Owners, size and checksum stand before the bytes of a verified file.
+// Owners, size and checksum precede the bytes of a verified file.
 enum { verified_head = 80 };
 
-// The library's own blocks are told apart by their size, which is exact for a record.
+// Identifies the library's own blocks by their size, which is exact for a record.
 static unsigned owner_within_library(size_t size) {
   switch (size) {
     case FOOTPRINT_FILE_SIZE + verified_head:
@@ -188,8 +188,8 @@ void *calloc(size_t count, size_t size) {
   return block != NULL ? memset(block, 0, count * size) : NULL;
 }
 
-// The old block counts beside the new one until its bytes are copied, as it does for an allocator
-// that has no room behind it.
+// The old block counts in addition to the new one until its bytes are copied, as with an allocator
+// that cannot extend the block in place.
 void *realloc(void *block, size_t size) {
   void *const grown = allocate(1, size, __builtin_return_address(0));
   if (grown == NULL || block == NULL) {
@@ -241,7 +241,7 @@ static void run_step(void) {
   running.run(running.argument);
 }
 
-// Runs the step on a painted stack, and returns how far down the paint is gone.
+// Runs the step on a painted stack, and returns the number of bytes from the lowest change up.
 static size_t run_on_painted_stack(void) {
   enum { size = 1024 * 1024, paint = 0x5a };
   static unsigned char stack[size];

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: measure.sh HOST_BUILD ARM_BUILD ARM_SYSROOT
 # Measures what the library costs and prints lines "NAME VALUE". Heap and sizes are those of 32-bit
-# ARM, under emulation. Resident memory and transfers are those of the host: an emulator's own would
-# count otherwise.
+# ARM, under emulation. Resident memory and transfers are those of the host, because under emulation
+# those of the emulator would be included.
 set -euo pipefail
 export LC_ALL=C
 
@@ -22,8 +22,8 @@ readonly index=001122334455 file_size=4096
 readonly counts=(100 1000 10000)
 readonly commands=(tar cp rm)
 
-# Memory holds the files where it has room for them: what is measured doesn't depend on the medium,
-# and the time that it takes does.
+# Uses a file system in memory if it has enough space. The results do not depend on the medium, but
+# the duration does.
 work_folder() {
   local -r room=1048576
   local free
@@ -63,7 +63,7 @@ publish() {
     fail "publishing $files files failed"
 }
 
-# Serves a publication; its port is in FILES/LETTER.port.
+# Serves a publication and writes its port into FILES/LETTER.port.
 serve() {
   local folder=$work/$1/$2 port=
   : >"$folder.log"
@@ -78,7 +78,7 @@ serve() {
   echo "$port" >"$folder.port"
 }
 
-# Publication b is a with one file changed.
+# Publication b is publication a with one file changed.
 prepare() {
   local files=$1
   mkdir -p "$work/$files"
@@ -90,7 +90,7 @@ prepare() {
   serve "$files" b
 }
 
-# run FILES NAME COMMAND… -- STEP…: a client on an empty element, its figures in FILES/NAME.out.
+# run FILES NAME COMMAND… -- STEP…: runs a client on an empty element; writes FILES/NAME.out.
 run() {
   local files=$1 name=$2 prefix=()
   shift 2
@@ -118,7 +118,7 @@ every_step() {
     repoll=poll end=free
 }
 
-# select_lines PREFIX PATTERN FILE: the lines whose names match, under a longer name.
+# select_lines PREFIX PATTERN FILE: prints the lines whose names match, with a prefix.
 select_lines() {
   awk -v prefix="$1" -v pattern="^($2)\$" '$1 ~ pattern { print prefix $1, $2 }' "$3"
 }
@@ -146,7 +146,7 @@ measure_heap() {
   select_lines "heap.$files." "$bytes" "$work/$files/heap.out"
 }
 
-# A command on PATH that tells its own peak, and then does what it is called for.
+# Puts commands on PATH that record their peak memory and run the real command.
 wrap_commands() {
   local command
   mkdir -p "$work/bin"
@@ -187,7 +187,7 @@ measure_transfers() {
   run "$files" transfers strace -f -q -y -s 0 --seccomp-bpf -e verbose=none -e signal=none \
     -e "trace=$(IFS=,; echo "${transfers[*]}")" -o "$work/$files/transfers.trace" \
     "$tools/footprint_process" -- "${steps[@]}"
-  # Each figure is there, also when nothing was counted.
+  # Prints every figure, even if nothing was counted for it.
   trace_summary "$files" transfers | awk -v files="$files" -v wanted="$wanted" '
     { sum[$1] = $2 }
     END {
@@ -209,7 +209,7 @@ measure_poll_on_host() {
   trace_summary "$files" calls | sed -n 's/^poll\.\(calls\|call\.\)/poll.host.\1/p'
 }
 
-# The emulator tells each call of the program itself; a poll starts no other.
+# The emulator traces only the calls of the program itself. This suffices: a poll starts no other.
 measure_poll_on_arm() {
   local files=$1 steps
   mapfile -t steps < <(every_step "$files")
@@ -220,7 +220,7 @@ measure_poll_on_arm() {
     sed -n 's/^poll\.\(calls\|call\.\)/poll.arm.\1/p'
 }
 
-# Two things at a time, but for those that count how often somebody had to wait.
+# Runs two measurements at a time, except those that count waits.
 measure() {
   local files
   measure_library

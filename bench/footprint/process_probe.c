@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Measures the process: its peak resident memory in each step. The steps are also marked for
-// whoever traces the system calls, by looking for a file that is never there.
+// Measures the peak resident memory of the process in each step. Also marks the steps in a trace of
+// the system calls, by access() to a file that never exists.
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -18,7 +18,7 @@ _Noreturn static void fail(const char *what) {
   exit(1);
 }
 
-// Lets the peak begin anew.
+// Resets the peak.
 static void reset_peak(void) {
   FILE *const file = fopen("/proc/self/clear_refs", "we");
   if (file == NULL || fputs("5", file) == EOF || fclose(file) != 0) {

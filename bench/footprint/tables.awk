@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: awk -f tables.awk VALUES DOCUMENT
-# Prints the document with each table between "<!-- measured: NAME -->" and "<!-- end -->" made anew
-# from the values, lines "NAME VALUE". What else stands in the document is left alone.
+# Prints the document. Writes each table between "<!-- measured: NAME -->" and "<!-- end -->" again
+# from the values, which are lines "NAME VALUE", and keeps everything else unchanged.
 
 function refuse(what) {
   printf "tables.awk: %s\n", what >"/dev/stderr"
@@ -10,11 +10,11 @@ function refuse(what) {
 }
 
 function value(name) {
-  if (!(name in measured)) refuse("nothing was measured as " name)
+  if (!(name in measured)) refuse("no measured value " name)
   return measured[name]
 }
 
-# With a comma between each three digits.
+# Groups digits by three, separated by commas.
 function grouped(number,   text) {
   text = sprintf("%d", number)
   while (match(text, /^-?[0-9]+[0-9][0-9][0-9](,|$)/)) {
@@ -32,8 +32,8 @@ function head(titles,   n, i, title, rule) {
   print rule
 }
 
-# A row for each line "LABEL|PATTERN"; a column for each word that stands for the pattern's `@`, and
-# where the words are numbers of files, one for what a file adds.
+# Prints a row for each line "LABEL|PATTERN". Each word gives a column: it replaces the `@` of the
+# pattern. If the words are numbers of files, a last column has the growth per additional file.
 function rows(lines, words,   n, i, line, part, columns, word, c) {
   n = split(lines, line, "\n")
   columns = split(words, word, " ")
@@ -50,7 +50,8 @@ function rows(lines, words,   n, i, line, part, columns, word, c) {
   }
 }
 
-# For one file of the 9,000 between; what is less than a record has nothing to do with the files.
+# Growth per file over the 9,000 files between the two sizes. A growth smaller than a record does not
+# depend on the files.
 function growth(of_all,   of_one) {
   of_one = of_all * unit / 9000
   return of_one < 64 ? "none" : grouped(of_one)
@@ -66,91 +67,91 @@ function library() {
   rows("text: code, constants and link tables|library.text\n" \
     "data|library.data\n" \
     "bss|library.bss\n" \
-    "the stripped file|library.file", "-")
+    "stripped file|library.file", "-")
 }
 
 function records() {
   head("what|bytes")
   rows("`zot_ctx`, the handle|sizeof.zot_ctx\n" \
-    "`zot_parm`, one in each handle|sizeof.zot_parm\n" \
-    "all that creation leaves on the heap|heap.init.held.bytes\n" \
-    "`zot_k`, one for each configuration held|sizeof.zot_k\n" \
-    "`zot_gpb`, one for each file in each list|sizeof.zot_gpb\n" \
-    "`zot_ret_data`, one for each returned entry|sizeof.zot_ret_data\n" \
-    "`remote_file_name`, one for each file while the archive is fetched|" \
+    "`zot_parm`, one per handle|sizeof.zot_parm\n" \
+    "heap in use after creation|heap.init.held.bytes\n" \
+    "`zot_k`, one per configuration in memory|sizeof.zot_k\n" \
+    "`zot_gpb`, one per file in each list|sizeof.zot_gpb\n" \
+    "`zot_ret_data`, one per returned entry|sizeof.zot_ret_data\n" \
+    "`remote_file_name`, one per file while the archive is fetched|" \
     "sizeof.remote_file_name", "-")
 }
 
 function heap() {
-  head("when|100 files|1,000 files|10,000 files|each file more")
+  head("when|100 files|1,000 files|10,000 files|per additional file")
   rows("peak of the first get|heap.@.first.get.peak.bytes\n" \
-    "peak of its commit|heap.@.first.commit.peak.bytes\n" \
-    "held after the commit|heap.@.first.commit.held.bytes\n" \
-    "held between polls|heap.@.poll.held.bytes\n" \
-    "peak of the get that follows|heap.@.update.get.peak.bytes\n" \
-    "peak of its commit|heap.@.update.commit.peak.bytes\n" \
-    "held between polls after it|heap.@.repoll.held.bytes", "100 1000 10000")
+    "peak of the first commit|heap.@.first.commit.peak.bytes\n" \
+    "in use after the first commit|heap.@.first.commit.held.bytes\n" \
+    "in use between polls|heap.@.poll.held.bytes\n" \
+    "peak of the update get|heap.@.update.get.peak.bytes\n" \
+    "peak of the update commit|heap.@.update.commit.peak.bytes\n" \
+    "in use between polls after the update|heap.@.repoll.held.bytes", "100 1000 10000")
 }
 
 function owners() {
-  head("of it|peak of the first get|held between polls|peak of the get that follows")
-  rows("bytes of files|heap.1000.@.contents\n" \
-    "names that the archive is asked for|heap.1000.@.names\n" \
+  head("owner|peak of the first get|in use between polls|peak of the update get")
+  rows("file contents|heap.1000.@.contents\n" \
+    "names in the archive request|heap.1000.@.names\n" \
     "JSON: parsed K, request|heap.1000.@.json\n" \
     "`zot_gpb` records|heap.1000.@.records\n" \
     "returned entries|heap.1000.@.entries\n" \
     "paths, stream buffers|heap.1000.@.texts\n" \
-    "libcurl, libcrypto and theirs|heap.1000.@.transfer\n" \
-    "handle, text of each K, the rest|heap.1000.@.other\n" \
-    "all|heap.1000.@.bytes\n" \
-    "blocks that this makes|heap.1000.@.blocks", "first.get.peak poll.held update.get.peak")
+    "libcurl, libcrypto and their libraries|heap.1000.@.transfer\n" \
+    "handle, text of each K, other|heap.1000.@.other\n" \
+    "total|heap.1000.@.bytes\n" \
+    "number of blocks|heap.1000.@.blocks", "first.get.peak poll.held update.get.peak")
 }
 
 function stack() {
   head("call|bytes")
   rows("creation|stack.init\n" \
-    "a get with a new configuration|stack.first.get\n" \
-    "its commit|stack.first.commit\n" \
-    "the first poll after a commit|stack.settle\n" \
-    "a poll|stack.poll", "-")
+    "get with a new configuration|stack.first.get\n" \
+    "commit|stack.first.commit\n" \
+    "first poll after a commit|stack.settle\n" \
+    "poll|stack.poll", "-")
 }
 
 function memory() {
   unit = 1024
-  head("peak, in KiB|100 files|1,000 files|10,000 files|each file more, bytes")
+  head("peak in KiB|100 files|1,000 files|10,000 files|per additional file, bytes")
   rows("before the handle is created|memory.@.start.rss_kib\n" \
     "first get|memory.@.first.get.rss_kib\n" \
-    "its commit|memory.@.first.commit.rss_kib\n" \
-    "a poll|memory.@.poll.rss_kib\n" \
-    "the get that follows|memory.@.update.get.rss_kib\n" \
-    "its commit|memory.@.update.commit.rss_kib\n" \
-    "`tar`, with the program that unpacks|memory.@.tar.rss_kib\n" \
+    "first commit|memory.@.first.commit.rss_kib\n" \
+    "poll|memory.@.poll.rss_kib\n" \
+    "update get|memory.@.update.get.rss_kib\n" \
+    "update commit|memory.@.update.commit.rss_kib\n" \
+    "`tar` with its decompressor|memory.@.tar.rss_kib\n" \
     "`cp -r`|memory.@.cp.rss_kib\n" \
     "`rm -rf`|memory.@.rm.rss_kib", "100 1000 10000")
   unit = 1
 }
 
 function transfers() {
-  head("what|first, 100 files|first, 1,000|first, 10,000|following, 1,000|poll, 1,000")
+  head("what|first, 100 files|first, 1,000|first, 10,000|update, 1,000|poll, 1,000")
   rows("bytes received|@.read.network\n" \
     "bytes sent|@.write.network\n" \
     "bytes written to the persistent cache|@.write.persistent\n" \
-    "bytes read from it|@.read.persistent\n" \
+    "bytes read from the persistent cache|@.read.persistent\n" \
     "bytes written to the scratch area|@.write.scratch\n" \
-    "bytes read from it|@.read.scratch\n" \
+    "bytes read from the scratch area|@.read.scratch\n" \
     "bytes through pipes, from `gzip` to `tar`|@.write.pipes\n" \
     "files written in the persistent cache|@.files.persistent\n" \
-    "folders made there|@.folders.persistent\n" \
-    "files and folders removed there|@.removed.persistent\n" \
+    "folders created in the persistent cache|@.folders.persistent\n" \
+    "files and folders removed from the persistent cache|@.removed.persistent\n" \
     "files written in the scratch area|@.files.scratch\n" \
-    "folders made there|@.folders.scratch\n" \
-    "files and folders removed there|@.removed.scratch\n" \
+    "folders created in the scratch area|@.folders.scratch\n" \
+    "files and folders removed from the scratch area|@.removed.scratch\n" \
     "programs started|@.programs\n" \
-    "waits for the medium|@.syncs",
+    "calls that wait for the medium (sync)|@.syncs",
     "first.100 first.1000 first.10000 update.1000 poll.1000")
 }
 
-# The calls of one machine, those that come most first.
+# The system calls on one architecture, the most frequent first.
 function calls_of(machine,   name, prefix, list, n, i, j, swap, count) {
   prefix = "poll." machine ".call."
   n = 0
@@ -174,7 +175,7 @@ function comes_before(a, b) {
 }
 
 function calls() {
-  print "| machine | calls | by kind |\n|---|---:|---|"
+  print "| architecture | calls | by name |\n|---|---:|---|"
   printf "| 32-bit ARM | %d | ", value("poll.arm.calls")
   calls_of("arm")
   printf " |\n| x86-64 | %d | ", value("poll.host.calls")
@@ -211,7 +212,7 @@ NR == FNR { measured[$1] = $2; next }
 /^<!-- end -->$/ { inside = 0 }
 !inside { print }
 END {
-  if (!failed && inside) refuse("a table has no end")
+  if (!failed && inside) refuse("a table has no end marker")
   n = split("library records heap owners stack memory transfers calls", tables, " ")
   for (i = 1; i <= n && !failed; ++i) {
     if (!(tables[i] in printed)) refuse("the document has no table " tables[i])

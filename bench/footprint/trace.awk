@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: awk -v persistent=FOLDER -v scratch=FOLDER -f trace.awk TRACE
-# Sums up what strace saw of a whole process tree (-f -y), as lines "NAME VALUE". The steps of a
-# run are those between the marks of the client; STEP.… counts under what stands before the dot.
+# Adds up the strace output of a whole process tree (-f -y) and prints lines "NAME VALUE". A step is
+# the part of a run between two marks of the client; a step STEP.… counts as STEP.
 #
-#   STEP.read.PLACE, STEP.write.PLACE   bytes through read, write and the calls like them
+#   STEP.read.PLACE, STEP.write.PLACE   bytes through read, write and similar calls
 #   STEP.files.PLACE                    files opened for creating or truncating
-#   STEP.folders.PLACE                  folders made
+#   STEP.folders.PLACE                  folders created
 #   STEP.removed.PLACE                  files and folders removed
 #   STEP.programs                       programs started
 #   STEP.syncs                          calls that wait for the medium
@@ -21,7 +21,7 @@ function place(path) {
 
 function add(name, value) { sum[phase "." name] += value }
 
-# The path of the n-th descriptor of a call.
+# The path behind the n-th descriptor of a call.
 function descriptor(text, n) {
   while (n-- > 1) {
     sub(/[0-9]<[^>]*>/, "", text)
@@ -29,7 +29,7 @@ function descriptor(text, n) {
   return match(text, /[0-9]<[^>]*>/) ? substr(text, RSTART + 2, RLENGTH - 3) : ""
 }
 
-# The text argument, below the folder that the call names if it is relative.
+# The path argument; a relative path is below the folder that the call names.
 function path_argument(text,   quoted, folder) {
   if (!match(text, /"[^"]*"/)) return ""
   quoted = substr(text, RSTART + 1, RLENGTH - 2)

@@ -16,8 +16,7 @@ namespace {
 
 constexpr std::size_t files_per_modified = 100;
 
-// The distributions of the standard library differ from one to the next, so the numbers come from
-// here.
+// The distributions of standard libraries differ, so the benchmark generates its own numbers.
 class number_source {
  public:
   std::uint64_t next() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Configurations to measure with: made here, and the same ones on every machine.
+// Generated configurations for the measurements, the same on every machine.
 #pragma once
 
 #include <cstddef>
@@ -21,15 +21,16 @@ struct published_file {
 };
 
 struct document {
-  std::vector<published_file> files;  // in the order in which K names them, which is no order
+  std::vector<published_file> files;  // in the order of K, which is not sorted
   std::string text;                   // K itself
 };
 
-// Both live as long as the program; making the largest takes longer than measuring a small piece.
+// Both exist until the program ends, because generating the largest takes longer than measuring a
+// small operation.
 const document &first_document(std::size_t entries);
 // The same with every hundredth file in a later version.
 const document &updated_document(std::size_t entries);
-// With the files in the order of a list, as `zotconf publish` names them.
+// The same with the files in the order of a list, as `zotconf publish` lists them.
 const document &ordered_document(std::size_t entries);
 
 // In the order of a GPB list: category, key, version.

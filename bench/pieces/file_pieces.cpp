@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Work on bytes: digests and copies.
+// Operations on bytes: digests and copies.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <openssl/sha.h>
@@ -25,7 +25,8 @@ namespace zot::bench {
 
 namespace {
 
-// The same ones each time; none is zero, since a file that begins with one counts as empty.
+// The same bytes each time. None is zero, because a file that begins with a zero byte counts as
+// empty.
 std::string some_bytes(std::size_t size) {
   std::string bytes(size, '\0');
   std::uint32_t state = 1;
@@ -65,7 +66,7 @@ class digest {
   std::array<char, ZOT_CHECKSUM_LEN + 1> text_{};
 };
 
-// What libcrypto needs alone.
+// The digest with libcrypto alone.
 class libcrypto_digest {
  public:
   explicit libcrypto_digest(std::size_t size) : bytes_(some_bytes(size)) {}
@@ -86,7 +87,7 @@ class libcrypto_digest {
   std::array<unsigned char, SHA256_DIGEST_LENGTH> raw_{};
 };
 
-// A file and the place of its copy, in memory so that no disk is measured.
+// A file and the path of its copy, in memory so that no disk is measured.
 class copy_scratch {
  public:
   explicit copy_scratch(std::size_t size) : bytes_(some_bytes(size)) {
@@ -120,7 +121,7 @@ class copy_scratch {
   std::string to_;
 };
 
-// A commit copies over what the one before left, so either copy replaces a file.
+// A commit replaces the files of the previous commit, so both copies replace a file.
 class file_copy {
  public:
   explicit file_copy(std::size_t size) : scratch_(size) {}

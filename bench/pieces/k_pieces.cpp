@@ -18,7 +18,7 @@ namespace zot::bench {
 
 namespace {
 
-// What the JSON library needs alone.
+// The parse with the JSON library alone.
 class cjson_parse {
  public:
   explicit cjson_parse(std::size_t entries)
@@ -123,7 +123,7 @@ class path_parse {
   [[nodiscard]] bool is_right() const { return found_ == expected_; }
 
  private:
-  // Of the key its last letter, so that looking at the outcome weighs nothing.
+  // Only the last letter of the key, so that the check of the result costs nothing.
   static std::uint64_t summary(std::int32_t category, const char *key, std::uint64_t version) {
     return static_cast<std::uint64_t>(category) +
            static_cast<std::uint64_t>(key[ZOT_UUID_LEN - 1]) * ZOT_CAT_COUNT + version;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Work on lists: order, difference, what the caller asked for, release.
+// Operations on lists: sort, difference, selection of the requested entries, release.
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
@@ -22,7 +22,7 @@ int compare_nodes(void * /*priv*/, zot_list *a, zot_list *b) {
   return zot_priv_cmp_gpb(&gpb_of(a), &gpb_of(b), nullptr);
 }
 
-// The entries lie in memory in the order of the document, as they do when a list is built.
+// The entries are in memory in the order of the document, as when a list is built.
 class list_sort {
  public:
   explicit list_sort(std::size_t entries) : document_(first_document(entries)) {
@@ -109,7 +109,7 @@ class list_free {
   bool is_ready_ = false;
 };
 
-// A full request over files that were read before, so that no time goes into files.
+// A full request for files that were read before, so that no time is spent on files.
 class filter {
  public:
   explicit filter(std::size_t entries) : document_(first_document(entries)), fresh_(document_) {
@@ -165,7 +165,7 @@ class filter {
   bool is_ready_ = false;
 };
 
-// One category in eighty, as a service asks that has one task.
+// One category of eighty, as a service with one task requests.
 class filter_narrow : public filter {
  public:
   explicit filter_narrow(std::size_t entries) : filter(entries) {

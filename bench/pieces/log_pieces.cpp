@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A message that nobody wants, and one that somebody reads.
+// Logging at a disabled level, and with a callback.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char *path = "/Wlan/7d0b6a52-41c5-4b0e-9d7e-000000000001/1700000000000";
 
-// Takes the lines and drops them, but for the first.
+// Receives the lines and keeps only the first.
 struct swallowed {
   std::string first;
   std::uint64_t lines = 0;
@@ -38,7 +38,7 @@ class message {
   }
 
  protected:
-  // As every operation of the library logs.
+  // Logs like every operation of the library.
   bool log_as_the_library() {
     ++calls_;
     zot_ctx *handle = handle_.get();
@@ -46,7 +46,7 @@ class message {
     ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GPB, "%sTake over: %s\n", path);
     return true;
   }
-  // Without the test that stands before the call.
+  // Logs without the test of the level before the call.
   bool log_by_the_call() {
     ++calls_;
     return zot_log(&handle_.get()->log_ctx, ZOT_LOG_INFO, ZOT_TOPIC_GPB, __LINE__, __func__,

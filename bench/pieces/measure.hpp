@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a piece is measured. A piece is a class with
-//   bool run()             does the work that is timed; false when it failed,
-//   bool is_right() const  tells whether the last run left what it should; asked once,
-//   void reset()           if it has one: releases what the last run left and prepares the next
-//                          one, off the clock.
+// Measures an operation. An operation is a class `Piece` with
+//   bool run()             does the timed work; false on failure,
+//   bool is_right() const  whether the result of the last run is right; called once,
+//   void reset()           optional: releases the result of the last run and prepares the next
+//                          one; not timed.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -22,8 +22,8 @@ void prepare(Piece &piece) {
 
 template <class Piece>
 void run_piece(benchmark::State &state, Piece &piece) {
-  // The first run pays for memory that the others find, and at the largest scale there may be only
-  // one other.
+  // The first run allocates memory that later runs reuse, and at the largest scale there may be
+  // only one later run.
   prepare(piece);
   bool is_done = piece.run();
   for (auto _ : state) {
@@ -34,16 +34,16 @@ void run_piece(benchmark::State &state, Piece &piece) {
     }
     is_done = is_done && piece.run();
     if (!is_done) {
-      state.SkipWithError("the work was not done");
+      state.SkipWithError("the operation failed");
       return;
     }
   }
   if (!piece.is_right()) {
-    state.SkipWithError("the outcome is wrong");
+    state.SkipWithError("the result is wrong");
   }
 }
 
-// For a piece made from a number of entries.
+// For an operation on a number of entries.
 template <class Piece>
 void measure_entries(benchmark::State &state) {
   Piece piece(static_cast<std::size_t>(state.range(0)));
@@ -51,7 +51,7 @@ void measure_entries(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-// For a piece made from a number of bytes.
+// For an operation on a number of bytes.
 template <class Piece>
 void measure_bytes(benchmark::State &state) {
   Piece piece(static_cast<std::size_t>(state.range(0)));
@@ -60,7 +60,7 @@ void measure_bytes(benchmark::State &state) {
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
-// For a piece that is one call.
+// For an operation that is one call.
 template <class Piece>
 void measure_call(benchmark::State &state) {
   Piece piece;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The records that the pieces work on, released when they leave their scope.
+// The records for the operations, released at the end of their scope.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace zot::bench {
 
-// A handle with the default log and no directories: no piece touches a cache.
+// A handle with the default log and no directories: no operation uses a cache.
 class bare_handle {
  public:
   bare_handle();
@@ -24,7 +24,7 @@ class bare_handle {
   zot_ctx handle_{};
 };
 
-// A K as it is once its bytes are there.
+// A K after its bytes were read.
 class knowledge {
  public:
   explicit knowledge(const document &of);
@@ -35,7 +35,7 @@ class knowledge {
   [[nodiscard]] zot_k *get() { return &k_; }
   [[nodiscard]] bool validate();
   [[nodiscard]] bool is_valid(std::size_t entries) const;
-  // As it was before it was validated.
+  // Restores the state before validation.
   void forget();
 
  private:
@@ -43,7 +43,7 @@ class knowledge {
   zot_k k_{};
 };
 
-// Gives an entry verified content that nobody reads.
+// Gives an entry verified content, which is never read.
 void stand_for_verified(zot_gpb &gpb);
 
 class gpb_list {
@@ -56,7 +56,7 @@ class gpb_list {
   [[nodiscard]] zot_list *get() { return &head_; }
   [[nodiscard]] const zot_list *get() const { return &head_; }
   [[nodiscard]] bool build(knowledge &from);
-  // Whether it names exactly the files of a document, in order.
+  // Whether it contains exactly the files of a document, in order.
   [[nodiscard]] bool holds(const document &all) const;
   void release();
 
@@ -65,7 +65,7 @@ class gpb_list {
   zot_list head_{};
 };
 
-// A K that was checked and the list built from it.
+// A checked K and the list built from it.
 struct configuration {
   explicit configuration(const document &of);
 

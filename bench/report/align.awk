@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: awk -f align.awk
-# The tables of a document with columns of even width, for a terminal.
+# Prints a document for a terminal: aligns the columns of its tables.
 
-# Characters, of which awk may see the bytes.
+# The number of characters of a UTF-8 text; awk may count bytes.
 function width(text) {
   gsub(/[\200-\277]/, "", text)
   return length(text)

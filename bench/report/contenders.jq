@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-# The library beside the floor and what would be used instead.
+# The library compared with the baseline (minimum work) and with other tools.
 include "figures";
 include "aims";
 
 def contenders: ["zotconf", "floor", "script", "ostree", "casync"];
 
-# On tmpfs the cases that the peers did too, all when they did none.
+# The cases on tmpfs that the other tools ran too, or all of them if the other tools ran none.
 def cases_with_peers:
   . as $summary
   | on_tmpfs as $all
@@ -17,28 +17,28 @@ def row_of($who; $step; $case):
   | contender($who; $step; $case)
   | select(.)
   | [
-      ($case | files_of_size), $who, (.wall | duration),
+      ($case | files_of_size), ($who | shown_name), (.wall | duration),
       (if $who == "zotconf" then "" else $own.wall / .wall | ratio end),
       (.cpu | duration),
       (if $who == "zotconf" or .cpu == 0 then "" else $own.cpu / .cpu | ratio end),
       (.peak_kib * 1024 | amount), (.written | amount)
     ];
 
-def beside($step; $cases):
+def compared($step; $cases):
   [$cases[] as $case | contenders[] as $who | row_of($who; $step; $case)]
   | table("llrrrrrr"; [
-      "files", "who", "wall", "zotconf over it", "CPU", "zotconf over it", "peak", "written"]);
+      "files", "tool", "wall", "zotconf : tool", "CPU", "zotconf : tool", "peak", "written"]);
 
 def on_disk: .cases | map(select(.medium == "disk"));
 
-def beside_on_disk:
+def compared_on_disk:
   . as $summary
   | [on_disk[] as $case | ("first", "update") as $step | ("zotconf", "floor") as $who
      | $summary | contender($who; $step; $case) | select(.)
      | (.rounds | map(.wall)) as $walls
-     | [$step, ($case | files_of_size), $who, (.wall | duration), ($walls | min | duration),
-        ($walls | max | duration), (.cpu | duration)]]
-  | table("lllrrrr"; ["step", "files", "who", "wall", "least", "most", "CPU"]);
+     | [$step, ($case | files_of_size), ($who | shown_name), (.wall | duration),
+        ($walls | min | duration), ($walls | max | duration), (.cpu | duration)]]
+  | table("lllrrrr"; ["step", "files", "tool", "wall", "minimum", "maximum", "CPU"]);
 
 def polls:
   . as $summary
@@ -46,7 +46,7 @@ def polls:
      | $summary | step("bare"; "poll"; "loop"; $case) | select(.) | .wall as $request
      | $summary | step("zotconf"; "poll"; "loop"; $case).wall
      | [($case | files_of_size), duration, ($request | duration), (over($request) | ratio)]]
-  | table("lrrr"; ["files", "a poll", "a bare request", "poll over request"]);
+  | table("lrrr"; ["files", "poll", "bare request", "poll : request"]);
 
 def machine:
   .machine
@@ -58,4 +58,4 @@ def machine:
       ["packages", (.versions | to_entries | map("\(.key) \(.value)") | join(", "))],
       ["date", .date]
     ]
-  | table("ll"; ["what", "on which it was measured"]);
+  | table("ll"; ["item", "value"]);

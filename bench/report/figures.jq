@@ -1,24 +1,27 @@
 # SPDX-License-Identifier: Apache-2.0
-# How figures are looked up in the summary, and how they are told.
+# Looks up figures in the summary and formats them.
 
 def median: sort | (.[(length - 1) / 2 | floor] + .[length / 2 | floor]) / 2;
 
 def step_name: "\(.who) \(.step) \(.part) \(.medium) \(.files) \(.size)";
 
+# The name of a contender as readers see it.
+def shown_name: if . == "floor" then "baseline" else . end;
+
 # step(WHO; STEP; PART; CASE): the medians of a step, null when it was not measured.
 def step($who; $step; $part; $case):
   .steps[$case + {who: $who, step: $step, part: $part} | step_name];
 
-# What the whole step took. The library's poll is one call, in a process that stays.
+# The figures of the whole step. The library's poll is one call in a process that keeps running.
 def contender($who; $step; $case):
   step($who; $step; if $who == "zotconf" and $step == "poll" then "get" else "whole" end; $case);
 
-# piece(NAME; SCALE): seconds of processor time.
+# piece(NAME; SCALE): seconds of CPU time.
 def piece($name; $scale): .pieces["\($name)/\($scale)"];
 
 def over($divisor): if . == null or $divisor == null then null else . / $divisor end;
 
-# ratios(WHO; OTHER; FIGURE): of the medians, and the lowest and highest of a single round.
+# {ratio, low, high}: the ratio of the medians, and the lowest and highest ratio of a single round.
 def ratios($figure; $other):
   if . == null or $other == null then null
   else
@@ -39,11 +42,11 @@ def fixed($places):
       else "." + ($number % $scale | tostring | "0" * ($places - length) + .)
       end;
 
-# Three digits that count.
+# Three significant digits.
 def three_digits:
   if . >= 99.95 then fixed(0) elif . >= 9.995 then fixed(1) else fixed(2) end;
 
-def or_none(told): if . == null then "–" else told end;
+def or_none(shown): if . == null then "–" else shown end;
 def ratio: or_none(fixed(2));
 def count: or_none(round | grouped);
 def duration:
@@ -64,7 +67,7 @@ def file_size:
 def files_of_size: "\(.files | grouped) × \(.size | file_size)";
 
 def line: "| " + join(" | ") + " |";
-# A table of rows of cells; the kinds of the columns are "l" and "r".
+# Prints rows of cells as a table; the kinds of the columns are "l" and "r" (left and right).
 def table($kinds; $titles):
   ($titles | line),
   "|" + ($kinds | split("") | map(if . == "r" then "---:" else "---" end) | join("|")) + "|",

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: awk -v tables=FOLDER -f fill.awk DOCUMENT
-# Prints the document with what stands between "<!-- measured: NAME -->" and "<!-- end -->" replaced
-# by FOLDER/NAME.md. What else stands in the document is left alone.
+# Prints the document. Replaces the text between "<!-- measured: NAME -->" and "<!-- end -->" with
+# FOLDER/NAME.md and keeps everything else unchanged.
 
 function refuse(what) {
   printf "fill.awk: %s\n", what >"/dev/stderr"
@@ -15,11 +15,11 @@ function print_file(path,   line, lines) {
     ++lines
   }
   close(path)
-  if (lines == 0) refuse("nothing is in " path)
+  if (lines == 0) refuse(path " is missing or empty")
 }
 
 /^<!-- measured: .* -->$/ {
-  if (inside) refuse("line " FNR ": a table in a table")
+  if (inside) refuse("line " FNR ": a table inside a table")
   print
   print ""
   print_file(tables "/" $3 ".md")
@@ -31,6 +31,6 @@ function print_file(path,   line, lines) {
 /^<!-- end -->$/ { inside = 0 }
 !inside { print }
 END {
-  if (!failed && inside) refuse("a table has no end")
+  if (!failed && inside) refuse("a table has no end marker")
   if (!failed && !filled) refuse("the document has no table")
 }

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Where the time of a cycle goes.
+# The time that each phase of a cycle takes.
 include "figures";
 include "aims";
 
@@ -7,7 +7,7 @@ def names_of_phases: [
   "checksum", "k", "archive", "unpack", "verify", "diff", "returned", "commit_k", "remove", "copy",
   "sync", "rest"];
 
-# Those that a bar tells apart; what the others take is joined.
+# The phases with a part of their own in a bar; the other phases are added up in one part.
 def phases_of_a_bar: ["k", "archive", "unpack", "verify", "returned", "remove", "copy"];
 def parts_of_a_bar: phases_of_a_bar + ["others"];
 
@@ -17,7 +17,7 @@ def wall_of_phases($step; $case):
   | map(. as $phase | {key: ., value: ($summary | step("zotconf"; $step; $phase; $case) | .wall)})
   | map(select(.value)) | from_entries;
 
-# What each part of a bar takes.
+# The time of each part of a bar.
 def joined: (map(.) | add) as $together
   | . as $phases
   | phases_of_a_bar | map({key: ., value: $phases[.]})

@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-# The pieces one by one, and how what they cost grows.
+# Single operations of the library, and how their cost grows.
 include "figures";
 include "aims";
 
 def scales: [100, 1000, 10000, 100000];
 
-# The aim is none for what others take.
+# cJSON is not part of the library, so no goal applies to it.
 def growth_cells($name):
   [ratio, if . == null or $name == "cjson_parse" then "" else is_met(1.3; false) end];
 
@@ -17,8 +17,8 @@ def pieces:
      | (["`\($name)`"] + [scales[] as $scale | piece($name; $scale) | over($scale) | duration])
        + (growth_of_piece($name) | growth_cells($name))]
   | table("lrrrrrl"; [
-      "processor time for each entry", "100 entries", "1,000", "10,000", "100,000",
-      "100,000 over 1,000", ""]);
+      "CPU time per entry", "100 entries", "1,000", "10,000", "100,000", "100,000 : 1,000",
+      "result"]);
 
 def growth:
   . as $summary
@@ -27,10 +27,10 @@ def growth:
      | $summary
      | [scales[] as $files | wall_per_file($who; $files; $size)] as $each
      | select($each | any)
-     | [($size | file_size), $who] + ($each | map(duration))
+     | [($size | file_size), ($who | shown_name)] + ($each | map(duration))
        + [growth_of_cycle($who; $size) | ratio]]
   | table("llrrrrr"; [
-      "files of", "who", "100 files", "1,000", "10,000", "100,000", "100,000 over 1,000"]);
+      "file size", "tool", "100 files", "1,000", "10,000", "100,000", "100,000 : 1,000"]);
 
 def bytes_row($what; $own; $other):
   . as $summary
@@ -43,15 +43,15 @@ def bytes_row($what; $own; $other):
 
 def bytes:
   [
-    bytes_row("digest, beside libcrypto's"; "digest"; "libcrypto_digest"),
-    bytes_row("`fcopy`, beside `sendfile`"; "fcopy"; "kernel_copy")
+    bytes_row("SHA-256, compared with libcrypto"; "digest"; "libcrypto_digest"),
+    bytes_row("`fcopy`, compared with `sendfile`"; "fcopy"; "kernel_copy")
   ]
-  | table("lrrrr"; ["what", "bytes", "the library", "the other", "library over other"]);
+  | table("lrrrr"; ["operation", "bytes", "library", "other", "library : other"]);
 
 def calls:
   .pieces as $pieces
-  | [["log_disabled", "a line of the library, of a level that is off"],
-     ["log_disabled_call", "the call alone, of a level that is off"],
-     ["log_enabled", "a line that a callback takes"]
+  | [["log_disabled", "log statement of the library, level disabled"],
+     ["log_disabled_call", "call of `zot_log()` alone, level disabled"],
+     ["log_enabled", "message delivered to a callback"]
      | [.[1], ($pieces[.[0]] | duration)]]
-  | table("lr"; ["log", "processor time"]);
+  | table("lr"; ["logging", "CPU time"]);

@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: jq -r -L FOLDER --arg name PLOT -f plots.jq SUMMARY
-# What a plot draws: columns with tabs between them, titles in the first line.
+# The data of a plot: columns separated by tabs, with titles in the first line.
 include "figures";
 include "aims";
 include "phases";
 
-# A column for each line of the plot; "?" where nothing was measured. A line is
+# Prints a column for each line of the plot, with "?" where nothing was measured. A line is
 # {title, points: [[x, y]…]}.
 def columns($x_title):
   map(.points |= map(select(.[1]))) | map(select(.points != []))
@@ -19,7 +19,7 @@ def columns($x_title):
 def first_of($who; $size):
   . as $summary
   | {
-      title: "\($who), \($size | file_size)",
+      title: "\($who | shown_name), \($size | file_size)",
       points: [on_tmpfs[] as $case
         | select($case.size == $size)
         | [$case.files, ($summary | contender($who; "first"; $case) | .wall)]]
@@ -47,7 +47,7 @@ def pieces_as(figure):
         | [$scale, ({seconds: ., $scale} | figure)]]})
   | columns("entries");
 
-# A line for each bar: files, size of each, what it is together, and the parts in percent.
+# A line for each bar: number of files, file size, total time, and the parts in percent.
 def bars($step):
   (["files", "size", "together"] + parts_of_a_bar | @tsv),
   (cycles_with_phases($step)[]

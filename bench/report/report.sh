@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: report.sh RESULTS [DOCUMENT]
-# Prints the tables of what was measured, which RESULTS/pieces.json and RESULTS/cycles.jsonl hold,
-# and RESULTS/memory.json where that is. With a DOCUMENT the tables are written into it instead, and
-# plots into the folder of its name.
+# Prints tables of the results in RESULTS/pieces.json, RESULTS/cycles.jsonl and, if it exists,
+# RESULTS/memory.json. With a DOCUMENT, writes the tables into the document instead, and the plots
+# into the folder with its name.
 set -euo pipefail
 export LC_ALL=C
 
@@ -20,25 +20,25 @@ readonly summary=$results/summary.json
 readonly tables=(
   machine aims first poll update restart disk polls growth pieces bytes calls phases-first
   phases-update)
-# What each is drawn with, and the names of its axes.
+# The script that draws each plot, the titles of its axes, and the script's option.
 declare -rA plots=(
-  [first]="lines|files|first get and commit, s|pairs"
-  [poll]="lines|files|wall, ms|single"
-  [pieces]="lines|entries|processor time, µs|single"
-  [pieces-per-entry]="lines|entries|processor time for each entry, ns|single"
-  [phases-first]="bars|files, and the size of each|share of the cycle, %"
-  [phases-update]="bars|files, and the size of each|share of the cycle, %")
+  [first]="lines|number of files|first get and commit, s|pairs"
+  [poll]="lines|number of files|wall time, ms|single"
+  [pieces]="lines|number of entries|CPU time, µs|single"
+  [pieces-per-entry]="lines|number of entries|CPU time per entry, ns|single"
+  [phases-first]="bars|number of files and file size|share of the cycle, %"
+  [phases-update]="bars|number of files and file size|share of the cycle, %")
 
 fail() {
   printf 'report: %s\n' "$*" >&2
   exit 1
 }
 
-# The memory is measured apart, and may not have been.
+# Memory is measured separately, so its results may be absent.
 summarise() {
   local measured memory=/dev/null
   for measured in pieces.json cycles.jsonl; do
-    [[ -s $results/$measured ]] || fail "$results has no $measured: nothing was measured"
+    [[ -s $results/$measured ]] || fail "$results has no $measured: run ./dev bench first"
   done
   [[ ! -e $results/memory.json ]] || memory=$results/memory.json
   jq -n -L "$here" --slurpfile pieces "$results/pieces.json" \
@@ -58,11 +58,11 @@ print_tables() {
   done
 }
 
-# A document with less would pass for the whole.
+# A document with only some of the figures would look complete.
 expect_all() {
   jq -e '.steps | [has("ostree first whole tmpfs 10000 4096",
     "zotconf first whole tmpfs 100000 4096")] | all' "$summary" >"$results/is_whole" ||
-    fail "$results has a part of the figures only; ./dev bench --peers measures all"
+    fail "$results is incomplete; ./dev bench --peers measures everything"
 }
 
 draw() {

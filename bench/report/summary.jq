@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: jq -n -L FOLDER --slurpfile cycles … --slurpfile pieces … --slurpfile memory …
 #   -f summary.jq
-# One object of all that was measured: the medians over the rounds of each step, and the medians
-# over the repetitions of each piece.
+# Prints one object with all results: the median over the rounds of each step, and the median over
+# the repetitions of each operation.
 include "figures";
 
 def medians($figures):

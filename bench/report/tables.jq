@@ -8,11 +8,11 @@ include "phases";
 
 if $name == "machine" then machine
 elif $name == "aims" then aims
-elif $name == "first" then beside("first"; cases_with_peers)
-elif $name == "poll" then beside("poll"; cases_with_peers)
-elif $name == "update" then beside("update"; cases_with_peers)
-elif $name == "restart" then beside("restart"; cases_with_peers)
-elif $name == "disk" then beside_on_disk
+elif $name == "first" then compared("first"; cases_with_peers)
+elif $name == "poll" then compared("poll"; cases_with_peers)
+elif $name == "update" then compared("update"; cases_with_peers)
+elif $name == "restart" then compared("restart"; cases_with_peers)
+elif $name == "disk" then compared_on_disk
 elif $name == "polls" then polls
 elif $name == "growth" then growth
 elif $name == "pieces" then pieces

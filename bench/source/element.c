@@ -43,7 +43,7 @@ unsigned long element_count_entries(const struct element *element, size_t size) 
   for (zot_list *node = element->entries->next; node != element->entries; node = node->next) {
     const zot_ret_data *entry = (const zot_ret_data *)node;
     if (entry->size != size || memchr(entry->data, 0, 1) != NULL) {
-      element_fail("%s: not what was published", entry->key);
+      element_fail("%s: differs from the publication", entry->key);
     }
     ++entries;
   }
@@ -55,12 +55,12 @@ void element_commit(struct element *element) {
   zot_conf_free_ret_data(element->handle, &element->entries);
 }
 
-// Without an update the returned list is there, and empty.
+// Without an update, there is a returned list, and it is empty.
 void element_poll(struct element *element) {
   element_get_new(element);
   if ((element->handle->stat.state & ZOT_CYCLE_SAME_K) == 0 ||
       !zot_list_is_empty(element->entries)) {
-    element_fail("poll: an update: %s", zot_util_get_err_str(element->handle));
+    element_fail("poll: unexpected update: %s", zot_util_get_err_str(element->handle));
   }
   zot_conf_free_ret_data(element->handle, &element->entries);
 }

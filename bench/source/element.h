@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// An element that gets and commits configurations, and ends the program when a call does not do
-// what was expected of it.
+// An element that gets and commits configurations, and ends the program when a call has an
+// unexpected result.
 #ifndef BENCH_ELEMENT_H
 #define BENCH_ELEMENT_H
 
@@ -15,20 +15,20 @@ struct element {
   zot_list *entries;
 };
 
-// Says on standard error what is wrong, and ends the program.
+// Prints a message on standard error and ends the program.
 _Noreturn void element_fail(const char *format, ...);
 
-// Takes over a handle; null ends the program.
+// Takes ownership of a handle; NULL ends the program.
 void element_begin(struct element *element, zot_ctx *handle);
-// A get with these request bits, which has to succeed.
+// A get with these request bits; must succeed.
 void element_get(struct element *element, uint32_t request);
-// A get of what changed, which has to succeed.
+// A get of the changed entries; must succeed.
 void element_get_new(struct element *element);
-// How many entries the last get brought; each has to have so many bytes.
+// Number of entries of the last get; each must have this size.
 unsigned long element_count_entries(const struct element *element, size_t size);
-// Commits, and gives the returned list back.
+// Commits and frees the returned list.
 void element_commit(struct element *element);
-// A get that has to bring no update and no entry.
+// A get that must return no update and no entry.
 void element_poll(struct element *element);
 void element_end(struct element *element);
 

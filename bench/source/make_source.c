@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // usage: bench_source FOLDER FILES SIZE CHANGED
-// Writes FILES files of SIZE bytes that don't compress, always the same ones; the first CHANGED of
-// them have other bytes than with 0.
+// Writes FILES files of SIZE incompressible bytes, the same in each run. The first CHANGED files
+// have other bytes than with CHANGED 0.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -49,7 +49,7 @@ int main(int argc, char **argv) {
   const unsigned long changed = strtoul(argv[4], NULL, 10);
   unsigned char *const bytes = size != 0 ? malloc(size) : NULL;
   if (bytes == NULL) {
-    fprintf(stderr, "%s: no memory for files of %s bytes\n", argv[0], argv[3]);
+    fprintf(stderr, "%s: out of memory for files of %s bytes\n", argv[0], argv[3]);
     return 1;
   }
   (void)mkdir(argv[1], 0777);

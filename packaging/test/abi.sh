@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: abi.sh LIBRARY BASELINE [--update]
-# The binary interface of LIBRARY, built with debug information, is the stored one. Types count as far
-# as the public headers define them: a program cannot depend on what it does not see.
+# Checks that the binary interface of LIBRARY, built with debug information, equals the stored one. Types
+# count only as far as the public headers define them: a program cannot depend on what it does not see.
 set -euo pipefail
 
 library=$1 baseline=$2 mode=${3:-}

@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
-# Runs in an empty Debian root that holds the packages in /stage: installs them, uses them as their
-# user does, and takes them off again.
+# Runs in an empty Debian root that has the packages in /stage: installs them, uses them as a user
+# does, and removes them.
 set -euo pipefail
 cd /stage
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C
@@ -47,7 +47,7 @@ serve() {
   export ZOT_REMOTE_PORT=$port
 }
 
-# Runs a program as an element of its own, with a device that holds nothing yet.
+# Runs a program as a separate element, with an empty device.
 on_new_device() {
   local device=$1
   shift
@@ -55,7 +55,7 @@ on_new_device() {
   ZOT_PREFIX_CONF_ROOT=/stage/$device ZOT_PREFIX_TMP_ROOT=/stage/$device "$@"
 }
 
-# A program gets everything and commits; what the device then holds is what was published.
+# A program gets everything and commits; the device must then have the published files.
 runs_a_cycle() {
   local program=$1 files
   shift
@@ -83,7 +83,7 @@ for file in /usr/share/bash-completion/completions/zotconf \
   /usr/lib/systemd/system/zotconf-watch.service /usr/share/doc/zotconf-tools/copyright; do
   [[ -s $file ]] || fail "$file is missing"
 done
-# The completion is a script that a shell takes and that completes this command.
+# The shell accepts the completion script, and the script completes this command.
 bash -c 'source /usr/share/bash-completion/completions/zotconf && complete -p zotconf' >/dev/null
 publish
 serve

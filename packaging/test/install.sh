@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: install.sh WORK_DIR PACKAGE...
-# Installs the packages into an empty Debian root, made below WORK_DIR from the sources that this
-# machine's apt uses, and runs in_root.sh there. The root and its mounts are gone afterwards.
+# Installs the packages into an empty Debian root, created below WORK_DIR from the sources that this
+# machine's apt uses, and runs in_root.sh there. Removes the root and its mounts afterwards.
 set -euo pipefail
 
 readonly suite=bookworm
@@ -20,7 +20,7 @@ for package in "$@"; do
   cp "$package" "$work/stage/$(dpkg-deb --field "$package" Package).deb"
 done
 
-# What this machine needs to reach its sources, a proxy for one, the new root needs too.
+# The new root needs the same settings as this machine to reach the sources, for example a proxy.
 apt-config dump | grep -E '^Acquire::(Check-|http|https|Retries|Proxy)' >"$work/apt.conf" || true
 apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' \
   'Origin: Debian' | grep -E " $suite(-updates|-security)? " | sort -u >"$work/sources.list" || true
@@ -29,7 +29,7 @@ if [[ ! -s $work/sources.list ]]; then
   exit 1
 fi
 
-# The `null` format throws the root away. Whoever may not mount gets a root without /proc, which
+# The `null` format discards the root. A user who may not mount gets a root without /proc, which
 # nothing here needs.
 if ! TMPDIR=$(realpath "$work/tmp") STAGE=$(realpath "$work/stage") \
   timeout --kill-after=60 "$seconds" mmdebstrap --quiet --format=null --variant=apt \

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: lintian.sh PACKAGE...
-# The packages keep Debian's policy: every tag is shown, an error or a warning fails.
+# Checks that the packages follow Debian's policy: prints every tag and fails on an error or a warning.
 set -euo pipefail
 
 as_root=()

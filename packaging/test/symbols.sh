@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: symbols.sh PACKAGE
-# The library in the package exports what the symbols file in it tells, no more and no less.
+# Checks that the library in the package exports exactly the symbols that its symbols file lists.
 set -euo pipefail
 
 package=$1

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* A service process in C that knows the public header only: it gets the configuration that a
- * service publishes, commits it, gets it again and gives everything back. The environment names the
- * service and the directories, the argument the number of published files. */
+/* A service process in C that uses only the public header. It gets the configuration that a service
+ * publishes, commits it, gets it again and frees everything. The environment names the service and
+ * the directories; the argument is the number of published files. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -23,7 +23,7 @@ static bool is_whole(const zot_ret_data *entry, uint32_t stat) {
          zot_util_cat2str(entry->category) != NULL;
 }
 
-/* The number of entries that carry bytes, a name and the expected change mark. */
+/* The number of entries that have bytes, a name and the expected change mark. */
 static long count_whole(const zot_list *entries, uint32_t stat) {
   long count = 0;
   ZOT_FOR_EACH_RET_DATA(entry, entries) {

@@ -68,7 +68,7 @@ class CppLayer : public testing::Test {
   [[nodiscard]] static zotconf::entries get(zotconf::handle &from) {
     return from.get(category_set::all(), change::any);
   }
-  // Wlan/a is changed, Zone/z deleted and Ap/x added.
+  // Changes Wlan/a, deletes Zone/z and adds Ap/x.
   void publish_changes() {
     published_.put("Wlan", "a", 2, "ssid=b").remove("Zone", "z").put("Ap", "x", 1, "model=x");
     published_.config_id("00000000-0000-0000-0000-000000000002");
@@ -192,7 +192,7 @@ TEST_F(CppLayer, GivesTheEntriesInForceBesideTheRefusalOfWhatWasRolledBack) {
   const zotconf::entries list = get(restarted);
   EXPECT_EQ(list.result(), ZOT_ERR_SAME_AS_CORRUPTED);
   EXPECT_EQ(list.result().text(), "New configuration is still corrupted.");
-  // A process that has just started has to apply them all.
+  // A process that has just started must apply them all.
   EXPECT_EQ(listed(list), (texts{"Wlan/a added ssid=a", "Zone/z added country=DE"}));
   EXPECT_FALSE(restarted.is_new());
 }
@@ -259,13 +259,13 @@ TEST_F(CppLayer, FreesEntriesThatOutliveTheirHandle) {
   std::optional<zotconf::handle> client = make_handle();
   const zotconf::entries list = get(*client);
   client.reset();
-  EXPECT_EQ((*list.begin()).key(), "a");  // the sanitizers see to the rest
+  EXPECT_EQ((*list.begin()).key(), "a");  // the sanitizers check the rest
 }
 
 TEST_F(CppLayer, AnswersForAHandleThatWasMovedFrom) {
   zotconf::handle client = make_handle();
   const zotconf::handle other = std::move(client);
-  // NOLINTBEGIN(bugprone-use-after-move): what is left is part of the contract
+  // NOLINTBEGIN(bugprone-use-after-move): the state after a move is part of the contract
   EXPECT_EQ(client.c_handle(), nullptr);
   EXPECT_EQ(get(client).result(), ZOT_ERR_NULL_INPUT);
   EXPECT_EQ(client.commit(), ZOT_ERR_NULL_INPUT);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The watch over transfers of the C++ layer.
+// Watching transfers with the C++ layer.
 #include <gtest/gtest.h>
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* The layout of the public records as a C compiler sees it: this file is compiled, or it is not. */
+/* The layout of the public records in C. This file compiles only if the layout is right. */
 #include <stddef.h>
 
 #include "record_layout.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The layout of the public records as C++ sees it; the table is printed, so that a log of the tests
-// tells the figures of the machine that they ran on.
+// The layout of the public records in C++. The test prints the table, so that a test log shows the
+// figures of the machine that it ran on.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -24,7 +24,7 @@ struct place {
 
 struct row {
   std::string_view record;
-  std::string_view field;  // empty: the record as a whole
+  std::string_view field;  // empty: the whole record
   place found;
   place on_32_bit;
   place on_64_bit;
@@ -56,7 +56,7 @@ consteval bool is_as_agreed() {
 }
 static_assert(is_as_agreed());
 
-// What the access points were promised.
+// The sizes that access points rely on.
 consteval std::size_t size_on_32_bit(std::string_view record) {
   for (const row &each : layout) {
     if (each.record == record && each.field.empty()) {
@@ -87,15 +87,15 @@ TEST(Layout, RecordsAndFieldsAreWhereTheyWere) {
   }
 }
 
-// A field that the table does not know, added at the end or between two others, unless what the
-// alignment leaves free there has room for it.
+// Detects fields that the table lacks, at the end or between two others, unless such a field fits
+// into the padding there.
 TEST(Layout, FieldsLeaveNoRoomButThatOfTheirAlignment) {
   std::size_t end = 0;
   std::size_t record_end = 0;
   for (const row &each : layout) {
     const bool is_record = each.field.empty();
     const std::size_t gap = is_record ? record_end - end : each.found.offset - end;
-    // A member of a nested record lies within what was seen already.
+    // A member of a nested record is inside a field that was already checked.
     if (each.field.find('.') != std::string_view::npos) {
       continue;
     }

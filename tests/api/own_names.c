@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* A client with functions of its own by every plain name that the library has, none of them like
- * the library's: it goes through a cycle, in which the library calls its own functions and never
- * these. Compiled as C and, by own_names.cpp, as C++. The argument is the number of published
- * files. */
+/* A client that defines a function of its own for every plain name of the library, each different
+ * from the library's. It runs a cycle, in which the library must call its own functions and never
+ * these. The file is compiled as C and, through own_names.cpp, as C++. The argument is the number
+ * of published files. */
 #define ZOT_CONF_CLIENT
 #include <stdio.h>
 #include <stdlib.h>
@@ -46,7 +46,7 @@ static void check(bool holds, const char *what) {
   }
 }
 
-/* The number of entries that one request brings, each with bytes. */
+/* The number of entries that one request returns, each with bytes. */
 static long get(zot_ctx *handle, uint32_t wanted) {
   zot_catset all = {{0}};
   zot_list *entries = NULL;
@@ -83,7 +83,7 @@ int main(int argc, char **argv) {
   }
   run_cycle(handle, published);
   zot_conf_free(handle);
-  /* Another process of the element starts with what this one has committed. */
+  /* Another process of the element starts with what this process has committed. */
   handle = zot_conf_init("001122334455", 12);
   check(handle != NULL && get(handle, ZOT_STAT_CACHED) == published, "a restart has every file");
   zot_conf_free(handle);

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* Where every public record has its fields: what a program that was built against an older header
- * relies on. The first pair of figures is that of 32-bit ARM, where pointers and long have four
- * bytes and 64-bit numbers are aligned to eight; the second that of the 64-bit machines. */
+/* The offset of each field in every public record. Programs that were built against an older header
+ * rely on it. The first pair of figures is for 32-bit ARM, where pointers and long have four bytes
+ * and 64-bit numbers are aligned to eight; the second pair is for 64-bit machines. */
 #ifndef ZOT_TEST_RECORD_LAYOUT_H
 #define ZOT_TEST_RECORD_LAYOUT_H
 

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: run_adapter.sh ZOTCONF SAMPLE PROGRAM
-# The adapter takes configurations from a publication folder, without a service, and lets through
-# nothing that is not what was announced.
+# The adapter takes configurations from a publication folder, without a service, and accepts nothing
+# that differs from what was announced.
 set -euo pipefail
 
 zotconf=$1 sample=$2 program=$3
 # shellcheck source=tests/api/service.sh
 source "$(dirname "$0")/service.sh"
 
-# Nothing listens on port 1: what comes, comes from the folder.
+# Nothing listens on port 1, so everything must come from the folder.
 export ZOT_REMOTE_PORT=1
 cached=$work/conf/writable/zot/config
 cp -R "$sample" "$work/source"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: run_apply.sh ZOTCONF SAMPLE SCRIPT
-# The apply script takes changes into its target as a whole, deletions included, and refuses what it
-# cannot read, which rolls the configuration back.
+# The apply script applies all changes to its target in one step, including deletions. It refuses
+# what it cannot read, and the configuration is then rolled back.
 set -euo pipefail
 
 zotconf=$1 sample=$2 script=$3
@@ -16,7 +16,7 @@ cycle() {
 }
 is_installed() {
   diff -r "$1" "$target/" >"$work/difference" 2>&1 || fail "$(<"$work/difference")"
-  # Nothing is left beside the link and the folder that it names.
+  # Only the link and the folder that it names remain.
   [[ $(find "$work" -maxdepth 1 -name 'target folder*' | wc -l) == 2 ]] || fail "$(ls "$work")"
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: run_client.sh ZOTCONF SAMPLE PROGRAM
-# The C++ client commits what it can use, rolls back what it cannot, and says so.
+# The C++ client commits what it can use, rolls back what it cannot use, and reports which.
 set -euo pipefail
 
 zotconf=$1 sample=$2 program=$3

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: run_event_loop.sh ZOTCONF SAMPLE PROGRAM
-# The client with an event loop runs the cycles that it is told to, lives through a service that is
-# gone, and stops cleanly on SIGTERM.
+# The client with an event loop runs the requested cycles, survives the loss of the service, and
+# stops cleanly on SIGTERM.
 set -euo pipefail
 
 zotconf=$1 sample=$2 program=$3
@@ -20,7 +20,7 @@ shows_not '^cycle 4'
 : >"$work/loop.log"
 "$program" "$index" 20 >"$work/loop.log" 2>/dev/null &
 client=$!
-# Waits until the client has told something new.
+# Waits until the client has printed something new.
 await() {
   local tries
   for ((tries = 0; tries < 300; ++tries)); do

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
-# Sourced by the scripts that run a client against a real service: `work` is a folder of their own,
-# removed at the end, with a publication in `published` and the element's directories.
+# Sourced by the scripts that run a client against a real service. `work` is a temporary folder,
+# removed at the end. It holds a publication in `published` and the element's directories.
 
 readonly index=001122334455
 work=$(mktemp -d)
@@ -34,7 +34,7 @@ publish() {
     --cluster 7d0b6a52-41c5-4b0e-9d7e-2f6f0c1a8e11 >/dev/null
 }
 
-# Serves the publication on a free port, which the element's environment then names.
+# Serves the publication on a free port and sets that port in the element's environment.
 start_service() {
   local zotconf=$1 port='' tries
   : >"$work/serve.log"
@@ -58,7 +58,8 @@ stop_service() {
   ((status == 0)) || fail "the service did not stop cleanly: status $status"
 }
 
-# expect STATUS COMMAND…: runs it with its output in $work/output.
+# expect STATUS COMMAND…: runs the command, writes its output to $work/output, and checks its exit
+# status.
 expect() {
   local want=$1 status=0
   shift
@@ -66,7 +67,7 @@ expect() {
   ((status == want)) || fail "status $status instead of $want: $*: $(<"$work/output")"
 }
 
-# The output of the last command holds a line that matches.
+# Checks that the output of the last command has a matching line.
 shows() {
   grep -qE -- "$1" "$work/output" || fail "no line \"$1\" in: $(<"$work/output")"
 }

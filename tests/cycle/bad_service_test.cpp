@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a service does wrong must neither change an element nor stay with it.
+// Errors of a service must neither change an element nor have lasting effects.
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 
@@ -54,7 +54,8 @@ std::string archive_of_all(const publication &published) {
   return archive_of(published, names);
 }
 
-// The writer fills an archive up with zeros, which nobody would miss.
+// Cuts off the zeros with which the writer pads an archive: nobody would notice if they were
+// missing.
 std::string without_padding(std::string archive) {
   archive.erase(archive.find_last_not_of('\0') + 1);
   return archive;
@@ -64,7 +65,7 @@ void publish_k(service &remote, std::string k) {
   remote.publish(second_configuration().set_k_text(std::move(k)));
 }
 
-// One thing that goes wrong. The text is the beginning of the one that the handle keeps.
+// One error of the service. `text` is the beginning of the text that the handle keeps.
 struct misdeed {
   const char *name;
   std::function<void(service &, const element &)> commit;
@@ -76,7 +77,7 @@ struct misdeed {
 
 class BadService : public testing::TestWithParam<misdeed> {
  protected:
-  // The first configuration is in force when the second one goes wrong.
+  // The first configuration is in force when the second one fails.
   void SetUp() override {
     remote.publish(first_configuration());
     ASSERT_EQ(e.get().status, ZOT_OK);
@@ -85,7 +86,7 @@ class BadService : public testing::TestWithParam<misdeed> {
     remote.publish(second_configuration());
     GetParam().commit(remote, e);
   }
-  // The same service, in order again.
+  // The same service, working again.
   void recover() {
     remote.clear_overrides();
     remote.publish(second_configuration());
@@ -140,7 +141,8 @@ TEST_P(BadService, DoesNotHinderTheNextCycle) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
 }
 
-// A port that refuses; known before the element asks, so that the text can name it.
+// A port that refuses connections. It is chosen before the element asks, so that the text can name
+// it.
 const std::uint16_t refusing_port = closed_port();
 
 std::string refused_url(const char *kind) {

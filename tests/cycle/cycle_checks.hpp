@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Configurations and checks that the tests of a cycle share.
+// Configurations and checks that the cycle tests share.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -49,7 +49,7 @@ inline publication third_configuration() {
   return made;
 }
 
-// What a message has to be: level, topics, operation and text with its newline.
+// An expected message: level, topics, operation, and text with its newline.
 struct log_line {
   std::uint32_t level;
   std::uint32_t mask;
@@ -71,7 +71,7 @@ inline testing::AssertionResult logged(const log_capture &log, const log_line &w
   return testing::AssertionSuccess();
 }
 
-// All of them, in that order; other messages may stand between.
+// All messages in that order; others may come between them.
 inline testing::AssertionResult logged_in_order(const log_capture &log,
                                                 const std::vector<log_line> &wanted) {
   std::size_t from = 0;
@@ -98,7 +98,7 @@ inline std::map<std::string, std::string> contents(const std::string &directory)
   return found;
 }
 
-// Whether the cache holds a configuration as the one in force.
+// Whether the cache has a configuration in force.
 inline testing::AssertionResult is_in_force_on_disk(const std::string &conf_root,
                                                     const publication &published) {
   const auto found = contents(conf_root);
@@ -136,7 +136,7 @@ inline std::string knowledge_of(const element &under_test) {
   return under_test.conf_root() + "knowledge";
 }
 
-// The configuration in force and the one before it, as an earlier process left them.
+// Installs the configuration in force and the one before it, as an earlier process left them.
 inline void install_current(const element &under_test, const publication &published) {
   published.install_cache(under_test.conf_root());
 }

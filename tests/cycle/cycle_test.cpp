@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whole cycles of an element, over HTTP and in dev mode.
+// Complete cycles of an element, over HTTP and in dev mode.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -20,7 +20,7 @@ class WholeCycle : public testing::Test {
     remote.publish(published);
     return e.get();
   }
-  // Brings an empty element to a configuration.
+  // Commits a first configuration on an empty element.
   void bring_to(const publication &published) {
     ASSERT_EQ(get_of(published).status, ZOT_OK);
     ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK);
@@ -71,7 +71,7 @@ TEST_F(WholeCycle, MarksEverythingModifiedInAnotherCluster) {
             (texts{"Wlan/guest=16", "Zone/hq=16", "Radio/r5=16"}));
 }
 
-// A publisher that lost its versions counts them from one again.
+// A publisher that lost its versions starts again at one.
 TEST_F(WholeCycle, HandsOutTheNewBytesOfAVersionThatIsInForce) {
   bring_to(first_configuration());
   const publication renumbered = first_configuration()
@@ -243,7 +243,7 @@ TEST_F(WholeCycle, RunsManyTimesOnOneHandle) {
   }
 }
 
-// A cycle whose commit fails on the way, once.
+// A cycle whose commit fails once.
 class FailingCycle : public WholeCycle {
  protected:
   void SetUp() override {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is in force stays in force: whatever fails, is cut off or is called in another order.
+// The configuration in force stays in force, whatever fails, is interrupted or is called in another
+// order.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -35,7 +36,7 @@ class InForce : public testing::Test {
   void bring_back_scratch(const std::string &name) {
     fs::rename(away() + "/" + name, e.tmp_root() + "/" + name);
   }
-  // A new process that nobody answers.
+  // A new process without a service.
   void restart_alone() {
     e.set_port(closed_port());
     e.restart();
@@ -68,7 +69,7 @@ class InForce : public testing::Test {
 
 class InForceAfterFailedCommit : public InForce {
  protected:
-  // The files cannot be copied, so the commit fails when the old ones are out of the way already.
+  // The files cannot be copied, so the commit fails after the old ones were moved away.
   void SetUp() override {
     bring_to(first_configuration());
     ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
@@ -192,7 +193,7 @@ TEST_F(InForce, ASecondRollBackInARowHandsOutNothingOfTheRefusedOne) {
   EXPECT_EQ(marks_of(got), (texts{"Wlan/guest=2", "Zone/hq=2", "Radio/r5=2"}));
 }
 
-// A damaged cache has its K, but nobody has it in force.
+// A damaged cache has its K, but no process has it in force.
 TEST_F(InForce, WhatTheCacheHoldsDamagedMayBeRolledBack) {
   bring_to(first_configuration());
   flip_bit(e.conf_root() + "config/Wlan/guest/1");
@@ -261,7 +262,8 @@ TEST_F(InForce, AFileThatTheScratchFolderLostLeavesNoTextOfAFailure) {
   EXPECT_EQ(got.error_text, "Success");
 }
 
-// A file of the configuration in force that is nowhere whole: the published one brings it back.
+// A file of the configuration in force is damaged everywhere. The published configuration restores
+// it.
 TEST_F(InForce, WhatIsDamagedEverywhereComesFromTheServiceAgain) {
   bring_to(first_configuration());
   fs::remove_all(e.tmp_root());
@@ -282,7 +284,7 @@ TEST_F(InForce, WhatIsDamagedEverywhereIsLoadedAgainOnceItIsWhole) {
   expect_whole(e.get(cached), first_configuration());
 }
 
-// Every get tries, for it may have failed for want of descriptors.
+// Every get tries again, because the load may have failed for lack of descriptors.
 TEST_F(InForce, WhatCouldNotBeLoadedAgainIsTriedByTheNextGet) {
   bring_to(first_configuration());
   fs::remove_all(e.tmp_root());
@@ -322,7 +324,7 @@ TEST_F(InForce, AScratchFileThatWasAlteredIsNotCommitted) {
   expect_whole(e.get(cached), first_configuration());
 }
 
-// One version may be written in more than one way.
+// A version may be written in more than one way.
 TEST_F(InForce, AnotherSpellingOfAVersionIsReadFromWhereItLies) {
   bring_to(publication().put("Wlan", "guest", "0x10", "sixteen"));
   bring_to(publication().put("Wlan", "guest", "16", "sixteen"));
@@ -364,7 +366,7 @@ TEST_F(InForce, ARefusedScratchRootBetweenGetAndCommitChangesNoFolder) {
   EXPECT_TRUE(is_in_force_on_disk(conf_root, first_configuration()));
 }
 
-// Other folders are taken at once, but not for the configuration that waits for its verdict.
+// Other folders apply at once, but not to the configuration that waits for its verdict.
 class InForceWithOtherFolders : public InForce {
  protected:
   void SetUp() override {
@@ -424,7 +426,7 @@ TEST_F(InForce, ACommitThatFindsNoRoomChangesNothing) {
   EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF);
 }
 
-// The next get looks where the environment says then.
+// The next get uses the folders that the environment names at that time.
 class InForceElsewhere : public InForce {
  protected:
   void SetUp() override {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A medium with room for one configuration only: the new files take the place of the old ones.
+// A medium with space for one configuration only: the new files replace the old ones in place.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 constexpr const char *warning =
     "No room for the new files beside the old ones, which go first: a power cut would "
     "leave none\n";
-// A page for each file. K, its checksum and three files take five of them.
+// One page per file. K, its checksum and three files take five pages.
 constexpr const char *nine_pages = "size=36k";
 
 bool write_text(const char *path, const std::string &text) {
@@ -39,7 +39,7 @@ bool write_text(const char *path, const std::string &text) {
   return file.good();
 }
 
-// Whoever is not root stays who he is, in a namespace of his own that lets him mount.
+// Enters a namespace that allows mounts. A user who is not root keeps the same user id in it.
 bool unshare_mounts() {
   const std::string user = std::to_string(::geteuid());
   const std::string group = std::to_string(::getegid());
@@ -52,15 +52,14 @@ bool unshare_mounts() {
          write_text("/proc/self/gid_map", group + " " + group + " 1");
 }
 
-// Mounts are seen by this process alone, and by the commands that it starts.
+// Only this process and the commands that it starts see these mounts.
 bool has_mounts_of_its_own() {
   static const bool has =
       unshare_mounts() && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
   return has;
 }
 
-// What the namespace allows counts for these tests alone; all others meet the permissions of a
-// user.
+// Only these tests use the namespace's capabilities; all others have the permissions of a user.
 void use_capabilities(bool are_used) {
   if (::geteuid() == 0) {
     return;
@@ -74,11 +73,11 @@ void use_capabilities(bool are_used) {
   ASSERT_EQ(::syscall(SYS_capset, &of_this_process, sets.data()), 0);
 }
 
-// The first configuration is in force, the second waits for its verdict.
+// The first configuration is in force, and the second waits for its verdict.
 class InPlace : public testing::Test {
  protected:
-  // The kernel gives a namespace of users to a process of one thread alone, and the service has
-  // one.
+  // The kernel creates a user namespace only for a single-threaded process, and the service starts
+  // a thread.
   static void SetUpTestSuite() { ASSERT_TRUE(has_mounts_of_its_own()); }
   void SetUp() override {
     use_capabilities(true);
@@ -117,7 +116,7 @@ class InPlace : public testing::Test {
     expect_refused(ZOT_ERR_CORRUPTED, "what the get fetched was changed in " + e.tmp_root());
   }
   void expect_no_room() { expect_refused(ZOT_ERR_GENERIC, "no room in " + e.conf_root()); }
-  // A process that starts now, and that nobody answers.
+  // A process that starts now, without a service.
   void expect_in_force_alone(const publication &published) {
     e.set_port(closed_port());
     e.restart();
@@ -166,7 +165,7 @@ TEST_F(InPlace, WhatLiesInTheScratchFolderBesideIsNotCopied) {
   expect_in_force_alone(second_configuration());
 }
 
-// A commit whose `rm` fails leaves such a folder.
+// A commit whose `rm` fails leaves such a folder behind.
 TEST_F(InPlace, WhatAnEarlierCommitCouldNotRemoveTakesNoRoom) {
   write_bytes(e.conf_root() + "undo.old/config/Wlan/old/1", std::string(16384, 'o'));
   ASSERT_EQ(zot_conf_commit(e.handle()), ZOT_OK) << e.error_text();
@@ -206,7 +205,7 @@ TEST_F(InPlace, WhatAnotherHasCommittedIsNotReplaced) {
   expect_in_force_alone(second_configuration());
 }
 
-// What is not in this process's memory could not be put back.
+// What this process does not hold in memory could not be restored.
 TEST_F(InPlace, WhatMemoryDoesNotHoldIsNotReplaced) {
   write_bytes(knowledge_of(e) + "/subsys.k", third_configuration().k_text());
   expect_refused(ZOT_ERR_GENERIC, "fail to keep the files of " + e.conf_root());
@@ -226,7 +225,7 @@ TEST_F(InPlace, WhatCouldNotBeLoadedIsLoadedBeforeItIsReplaced) {
   expect_in_force_alone(second_configuration());
 }
 
-// A process that gets and commits once has no second get.
+// A process that gets and commits only once has no second get.
 TEST_F(InPlace, WhatNobodyCanLoadIsReplaced) {
   write_bytes(knowledge_of(e) + "/subsys.k", "{");
   e.restart();
@@ -255,7 +254,7 @@ TEST_F(InPlace, WhatTheMediumDoesNotTakeLeavesTheOldFiles) {
   expect_in_force_alone(first_configuration());
 }
 
-// The copy brings something and ends with a failure.
+// The copy creates something and then fails.
 class InPlaceWithAFailure : public InPlace {
  protected:
   void SetUp() override {
@@ -322,7 +321,7 @@ TEST_F(InPlaceWithAFailure, ItIsSaidWhenThereIsNoRoomForTheOldFilesEither) {
   expect_in_force_alone(second_configuration());
 }
 
-// What is removed there stays below, and gives nothing back.
+// On an overlay, what is removed stays on the lower layer and frees no space.
 class InPlaceOfAnOverlay : public InPlace {
  protected:
   void bring_first_to_medium() override {
@@ -339,7 +338,7 @@ class InPlaceOfAnOverlay : public InPlace {
     ASSERT_EQ(::mount("none", e.conf_root().c_str(), "overlay", 0, options.c_str()), 0);
     e.restart();
   }
-  // It has room for this once, or for this in place of the old one.
+  // The medium has space for this once, or for this in place of the old configuration.
   static publication large() { return first_configuration().put("Vpn", "huge", 1, noise(200000)); }
   [[nodiscard]] publication next_configuration() const override {
     return large().config_id("00000000-0000-0000-0000-000000000004");

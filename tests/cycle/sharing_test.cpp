@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Several handles and processes on one cache and one scratch folder.
+// Several handles and processes that share one cache and one scratch folder.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -62,7 +62,7 @@ class Sharing : public testing::Test {
     ASSERT_EQ(get(other(), every_change).status, ZOT_OK);
     ASSERT_EQ(zot_conf_commit(other()), ZOT_OK);
   }
-  // With a scratch folder of its own, so that nothing else tells of it.
+  // Uses a separate scratch folder, so that only the cache shows the commit.
   void let_other_commit_third() {
     const env_guard own_scratch("ZOT_PREFIX_TMP_ROOT", e.dir() / "other-scratch");
     remote.publish(third_configuration());
@@ -75,7 +75,7 @@ class Sharing : public testing::Test {
     EXPECT_EQ(got.find(ZOT_CAT_WLAN, "guest")->bytes, "guest three");
     EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), third_configuration()));
   }
-  // Holds the lock of a folder as another process does.
+  // Holds the lock of a folder, like another process.
   static zot::descriptor lock(const std::string &folder) {
     zot::descriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     EXPECT_EQ(::flock(fd.get(), LOCK_EX | LOCK_NB), 0) << folder;
@@ -212,14 +212,14 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedWhereItLiesDamaged) {
   EXPECT_EQ(get_of(first_configuration()).status, ZOT_ERR_SAME_AS_CORRUPTED);
 }
 
-// A folder in its place stands for a file that cannot be read.
+// A file of the cache that cannot be read.
 class SharingWithAnUnreadableFile : public Sharing {
  protected:
   void SetUp() override { bring_to(first_configuration()); }
   void hide(const std::string &name) {
     hidden_ = e.conf_root() + name;
     fs::rename(hidden_, hidden_ + ".aside");
-    // Nobody can open it.
+    // A link to itself, which nobody can open.
     fs::create_symlink(hidden_, hidden_);
   }
   void show() {
@@ -255,7 +255,7 @@ TEST_F(SharingWithAnUnreadableFile, WhatAGetTookForNewIsNotCommitted) {
   }
 }
 
-// Its checksum file alone refuses nothing.
+// The checksum file alone does not mark a K as rolled back.
 TEST_F(SharingWithAnUnreadableFile, WhatHasLostItsRefusedKIsCommitted) {
   remote.publish(second_configuration());
   let_other_roll_back();
@@ -282,7 +282,7 @@ TEST_F(SharingWithAnUnreadableFile, ARollBackDoesNotTakeWhatIsInForceForAnother)
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
 }
 
-// It was committed before the get of this process.
+// It was committed before this process's get.
 TEST_F(SharingWithAnUnreadableFile, ARollBackDoesNotTakeWhatWasInForceBeforeItsGet) {
   remote.publish(second_configuration());
   let_other_commit();
@@ -309,7 +309,7 @@ TEST_F(SharingWithAnUnreadableFile, ARollBackGoesOnWhereFilesOfTheOtherAreMissin
   EXPECT_EQ(zot_conf_roll_back(e.handle()), ZOT_OK) << e.error_text();
 }
 
-// The persistent directory remembers one refusal, which goes with the next commit.
+// The persistent directory remembers only one rolled-back K, and the next commit removes it.
 TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
@@ -323,7 +323,7 @@ TEST_F(Sharing, WhatTheOtherRolledBackIsNotCommittedOverWhatCameAfter) {
   EXPECT_EQ(zot_conf_commit(e.handle()), ZOT_ERR_NOT_READY);
 }
 
-// The other has refused something else since, which stays refused.
+// The other process has rolled back something else since, and that stays rolled back.
 TEST_F(Sharing, WhatTheOtherCommittedIsNotBroughtOnceMore) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
@@ -341,7 +341,7 @@ TEST_F(Sharing, WhatTheOtherCommittedIsNotBroughtOnceMore) {
   EXPECT_EQ(e.get().status, ZOT_ERR_SAME_AS_CORRUPTED);
 }
 
-// That one may have been killed before.
+// The other process may have been killed before that.
 TEST_F(Sharing, WhatTheOtherCommittedIsOnTheMediumWhenACommitSaysSo) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
@@ -353,7 +353,7 @@ TEST_F(Sharing, WhatTheOtherCommittedIsOnTheMediumWhenACommitSaysSo) {
   EXPECT_FALSE(media().synchronised.empty());
 }
 
-// The handle has not been told of it, so it is a change for it.
+// The handle has not seen this configuration yet, so for it this is a change.
 TEST_F(Sharing, WhatTheOtherCommittedIsNewAfterARefusedCommit) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
@@ -392,7 +392,7 @@ TEST_F(Sharing, MetadataAreOfWhatTheOtherCommittedToo) {
   EXPECT_STREQ(meta.config_id, of_other.config_id);
 }
 
-// There a checksum file made anew may have the number and the time of the one before.
+// There a recreated checksum file may have the inode number and the time of the one before.
 class SharingWhereTimesAreCoarse : public Sharing {
  protected:
   void SetUp() override {
@@ -489,7 +489,7 @@ TEST_F(Sharing, WhatTheOtherCommittedCannotBeRolledBack) {
   EXPECT_EQ(state_of(e), ZOT_CYCLE_SAME_K);
 }
 
-// A get that fails may take files away that another one has fetched.
+// A get that fails may remove files that another get has fetched.
 TEST_F(Sharing, FilesThatAFailedGetOfAnotherTookAwayAreMissed) {
   bring_to(first_configuration());
   ASSERT_EQ(get_of(second_configuration()).status, ZOT_OK);
@@ -553,7 +553,7 @@ TEST_F(Sharing, ACachedRequestFollowsWhatTheOtherCommitted) {
   EXPECT_EQ(guest->bytes, "guest two");
 }
 
-// What is there instead cannot be loaded, by this process or by a new one.
+// Neither this process nor a new one can load what is there instead.
 TEST_F(Sharing, ADamagedCacheTakesNothingFromAProcessThatHasItInMemory) {
   bring_to(first_configuration());
   flip_bit(e.conf_root() + "knowledge/subsys.checksum");
@@ -576,7 +576,7 @@ TEST_F(Sharing, MetadataFollowWhatTheOtherCommitted) {
   EXPECT_STREQ(found.config_id, wanted.config_id);
 }
 
-// What a get has handed out is good until the next get.
+// The entries that a get returns stay valid until the next get.
 TEST_F(Sharing, MetadataOfWhatTheOtherCommittedTakeNoEntryAway) {
   bring_to(first_configuration());
   zot_list *list = nullptr;
@@ -604,7 +604,7 @@ TEST_F(Sharing, WhatIsPublishedAgainReplacesWhatTheOtherCommitted) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
 }
 
-// The K whose folder the list was read from is released when another one is in force.
+// The K whose folder the list was read from is freed when another one is in force.
 TEST_F(Sharing, AGetThatFailsAfterTheCacheHasChangedKeepsNoFolderOfAReleasedK) {
   bring_to(first_configuration());
   ASSERT_EQ(get(other(), cached).status, ZOT_OK);
@@ -616,8 +616,7 @@ TEST_F(Sharing, AGetThatFailsAfterTheCacheHasChangedKeepsNoFolderOfAReleasedK) {
   EXPECT_EQ(other()->ret.root, other()->conf_root);
 }
 
-// An element with a cache of its own, but the same scratch folder, makes it anew in the middle of a
-// call.
+// An element with its own cache but the same scratch folder recreates that folder during a call.
 class SharingWithALostScratchFolder : public Sharing {
  protected:
   void replace_scratch_at(const std::string &message) {
@@ -664,7 +663,7 @@ TEST_F(SharingWithALostScratchFolder, AGetWithoutAnUpdateDoesNotKeepWhatItFoundT
   EXPECT_EQ(read_bytes(knowledge_of(e) + "/prev_subsys.k"), second_configuration().k_text());
 }
 
-// A commit in a process of its own, with a `cp` that does what a script says before it copies.
+// A commit in a separate process, with a `cp` that runs a script before it copies.
 class SharingWithACommit : public Sharing {
  protected:
   void SetUp() override {
@@ -677,7 +676,7 @@ class SharingWithACommit : public Sharing {
     ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
     path_.emplace("PATH", (e.dir() / "bin") + ":" + std::getenv("PATH"));
   }
-  // The child's exit status is whether it committed. Its port and folders are the parent's.
+  // The child's exit status says whether it committed. It uses its parent's port and folders.
   pid_t start_commit() {
     const pid_t child = ::fork();
     if (child != 0) {
@@ -696,7 +695,7 @@ class SharingWithACommit : public Sharing {
     ::waitpid(child, &status, 0);
     return status;
   }
-  // What the script of `cp` says that it has done.
+  // Waits until the script of `cp` reports this step.
   void wait_for(const std::string &mark) {
     for (int tries = 0; tries < 1000 && !exists(e.dir() / mark); ++tries) {
       std::this_thread::sleep_for(10ms);
@@ -756,7 +755,7 @@ TEST_F(SharingWithACommit, AnOrphanedCopyIsWaitedFor) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
 }
 
-// An element with a cache of its own, but the same scratch folder, has made it anew.
+// An element with its own cache but the same scratch folder has recreated that folder.
 TEST_F(SharingWithACommit, AScratchFolderMadeAnewMeanwhileIsNotCommitted) {
   const std::string scratch = e.tmp_root();
   const std::string foreign = e.dir() / "foreign";
@@ -772,7 +771,7 @@ TEST_F(SharingWithACommit, AScratchFolderMadeAnewMeanwhileIsNotCommitted) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), first_configuration()));
 }
 
-// Another get would sweep what this one has unpacked so far.
+// Another get would remove what this one has unpacked so far.
 TEST_F(SharingWithACommit, TheScratchFolderOfAGetIsLeftToIt) {
   const std::string program = e.dir() / "bin/tar";
   write_bytes(program, "#!/bin/sh\n" + touch("begun") + "sleep 0.3\nexec /bin/tar \"$@\"\n");
@@ -786,8 +785,8 @@ TEST_F(SharingWithACommit, TheScratchFolderOfAGetIsLeftToIt) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
 }
 
-// What others may read but not write.
-// A process that may read both folders and write neither, from a moment on that it decides.
+// Folders that other users may read but not write. At a moment of its choice, a process gives up
+// writing to both folders and keeps reading them.
 class SharingWithAReader : public Sharing {
  protected:
   void SetUp() override {
@@ -802,7 +801,7 @@ class SharingWithAReader : public Sharing {
       fs::permissions(entry.path(), fs::perms(entry.is_directory() ? of_folders : of_files));
     }
   }
-  // Root becomes another user; any other user takes the permission to write from himself.
+  // Root becomes another user; any other user removes its own write permission.
   void become_reader() {
     if (::geteuid() != 0) {
       set_permissions(0555, 0444);
@@ -813,7 +812,7 @@ class SharingWithAReader : public Sharing {
   static handle_owner new_handle() {
     return handle_owner(zot_conf_init2("AP", "aabbccddeeff", 12));
   }
-  // What another process leaves that is killed in its commit.
+  // Leaves what another process leaves if it is killed in its commit.
   void interrupt_commit() {
     ASSERT_TRUE(zot::begin_undo(*e.handle(), zot::gpb_protection::kept));
     for (const char *const name : {"subsys.k", "subsys.checksum"}) {

@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
-# Sourced by the scripts that build what the library needs from Debian's source packages, those of
-# the release that this machine's apt uses. `work` is a folder of the script's own; what is built
-# there is a step with a log.
+# Sourced by the scripts that build the library's dependencies from Debian source packages, of the
+# release that this machine's apt uses. `work` is the script's own folder. Each build is a step with
+# its own log.
 
-# Tells how a step ended; its log shows up when it failed.
+# Reports how a step ended, with its log if it failed.
 tell_end() {
   local status=$1 name=$2 begin=$3
   if ((status == 0)); then
@@ -16,11 +16,11 @@ tell_end() {
   fi
 }
 
-# Runs in a process of its own, which ends at the first command that fails.
+# Runs a step in a separate process, which ends at the first command that fails.
 step() (
   local name=$1
   shift
-  # shellcheck disable=SC2064  # the time to count from is this one
+  # shellcheck disable=SC2064  # the start time must be taken now
   trap "tell_end \$? '$name' $SECONDS" EXIT
   "$@" >"$work/$name.log" 2>&1
 )
@@ -34,8 +34,8 @@ sources() {
     sed 's/ \[signed-by=\$(SIGNED_BY)\]//' | sort -u
 }
 
-# fetch PACKAGE…: unpacked in $work/source. One suite alone: its index and its packages are of one
-# piece.
+# fetch PACKAGE…: unpacks the sources to $work/source. It uses one suite only, so that index and
+# packages match.
 fetch() {
   mkdir -p "$work/source/lists"
   sources >"$work/source/apt.list"

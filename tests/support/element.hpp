@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A managed element under test: folders and environment of its own, a captured log and a handle.
+// A managed element under test, with its own folders and environment, a captured log and a handle.
 #pragma once
 
 #include <cstdint>
@@ -33,11 +33,11 @@ struct returned_entry {
 struct returned_list {
   int status = ZOT_OK;
   std::string error_text;    // as the get left it; giving the list back records its own
-  int free_status = ZOT_OK;  // of giving the list back
+  int free_status = ZOT_OK;  // of freeing the list
   bool has_list = false;
   std::vector<returned_entry> entries;
 
-  // Null when there is no such entry.
+  // Null if there is no such entry.
   [[nodiscard]] const returned_entry *find(std::int32_t category, std::string_view key) const;
 };
 
@@ -46,42 +46,43 @@ inline constexpr std::uint32_t every_change =
 
 [[nodiscard]] zot_catset every_category();
 
-// zot_conf_get() with the list copied and given back.
+// zot_conf_get(), with the list copied and freed.
 [[nodiscard]] returned_list get(zot_ctx *handle, std::uint32_t mask,
                                 const zot_catset &catset = every_category());
 
-// The entries of a list that stays the caller's.
+// The entries of a list that still belongs to the caller.
 [[nodiscard]] std::vector<returned_entry> entries_of(const zot_list *list);
 
 struct element_options {
-  std::optional<std::uint16_t> port = {};  // without one the environment names none
+  std::optional<std::uint16_t> port = {};  // if empty, the environment names no port
   std::optional<std::string> dev_path = {};
   std::string subsys_id = "AP";
   std::string sub_idx = "aabbccddeeff";
   std::uint32_t timeout = 5;
   std::uint32_t timeout_gpb = 30;
-  bool start = true;  // false: without a handle until start() or restart()
+  bool start = true;  // false: there is no handle until start() or restart()
 };
 
 class element {
  public:
-  // Throws when no handle comes of it.
+  // Throws if no handle can be created.
   explicit element(element_options options = {});
   explicit element(std::uint16_t port) : element(element_options{.port = port}) {}
 
   [[nodiscard]] zot_ctx *handle() const { return handle_.get(); }
   [[nodiscard]] log_capture &log() { return log_; }
 
-  // The folders outside dev mode.
+  // The folders when not in dev mode.
   [[nodiscard]] std::string conf_root() const { return dir_ / "conf/writable/zot/"; }
   [[nodiscard]] std::string tmp_root() const { return dir_ / "scratch/tmp/zot"; }
-  // Everything of this element lies below it, and there is room for a test's own files.
+  // The parent of everything that belongs to this element. Tests may put their own files there.
   [[nodiscard]] const temp_dir &dir() const { return dir_; }
 
   [[nodiscard]] zot_parm_all parm();
-  // A new handle on the same folders, as a restarted process has it; throws when none comes of it.
+  // Creates a new handle on the same folders, like a restarted process. Throws if none can be
+  // created.
   void restart();
-  // The same, for a start that may fail.
+  // The same for a start that may fail.
   [[nodiscard]] bool start();
   void stop() { handle_.reset(); }
 
@@ -89,7 +90,7 @@ class element {
   [[nodiscard]] returned_list get(std::uint32_t mask = every_change,
                                   const zot_catset &catset = every_category()) const;
 
-  // For a change within the life of the element.
+  // Changes the environment during the life of the element.
   void set_port(std::optional<std::uint16_t> port) const;
   void set_dev_path(const std::optional<std::string> &path) const { dev_path_.set(path); }
 

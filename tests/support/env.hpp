@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Environment variables for the length of a scope.
+// Sets environment variables for the duration of a scope.
 #pragma once
 
 #include <optional>
@@ -9,13 +9,13 @@ namespace zot::test {
 
 class env_guard {
  public:
-  // Without a value the variable is unset.
+  // Without a value, the variable is unset.
   env_guard(std::string name, const std::optional<std::string> &value);
   env_guard(const env_guard &) = delete;
   env_guard &operator=(const env_guard &) = delete;
   ~env_guard();
 
-  // Another value within the scope; the one from before the scope comes back all the same.
+  // Sets another value within the scope. The end of the scope still restores the original one.
   void set(const std::optional<std::string> &value) const;
 
  private:

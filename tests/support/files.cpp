@@ -17,7 +17,7 @@ namespace zot::test {
 namespace fs = std::filesystem;
 namespace {
 
-// A test may have taken permissions away to provoke a failure.
+// A test may have removed permissions to provoke a failure.
 void make_removable(const fs::path &path) {
   std::error_code ignored;
   fs::permissions(path, fs::perms::owner_all, fs::perm_options::add, ignored);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files and directories as the tests arrange and inspect them.
+// Creates and inspects files and directories for tests.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace zot::test {
 
-// A directory of its own for one test, removed with everything in it at the end.
+// A directory for one test, removed with everything in it at the end.
 class temp_dir {
  public:
   temp_dir();
@@ -25,25 +25,26 @@ class temp_dir {
   std::string path_;
 };
 
-// Creates the parents too; an existing file is replaced.
+// Creates parent directories too, and replaces an existing file.
 void write_bytes(const std::filesystem::path &path, std::string_view bytes);
 
-// Throws when the file cannot be read, so that no test takes an absent file for an empty one.
+// Throws if the file cannot be read, so that no test takes a missing file for an empty one.
 [[nodiscard]] std::string read_bytes(const std::filesystem::path &path);
 
-// One bit in the middle of a file.
+// Flips one bit in the middle of a file.
 void flip_bit(const std::filesystem::path &path);
 
-// True for anything at that path, a dangling symbolic link included.
+// True if anything exists at that path, even a dangling symbolic link.
 [[nodiscard]] bool exists(const std::filesystem::path &path);
 
-// Names of the regular files below a directory, relative to it and sorted; empty when it is absent.
+// The names of the regular files below a directory, relative to it and sorted; empty if it does not
+// exist.
 [[nodiscard]] std::vector<std::string> tree(const std::filesystem::path &path);
 
-// Bytes that no packer makes shorter, the same ones each time.
+// Bytes that cannot be compressed, the same ones each time.
 [[nodiscard]] std::string noise(std::size_t size);
 
-// 64 lower-case digits.
+// The digest as 64 lower-case digits.
 [[nodiscard]] std::string sha256_hex(std::string_view bytes);
 
 }  // namespace zot::test

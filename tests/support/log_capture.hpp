@@ -20,7 +20,7 @@ struct log_record {
   std::uint32_t mask = 0;
   long line = 0;
   std::string func;
-  std::string text;  // with its newline, and with the prefix when the options ask for one
+  std::string text;  // with its newline, and with the prefix if the options request one
 };
 
 class log_capture {
@@ -31,31 +31,31 @@ class log_capture {
   log_capture(const log_capture &) = delete;
   log_capture &operator=(const log_capture &) = delete;
 
-  // Log settings that deliver here; they refer to this object, which has to outlive the handle.
+  // Log settings that deliver here. They refer to this object, which must outlive the handle.
   [[nodiscard]] zot_log_ctl ctl(std::uint32_t level = ZOT_LOG_DEBUG,
                                 std::uint32_t facility = every_topic, std::uint32_t option = 0);
 
   [[nodiscard]] const std::vector<log_record> &lines() const { return lines_; }
   void clear() { lines_.clear(); }
-  // Does something once, when a message arrives: in the middle of a call.
+  // Runs an action once, when a message arrives, that is, in the middle of a call.
   void when(std::string text, std::function<void()> action) {
     awaited_ = std::move(text);
     action_ = std::move(action);
   }
 
-  // Whole messages, the newline included.
+  // Complete messages, including the newline.
   [[nodiscard]] bool contains(std::string_view text) const { return find(text) != nullptr; }
   [[nodiscard]] std::size_t count(std::string_view text) const;
-  // The first such message, or null; valid until the next message arrives.
+  // The first such message or null, valid until the next message arrives.
   [[nodiscard]] const log_record *find(std::string_view text) const;
-  // Position of the first such message, for tests of the order.
+  // The position of the first such message, for tests of the order.
   [[nodiscard]] std::optional<std::size_t> index_of(std::string_view text) const;
 
-  // Messages that hold a text anywhere.
+  // Messages that contain a text anywhere.
   [[nodiscard]] bool contains_part(std::string_view part) const;
   [[nodiscard]] const log_record *find_part(std::string_view part) const;
 
-  // Everything collected, one message after the other, to explain a failure.
+  // All collected messages in order, to explain a failure.
   [[nodiscard]] std::string dump() const;
 
  private:

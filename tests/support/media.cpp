@@ -16,7 +16,7 @@ media_state &media() {
 
 }  // namespace zot::test
 
-// Stands in for that of the C library.
+// Replaces syncfs() of the C library.
 extern "C" int syncfs(int fd) noexcept {
   zot::test::media_state &state = zot::test::media();
   struct stat found {};

@@ -13,8 +13,8 @@ namespace zot::test {
 
 class publication {
  public:
-  // One object; another version of the same object replaces it. The text form takes any spelling of
-  // the version, such as "0x10".
+  // Adds an object, or replaces an earlier version of it. The text form accepts any spelling of the
+  // version, such as "0x10".
   publication &put(std::string_view category, std::string_view key, std::uint64_t version,
                    std::string_view bytes);
   publication &put(std::string_view category, std::string_view key, std::string_view version,
@@ -22,25 +22,25 @@ class publication {
   publication &remove(std::string_view category, std::string_view key);
   publication &clear();
 
-  // Lets the file hold other bytes than K states for it.
+  // Gives the file content other than K states for it.
   publication &damage(std::string_view category, std::string_view key, std::string_view bytes);
 
   publication &cluster(std::optional<std::string> id);
   publication &firmware(std::optional<std::string> version);
   publication &config_id(std::optional<std::string> id);
 
-  // Texts to publish in place of the right ones.
+  // Texts to publish instead of the correct ones.
   publication &set_k_text(std::string text);
   publication &set_checksum_text(std::string text);
 
   [[nodiscard]] std::string k_text() const;
-  // Digits and a newline.
+  // The digits and a newline.
   [[nodiscard]] std::string checksum_text() const;
-  // By path, as K names it: /category/key/version.
+  // Indexed by path, as K names it: /category/key/version.
   [[nodiscard]] std::map<std::string, std::string> files() const;
 
-  // Writes K and checksum below "knowledge" and the GPB files below "config", as the cache of an
-  // element and a directory for dev mode have them. Files of an earlier configuration stay.
+  // Writes K and checksum below "knowledge" and the GPB files below "config", in the layout of an
+  // element's cache and of a dev mode directory. Files of an earlier configuration stay.
   void install_cache(const std::string &conf_root) const;
   void install_dev(const std::string &dir) const;
   void install_k(const std::string &dir, const std::string &k_name,

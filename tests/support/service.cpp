@@ -18,13 +18,13 @@ constexpr const char *file_time_text = "Tue, 14 Nov 2023 22:13:20 GMT";
 constexpr const char *content_type = "application/octet-stream";
 constexpr std::size_t worker_count = 4;
 
-// Without SO_REUSEPORT, which would let two services share one port unnoticed.
+// Does not set SO_REUSEPORT, with which two services could share one port unnoticed.
 void allow_quick_restart(socket_t socket) {
   const int yes = 1;
   ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
 }
 
-// "k" or "checksum" when the path names a knowledge file, otherwise empty.
+// "k" or "checksum" if the path names a knowledge file, otherwise empty.
 std::string knowledge_kind(const std::string &path) {
   static const std::regex form(R"(/file/knowledge/[^/]+/([^/]+)/latest/([^/]+)\.(k|checksum))");
   std::smatch match;
@@ -34,7 +34,7 @@ std::string knowledge_kind(const std::string &path) {
   return match[3];
 }
 
-// Announces more than it sends, so that the end of the connection is no end of the body.
+// Announces more bytes than it sends, so that the body is incomplete when the connection ends.
 void set_broken_body(httplib::Response &answer, const std::string &body, std::size_t bytes) {
   const std::string sent = body.substr(0, bytes);
   const std::size_t announced = std::max(body.size(), sent.size() + 1);
@@ -57,8 +57,8 @@ service::service(std::uint16_t port) : server_(std::make_unique<httplib::Server>
   server_->Get(".*", [this](const httplib::Request &asked, httplib::Response &answer) {
     respond(asked, {}, answer);
   });
-  // Read here, because the server limits the size of a form, which is what a plain POST claims to
-  // be.
+  // The body is read here, because the server limits the size of a form, and a plain POST is
+  // declared as one.
   server_->Post(".*", [this](const httplib::Request &asked, httplib::Response &answer,
                              const httplib::ContentReader &read) {
     std::string body;

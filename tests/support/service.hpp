@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The configuration service on the loopback host, and its misbehaviour on demand.
+// The configuration service on the loopback host, which can misbehave on request.
 #pragma once
 
 #include <chrono>
@@ -31,14 +31,14 @@ struct request {
 };
 
 // Answers GET /file/knowledge/<sub-system>/<index>/latest/<index>.k and .checksum and POST /tgz
-// from a publication, and 404 to anything else. An override holds for every path that ends in its
-// suffix, also for paths that are not served otherwise; the latest fitting one counts.
+// from a publication, and anything else with 404. An override applies to every path that ends in
+// its suffix, even to paths that are not served otherwise. The latest matching one counts.
 class service {
  public:
   // Last-Modified of every answer, as seconds since the epoch.
   static constexpr std::int32_t file_time = 1700000000;
 
-  // Port 0 takes a free one. Throws when the port is taken.
+  // Port 0 picks a free one. Throws if the port is in use.
   explicit service(std::uint16_t port = 0);
   service(const service &) = delete;
   service &operator=(const service &) = delete;
@@ -54,14 +54,14 @@ class service {
   void stop();
 
   [[nodiscard]] std::vector<request> requests() const;
-  // Requests whose path ends in a suffix.
+  // The requests whose path ends in a suffix.
   [[nodiscard]] std::size_t request_count(std::string_view suffix) const;
   void clear_requests();
 
   void answer(std::string suffix, int status, std::string body);
   void delay(std::string suffix, std::chrono::milliseconds time);
   void delay(std::string suffix, int milliseconds);
-  // Closes the connection after so many bytes of the body.
+  // Closes the connection after this many bytes of the body.
   void break_off(std::string suffix, std::size_t bytes);
   void clear_overrides();
 
@@ -94,7 +94,7 @@ class service {
   std::thread thread_;
 };
 
-// A port of the loopback host that nothing listens on.
+// A port of the loopback host on which nothing listens.
 [[nodiscard]] std::uint16_t closed_port();
 
 }  // namespace zot::test

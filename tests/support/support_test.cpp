@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every other test relies on.
+// The support code on which all other tests rely.
 #include <archive.h>
 #include <archive_entry.h>
 #include <gtest/gtest.h>

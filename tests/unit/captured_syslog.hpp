@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the library sends to syslog, which the whole test program keeps from the machine's.
+// Captures what the library sends to syslog. The whole test program keeps it from the machine's
+// syslog.
 #pragma once
 
 #include <string>

@@ -173,7 +173,7 @@ TEST_F(Creation, WritesAllMessagesToALogFile) {
   EXPECT_NE(text.find("Init. zot lib: Done\n"), std::string::npos) << text;
 }
 
-// Whatever a handle logs while its settings are not yet whole would go here.
+// Catches anything that a handle logs while its settings are incomplete.
 class other_destinations {
  public:
   other_destinations() { testing::internal::CaptureStderr(); }
@@ -245,7 +245,7 @@ TEST_F(Creation, FailingLateReleasesTheLogFile) {
   write_bytes(dir_ / "file", "no directory");
   conf_prefix_.set(dir_ / "file");
   EXPECT_EQ(zot_conf_init_args("AP", "aabb", 4, wanted), nullptr);
-  // The last words reach the file only when the stream is closed.
+  // The last message reaches the file only when the stream is closed.
   EXPECT_NE(read_bytes(path).find("fail to create dir for conf root"), std::string::npos);
 }
 

@@ -33,7 +33,7 @@ int by_key(void *priv, zot_list *a, zot_list *b) {
   return item_of(a).key - item_of(b).key;
 }
 
-// Items in the order of their keys' vector, linked below one head.
+// Items in the order of the vector of keys, linked below one head.
 class item_list {
  public:
   explicit item_list(const std::vector<int> &keys) : items_(keys.size()) {
@@ -219,21 +219,21 @@ TEST_P(SortOfLength, OrdersARandomListBothWays) {
 INSTANTIATE_TEST_SUITE_P(AroundPowersOfTwo, SortOfLength,
                          testing::Values(2, 3, 4, 5, 7, 8, 9, 63, 64, 65, 300, 1000, 4097));
 
-// The last merge of 300 falling keys joins a run of 256 with one of 44: the 44 go first and the 256
-// follow as the remainder.
+// The last merge of 300 falling keys joins a run of 256 with one of 44. The 44 come first, and the
+// 256 follow as the remainder.
 TEST(Sort, TouchesEvery256thNodeOfTheRemainder) {
   item_list list(falling(300));
   EXPECT_EQ(list.sort().same_node, 1U);
   EXPECT_EQ(list.keys(), rising(300));
 }
 
-// Of 300 rising keys the 256 go first, one by one, and a remainder of 44 follows.
+// Of 300 rising keys the 256 come first, one by one, and a remainder of 44 follows.
 TEST(Sort, TouchesNoNodeOfAShortRemainder) {
   item_list list(rising(300));
   EXPECT_EQ(list.sort().same_node, 0U);
 }
 
-// 1024 and 276 nodes: four times 256 follow.
+// 1024 and 276 nodes: four times 256 nodes follow.
 TEST(Sort, TouchesOnceForEach256NodesOfTheRemainder) {
   item_list list(falling(1300));
   EXPECT_EQ(list.sort().same_node, 4U);
@@ -244,7 +244,7 @@ TEST(Sort, ComparesAtMostNLogNTimes) {
   EXPECT_LE(list.sort().all, 4096U * 12U + 16U);
 }
 
-// More nodes than 2^20 fill the levels: the last usable one keeps absorbing.
+// More than 2^20 nodes fill the levels: the last usable level keeps absorbing.
 TEST(Sort, OrdersAListThatFillsEveryLevel) {
   constexpr int count = (1 << 21) + 3;
   item_list list(falling(count));

@@ -36,7 +36,7 @@ using zot::test::syslog_openings;
 
 }  // namespace
 
-// The library's calls come here instead of to the C library, for the whole test program.
+// In the whole test program the library calls these functions instead of the C library's.
 extern "C" {
 
 void openlog(const char *identity, int option, int facility) {
@@ -50,7 +50,7 @@ void syslog(int priority, const char *format, ...) {
   va_end(args);
 }
 
-// What a fortified build calls.
+// A fortified build calls this function.
 [[gnu::format(printf, 3, 4)]] void __syslog_chk(int priority, int, const char *format, ...) {
   va_list args;
   va_start(args, format);

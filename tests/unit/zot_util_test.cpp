@@ -101,7 +101,7 @@ class KMeta : public testing::TestWithParam<meta_case> {
     std::strcpy(k_.meta.config_id, "config");
     std::strcpy(k_.meta.cluster_id, "cluster");
     handle_->stat.state = ZOT_CYCLE_NEW_CONF;
-    // As after loaders that found nothing.
+    // The state after loaders that found nothing.
     handle_->load_flags = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB | ZOT_LOADED_PREV_K;
   }
 

@@ -18,12 +18,14 @@ constexpr size_t line_width = 80;
 constexpr std::string_view document_begin =
     "# Statuses\n"
     "\n"
-    "What each status of the library means, where the fault lies, what state the cache is in\n"
-    "afterwards and what to do. `zotconf explain` tells the same on an element, and\n"
+    "What each status of the library means, where the fault lies, what the state of the cache is\n"
+    "afterwards, and what to do. `zotconf explain` prints the same on an element;\n"
     "`zotconf explain --markdown` prints this document.\n"
     "\n"
-    "Below zero is an error. The text is the one that `zot_util_get_err_str()` returns when the\n"
-    "call gave none of its own; most calls give one that names the file or the address.\n";
+    "A negative status is an error. `zot_util_get_err_str()` returns the text of this table when "
+    "the\n"
+    "call recorded no text of its own; most calls record one that names the file or the address.\n"
+    "K is the knowledge file, the manifest of a configuration; the GPB files are its content.\n";
 
 // What is told of a status, in this order.
 struct aspect {
@@ -141,7 +143,7 @@ int run_explain(const explain_options &options, const console &where) {
   const status_entry *const found = find_status(options.status);
   if (found == nullptr) {
     where.err() << "zotconf: \"" << options.status
-                << "\" is no status; `zotconf explain` lists them\n";
+                << "\" is not a status; `zotconf explain` lists them\n";
     return exit_usage;
   }
   where.is_json() ? print_json(where.out(), {found, 1}) : print_one(where, *found);

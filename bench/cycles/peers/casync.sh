@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # usage: casync.sh first|poll|update ELEMENT URL
-# The job of the library as casync does it: the index and its chunks come over HTTP, and what the
-# cache has already serves as a seed. casync verifies each chunk against the index.
+# The job of the library, done with casync: the index and its chunks come over HTTP, and the files in
+# the cache serve as a seed. casync verifies each chunk against the index.
 set -eu
 
 step=$1

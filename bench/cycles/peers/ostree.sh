@@ -1,12 +1,12 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # usage: ostree.sh first|poll|update ELEMENT REPOSITORY
-# The job of the library as ostree does it, from a repository as a server has it (mode archive).
+# The job of the library, done with ostree from a repository as a server has it (mode archive).
 #
-# The element's own repository has mode bare-user-only, which needs neither root nor extended
-# attributes and lets a checkout be hard links, ostree's fastest. What comes is verified
-# (--untrusted), as everybody else here does. A checkout never removes files, so it goes into a new
-# folder.
+# The element's own repository has mode bare-user-only. This mode needs neither root nor extended
+# attributes, and a checkout can consist of hard links, which is the fastest kind. The received
+# objects are verified (--untrusted), as in the other tools. A checkout never removes files, so it
+# goes into a new folder.
 set -eu
 
 step=$1

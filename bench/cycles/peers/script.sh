@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: script.sh first|poll|update ELEMENT URL INDEX
-# The job of the library as a shell script does it, in ELEMENT/scratch and ELEMENT/cache. What
-# changed is told in ELEMENT/scratch/changes. Each file is verified once, after it was unpacked.
+# The job of the library, done by a shell script in ELEMENT/scratch and ELEMENT/cache. It lists the
+# changes in ELEMENT/scratch/changes and verifies each file once, after unpacking.
 set -euo pipefail
 export LC_ALL=C
 
@@ -50,5 +50,5 @@ rm -rf "$cache/config" "$cache/config.new"
 cp -r config "$cache/config.new"
 mv "$cache/config.new" "$cache/config"
 cp subsys.k list "$cache"
-# The last: what it announces is complete now.
+# Copied last, because it marks the cache as complete.
 cp subsys.checksum "$cache"

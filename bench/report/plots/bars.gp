@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: gnuplot -c bars.gp STYLE DATA OUT X Y
-# A bar for each line of the data, stacked to 100 %, with what it is together above it.
+# Draws a bar for each line of the data, stacked to 100 %, with the total time above it.
 load ARG1
 data = ARG2
 set output ARG3
@@ -19,7 +19,7 @@ set grid ytics linetype 1 linecolor rgb "#dddddd"
 set xtics scale 0 font ",11"
 set key outside right center reverse Left noenhanced invert samplen 1.5 spacing 1.4
 
-# Strong colours where a part is thin.
+# Thin parts get strong colours.
 array shade[8] = ["#000000", "#e69f00", "#0072b2", "#56b4e9", "#009e73", "#d55e00", "#cc79a7", \
   "#999999"]
 stats data skip 1 using 4 nooutput

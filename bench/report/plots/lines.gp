@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: gnuplot -c lines.gp STYLE DATA OUT X Y single|pairs
-# Both axes are logarithmic. Of a pair, the second line is dashed in the colour of the first.
+# Both axes are logarithmic. With "pairs", every second line is dashed and has the colour of the
+# line before it.
 load ARG1
 data = ARG2
 set output ARG3

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# What all plots have in common. Those who don't tell red from green tell the colours apart.
+# The common style of all plots. The colours are distinguishable with red-green colour blindness.
 set terminal svg size 880,540 fixed font "DejaVu Sans,sans-serif,14" background "#ffffff"
 set datafile separator "\t"
 set encoding utf8

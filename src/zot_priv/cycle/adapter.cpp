@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The access-point adapter: K by two small files, the GPB files as one archive.
+// The access-point adapter. It fetches K as two small files and the GPB files as one archive.
 #include <curl/curl.h>
 #include <unistd.h>
 
@@ -26,11 +26,11 @@
 namespace {
 
 constexpr const char *loopback_host = "127.0.0.1";
-// Room for the name of the host and a port.
+// Enough for the host name and a port.
 constexpr size_t host_size = 64;
 constexpr uint32_t transfer_topics = ZOT_TOPIC_TRANSFER | ZOT_TOPIC_GPB;
 
-// The names that one archive is asked for.
+// The names of the files to request in one archive.
 class download_set {
  public:
   download_set() { zot_list_init(&names_); }
@@ -38,8 +38,9 @@ class download_set {
   download_set &operator=(const download_set &) = delete;
   ~download_set() { clear(); }
 
-  // The name as the service is asked for it; null without memory. An entry is as long as its name:
-  // a page for each of ten thousand would be what the whole configuration takes.
+  // Adds a file and returns its name as the request states it; null when out of memory. An entry is
+  // only as long as its name: a full path buffer for each of ten thousand names would take as much
+  // memory as the whole configuration.
   const char *add(const zot_gpb &gpb) {
     constexpr size_t longest = sizeof(remote_file_name::name);
     const char *const path = gpb.path != nullptr ? gpb.path : "";
@@ -58,7 +59,7 @@ class download_set {
   void clear() {
     for (zot_list *node = names_.next; node != &names_;) {
       zot_list *const next = node->next;
-      // The node is the first member, so it is the entry's address.
+      // The node is the first member, so its address is the entry's.
       std::free(node);
       node = next;
     }
@@ -73,7 +74,6 @@ class download_set {
   zot_list names_;
 };
 
-// Turns the result of the archive transfer into a status.
 int record_transfer(zot_ctx *handle, int result, const char *func, long line) {
   if (result == 0) {
     return ZOT_OK;
@@ -99,18 +99,17 @@ int record_mkdir_failure(zot_ctx *handle, int error, const char *func, long line
                        handle->tmp_root, text);
 }
 
-// Fetches the archive of the wanted files into the scratch directory.
 int fetch_archive(zot_ctx *handle, download_set &wanted, uint64_t largest, const char *func) {
   const zot::joined_path archive(handle->tmp_root, zot::archive_name);
   char url[sizeof "http:///tgz" + host_size];
   static_cast<void>(
       std::snprintf(url, sizeof url, "http://%s:%u/tgz", loopback_host, zot_sub_get_remote_port()));
-  // A new file, never one that a link of this name stands for.
+  // Always a new file: a link of this name must not be followed.
   ::unlink(archive.c_str());
   remote_file_stat stat{};
   const int result =
       zot::get_remote_file_set_within(url, archive.c_str(), wanted.names(), largest, &stat);
-  // The set is of no further use.
+  // The names are no longer needed.
   wanted.clear();
   if (const int status = record_transfer(handle, result, func, __LINE__); status != ZOT_OK) {
     return status;
@@ -139,7 +138,7 @@ int ap_download_k(zot_ctx *handle, zot_k *k) {
   }
   const int status = zot_priv_get_new_k_by_host(handle, k, host);
   if (zot_util_is_err(status) && status != ZOT_ERR_SAME_AS_CORRUPTED) {
-    // A process that ended while it unpacked may have left no room for the K.
+    // A process that ended while unpacking may have left no space for K.
     zot::make_room(*handle);
   }
   return status;

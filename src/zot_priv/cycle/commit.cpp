@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The end of a cycle: the new configuration is brought into force.
+// The commit: brings the new configuration into force.
 #include "zot_priv/cycle/commit.hpp"
 
 #include <cerrno>
@@ -26,7 +26,7 @@ constexpr uint32_t k_and_gpb_topics = ZOT_TOPIC_K | ZOT_TOPIC_GPB;
 
 constexpr const char *operation = "zot_priv_commit_conf";
 
-// Before anything changes.
+// Checks what the get fetched, before anything changes.
 int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
   if (zot::is_overtaken(*handle)) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, operation, __LINE__,
@@ -45,27 +45,30 @@ int check_fetched(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs)
              : zot::record_changed_scratch(handle, operation);
 }
 
-// The new files have to be whole when the old ones go, and the copy may bring no more than was
-// counted. When it fails, memory has to hold the files that were removed for it.
+// Prepares a commit that removes the old files before it copies the new ones. At that moment the
+// new files must be complete, and the copy must not bring more than was counted. If the copy fails,
+// memory must still hold the files that were removed for it.
 int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
-  // A census that makes it look.
+  // This census makes the function look for unlisted files.
   zot::remove_unlisted_files(*handle, tmp_gpbs, {.has_empty_directory = true});
   if (!zot::are_files_in(handle->tmp_gpb_root, tmp_gpbs)) {
     return zot::record_changed_scratch(handle, operation);
   }
   const bool is_begun = handle->own.commit_begun != 0;
   if (!is_begun && zot::may_hold_more(*handle)) {
-    // It was looked for once, when the handle was new. What cannot be loaded now is lost.
+    // The handle looked into the cache only once, when it was new. What cannot be loaded now is
+    // lost.
     zot::load_once_more(*handle);
   }
   const zot_slot &before = handle->slot[is_begun ? ZOT_SLOT_LAST : ZOT_SLOT_CURRENT];
-  // Where nothing was in force, or what was cannot be loaded, nothing is left to lose.
+  // If nothing was in force, or what was in force cannot be loaded, there is nothing left to lose.
+  // ESTALE is reported if the check fails without an error number of its own.
   errno = ESTALE;
   const bool is_known = before.k != nullptr ? zot::is_in_force(*handle, *before.k, nullptr) &&
                                                   zot::can_put_back(before.gpbs)
                                             : is_begun || !zot::may_hold_more(*handle);
   if (!is_known) {
-    // The next get takes it from the cache.
+    // The next get loads the cache again.
     zot::mark_outdated(*handle);
     return zot::record_cache_failure(handle, operation, __LINE__, "keep the files of");
   }
@@ -75,7 +78,7 @@ int prepare_in_place(zot_ctx *handle, const zot_list *tmp_gpbs) {
   return ZOT_OK;
 }
 
-// Nothing has changed yet, so a configuration that does not fit is refused.
+// Refuses a configuration that does not fit. Nothing has changed yet.
 int check_room(zot_ctx *handle, const zot_k &tmp_k, const zot_list *tmp_gpbs,
                zot::gpb_protection &protection) {
   const zot::room_check check = zot::look_for_room(*handle, tmp_k, tmp_gpbs);
@@ -107,15 +110,17 @@ int adopt(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   const int status = zot_priv_update_cached_mem(handle, tmp_k, tmp_gpbs);
   if (status == ZOT_OK) {
     handle->own.commit_begun = 1;
-    // What is last now is known, also when it is nothing.
+    // The last K is known now, even if there is none.
     handle->load_flags |= ZOT_LOADED_PREV_K;
   }
   return status;
 }
 
-// From here on the old files are safe until the commit has come to its end.
+// Keeps the old files in the undo folder until the commit ends. Of GPB files that are removed
+// first, only memory keeps a copy.
 int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection protection) {
-  // A commit that was undone has left that of the cache; a get without memory for it has left none.
+  // After a commit that was undone, the root of K is the persistent directory. After a get that ran
+  // out of memory, K has no root.
   const bool needs_scratch_root =
       tmp_k->root == nullptr || std::strcmp(tmp_k->root, handle->conf_root) == 0;
   if (needs_scratch_root && zot_priv_k_set_root(tmp_k, handle->tmp_root) == nullptr) {
@@ -126,7 +131,8 @@ int protect(zot_ctx *handle, zot_k *tmp_k, zot::gpb_protection protection) {
              : zot::record_cache_failure(handle, operation, __LINE__, "keep the files of");
 }
 
-// After a copy: its source may be that of somebody who has made the scratch directory anew.
+// Called after a copy. If another process has recreated the scratch directory, the copied files may
+// be that process's.
 int check_scratch(zot_ctx *handle) {
   return zot::is_scratch_held(*handle) ? ZOT_OK : zot::record_changed_scratch(handle, operation);
 }
@@ -165,7 +171,7 @@ int sync(zot_ctx *handle, const zot::cache_media &media) {
   return media.sync() ? ZOT_OK : zot::record_cache_failure(handle, operation, __LINE__, "sync");
 }
 
-// The new files have to be on the medium before the old ones are given up.
+// The new files must be on the medium before the old ones are given up.
 int store_on_medium(zot_ctx *handle, const zot::cache_media &media) {
   if (const int status = sync(handle, media); status != ZOT_OK) {
     return status;
@@ -177,8 +183,8 @@ int store_on_medium(zot_ctx *handle, const zot::cache_media &media) {
   return ZOT_OK;
 }
 
-// What failed in place of the old files leaves them again, for whoever starts next without a
-// service.
+// After a failed in-place commit, writes the old files back, so that a process that starts without
+// a service finds them.
 int put_back_unprotected(zot_ctx *handle, int status) {
   if (handle->fns.commit_gpb != nullptr || !zot::has_undo(*handle)) {
     return status;
@@ -188,8 +194,8 @@ int put_back_unprotected(zot_ctx *handle, int status) {
              : zot::record_cache_failure(handle, operation, __LINE__, "restore");
 }
 
-// Brings the files of the cache after what memory already holds. All of them once more after a
-// failure: what could not be written to the medium is told once, and lost.
+// Makes the cache match what memory already holds. After a failure all files are written again: the
+// kernel reports a failed write to the medium only once, and the data is lost.
 int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection protection) {
   const zot::locks_for_commands lent(*handle);
   const zot::cache_media media(*handle);
@@ -202,8 +208,9 @@ int store(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs, zot::gpb_protection
   return is_put_back ? put_back_unprotected(handle, status) : status;
 }
 
-// Whether another process has committed the same since: nothing is left to do in the cache, which
-// may have seen more verdicts after that. An adapter may commit its files for this process alone.
+// Whether another process has committed the same configuration since. Then nothing is left to do in
+// the cache, which may have seen further commits and rollbacks. An adapter may commit its files for
+// this process alone, so its commit is never skipped.
 bool is_committed_by_other(const zot_ctx &handle, const zot_k &tmp_k, const zot_list *tmp_gpbs) {
   return handle.fns.commit_gpb == nullptr && !zot::are_verdicts_as_fetched(handle) &&
          zot::is_in_force(handle, tmp_k, tmp_gpbs);
@@ -217,20 +224,20 @@ int end_commit(zot_ctx *handle) {
   return ZOT_RECORD_AT(handle, ZOT_OK, operation, __LINE__);
 }
 
-// Begins a commit, or goes on with one that failed.
+// Starts a commit, or continues one that failed.
 int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
   const bool is_begun = handle->own.commit_begun != 0;
   if (!is_begun && zot_priv_cmp_k(zot_priv_get_k(handle, ZOT_SLOT_CURRENT), tmp_k) == 0) {
     return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, operation, __LINE__,
                          "Configuration not changed. It doesn't need to do commit.");
   }
-  // What another commit has left would count as taken.
+  // The leftovers of another commit would count as used space.
   if (zot::has_undo(*handle) && !zot::restore_from_undo(*handle)) {
     return zot::record_cache_failure(handle, operation, __LINE__, "restore");
   }
   zot::remove_undo_leftovers(*handle);
   if (is_committed_by_other(*handle, *tmp_k, tmp_gpbs)) {
-    // That one may have been killed before it was on the medium.
+    // The other process may have been killed before its files reached the medium.
     if (const int status = sync(handle, zot::cache_media(*handle)); status != ZOT_OK) {
       return status;
     }
@@ -254,7 +261,7 @@ int run_commit(zot_ctx *handle, zot_k *tmp_k, zot_list *tmp_gpbs) {
     return status;
   }
   if (handle->own.marks_waiting == 0) {
-    // A roll-back that failed before has made the list that of the earlier configuration.
+    // A rollback that failed before has set the marked list to that of the earlier configuration.
     zot_priv_free_ret_gpb_list(handle);
   }
   return end_commit(handle);
@@ -278,7 +285,7 @@ int zot::settle_failed_commit(zot_ctx &handle) {
       return ZOT_OK;
     }
   }
-  // A command that the commit could not wait for holds the lock until it ends.
+  // A command that the commit could not wait for holds the lock until the command ends.
   cache_lock lock(handle);
   if (const int status = lock.acquire(operation); status != ZOT_OK) {
     return status;
@@ -287,7 +294,7 @@ int zot::settle_failed_commit(zot_ctx &handle) {
     record_cache_failure(&handle, operation, __LINE__, "restore");
   }
   if (handle.slot[ZOT_SLOT_CURRENT].k == nullptr) {
-    // Another process may have committed its first configuration meanwhile.
+    // Another process may have committed a first configuration in the meantime.
     mark_outdated(handle);
   }
   withdraw(handle);

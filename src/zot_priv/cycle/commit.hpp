@@ -5,9 +5,9 @@
 
 namespace zot {
 
-// Before anything else is asked for: finishes a commit of this handle that failed, as the client
-// wanted, so that nothing is downloaded that is there. A commit that fails once more is undone, in
-// memory too. ZOT_OK, or the status of a cache that cannot be had.
+// Called before a get asks for anything. Finishes a failed commit of this handle, as the client
+// wanted, so that nothing is downloaded that is already there. If the commit fails again, it is
+// undone, in memory too. Returns ZOT_OK, or the status of a cache that cannot be locked.
 int settle_failed_commit(zot_ctx &handle);
 
 }  // namespace zot

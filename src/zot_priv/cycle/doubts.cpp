@@ -16,13 +16,13 @@
 
 namespace {
 
-// In zot_own::cache_doubts.
+// Bits of zot_own::cache_doubts.
 constexpr uint32_t conf_outdated = 1;
 constexpr uint32_t cache_moved = 2;
 constexpr uint32_t cache_unloadable = 4;
 
-// Whether a checksum file of the cache names another K than this one, or any when there is none.
-// When it could not be read, errno tells why.
+// Whether a checksum file of the cache names a K other than this one; with a null K, whether it
+// names any. If the file cannot be read, errno says why.
 bool names_other_k(const zot_ctx &handle, const zot::k_names names, const zot_k *k) {
   const zot::joined_path path(handle.conf_root, names.checksum);
   char found[ZOT_CHECKSUM_LEN + 2] = "";
@@ -32,13 +32,13 @@ bool names_other_k(const zot_ctx &handle, const zot::k_names names, const zot_k 
          (k == nullptr || std::strcmp(found, k->checksum) != 0);
 }
 
-// Frees what memory holds of the cache.
+// Frees what memory has loaded from the cache.
 void release_loaded(zot_ctx &handle) {
   for (const uint32_t slot : {ZOT_SLOT_CURRENT, ZOT_SLOT_LAST}) {
     zot_priv_free_k_ex_safe(&handle, slot, nullptr);
     zot_priv_free_gpb_ex_safe(&handle, slot, nullptr);
   }
-  // The root was that of a K that is gone.
+  // The old root belonged to a K that is freed now.
   zot::set_marks(handle, nullptr, handle.conf_root);
   handle.own.marks_waiting = 0;
   handle.load_flags &= ~(uint32_t{ZOT_LOADED_PREV_K} | ZOT_LOADED_RET_LIST);
@@ -74,7 +74,8 @@ void zot::forget_changed_corrupted(zot_ctx &handle) {
   const errno_keeper keep_errno;
   const zot_k *const refused = handle.slot[ZOT_SLOT_CORRUPTED].k;
   const bool is_other = names_other_k(handle, corrupted_k, refused);
-  // What cannot be read is looked for once more, unless that would forget a refusal.
+  // If the file cannot be read, it is read again later, unless that would forget a K that was
+  // rolled back.
   const bool is_gone = refused != nullptr ? errno == ENOENT : errno != 0 && errno != ENOENT;
   if ((is_other || is_gone) && handle.dev_mode == 0 && !has_undo(handle)) {
     zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CORRUPTED, nullptr);
@@ -112,7 +113,7 @@ void zot::load_once_more(zot_ctx &handle) {
   clear_doubts(handle);
   if (!reload_conf(handle)) {
     release_loaded(handle);
-    // It may be for want of memory or descriptors.
+    // The load may have failed for lack of memory or descriptors, so a later one may succeed.
     handle.own.cache_doubts |= conf_outdated | cache_unloadable;
   }
 }

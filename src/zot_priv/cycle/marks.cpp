@@ -12,7 +12,7 @@ int renew_marks(zot_ctx &handle) {
   const zot_slot &current = handle.slot[ZOT_SLOT_CURRENT];
   int status = ZOT_OK;
   if (current.k != nullptr && current.gpbs != nullptr) {
-    // The files of an undo folder that could not be put back are where they were loaded from.
+    // If the undo folder could not be put back, its files are still where they were loaded from.
     const char *const root =
         has_undo(handle) && current.k->root != nullptr ? current.k->root : handle.conf_root;
     status = zot_priv_update_cached_ret_gpb_list(&handle, current.k, current.gpbs, root);

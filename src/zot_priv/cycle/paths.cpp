@@ -28,11 +28,11 @@ bool has_root(zot_ctx *handle, char *(*getter)(zot_ctx *, char *, size_t), char 
   return root != nullptr && *root != '\0';
 }
 
-// The longest name of a file that the library gives to a directory below a root.
+// The longest file name that the library uses in a directory below a root.
 constexpr int longest_name = sizeof "/prev_subsys.checksum.absent";
 
-// A path that is too long is cut, and false is returned: what it names then is another directory.
-// Nor does a directory fit whose files would have no names.
+// Joins a path. Returns false if it does not fit: a truncated path names another directory. The
+// path must also leave space for the names of the files in the directory.
 bool join(char *buf, const char *root, const char *name) {
   const int length = std::snprintf(buf, ZOT_PATH_SIZE, "%s/%s", root, name);
   if (length < 0) {
@@ -57,7 +57,7 @@ int refuse_for_shell(zot_ctx *handle, const char *path, const char *label) {
                        label, path);
 }
 
-// Asks for both roots and judges them.
+// Gets both roots and checks them.
 int get_roots(zot_ctx *handle, wanted_roots &roots) {
   constexpr uint32_t root_topics = ZOT_TOPIC_FILE | ZOT_TOPIC_K | ZOT_TOPIC_GPB;
   char below[ZOT_PATH_SIZE];
@@ -65,7 +65,7 @@ int get_roots(zot_ctx *handle, wanted_roots &roots) {
     return ZOT_RECORD_AT(handle, ZOT_ERR_GENERIC, operation, __LINE__,
                          "[%s]: unable to get conf root", operation);
   }
-  // Shell commands are built from both roots, but none runs in dev mode.
+  // Both roots become part of shell commands, but no command runs in dev mode.
   if (handle->dev_mode != 1 && !zot::is_plain_shell_word(roots.conf)) {
     return refuse_for_shell(handle, roots.conf, "conf root");
   }
@@ -153,7 +153,7 @@ int zot_priv_reload_sys_paths(zot_ctx *handle) {
       return status;
     }
   }
-  // For a new handle, which takes no lock; a get does it once more under its lock.
+  // This is for a new handle, which takes no lock. A get repeats it under its lock.
   zot::undo_interrupted_commit(*handle);
   return ZOT_OK;
 }
@@ -171,7 +171,7 @@ int zot_priv_chk_n_mkdir(zot_ctx *handle, const char *path, const char *label) {
     return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "fail to create dir for %s = %s: %s", label, path,
                       std::strerror(errno));
   }
-  // Looking for a missing directory leaves an error number behind, although nothing failed.
+  // Looking for a missing directory sets errno, although nothing failed.
   errno = 0;
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_FILE, "%sPrepare directory for %s: %s\n", label,
           std::strerror(errno));

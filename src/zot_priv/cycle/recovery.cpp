@@ -13,14 +13,14 @@ namespace {
 
 constexpr uint32_t file_topics = ZOT_TOPIC_K | ZOT_TOPIC_GPB | ZOT_TOPIC_FILE;
 
-// The temporary slot goes on holding what the commit had made current.
+// The temporary slot still holds what the commit had made current.
 void undo_in_memory(zot_ctx &handle) {
   zot_slot &last = handle.slot[ZOT_SLOT_LAST];
   zot_priv_free_k_ex_safe(&handle, ZOT_SLOT_CURRENT, nullptr);
   zot_priv_free_gpb_ex_safe(&handle, ZOT_SLOT_CURRENT, nullptr);
   handle.slot[ZOT_SLOT_CURRENT] = last;
   last = {};
-  // The commit gave up these two; both lie in the cache again.
+  // The commit dropped the last and the corrupted K from memory. Both are in the cache again.
   handle.load_flags &= ~static_cast<uint32_t>(ZOT_LOADED_PREV_K | ZOT_LOADED_FAIL_K);
 }
 

@@ -1,20 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// What becomes of a commit that did not come to its end.
+// What happens to a commit that did not finish.
 #pragma once
 
 #include "zot_conf.h"
 
 namespace zot {
 
-// Puts back the configuration that an interrupted commit was about to replace. Nothing happens
-// while another process holds the cache.
+// Restores the configuration that an interrupted commit was about to replace. Does nothing while
+// another process holds the lock of the cache.
 void undo_interrupted_commit(zot_ctx &handle);
 
-// Removes undo folders that are of no use, unless another process holds the cache.
+// Removes undo folders that are no longer needed, unless another process holds the lock of the
+// cache.
 void remove_commit_leftovers(zot_ctx &handle);
 
-// Takes back the failed commit of this handle, in memory and in the cache. False, with errno, when
-// the files could not be put back; that is tried again by whoever uses the cache next.
+// Undoes the failed commit of this handle, in memory and in the cache. Returns false with errno if
+// the files could not be restored; whoever uses the cache next tries again.
 bool undo_failed_commit(zot_ctx &handle);
 
 }  // namespace zot

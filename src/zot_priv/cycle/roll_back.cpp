@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The other end of a cycle: the new configuration is refused and its K kept as corrupted.
+// The rollback: refuses the new configuration and keeps its K as the corrupted one.
 #include <cerrno>
 #include <cstring>
 
@@ -22,8 +22,8 @@
 
 namespace {
 
-// Undoes a commit of the fetched K that failed. One that another process has committed cannot be
-// rolled back any more.
+// Undoes a failed commit of the fetched K. A K that another process has committed can no longer be
+// rolled back.
 int check_and_undo(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
   if (tmp_k != nullptr && !zot::is_k_as_fetched(*handle, *tmp_k)) {
     return zot::record_changed_scratch(handle, func);
@@ -34,20 +34,20 @@ int check_and_undo(zot_ctx *handle, const zot_k *tmp_k, const char *func) {
   errno = 0;
   if (tmp_k != nullptr &&
       zot::is_in_force(*handle, *tmp_k, zot_priv_get_gpb(handle, ZOT_SLOT_TMP))) {
-    // The next get has to find that it brings nothing new.
+    // The next get must find that this configuration brings nothing new.
     zot::mark_outdated(*handle);
     return ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, func, __LINE__,
                          "[%s]: this is in force already in %s", func, handle->conf_root);
   }
-  // What cannot be read may be just this.
+  // A K that cannot be read may be this very one.
   if (errno != 0 && errno != ENOENT) {
     return zot::record_cache_failure(handle, func, __LINE__, "read");
   }
   return ZOT_OK;
 }
 
-// Forgets the last K, in memory and in the cache: after a roll-back the configuration in force has
-// none before it. The marks are those of the configuration in force again, whatever was last.
+// Forgets the last K, in memory and in the cache: after a rollback the configuration in force has
+// no predecessor. In any case, the marks are those of the configuration in force again.
 int forget_last_k(zot_ctx *handle, const char *func) {
   zot_priv_init_load_prev_k(handle);
   const bool has_last = zot_priv_get_k(handle, ZOT_SLOT_LAST) != nullptr;
@@ -65,7 +65,7 @@ int forget_last_k(zot_ctx *handle, const char *func) {
   return status;
 }
 
-// Copies a file of the fetched K into the cache; label is how the log calls it.
+// Copies a file of the fetched K into the cache. The log calls it `label`.
 int store_corrupted_file(zot_ctx *handle, const char *name, const char *corrupted_name,
                          const char *label, const char *func) {
   const int status =
@@ -79,7 +79,7 @@ int store_corrupted_file(zot_ctx *handle, const char *name, const char *corrupte
   return status;
 }
 
-// Keeps the fetched K in the cache as the corrupted one, on the medium.
+// Stores the fetched K in the cache as the corrupted one and writes it through to the medium.
 int store_corrupted_files(zot_ctx *handle, const char *func) {
   const zot::cache_media media(*handle);
   if (const int status =
@@ -101,7 +101,7 @@ int store_corrupted_files(zot_ctx *handle, const char *func) {
   return ZOT_OK;
 }
 
-// Reads the corrupted K, just stored, back into its slot.
+// Reads the corrupted K, which was just stored, back into its slot.
 int reload_corrupted_k(zot_ctx *handle, const char *func) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_CORRUPTED, nullptr);
   zot::k_owner k = zot::make_k();

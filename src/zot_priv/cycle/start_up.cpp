@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a restarted process finds in the cache, loaded once and only when it is asked for.
+// What a restarted process finds in the cache. Each part is loaded once, when it is first needed.
 #include "zot_priv/cycle/start_up.hpp"
 
 #include "utilities/owner.hpp"
@@ -132,7 +132,7 @@ int zot_priv_init_load_prev_k(zot_ctx *handle) {
   return ZOT_OK;
 }
 
-// For adapters and tools: the library fetches the temporary K anew.
+// For adapters and tools. The library itself does not load the temporary K: it fetches it again.
 int zot_priv_init_load_tmp_k(zot_ctx *handle) {
   if (handle == nullptr) {
     return ZOT_ERR_NULL_INPUT;
@@ -185,7 +185,7 @@ int zot_priv_init_load_ret_gpb_list(zot_ctx *handle) {
   }
   const zot_slot &current = handle->slot[ZOT_SLOT_CURRENT];
   const zot_slot &last = handle->slot[ZOT_SLOT_LAST];
-  // A configuration that cannot be loaded counts as none: the difference is built without it.
+  // A configuration that cannot be loaded counts as none. The difference is built without it.
   if (current.k == nullptr && !has_loaded(*handle, ZOT_LOADED_CONF)) {
     zot_priv_init_load_conf(handle);
   }
@@ -198,7 +198,8 @@ int zot_priv_init_load_ret_gpb_list(zot_ctx *handle) {
       status != ZOT_OK) {
     return status;
   }
-  // Whoever replaces the current K replaces the list and its root first.
+  // The list may use the root of the current K: whoever replaces that K replaces the list and its
+  // root first.
   zot::set_marks(*handle, marked.release(),
                  current.k != nullptr ? current.k->root : handle->ret.root);
   ZOT_LOG(handle, ZOT_LOG_INFO, ZOT_TOPIC_GENERAL,

@@ -9,8 +9,8 @@ namespace zot {
 
 inline constexpr uint32_t conf_loaded = ZOT_LOADED_CONF | ZOT_LOADED_CONF_GPB;
 
-// Loads the K that an earlier process rolled back, once per handle, and says when there is none.
-// The status when there is one.
+// Loads the K that an earlier process rolled back, once per handle, and logs if there is none.
+// Returns the status of the load, or nothing if there was nothing to load.
 std::optional<int> load_corrupted_once(zot_ctx &handle, const char *func);
 
 }  // namespace zot

@@ -25,14 +25,14 @@ void set_cycle_state(zot_ctx *handle, uint32_t bit) {
   handle->stat.state = (handle->stat.state & ~outcomes) | bit;
 }
 
-// Lets a slot stand for the same files as the current one.
+// Lets a slot share the list of files of the current slot.
 void share_current_gpbs(zot_ctx *handle, uint32_t slot) {
   zot_list *const current = zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT);
   zot_priv_free_gpb_ex_safe(handle, slot, nullptr);
   zot_priv_set_gpb(handle, slot, current);
 }
 
-// Brings in the files of a new K and marks them against the configuration in force.
+// Fetches the files of a new K and marks how they differ from the configuration in force.
 int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
   if (gpbs == nullptr) {
@@ -52,7 +52,7 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   if (!zot::remember_get(*handle)) {
     return ZOT_RECORD_NO_MEMORY_AT(handle, func);
   }
-  // The K that lies there now may be that of somebody who has made the scratch directory anew.
+  // If another process has recreated the scratch directory, the K in it may be that process's.
   if (!zot::is_scratch_held(*handle)) {
     return zot::record_changed_scratch(handle, func);
   }
@@ -60,7 +60,7 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   const int status = zot_priv_update_cached_ret_gpb_list(
       handle, zot_priv_get_k(handle, ZOT_SLOT_TMP), fresh, root);
   if (status != ZOT_OK) {
-    // A list that failed on its way to the caller: no slot may keep it.
+    // The list did not reach the caller, so no slot may keep it.
     zot_priv_set_gpb(handle, ZOT_SLOT_TMP, nullptr);
     zot::destroy_gpb_list(handle, fresh);
     return status;
@@ -72,8 +72,8 @@ int prepare_new(zot_ctx *handle, zot_k *new_k, const char *func) {
   return ZOT_RECORD_AT(handle, ZOT_OK, func, __LINE__);
 }
 
-// What was copied as the last K may be that of somebody who has made the scratch directory anew.
-// The next get copies it once more.
+// If another process has recreated the scratch directory, that process's K may have been copied as
+// the last K. The next get copies the last K again.
 int refuse_last_k(zot_ctx *handle, const char *func) {
   zot_priv_free_k_ex_safe(handle, ZOT_SLOT_LAST, nullptr);
   const zot::locks_for_commands lent(*handle);
@@ -110,8 +110,8 @@ int align_slots(zot_ctx *handle, const char *func) {
   return ZOT_RECORD_AT(handle, ZOT_NO_UPDATE, func, __LINE__, "No update data.");
 }
 
-// What was in force for this handle is published, but another process has committed something else
-// since: then the published one is news for the cache.
+// Reloads the cache if the service publishes what this handle has in force but another process has
+// committed something else since. The published K is then new to the cache.
 bool took_changed_cache(zot_ctx *handle, int fetched) {
   return fetched == ZOT_NO_UPDATE && zot::reload_changed_cache(*handle);
 }
@@ -123,13 +123,13 @@ int zot_priv_chk_update(zot_ctx *handle) {
     return ZOT_ERR_NULL_INPUT;
   }
   zot_core_reset_stat(&handle->stat);
-  // A get has settled a commit that failed; whoever calls this alone has not.
+  // A get has settled a failed commit before this. A direct caller of this function has not.
   handle->own.commit_begun = 0;
   zot::k_owner new_k = zot::make_k();
   if (new_k == nullptr) {
     return ZOT_RECORD_NO_MEMORY(handle);
   }
-  // The warning stands for every outcome but absence, a successful load included.
+  // The warning is logged for every result except an absent K, even for a successful load.
   if (zot::load_corrupted_once(*handle, __func__)) {
     ZOT_LOG(handle, ZOT_LOG_WARN, zot::k_file_topics, "%sUnable to load corrupted K:%s\n",
             std::strerror(errno));
@@ -143,7 +143,7 @@ int zot_priv_chk_update(zot_ctx *handle) {
   }
   const bool is_rolled_back = fetched == ZOT_ERR_SAME_AS_CORRUPTED;
   if (is_rolled_back) {
-    // What is answered instead is what the cache has in force.
+    // The caller receives what the cache has in force instead.
     zot::reload_changed_cache(*handle);
   }
   if (!is_rolled_back && fetched != ZOT_OK && fetched != ZOT_NO_UPDATE) {

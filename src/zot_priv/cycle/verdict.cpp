@@ -17,7 +17,7 @@ bool zot::is_overtaken(const zot_ctx &handle) {
   if (fetched == nullptr) {
     return is_decided;
   }
-  // A get that could not read what was refused has taken it for new.
+  // A get that could not read the rolled-back K may have taken it for new.
   const bool may_be_refused =
       is_decided || zot_priv_cmp_k(handle.slot[ZOT_SLOT_CORRUPTED].k, fetched) != 0;
   return (may_be_refused && is_stored_as_corrupted(handle, *fetched)) ||

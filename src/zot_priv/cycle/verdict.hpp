@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A new configuration waits for its verdict: a commit or a roll-back.
+// The verdict on a new configuration: a commit or a rollback.
 #pragma once
 
 #include "zot_conf.h"
@@ -8,16 +8,16 @@ namespace zot {
 
 inline constexpr uint32_t verdict_given = ZOT_CYCLE_DONE_COMMIT | ZOT_CYCLE_DONE_ROLL_BACK;
 
-// Whether the last get brought a configuration that is neither committed nor rolled back.
+// Whether the last get brought a configuration that is not yet committed or rolled back.
 bool waits_for_verdict(const zot_ctx &handle);
 
-// Nothing waits for a verdict any more.
+// Records that nothing waits for a verdict any more.
 inline void withdraw(zot_ctx &handle) {
   handle.stat.state &= ~uint32_t{ZOT_CYCLE_NEW_CONF};
 }
 
-// Whether a verdict was given since that get: another configuration was committed or one rolled
-// back, by whatever process. That the same one was committed changes nothing.
+// Whether any process has given a verdict since that get: it committed another configuration or
+// rolled one back. A commit of the same configuration does not count.
 bool is_overtaken(const zot_ctx &handle);
 
 }  // namespace zot

@@ -21,15 +21,15 @@ bool is_other_cluster(const zot_k *current, const zot_k *fresh) {
          std::strcmp(current->meta.cluster_id, fresh->meta.cluster_id) != 0;
 }
 
-// A publication may give a version that is in force to another file, or spell it differently, and
-// what is handed out are the bytes that the new K states.
+// A publication may give a version in force to another file, or spell that version differently. The
+// caller receives the bytes that the new K states.
 bool is_same_file(const zot_gpb &current, const zot_gpb &fresh) {
   return current.size == fresh.size && std::strcmp(current.checksum, fresh.checksum) == 0 &&
          (current.path == nullptr || fresh.path == nullptr ||
           std::strcmp(current.path, fresh.path) == 0);
 }
 
-// One entry of the merge: where it comes from, its mark, and which sides move on.
+// One entry of the merge: its source, its mark, and which of the two lists advance.
 struct merge_step {
   const zot_gpb *source;
   uint32_t mark;
@@ -51,7 +51,7 @@ merge_step next_step(const zot_gpb &current, const zot_gpb &fresh, const zot_gpb
   return {&current, ZOT_STAT_DELETED, true, false};
 }
 
-// Appends a marked copy; the blank entry joins the list first, so that the list owns it.
+// Appends a marked copy. The blank entry joins the list first, so that the list owns it.
 int append_copy(zot_ctx *handle, zot_list *out, zot_gpb *blank, const merge_step &step) {
   list_add_tail(out, &blank->node);
   const int status = zot_priv_gpb_list_cpy(handle, blank, step.source);

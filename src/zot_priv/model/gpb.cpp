@@ -28,7 +28,7 @@ zot_gpb_cmp compare(const zot_gpb &a, const zot_gpb &b) {
   return {0, zot::same_entry};
 }
 
-// Cuts a text to its field, which is zeroed; its length there.
+// Copies a text into a zeroed field, truncated if it does not fit, and returns its length there.
 template <size_t Size>
 uint32_t copy_text(const char *text, char (&field)[Size]) {
   const size_t length = text != nullptr ? strnlen(text, Size - 1) : 0;

@@ -12,7 +12,7 @@
 
 namespace {
 
-// The text may be the field's own.
+// Copies before it frees, because `text` may be the field's current text.
 char *replace_text(char **field, const char *text) {
   char *const copy = text != nullptr ? strndup(text, ZOT_PATH_SIZE) : nullptr;
   std::free(*field);
@@ -20,7 +20,7 @@ char *replace_text(char **field, const char *text) {
   return copy;
 }
 
-// A tree that nobody else may hold is copied.
+// Shares the parsed tree. A tree that belongs to the record alone is copied.
 int duplicate_json(const zot_k &src, zot_k &dst) {
   const bool is_held = src.parsed != nullptr && src.json == src.parsed->tree;
   if (is_held) {

@@ -13,8 +13,8 @@
 
 namespace {
 
-// Fills the whole field: metadata are handed out as they lie in memory, and what is no part of the
-// text is nobody's business.
+// Zeroes the field behind the text: callers receive the metadata as it lies in memory, and it must
+// show nothing else.
 bool read_text(const cJSON *object, const char *name, char *out, size_t size) {
   if (get_json_item(object, name, cJSON_String, out, size) != 0) {
     return false;
@@ -31,7 +31,7 @@ struct text_field {
   size_t size;
 };
 
-// A member that a K may lack; label is what the log calls it.
+// Reads a member that a K may lack. The log calls it `label`.
 void read_optional(zot_ctx *handle, const cJSON *json, const char *name, const char *label,
                    const text_field &out) {
   if (read_text(json, name, out.text, out.size)) {
@@ -42,7 +42,7 @@ void read_optional(zot_ctx *handle, const cJSON *json, const char *name, const c
   }
 }
 
-// That of a K with the same text, or one's own.
+// Shares the parsed tree of a K with the same checksum, or parses the text.
 zot::parsed_k parse(const char *text, const char *checksum, zot_parsed_k *known) {
   const bool is_known =
       checksum != nullptr && known != nullptr && std::strcmp(checksum, known->checksum) == 0;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char *operation = "zot_priv_get_gpb_list_via_k_json";
 
-// Letter case is no matter to the names of members. `name` is in lower case.
+// Member names are case-insensitive. `name` is in lower case.
 bool is_called(const cJSON &member, std::string_view name) {
   constexpr unsigned char lower_case = 0x20;
   const char *found = member.string;
@@ -32,7 +32,7 @@ bool is_called(const cJSON &member, std::string_view name) {
   return *found == '\0';
 }
 
-// The members of an element that count; of those with one name the first.
+// The members of an element that are used. If a name occurs twice, the first one counts.
 struct element {
   explicit element(const cJSON &item) {
     for (const cJSON *member = item.child; member != nullptr; member = member->next) {
@@ -53,7 +53,7 @@ struct element {
   const cJSON *checksum = nullptr;
 };
 
-// The text of a member; null when it is none, or longer than it may be.
+// The text of a member; null if it is not a text or is too long.
 const char *text_of(const cJSON *member, size_t longest) {
   const char *const text = member != nullptr ? cJSON_GetStringValue(member) : nullptr;
   return text != nullptr && std::strlen(text) <= longest ? text : nullptr;
@@ -74,7 +74,7 @@ int refuse_element(zot_ctx *handle, const char *member) {
                        "[%s]: unable to get %s of GPB", operation, member);
 }
 
-// Appends what an element states. Elements of categories that nobody here knows are left out.
+// Appends what an element states. Elements of unknown categories are skipped.
 int append(zot_ctx *handle, zot_list *gpbs, const element &stated) {
   const char *const path = text_of(stated.path, ZOT_PATH_SIZE - 1);
   if (path == nullptr) {
@@ -96,7 +96,7 @@ int append(zot_ctx *handle, zot_list *gpbs, const element &stated) {
   }
   char key[ZOT_KEY_LEN + 1] = "";
   std::memcpy(key, parts->key.data(), parts->key.size());
-  // libcjson has truncated the number to what a word holds.
+  // libcjson has limited the number to the range of an int.
   zot_gpb *const gpb = zot_priv_gpb_new(path, static_cast<uint32_t>(stated.size->valueint),
                                         *category, checksum, key, parts->version);
   if (gpb == nullptr) {
@@ -126,7 +126,7 @@ int build(zot_ctx *handle, zot_list *gpbs, const cJSON &elements) {
       return status;
     }
   }
-  // Publishers mostly name the files in this very order.
+  // Publishers mostly list the files in this order already.
   if (!is_sorted(gpbs)) {
     zot_list_sort(nullptr, gpbs, compare);
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The four cache slots: who holds which record, and the rotation of a commit in memory.
+// The four cache slots: which slot holds which record, and how a commit rotates them in memory.
 #include <array>
 #include <cstdlib>
 

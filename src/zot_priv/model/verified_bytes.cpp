@@ -43,7 +43,7 @@ zot_verified *verified_of(const zot_gpb &gpb) {
 }
 
 void drop_content(zot_gpb &gpb) {
-  // A record without size never had a buffer made for it.
+  // No buffer is ever allocated for a record of size 0.
   if (!points_into(gpb) && gpb.size != 0) {
     std::free(gpb.content);
   }

@@ -16,21 +16,21 @@
 
 namespace {
 
-// What an archive may have beside the bytes that K announces. A member takes up to 6 KiB more than
-// its content: headers of 512 bytes, the same again with a name of 4 KiB, and what fills its last
-// block. An archive ends with up to 10 KiB of nothing and names its directories; gzip adds some
-// bytes to what it cannot pack.
+// What an archive may take in addition to the bytes that K announces. A member takes up to 6 KiB
+// more than its content: a header of 512 bytes, another one with a name of 4 KiB, and the padding
+// of its last block. An archive also has entries for its directories and ends with up to 10 KiB of
+// zeros. gzip adds a few bytes to data that it cannot compress.
 constexpr uint64_t member_overhead = 8192;
 constexpr uint64_t archive_overhead = 65536;
 constexpr uint64_t shell_block = 512;
-// Processor time that no archive of a configuration comes near, even on a slow access point.
+// More processor time than an archive of a configuration needs, even on a slow access point.
 constexpr uint64_t unpack_seconds = 30;
 constexpr uint64_t unpacked_in_a_second = 1048576;
 
-// The command that unpacks the archive, with limits on what packs to next to nothing: a member that
-// grows beyond what the whole archive may have, and names so deep that their directories take an
-// unpacker minutes. POSIX has shells count file sizes in blocks; one that cannot set a limit says
-// nothing of it. exec keeps the number of processes.
+// The command that unpacks the archive. Its limits stop what compresses to almost nothing: a member
+// that grows beyond the size of the whole archive, and names so deep that an unpacker takes minutes
+// to create their directories. A POSIX shell counts file sizes in blocks; a shell that cannot set a
+// limit goes on silently. exec saves a process.
 class unpack_command {
  public:
   unpack_command(const char *root, uint64_t largest) {
@@ -47,9 +47,9 @@ class unpack_command {
     shown_ = text_ != nullptr ? text_.get() + length : nullptr;
   }
 
-  // Null without memory.
+  // Null when out of memory.
   [[nodiscard]] const char *text() const { return text_.get(); }
-  // As it is told to whoever reads the log.
+  // The command without its limits, as the log shows it.
   [[nodiscard]] const char *shown() const { return shown_; }
 
  private:
@@ -58,7 +58,7 @@ class unpack_command {
   const char *shown_;
 };
 
-// Clears up after an archive that failed, unless it came to its end.
+// Cleans up after a failed archive, unless finish() was called.
 class unfinished_archive {
  public:
   unfinished_archive(zot_ctx &handle, const zot_k &k) : handle_(&handle), k_(k) {}
@@ -77,7 +77,7 @@ class unfinished_archive {
   const zot_k &k_;
 };
 
-// Unpacks the archive into the scratch directory under the watch of what it leaves there.
+// Unpacks the archive into the scratch directory and watches what it leaves there.
 int unpack(zot_ctx *handle, uint64_t largest, zot::scratch_watch &watch, const char *func) {
   const unpack_command command(handle->tmp_root, largest);
   if (command.text() == nullptr) {
@@ -116,7 +116,7 @@ namespace zot {
 uint64_t largest_archive(const zot_list *gpbs) {
   uint64_t size = archive_overhead;
   for (const zot_gpb &gpb : gpb_range(gpbs)) {
-    // A larger size is one that K stated as negative; its file is refused.
+    // A larger size is negative in K; its file is refused.
     size += member_overhead + (gpb.size <= INT32_MAX ? gpb.size : 0);
   }
   return size;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The persistent cache at commit: K files rotated, GPB files replaced.
+// Changes the persistent cache at a commit: rotates the K files and replaces the GPB files.
 #include <cerrno>
 #include <cstring>
 
@@ -15,7 +15,7 @@
 
 namespace {
 
-// A file by its directory and its name below that: no more paths are made than a step needs.
+// A file as a directory and a name below it. A path is built only where a step needs it.
 struct place {
   const char *root;
   const char *name;
@@ -25,8 +25,8 @@ constexpr const char *k_name = "/subsys.k";
 constexpr const char *last_k_name = "/prev_subsys.k";
 constexpr const char *checksum_name = "/subsys.checksum";
 
-// Makes the current file the last one; the log calls that as it is called here, and tells the
-// outcome.
+// Renames the current file to the last one. The log calls the last one `called` and reports
+// `outcome`.
 void rotate(zot_ctx *handle, const place &current, const place &last, const char *called,
             const char *outcome, const char *func) {
   const zot::joined_path from(current.root, current.name);
@@ -49,8 +49,8 @@ int copy(zot_ctx *handle, const place &from, const place &to, const char *func, 
                         zot::joined_path(to.root, to.name).c_str(), func, line);
 }
 
-// Reads the committed K back. What the record held is given up only once the K is verified in its
-// new place, so that a failure leaves a record that a second commit can work with.
+// Reads the committed K back. The old content of the record is freed only after the K is verified
+// in its new place, so that a second commit can use the record after a failure.
 int reload(zot_ctx *handle, zot_k *k) {
   constexpr const char *operation = "zot_priv_commit_k";
   const zot::k_owner stored = zot::make_k();
@@ -148,7 +148,7 @@ int zot_priv_commit_gpb(zot_ctx *handle, zot_list *gpbs) {
           "%sRemove current GPB from cached storage: Done\n");
   ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::gpb_file_topics, "%sRun CMD: rm -rf \"%s\"\n",
           directory.c_str());
-  // In place of the shell: a copy that outlived its shell would write into what is put back.
+  // exec replaces the shell by cp: a copy that outlives its shell would write into restored files.
   const zot::c_text command =
       zot::text_of("exec cp -r \"%s\" \"%s\"", handle->tmp_gpb_root, directory.c_str());
   if (command == nullptr) {

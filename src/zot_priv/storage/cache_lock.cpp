@@ -25,7 +25,7 @@ constexpr int64_t nanoseconds_in_second = 1000000000;
 constexpr long shortest_pause = 1000000;
 constexpr long longest_pause = 32000000;
 
-// A moment of a clock that nobody sets.
+// The time of a clock that nobody can set.
 int64_t now() {
   timespec at{};
   ::clock_gettime(CLOCK_MONOTONIC, &at);
@@ -34,7 +34,7 @@ int64_t now() {
 
 enum class outcome { locked, busy, failed };
 
-// A file system may offer no locks at all; then one process at a time has to use it.
+// A file system may have no locks at all. Then only one process at a time may use the cache.
 outcome try_lock(int fd) {
   int result = 0;
   do {
@@ -50,7 +50,7 @@ bool is_same(const struct stat &a, const struct stat &b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Without a limit 0 is returned.
+// Returns 0 if there is no time limit.
 int64_t deadline_of(const zot_ctx &handle) {
   const uint32_t seconds = handle.parm != nullptr ? handle.parm->all.timeout : 0;
   return seconds != 0 ? now() + int64_t{seconds} * nanoseconds_in_second : 0;
@@ -85,15 +85,15 @@ bool is_at(const char *path, int fd) {
   return ::stat(path, &found) == 0 && ::fstat(fd, &held) == 0 && is_same(found, held);
 }
 
-// Locks the directory that the path names, also when it was lost and made anew while this waited
-// for the one before.
+// Locks the directory at the path. If it was removed and recreated during the wait, locks the new
+// one.
 int lock_folder(zot_ctx &handle, size_t folder, int64_t deadline, const char *func) {
   const char *const path = folder == 0 ? handle.conf_root : handle.tmp_root;
   zot::descriptor fd(-1);
   do {
     fd = open_root(path);
     if (!fd.is_open() && (errno == EACCES || errno == ENOENT)) {
-      // What cannot be done without the directory fails by itself.
+      // Operations that need the directory fail by themselves.
       return ZOT_OK;
     }
     if (!fd.is_open()) {
@@ -107,7 +107,7 @@ int lock_folder(zot_ctx &handle, size_t folder, int64_t deadline, const char *fu
       return status;
     }
     errno = 0;
-    // Where that cannot be told, what is done with the directory fails or finds out.
+    // If that cannot be checked, later operations on the directory fail or notice it.
   } while (!is_at(path, fd.get()) && (errno == 0 || errno == ENOENT));
   handle.own.lock_fd[folder] = fd.release() + 1;
   return ZOT_OK;
@@ -125,8 +125,9 @@ cache_lock::~cache_lock() {
     return;
   }
   const errno_keeper keep_errno;
-  // A child that another thread has forked meanwhile has the descriptors too, and may live long. So
-  // may a command that nobody could wait for, which goes on holding the locks.
+  // Unlocks explicitly: a child that another thread has forked in the meantime has the descriptors
+  // too and may live long. A command that nobody could wait for may live long too, and must keep
+  // the locks.
   const bool is_all_done = count_commands_out_of_sight() == out_of_sight_before_;
   for (int32_t &held : handle_.own.lock_fd) {
     if (held != 0 && is_all_done) {

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The advisory locks that keep the processes of one cache apart, held for the time of a call.
+// The advisory locks that keep processes on the same cache apart. They are held for the duration of
+// a call.
 #pragma once
 
 #include "zot_conf.h"
 
 namespace zot {
 
-// Locks the persistent directory, then the scratch directory, always in this order. A call inside
-// another one of the same handle finds them locked and changes nothing. In dev mode there is
-// nothing to lock.
+// Locks the persistent directory, then the scratch directory, always in this order. A nested call
+// on the same handle finds them locked and changes nothing. In dev mode there is nothing to lock.
 class cache_lock {
  public:
   explicit cache_lock(zot_ctx &handle);
@@ -16,10 +16,11 @@ class cache_lock {
   cache_lock &operator=(const cache_lock &) = delete;
   ~cache_lock();
 
-  // Waits as long as ZOT_PARM_TIMEOUT says. ZOT_OK, or a status recorded for the operation.
+  // Waits at most ZOT_PARM_TIMEOUT. Returns ZOT_OK, or a status recorded under the name of the
+  // operation.
   int acquire(const char *func);
 
-  // Takes the lock of the persistent directory alone, and does not wait.
+  // Takes only the lock of the persistent directory, without waiting.
   bool try_acquire();
 
  private:
@@ -28,12 +29,12 @@ class cache_lock {
   int out_of_sight_before_;
 };
 
-// Whether the scratch directory that was locked is still where others look for it. It may be lost
-// at any time, and whoever makes it anew waits for nobody. True without a lock.
+// Whether the locked scratch directory is still the one at its path. It may be removed at any time,
+// and whoever recreates it waits for no lock. True without a lock.
 bool is_scratch_held(const zot_ctx &handle);
 
-// Lets the commands that are started meanwhile hold the locks too. A process may be killed while
-// its command goes on: nobody may touch what that command still writes.
+// Lets commands that are started in the meantime hold the locks too. If this process is killed
+// while its command runs on, nobody else may touch what the command still writes.
 class locks_for_commands {
  public:
   explicit locks_for_commands(const zot_ctx &handle);

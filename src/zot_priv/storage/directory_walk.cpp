@@ -13,7 +13,7 @@ namespace zot::directory_walk {
 
 namespace {
 
-// How the kernel lays out an entry; its name follows, terminated.
+// The kernel's layout of a directory entry. The name follows, null-terminated.
 struct kernel_entry {
   uint64_t inode;
   int64_t next;
@@ -26,7 +26,7 @@ bool is_dot(const char *name) {
   return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
 
-// Moves a directory to a free name in another one.
+// Moves a directory into another one, under a free name.
 bool pull_up(int parent, const char *name, const struct stat &st, int top, unsigned &serial) {
   make_accessible(parent, name, st);
   for (;;) {
@@ -86,7 +86,7 @@ const char *directory_names::next() {
     if (left_ <= 0) {
       left_ = ::syscall(SYS_getdents64, directory_, buffer_, sizeof buffer_);
       if (left_ <= 0) {
-        // A directory that is gone has come to its end.
+        // A directory that was removed in the meantime has no more entries.
         left_ = left_ < 0 && errno == ENOENT ? 0 : left_;
         return nullptr;
       }

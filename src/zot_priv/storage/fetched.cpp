@@ -20,7 +20,7 @@
 
 namespace {
 
-// Each get of any process begins with a new checksum file.
+// Identifies a get: each get of any process starts with a new checksum file.
 zot_file_id fetched_now(const zot_ctx &handle) {
   return zot::file_id_at(AT_FDCWD,
                          zot::joined_path(handle.tmp_root, zot::temporary_k.checksum).c_str());
@@ -30,7 +30,7 @@ bool is_untouched(const zot_ctx &handle) {
   return zot::is_same_file(fetched_now(handle), handle.own.fetched);
 }
 
-// The path of an entry as it counts from its directory.
+// The path of an entry relative to the GPB directory.
 const char *name_below(const zot_gpb &gpb) {
   return gpb.path != nullptr ? gpb.path + std::strspn(gpb.path, "/") : "";
 }
@@ -49,7 +49,7 @@ bool holds(int directory, const char *name, const char *bytes, size_t size) {
   return fd.is_open() && zot::holds_exactly(fd.get(), bytes, size);
 }
 
-// Whether a path has a step up, be it to come back.
+// Whether a path has a ".." component, even if it leads back.
 bool climbs(const char *path) {
   for (const char *at = std::strstr(path, ".."); at != nullptr; at = std::strstr(at + 1, "..")) {
     if ((at == path || at[-1] == '/') && (at[2] == '/' || at[2] == '\0')) {
@@ -71,15 +71,16 @@ bool hold_verified(const char *path, const zot_list *gpbs) {
   return true;
 }
 
-// Whether a file has come or changed since the get, or so shortly before that nobody can tell.
+// Whether a file was created or changed since the get, or so shortly before it that its time cannot
+// tell.
 bool is_newer(const struct stat &st, const zot_file_id &get) {
   const auto seconds = static_cast<uint64_t>(st.st_ctim.tv_sec);
   return seconds > get.seconds ||
          (seconds == get.seconds && static_cast<uint64_t>(st.st_ctim.tv_nsec) >= get.nanoseconds);
 }
 
-// Whether the files in the scratch folder that somebody has touched since their get hold the
-// verified bytes still. Whether all are there has been looked at.
+// Whether the scratch files that were touched since their get still hold the verified bytes. The
+// caller has checked that all files exist.
 bool hold_verified_touched(const zot_ctx &handle, const zot_list *gpbs) {
   const zot::descriptor folder = zot::directory_walk::open_root(handle.tmp_gpb_root);
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
@@ -98,7 +99,7 @@ bool is_absent(const char *path) {
   return ::access(path, F_OK) != 0 && errno == ENOENT;
 }
 
-// Whether the checksum file announces a K, be it with something behind.
+// Whether the checksum file announces a K. With `alone`, nothing may follow the checksum.
 bool announces(const char *path, const zot_k &k, bool alone = false) {
   char announced[ZOT_CHECKSUM_LEN + 2] = "";
   char digest[ZOT_CHECKSUM_LEN + 1] = "";
@@ -108,13 +109,14 @@ bool announces(const char *path, const zot_k &k, bool alone = false) {
          !(alone && announced[ZOT_CHECKSUM_LEN] != '\0');
 }
 
-// Whether the persistent directory has a K under these names, as it can be loaded from there.
+// Whether the persistent directory has a K under these names, in a form that can be loaded.
 bool is_stored(const zot_ctx &handle, const zot::k_names names, const zot_k &k) {
   return announces(zot::joined_path(handle.conf_root, names.checksum).c_str(), k, true) &&
          holds(AT_FDCWD, zot::joined_path(handle.conf_root, names.k).c_str(), k.data, k.data_len);
 }
 
-// The beginning of a checksum, or why it cannot be read; 0 when there is none.
+// The beginning of a checksum as a number. The errno of a failed read, or 0 if there is no such
+// file.
 uint64_t checksum_number(const zot_ctx &handle, const zot::k_names names) {
   constexpr size_t digits = 16;
   char line[digits + 1] = "";
@@ -126,7 +128,7 @@ uint64_t checksum_number(const zot_ctx &handle, const zot::k_names names) {
   return std::strtoull(line, nullptr, 16);
 }
 
-// The two change their places in the sum, as a K may be in one of them and then in the other.
+// The two files have different weights in the sum, because a K may move from one to the other.
 uint64_t verdicts_now(const zot_ctx &handle) {
   return checksum_number(handle, zot::current_k) + 2 * checksum_number(handle, zot::corrupted_k);
 }
@@ -136,7 +138,7 @@ uint64_t verdicts_now(const zot_ctx &handle) {
 namespace zot {
 
 bool remember_get(zot_ctx &handle) {
-  // Its time has to be later than that of every file that came.
+  // Its time must be later than that of every fetched file.
   touch_fetched(handle);
   handle.own.fetched = fetched_now(handle);
   handle.own.verdicts = verdicts_now(handle);
@@ -154,9 +156,9 @@ void forget_get(zot_ctx &handle) {
 bool is_k_as_fetched(const zot_ctx &handle, const zot_k &k) {
   const joined_path path(handle.tmp_root, temporary_k.k);
   const joined_path checksum(handle.tmp_root, temporary_k.checksum);
-  // A get that found no memory for its path has given up the bytes of K.
+  // A get that ran out of memory for the path of K has dropped the bytes of K.
   const bool has_k = k.data == nullptr || holds(AT_FDCWD, path.c_str(), k.data, k.data_len);
-  // Where times are coarse, a checksum file made anew may look like the one before.
+  // Where file times are coarse, a recreated checksum file may look like the one before.
   return (has_k || is_absent(path.c_str())) &&
          (is_untouched(handle) || is_absent(checksum.c_str()) || announces(checksum.c_str(), k));
 }
@@ -211,14 +213,14 @@ void touch_fetched(const zot_ctx &handle) {
 }
 
 bool is_set_as_fetched(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs) {
-  // An adapter may have its files elsewhere. And the copy of a folder that is gone tells better
-  // what is wrong.
+  // An adapter may keep its files elsewhere. If the folder is missing, the copy reports that
+  // better.
   if (handle.fns.commit_gpb == nullptr && !is_absent(handle.tmp_gpb_root) &&
       !are_files_in(handle.tmp_gpb_root, gpbs)) {
     return false;
   }
   if (is_absent(joined_path(handle.tmp_root, temporary_k.checksum).c_str())) {
-    // Without it the K files fail to be copied, and nothing of the set is taken.
+    // Without the checksum file the copy of the K files fails, and nothing of the set is used.
     return true;
   }
   return is_k_as_fetched(handle, k) &&

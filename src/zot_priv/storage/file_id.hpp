@@ -5,7 +5,7 @@
 
 namespace zot {
 
-// Links are not followed. All zero when there is no such file.
+// Does not follow links. All zero if there is no such file.
 zot_file_id file_id_at(int directory, const char *name);
 
 bool is_same_file(const zot_file_id &a, const zot_file_id &b);

@@ -14,14 +14,14 @@ namespace zot {
 gpb_folder::gpb_folder(const char *root) : root_(root), root_length_(std::strlen(root)) {}
 
 bool gpb_folder::fits_in_path(const char *path) const {
-  // As told_name in gpb_verify.cpp joins them.
+  // told_name in gpb_verify.cpp joins the same parts.
   constexpr size_t between = sizeof "//config/" - 1;
   return root_length_ + between + std::strlen(path) < ZOT_PATH_SIZE;
 }
 
-// One that may be entered but not read does not open; its files do.
+// A folder that may be entered but not read cannot be opened; its files can.
 descriptor gpb_folder::open(const char *path) {
-  // A FIFO would make a plain open wait for a writer.
+  // Without O_NONBLOCK, the open of a FIFO would wait for a writer.
   constexpr int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
   if (!is_opened_) {
     is_opened_ = true;
@@ -33,7 +33,7 @@ descriptor gpb_folder::open(const char *path) {
     if (file.is_open() || (errno != EMFILE && errno != ENFILE)) {
       return file;
     }
-    // The folder's own may be the last descriptor that was to be had.
+    // The folder may hold the last available descriptor.
     fd_.close();
   }
   char whole[ZOT_PATH_SIZE];

@@ -7,16 +7,16 @@
 
 namespace zot {
 
-// Where the files of a configuration lie, opened once for all of them when the first is read.
+// The folder of the files of a configuration. It is opened once, when the first file is read.
 class gpb_folder {
  public:
-  // The directory whose "config" holds the files; it has to outlive this.
+  // The directory whose "config" holds the files. The text must outlive this object.
   explicit gpb_folder(const char *root);
 
   [[nodiscard]] const char *root() const { return root_; }
-  // Whether the whole name of a file has room where names have it.
+  // Whether the full path of a file fits into ZOT_PATH_SIZE.
   [[nodiscard]] bool fits_in_path(const char *path) const;
-  // For reading; nothing is waited for.
+  // Opens a file for reading, without blocking.
   [[nodiscard]] descriptor open(const char *path);
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The GPB files of a configuration as one set: brought in, and each verified.
+// The GPB files of a configuration as one set: fetches them and verifies each.
 #include "zot_priv/storage/gpb_set.hpp"
 
 #include "utilities/owner.hpp"
@@ -19,7 +19,7 @@ int zot_priv_read_gpb(zot_ctx *handle, zot_k * /*k*/, zot_list *gpbs, const char
   }
   ZOT_LOG(handle, ZOT_LOG_DEBUG, zot::gpb_topics, "%sRead from root: %s\n", root);
   zot::gpb_folder folder(root);
-  // An update brings most files as they are.
+  // An update leaves most files as they are.
   zot::listed_files in_force(zot_priv_get_gpb(handle, ZOT_SLOT_CURRENT));
   for (zot_gpb &gpb : zot::gpb_range(gpbs)) {
     const int status = zot::load_content(handle, &gpb, folder, in_force.verified_of(gpb));

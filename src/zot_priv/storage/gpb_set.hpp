@@ -3,7 +3,7 @@
 
 namespace zot {
 
-// What zot_priv_update_tmp_gpb() answers when the files lie in the dev directory.
+// The result of zot_priv_update_tmp_gpb() if the files are in the dev directory.
 inline constexpr int read_from_dev_path = 1;
 
 }  // namespace zot

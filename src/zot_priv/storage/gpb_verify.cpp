@@ -20,19 +20,19 @@ namespace {
 
 using zot::verified_bytes;
 
-// How much longer than stated a file may be and still be read, and counted as read.
+// A file that is longer than stated by at most this is still read, and counted as read.
 constexpr off_t read_beyond = 65536;
 
-// A file, and what K states of it.
+// A file and what K states about it.
 struct stated_file {
   const char *name;
   int32_t size;
   const char *checksum;
-  // Where the name begins, for what opens it, and for what tells of it. Null: it is whole.
+  // The folder that the name is relative to. Null if the name is a whole path.
   zot::gpb_folder *folder = nullptr;
 };
 
-// The name that messages tell.
+// The name that messages show.
 class told_name {
  public:
   explicit told_name(const stated_file &file) {
@@ -50,7 +50,8 @@ class told_name {
   char text_[ZOT_PATH_SIZE];
 };
 
-// An open file; no size for what would wait for a writer, which counts as empty.
+// An open file. What is not a regular file, such as a FIFO without a writer, has no size and counts
+// as empty.
 struct opened_file {
   explicit opened_file(const stated_file &file) : fd(open(file)) {
     struct stat st {};
@@ -70,7 +71,7 @@ struct opened_file {
   uint32_t size = 0;
 };
 
-// Bytes on their way to be verified; nobody else has them yet.
+// Bytes that are not verified yet. Nobody else holds them.
 using unverified = zot::c_ptr<zot_verified>;
 
 unverified new_block(uint32_t size) {
@@ -84,8 +85,8 @@ verified_bytes seal(unverified bytes, const stated_file &file) {
   return verified_bytes(bytes.release());
 }
 
-// Bytes of the stated size, if they are those that the checksum stands for. To compare them with
-// what stood for it before takes a fraction of the time that a digest takes.
+// Accepts bytes of the stated size if they match the checksum. To compare them with bytes that
+// matched it before takes a fraction of the time of a digest.
 verified_bytes check(unverified bytes, const stated_file &file, zot_verified *known) {
   const char *const read = zot::bytes_of(bytes.get());
   const auto size = static_cast<uint32_t>(file.size);
@@ -108,7 +109,7 @@ bool has_stated_size(const stated_file &file, uint32_t size) {
   return file.size >= 0 && size == static_cast<uint32_t>(file.size);
 }
 
-// A file of another size is refused for that, whatever it holds.
+// A file of the wrong size is refused for that, whatever it holds.
 [[gnu::noinline]] int refuse(zot_ctx *handle, const stated_file &file, uint32_t size) {
   if (has_stated_size(file, size)) {
     ZOT_RECORD_AT(handle, ZOT_ERR_CORRUPTED, file_check, __LINE__,
@@ -124,8 +125,8 @@ bool has_stated_size(const stated_file &file, uint32_t size) {
   return ZOT_ERR_CORRUPTED;
 }
 
-// Reads a file and checks it. A file of another size is read and counted too, unless it is far
-// larger than K lets expect. `block` is for a file of the stated size, or null.
+// Reads a file and checks it. A file of the wrong size is read and counted too, unless it is far
+// larger than K states. `block` is for a file of the stated size, or null.
 int read_verified(zot_ctx *handle, const stated_file &file, zot_verified *known, unverified block,
                   verified_bytes &out) {
   if (zot::is_blank(file.name) || zot::is_blank(file.checksum)) {
@@ -168,7 +169,7 @@ int tell_verified(zot_ctx *handle, const stated_file &file, bool is_kept) {
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
-// What verifying an entry is for.
+// What to do with the verified bytes of an entry.
 enum purpose { look, fill_buffer, keep };
 
 int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, zot_verified *known,
@@ -202,7 +203,7 @@ int verify_entry(zot_ctx *handle, zot_gpb *gpb, zot::gpb_folder &folder, zot_ver
   return zot_priv_err_set_errno(handle, ZOT_OK);
 }
 
-// A file without size, or of one that K stated as negative, is refused by the check; it needs no
+// The check refuses a file of size 0, or of a size that K stated as negative, so neither needs a
 // buffer.
 bool is_size_possible(const zot_gpb &gpb) {
   return gpb.size != 0 && gpb.size <= INT32_MAX;
@@ -226,7 +227,7 @@ int zot::load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, zot_ver
   return verify_entry(handle, gpb, folder, known, std::move(block), keep);
 }
 
-// The operations from here on are for adapters and tools: the library comes in by load_content().
+// The operations below are for adapters and tools. The library itself calls load_content().
 int zot_priv_verify_gpb(zot_ctx *handle, const char *file, int32_t size, const char *checksum,
                         void *out) {
   const stated_file stated{file, size, checksum};
@@ -261,7 +262,8 @@ int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root) {
   }
   zot::gpb_folder folder(root);
   const int status = zot::load_content(handle, gpb, folder, nullptr);
-  // Callers of this operation find a blank buffer after a failure. It counts as one of their own.
+  // Callers of this operation find a zeroed buffer after a failure. It counts as the entry's own
+  // buffer.
   if (status != ZOT_OK && status != ZOT_ERR_NOMEM && is_size_possible(*gpb)) {
     gpb->content = static_cast<char *>(std::calloc(1, gpb->size));
   }

@@ -6,10 +6,10 @@
 
 namespace zot {
 
-// Verifies the file of an entry and makes its bytes the entry's content, which is left as it was on
-// failure. `known` is what was verified against the same statement before, or null: a file that
-// still holds those bytes passes without a digest, and shares them. ZOT_ERR_NOMEM, or as
-// zot_priv_chk_vail_gpb.
+// Verifies the file of an entry and makes its bytes the entry's content. On failure the content
+// stays as it was. `known` is what was verified before against the same size and checksum, or null:
+// a file that still holds those bytes passes without a digest and shares them. Returns
+// ZOT_ERR_NOMEM, or what zot_priv_chk_vail_gpb() returns.
 int load_content(zot_ctx *handle, zot_gpb *gpb, gpb_folder &folder, zot_verified *known);
 
 }  // namespace zot

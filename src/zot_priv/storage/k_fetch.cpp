@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Fetching a new K: the announced checksum first, the K only when it is news.
+// Fetches a new K: first the announced checksum, and the K only if it is new.
 #include <curl/curl.h>
 
 #include <array>
@@ -21,11 +21,12 @@ namespace {
 
 constexpr size_t url_size = 2048;
 constexpr uint32_t not_found = 404;
-// Nothing announces the size of these two, so a service that sends without end would fill scratch
-// and memory. A K of ten thousand entries has two megabytes, a checksum file 65 bytes.
+// Nothing announces the size of these two files, so a service that sends without end would fill the
+// scratch directory and memory. A K of ten thousand entries has two megabytes, a checksum file 65
+// bytes.
 constexpr uint64_t largest_k = uint64_t{64} << 20;
 constexpr uint64_t largest_checksum_file = uint64_t{64} << 10;
-// The path that a fetched K carries, wherever the scratch directory lies.
+// The path that every fetched K records, wherever the scratch directory is.
 constexpr const char *tmp_k_path = "/tmp/zot/subsys.k";
 
 enum file_kind { file_k = 0, file_checksum = 1 };
@@ -53,7 +54,7 @@ class file_memory {
   zot_file_mem held{};
 };
 
-// Lends the bytes of a download to a K while they are checked; a K that fails loses them again.
+// Lends the bytes of a download to a K while they are checked. A K that fails loses them again.
 class lent_data {
  public:
   lent_data(file_memory &owner, zot_k *k) : owner_(owner), k_(k) {
@@ -85,8 +86,8 @@ void clear_data(zot_k *k) {
   k->data_len = 0;
 }
 
-// The leak checker knows this function by name: what it hands out is not released when the download
-// of the K that follows fails.
+// The leak checker knows this function by name: its result is not freed if the download of the K
+// that follows fails.
 [[gnu::noinline]] int download_announced_checksum(zot_ctx *handle, const char *host,
                                                   zot_file_mem *out) {
   return zot_priv_get_k_into_mem(handle, host, out, file_checksum);
@@ -235,7 +236,7 @@ int zot_priv_get_new_k_by_host(zot_ctx *handle, zot_k *new_k, const char *host) 
   file_memory downloaded;
   if (const int status = zot_priv_get_k_into_mem(handle, host, &downloaded.held, file_k);
       status != ZOT_OK) {
-    // The checksum stays allocated: this is among the known limits.
+    // The checksum is not freed: this leak is among the known limits.
     checksum.release();
     return status;
   }
@@ -251,7 +252,7 @@ int zot_priv_get_new_k_by_host(zot_ctx *handle, zot_k *new_k, const char *host) 
       status != ZOT_OK) {
     return status;
   }
-  // The digest of a committed K is computed when it is read back from the cache.
+  // The digest of a committed K is computed when the K is read back from the cache.
   std::memset(new_k->checksum, 0, sizeof new_k->checksum);
   if (zot_priv_k_set_path(new_k, tmp_k_path) == nullptr) {
     return ZOT_OK;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reading a K and its checksum file from a directory, verified before anything else sees it.
+// Reads a K and its checksum file from a directory and verifies both before anything else uses
+// them.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -15,8 +16,8 @@
 
 namespace {
 
-// The first line of a checksum file. One byte more than a checksum is kept, so that a line that is
-// too long can be told from a good one, and it is always terminated.
+// The first line of a checksum file, always terminated. It has space for one byte more than a
+// checksum, so that a line that is too long is noticed.
 struct checksum_line {
   char text[ZOT_CHECKSUM_LEN + 2];
   int error;  // errno of a failed read, 0 when a line was read

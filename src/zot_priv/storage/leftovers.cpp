@@ -25,20 +25,20 @@ using namespace zot::directory_walk;
 
 constexpr std::array download_targets = {zot::temporary_k.k, zot::temporary_k.checksum,
                                          "subsys.k.tmp", "subsys.checksum.tmp", zot::archive_name};
-// Of no use to anybody once their download is over.
+// From this index on, the files are of no use after their download.
 constexpr size_t first_passing = 2;
 
 int compare_numbers(const void *a, const void *b) {
   return cmp_uint64(*static_cast<const ino_t *>(a), *static_cast<const ino_t *>(b));
 }
 
-// The inode numbers of expected files: whatever form a path has, the file that it reaches is told
-// by its number. A file that is larger than is stated is none of them.
+// The inode numbers of expected files: files are identified by inode number, so the form of a path
+// does not matter. A file larger than its stated size does not count.
 class kept_files {
  public:
   explicit kept_files(const zot_ctx &handle) : root_(open_root(handle.tmp_gpb_root)) {}
 
-  // Makes room for so many more; false without memory.
+  // Reserves space for `more` additional numbers. False when out of memory.
   bool reserve(size_t more) {
     void *const grown = std::realloc(inodes_.get(), (count_ + more + 1) * sizeof(ino_t));
     if (grown == nullptr) {
@@ -49,7 +49,7 @@ class kept_files {
     return true;
   }
 
-  // False when there is no such file, or a larger one.
+  // False if there is no such file, or only a larger one.
   bool add(const char *path, uint64_t size) {
     struct stat st {};
     if (::fstatat(root_.get(), path + std::strspn(path, "/"), &st, 0) != 0 ||
@@ -60,7 +60,7 @@ class kept_files {
     return true;
   }
 
-  // Before it is asked for anything.
+  // Must be called before holds().
   void sort() {
     if (count_ != 0) {
       std::qsort(inodes_.get(), count_, sizeof(ino_t), compare_numbers);
@@ -85,7 +85,7 @@ size_t length_of(const zot_list *gpbs) {
   return count;
 }
 
-// Whether a path has three components and nothing else, none of which leads elsewhere.
+// Whether a path has exactly three components, none of which is empty, "." or "..".
 bool is_straight(const char *path) {
   int components = 0;
   for (const char *slash = path; *slash == '/'; ++components) {
@@ -101,7 +101,7 @@ bool is_straight(const char *path) {
   return components == 3;
 }
 
-// Whether each entry surely has a file of its own.
+// Whether each entry certainly has a file of its own.
 bool have_a_file_each(const zot_list *gpbs) {
   const zot_gpb *before = nullptr;
   for (const zot_gpb &gpb : zot::gpb_range(gpbs)) {
@@ -119,7 +119,7 @@ bool is_cached_here(const zot_ctx &handle) {
   return handle.ret.list != nullptr && std::strcmp(handle.ret.root, handle.tmp_root) == 0;
 }
 
-// Files that cached requests are answered from. False without memory.
+// Adds the files that answer cached requests. False when out of memory.
 bool add_cached(const zot_ctx &handle, kept_files &files) {
   if (!is_cached_here(handle)) {
     return true;
@@ -134,8 +134,8 @@ bool add_cached(const zot_ctx &handle, kept_files &files) {
   return true;
 }
 
-// Files that K names: its list is given up when the first of them turns out to be damaged. False
-// without memory.
+// Adds the files that K names. The list of K may be gone: it is freed when the first damaged
+// file is found. False when out of memory.
 bool add_announced(const zot_k &k, kept_files &files) {
   const int count = cJSON_GetArraySize(k.gpbs);
   if (!files.reserve(static_cast<size_t>(count))) {
@@ -154,7 +154,7 @@ bool add_announced(const zot_k &k, kept_files &files) {
   return true;
 }
 
-// Whether a download finds room to begin with.
+// Whether there is enough space to start a download.
 bool has_room_for_download(int directory) {
   constexpr uint64_t least_bytes = 65536;
   constexpr fsfilcnt_t least_files = 8;
@@ -162,7 +162,7 @@ bool has_room_for_download(int directory) {
   if (::fstatvfs(directory, &room) != 0) {
     return true;
   }
-  // A file system in memory without a limit counts nothing.
+  // A file system in memory without a limit reports totals of 0.
   const bool counts_blocks = room.f_blocks != 0;
   const bool counts_files = room.f_files != 0;
   return (!counts_blocks || uint64_t{room.f_bavail} * room.f_frsize >= least_bytes) &&
@@ -176,7 +176,7 @@ void prune(int directory, const kept_files &listed, int depth) {
       if (const zot::descriptor child = open_directory(fd, name); child.is_open()) {
         prune(child.get(), listed, depth + 1);
       }
-      // Only a directory that became empty goes.
+      // This removes only a directory that is empty now.
       ::unlinkat(fd, name, AT_REMOVEDIR);
     } else if (!listed.holds(st.st_ino)) {
       remove_entry(fd, name, st);

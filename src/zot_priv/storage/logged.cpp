@@ -13,7 +13,7 @@
 
 namespace {
 
-// An exit status stands in the second byte; anything else is handed on as system() gave it.
+// The exit status is in the second byte. Any other result of system() is passed on unchanged.
 int exit_code_of(int raw_status) {
   const int exit_code = (raw_status >> 8) & 0xff;
   return exit_code != 0 ? exit_code : raw_status;

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// What files and directories are called.
+// The names of files and directories.
 #pragma once
 
 namespace zot {
 
-// Below both roots, for the GPB files.
+// The directory of the GPB files, below both roots.
 inline constexpr const char *gpb_directory = "config";
-// In the scratch directory.
+// The archive in the scratch directory.
 inline constexpr const char *archive_name = "gpb.tgz";
 
-// The two files of each K below the persistent directory; those of the temporary one lie in the
+// The two files of each K below the persistent directory. Those of the temporary K are in the
 // scratch directory.
 struct k_names {
   const char *k;

@@ -41,7 +41,7 @@ bool can_put_back(const zot_list *gpbs) {
     if (verified_of(gpb) == nullptr) {
       return false;
     }
-    // To write more than that would end the process by a signal.
+    // Writing beyond this limit would end the process with a signal.
     if (gpb.size > limit.rlim_cur) {
       errno = EFBIG;
       return false;
@@ -55,7 +55,7 @@ bool put_back(const zot_ctx &handle, const zot_list *gpbs) {
   const descriptor root = open_root(handle.conf_root);
   struct stat st {};
   if (::fstatat(root.get(), gpb_directory, &st, AT_SYMLINK_NOFOLLOW) == 0) {
-    // What stays is written over.
+    // What cannot be removed is overwritten.
     remove_entry(root.get(), gpb_directory, st);
   }
   for (const zot_gpb &gpb : gpb_range(gpbs)) {

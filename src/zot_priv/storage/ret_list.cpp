@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The list handed to the caller: filtered from the marked list, every file verified.
+// The list for the caller: filtered from the marked list, with every file verified.
 #include <cstdlib>
 #include <cstring>
 
@@ -28,8 +28,8 @@ bool has_file(uint32_t stat) {
   return stat == ZOT_STAT_UNCHANGED || stat == ZOT_STAT_ADDED || stat == ZOT_STAT_MODIFIED;
 }
 
-// The configurations whose files were verified when they were brought in: what is read once more is
-// mostly what one of them holds.
+// The configurations whose files were verified when they were loaded. A file that is read again
+// usually equals one of theirs.
 class brought_in {
  public:
   explicit brought_in(const zot_ctx *handle)
@@ -46,9 +46,9 @@ class brought_in {
   zot::listed_files current_;
 };
 
-// The directories of the files: that of the request, and the persistent one, which has those of the
-// configuration in force when the scratch directory has lost them. The handle's own list is then
-// read from there for good.
+// The directories of the files: that of the request, and the persistent directory, which still has
+// the files of the configuration in force if the scratch directory has lost them. In that case the
+// handle's own list is read from the persistent directory from then on.
 class gpb_folders {
  public:
   gpb_folders(zot_ctx &handle, const char *root)
@@ -66,9 +66,9 @@ class gpb_folders {
       return status;
     }
     is_lost_ = true;
-    // Nothing has failed yet.
+    // Clears the recorded failure: the other directory is still to be tried.
     ZOT_RECORD(&handle_, ZOT_OK);
-    // What was lost once need not be looked for again.
+    // Later requests need not look in the lost directory again.
     if (handle_.ret.root == asked_.root() && handle_.own.marks_waiting == 0) {
       handle_.ret.root = handle_.conf_root;
     }
@@ -79,13 +79,13 @@ class gpb_folders {
   zot_ctx &handle_;
   zot::gpb_folder asked_;
   zot::gpb_folder lasting_;
-  // Asked only for what the first directory does not have.
+  // Used only for files that the first directory does not have.
   zot::listed_files in_force_;
   bool is_lost_ = false;
 };
 
-// Reads and verifies the file of an entry. Bytes that failed are released at once: a later request
-// must read the file again rather than find a buffer that looks loaded.
+// Reads and verifies the file of an entry. Bytes that fail are freed at once: a later request must
+// read the file again, not find a buffer that looks loaded.
 int read_again(zot_gpb &gpb, gpb_folders &folders, brought_in &files) {
   zot_verified *const own = zot::verified_of(gpb);
   const int status = folders.load(gpb, own != nullptr ? own : files.known_for(gpb));

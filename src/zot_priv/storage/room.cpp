@@ -21,17 +21,18 @@ namespace {
 using namespace zot::directory_walk;
 
 constexpr uint64_t unlimited = UINT64_MAX;
-// st_blocks counts these, whatever blocks the file system has.
+// The unit of st_blocks, whatever the block size of the file system.
 constexpr uint64_t stat_block = 512;
 
 uint64_t size_on_medium(const struct stat &st) {
   return static_cast<uint64_t>(st.st_blocks) * stat_block;
 }
 
-// What an overlay removes stays where it came from; as its kernel tells it.
+// The kernel's number for an overlay file system. What is removed there stays on the layer that it
+// came from.
 constexpr uint32_t overlay = 0x794c7630;
 
-// Sums up what files and directories take.
+// Sums up the space that files and directories take.
 class estimate {
  public:
   estimate(uint64_t block, uint64_t directory) : block_(block), directory_(directory) {}
@@ -45,13 +46,13 @@ class estimate {
     sum_.files += count;
   }
   void add_links(uint64_t count) { sum_.files += count; }
-  // Beyond the first block of a directory, which may be half full in all of them.
+  // Counts the blocks of a directory beyond the first one. All of them may be only half full.
   void add_names(uint64_t length) {
     const uint64_t bytes = directory_ != 0 ? in_blocks(2 * length) : 0;
     sum_.bytes += bytes > block_ ? bytes - block_ : 0;
   }
-  // The files in force are gone once it turns out that an estimate was too low. It is none where
-  // directories take no room, as in memory.
+  // Adds a reserve, because the files in force are already gone when an estimate turns out too low.
+  // Where directories take no space, as in memory, the sum is exact.
   [[nodiscard]] zot::room with_reserve() const {
     if (directory_ == 0) {
       return sum_;
@@ -70,12 +71,12 @@ class estimate {
   }
 
   uint64_t block_;
-  // Some file systems keep directories at no cost.
+  // 0 on file systems where directories take no space.
   uint64_t directory_;
   zot::room sum_;
 };
 
-// How much of a path two files have in common, in whole folders.
+// The length of the leading folders that two paths have in common.
 size_t common_folders(const char *path, const char *other) {
   size_t length = 0;
   for (size_t i = 0; path[i] != '\0' && path[i] == other[i]; ++i) {
@@ -84,10 +85,10 @@ size_t common_folders(const char *path, const char *other) {
   return length;
 }
 
-// The files of a list that is sorted by category and key, each below the folders of its path. Where
-// it is in another order than its paths, some folders count twice.
+// Adds the files of a list with the folders of their paths. The list is sorted by category and key.
+// If its paths sort differently, some folders count twice.
 void add_gpbs(estimate &needed, const zot_list *gpbs) {
-  // What a directory keeps beside each name.
+  // What a directory stores in addition to each name.
   constexpr uint64_t entry_head = 12;
   const char *before = "";
   uint64_t names = 0;
@@ -110,8 +111,8 @@ void add_gpbs(estimate &needed, const zot_list *gpbs) {
 }
 
 zot::room free_room(const struct statfs &found) {
-  // A file system sets blocks aside for itself too, so root cannot count on what others may not
-  // use.
+  // A file system also reserves blocks for itself, so not even root can count on blocks that other
+  // users may not use.
   return {found.f_blocks != 0 ? found.f_bavail * static_cast<uint64_t>(found.f_frsize) : unlimited,
           found.f_files != 0 ? found.f_ffree : unlimited};
 }
@@ -120,19 +121,20 @@ bool fits(const zot::room &needed, const zot::room &available) {
   return needed.bytes <= available.bytes && needed.files <= available.files;
 }
 
-// Whether somebody has a file open: removed, it would go on taking its room. The kernel grants a
-// lease to write to the only one.
+// Whether somebody has the file open: after its removal it would still take its space. The kernel
+// grants a write lease only if nobody else has the file open.
 bool is_held(int directory, const char *name) {
   const zot::descriptor file(
       ::openat(directory, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-  // Whoever opens it in the meantime is told of by this signal, which nobody dies of.
+  // If somebody opens the file in the meantime, the kernel sends this signal, which ends no
+  // process.
   ::fcntl(file.get(), F_SETSIG, SIGURG);
   return ::fcntl(file.get(), F_SETLEASE, F_WRLCK) != 0 && errno == EAGAIN;
 }
 
 void add_taken(int directory, zot::room &sum, int depth) {
   for_each_entry(directory, [&](int fd, const char *name, const struct stat &st) {
-    // A file with another name stays when this one goes.
+    // A file with another link stays when this one is removed.
     if (S_ISDIR(st.st_mode) || (is_plain_file(st) && !is_held(fd, name))) {
       sum.bytes += size_on_medium(st);
       ++sum.files;
@@ -146,7 +148,7 @@ void add_taken(int directory, zot::room &sum, int depth) {
   });
 }
 
-// What the files in force take and give back when they go first.
+// The space that the files in force free when they are removed first.
 zot::room taken_by_gpbs(int root) {
   zot::room sum;
   if (const zot::descriptor config = open_directory(root, zot::gpb_directory); config.is_open()) {
@@ -171,12 +173,12 @@ room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *
       ::fstatat(root.get(), "knowledge", &directory, 0) != 0) {
     return {};
   }
-  // Some file systems give their files larger units than they count in; a directory takes one.
+  // Some file systems allocate larger units than they count in. A directory takes one such unit.
   const uint64_t folder = size_on_medium(directory);
   estimate needed(std::max(static_cast<uint64_t>(medium.f_frsize), folder), folder);
   needed.add_file(k.data_len);
   needed.add_file(sizeof k.checksum);
-  // The directory of the GPB files, and the undo folder with a name for each file that it keeps.
+  // Counts the GPB directory, and the undo folder with a name for each file that it keeps.
   constexpr unsigned undo_names = 7;
   const unsigned absent = count_absent_files(handle);
   needed.add_directories(2 + absent);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether the persistent cache has room for a configuration, before anything of it changes.
+// Whether the persistent cache has space for a configuration, checked before anything in it
+// changes.
 #pragma once
 
 #include <cstdint>
@@ -16,13 +17,14 @@ struct room {
 struct room_check {
   enum { beside, in_place, none } fits = beside;
   room needed;
-  // What is free; where that is not enough, with what is reclaimed.
+  // The free space. Where that is not enough, it includes `reclaimed`.
   room available;
-  // What the files in force give back when they go first.
+  // What the files in force free when they are removed first.
   room reclaimed;
 };
 
-// Looks where the files of a K and of its list go. What a file system does not count is no limit.
+// Checks the file system where the files of a K and its list go. What a file system does not count
+// is not limited.
 room_check look_for_room(const zot_ctx &handle, const zot_k &k, const zot_list *gpbs);
 
 }  // namespace zot

@@ -24,7 +24,8 @@ bool has_foreign_identity(const struct stat &st) {
   return S_ISREG(st.st_mode) && (st.st_mode & (S_ISUID | S_ISGID)) != 0;
 }
 
-// What of a mode is remembered: that of a directory changes with what is done to open it.
+// The part of a mode that is remembered. Opening up a directory changes its permissions, so only
+// its type counts.
 mode_t kept_mode(mode_t mode) {
   return S_ISDIR(mode) ? S_IFDIR : mode;
 }
@@ -42,8 +43,8 @@ void add_below(sweep_result &result, const sweep_result &below) {
       result.found.has_empty_directory || below.found.has_empty_directory;
 }
 
-// Removes everything below a directory that is neither a directory nor a plain file, and the
-// set-user-ID bits of those.
+// Removes everything below a directory that is neither a directory nor a plain file, and clears the
+// set-user-ID and set-group-ID bits of plain files.
 sweep_result sweep(int directory, int depth) {
   sweep_result result;
   bool is_empty = true;
@@ -73,7 +74,7 @@ sweep_result sweep(int directory, int depth) {
   return result;
 }
 
-// A file that is there, as it is by itself: no link is followed, and nobody is waited for.
+// Opens an existing regular file without following a link and without blocking.
 zot::descriptor open_plain(int directory, const char *name, struct stat *st) {
   zot::descriptor fd(::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   const bool is_plain = fd.is_open() && ::fstat(fd.get(), st) == 0 && S_ISREG(st->st_mode);
@@ -173,7 +174,7 @@ bool scratch_watch::held_directory::is_unchanged() const {
          now.st_gid == group;
 }
 
-// The owner first, as that may cost bits of the mode.
+// Restores the owner first, because that may clear bits of the mode.
 bool scratch_watch::held_directory::restore() const {
   return is_unchanged() ||
          (::fchown(fd.get(), owner, group) == 0 && ::fchmod(fd.get(), mode & 07777) == 0);
@@ -184,7 +185,7 @@ bool scratch_watch::begin(const zot_ctx &handle) {
   if (!scratch.is_open() || !root_.hold(AT_FDCWD, handle.tmp_root)) {
     return false;
   }
-  // One that may not be read is nobody's to change, either.
+  // The archive cannot change a parent that cannot be opened.
   parent_.hold(root_.fd.get(), "..");
   const bool complete =
       for_each_entry(scratch.get(), [this](int fd, const char *name, const struct stat &st) {
@@ -208,7 +209,7 @@ bool scratch_watch::end(const zot_ctx &handle) {
   if (!scratch.is_open()) {
     return false;
   }
-  // What cannot be swept hinders nothing from being looked at that comes after it.
+  // An entry that cannot be swept does not stop the walk: the entries after it are still checked.
   bool is_swept = true;
   const bool complete = for_each_entry(scratch.get(), [&](int fd, const char *name,
                                                           const struct stat &st) {

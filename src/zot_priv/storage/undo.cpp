@@ -28,8 +28,7 @@ constexpr std::array k_file_names = {"subsys.k",      "subsys.checksum",
                                      "prev_subsys.k", "prev_subsys.checksum",
                                      "corrupted.k",   "corrupted.checksum"};
 
-// The name of the directory that stands for a file which was not there. A directory needs no data
-// on the medium.
+// The name of the directory that marks a file as absent. A directory needs no data on the medium.
 class absent_mark {
  public:
   explicit absent_mark(const char *name) {
@@ -41,7 +40,7 @@ class absent_mark {
   char text_[32];
 };
 
-// The persistent directory, its K files, and a directory of undo files.
+// The persistent directory, the directory of its K files, and a directory of undo files.
 struct cache_folders {
   cache_folders(const zot_ctx &handle, const char *kept_in)
       : root(open_root(handle.conf_root)),
@@ -54,7 +53,7 @@ struct cache_folders {
   zot::descriptor kept;
 };
 
-// The K files may lie on a file system of their own.
+// The K files may be on a file system of their own.
 bool sync_folders(int root, int knowledge) {
   struct stat of_root {};
   struct stat of_knowledge {};
@@ -67,7 +66,7 @@ bool is_there(int directory, const char *name, struct stat *st) {
   return ::fstatat(directory, name, st, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// True when nothing of that name is there afterwards.
+// True if nothing has that name afterwards.
 bool remove_if_there(int directory, const char *name) {
   struct stat st {};
   return is_there(directory, name, &st) ? remove_entry(directory, name, st) : errno == ENOENT;
@@ -77,7 +76,7 @@ bool mark_absent(int kept, const char *name) {
   return ::mkdirat(kept, absent_mark(name).c_str(), new_directory_mode) == 0;
 }
 
-// A file system without hard links gets a copy.
+// Used where a hard link is not possible.
 bool copy_k_file(const zot_ctx &handle, const char *name) {
   const zot::joined_path from(handle.conf_k_root, name);
   const zot::joined_path folder(handle.conf_root, undo_in_the_making);
@@ -106,8 +105,7 @@ bool keep_k_files(const zot_ctx &handle, const cache_folders &at, bool *is_copie
   return true;
 }
 
-// Where the two directories lie on different file systems, the kept file is the copy that it was
-// made as, and stays until it has been copied back.
+// If the two directories are on different file systems, the kept file is a copy. It is copied back.
 bool move_back(const zot_ctx &handle, const cache_folders &at, const char *name) {
   if (::renameat(at.kept.get(), name, at.knowledge.get(), name) == 0) {
     return true;
@@ -117,8 +115,8 @@ bool move_back(const zot_ctx &handle, const cache_folders &at, const char *name)
                                  zot::joined_path(handle.conf_k_root, name).c_str()) == 0;
 }
 
-// A mark and a copy stay until the whole folder goes: on another file system their removal could be
-// on the medium before what they stand for is.
+// A mark or a copy stays until the whole folder is removed: on another file system its removal
+// could reach the medium before the change that it stands for.
 bool restore_k_file(const zot_ctx &handle, const cache_folders &at, const char *name) {
   const absent_mark mark(name);
   struct stat st {};
@@ -154,7 +152,8 @@ bool restore_gpbs(const cache_folders &at) {
   return remove_if_there(at.root.get(), zot::gpb_directory);
 }
 
-// A command takes longer to start than a few files take to go, and less time for many.
+// For a few files a direct removal is faster than starting a command; for many files the command is
+// faster.
 void remove_folder(const zot_ctx &handle, const char *name) {
   const zot::errno_keeper keep_errno;
   const zot::locks_for_commands lent(handle);
@@ -167,7 +166,7 @@ void remove_folder(const zot_ctx &handle, const char *name) {
   }
 }
 
-// Before anything of it counts: the folder can still be given up without a trace.
+// Fills the folder before it counts: it can still be given up without a trace.
 bool fill_undo(const zot_ctx &handle, zot::gpb_protection protection) {
   const cache_folders at(handle, undo_in_the_making);
   bool is_copied = false;
@@ -180,7 +179,7 @@ bool fill_undo(const zot_ctx &handle, zot::gpb_protection protection) {
       (errno != ENOENT || !mark_absent(at.kept.get(), zot::gpb_directory))) {
     return false;
   }
-  // A copy counts as soon as its folder does, so it has to be whole on the medium before.
+  // A copy counts as soon as its folder does, so it must be complete on the medium before that.
   return !is_copied || ::syncfs(at.root.get()) == 0;
 }
 
@@ -190,8 +189,8 @@ bool keep_gpbs(const cache_folders &at) {
          errno == ENOENT;
 }
 
-// A file of a K, "subsys.k" for one; in the undo folder when that keeps it, or keeps that it was
-// not there.
+// The path of a K file, such as "subsys.k": in the undo folder if that keeps the file or a mark
+// that it was absent, otherwise in the cache.
 class k_file_path {
  public:
   k_file_path(const char *root, const char *k, const char *extension)
@@ -223,7 +222,7 @@ int read_k(zot_ctx *handle, zot_k *k, const char *root, const char *name, int fl
   return zot_priv_verify_k_file(handle, k, k_path.c_str(), checksum_path.c_str(), flags);
 }
 
-// Whatever else has this name keeps nothing, and would be in the way of every commit.
+// Anything else with the name of the undo folder keeps nothing, and would block every commit.
 bool remove_foreign_undo(const zot_ctx &handle) {
   const zot::joined_path path(handle.conf_root, undo);
   struct stat st {};
@@ -310,7 +309,8 @@ bool restore_from_undo(const zot_ctx &handle) {
   if (!sync_folders(at.root.get(), at.knowledge.get())) {
     return false;
   }
-  // The folder keeps nothing any more: whether its removal reaches the medium makes no difference.
+  // The folder keeps nothing any more, so it does not matter whether its removal reaches the
+  // medium.
   remove_folder(handle, undo_of_no_use);
   if (::renameat(at.root.get(), undo, at.root.get(), undo_of_no_use) != 0) {
     return false;
@@ -327,7 +327,7 @@ bool retire_undo(const zot_ctx &handle) {
   if (::fsync(root.get()) == 0) {
     return true;
   }
-  // Nobody knows what the medium holds now, so the old files stay within reach.
+  // The state of the medium is unknown now, so the old files must stay available.
   const errno_keeper keep_errno;
   static_cast<void>(::renameat(root.get(), undo_of_no_use, root.get(), undo));
   return false;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The undo folder: what a commit changes in the persistent cache, kept until the commit is done.
+// The undo folder keeps what a commit changes in the persistent cache, until the commit is done.
 #pragma once
 
 #include "utilities/owner.hpp"
@@ -8,20 +8,21 @@
 
 namespace zot {
 
-// Whether the files of the configuration in force outlast the commit beside the new ones.
+// Whether the files of the configuration in force are kept beside the new ones during the commit,
+// or removed first.
 enum class gpb_protection { kept, removed_first };
 
-// Keeps the files in force: the K files by a second name, the GPB files by moving their directory.
-// Leftovers have to be gone. When it returns true, a loss of power leaves either all of it in place
-// or an undo folder that brings all of it back. False, with errno, when the files in force are
-// where they were.
+// Keeps the files in force: the K files under a second name, the GPB files by moving their
+// directory, unless they are removed first. Leftovers must be removed before. After it returns
+// true, a power loss leaves either all these files in place or an undo folder that restores all of
+// them. Returns false with errno if the files in force are where they were.
 bool begin_undo(const zot_ctx &handle, gpb_protection protection);
 
-// Whether a commit was interrupted, or failed and was not called again.
+// Whether a commit was interrupted, or failed and was not repeated.
 bool has_undo(const zot_ctx &handle);
 
 // Where the GPB files of the configuration in force are read from: the persistent directory, or an
-// undo folder whose files could not be put back, because the medium cannot be written any more.
+// undo folder whose files could not be restored because the medium is no longer writable.
 class in_force_source {
  public:
   explicit in_force_source(const zot_ctx &handle);
@@ -34,34 +35,35 @@ class in_force_source {
   bool has_gpbs_;
 };
 
-// Read the current K, the last one and the corrupted one, each file from the undo folder when that
-// keeps it, else from the cache.
+// Reads the current, the last and the corrupted K. Each file comes from the undo folder if that
+// keeps it, otherwise from the cache.
 int read_kept_or_current_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
 int read_kept_or_last_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
 int read_kept_or_corrupted_k(zot_ctx *handle, zot_k *k, const char *root, int flags);
 
-// How many of the files that an undo folder keeps are not there; each takes a directory in it.
+// How many of the files that an undo folder keeps do not exist. Each takes a directory in the
+// folder.
 unsigned count_absent_files(const zot_ctx &handle);
 
-// Puts back what the undo folder keeps and removes it. May be cut off anywhere and called again.
-// False, with errno, when something could not be put back.
+// Restores what the undo folder keeps and removes the folder. It may be interrupted anywhere and
+// called again. Returns false with errno if something could not be restored.
 bool restore_from_undo(const zot_ctx &handle);
 
-// Ends a commit: the new files are the configuration in force from here on, also after a loss of
-// power. False, with errno, when that is not sure; the undo folder is there still.
+// Ends a commit: from here on the new files are the configuration in force, even after a power
+// loss. Returns false with errno if that is not certain; the undo folder then still exists.
 bool retire_undo(const zot_ctx &handle);
 
-// Undo folders that were never complete, or are of no use any more.
+// Undo folders that were never complete, or are no longer needed.
 bool has_undo_leftovers(const zot_ctx &handle);
 void remove_undo_leftovers(const zot_ctx &handle);
 
-// Where the persistent directory lies. Opened before it is written to: an error of the medium is
-// told to each descriptor that was there before, and to nobody once it has been told.
+// The file systems of the persistent directory. Open it before the first write: the kernel reports
+// an error of the medium to each descriptor that was open before, and after that to no new one.
 class cache_media {
  public:
   explicit cache_media(const zot_ctx &handle);
 
-  // Puts all that was written on the medium. False, with errno, when some of it may be lost.
+  // Writes everything through to the medium. Returns false with errno if some of it may be lost.
   [[nodiscard]] bool sync() const;
 
  private:

@@ -37,7 +37,7 @@ TEST_P(ExplainUnknown, IsWrongUsage) {
   EXPECT_EQ(done.status, usage);
   EXPECT_EQ(done.out, "");
   EXPECT_EQ(done.err, "zotconf: \"" + std::string(GetParam()) +
-                          "\" is no status; `zotconf explain` lists them\n");
+                          "\" is not a status; `zotconf explain` lists them\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Refused, ExplainUnknown,

@@ -14,7 +14,7 @@ using zot::test::temp_dir;
 
 void take_signal(int) {}
 
-// The disposition of SIGCHLD for the length of a scope.
+// Sets the disposition of SIGCHLD for the duration of a scope.
 class sigchld_guard {
  public:
   explicit sigchld_guard(void (*handler)(int)) {

@@ -15,7 +15,7 @@
 
 namespace {
 
-// A file to read from its start on.
+// A file that is open at its start.
 struct opened {
   explicit opened(const std::string &bytes) {
     zot::test::write_bytes(path, bytes);

@@ -56,7 +56,7 @@ class working_directory {
   fs::path before_;
 };
 
-// Stands before the real rm on PATH: leaves a note instead of removing, and fails.
+// Comes before the real rm on PATH. It writes a note instead of removing, and fails.
 class fake_rm {
  public:
   fake_rm() : path_("PATH", (dir_ / "bin") + ":" + std::getenv("PATH")) {
@@ -81,7 +81,7 @@ void set_mode(const std::string &path, mode_t mode) {
   ASSERT_EQ(::chmod(path.c_str(), mode), 0) << path;
 }
 
-// The same file by a name of exactly `length` characters.
+// The same file under a name of exactly `length` characters.
 std::string stretched(const std::string &dir, const std::string &name, size_t length) {
   std::string path = dir;
   while (path.size() + 2 + 1 + name.size() < length) {
@@ -101,7 +101,7 @@ constexpr off_t two_gib = off_t{1} << 31;
 constexpr off_t four_gib = off_t{1} << 32;
 constexpr time_t year_2100 = 4102444800;
 
-// Beyond what 32 bits of seconds reach.
+// Later than 32 bits of seconds can express.
 std::string dated_far_ahead(const std::string &path) {
   const std::array<timespec, 2> times = {timespec{year_2100, 0}, timespec{year_2100, 0}};
   EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), 0), 0) << path;
@@ -415,7 +415,7 @@ TEST(Fcopy, DestinationThatCannotBeLookedUpFails) {
   EXPECT_EQ(errno, ENOTDIR);
 }
 
-// Nobody writes to it, and nobody ever will.
+// A FIFO that nobody ever writes to.
 std::string silent_fifo(const temp_dir &dir) {
   std::string path = dir / "fifo";
   EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
@@ -474,7 +474,8 @@ TEST(Fcopy, MissingArgumentsFail) {
   EXPECT_EQ(fcopy((dir / "src").c_str(), nullptr), -1);
 }
 
-// The limit is the child's own. The exit code says what the copy gave: 0 when all is as expected.
+// The limit applies to the child alone. Its exit code is the result of the copy: 0 if all is as
+// expected.
 [[noreturn]] void copy_beyond_the_size_limit(const std::string &src, const std::string &dst) {
   const rlimit limit{5000, 5000};
   ::setrlimit(RLIMIT_FSIZE, &limit);
@@ -887,7 +888,7 @@ TEST(WriteFile, ReplacesAFileOfAnyLength) {
   }
 }
 
-// What an earlier content had there would pass for the end of this one.
+// Earlier content there would look like the end of the new content.
 TEST(WriteFile, FailureLeavesNothingBeyondWhatWasWritten) {
   const temp_dir dir;
   zot::test::write_bytes(dir / "file", std::string(20000, 'a'));

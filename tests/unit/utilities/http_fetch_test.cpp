@@ -34,7 +34,7 @@ using zot::test::service;
 using zot::test::temp_dir;
 using zot::test::write_bytes;
 
-// Answers without a file time, and sends the client elsewhere.
+// Responds without a file time, and redirects the client.
 class bare_service {
  public:
   bare_service() {
@@ -88,7 +88,7 @@ class name_list {
   std::deque<remote_file_name> entries_;
 };
 
-// Standard input comes from a file for the length of a scope.
+// Reads standard input from a file for the duration of a scope.
 class standard_input {
  public:
   explicit standard_input(const std::string &path) : before_(::dup(STDIN_FILENO)) {

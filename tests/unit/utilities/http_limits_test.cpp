@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Transfers with a ceiling, and transfers that their caller watches.
+// Transfers with a size limit, and transfers that their caller watches.
 #include "utilities/http_limits.hpp"
 
 #include <curl/curl.h>
@@ -28,7 +28,7 @@ using zot::test::write_bytes;
 
 constexpr std::uint64_t limit = 100000;
 
-// A service of one address that misses the comfort of the others.
+// A service with a single address, without the features of the others.
 class plain_service {
  public:
   plain_service() = default;
@@ -60,7 +60,7 @@ class plain_service {
   std::thread thread_;
 };
 
-// Answers GET and POST in chunks, without telling how much will come.
+// Answers GET and POST in chunks, without announcing the length.
 class chunked_service : public plain_service {
  public:
   explicit chunked_service(std::size_t bytes) {
@@ -171,7 +171,7 @@ TEST_F(TransferLimit, FullMediumIsStillAWriteError) {
   EXPECT_EQ(fetch(url_), CURLE_WRITE_ERROR);
 }
 
-// Sends headers of a kibibyte each.
+// Sends headers of one kibibyte each.
 class talkative_service : public plain_service {
  public:
   explicit talkative_service(int headers) {
@@ -238,7 +238,7 @@ TEST_F(WatchTransfers, TellsNothingOnceItIsTakenOff) {
 TEST_F(WatchTransfers, AnyAnswerButZeroEndsTheTransfer) {
   offer(10);
   zot_util_watch_transfers(watcher::look, &seen_);
-  // The third is what libcurl takes for a wish for its own progress meter.
+  // libcurl takes the third value as a request for its own progress meter.
   for (const int answer : {1, -1, 0x10000001}) {
     seen_ = {.end_at = 0, .answer = answer};
     EXPECT_EQ(fetch(url_), CURLE_ABORTED_BY_CALLBACK) << answer;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Transfers with a libcurl that lacks an option, or that has no memory for one.
+// Transfers with a libcurl that lacks an option or has no memory for it.
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@
 
 namespace {
 
-// What the next calls of curl_easy_setopt() meet, and what they asked for.
+// Controls the next calls of curl_easy_setopt() and records the options that they set.
 struct option_gate {
   std::optional<CURLoption> closed = std::nullopt;
   CURLcode answer = CURLE_OK;
@@ -32,7 +32,7 @@ thread_local option_gate *gate = nullptr;
 
 using set_option = CURLcode (*)(CURL *, CURLoption, ...);
 
-// What an argument is, the number of the option tells.
+// The number of the option tells the type of its argument.
 CURLcode hand_on(CURL *curl, CURLoption option, va_list args) {
   static const auto next = reinterpret_cast<set_option>(::dlsym(RTLD_NEXT, "curl_easy_setopt"));
   constexpr int numbers_of_a_type = 10000;
@@ -48,7 +48,7 @@ CURLcode hand_on(CURL *curl, CURLoption option, va_list args) {
 
 }  // namespace
 
-// Stands before the one of libcurl, for this whole program.
+// Replaces the function of libcurl for this whole program.
 extern "C" CURLcode curl_easy_setopt(CURL *curl, CURLoption option, ...) {
   if (gate != nullptr) {
     gate->asked.insert(option);
@@ -70,7 +70,7 @@ using zot::test::read_bytes;
 using zot::test::service;
 using zot::test::temp_dir;
 
-// Of one file, or, when the parameter says so, of a set of files.
+// Transfers one file, or a set of files if the parameter is true.
 class HttpOptions : public testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
@@ -109,7 +109,7 @@ class HttpOptions : public testing::TestWithParam<bool> {
   option_gate gate_;
 };
 
-// Where the bytes come from and go to, how long the headers may be, and what is posted.
+// The source and target of the bytes, the limit on headers, and the posted body.
 const std::set<CURLoption> needed{CURLOPT_URL,        CURLOPT_WRITEFUNCTION,  CURLOPT_WRITEDATA,
                                   CURLOPT_HEADERDATA, CURLOPT_HEADERFUNCTION, CURLOPT_POST,
                                   CURLOPT_POSTFIELDS};
@@ -147,7 +147,7 @@ TEST_P(HttpOptions, WantOfMemoryForAnyOfThemFailsBeforeARequest) {
   EXPECT_EQ(service_.requests().size(), requests);
 }
 
-// Whatever keeps the option from being set, a proxy may still be in use.
+// If the option cannot be set, for whatever reason, a proxy may still be in use.
 TEST_P(HttpOptions, AnyOtherRefusalOfTheProxyFailsBeforeARequest) {
   const env_guard proxy("http_proxy", "http://" + service_.host());
   close(CURLOPT_PROXY, CURLE_BAD_FUNCTION_ARGUMENT);

@@ -18,7 +18,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, LoopbackUrl,
                                          "http://[::1]:8087/", "127.0.0.1:8087/tgz",
                                          "http://user@127.0.0.1:80/"));
 
-// What nobody can take apart goes to no proxy by mistake.
+// A URL that cannot be parsed must not go to a proxy by mistake.
 INSTANTIATE_TEST_SUITE_P(Unreadable, LoopbackUrl, testing::Values("", "http://", "http://a b/"));
 
 class OtherUrl : public testing::TestWithParam<const char *> {};

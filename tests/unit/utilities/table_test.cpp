@@ -249,7 +249,7 @@ bool is_category(const std::string &name) {
   return false;
 }
 
-// "Ap" is the beginning of "ApGroup" and a category all the same.
+// "Ap" is the beginning of "ApGroup", but also a category.
 TEST(CategoryOf, FindsNoBeginningOfAName) {
   for (int32_t value = 0; value < ZOT_CAT_COUNT; ++value) {
     const std::string name = get_cat_str_by_gpb_cat(value);
@@ -341,7 +341,7 @@ TEST(SplitGpbPath, ReadsAVersionAsItsPrefixSays) {
       {"9", 10},
       {"10", 10},
       {"4294967296", 10},
-      // The most digits that fit always, those that may, and those that never do.
+      // Digits that always fit, digits that may fit, and digits that never fit.
       {std::string(17, '9'), 10},
       {std::string(18, '9'), 10},
       {"100000000000000000", 10},

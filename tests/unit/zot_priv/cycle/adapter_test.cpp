@@ -21,8 +21,8 @@ namespace {
 std::optional<CURLcode> result_of_transfers;
 }
 
-// The archive is fetched without a time limit, so that no service can make the transfer end with
-// this code within a test.
+// Returns a chosen result: the archive is fetched without a time limit, so no service can make the
+// transfer end with this code during a test.
 extern "C" CURLcode curl_easy_perform(CURL *curl) {
   if (result_of_transfers.has_value()) {
     return *result_of_transfers;
@@ -49,7 +49,7 @@ class transfers_that_end_with {
   ~transfers_that_end_with() { result_of_transfers.reset(); }
 };
 
-// Puts what was fetched into the temporary slot, which releases it.
+// Puts the fetched K into the temporary slot, which frees it.
 int download_k_into_slot(const element &e) {
   auto *const k = static_cast<zot_k *>(std::calloc(1, sizeof(zot_k)));
   const int status = ap_download_k(e.handle(), k);
@@ -196,7 +196,7 @@ TEST_F(DownloadGpb, AsksForTheFilesInTheOrderOfTheList) {
             (texts{"/config//Wlan/guest/1", "/config//Zone/hq/1", "/config//Radio/r5/3"}));
 }
 
-// A name is "/config/" and the path, cut to what fits in 4,096 bytes with the terminator.
+// A name is "/config/" and the path, truncated to 4,096 bytes with the terminator.
 TEST_F(DownloadGpb, AsksForLongPathsUpToTheLengthOfAName) {
   zot_priv_free_gpb_list(e.handle(), &head.node);
   texts expected;
@@ -354,7 +354,7 @@ TEST_F(DownloadGpb, ShowsTheCommandWithoutItsLimits) {
   EXPECT_FALSE(e.log().contains_part("ulimit")) << e.log().dump();
 }
 
-// How far an unpacker comes is its own affair; the next archive goes over it.
+// How far an unpacker gets is undefined; the next archive overwrites its result.
 TEST_F(DownloadGpb, LeavesOnlyWhatKNamesOfAnArchiveThatCannotBeUnpacked) {
   const std::string whole = make_tar_gz({{.path = "config/Wlan/guest/1", .bytes = "guest one"},
                                          {.path = "config/Vlan/other/1", .bytes = "other"},
@@ -387,8 +387,8 @@ TEST_F(DownloadGpb, StoresTheArchiveInAFileOfItsOwn) {
   EXPECT_EQ(read_bytes(e.dir() / "kept"), "kept");
 }
 
-// An element with the first configuration in force, which is offered the second with an archive
-// that brings a link and other bytes for a file of the first.
+// An element with the first configuration in force. The service offers the second one with an
+// archive that has a link and other bytes for a file of the first.
 class FailedUpdate : public testing::Test {
  protected:
   void SetUp() override {
@@ -449,7 +449,7 @@ TEST_F(FailedUpdate, WithdrawsWhatWasFetchedBeforeIt) {
   EXPECT_EQ(other.get(ZOT_STAT_CACHED | every_change).status, ZOT_ERR_NO_CACHE);
 }
 
-// What a process left that ended while it unpacked.
+// What a process that ended while unpacking leaves behind.
 class Leftovers : public testing::TestWithParam<const char *> {
  protected:
   service remote;

@@ -50,7 +50,7 @@ TEST_F(CommitConf, LogsItsStepsInOrder) {
        {ZOT_LOG_INFO, k_topics, "zot_done_commit", "Commit configuration: Done\n"}}));
 }
 
-// An adapter may have put its K elsewhere.
+// An adapter may have put its K in another directory.
 TEST_F(CommitConf, TakesTheKFilesFromTheRootOfTheK) {
   const std::string root = e.dir() / "adapter";
   std::filesystem::create_directories(root);
@@ -62,7 +62,7 @@ TEST_F(CommitConf, TakesTheKFilesFromTheRootOfTheK) {
   EXPECT_TRUE(is_in_force_on_disk(e.conf_root(), second_configuration()));
 }
 
-// A get that has no memory for it goes on without.
+// A get without memory for the root goes on without it.
 TEST_F(CommitConf, TakesTheKFilesOfAKWithoutARootFromTheScratchFolder) {
   zot_priv_k_set_root(slot(ZOT_SLOT_TMP).k, nullptr);
   EXPECT_EQ(run_commit(), ZOT_OK) << e.error_text();
@@ -152,7 +152,7 @@ TEST_F(CommitOfAPathThatClimbs, IsTheAffairOfAnAdapter) {
   EXPECT_EQ(run_commit(), ZOT_OK) << e.error_text();
 }
 
-// What goes missing in the scratch directory, and comes back before the second try.
+// Something disappears from the scratch directory and comes back before the second attempt.
 class FailedCommit : public WaitingForVerdict {
  protected:
   void SetUp() override {
@@ -257,7 +257,7 @@ TEST_F(FailedCommit, IsForgottenByTheNextCheck) {
   EXPECT_EQ(e.handle()->own.commit_begun, 0U);
 }
 
-// The old files are on the medium, the new ones are not: it has reported an error.
+// The old files are on the medium. The new ones are not, because the medium has reported an error.
 class UnsyncedCommit : public WaitingForVerdict {
  protected:
   void SetUp() override {
@@ -274,7 +274,7 @@ TEST_F(UnsyncedCommit, IsNotDone) {
   EXPECT_TRUE(exists(e.conf_root() + "undo/config"));
 }
 
-// The medium tells of an error once, and what it could not write is lost.
+// An error of the medium is reported only once, and what could not be written is lost.
 TEST_F(UnsyncedCommit, CopiesEverythingAgain) {
   for (const char *const lost : {"knowledge/subsys.k", "config/Wlan/guest/2"}) {
     const std::string path = e.conf_root() + lost;

@@ -13,7 +13,7 @@ namespace {
 
 using namespace zot::test;
 
-// A handle that has loaded the refused K of the cache.
+// A handle that has loaded the rolled-back K of the cache.
 class ForgetChangedRefusal : public testing::Test {
  protected:
   ForgetChangedRefusal() {
@@ -21,7 +21,7 @@ class ForgetChangedRefusal : public testing::Test {
     zot_priv_init_load_fail_k(e.handle());
   }
   [[nodiscard]] const zot_k *refused() const { return slot_of(e, ZOT_SLOT_CORRUPTED).k; }
-  // The text of the K that the next look finds.
+  // The text of the rolled-back K that the next look finds.
   std::string refused_then() {
     zot::forget_changed_corrupted(*e.handle());
     zot_priv_init_load_fail_k(e.handle());
@@ -76,7 +76,7 @@ TEST_F(ForgetChangedRefusal, KeepsItInDevMode) {
   expect_kept();
 }
 
-// What the cache names then belongs to a commit that is undone.
+// What the cache names in this state belongs to a commit that is undone.
 TEST_F(ForgetChangedRefusal, KeepsItWhileACommitIsNotUndone) {
   std::filesystem::remove(checksum);
   std::filesystem::create_directory(e.conf_root() + "undo");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A handle whose roots lie in a folder of the test.
+// A handle whose roots are in a folder of the test.
 #pragma once
 
 #include <gtest/gtest.h>

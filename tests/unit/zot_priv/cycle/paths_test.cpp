@@ -25,7 +25,7 @@ bool is_directory(const std::string &path) {
   return std::filesystem::is_directory(path);
 }
 
-// Runs in a process whose root directory is empty, so that the defaults touch nothing else.
+// Runs in a process with an empty root directory, so that the default paths touch nothing else.
 [[noreturn]] void create_below(const std::string &root) {
   if (::geteuid() != 0 && ::unshare(CLONE_NEWUSER) != 0) {
     ::_exit(2);
@@ -209,12 +209,13 @@ class Directory : public Paths {
   int check(const char *path) { return zot_priv_chk_n_mkdir(handle_.get(), path, "some root"); }
 };
 
-// A folder of so many bytes below another, its parents of names that a file system takes.
+// A folder with a path of this length below another one. Its parents have names that a file system
+// accepts.
 std::string folder_of_length(std::string folder, std::size_t length) {
   constexpr std::size_t longest_name = 200;
   while (folder.size() < length) {
     const std::size_t left = length - folder.size() - 1;
-    // What is left after this name has room for a slash and a name.
+    // The rest of the length must suffice for a slash and a name.
     folder += "/" + std::string(left > longest_name + 1 ? longest_name : left, 'x');
   }
   return folder;

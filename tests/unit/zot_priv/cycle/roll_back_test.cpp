@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The gate is tested beside the commit.
+// The checks that commit and rollback share are tested in verdict_test.cpp.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -19,7 +19,7 @@ constexpr const char *roll_back = "zot_priv_commit_fail_k";
 
 class RollBack : public WaitingForVerdict {
  protected:
-  // Lets a configuration be last, as two earlier commits leave it.
+  // Installs a last configuration, as two earlier commits leave it.
   void have_last() {
     install_last(e, third_configuration());
     e.handle()->load_flags &= ~static_cast<std::uint32_t>(ZOT_LOADED_PREV_K);

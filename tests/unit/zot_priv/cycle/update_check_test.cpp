@@ -23,7 +23,7 @@ class CheckUpdate : public testing::Test {
  protected:
   CheckUpdate() { remote.publish(second_configuration()); }
 
-  // As an earlier process left the cache.
+  // Leaves the cache as an earlier process would.
   void have_current(const publication &published) {
     install_current(e, published);
     zot_priv_init_load_conf(e.handle());
@@ -318,7 +318,7 @@ TEST(CheckUpdateInDevMode, ReadsTheReturnedFilesFromTheDevPath) {
 
 class HandleNoUpdate : public CheckUpdate {
  protected:
-  // A new configuration waits while the first one is in force and nothing is last.
+  // A new configuration waits while the first one is in force and there is no last one.
   void SetUp() override {
     have_current(first_configuration());
     ASSERT_EQ(run(), ZOT_OK);

@@ -15,7 +15,7 @@ using namespace zot::test;
 constexpr const char *commit = "zot_priv_commit_conf";
 constexpr const char *roll_back = "zot_priv_commit_fail_k";
 
-// Commit and roll-back pass the same gate.
+// Commit and rollback begin with the same checks.
 struct verdict {
   const char *name;
   int (*run)(zot_ctx *);

@@ -150,7 +150,7 @@ TEST(Diff, UnchangedEntryComesFromTheCurrentList) {
   EXPECT_EQ(test.marks(), (lines{"/Wlan/a/1 0x02", "/Zone/z/1 0x02"}));
 }
 
-// A publisher may give a version that is in force to other bytes.
+// A publisher may give a version in force to other bytes.
 TEST(Diff, EqualEntryOfOtherBytesComesFromTheNewListAndStaysUnchanged) {
   for (const char *const bytes : {"newer", "new"}) {
     difference_of test({{ZOT_CAT_WLAN, "a", 1, 0, "old"}}, {{ZOT_CAT_WLAN, "a", 1, 0, bytes}});

@@ -20,7 +20,7 @@ using lines = std::vector<std::string>;
 struct checked_k {
   explicit checked_k(const std::string &text)
       : k(k_with_data(text)), status(zot_priv_chk_vail_k_cont(handle.get(), k.get())) {}
-  // One whose checksum was verified before.
+  // A K whose checksum was verified before.
   checked_k(const std::string &text, const std::string &checksum)
       : k(k_with_data(text)),
         status(zot::check_k_content(handle.get(), k.get(), checksum.c_str(), nullptr)) {}
@@ -193,7 +193,7 @@ TEST(KContent, AbsentMetadataKeepsTheFormerText) {
   EXPECT_STREQ(k->meta.config_id, "former id");
 }
 
-// Whether the field is a text and, to its end, zeros.
+// Whether the field holds the text and zeros up to its end.
 template <std::size_t Size>
 testing::AssertionResult holds_nothing_but(const char (&field)[Size], const std::string &text) {
   std::string whole = text;
@@ -203,7 +203,7 @@ testing::AssertionResult holds_nothing_but(const char (&field)[Size], const std:
              : testing::AssertionFailure() << "it begins with " << field;
 }
 
-// The metadata are handed out as they lie in memory.
+// Callers receive the metadata as it lies in memory.
 TEST(KContent, NothingStandsBehindTheTexts) {
   model_handle handle;
   const zot::k_owner k = k_with_data(complete);
@@ -251,7 +251,7 @@ TEST(KContent, SecondCheckReplacesTheTree) {
   EXPECT_EQ(test.k->gpbs, cJSON_GetObjectItem(test.k->json, "gpbs"));
 }
 
-// A K with the text of one that was checked before.
+// A K with the text of another one that was checked before.
 struct known_text {
   explicit known_text(const std::string &text = complete) : k(k_with_data(text)) {}
   int run(zot_parsed_k *from) {
@@ -353,7 +353,7 @@ TEST(KnownKContent, IsNotTakenForATextWithoutAChecksum) {
   EXPECT_NE(test.k->json, test.known.k->json);
 }
 
-// The text of a record may have been replaced after it was parsed.
+// The text of a record may be replaced after it was parsed.
 TEST(KnownKContent, OfARecordWhoseTextWasReplacedIsNotTaken) {
   std::string other = complete;
   other.replace(other.find("c-1"), 3, "c-2");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The order of the GPB list of a K, and the versions of one object that it may not hold, beside a
-// list whose records were made one by one and sorted as any list.
+// The order of the GPB list of a K, and the versions of one object that it must not contain.
+// Compared with a list whose records are created one by one and sorted like any list.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ using lines = std::vector<std::string>;
 
 struct listed_object {
   std::string path;
-  // Tells entries apart that are equal to the order.
+  // Distinguishes entries that the order treats as equal.
   std::string checksum;
 };
 
@@ -30,7 +30,7 @@ int compare_nodes(void * /*priv*/, zot_list *a, zot_list *b) {
   return zot_priv_cmp_gpb(&zot::gpb_of(a), &zot::gpb_of(b), nullptr);
 }
 
-// The records of the same objects, made in the order of the document and then sorted.
+// Records of the same objects, created in document order and then sorted.
 zot::gpb_list_owner sorted_records(zot_ctx *handle, const std::vector<listed_object> &objects) {
   zot::gpb_list_owner gpbs = zot::make_gpb_list(handle);
   for (const listed_object &object : objects) {
@@ -67,14 +67,14 @@ lines elements_of(const std::vector<listed_object> &objects) {
   return elements;
 }
 
-// The same lists each time.
+// Generates the same lists each time.
 class random_lists {
  public:
   size_t below(size_t end) { return static_cast<size_t>(engine_()) % end; }
   const std::string &one_of(const lines &choices) { return choices[below(choices.size())]; }
 
-  // Keys that begin alike, keys that are beginnings of others, and keys of which no more is kept
-  // than what they have in common.
+  // Keys with the same beginning, keys that are prefixes of others, and keys that are equal after
+  // truncation.
   std::string key() {
     std::string text = one_of(stems_);
     for (size_t more = below(11) + (text.empty() ? 1 : 0); more > 0; --more) {
@@ -83,7 +83,7 @@ class random_lists {
     return text;
   }
 
-  // With versions that follow from the object, or with any.
+  // Versions depend on the object, or are arbitrary.
   std::vector<listed_object> list(bool has_any_version) {
     stems_ = {one_of(all_stems_), one_of(all_stems_)};
     endings_ = {one_of(all_endings_), one_of(all_endings_)};
@@ -110,7 +110,7 @@ class random_lists {
                             std::string(60, 'k')};
   const lines all_endings_ = {"a",       "b", "0", "-", "!", "~", "\xc3\xa9", "\xf0\x9f\x98\x80",
                               "aaaaaaaa"};
-  // One number in several spellings, so that equal entries have paths of their own.
+  // One number in several spellings, so that equal entries have different paths.
   const lines spellings_ = {"", "0", "00", "0x"};
   lines stems_;
   lines endings_;
@@ -199,7 +199,7 @@ TEST(OrderOfGpbList, CharactersBeyondAsciiComeLast) {
   EXPECT_EQ(test.paths(), (lines{"/Wlan/a/1", "/Wlan/~/1", "/Wlan/\xc3\xa9/1"}));
 }
 
-// Two versions of one object at two places of a list of 70 elements.
+// Two versions of one object at two positions in a list of 70 elements.
 class RepeatedObject : public testing::TestWithParam<std::pair<size_t, size_t>> {
  protected:
   static lines objects(const std::string &last_version) {
@@ -254,7 +254,7 @@ TEST(OrderOfGpbList, OneKeyInTwoCategoriesIsTwoObjects) {
   EXPECT_EQ(test.status, ZOT_OK);
 }
 
-// Counts around those at which the sort has runs of one length only.
+// Counts around those at which the sort has only runs of one length.
 class LengthOfGpbList : public testing::TestWithParam<size_t> {};
 
 TEST_P(LengthOfGpbList, IsThatOfTheDocument) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Elements of "gpbs" as text, and the list that a K of them gives.
+// Elements of "gpbs" as text, and the list that the library builds from a K with them.
 #pragma once
 
 #include <string>

@@ -390,7 +390,7 @@ TEST(GpbListOfK, FailureIsLogged) {
             lines{"0 1 [zot_priv_get_gpb_list_via_k_json]: unable to get size of GPB\n"});
 }
 
-// A K of many elements in scrambled order. The version of an element is its number.
+// A K with many elements in scrambled order. The version of an element is its number.
 class large_k {
  public:
   static constexpr size_t count = 100000;
@@ -399,7 +399,7 @@ class large_k {
     std::string text = R"({"clusterId":"c-1","gpbs":[)";
     std::array<char, 256> one{};
     for (size_t i = 0; i < count; ++i) {
-      // The factor has no divisor in common with the count: every number comes once.
+      // The factor and the count have no common divisor, so every number occurs once.
       std::snprintf(one.data(), one.size(), R"(%s{"path":"%s","size":3,"checksum":"%s"})",
                     i == 0 ? "" : ",", path(i * 7919 % count).data(), digest.c_str());
       text += one.data();

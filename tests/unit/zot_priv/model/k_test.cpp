@@ -298,7 +298,7 @@ TEST(DuplicateK, OntoItselfIsRefused) {
   EXPECT_EQ(zot::duplicate_k(k.get(), k.get()), ZOT_ERR_WRONG_INPUT);
 }
 
-// Trees that a client put into a record belong to that record alone, whatever they are.
+// A tree that a client put into a record belongs to that record alone, whatever it is.
 class OwnTree : public testing::TestWithParam<const char *> {};
 
 TEST_P(OwnTree, IsCopiedWithItsRecord) {
@@ -326,7 +326,7 @@ TEST(DuplicateK, OfATreeOfItsOwnPointsIntoTheCopy) {
   EXPECT_STREQ(first_path(*copy), "/Wlan/a/1");
 }
 
-// The leak checker holds that both trees are freed.
+// The leak checker verifies that both trees are freed.
 TEST(FreeK, TreeThatTookThePlaceOfASharedOneIsFreedBesideIt) {
   model_handle handle;
   const zot::k_owner k = full_k();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// K records, GPB lists and a handle that releases them, as the tests of the model arrange them.
+// K records, GPB lists and a handle that frees them, for the tests of the model.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@
 
 namespace zot::test::model {
 
-// Releases its slots and its marked list at the end.
+// Frees its slots and its marked list at the end.
 class model_handle : public bare_handle {
  public:
   model_handle() = default;
@@ -114,8 +114,8 @@ inline gpb_list_owner list_of(zot_ctx *handle, const std::vector<entry> &entries
   return gpbs;
 }
 
-// Bytes as verification makes them, under a checksum that they need not have: what passes beside
-// them was not digested.
+// Bytes as verification creates them, with any checksum. If such bytes pass with a wrong one, no
+// digest was computed.
 inline verified_bytes verified_as(const std::string &bytes, const std::string &checksum) {
   auto *const made = static_cast<zot_verified *>(std::malloc(sizeof(zot_verified) + bytes.size()));
   made->owners = 1;
@@ -125,7 +125,7 @@ inline verified_bytes verified_as(const std::string &bytes, const std::string &c
   return verified_bytes(made);
 }
 
-// Makes bytes the verified content of an entry, as it states it.
+// Makes bytes the verified content of an entry, with the checksum that it states.
 inline void keep_as_verified(zot_gpb &gpb, const std::string &bytes) {
   keep_content(gpb, verified_as(bytes, gpb.checksum));
 }

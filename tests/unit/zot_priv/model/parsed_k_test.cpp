@@ -42,7 +42,7 @@ TEST(ParsedK, OfNobodyHasNoOwner) {
   zot::release_parsed(nullptr);
 }
 
-// Owners released one after the other, in each order there is.
+// Owners that are released one after the other, in every possible order.
 class ThreeOwners : public testing::TestWithParam<std::vector<size_t>> {};
 
 TEST_P(ThreeOwners, TheTreeLivesUntilTheLastIsGone) {

@@ -19,7 +19,7 @@ using zot::test::sha256_hex;
 
 const std::string bytes = "the bytes of a file";
 
-// An entry and verified bytes that are what it states.
+// An entry, and verified bytes that match what it states.
 struct stated_entry {
   model_handle handle;
   zot::gpb_list_owner gpbs = list_of(handle.get(), {{ZOT_CAT_WLAN, "a", 1, 0, bytes}});
@@ -102,7 +102,7 @@ TEST(DropContent, OfAnEntryWhoseSizeBecameZeroGivesThemBackToo) {
   EXPECT_EQ(test.verified->owners, 1U);
 }
 
-// The leak checker holds the freeing of the two buffers.
+// The leak checker verifies that the two buffers are freed.
 TEST(DropContent, FreesWhatTookTheirPlaceAsWell) {
   stated_entry test;
   test.keep();
@@ -126,7 +126,7 @@ TEST(KeepContent, OfTheSameBytesCountsOnce) {
   EXPECT_EQ(test.verified->owners, 2U);
 }
 
-// A list in the order of all lists, the entries loaded with the bytes that they state.
+// A list in the usual order. Its entries are loaded with the bytes that they state.
 struct loaded_list {
   explicit loaded_list(const std::vector<entry> &entries = {{ZOT_CAT_AP, "a", 1, 0, "ap a"},
                                                             {ZOT_CAT_WLAN, "a", 1, 0, "wlan a"},
@@ -139,7 +139,7 @@ struct loaded_list {
     }
   }
 
-  // The place of the entry whose bytes are those asked for; -1 without any.
+  // The index of the entry whose bytes are found; -1 if there is none.
   int find(zot::listed_files &files, const entry &wanted) {
     zot_gpb *const gpb = new_gpb(wanted);
     const zot_verified *const found = files.verified_of(*gpb);

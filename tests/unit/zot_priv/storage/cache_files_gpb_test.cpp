@@ -33,7 +33,7 @@ struct pending_files {
     return std::string(tested.handle()->conf_root) + "/config";
   }
   [[nodiscard]] std::string fresh() const { return tested.handle()->tmp_gpb_root; }
-  // The cached directory as the messages spell it.
+  // The cached directory as messages spell it.
   [[nodiscard]] std::string spelled() const {
     return std::string(tested.handle()->conf_root) + "//config";
   }
@@ -130,7 +130,7 @@ TEST(CommitGpb, CommitCanBeRepeatedAfterAFailedCopy) {
   EXPECT_EQ(tree(pending.cached()), std::vector<std::string>{"Wlan/office/2"});
 }
 
-// Whoever ends the shell ends the copy with it.
+// A signal that ends the shell also ends the copy.
 TEST(CommitGpb, CommandsRunInPlaceOfTheirShells) {
   pending_files pending;
   const std::string bin = pending.tested.dir() / "bin";
@@ -145,7 +145,7 @@ TEST(CommitGpb, CommandsRunInPlaceOfTheirShells) {
   EXPECT_EQ(read_bytes(bin + "/parents"), "rm " + self + "\ncp " + self + "\n");
 }
 
-// The copy of a directory that could not be removed would land inside it.
+// If the directory could not be removed, the copy would land inside it.
 TEST(CommitGpb, DirectoryThatCannotBeRemovedFailsTheCommit) {
   pending_files pending;
   const std::string root = pending.tested.dir() / "a conf";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The K files at commit and at rotation.
+// The K files at a commit and at a rotation.
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
@@ -35,7 +35,7 @@ struct pending_k {
   void install_last() { oldest.install_k(knowledge(), "prev_subsys.k", "prev_subsys.checksum"); }
   void install_corrupted() { earlier.install_k(knowledge(), "corrupted.k", "corrupted.checksum"); }
 
-  // A conf root with a blank: removals below it are refused, all else works.
+  // A conf root with a blank: removals below it are refused, and everything else works.
   void move_conf_root_where_nothing_is_removed() {
     set_text(tested.handle()->conf_root, tested.dir() / "a conf");
     set_text(tested.handle()->conf_k_root, tested.dir() / "a conf/knowledge");
@@ -54,7 +54,7 @@ struct pending_k {
   [[nodiscard]] bool is_stored(const std::string &name) const {
     return exists(knowledge() + "/" + name);
   }
-  // A path as the messages spell it.
+  // A path as messages spell it.
   [[nodiscard]] std::string by_k_root(const std::string &name) const {
     return std::string(tested.handle()->conf_k_root) + "/" + name;
   }
@@ -81,7 +81,7 @@ std::string size_line(std::size_t bytes) {
          "\n";
 }
 
-// All that a commit logs; the warnings of the two renames stand where they belong.
+// All messages of a commit, with the warnings of the two renames in their places.
 lines commit_lines(const pending_k &pending, const lines &k_warning,
                    const lines &checksum_warning) {
   const std::string current = pending.by_k_root("/subsys.k");
@@ -188,7 +188,7 @@ TEST(CommitK, RecordHoldsTheKAsReadFromTheCache) {
   EXPECT_NE(pending.k->gpbs, nullptr);
 }
 
-// A client may have replaced the text of the record, and the file, after the record was checked.
+// A client may replace the text of the record and the file after the record was checked.
 TEST(CommitK, TreeOfTheRecordIsThatOfItsText) {
   pending_k pending;
   const publication other = small_publication("config-other");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a lock is held; what calls make of it is tested with whole cycles.
+// How a lock is held. The tests of whole cycles cover how calls use it.
 #include "zot_priv/storage/cache_lock.hpp"
 
 #include <fcntl.h>
@@ -119,7 +119,8 @@ TEST_F(CacheLock, IsPassedToCommandsOnlyWhereItIsLent) {
   EXPECT_EQ(descriptor_flags(), (std::array{FD_CLOEXEC, FD_CLOEXEC}));
 }
 
-// As a worker that another thread of the host has forked meanwhile, and that starts no program.
+// The child stands for a worker that another thread of the host forks in the meantime and that
+// starts no program.
 TEST_F(CacheLock, EndsThoughAChildHasItsDescriptors) {
   pid_t child = -1;
   {
@@ -166,14 +167,14 @@ TEST_F(CacheLock, IsThatOfAScratchFolderMadeAnewWhileItWaited) {
   EXPECT_TRUE(zot::is_scratch_held(*e.handle()));
 }
 
-// Lets a call that looks at a file by its name fail, however often it is made.
+// Makes the call that looks up a file by its name fail every time.
 void deny_stat() {
 #ifdef __NR_newfstatat
   constexpr auto stat_call = __NR_newfstatat;
 #else
   constexpr auto stat_call = __NR_statx;
 #endif
-  // By an empty name it looks at a descriptor.
+  // With an empty name the call looks at a descriptor.
   constexpr std::uint32_t flags = offsetof(seccomp_data, args[stat_call == __NR_statx ? 2 : 3]);
   std::array filter = {sock_filter(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))),
                        sock_filter(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, stat_call, 0, 3)),

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Directories as the kernel hands them out, and what is removed of them.
+// Directories as the kernel lists them, and their removal.
 #include "zot_priv/storage/directory_walk.hpp"
 
 #include <gtest/gtest.h>
@@ -51,7 +51,7 @@ TEST(DirectoryNames, HiddenFilesAreNamesLikeOthers) {
   EXPECT_EQ(names_in(dir.path()), names);
 }
 
-// Far more than is asked for at once, with names of every length.
+// Far more names than one read returns, of every length.
 TEST(DirectoryNames, LargeDirectoryIsNamedCompletely) {
   const temp_dir dir;
   std::set<std::string> names;

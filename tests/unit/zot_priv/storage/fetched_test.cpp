@@ -37,7 +37,7 @@ class Fetched : public testing::Test {
     const zot_slot &fetched = slot_of(e, ZOT_SLOT_TMP);
     return zot::is_in_force(*e.handle(), *fetched.k, fetched.gpbs);
   }
-  // As a later get begins.
+  // Replaces the checksum file, as a later get does at its start.
   void renew_checksum() {
     write_bytes(scratch("subsys.checksum"), second_configuration().checksum_text());
   }
@@ -67,7 +67,7 @@ TEST_F(Fetched, IsComparedWhereAFileWasWrittenSince) {
   EXPECT_FALSE(is_set_as_fetched());
 }
 
-// As a disk does that returns other bytes than were written: only the commit's copy meets them.
+// Like a disk that returns other bytes than were written: only the commit's copy sees them.
 TEST_F(Fetched, IsNotReadAgainWhenNobodyTouchedIt) {
   const std::string file = scratch("config/Wlan/staff/1");
   write_bytes(file, "Staff one");
@@ -102,7 +102,7 @@ TEST_F(Fetched, IsNotWholeWithAnotherK) {
   EXPECT_FALSE(is_set_as_fetched());
 }
 
-// As after a get that found no memory for the path of K.
+// As after a get that ran out of memory for the path of K.
 TEST_F(Fetched, IsWholeWithoutTheBytesOfKAsLongAsNobodyElseGetsAny) {
   zot_k &k = *slot_of(e, ZOT_SLOT_TMP).k;
   const zot::c_text bytes(std::exchange(k.data, nullptr));
@@ -133,7 +133,7 @@ TEST_F(Fetched, IsStoredWhenTheCacheHasAllItsFiles) {
   EXPECT_FALSE(zot::are_files_stored(*e.handle(), gpbs));
 }
 
-// Two files of one name there may have the same size.
+// There, two files whose names differ only in case may have the same size.
 TEST_F(Fetched, IsComparedWhereNamesThatDifferInCaseAreOneFile) {
   const zot_list *const gpbs = slot_of(e, ZOT_SLOT_TMP).gpbs;
   second_configuration().install_cache(e.conf_root());
@@ -207,7 +207,7 @@ TEST_F(Fetched, HasAPathOutsideOfItsFolderOnlyWhereOneClimbs) {
   }
 }
 
-// The copy of the K tells better what is wrong.
+// The copy of the K reports the error better.
 TEST_F(Fetched, LeavesAFileThatIsGoneToItsCopy) {
   renew_checksum();
   fs::remove(scratch("subsys.k"));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files of a folder when the process has hardly any descriptors left.
+// Reads files of a folder when the process has hardly any descriptors left.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -15,7 +15,7 @@ namespace {
 
 using namespace zot::test::model;
 
-// As long as this lives, the process may open so many files and no more.
+// While this lives, the process may open only this number of files.
 class descriptors_left {
  public:
   explicit descriptors_left(int count) {

@@ -17,7 +17,8 @@ struct stored_file {
   std::string root = dir / "root";
 };
 
-// The name of a file is the root, "//config/" and the path, in 4,096 bytes with the terminator.
+// The full name of a file is the root, "//config/" and the path, in 4,096 bytes with the
+// terminator.
 TEST(GpbFolder, HasRoomForNamesUpToTheirLimit) {
   zot::gpb_folder folder("/root");
   EXPECT_TRUE(folder.fits_in_path(std::string(4095 - 5 - 9, 'p').c_str()));

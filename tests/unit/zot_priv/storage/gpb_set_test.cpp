@@ -143,7 +143,7 @@ void state_checksum(zot_list *gpbs, const std::string &checksum) {
   }
 }
 
-// The files of a list are in force, and the same list is brought in once more.
+// The files of a list are in force, and the same list is loaded again.
 struct files_in_force : gpb_files {
   files_in_force() {
     if (run() != ZOT_OK) {
@@ -231,7 +231,7 @@ TEST(ReadGpbSetInForce, EveryFileIsLoggedAsVerified) {
   EXPECT_EQ(lines_of(files.tested.log(), "zot_priv_chk_vail_gpb"), expected);
 }
 
-// A sub-system that only notes what it is asked for.
+// A sub-system that only records what it is asked for.
 struct download_note {
   zot_ctx *handle = nullptr;
   zot_k *k = nullptr;

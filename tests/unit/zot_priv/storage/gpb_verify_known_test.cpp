@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files that are verified beside bytes that were verified before.
+// Files that are verified when verified bytes already exist.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -30,7 +30,7 @@ struct known_file {
   }
   int load() { return load_beside(known.get()); }
   int load_unknown() { return load_beside(nullptr); }
-  // No bytes have this checksum: who passes was not digested.
+  // No bytes have this checksum, so a file that passes was not digested.
   void state_wrong_checksum() { state_checksum(gpb, sha256_hex("something else")); }
   std::string loaded() { return {gpb.content, gpb.size}; }
 
@@ -108,7 +108,7 @@ TEST(LoadContent, WrongFileLeavesNothing) {
   EXPECT_EQ(test.gpb.verified, nullptr);
 }
 
-// Whatever somebody put there, verified bytes take its place.
+// Verified bytes replace any buffer that somebody put there.
 TEST(LoadContent, BufferOfSomebodyElseIsReplaced) {
   known_file test;
   test.gpb.content = ::strdup(other_bytes.c_str());

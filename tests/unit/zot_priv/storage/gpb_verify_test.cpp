@@ -191,7 +191,7 @@ TEST(VerifyGpb, CounterGoesOnBeyondFourGibibytes) {
   EXPECT_EQ(test.bytes_read(), 4294967314U);
 }
 
-// 4 GiB and a few bytes more: in 32 bits that is the size that K states.
+// 4 GiB and a few bytes: truncated to 32 bits, that is the size that K states.
 TEST(VerifyGpb, SizeThatWrapsToTheExpectedOneIsCorrupted) {
   named_file test;
   std::filesystem::resize_file(test.file, (uintmax_t{1} << 32) + bytes.size());
@@ -414,7 +414,7 @@ TEST(BuildGpbContent, SizeZeroIsRefusedWithoutABuffer) {
   EXPECT_EQ(test.gpb.content, nullptr);
 }
 
-// K stated -1; no machine is asked for a buffer of that size.
+// K stated -1, and no buffer of that size is allocated.
 TEST(BuildGpbContent, NegativeSizeIsCorruptedWithoutABuffer) {
   listed_file test;
   test.gpb.size = static_cast<uint32_t>(-1);

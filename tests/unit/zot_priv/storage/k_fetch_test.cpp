@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A new K from the service: what is asked for, what the record and the scratch directory hold then.
+// A new K from the service: what is requested, and what the record and the scratch directory hold
+// then.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -30,7 +31,7 @@ struct fetch {
     return zot_priv_get_new_k_by_host(tested.handle(), new_k.get(), remote.host().c_str());
   }
 
-  // The bytes that only a cleared record loses.
+  // Sets earlier bytes, which only a cleared record loses.
   void fill_new_k() { fill_data(new_k.get(), "earlier bytes"); }
 
   void cache(uint32_t slot, const publication &cached) {
@@ -360,7 +361,7 @@ TEST(UpdateTmpK, MissingRecordIsNamedWithFunctionAndLine) {
   EXPECT_TRUE(std::regex_match(tested.error_text(), form)) << tested.error_text();
 }
 
-// A sub-system whose download of K gives a chosen status.
+// A sub-system whose download of K returns a chosen status.
 int chosen_status = ZOT_OK;
 const zot_k *asked_record = nullptr;
 

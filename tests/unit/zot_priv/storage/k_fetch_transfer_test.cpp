@@ -327,7 +327,7 @@ TEST(IsChkDup, OtherTextIsLoggedWithBoth) {
                   "\n"});
 }
 
-// A K that was just fetched has no checksum, only zeros in its place.
+// A K that was just fetched has only zeros in place of a checksum.
 TEST(IsChkDup, ZeroAmongThe64BytesIsNoDuplicate) {
   comparison zeros(std::string(64, '\0'));
   std::memset(zeros.cached->checksum, 0, sizeof zeros.cached->checksum);
@@ -402,7 +402,7 @@ TEST(HdDupK, CopySharesTheParsedContent) {
   EXPECT_EQ(duplicated.copy->gpbs, duplicated.cached->gpbs);
 }
 
-// A tree that a client made may be anything; each record frees its own.
+// A tree that a client made may be anything. Each record frees its own.
 TEST(HdDupK, TreeOfAClientIsCopied) {
   for (const char *const text : {"[]", "7", R"({"gpbs":[]})"}) {
     duplication duplicated;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The readers that fix which pair of files below a directory is verified.
+// The readers that select which pair of files below a directory is verified.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -40,7 +40,7 @@ const std::vector<reader_case> readers = {
 
 class KReader : public testing::TestWithParam<reader_case> {
  protected:
-  // Every pair, each of another configuration.
+  // Installs every pair, each from another configuration.
   void install_all() {
     for (const reader_case &pair : readers) {
       small_publication(pair.name).install_k(root_, pair.k, pair.checksum);
@@ -152,7 +152,7 @@ TEST(ReadK, PathThatDoesNotFitIsRefusedAndNotCut) {
   EXPECT_EQ(reader.run(root.c_str(), "subsys.k", "subsys.checksum"), ZOT_ERR_WRONG_INPUT);
 }
 
-// A stored configuration beside the K that it is expected to be.
+// A stored configuration, and the K that it is expected to be.
 struct expected_k {
   explicit expected_k(const publication &stored = small_publication()) : text(stored.k_text()) {
     stored.install_k(root + "/knowledge", "subsys.k", "subsys.checksum");
@@ -207,7 +207,7 @@ TEST(ReadExpectedK, AbsentKIsRecorded) {
   EXPECT_EQ(read.tested.handle()->err, ZOT_ERR_NO_FILE);
 }
 
-// "<function> <level> <mask> <text>" of all that was logged.
+// "<function> <level> <mask> <text>" of each message, in order.
 std::vector<std::string> all_lines(const log_capture &log) {
   std::vector<std::string> lines;
   for (const log_record &line : log.lines()) {

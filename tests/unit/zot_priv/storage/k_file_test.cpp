@@ -20,7 +20,7 @@ using lines = std::vector<std::string>;
 
 constexpr const char *verify = "zot_priv_verify_k_file";
 
-// A K and its checksum file in a directory of their own.
+// A K and its checksum file in a separate directory.
 struct stored_k {
   explicit stored_k(const publication &published = small_publication()) : text(published.k_text()) {
     write_bytes(k_path, text);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What downloads leave in the scratch directory: what stays, and what goes when.
+// What downloads leave in the scratch directory: what stays, and what is removed when.
 #include "zot_priv/storage/leftovers.hpp"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ namespace {
 using namespace zot::test;
 namespace fs = std::filesystem;
 
-// Files below the GPB directory beside a list of the small publication.
+// Files below the GPB directory, and a list of the small publication.
 struct listed_files {
   listed_files() {
     at.gpbs = make_list_of(at.tested.handle(), at.k.get());
@@ -139,7 +139,7 @@ void list_under(listed_files &files, const char *path, const char *key) {
   list_add_tail(files.at.gpbs.get(), &gpb->node);
 }
 
-// A path that reaches a file which another entry names as well.
+// A path that leads to a file which another entry also names.
 TEST(RemoveUnlistedFiles, ExtraFileGoesBesideAPathThatLeadsElsewhere) {
   for (const char *const path :
        {"/Zone/zz/../hq/1", "/Zone/./hq/1", "/Zone/hq/./1", "//Zone/hq/1", "/Zone/hq//1"}) {
@@ -177,7 +177,7 @@ TEST(RemoveUnlistedFiles, EmptyDirectoriesGoThoughNoFileDoes) {
   EXPECT_EQ(files.files(), files.listed);
 }
 
-// The census was taken before: what came since shows whether anything was looked for.
+// The census is from before: a file that came later shows whether the directory was searched.
 TEST(RemoveUnlistedFiles, CensusOfTheListedFilesRemovesNothing) {
   listed_files files;
   write_bytes(files.at / "config/Zone/hq/0", "later");

@@ -191,7 +191,7 @@ TEST(LoggedCommand, WithoutAHandleNothingRuns) {
   EXPECT_FALSE(exists(dir / "note"));
 }
 
-// From here on this process cannot learn how its children ended.
+// From here on this process cannot get the status of its children.
 bool lose_children() {
   sock_filter rules[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -204,7 +204,8 @@ bool lose_children() {
          ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
-// Exits with 0 when all is as expected; the loss of children must not outlive the process.
+// Runs in its own process, because the lost status cannot be undone. Exits with 0 if all is as
+// expected.
 [[noreturn]] void run_without_a_status() {
   bare_handle handle;
   int code = 99;

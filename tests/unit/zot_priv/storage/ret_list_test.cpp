@@ -31,7 +31,7 @@ zot_catset only(int32_t category) {
   return set;
 }
 
-// A marked list, the files it names, and a returned list to fill.
+// A marked list, its files, and a returned list to fill.
 class request {
  public:
   explicit request(const std::vector<entry> &entries = one_of_each)
@@ -54,7 +54,7 @@ class request {
     return zot_priv_get_ret_data_via_gpb(handle.get(), marked.get(), &ret, mask, dir.path().c_str(),
                                          catset);
   }
-  // Runs once more, with an empty returned list.
+  // Runs again, with an empty returned list.
   int run_again(uint32_t mask) {
     zot_priv_free_ret_data(&ret);
     return run(mask);
@@ -362,12 +362,12 @@ TEST(ReturnedList, FileThatWasAlteredAndIsRightAgainIsReturned) {
   EXPECT_EQ(test.run_again(ZOT_STAT_CACHED), ZOT_OK);
 }
 
-// A request whose last entry states a checksum that no file has: it is returned only where bytes of
-// that checksum are known.
+// A request whose last entry states a checksum that no file has. The entry is returned only if
+// bytes with that checksum are already known.
 struct undigested : request {
   undigested() { state_checksum(entry_at(marked.get(), 3), stated); }
 
-  // A slot with the configuration that the entry belongs to, its bytes verified.
+  // Fills a slot with the configuration that the entry belongs to, its bytes verified.
   void bring_in(uint32_t slot, const std::string &bytes) {
     zot::gpb_list_owner gpbs = list_of(
         handle.get(), {{ZOT_CAT_WLAN, "a", 1, 0, "wlan a"}, {ZOT_CAT_ZONE, "z", 1, 0, bytes}});
@@ -402,7 +402,7 @@ TEST(KnownReturnedList, CurrentSlotHelpsWhereTheTemporaryOneDoesNot) {
   EXPECT_EQ(test.run(0x1e), ZOT_OK) << test.handle.error_text();
 }
 
-// A client's own download may have filled the entries with bytes that nobody verified.
+// A client's own download may fill entries with bytes that nobody verified.
 TEST(KnownReturnedList, BytesThatNobodyVerifiedVouchForNothing) {
   for (const uint32_t slot : {ZOT_SLOT_TMP, ZOT_SLOT_CURRENT}) {
     undigested test;
@@ -425,7 +425,7 @@ TEST(KnownReturnedList, OneFileIsInMemoryOnce) {
   EXPECT_EQ(zot::ret_data_of(test.ret.next).data, in_force.content);
 }
 
-// What somebody put into a record is never handed out, whatever a request asks for.
+// Content that somebody put into a record is never returned, whatever the request.
 TEST(ReturnedList, ContentThatNobodyVerifiedIsReadFromTheFile) {
   for (const uint32_t mask : {uint32_t{ZOT_STAT_FULL}, uint32_t{ZOT_STAT_MODIFIED}}) {
     request test;

@@ -53,7 +53,7 @@ class Room : public testing::Test {
   std::uint64_t folder_ = 0;
 };
 
-// A file that is not there is kept as a folder.
+// A missing file is kept as a folder.
 TEST_F(Room, IsNeededForKAndItsFoldersAlone) {
   const room_check check = look();
   EXPECT_EQ(check.fits, room_check::beside);
@@ -87,13 +87,13 @@ TEST_F(Room, IsNeededForTheNamesInALargeFolder) {
   const std::uint64_t counted = keys * block_ + (1 + keys) * folder_;
   const std::uint64_t for_names = look().needed.bytes - without.needed.bytes - counted;
   if (folder_ == 0) {
-    EXPECT_EQ(for_names, 0U);  // as in memory, where folders take no room
+    EXPECT_EQ(for_names, 0U);  // as in memory, where folders take no space
   } else {
     EXPECT_GE(for_names, keys * 12);
   }
 }
 
-// A path may have more parts than the three that say what it is.
+// A path may have more components than the three that identify it.
 TEST_F(Room, IsNeededForEveryFolderOfAPath) {
   const room_check without = look();
   for (const char *const path : {"/Wlan/a/1/x/y", "/Wlan/a/1/x/z", "/Wlan/b/1/x/y"}) {
@@ -147,7 +147,7 @@ TEST_F(Room, OfAFileInForceThatIsHeldOpenDoesNotCount) {
   EXPECT_EQ(alone - look().reclaimed.files, 1U);
 }
 
-// As with clusters, which are larger than the blocks that the file system counts in.
+// As on a file system with clusters that are larger than the blocks that it counts in.
 TEST_F(Room, IsNeededInUnitsOfWhatAFolderTakes) {
   for (int each = 0; each < 500; ++each) {
     write_bytes(knowledge_of(e) + "/" + std::string(100, 'n') + std::to_string(each), "");

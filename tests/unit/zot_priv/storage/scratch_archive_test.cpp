@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Archives that bring more than they should: refused, nothing written elsewhere, nothing left over
-// that the next download could trip over.
+// Archives that bring more than they should. They are refused, nothing is written elsewhere, and
+// nothing is left that the next download could stumble over.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -18,7 +18,7 @@ namespace {
 using namespace zot::test;
 namespace fs = std::filesystem;
 
-// From the GPB directory to the sentinel beside the scratch prefix.
+// The path from the GPB directory to the sentinel beside the scratch prefix.
 constexpr const char *relative_sentinel = "../../../../sentinel";
 constexpr const char *listed_file = "config/Wlan/office/5";
 
@@ -32,7 +32,7 @@ std::string nested(const std::string &start, int levels) {
 
 struct hostile_case {
   const char *name;
-  // What the archive brings beside the listed files; a listed path here replaces that file.
+  // The members in addition to the listed files. A member with a listed path replaces that file.
   std::vector<member> (*members)(const std::string &sentinel);
 };
 
@@ -266,7 +266,7 @@ TEST(ScratchArchive, RefusedArchiveIsNamed) {
             "[ap_download_gpb]: archive holds more than GPB files: " + unpacked.root + "/gpb.tgz");
 }
 
-// Whether such bits reach the disk is up to the unpacker and to who runs it.
+// The unpacker and its user decide whether such bits reach the disk.
 TEST(ScratchArchive, SetUserIdBitsDoNotStay) {
   scratch unpacked;
   std::vector<member> members = unpacked.listed();
@@ -279,8 +279,8 @@ TEST(ScratchArchive, SetUserIdBitsDoNotStay) {
   EXPECT_EQ(unpacked.foreign(), std::vector<std::string>{});
 }
 
-// Some unpackers put it in the file's place, others take the file for it and find nothing to
-// change.
+// Some unpackers replace the file by the directory. Others take the file for the directory and find
+// nothing to change.
 TEST(ScratchArchive, DirectoryOfTheNameAndModeOfKIsRefusedOrChangesNothing) {
   scratch unpacked;
   const std::string k = read_bytes(unpacked / "subsys.k");
@@ -292,7 +292,7 @@ TEST(ScratchArchive, DirectoryOfTheNameAndModeOfKIsRefusedOrChangesNothing) {
   EXPECT_EQ(unpacked.update(), ZOT_OK) << unpacked.tested.error_text();
 }
 
-// The first archive is refused for its link; the second counts on it.
+// The first archive is refused because of its link. The second one relies on that link.
 TEST(ScratchArchive, LinkOfOneArchiveIsNoWayOutForTheNext) {
   scratch unpacked;
   std::vector<member> first = unpacked.listed();
@@ -319,7 +319,7 @@ TEST(ScratchArchive, LinkInThePlaceOfAMissingGpbDirectoryIsNoWayOut) {
   EXPECT_FALSE(fs::is_symlink(unpacked / "config"));
 }
 
-// A process that ended while it unpacked swept nothing.
+// A process that ended while unpacking did not sweep.
 struct leftover_case {
   const char *name;
   const char *link;
@@ -394,7 +394,7 @@ TEST(ScratchArchive, FilesOfEarlierDownloadsGoWhenTheNewSetIsDamaged) {
   EXPECT_EQ(tree(unpacked / "config"), (std::vector<std::string>{"Wlan/office/5", "Zone/hq/1"}));
 }
 
-// Such a member comes with every archive that was made of a directory as a whole.
+// Every archive of a whole directory has such a member.
 TEST(ScratchArchive, ScratchDirectoryKeepsItsMode) {
   scratch unpacked;
   ASSERT_EQ(::chmod(unpacked.root.c_str(), 0750), 0);
@@ -405,7 +405,7 @@ TEST(ScratchArchive, ScratchDirectoryKeepsItsMode) {
   EXPECT_EQ(mode_of(unpacked.root), 0750U);
 }
 
-// One unpacker refuses the name, another passes over it, a third takes it.
+// One unpacker refuses the name, another skips it, and a third accepts it.
 TEST(ScratchArchive, DirectoryAboveKeepsItsMode) {
   scratch unpacked;
   const std::string above = fs::path(unpacked.root).parent_path().string();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A scratch directory with a fetched K, and what lies beside it and has to stay as it is.
+// A scratch directory with a fetched K, and what is beside it and must stay unchanged.
 #pragma once
 
 #include <sys/stat.h>
@@ -31,7 +31,7 @@ inline mode_t mode_of(const std::string &path) {
   return stat_of(path).st_mode & 07777U;
 }
 
-// Type, mode, number of names and content of everything below a directory but one path in it.
+// Type, mode, link count and content of everything below a directory except one path.
 inline std::map<std::string, std::string> snapshot(const std::string &root,
                                                    const std::string &left_out) {
   std::map<std::string, std::string> all;
@@ -61,7 +61,7 @@ struct scratch {
     tested.log().clear();
   }
 
-  // The members of a proper archive of this configuration.
+  // The members of a correct archive of this configuration.
   [[nodiscard]] std::vector<member> listed() const {
     std::vector<member> members;
     for (const auto &[path, bytes] : published.files()) {
@@ -73,12 +73,12 @@ struct scratch {
     remote.clear_overrides();
     remote.answer("/tgz", 200, make_tar_gz(members));
   }
-  // The download as an update check runs it.
+  // Downloads as an update check does.
   int download() {
     gpbs = make_list_of(tested.handle(), k.get());
     return ap_download_gpb(tested.handle(), k.get(), gpbs.get());
   }
-  // The next proper update, K included.
+  // The next correct update, including K.
   int update() {
     remote.clear_overrides();
     k = make_k();
@@ -95,7 +95,7 @@ struct scratch {
   [[nodiscard]] std::map<std::string, std::string> outside() const {
     return snapshot(tested.dir().path(), root);
   }
-  // Whatever lies in the scratch directory and is neither a directory nor a plain file.
+  // Everything in the scratch directory that is neither a directory nor a plain file.
   [[nodiscard]] std::vector<std::string> foreign() const {
     std::vector<std::string> found;
     for (const auto &entry : std::filesystem::recursive_directory_iterator(root)) {

@@ -64,7 +64,8 @@ void *watch_it(void *argument) {
   return watched.begin() && watched.end() ? argument : nullptr;
 }
 
-// As much as the C library of an access point gives to a thread; instrumented code needs more.
+// The stack size that the C library of an access point gives a thread; instrumented code needs
+// more.
 #ifdef __SANITIZE_ADDRESS__
 constexpr size_t thread_stack = 1024 * 1024;
 #else
@@ -85,7 +86,7 @@ TEST(ScratchWatch, DeepTreeNeedsLittleStack) {
   EXPECT_NE(result, nullptr);
 }
 
-// Such dates come with an archive, or with a clock that was wrong when a file was written.
+// Such dates come from an archive, or from a wrong clock when a file was written.
 TEST(ScratchWatch, FilesDatedAfter2038AreNoHindrance) {
   watched watched;
   const std::string file = watched.at / "config/Wlan/office/5";
@@ -372,7 +373,7 @@ TEST(ScratchWatch, LinkInARemovedTreeIsNotFollowed) {
   EXPECT_TRUE(exists(watched.at.sentinel + "/folder"));
 }
 
-// What the GPB directory holds when the watch ends.
+// Counts what the GPB directory holds when the watch ends.
 struct counted : watched {
   zot::gpb_directory_census count() {
     if (!begin() || !end()) {
@@ -459,7 +460,7 @@ class GuardedFile : public testing::TestWithParam<const char *> {
     EXPECT_FALSE(watched_.end());
     EXPECT_FALSE(exists(file_));
   }
-  // Written in place: what the name stands for and its mode stay.
+  // Writes in place: the type and the mode behind the name stay the same.
   void overwrite(const std::string &bytes) {
     std::ofstream(file_, std::ios::binary | std::ios::trunc) << bytes;
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of the storage operations arrange and compare.
+// What the tests of the storage operations set up and compare.
 #pragma once
 
 #include <cstdio>
@@ -26,7 +26,8 @@ inline publication small_publication(std::string_view config_id = "config-1") {
   return published.config_id(std::string(config_id));
 }
 
-// A status without text of its own stays recognisable: nothing records this one.
+// Records a status that no operation records, so that a status without its own text is
+// recognisable.
 inline void mark_status(zot_ctx *handle) {
   zot_priv_err_set_err_str2(handle, 77, "", 0, "an earlier text");
 }
@@ -48,13 +49,13 @@ inline std::string data_of(const zot_k &k) {
   return k.data != nullptr ? std::string(k.data, k.data_len) : "(none)";
 }
 
-// Gives an empty record bytes that a failing operation may or may not take away.
+// Gives an empty record bytes that a failing operation may or may not remove.
 inline void fill_data(zot_k *k, const std::string &bytes) {
   k->data = ::strdup(bytes.c_str());
   k->data_len = static_cast<uint32_t>(bytes.size());
 }
 
-// A verified K from a directory that holds "subsys.k" and "subsys.checksum".
+// Reads a verified K from a directory that holds "subsys.k" and "subsys.checksum".
 inline k_owner read_k(zot_ctx *handle, const std::string &root) {
   k_owner k = make_k();
   if (zot_priv_read_tmp_k(handle, k.get(), root.c_str()) != ZOT_OK ||
@@ -64,7 +65,7 @@ inline k_owner read_k(zot_ctx *handle, const std::string &root) {
   return k;
 }
 
-// The K of a publication as a record of its own, by way of a directory beside the element's.
+// The K of a publication as a separate record, read through a directory beside the element's.
 inline k_owner make_k_of(element &tested, const publication &published) {
   const std::string root = tested.dir() / "made-k";
   published.install_k(root, "subsys.k", "subsys.checksum");

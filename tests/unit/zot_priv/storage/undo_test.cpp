@@ -34,7 +34,7 @@ class Undo : public testing::Test {
     return zot::begin_undo(*e.handle(), gpbs);
   }
   bool restore() { return zot::restore_from_undo(*e.handle()); }
-  // What a commit does between the two.
+  // What a commit does between begin and end of the undo folder.
   void replace_everything() {
     for (const char *const name : {"prev_subsys.k", "prev_subsys.checksum"}) {
       fs::remove(knowledge(name));
@@ -104,7 +104,7 @@ TEST_F(Undo, PutsBackNothingThatHasNotChanged) {
   EXPECT_EQ(contents(root()), before);
 }
 
-// A folder that stands in the place of a K file is damage; the commit replaces it.
+// A folder in place of a K file is damage; the commit replaces it.
 TEST_F(Undo, RemovesWhatTookThePlaceOfAFolder) {
   fs::remove(knowledge("prev_subsys.k"));
   write_bytes(knowledge("prev_subsys.k/inside"), "damage");
@@ -123,7 +123,7 @@ TEST_F(Undo, ReplacesAFolderThatTookThePlaceOfAFile) {
   EXPECT_EQ(contents(root()), before);
 }
 
-// Where a restoration may have been cut off: each of the entries has been put back or not.
+// A restoration may stop at any point: each entry may be restored or not.
 TEST_F(Undo, CanBeCutOffAnywhereAndPutBackAgain) {
   const std::vector<std::function<void()>> put_back = {
       [&] { fs::rename(undo("subsys.k"), knowledge("subsys.k")); },
@@ -188,7 +188,7 @@ TEST_F(Undo, CannotBeBegunWithoutACache) {
   EXPECT_FALSE(zot::retire_undo(*e.handle()));
 }
 
-// As on a medium that cannot be written any more.
+// As on a medium that is no longer writable.
 TEST_F(Undo, IsLoadedFromWhereItWasNotPutBack) {
   ASSERT_TRUE(begin());
   replace_everything();
@@ -223,7 +223,7 @@ TEST_F(Undo, GivesWayWhenItIsNoFolder) {
   EXPECT_TRUE(begin());
 }
 
-// The names that are looked for afterwards are not there.
+// Later lookups fail with ENOENT, which must not replace the reason.
 TEST_F(Undo, SaysWhatCouldNotBePutBack) {
   ASSERT_TRUE(begin());
   fs::remove(knowledge("subsys.k"));
@@ -237,7 +237,7 @@ TEST_F(Undo, SaysWhatCouldNotBePutBack) {
   EXPECT_EQ(errno, ENOTDIR);
 }
 
-// The K files lie on another file system, which has no second names for them in this one.
+// The K files are on another file system, so no hard links to them are possible here.
 class UndoOfTwoFileSystems : public Undo {
  protected:
   UndoOfTwoFileSystems() {
@@ -282,7 +282,7 @@ TEST_F(UndoOfTwoFileSystems, SynchronisesBothBeforeItsFolderGoes) {
   expect_both_synchronised_by([&] { return restore(); });
 }
 
-// As long as what was put back may be lost, the folder keeps it.
+// The folder keeps a file as long as the restored one may be lost.
 TEST_F(UndoOfTwoFileSystems, KeepsEverythingThatIsNotOnItsMedium) {
   ASSERT_TRUE(begin());
   write_bytes(elsewhere + "/subsys.k", "new");
