@@ -23,6 +23,7 @@ readonly reasons=(
   "runs every test"
   "installs packages"
   "installs into the system"
+  "needs an object store"
   "needs systemd"
   "runs for ever")
 

@@ -61,7 +61,7 @@ class command_line {
 };
 
 // One function for each group of commands.
-void add_service_commands(command_line &line);    // publish, prune, serve
+void add_service_commands(command_line &line);    // publish, sign, prune, serve
 void add_element_commands(command_line &line);    // cycle, watch
 void add_cache_commands(command_line &line);      // status, verify, forget
 void add_look_commands(command_line &line);       // show, diff

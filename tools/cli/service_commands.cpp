@@ -5,6 +5,7 @@
 #include "tools/output/percentage.hpp"
 #include "tools/publication/prune.hpp"
 #include "tools/publication/publish.hpp"
+#include "tools/publication/sign.hpp"
 #include "tools/service/serve.hpp"
 
 namespace zotconf {
@@ -18,11 +19,28 @@ const command_text publish_text = {
         "begin with a\ndot or end in ~ or .swp are left out. A file gets a new version when no "
         "version in PUB has its bytes.\nK is replaced last, in one step.\n\n"
         "Refused are an SRC without files, one that lacks more than half of what was published "
-        "before, and a PUB\nin SRC. A refused publication and --dry-run write nothing.",
+        "before, and a PUB\nin SRC. A refused publication and --dry-run write nothing.\n\n"
+        "With --sign-cert and --sign-key, a detached CMS signature is written beside K.",
     .examples =
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52\n"
-        "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 --dry-run",
+        "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 --dry-run\n"
+        "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 \\\n"
+        "    --sign-cert publisher.crt --sign-key publisher.key",
     .exits = {exit_success, exit_failure, exit_usage, exit_refused}};
+
+const command_text sign_text = {
+    .name = "sign",
+    .summary = "Sign the K files of a publication folder",
+    .about =
+        "Writes a detached CMS signature (DER, SHA-256) beside each K that has none of this "
+        "certificate: for a\npublisher that does not hold the key. Waits for a publisher that is "
+        "at work. The certificate has to\nallow digital signatures; the key is EC, or RSA with at "
+        "least 2048 bits.",
+    .examples =
+        "zotconf sign pub --sign-cert publisher.crt --sign-key publisher.key\n"
+        "zotconf sign pub --index 001122334455 --sign-cert publisher.crt \\\n"
+        "    --sign-key 'pkcs11:token=release;object=publisher'",
+    .exits = {exit_success, exit_failure, exit_usage}};
 
 const command_text prune_text = {
     .name = "prune",
@@ -94,6 +112,21 @@ void add_limits(CLI::App &command, publish_words &words) {
   command.add_flag("--dry-run", words.options.dry_run, "tell what would change, write nothing");
 }
 
+// The two belong together.
+void add_signing(CLI::App &command, fs::path &certificate, std::string &key, bool required) {
+  CLI::Option *const first =
+      command
+          .add_option("--sign-cert", certificate,
+                      "certificate of the signer, and those up to the trusted one, in PEM")
+          ->check(CLI::ExistingFile)
+          ->required(required);
+  CLI::Option *const second =
+      command.add_option("--sign-key", key, "its private key: a file, or a URI such as pkcs11:...")
+          ->required(required);
+  first->needs(second);
+  second->needs(first);
+}
+
 void add_publish(command_line &line) {
   const auto words = std::make_shared<publish_words>();
   publish_options *const options = &words->options;
@@ -114,6 +147,18 @@ void add_publish(command_line &line) {
   command.add_option("--firmware", options->firmware, "firmware version, up to 511 characters")
       ->check(checked_by(check_firmware));
   add_limits(command, *words);
+  add_signing(command, options->sign_certificate, options->sign_key, false);
+}
+
+void add_sign(command_line &line) {
+  const auto options = std::make_shared<sign_options>();
+  CLI::App &command = line.add(sign_text, options, run_sign);
+  command.add_option("PUB", options->publication, "publication folder")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  add_subsys(command, options->subsys);
+  add_index(command, options->index);
+  add_signing(command, options->certificate, options->key, true);
 }
 
 void add_prune(command_line &line) {
@@ -151,6 +196,7 @@ void add_serve(command_line &line) {
 
 void add_service_commands(command_line &line) {
   add_publish(line);
+  add_sign(line);
   add_prune(line);
   add_serve(line);
 }

@@ -41,6 +41,14 @@ std::optional<published_file> parse_file(const cJSON *item) {
   return file;
 }
 
+// A number that is no whole one, or more than a double can count to, counts as absent.
+uint64_t parse_sequence(const cJSON *item) {
+  constexpr double highest = 9007199254740992;
+  const double number = cJSON_GetNumberValue(item);
+  const bool counts = number >= 1 && number <= highest && std::floor(number) == number;
+  return counts ? static_cast<uint64_t>(number) : 0;
+}
+
 }  // namespace
 
 std::string render_manifest(const manifest &content) {
@@ -52,6 +60,11 @@ std::string render_manifest(const manifest &content) {
   }
   if (!content.config_id.empty()) {
     root.set("configId", content.config_id);
+  }
+  if (content.sequence != 0) {
+    root.set("subsys", content.who.subsys)
+        .set("index", content.who.index)
+        .set("sequence", content.sequence);
   }
   json_node list = root.array("gpbs");
   for (const published_file &file : content.files) {
@@ -72,6 +85,9 @@ std::optional<manifest> parse_manifest(const std::string &text) {
   manifest content{.cluster = text_member(root.get(), "clusterId"),
                    .config_id = text_member(root.get(), "configId"),
                    .firmware = text_member(root.get(), "firmwareVersion"),
+                   .who = {.subsys = text_member(root.get(), "subsys"),
+                           .index = text_member(root.get(), "index")},
+                   .sequence = parse_sequence(cJSON_GetObjectItem(root.get(), "sequence")),
                    .files = {}};
   for (const cJSON *item = list->child; item != nullptr; item = item->next) {
     auto file = parse_file(item);

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/model/names.hpp"
+
 namespace zotconf {
 
 // One file of a configuration.
@@ -24,6 +26,10 @@ struct manifest {
   std::string cluster;
   std::string config_id;  // empty: not stated
   std::string firmware;   // empty: not stated
+  // The element that the configuration is for, and a number that rises with each publication for
+  // it. With them a signature is valid for one element and one order. The library reads neither.
+  element who{};
+  uint64_t sequence = 0;  // 0: not stated, and neither is `who`
   std::vector<published_file> files;
 };
 

@@ -102,6 +102,10 @@ std::optional<std::string> publication_store::read_checksum(const element &who) 
   return read_latest(who, ".checksum");
 }
 
+std::optional<std::string> publication_store::read_signature(const element &who) const {
+  return read_latest(who, ".k.p7s");
+}
+
 fs::path publication_store::object_folder(const published_file &file) const {
   return root_ / "config" / file.category_name / file.key;
 }
@@ -180,13 +184,23 @@ bool publication_store::stamp(const published_file &file) const {
   return ::utimensat(AT_FDCWD, path.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) == 0 || errno == ENOENT;
 }
 
+void publication_store::write_signature(const element &who, const std::string &signature) const {
+  replace_file(latest_file(root_, who, ".k.p7s"), signature, durability::flushed);
+}
+
 size_t publication_store::announce(const element &who, const std::string &k,
+                                   const std::optional<std::string> &signature,
                                    const std::vector<published_file> &dropped) const {
   const fs::path path = latest_file(root_, who, ".k");
   fs::create_directories(path.parent_path());
   flush();
   const auto not_stamped =
       std::ranges::count_if(dropped, [this](const auto &file) { return !stamp(file); });
+  if (signature) {
+    write_signature(who, *signature);
+  } else {
+    fs::remove(latest_file(root_, who, ".k.p7s"));
+  }
   replace_file(path, k, durability::flushed);
   replace_file(latest_file(root_, who, ".checksum"), sha256_text(k) + "\n", durability::flushed);
   flush();

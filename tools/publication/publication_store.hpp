@@ -4,6 +4,7 @@
 //   config/<Category>/<key>/<version>                          the files, never rewritten
 //   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.k           K of one element
 //   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.checksum    its SHA-256 and a newline
+//   file/knowledge/<SUBSYS>/<INDEX>/latest/<INDEX>.k.p7s       its signature, if it is signed
 //   .lock                                                      locked by the writer
 //   .spent                                                     a version; new versions are higher
 //
@@ -24,8 +25,8 @@
 
 namespace zotconf {
 
-// The latest K of an element (suffix ".k") or its checksum file (".checksum"): the parts of its
-// path, and the whole path in a publication folder.
+// The latest K of an element (suffix ".k"), its checksum file (".checksum") or its signature
+// (".k.p7s"): the parts of its path, and the whole path in a publication folder.
 std::vector<std::string> latest_parts(const element &who, const std::string &suffix);
 fs::path latest_file(const fs::path &publication, const element &who, const std::string &suffix);
 
@@ -45,6 +46,7 @@ class publication_store {
 
   [[nodiscard]] std::optional<std::string> read_k(const element &who) const;
   [[nodiscard]] std::optional<std::string> read_checksum(const element &who) const;
+  [[nodiscard]] std::optional<std::string> read_signature(const element &who) const;
 
   // The stored versions of an object, highest first.
   [[nodiscard]] std::vector<uint64_t> versions_of(const published_file &file) const;
@@ -59,11 +61,15 @@ class publication_store {
   // Raises spent_version(). It is on the medium when this returns.
   void spend(uint64_t version) const;
 
-  // Makes a K the latest of an element. Writes to the medium in this order: the files, K, the
-  // checksum file. Just before K, it sets the time of the dropped files to now, because a reader of
-  // the previous K may still request them. Returns how many of them it could not set.
+  // Makes a K the latest of an element. Writes to the medium in this order: the files, the
+  // signature, K, the checksum file. Without a signature, it removes that of the previous K. Just
+  // before, it sets the time of the dropped files to now, because a reader of the previous K may
+  // still request them. Returns how many of them it could not set.
   [[nodiscard]] size_t announce(const element &who, const std::string &k,
+                                const std::optional<std::string> &signature,
                                 const std::vector<published_file> &dropped) const;
+  // Puts a signature beside the K that is there.
+  void write_signature(const element &who, const std::string &signature) const;
 
   // Opens config/<Category>/<key>/<version>. The result is not open when the file does not exist.
   [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const;

@@ -2,6 +2,7 @@
 #include "tools/publication/publish.hpp"
 
 #include <algorithm>
+#include <ctime>
 #include <ostream>
 #include <stdexcept>
 #include <utility>
@@ -13,6 +14,7 @@
 #include "tools/output/text_table.hpp"
 #include "tools/publication/plan.hpp"
 #include "tools/publication/publication_store.hpp"
+#include "tools/publication/signature.hpp"
 #include "tools/publication/source_folder.hpp"
 
 namespace zotconf {
@@ -72,18 +74,24 @@ uint64_t size_of(const std::vector<published_file> &files) {
   return bytes;
 }
 
-void print_summary(const console &where, const char *result, const plan &planned) {
-  where.out() << result << ": " << planned.next.files.size() << " files, " << planned.count("new")
-              << " new, " << planned.count("changed") << " changed, " << planned.same << " same, "
-              << planned.count("removed") << " removed, " << size_of(planned.next.files)
-              << " bytes\n";
+// What a publication came to.
+struct outcome {
+  const char *result = "unchanged";
+  bool is_signed = false;
+};
+
+void print_summary(const console &where, const outcome &done, const plan &planned) {
+  where.out() << done.result << ": " << planned.next.files.size() << " files, "
+              << planned.count("new") << " new, " << planned.count("changed") << " changed, "
+              << planned.same << " same, " << planned.count("removed") << " removed, "
+              << size_of(planned.next.files) << (done.is_signed ? " bytes, signed\n" : " bytes\n");
 }
 
-void write_summary(const console &where, const char *result, const plan &planned,
+void write_summary(const console &where, const outcome &done, const plan &planned,
                    const std::vector<fs::path> &left_out, bool dry_run) {
   json_document document;
   json_node root = document.root();
-  std::string word = result;
+  std::string word = done.result;
   std::ranges::replace(word, ' ', '_');
   root.set("result", word)
       .set("files", planned.next.files.size())
@@ -92,7 +100,8 @@ void write_summary(const console &where, const char *result, const plan &planned
       .set("same", planned.same)
       .set("removed", planned.count("removed"))
       .set("bytes", size_of(planned.next.files))
-      .set("written", planned.written);
+      .set("written", planned.written)
+      .set("signed", done.is_signed);
   json_node list = root.array("left_out");
   for (const fs::path &path : left_out) {
     list.append(path.string());
@@ -117,13 +126,61 @@ manifest read_previous(const publication_store &store, const element &who, std::
   return std::move(*content);
 }
 
+std::optional<signer> signer_of(const publish_options &options) {
+  return options.sign_certificate.empty()
+             ? std::nullopt
+             : std::optional<signer>(std::in_place, options.sign_certificate, options.sign_key);
+}
+
+std::string render_for(const element &who, uint64_t sequence, manifest next) {
+  next.who = who;
+  next.sequence = sequence;
+  return render_manifest(next);
+}
+
+// Above the one before, and above all of an element's past where its K was lost.
+uint64_t sequence_after(uint64_t before) {
+  return std::max(before + 1, static_cast<uint64_t>(std::max<std::time_t>(std::time(nullptr), 1)));
+}
+
+bool is_announced(const publication_store &store, const element &who, const std::string &k) {
+  return store.read_k(who) == k && store.read_checksum(who) == sha256_text(k) + "\n";
+}
+
 void announce(const publication_store &store, const element &who, const plan &planned,
-              const std::string &k, std::ostream &err) {
-  if (const size_t unmarked = store.announce(who, k, planned.dropped()); unmarked > 0) {
+              const std::string &k, const std::optional<signer> &signs, std::ostream &err) {
+  if (!signs && store.read_signature(who)) {
+    tell_warning(err, "the previous K of " + who.index + " was signed, and this one is not",
+                 "zotconf sign --help");
+  }
+  const auto signature = signs ? std::optional(signs->sign(k)) : std::nullopt;
+  if (const size_t unmarked = store.announce(who, k, signature, planned.dropped()); unmarked > 0) {
     tell_warning(err, std::to_string(unmarked) +
                           " files that K no longer names belong to another user: prune may remove "
                           "them before their grace is over");
   }
+}
+
+// The same content keeps its K, for another text is another configuration to an element. Only a K
+// without a sequence cannot be signed as it is.
+outcome settle(const publication_store &store, const element &who, const manifest &previous,
+               const plan &planned, const publish_options &options,
+               const std::optional<signer> &signs, std::ostream &err) {
+  const std::string same = render_for(who, previous.sequence, planned.next);
+  const bool may_stay = !signs || previous.sequence != 0;
+  if (planned.written > 0 || !may_stay || !is_announced(store, who, same)) {
+    if (!options.dry_run) {
+      announce(store, who, planned,
+               render_for(who, sequence_after(previous.sequence), planned.next), signs, err);
+    }
+    return {.result = options.dry_run ? "would publish" : "published",
+            .is_signed = signs.has_value()};
+  }
+  const auto signature = store.read_signature(who);
+  if (signs && !options.dry_run && !(signature && signs->has_signed(same, *signature))) {
+    store.write_signature(who, signs->sign(same));
+  }
+  return {.result = "unchanged", .is_signed = signs || signature};
 }
 
 source_files read_source(const publish_options &options, const console &where) {
@@ -144,10 +201,12 @@ source_files read_source(const publish_options &options, const console &where) {
 
 void publish(const publish_options &options, const console &where) {
   const element who{.subsys = options.who.subsys, .index = upper_case(options.who.index)};
+  const std::optional<signer> signs = signer_of(options);
   source_files source = read_source(options, where);
   publication_store store(options.publication);
   options.dry_run ? store.lock_to_read() : store.lock();
-  plan planned = make_plan(store, read_previous(store, who, where.err()),
+  const manifest previous = read_previous(store, who, where.err());
+  plan planned = make_plan(store, previous,
                            {.cluster = options.cluster,
                             .config_id = options.config_id,
                             .firmware = options.firmware,
@@ -155,21 +214,14 @@ void publish(const publish_options &options, const console &where) {
   check_removals(planned, options.max_removed.value_or(planned.next.files.empty() ? 100 : 50),
                  options.source);
   write_files(store, options, planned, where);
-  const std::string k = render_manifest(planned.next);
-  const char *result = options.dry_run ? "would publish" : "published";
-  if (planned.written == 0 && store.read_k(who) == k &&
-      store.read_checksum(who) == sha256_text(k) + "\n") {
-    result = "unchanged";
-  } else if (!options.dry_run) {
-    announce(store, who, planned, k, where.err());
-  }
+  const outcome done = settle(store, who, previous, planned, options, signs, where.err());
   if (where.is_json()) {
-    return write_summary(where, result, planned, source.left_out, options.dry_run);
+    return write_summary(where, done, planned, source.left_out, options.dry_run);
   }
   if (options.dry_run) {
     print_changes(where, planned.changes);
   }
-  print_summary(where, result, planned);
+  print_summary(where, done, planned);
 }
 
 }  // namespace

@@ -23,6 +23,8 @@ struct publish_options {
   // 100 for an empty configuration that is allowed.
   std::optional<unsigned> max_removed;
   bool dry_run = false;
+  fs::path sign_certificate;  // empty: K is not signed
+  std::string sign_key;       // a file, or a URI of a key
 };
 
 // A refused publication and a dry run write no files. Returns an exit status. Throws std::exception
