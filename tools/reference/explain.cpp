@@ -5,11 +5,11 @@
 #include <array>
 #include <ostream>
 
+#include "tools/model/statuses.hpp"
 #include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
 #include "tools/output/text_table.hpp"
-#include "tools/model/statuses.hpp"
 
 namespace zotconf {
 namespace {
