@@ -137,15 +137,15 @@ function transfers() {
     "bytes sent|@.write.network\n" \
     "bytes written to the persistent cache|@.write.persistent\n" \
     "bytes read from the persistent cache|@.read.persistent\n" \
-    "bytes written to the scratch area|@.write.scratch\n" \
-    "bytes read from the scratch area|@.read.scratch\n" \
+    "bytes written to the scratch directory|@.write.scratch\n" \
+    "bytes read from the scratch directory|@.read.scratch\n" \
     "bytes through pipes, from `gzip` to `tar`|@.write.pipes\n" \
     "files written in the persistent cache|@.files.persistent\n" \
     "folders created in the persistent cache|@.folders.persistent\n" \
     "files and folders removed from the persistent cache|@.removed.persistent\n" \
-    "files written in the scratch area|@.files.scratch\n" \
-    "folders created in the scratch area|@.folders.scratch\n" \
-    "files and folders removed from the scratch area|@.removed.scratch\n" \
+    "files written in the scratch directory|@.files.scratch\n" \
+    "folders created in the scratch directory|@.folders.scratch\n" \
+    "files and folders removed from the scratch directory|@.removed.scratch\n" \
     "programs started|@.programs\n" \
     "calls that wait for the medium (sync)|@.syncs",
     "first.100 first.1000 first.10000 update.1000 poll.1000")
