@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# The library, the tools and the tests on 32-bit ARM, under emulation.
+# Builds and tests the library and the tools for 32-bit ARM, under emulation.
 
 readonly arm_tools=(debian-archive-keyring g++-arm-linux-gnueabihf mmdebstrap qemu-user)
 readonly arm_suite=bookworm
@@ -9,14 +9,14 @@ readonly arm_packages=(
   libarchive-dev libcjson-dev libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libgtest-dev
   libmicrohttpd-dev libssl-dev libstdc++-12-dev)
 
-# The release's own packages, from where this machine's apt has them.
+# The packages of that release, from the sources of this machine's apt.
 arm_sources() {
   apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' \
     'Origin: Debian' "Codename: $arm_suite" 'Component: main' | sort -u
 }
 
-# Only libraries and headers stay: the emulator prefers what lies below the folder to what the
-# machine has, which would put an empty /tmp and /etc in front of the machine's own.
+# Keeps only libraries and headers: the emulator prefers files in this folder to those of the machine, so
+# an empty /tmp and /etc here would hide the machine's own.
 arm_make_sysroot() {
   local sources settings=build/arm-apt.conf
   sources=$(arm_sources)
@@ -24,14 +24,14 @@ arm_make_sysroot() {
     apt-get update -qq
     sources=$(arm_sources)
   fi
-  [[ -n $sources ]] || fail "apt knows of no release $arm_suite"
+  [[ -n $sources ]] || fail "apt has no sources for the release $arm_suite"
   say "arm: unpacking ${#arm_packages[@]} armhf packages and what they need"
   rm -rf "$arm_sysroot" "$arm_sysroot.new"
   apt-config dump | grep -E '^Acquire::(Check-|http|https|Retries|Proxy)' >"$settings" || true
   printf '%s\n' "$sources" |
     mmdebstrap --quiet --architectures=armhf --variant=extract --aptopt="$PWD/$settings" \
       --include="$(IFS=,; echo "${arm_packages[*]}")" "$arm_suite" "$arm_sysroot.new" - ||
-    fail "the armhf packages could not be had"
+    fail "cannot unpack the armhf packages"
   find "$arm_sysroot.new" -mindepth 1 -maxdepth 1 ! -name usr ! -name lib -exec rm -rf {} +
   echo "$arm_suite ${arm_packages[*]}" >"$arm_sysroot.new/packages"
   mv "$arm_sysroot.new" "$arm_sysroot"
@@ -44,7 +44,7 @@ arm_setup() {
     arm_make_sysroot
 }
 
-# CTest takes the names that are its own; the programs of tests know theirs.
+# CTest handles the names of its own tests; the test programs handle theirs.
 arm_run_tests() {
   local names
   names=$(sed -nE 's/^([^# ]+) .*/\1/p' tests/emulation.txt | paste -sd'|')

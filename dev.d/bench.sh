@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Measures how fast the library is: single operations, and whole cycles compared with the baseline
+# Measures how fast the library is: single operations, and complete cycles compared with the baseline
 # (minimum work) and with other tools. Times are only reported: no check fails on them.
 
 readonly bench_programs=build/release/bench
@@ -25,7 +25,7 @@ bench_make() {
   bench_build zotconf_cli bench_pieces bench_cycles footprint_heap
 }
 
-# bench_measure_pieces RESULTS [OPTION]...: the files that they copy are in memory.
+# bench_measure_pieces RESULTS [OPTION]...: the files to copy are in memory.
 bench_measure_pieces() (
   say "bench: single operations"
   TMPDIR=$(mktemp -d -p /dev/shm)
@@ -71,7 +71,7 @@ bench() {
   bench_run
 }
 
-# Checks with the small sizes that everything works.
+# Checks with small sizes that everything works.
 bench_quick() {
   bench_make "${cycles_peers[@]}"
   mkdir -p "$bench_results/quick"

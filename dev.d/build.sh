@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Builds, and the demo.
+# Builds the project and runs the demo.
 
 # configure PRESET [OPTION OF CMAKE]...
 configure() {
@@ -9,7 +9,7 @@ configure() {
 
 readonly seconds_between_steps=10
 
-# Passes on what ninja prints, but of its steps one line every so many seconds.
+# Prints the output of ninja, but its progress only every few seconds.
 sparse_steps() {
   local line step next=$SECONDS
   while IFS= read -r line; do
@@ -23,7 +23,7 @@ sparse_steps() {
   done
 }
 
-# build_steps PRESET [TARGET]...: a terminal shows each step in one line, a file gets few lines.
+# build_steps PRESET [TARGET]...: a terminal gets one updated line, a file gets few lines.
 build_steps() {
   local preset=$1
   shift
@@ -48,13 +48,13 @@ build() {
   build_steps "$preset"
 }
 
-# What the demo runs and an installation takes: the library, the program and its manual pages.
+# The targets that the demo and an installation need: the library, the program and its manual pages.
 readonly demo_targets=(zotconf zotconf_static zotconf_cli zotconf_manual_pages)
 
 demo() {
   need "${build_packages[@]}"
   local without=()
-  # Without the packages of the tests there are no tests to configure.
+  # Without the test packages, the tests cannot be configured.
   are_installed "${check_packages[@]}" || without=(-DZOTCONF_BUILD_TESTS=OFF)
   say "build: release, the library and the program"
   configure release "${without[@]}"

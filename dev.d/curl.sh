@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Runs whole cycles with builds of libcurl that lack optional features.
+# Runs complete cycles with builds of libcurl that lack optional features.
 
 readonly curl_build=build/curl
 

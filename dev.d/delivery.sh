@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Tests how a publication travels: served by nginx, and uploaded to an object store.
+# Tests the delivery of a publication: nginx serves it, and an upload to an object store.
 
 readonly delivery_build=build/delivery
 
@@ -19,7 +19,7 @@ delivery_make_store() {
   cp "$lock" "$stamp"
 }
 
-# delivery_run SCRIPT ARGUMENT...: shows what it checks.
+# delivery_run SCRIPT ARGUMENT...: runs the script and prints its checks.
 delivery_run() {
   timeout --kill-after=10 300 "tests/delivery/$1.sh" build/release/tools/zotconf "${@:2}" |
     tee "$delivery_build/$1.log"

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Runs the sweeps, which inject one fault after the other, and random sequences that are compared with a
-# model. Each prints what it did and ends with its counts, which go into docs/reliability.md.
+# Runs the sweeps. They inject one fault after another, and compare random sequences with a model. Each
+# prints what it did and ends with its counts, which go into docs/reliability.md.
 
 readonly faults_programs=build/release/tests/faults
 readonly faults_results=build/faults
@@ -28,7 +28,7 @@ faults_make_threads() {
   cmake --build "$threads_build" -j "$jobs" --target faults_threads
 }
 
-# The first words of the lines with counts: the name of what was counted.
+# The first words of the lines with counts: the name of the counted item.
 readonly faults_counted='memory|calls|disks|power|share|service|archive|host|threads|lies|model'
 
 # faults_keep NAME COMMAND...: runs a sweep and stores its output and its lines with counts.
@@ -68,7 +68,7 @@ faults_model() {
   "$model" --count $((faults_sequences / 5)) --jobs "$jobs"
 }
 
-# Runs the bounded forms of all sweeps, which each change has to pass.
+# Runs the bounded form of each sweep, which every change must pass.
 faults_quick() {
   faults_make
   say "faults: bounded"

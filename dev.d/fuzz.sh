@@ -14,7 +14,7 @@ fuzz_make() {
   cmake --build --preset fuzz -j "$jobs" --target zotconf_fuzz "${quiet[@]}"
 }
 
-# Where the bytes of an input are steps or members, short inputs are no useful start. Where a service
+# If the bytes of an input are steps or members, starting with short inputs does not help. If a service
 # runs in the process, leaks are checked at the end of the process, not after each input.
 fuzz_options() {
   case $1 in
@@ -26,7 +26,7 @@ fuzz_options() {
   esac
 }
 
-# fuzz_run TARGET TEMPORARY OPTION...: the fuzzer's output and its exit status go to files.
+# fuzz_run TARGET TEMPORARY OPTION...: writes the output and the exit status of the fuzzer to files.
 fuzz_run() {
   local -r target=$1 temporary=$2 log=$fuzz_build/logs/$1
   shift 2
@@ -45,7 +45,7 @@ fuzz_run() {
   echo "$status" >"$log.status"
 }
 
-# fuzz_tell TARGET: prints one line of counts; fails when the fuzzer has found a failure.
+# fuzz_tell TARGET: prints one line of counts; fails if the fuzzer has found a failure.
 fuzz_tell() {
   local -r log=$fuzz_build/logs/$1.log
   local runs corpus status
@@ -63,7 +63,7 @@ fuzz_tell() {
   return 1
 }
 
-# Runs the targets in parallel, each with its own files, which are in memory where /dev/shm is writable.
+# Runs the targets in parallel. Each has its own files, in memory if /dev/shm is writable.
 fuzz_all() {
   local target temporary status=0
   temporary=$(TMPDIR=${TMPDIR:-$([[ -w /dev/shm ]] && echo /dev/shm || echo /tmp)} mktemp -d)

@@ -25,8 +25,8 @@ lint_shell() {
     xargs shellcheck --severity=warning
 }
 
-# The layers of the library and of the program from the bottom up. Each is a pattern of the paths that
-# belong to it. Where several match, the last one counts.
+# The layers of the library and of the program, from the bottom up. Each is a pattern of paths. If
+# several patterns match, the last one counts.
 readonly layers_of_library=(
   ^include/
   ^utilities/
@@ -98,9 +98,9 @@ includes_run_down() {
     END { exit refused }' "$@"
 }
 
-# operations_run_down LAYERS FILE...: checks that a file names no operation of a higher layer. The
-# public header declares the operations of all layers, so an include does not show which layer is used.
-# The layer of an operation is that of the file that defines it.
+# operations_run_down LAYERS FILE...: checks that a file names no operation of a higher layer. The public
+# header declares the operations of all layers, so an include does not show which layer is used. The
+# layer of an operation is that of the file that defines it.
 operations_run_down() {
   local layers=$1
   shift
@@ -208,8 +208,8 @@ analyse() {
 }
 
 # Most checks read everything that a file includes, which is a lot in the tools: these checks get the
-# files of the tools joined, several at a time. The analyser follows only the paths of functions in the
-# file itself, so it gets each file alone.
+# files of the tools joined, several at a time. The analyser follows only paths of functions in the file
+# itself, so it gets each file separately.
 lint_analysis() {
   say "lint: static analysis"
   lint_configure build/lint

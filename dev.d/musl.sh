@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Checks the library with musl instead of glibc: headers, symbols and whole cycles.
+# Checks the library with musl instead of glibc: headers, symbols and complete cycles.
 
 readonly musl_build=build/musl
 readonly musl_packages=(binutils g++ musl musl-dev musl-tools)
@@ -75,7 +75,7 @@ lint_needed() {
   fi
 }
 
-# Checks the library as it is shipped, and the objects that are compiled with musl's headers.
+# Checks the shipped library, and the objects that are compiled with the headers of musl.
 lint_libc() {
   say "lint: musl offers what the library needs of a C library"
   need "${musl_packages[@]}"

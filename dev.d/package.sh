@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# The Debian packages, and what is asked of them before somebody gets them.
+# Builds the Debian packages and checks them before a release.
 
 readonly package_tools=(
   abigail-tools debian-archive-keyring dpkg-dev fakeroot file lintian mmdebstrap)
@@ -14,7 +14,7 @@ package_built_library() {
   printf '%s' "$package_build"/src/libzotconf.so.*.*.*
 }
 
-# Runs a check and tells in one line how it ended; what it printed follows when it failed.
+# Runs a check and prints its result in one line; if it failed, its output follows.
 package_check() {
   local name=$1 begin=$SECONDS status=0
   shift
@@ -59,12 +59,12 @@ package() {
   package_check lintian packaging/test/lintian.sh "${debs[@]}" || failed=1
   package_check install packaging/test/install.sh "$package_build/root" "${debs[@]}" || failed=1
   package_check readme packaging/test/readme.sh "$package_build/readme-root" || failed=1
-  ((failed == 0)) || fail "the packages are not fit to be given away"
+  ((failed == 0)) || fail "a check of the packages failed"
 }
 
 package_update_abi() {
   package_setup
   cmake --build --preset package -j "$jobs" --target zotconf
   packaging/test/abi.sh "$(package_built_library)" "$(abi_baseline)" --update
-  say "package: $(abi_baseline) holds the interface as it is now"
+  say "package: $(abi_baseline) now has the current interface"
 }

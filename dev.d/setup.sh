@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Installs the Debian packages that a command needs and that are missing. Each file here that needs
-# more than these names its own and hands them to `need`.
+# Installs the missing Debian packages that a command needs. A file here that needs more than these
+# passes its own list to `need`.
 
-# What the library and the program are built with, and need to run.
+# Packages to build and run the library and the program.
 readonly build_packages=(
   binutils g++
   cmake ninja-build pkg-config
@@ -15,7 +15,7 @@ readonly build_packages=(
   libmicrohttpd-dev
   libssl-dev)
 
-# What tests and lint need in addition.
+# Packages that the tests and lint need in addition.
 readonly check_packages=(
   busybox-static
   clang-format clang-tidy
@@ -39,7 +39,7 @@ are_installed() {
 
 need() {
   command -v dpkg-query >/dev/null ||
-    fail "setup knows Debian only; install what matches: $*"
+    fail "setup supports only Debian; install the equivalents of: $*"
   local missing=() package
   for package in "$@"; do
     is_installed "$package" || missing+=("$package")

@@ -7,7 +7,7 @@ test_web() {
   need chromium fonts-dejavu-core python3
   build release
   say "tests: the status page in Chromium, screenshots in build/web"
-  # A test that hangs is killed here, together with its service and its browser.
+  # Kills a test that hangs, together with its service and its browser.
   PYTHONDONTWRITEBYTECODE=1 timeout --kill-after=10 600 \
     python3 tests/web/status_page_test.py build/release/tools/zotconf examples/sample build/web
 }

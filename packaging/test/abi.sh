@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: abi.sh LIBRARY BASELINE [--update]
 # Checks that the binary interface of LIBRARY, built with debug information, equals the stored one. Types
-# count only as far as the public headers define them: a program cannot depend on what it does not see.
+# count only as far as the public headers define them: a program cannot depend on types that it does not
+# see.
 set -euo pipefail
 
 library=$1 baseline=$2 mode=${3:-}
@@ -15,7 +16,7 @@ abidw --headers-dir "$headers" --drop-private-types --exported-interfaces-only -
   --no-comp-dir-path --no-corpus-path --no-elf-needed --type-id-style hash --suppr "$suppressions" \
   --out-file "$work/now.abi" "$library"
 if ! grep -q '<function-decl ' "$work/now.abi"; then
-  echo "$library tells no function; it needs debug information" >&2
+  echo "$library has no function in its debug information; build it with debug information" >&2
   exit 1
 fi
 

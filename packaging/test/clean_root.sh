@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
-# An empty Debian root, made from the sources that this machine's apt uses. What is laid into
-# WORK_DIR/stage is found in /stage there. The root and its mounts are gone afterwards.
+# Makes an empty Debian root from the sources of this machine's apt. The files in WORK_DIR/stage are in
+# /stage there. The root and its mounts are removed afterwards.
 
 readonly suite=bookworm
 
@@ -12,7 +12,7 @@ prepare_stage() {
   chmod 755 "$1" "$1/stage" "$1/tmp"
 }
 
-# What this machine needs to reach its sources, a proxy for one, the new root needs too.
+# The new root needs the same apt settings as this machine to reach the sources, for example a proxy.
 write_apt_settings() {
   apt-config dump | grep -E '^Acquire::(Check-|http|https|Retries|Proxy)' >"$1/apt.conf" || true
   apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' \
@@ -23,15 +23,15 @@ write_apt_settings() {
   fi
 }
 
-# run_in_root WORK_DIR SECONDS PROGRAM: PROGRAM is a path in the root. Its lines "in root: …" are
-# printed, and all that was printed when it fails.
+# run_in_root WORK_DIR SECONDS PROGRAM: runs PROGRAM, a path in the root. Prints its lines "in root: …",
+# and its whole output if it fails.
 run_in_root() {
   local work=$1 limit=$2 program=$3
   write_apt_settings "$work"
-  # A compiler launcher that CMake uses here need not be there.
+  # The new root may lack the compiler launcher that CMake uses here.
   unset "${!CMAKE_@}"
-  # The `null` format throws the root away. Whoever may not mount gets a root without /proc, which
-  # nothing here needs.
+  # The `null` format discards the root. A user who may not mount gets a root without /proc, which is not
+  # needed here.
   if ! TMPDIR=$(realpath "$work/tmp") STAGE=$(realpath "$work/stage") PROGRAM=$program \
     timeout --kill-after=60 "$limit" mmdebstrap --quiet --format=null --variant=apt \
     --aptopt="$(realpath "$work/apt.conf")" --dpkgopt=force-unsafe-io \

@@ -1,7 +1,6 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
-# Runs in an empty Debian root that has the packages in /stage: installs them, uses them as a user
-# does, and removes them.
+# Runs in an empty Debian root with the packages in /stage: installs, uses and removes them like a user.
 set -euo pipefail
 cd /stage
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C
@@ -55,7 +54,7 @@ on_new_device() {
   ZOT_PREFIX_CONF_ROOT=/stage/$device ZOT_PREFIX_TMP_ROOT=/stage/$device "$@"
 }
 
-# A program gets everything and commits; the device must then have the published files.
+# A program gets and commits all entries; the device must then have the published files.
 runs_a_cycle() {
   local program=$1 files
   shift

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: install.sh WORK_DIR PACKAGE...
-# Installs the packages into an empty Debian root, created below WORK_DIR, and runs in_root.sh there.
+# Installs the packages into an empty Debian root in WORK_DIR, and runs in_root.sh there.
 set -euo pipefail
 
 readonly seconds=600

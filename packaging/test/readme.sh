@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: readme.sh WORK_DIR
-# Carries out README.md in an empty Debian root, made below WORK_DIR, that holds this tree and nothing
-# that was built of it.
+# Runs the commands of README.md in an empty Debian root in WORK_DIR. The root has this source tree,
+# without anything built from it.
 set -euo pipefail
 
 readonly seconds=1500

@@ -1,11 +1,11 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
-# Runs in an empty Debian root that holds the tree in /stage/zotconf. Does what README.md says, from
-# top to bottom in one shell, and changes no line of it: runs the shell blocks and saves the programs.
+# Runs in an empty Debian root that has the tree in /stage/zotconf. Follows README.md from top to bottom
+# in one shell and changes no line of it: runs the shell blocks and saves the programs.
 set -euo pipefail
 cd /stage/zotconf
 
-# Marks for another test: in a root that is thrown away these blocks run too.
+# Markers of another test: these blocks run here too, because the root is discarded.
 readonly run_here=("" "builds the tree" "installs into the system")
 
 is_run_here() {
@@ -16,12 +16,12 @@ is_run_here() {
   return 1
 }
 
-# The statuses that the comments of a block announce, in their order.
+# Prints the exit statuses that the comments of a block announce, in order.
 announced() {
   sed -n 's/.*# exit status \([0-9]*\)$/\1/p' "$1" | paste -sd' '
 }
 
-# A command that ends with another status than 0 is noted, and the shell goes on.
+# Records each command with an exit status other than 0; the shell continues.
 session_begin() {
   cat <<'BEGIN'
 trap 'kill $(jobs -p) 2>/dev/null || true' EXIT
@@ -53,7 +53,7 @@ write_session() {
     if [[ $kind == sh ]] && is_run_here "$reason"; then
       session_block "/stage/blocks/$number.sh" "$line"
     elif [[ $kind == sh ]]; then
-      echo "echo 'in root: README.md:$line: left out: $reason'"
+      echo "echo 'in root: README.md:$line: skipped: $reason'"
     elif [[ $name != - ]]; then
       echo "cp /stage/blocks/$number.$kind $name"
     fi
@@ -65,7 +65,7 @@ awk -v out=/stage/blocks -f tests/docs/blocks.awk README.md >/stage/blocks/list
 write_session >/stage/session
 bash /stage/session
 
-# What the blocks leave behind is what the text around them promises.
+# Checks that the blocks have the result that the text around them promises.
 fail() {
   echo "$*" >&2
   exit 1
@@ -78,4 +78,4 @@ grep -q '^ExecStart=/usr/local/bin/zotconf watch ' \
 for package in busybox-static clang-tidy gcovr libgtest-dev mandoc shellcheck; do
   ! dpkg-query -W "$package" >/dev/null 2>&1 || fail "a reader who runs no test got $package"
 done
-echo "in root: README.md: carried out"
+echo "in root: README.md: all blocks done"

@@ -44,7 +44,7 @@ publish "$zotconf" "$work/source"
 cycle 5
 shows '^apply: not made of lines name=value:$'
 shows 'Wlan/guest$'
-shows '^rolled back; zotconf forget takes that back$'
+shows '^rolled back; to accept it again: zotconf forget$'
 is_installed "$work/good"
 
 mkdir -p "$work/changed/Wlan"

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
-# Sourced by the tests of the delivery. `work` is a folder of their own, removed at the end together with
-# the processes in `started`.
+# Sourced by the delivery tests. `work` is a temporary folder; at the end it is removed and the processes
+# in `started` are stopped.
 
 work=$(mktemp -d)
 started=()
@@ -41,7 +41,7 @@ await() {
   fail "no $what within 30 seconds"
 }
 
-# expect STATUS COMMAND…: runs it with its output in output.log.
+# expect STATUS COMMAND…: runs the command and checks its status; its output goes to output.log.
 expect() {
   local want=$1 status=0
   shift
@@ -49,7 +49,7 @@ expect() {
   ((status == want)) || fail "status $status instead of $want: $*"
 }
 
-# make_authority NAME: a certificate that may sign certificates and nothing else.
+# make_authority NAME: makes a certificate that may only sign certificates.
 make_authority() {
   openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj "/CN=$1" \
     -addext 'keyUsage=critical,keyCertSign' -keyout "$work/$1.key" -out "$work/$1.crt" \
@@ -69,7 +69,7 @@ make_certificate() {
   } >"$work/openssl.log" 2>&1 || fail "cannot make the certificate $name"
 }
 
-# is_signed K: whether the signature beside K is one of its bytes.
+# is_signed K: checks that the signature next to K is valid for its bytes.
 is_signed() {
   openssl cms -verify -binary -inform DER -in "$1.p7s" -content "$1" -CAfile "$work/signers.crt" \
     -purpose any -out /dev/null 2>/dev/null
@@ -79,7 +79,7 @@ digest_of() {
   sha256sum "$1" | cut -c 1-64
 }
 
-# is_whole K CONFIG: whether each file that K names is in the folder CONFIG, with its size and bytes.
+# is_whole K CONFIG: checks that each file that K lists is in the folder CONFIG, with its size and bytes.
 is_whole() {
   local path size checksum
   while IFS=$'\t' read -r path size checksum; do

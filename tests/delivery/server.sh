@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: server.sh ZOTCONF CONFIGURATION
-# Serves a publication folder with nginx as examples/nginx.conf says: only the paths and the port are
-# replaced. Requests check what is served, to whom and with which headers; an element gets it in the end.
+# Serves a publication folder with nginx and the configuration examples/nginx.conf; only the paths and
+# the port are replaced. Checks what is served, to which clients and with which headers; at the end, an
+# element gets the result.
 set -euo pipefail
 
 zotconf=$(realpath "$1") configuration=$(realpath "$2")
@@ -23,7 +24,7 @@ free_port() {
   echo "$port"
 }
 
-# replaced FROM TO: the configuration with this in the place of that, which has to be there.
+# replaced FROM TO: prints the configuration with FROM, which must be present, replaced by TO.
 replaced() {
   local text
   text=$(cat)
@@ -53,7 +54,7 @@ client() {
 }
 element=(--cert "$work/element.crt" --key "$work/element.key")
 
-# request STATUS PATH [OPTION]…: headers and body are stored in files.
+# request STATUS PATH [OPTION]…: requests PATH and checks the status; headers and body go to files.
 request() {
   local status
   : >"$work/body"
@@ -79,14 +80,14 @@ publish() {
     --cluster delivery --sign-cert "$work/publisher.crt" --sign-key "$work/publisher.key"
 }
 
-# tls VERSION: a handshake at the lowest security level, so that it is the server that refuses.
+# tls VERSION: tries a handshake at the lowest security level, so that only the server can refuse it.
 tls() {
   openssl s_client -connect "127.0.0.1:$port" "-$1" -cipher DEFAULT@SECLEVEL=0 \
     -CAfile "$work/servers.crt" -cert "$work/element.crt" -key "$work/element.key" \
     </dev/null >"$work/output.log" 2>&1
 }
 
-# What an element fetches, in the order of docs/delivery.md, into a publication folder of its own.
+# fetch: downloads like an element, in the order of docs/delivery.md, into another publication folder.
 fetch() {
   local to=$1 suffix path
   mkdir -p "$to${latest%/*}"
@@ -131,7 +132,7 @@ check_latest() {
   done
   passed "K, its signature and its checksum are served with an ETag, and with 304 while they stay"
 
-  sleep 1.1 # nginx makes an ETag of the size and of the time in seconds
+  sleep 1.1 # nginx makes an ETag from the size and the time in seconds
   echo ssid=Lobby >"$work/source/Wlan/guest network"
   publish
   request 200 "$latest.checksum" "${element[@]}" --header "If-None-Match: $tag"
@@ -173,7 +174,7 @@ check_requests() {
   [[ $(<"$publication/config/Wlan/guest network/1") == ssid=Guest ]] || fail "a file was changed"
   passed "only GET and HEAD are answered"
 
-  # All of them exist.
+  # All these files exist.
   echo 7 >"$publication/.spent"
   touch "$publication/other" "$publication/config/Wlan/.1.tmp" "$publication/config/Wlan/guest network/.1"
   mkdir "$publication/config/.hidden" "$publication/config/.hidden/key"
@@ -192,7 +193,7 @@ check_requests() {
   passed "folders are not listed"
 }
 
-# nginx answers with 400 when a path leads out of its root.
+# nginx responds with 400 if a path leads out of its root.
 outside_is_400() {
   if [[ $1 == /../* ]]; then echo 400; else echo 404; fi
 }

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: store.sh ZOTCONF UPLOAD MODULES
-# Uploads a publication folder to an object store. Uploads are ended at each object: at no time does the
-# store announce what it does not hold. MODULES is the node_modules with the store.
+# Uploads a publication folder to an object store. Each upload is interrupted after every object, to
+# check that the store never announces an object that it does not have. MODULES is the node_modules
+# folder with the store.
 set -euo pipefail
 
 zotconf=$(realpath "$1") upload=$(realpath "$2") modules=$(realpath "$3")
@@ -10,13 +11,13 @@ tests=$(dirname "$(readlink -f "$0")")
 # shellcheck source=tests/delivery/common.sh
 source "$tests/common.sh"
 
-# Elements whose K is signed, and not signed.
+# The element with a signed K, and the one with an unsigned K.
 readonly signed=AA0000000001 unsigned=BB0000000002
 readonly publication=$work/pub control=$work/control remote=store:bucket/site
 
-# Settings of the user and of the machine must not reach rclone.
+# rclone must not use settings of the user or of the machine.
 unset "${!AWS_@}" "${!RCLONE_@}"
-# An upload that is killed leaves its copies behind.
+# A killed upload leaves its copies behind.
 mkdir "$work/tmp"
 export TMPDIR=$work/tmp
 export RCLONE_CONFIG='' RCLONE_RETRIES=1 RCLONE_LOW_LEVEL_RETRIES=1
@@ -32,7 +33,7 @@ start_store() {
   RCLONE_CONFIG_STORE_ENDPOINT=http://127.0.0.1:$(<"$work/port")
 }
 
-# publish INDEX [OPTION]…: the source of each element is a folder of its name.
+# publish INDEX [OPTION]…: publishes the folder INDEX as the configuration of that element.
 publish() {
   expect 0 "$zotconf" publish "$work/$1" --out "$publication" --index "$1" --cluster delivery "${@:2}"
 }
@@ -55,8 +56,8 @@ fetch_store() {
   rclone copy --fast-list "$remote" "$work/store" >"$work/fetch.log" 2>&1 || fail "cannot read the store"
 }
 
-# What the store announces is there. A K may be newer than its checksum while an upload is incomplete:
-# `before` has the digests that were announced when it began.
+# Checks that the store has everything that it announces. During an upload, a K may be newer than its
+# checksum: `before` has the digests that were announced when the upload began.
 declare -A before=()
 check_store() {
   local k checksum digest
@@ -80,7 +81,7 @@ check_store() {
   done
 }
 
-# The store has what the folder has, and perhaps older files of config.
+# Checks that the store has all files of the folder; it may also have older files of config.
 check_complete() {
   local file index
   fetch_store
@@ -94,7 +95,7 @@ check_complete() {
   done
 }
 
-# What is done comes in the order of what announces it.
+# Checks the order of the writes: an object is written before the object that announces it.
 check_order() {
   writes_done | tail -n +"$(($2 + 1))" | awk '
     function rank(key) {
@@ -114,8 +115,8 @@ is_held_or_over() {
   [[ -e $control/held ]] || ! kill -0 "$uploading"
 }
 
-# upload_piece MODE: an upload that may do one write more. The upload is killed (hold) or gets errors
-# (refuse) at the next one. Succeeds when there was no next one.
+# upload_piece MODE: runs an upload that may do one more write. At the next write, the upload is killed
+# (hold) or gets errors (refuse). Succeeds if there is no next write.
 upload_piece() {
   local status=0 done_before
   done_before=$(count_writes)
@@ -131,7 +132,8 @@ upload_piece() {
   return $((status != 0))
 }
 
-# upload_in_pieces WHAT: ends an upload at each object, by turns with a kill and an error, and repeats it.
+# upload_in_pieces WHAT: interrupts an upload after each object, alternately with a kill and an error,
+# and repeats it.
 upload_in_pieces() {
   local pieces=0 modes=(hold refuse) first
   first=$(count_writes)
@@ -167,7 +169,7 @@ make_sources() {
   echo id=7 >"$work/$signed/Vlan/office"
 }
 
-# change TEXT: another version of the file that both elements have, of the same size each time.
+# change TEXT: replaces the file that both elements have by another of the same size.
 change() {
   echo "ssid=$1" | tee "$work/$signed/Wlan/guest network" >"$work/$unsigned/Wlan/guest network"
 }

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A headless Chromium, driven over a pair of pipes: no package and no port is needed."""
+"""A headless Chromium, controlled over a pair of pipes: no package and no port is needed."""
 
 import base64
 import fcntl
@@ -10,7 +10,7 @@ import signal
 import subprocess
 import time
 
-PATIENCE = 60  # seconds; a loaded machine is slow, and waiting ends as soon as it may
+PATIENCE = 60  # seconds, enough for a loaded machine; a wait ends as soon as its condition holds
 
 
 class BrowserFailure(Exception):
@@ -41,7 +41,7 @@ class Browser:
         self._buffer = b""
         self._number = 0
         self._session = None
-        self.problems = []  # what the browser's console tells of
+        self.problems = []  # errors and refusals on the browser's console
         self._open_page()
 
     def close(self):
@@ -82,7 +82,7 @@ class Browser:
         return answer["result"].get("value")
 
     def wait_until(self, expression):
-        """True as soon as the expression is, False when that takes too long."""
+        """Returns True as soon as the expression is true, False after a timeout."""
         deadline = time.monotonic() + PATIENCE
         while time.monotonic() < deadline:
             if self.evaluate(expression):
@@ -99,7 +99,7 @@ class Browser:
                   features=[{"name": "prefers-color-scheme", "value": scheme}])
 
     def picture(self, path, of_window=False):
-        """The whole page, or just what the window shows."""
+        """Takes a picture of the whole page, or of the visible part."""
         metrics = self.call("Page.getLayoutMetrics")
         size = metrics["cssContentSize"]
         if of_window:
@@ -122,7 +122,7 @@ class Browser:
             ready, _, _ = select.select([self._answers], [], [], max(0, deadline - time.monotonic()))
             data = os.read(self._answers, 1 << 20) if ready else b""
             if not data:
-                raise BrowserFailure("the browser does not answer")
+                raise BrowserFailure("the browser does not respond")
             self._buffer += data
         message, self._buffer = self._buffer.split(b"\0", 1)
         return json.loads(message)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of the page have in common: how they count, and how they find what is shown."""
+"""Common code of the page tests: counts, and expressions that find what the page shows."""
 
 import json
 
@@ -11,8 +11,8 @@ def check(name, holds, detail=""):
     print(f"{'ok  ' if holds else 'FAIL'}  {name}" + ("" if holds else f": {detail}"), flush=True)
 
 
-ANSWERS = "document.getElementById('state')?.textContent === 'The service answers.'"
-FAILS = "document.getElementById('state')?.textContent.includes('does not answer')"
+ANSWERS = "document.getElementById('state')?.textContent === 'The service responds.'"
+FAILS = "document.getElementById('state')?.textContent.includes('does not respond')"
 ROWS = "[...document.querySelectorAll('#elements-table > tbody')]"
 NAMES = f"{ROWS}.map(row => row.querySelector('.name').textContent)"
 SUMMARY = "document.getElementById('summary').textContent"
@@ -47,7 +47,7 @@ def enter(browser, selector, value, event="input"):
 
 
 def press(browser, key, code=None):
-    """A key as the keyboard sends it."""
+    """Sends a key like the keyboard."""
     text = {"Enter": "\r", "Space": " "}.get(key, "")
     value = " " if key == "Space" else key
     for kind in ("keyDown", "keyUp"):
@@ -57,7 +57,7 @@ def press(browser, key, code=None):
 
 
 def fits(browser, what):
-    """Nothing is wider than the window, at each size and in both colour schemes."""
+    """Checks that nothing is wider than the window, at each size."""
     for name, width, height, phone in SIZES:
         browser.size(width, height, phone)
         holds = browser.evaluate(

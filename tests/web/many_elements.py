@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The page of a service with 10,000 elements: how soon it is there, and how the reader finds his way."""
+"""The page of a service with 10,000 elements: load time, pages, filters and polls."""
 
 import contextlib
 import json
@@ -16,7 +16,7 @@ LONGEST_FIRST_VIEW_MS = 300
 MOST_FIRST_BYTES = 100_000
 LOADS = 5
 
-# Notes when the first row of an element stands in the page, and what came over the wire until then.
+# Records when the page has its first row, and how many bytes were transferred until then.
 WATCH = """
 addEventListener('DOMContentLoaded', () => new MutationObserver((_, watch) => {
   if (!document.querySelector('#elements-table > tbody')) return;
@@ -95,7 +95,7 @@ def see_filter(browser):
 
 
 def see_quiet_poll(browser):
-    """Two seconds after the last change a poll has nothing to bring."""
+    """Two seconds after the last change, a poll transfers no data."""
     browser.evaluate("performance.clearResourceTimings()")
     check("a poll without news brings no body", browser.wait_until(
         "performance.getEntriesByType('resource').some(entry => "
@@ -105,7 +105,7 @@ def see_quiet_poll(browser):
 
 @contextlib.contextmanager
 def quick_folder():
-    """In memory where there is such a place: a disk takes a minute to remove so many files."""
+    """Uses memory if possible: a disk takes a minute to remove so many files."""
     memory = "/dev/shm"
     with tempfile.TemporaryDirectory(dir=memory if os.access(memory, os.W_OK) else None,
                                      ignore_cleanup_errors=True) as name:
@@ -125,7 +125,7 @@ def see_folder(browser, program, folder, pictures):
         see_first_answers(service)
         browser.size(1280, 800, False)
         browser.call("Page.navigate", url=f"http://127.0.0.1:{service.port}/")
-        check("the page shows that the service answers", browser.wait_until(ANSWERS))
+        check("the page shows that the service responds", browser.wait_until(ANSWERS))
         see_progress(browser)
         measure_first_view(browser, service)
         see_pages(browser)

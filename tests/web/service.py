@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A service at work, and the publication folders that it shows."""
+"""A running service and its publication folders."""
 
 import hashlib
 import http.client
@@ -46,7 +46,7 @@ def publish(program, source, folder, subsys, index, *more):
 
 
 def fetch(program, port, work, index):
-    """A whole cycle of an access point."""
+    """Runs a complete cycle of an access point."""
     element = work / f"element-{index}"
     element.mkdir(exist_ok=True)
     subprocess.run([program, "cycle", "--index", index, "--commit"], check=True,
@@ -56,7 +56,7 @@ def fetch(program, port, work, index):
 
 
 def publish_many(folder, count, configurations):
-    """Elements 00000 to count: hard links to a few K, as quick as files can be made."""
+    """Creates elements from 00000 up to count, quickly: as hard links to a few K."""
     value = folder / "config/Wlan/guest/1"
     value.parent.mkdir(parents=True)
     value.write_bytes(b"ssid=guest\n")

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """usage: status_page_test.py ZOTCONF SAMPLE PICTURES
 
-Shows the status page of a real service in a real browser, and tests what a reader sees there."""
+Opens the status page of a real service in a real browser and tests what it shows."""
 
 import json
 import pathlib
@@ -69,9 +69,9 @@ def see_problems(browser):
     check("the title counts the problems",
           browser.evaluate("document.title") == "3 problems - zotconf service")
     click(browser, "[data-state=problem]")
-    check("the problems are shown alone", browser.wait_until(f"{ROWS}.length === 3"))
+    check("only the problems are shown", browser.wait_until(f"{ROWS}.length === 3"))
     click(browser, "[data-state=good]")
-    check("the others are shown alone", browser.wait_until(f"{ROWS}.length === 2"))
+    check("only the others are shown", browser.wait_until(f"{ROWS}.length === 2"))
     click(browser, "[data-state=all]")
     check("all are shown again", browser.wait_until(f"{ROWS}.length === 5"))
 
@@ -181,9 +181,9 @@ def see_address(browser):
         f"{NAMES}.join() === '{OTHER_INDEX}'"))
     browser.evaluate("history.replaceState(null, '', '/?size=9999')")
     browser.call("Page.reload")
-    check("what the service refuses is told", browser.wait_until(
+    check("the error of a rejected query is shown", browser.wait_until(
         "document.getElementById('refusal')?.textContent.includes('size has to be a number')"))
-    browser.problems.clear()  # The browser tells of the 400 itself.
+    browser.problems.clear()  # The browser logs the 400 itself.
     browser.evaluate("history.replaceState(null, '', '/')")
     browser.call("Page.reload")
     browser.wait_until(f"{ROWS}.length === 5")
@@ -203,7 +203,7 @@ def see_structure(browser):
         check(f"every control has a name at {width} pixels", named and nameless == [], nameless)
     check("a change of state is announced",
           browser.evaluate("document.getElementById('state').getAttribute('role') === 'status'"))
-    check("every title of a table says what it stands for",
+    check("every table header has a scope",
           browser.evaluate("[...document.querySelectorAll('th')].every(cell => cell.scope)"))
 
 
@@ -252,7 +252,7 @@ def take_pictures(browser, pictures, view):
 
 def see_failure(browser, program, folder, service, pictures):
     check("the service ends when asked", service.stop() == 0)
-    check("a service that does not answer is told", browser.wait_until(FAILS))
+    check("a service that does not respond is reported", browser.wait_until(FAILS))
     check("the last data stays in sight", browser.evaluate(f"{row(INDEX)} !== undefined"))
     browser.size(360, 740, True)
     browser.picture(pictures / "no-answer-phone.png", of_window=True)
@@ -260,9 +260,9 @@ def see_failure(browser, program, folder, service, pictures):
     browser.picture(pictures / "no-answer-desktop.png", of_window=True)
     again = Service(program, folder, service.port)
     try:
-        check("a service that is back is told", browser.wait_until(ANSWERS))
+        check("a service that is back is reported", browser.wait_until(ANSWERS))
         turn_to(browser, "requests")
-        check("with what it knows now", browser.wait_until(
+        check("with its current data", browser.wait_until(
             "document.querySelectorAll('#request-rows tr').length === 0 && "
             "!document.getElementById('no-requests').hidden"))
         browser.picture(pictures / "no-requests-desktop.png")
@@ -278,17 +278,17 @@ def see_policy(browser):
       document.body.append(script);
     })()""")
     check("no other script runs", browser.evaluate("window.hit === undefined"))
-    check("no other host is asked", browser.evaluate(
+    check("no request goes to another host", browser.evaluate(
         "fetch('http://127.0.0.2:9/').then(() => false, () => true)"))
     refused = [text for text in browser.problems if "Content Security Policy" in text]
-    check("the browser tells that the policy refused both", len(refused) >= 2, browser.problems)
+    check("the browser reports that the policy blocked both", len(refused) >= 2, browser.problems)
 
 
 def see(browser, program, places, service, pictures):
     source, lacking, folder = places
     browser.size(1280, 800, False)
     browser.call("Page.navigate", url=f"http://127.0.0.1:{service.port}/")
-    check("the page shows that the service answers", browser.wait_until(ANSWERS))
+    check("the page shows that the service responds", browser.wait_until(ANSWERS))
     browser.wait_until(f"{ROWS}.length === 5")
     see_problems(browser)
     see_configuration(browser)
@@ -303,7 +303,7 @@ def see(browser, program, places, service, pictures):
     see_colours(browser)
     take_pictures(browser, pictures, "requests")
     turn_to(browser, "elements")
-    check("the console tells of no error and no refusal", browser.problems == [], browser.problems)
+    check("the console has no error and no refusal", browser.problems == [], browser.problems)
     see_address(browser)
     see_failure(browser, program, folder, service, pictures)
 

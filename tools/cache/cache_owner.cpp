@@ -24,7 +24,7 @@ void cache_owner::take(const fs::path &made) const {
     return;
   }
   if (::lchown(made.c_str(), user_, group_) != 0) {
-    throw_errno("cannot give " + made.string() + " to the owner of the cache");
+    throw_errno("cannot make the owner of the cache the owner of " + made.string());
   }
 }
 

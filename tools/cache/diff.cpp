@@ -34,7 +34,7 @@ constexpr std::array<mark_text, 4> marks = {{{ZOT_STAT_ADDED, "added", colour::g
 const mark_text &text_of(uint32_t mark) {
   const auto *const found = std::ranges::find(marks, mark, &mark_text::mark);
   if (found == marks.end()) {
-    throw std::logic_error("a mark that no entry has");
+    throw std::logic_error("invalid mark");
   }
   return *found;
 }
@@ -225,8 +225,8 @@ void print_totals(const console &where, const report &found) {
 
 void write_text(const console &where, const report &found, bool stat) {
   if (found.other_cluster()) {
-    where.out() << "another cluster: \"" << printable(found.from.cluster) << "\" -> \""
-                << printable(found.to.cluster) << "\", so that equal entries count as modified\n";
+    where.out() << "other cluster: \"" << printable(found.from.cluster) << "\" -> \""
+                << printable(found.to.cluster) << "\"; equal entries count as modified\n";
   }
   if (stat) {
     return print_totals(where, found);

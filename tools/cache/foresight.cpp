@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "tools/cache/k_text.hpp"
-#include "tools/output/unsaid.hpp"
+#include "tools/output/hint.hpp"
 #include "utilities/shell_word.hpp"
 
 namespace zotconf {

@@ -41,8 +41,7 @@ void remove_refused(const cache_paths &paths) {
 // Returns the K that was refused; it is not present when there was none.
 stored_k forget_refused(const cache_paths &paths) {
   if (paths.dev_mode) {
-    throw std::runtime_error("dev mode: " + paths.conf_root.string() +
-                             " is not the library's to write");
+    throw std::runtime_error("dev mode: " + paths.conf_root.string() + " is read-only");
   }
   if (!is_there(paths.conf_root)) {
     return {};
@@ -50,8 +49,8 @@ stored_k forget_refused(const cache_paths &paths) {
   const zot::descriptor lock = lock_cache(paths.conf_root, std::chrono::milliseconds(0));
   if (is_there(undo_folder(paths))) {
     throw advised_error(
-        "a commit was interrupted, and the next start may bring back what is refused: repair the "
-        "cache first",
+        "cannot forget: a commit was interrupted, and the next start may restore the refused K; "
+        "repair the cache first",
         "zotconf verify --repair --index ID");
   }
   stored_k refused = read_slot(paths, k_slot::refused);
@@ -81,9 +80,9 @@ int run_forget(const forget_options & /*options*/, const console &where) {
   }
   if (refused.is_present) {
     where.out() << "forgotten: " << printable(named(refused))
-                << "; the next get takes it as new while the service offers it\n";
+                << "; while the service offers it, the next get returns it as new\n";
   } else {
-    where.out() << "no configuration is refused in " << printable(paths.conf_root.string()) << '\n';
+    where.out() << "no refused configuration in " << printable(paths.conf_root.string()) << '\n';
   }
   return exit_success;
 }

@@ -155,9 +155,8 @@ void warn_of_open_commit(std::initializer_list<std::string> sources, const conso
     return;
   }
   tell_warning(where.err(),
-               (commit.is_interrupted() ? "an interrupted commit waits in "
-                                        : "a commit is in progress in ") +
-                   commit.undo.string() + ": this is the cache as it was before",
+               (commit.is_interrupted() ? "interrupted commit in " : "commit in progress in ") +
+                   commit.undo.string() + ": showing the cache as it was before this commit",
                "zotconf status");
 }
 

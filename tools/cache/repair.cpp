@@ -32,7 +32,7 @@ class published_k {
     index.copy(handle->sub_data.name, ZOT_SUB_NAME_LEN);
     const std::string to = folder.string();
     if (to.size() >= sizeof handle->tmp_root) {
-      throw std::runtime_error("a path is too long: " + to);
+      throw std::runtime_error("path too long: " + to);
     }
     to.copy(handle->tmp_root, to.size());
     // The same order as in the library: the checksum first.

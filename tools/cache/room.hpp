@@ -43,8 +43,7 @@ room room_of(const stored_k &k, const volume &on);
 void set_room(json_node into, const std::optional<room> &told);
 
 inline constexpr const char *room_warning =
-    "an update of this size fits only when the old files are removed first: a power cut during "
-    "that "
-    "commit would leave no configuration";
+    "an update of this size fits only if the old files are removed first; a power cut during "
+    "that commit would leave no configuration";
 
 }  // namespace zotconf

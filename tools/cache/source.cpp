@@ -22,7 +22,7 @@ stored_k read_source(const std::string &name, const element &who) {
   }
   if (!fs::is_directory(path)) {
     throw advised_error(name +
-                            " is not a slot (current, last, refused, scratch), a publication "
+                            ": not a slot (current, last, refused, scratch), a publication "
                             "folder or a K file",
                         "zotconf show --help");
   }
@@ -31,9 +31,10 @@ stored_k read_source(const std::string &name, const element &who) {
   }
   const auto elements = published_elements(path);
   if (elements.size() != 1) {
-    throw std::runtime_error(name + (elements.empty() ? " holds no publication"
-                                                      : " holds several elements; name one with "
-                                                        "--index"));
+    throw std::runtime_error(name + (elements.empty()
+                                         ? ": contains no publication"
+                                         : ": contains several elements; choose one with "
+                                           "--index"));
   }
   return read_published(path, elements.front());
 }
@@ -41,7 +42,7 @@ stored_k read_source(const std::string &name, const element &who) {
 stored_k read_good_source(const std::string &name, const element &who) {
   stored_k k = read_source(name, who);
   if (!k.is_present) {
-    throw advised_error(name + ": there is no K at " + k.k.string(),
+    throw advised_error(name + ": no K at " + k.k.string(),
                         slot_of(name) ? "zotconf status" : "zotconf publish --help");
   }
   if (k.wrong) {

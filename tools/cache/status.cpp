@@ -120,7 +120,7 @@ void print_paths(const console &where, const cache_paths &paths, const slot_stat
   }
   line("dev mode:", paths.dev_mode ? "on" : "off");
   line("service:", "http://127.0.0.1:" + std::to_string(paths.port) +
-                       (paths.dev_mode ? ", not asked in dev mode" : ""));
+                       (paths.dev_mode ? ", not used in dev mode" : ""));
 }
 
 void print_slots(const console &where, const slot_states &states) {

@@ -13,10 +13,10 @@
 #include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/figures.hpp"
+#include "tools/output/hint.hpp"
 #include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
 #include "tools/output/text_table.hpp"
-#include "tools/output/unsaid.hpp"
 
 namespace zotconf {
 namespace {
@@ -185,11 +185,10 @@ void repair_found(const verify_options &options, verdict_of_verify &told, const 
     return;
   }
   if (told.paths.dev_mode) {
-    throw std::runtime_error("dev mode: " + told.paths.conf_root.string() +
-                             " is not the library's to write");
+    throw std::runtime_error("dev mode: " + told.paths.conf_root.string() + " is read-only");
   }
   if (told.found.commit.state == commit_state::in_progress) {
-    throw advised_error("a commit is in progress: nothing was repaired", "zotconf status");
+    throw advised_error("nothing was repaired: a commit is in progress", "zotconf status");
   }
   if (told.found.commit.is_interrupted()) {
     told.repair->outcomes.push_back(undo_commit(told.paths, options.who));
@@ -234,16 +233,15 @@ std::string remedy_of(const verdict_of_verify &told) {
 int conclude(const verdict_of_verify &told, const console &where) {
   if (told.repair && told.repair->service_error) {
     const library_status &error = *told.repair->service_error;
-    const std::string unsaid = unsaid_of(error.text, told.paths.conf_root);
-    tell_error(where.err(), "repair: " + described(error) + (unsaid.empty() ? "" : ": ") + unsaid,
+    const std::string hint = hint_of(error.text, told.paths.conf_root);
+    tell_error(where.err(), "repair: " + described(error) + (hint.empty() ? "" : ": ") + hint,
                command_after(error.code));
     return exit_failure;
   }
   if (is_empty(told.found)) {
     tell_error(where.err(),
-               std::string(no_configuration_yet) + ": nothing lies in " +
-                   told.paths.conf_root.string() +
-                   "; ZOT_PREFIX_CONF_ROOT has to be that of the service process",
+               std::string(no_configuration_yet) + ": no K in " + told.paths.conf_root.string() +
+                   "; ZOT_PREFIX_CONF_ROOT must have the value of the service process",
                "zotconf status");
     return exit_failure;
   }

@@ -25,7 +25,7 @@ void refuse_changes(const cache_paths &paths, const findings &found) {
     return now.checksum != known.checksum || now.announced != known.announced;
   };
   if (is_there(undo_folder(paths)) || is_changed(k_slot::current) || is_changed(k_slot::refused)) {
-    throw advised_error("another process changed " + paths.conf_root.string() + " meanwhile",
+    throw advised_error(paths.conf_root.string() + ": changed by another process during the repair",
                         "zotconf verify");
   }
 }
@@ -40,7 +40,7 @@ zot::descriptor lock_cache(const fs::path &root, std::chrono::milliseconds wait)
       throw_errno("cannot lock " + root.string());
     }
     if (std::chrono::steady_clock::now() > end) {
-      throw std::runtime_error(root.string() + " stays locked by another process");
+      throw std::runtime_error("cannot lock " + root.string() + ": another process holds the lock");
     }
     std::this_thread::sleep_for(50ms);
   }

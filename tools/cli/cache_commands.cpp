@@ -9,32 +9,34 @@ namespace {
 
 const command_text status_text = {
     .name = "status",
-    .summary = "Tell what lies in the cache and what the next get would do",
+    .summary = "Show the state of the cache and what the next get would do",
     .about =
-        "Needs no service and writes nothing. The files of the configuration in force are checked "
-        "up to the\nfirst bad one, as a starting process does: with it nothing is in force. After "
-        "an interrupted commit\nthe slots are what the next start puts back. It warns when an "
-        "update of the size of the configuration\nin force would not fit beside it.\n\n"
+        "Needs no service and writes nothing. The files of the configuration in force are\n"
+        "checked up to the first bad one, as at the start of a process: if one is bad, no\n"
+        "configuration is in force. After an interrupted commit, the slots are shown as the\n"
+        "next start restores them. A warning is printed if an update of the size of the\n"
+        "configuration in force would not fit on the medium next to it.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",
     .examples = "zotconf status\nzotconf status --json",
     .exits = {exit_success, exit_failure, exit_usage}};
 
 const command_text verify_text = {
     .name = "verify",
-    .summary = "Check every file of the cache, and fetch again what is bad",
+    .summary = "Check every file of the cache and repair bad ones",
     .about =
-        "Each K is held against its checksum file and its content is checked; each file of the "
-        "configuration\nin force and of the scratch area is held against its K. Of the last and "
-        "the refused configuration\nthe cache keeps K and checksum only. Files that no K names "
-        "are noted and are no damage. Damage of the\nscratch area is harmless, because a new "
-        "configuration overwrites it: it counts with --strict only.\nA commit that was interrupted "
-        "is a finding, and what the next start puts back is checked.\nWhere nothing lies in the "
-        "cache, it says so and ends with 1, as it does when it may not read it.\n\n--repair lets "
-        "the library undo an interrupted commit. Then it asks the service for what is bad in "
-        "the\npersistent "
-        "cache, verifies it and puts it in place in one step; what is good is not touched. K is\n"
-        "restored when the service still offers the K in force. While another process commits, "
-        "nothing is\nwritten.\n\n"
+        "Compares each K (knowledge file) with its checksum file and checks its content.\n"
+        "Compares each file of the configuration in force and of the scratch area with its K.\n"
+        "For the last and the refused configuration, the cache has only K and checksum. Files\n"
+        "that no K lists are noted but are not damage. Damage of the scratch area is harmless,\n"
+        "because a new configuration overwrites it; it counts only with --strict. An\n"
+        "interrupted commit is reported, and the configuration that the next start restores is\n"
+        "checked. If the cache is empty or not readable, the command prints an error and exits\n"
+        "with 1.\n\n"
+        "With --repair, the library first undoes an interrupted commit. The command then\n"
+        "requests the bad files of the persistent cache from the service, verifies them and\n"
+        "replaces each one in one step; good files are not touched. K is restored if the\n"
+        "service still offers the K in force. While another process commits, nothing is\n"
+        "written.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",
     .examples =
         "zotconf verify\n"
@@ -44,12 +46,12 @@ const command_text verify_text = {
 
 const command_text forget_text = {
     .name = "forget",
-    .summary = "Take back a roll-back: the same configuration is offered again",
+    .summary = "Forget a rollback, so that the next get accepts the same configuration",
     .about =
-        "Removes what the cache keeps of the configuration that was rolled back last. While the "
-        "service offers it,\nthe next get takes it as new. The configuration in force stays. A "
-        "process that runs, such as zotconf\nwatch, need not be stopped. It fails while another "
-        "process works in the cache, and after an interrupted\ncommit.\n\n"
+        "Removes what the cache keeps of the configuration that was rolled back last. While the\n"
+        "service offers it, the next get returns it as new. The configuration in force stays.\n"
+        "Running processes, such as zotconf watch, need not be stopped. The command fails while\n"
+        "another process works in the cache, and after an interrupted commit.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_DEV_PATH.",
     .examples = "zotconf forget",
     .exits = {exit_success, exit_failure, exit_usage}};
@@ -60,7 +62,7 @@ void add_verify(command_line &line) {
   command.add_flag("--strict", options->strict, "count damage of the scratch area");
   add_subsys(command, options->who.subsys);
   auto *const index = add_index(command, options->who.index);
-  command.add_flag("--repair", options->repair, "fetch again what is bad, from the service")
+  command.add_flag("--repair", options->repair, "fetch bad files again from the service")
       ->needs(index);
 }
 

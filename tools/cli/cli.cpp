@@ -38,7 +38,7 @@ std::string footer_of(const command_text &text) {
   return footer;
 }
 
-// `help` and `help COMMAND` are --help in other words.
+// `help` and `help COMMAND` are the same as --help and COMMAND --help.
 std::vector<std::string> words_of(int argc, char **argv) {
   std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
   if (words.empty() || words.front() != "help") {
@@ -59,8 +59,9 @@ int tell_wrong_usage(std::ostream &err, const wrong_usage &wrong) {
 command_line::command_line() : app_(about_program, "zotconf") {
   app_.require_subcommand(1);
   app_.footer(
-      "zotconf help COMMAND, or zotconf COMMAND --help, shows the options, examples and exit "
-      "statuses\nof a command.");
+      "K is the knowledge file, the manifest of a configuration; the GPB files are its content.\n"
+      "zotconf help COMMAND, or zotconf COMMAND --help, shows the options, examples and exit\n"
+      "statuses of a command.");
   app_.set_version_flag("--version", std::string("zotconf ") + version);
 }
 

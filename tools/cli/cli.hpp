@@ -21,7 +21,7 @@ namespace zotconf {
 struct command_text {
   const char *name;
   const char *summary;   // one line
-  const char *about;     // what the options do not say; may be empty
+  const char *about;     // what the options do not explain; may be empty
   const char *examples;  // command lines, one per line
   std::vector<exit_status> exits;
 };

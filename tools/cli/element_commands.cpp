@@ -13,12 +13,11 @@ const command_text cycle_text = {
     .name = "cycle",
     .summary = "Get a configuration, apply it, commit or roll back",
     .about =
-        "CMD runs, and a configuration is committed or rolled back, on a new configuration "
-        "only. CMD commits\nby exit status 0 and rolls back by 1 to 125. When it cannot run (126, "
-        "127), when a signal ends it or\nwhen it takes longer than --apply-timeout, nothing is "
-        "decided, and the next get offers the configuration\nagain.\n\nEnvironment: "
-        "ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, "
-        "ZOT_DEV_PATH.",
+        "Only for a new configuration, CMD runs and the configuration is committed or rolled\n"
+        "back. Exit status 0 of CMD commits, 1 to 125 roll back. If CMD cannot run (126, 127),\n"
+        "if a signal ends it or if it takes longer than --apply-timeout, the configuration is\n"
+        "neither committed nor rolled back, and the next get offers it again.\n\n"
+        "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",
     .examples =
         "zotconf cycle --index 001122334455 --commit\n"
         "zotconf cycle --index 001122334455 --categories Wlan,Ap --apply ./apply.sh\n"
@@ -28,33 +27,36 @@ const command_text cycle_text = {
 
 const command_text watch_text = {
     .name = "watch",
-    .summary = "Keep an element up to date: get, apply, commit or roll back, for ever",
+    .summary = "Keep an element up to date: get, apply, commit or roll back, forever",
     .about =
-        "CMD runs on each new configuration. ZOTCONF_DIR names a folder with the files that were "
-        "added or\nmodified, <Category>/<key>; ZOTCONF_CHANGES names a JSON list of all changed "
-        "entries. Exit status 0\ncommits, 1 to 125 roll back. A CMD that cannot run (126, 127), "
-        "that a signal ends or that takes\nlonger than --apply-timeout decides nothing: it runs "
-        "again "
-        "after a pause. Durations are 500ms, 30s,\n5m or 1h.\n\n"
-        "While the service or CMD fails, the pauses grow from --backoff-min to --backoff-max. The "
-        "first one lies by\nchance between once and twice the shortest, each next one between "
-        "bounds twice "
-        "as high.\nAfter a commit or roll-back that failed the next get ends it; CMD is not asked "
-        "again for the same\nconfiguration. When another process has decided otherwise, CMD gets "
-        "what is in force; the changes\ncount from what CMD has accepted last.\n\n"
-        "SIGINT and SIGTERM stop: CMD is sent SIGTERM with all that it started, and SIGKILL half a "
-        "second\nlater. What it was applying is neither committed nor rolled back, and the next "
-        "start offers it\nagain. A get ends before the signal counts, and the transfer of files "
-        "has no time limit; a second\nsignal ends the program at once.\n\n"
-        "A configuration that an earlier run committed is no update: CMD does not run for it. "
-        "Where what was\napplied does not survive a restart, --apply-cached-at-start hands it to "
-        "CMD once, with the status of\neach entry against the configuration before; its exit "
-        "status decides nothing. CMD does not run when\nno entry is in force. In dev mode each get "
-        "brings the configuration as new.\n\n"
-        "One line on standard output tells each change of state; with --json it is an object. What "
-        "CMD prints\ngoes to standard error. A service manager is told by NOTIFY_SOCKET and "
-        "WATCHDOG_USEC.\n\n"
-        "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH, "
+        "CMD runs for each new configuration. ZOTCONF_DIR is the path of a folder with the\n"
+        "added and modified files, <Category>/<key>. ZOTCONF_CHANGES is the path of a JSON file\n"
+        "that lists all changed entries. Exit status 0 commits, 1 to 125 roll back. If CMD\n"
+        "cannot run (126, 127), if a signal ends it or if it takes longer than --apply-timeout,\n"
+        "the configuration is neither committed nor rolled back, and CMD runs again after a\n"
+        "pause. Durations are 500ms, 30s, 5m or 1h.\n\n"
+        "While the service or CMD fails, the pauses grow from --backoff-min to --backoff-max.\n"
+        "The first pause is random, between the shortest pause and twice that; for each next\n"
+        "pause both bounds double.\n\n"
+        "If a commit or rollback fails, the next get completes or undoes it; CMD does not run\n"
+        "again for the same configuration. If another process has committed or rolled back\n"
+        "instead, CMD gets the configuration in force, with the changes since the one that CMD\n"
+        "accepted last.\n\n"
+        "SIGINT and SIGTERM stop the command. CMD and all processes that it started get\n"
+        "SIGTERM, and SIGKILL half a second later. The configuration that CMD was applying is\n"
+        "neither committed nor rolled back, and the next start offers it again. A signal during\n"
+        "a get takes effect after that get, and the transfer of files has no time limit; a\n"
+        "second signal ends the command at once.\n\n"
+        "A configuration that an earlier run committed is not an update: CMD does not run for\n"
+        "it. If what CMD applied does not survive a restart, use --apply-cached-at-start: CMD\n"
+        "runs once for the configuration in force, with the status of each entry relative to\n"
+        "the configuration before it, and its exit status neither commits nor rolls back. CMD\n"
+        "does not run if no entry is in force. In dev mode, each get returns the configuration\n"
+        "as new.\n\n"
+        "Each change of state is one line on standard output, with --json one object. The\n"
+        "output of CMD goes to standard error. The service manager is notified as NOTIFY_SOCKET\n"
+        "and WATCHDOG_USEC request.\n\n"
+        "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH,\n"
         "TMPDIR.",
     .examples =
         "zotconf watch --index 001122334455 --every 30s --apply ./apply.sh\n"
@@ -107,7 +109,7 @@ void resolve(cycle_words &words) {
   std::string wrong;
   const auto want = parse_want(words.want, wrong);
   if (!want) {
-    throw CLI::ValidationError("--want", "\"" + wrong + "\" is unknown or has to stand alone");
+    throw CLI::ValidationError("--want", "\"" + wrong + "\" is unknown or must be given alone");
   }
   options.want = *want;
   if (!words.out.empty()) {
@@ -168,7 +170,7 @@ CLI::Option *add_apply(CLI::App &command, element_words &words) {
           ->check([](const std::string &text) { return text.empty() ? "is empty" : ""; });
   command
       .add_option("--apply-timeout", words.apply_timeout,
-                  "end a command that takes longer, as one that failed (default: no limit)")
+                  "stop a command that takes longer; it counts as failed (default: no limit)")
       ->check(checked_by(check_duration))
       ->needs(apply);
   return apply;
@@ -182,12 +184,13 @@ void add_cycle(command_line &line) {
       .add_option("--want", words->want, "added, modified, deleted, unchanged; or full; or cached")
       ->delimiter(',')
       ->capture_default_str();
-  command.add_option("--out", words->out,
-                     "folder for the entries' bytes; a temporary one when only --apply needs it");
+  command.add_option(
+      "--out", words->out,
+      "folder for the files of the entries; if only --apply needs it, a temporary one");
   auto *const apply = add_apply(command, *words);
   auto *const commit = command.add_flag("--commit", words->commit, "commit a new configuration");
   auto *const roll_back =
-      command.add_flag("--roll-back", words->roll_back, "roll a new configuration back");
+      command.add_flag("--roll-back", words->roll_back, "roll back a new configuration");
   commit->excludes(apply)->excludes(roll_back);
   roll_back->excludes(apply);
   command.parse_complete_callback([words] { resolve(*words); });
@@ -206,7 +209,7 @@ void add_watch(command_line &line) {
   add_duration(command, "--backoff-min", words->backoff_min, "shortest pause after a failure");
   add_duration(command, "--backoff-max", words->backoff_max, "longest pause after a failure");
   command.add_flag("--apply-cached-at-start", words->apply_cached_at_start,
-                   "hand the configuration in force to CMD once, at the start");
+                   "run CMD once for the configuration in force, at the start");
   command.parse_complete_callback([words] {
     resolve_element(*words);
     if (parse_duration(words->backoff_min) > parse_duration(words->backoff_max)) {

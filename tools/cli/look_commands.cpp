@@ -9,13 +9,13 @@ namespace {
 
 const command_text show_text = {
     .name = "show",
-    .summary = "Show what a K says and its entries",
+    .summary = "Show the metadata and the entries of a K",
     .about =
-        "K is a slot of the cache (current, last, refused, scratch), a publication folder, or "
-        "a K file;\nwrite ./current for a file of that name. A K is held against its checksum "
-        "file, a K file only when\none lies beside it. Entries are sorted by the number of their "
-        "category and by key.\n\nEnvironment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, "
-        "ZOT_DEV_PATH.",
+        "K (knowledge file) is a slot of the cache (current, last, refused, scratch), a\n"
+        "publication folder, or a K file; write ./current for a file of that name. K is\n"
+        "compared with its checksum file; a K file only if a checksum file is next to it.\n"
+        "Entries are sorted by category number and key.\n\n"
+        "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_DEV_PATH.",
     .examples =
         "zotconf show current\n"
         "zotconf show pub --index 001122334455 --category Wlan,Ap\n"
@@ -26,9 +26,9 @@ const command_text diff_text = {
     .name = "diff",
     .summary = "Show what changes from one K to another",
     .about =
-        "A and B are slots of the cache (current, last, refused, scratch), publication folders, "
-        "or K files.\nEntries are compared as a get compares them: by category, key and version; "
-        "where the cluster is\nanother one, equal entries count as modified.\n\n"
+        "A and B are slots of the cache (current, last, refused, scratch), publication folders,\n"
+        "or K files (knowledge files). Entries are compared as a get compares them: by\n"
+        "category, key and version. If the clusters differ, equal entries count as modified.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_DEV_PATH.",
     .examples =
         "zotconf diff last current\n"

@@ -10,8 +10,8 @@ const command_text explain_text = {
     .name = "explain",
     .summary = "Explain a status of the library",
     .about =
-        "What it means, whether a retry can help, where the fault lies, what state the cache is in "
-        "and what\nto do. Without STATUS a list of all.",
+        "Prints the meaning of the status, whether a retry can help, where the fault lies, the\n"
+        "state of the cache and what to do. Without STATUS, lists all statuses.",
     .examples =
         "zotconf explain\nzotconf explain -8\nzotconf explain ZOT_ERR_TIMEOUT\n"
         "zotconf explain corrupted --json",

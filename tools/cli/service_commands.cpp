@@ -15,12 +15,14 @@ const command_text publish_text = {
     .name = "publish",
     .summary = "Publish a folder as an element's configuration",
     .about =
-        "SRC holds files <Category>/<key>; `zotconf categories` lists the categories. Names that "
-        "begin with a\ndot or end in ~ or .swp are left out. A file gets a new version when no "
-        "version in PUB has its bytes.\nK is replaced last, in one step.\n\n"
-        "Refused are an SRC without files, one that lacks more than half of what was published "
-        "before, and a PUB\nin SRC. A refused publication and --dry-run write nothing.\n\n"
-        "With --sign-cert and --sign-key, a detached CMS signature is written beside K.",
+        "SRC contains the files, <Category>/<key>; `zotconf categories` lists the categories.\n"
+        "Names that begin with a dot or end in ~ or .swp are skipped. A file gets a new version\n"
+        "if no version in PUB has the same bytes. K (knowledge file) is replaced last, in one\n"
+        "step.\n\n"
+        "Refused are an SRC without files, an SRC that lacks more than half of the entries\n"
+        "published before, and a PUB in SRC. A refused publication writes nothing, and neither\n"
+        "does --dry-run.\n\n"
+        "With --sign-cert and --sign-key, a detached CMS signature is written next to K.",
     .examples =
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52\n"
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 --dry-run\n"
@@ -32,10 +34,10 @@ const command_text sign_text = {
     .name = "sign",
     .summary = "Sign the K files of a publication folder",
     .about =
-        "Writes a detached CMS signature (DER, SHA-256) beside each K that has none of this "
-        "certificate: for a\npublisher that does not hold the key. Waits for a publisher that is "
-        "at work. The certificate has to\nallow digital signatures; the key is EC, or RSA with at "
-        "least 2048 bits.",
+        "Writes a detached CMS signature (DER, SHA-256) next to each K (knowledge file) that\n"
+        "has no signature of this certificate. Use it if the publisher does not hold the key.\n"
+        "Waits for a running publisher. The certificate must allow digital signatures; the key\n"
+        "is EC, or RSA with at least 2048 bits.",
     .examples =
         "zotconf sign pub --sign-cert publisher.crt --sign-key publisher.key\n"
         "zotconf sign pub --index 001122334455 --sign-cert publisher.crt \\\n"
@@ -44,15 +46,16 @@ const command_text sign_text = {
 
 const command_text prune_text = {
     .name = "prune",
-    .summary = "Remove the files of a publication folder that no K names",
+    .summary = "Remove files of a publication folder that no K lists",
     .about =
-        "Reads the K of every element and removes the versions that none of them names, and the "
-        "folders that\nbecome empty. An element that has fetched a K just before it was replaced "
-        "still asks for its files, so\nthey stay for the grace. Durations are 500ms, 30s, 5m or "
-        "1h.\n\n"
-        "Waits for a publisher that is at work, and lets none begin. The service goes on. When a K "
-        "cannot be\nread or is damaged, nothing is removed. What is no "
-        "config/<Category>/<key>/<version> is left alone and\ntold; no symbolic link is followed.",
+        "Reads the K (knowledge file) of every element. Removes the versions that no K lists,\n"
+        "and the folders that become empty. An element that fetched a K just before it was\n"
+        "replaced still requests its files, so they stay for the grace period. Durations are\n"
+        "500ms, 30s, 5m or 1h.\n\n"
+        "Waits for a running publisher, and blocks new ones. The service keeps running. If a K\n"
+        "cannot be read or is damaged, nothing is removed. Files with a name other than\n"
+        "config/<Category>/<key>/<version> are skipped and listed; symbolic links are not\n"
+        "followed.",
     .examples =
         "zotconf prune pub --dry-run\n"
         "zotconf prune pub --grace 24h --json",
@@ -62,11 +65,10 @@ const command_text serve_text = {
     .name = "serve",
     .summary = "Serve a publication folder over HTTP",
     .about =
-        "A status page is at /. Runs until SIGINT or SIGTERM. With --background it returns 0 once "
-        "a "
-        "process of its\nown listens, and prints how to stop that; a failure before ends it with "
-        "1. "
-        "A folder that is neither empty\nnor made by `zotconf publish` is refused.",
+        "The status page is at /. The command runs until SIGINT or SIGTERM. With --background,\n"
+        "it starts a background process, exits with 0 once that process listens, and prints how\n"
+        "to stop it; if it cannot start, it exits with 1. A folder that is neither empty nor\n"
+        "made by `zotconf publish` is refused.",
     .examples =
         "zotconf serve pub\n"
         "zotconf serve pub --port 0 --bind ::1\n"
@@ -106,18 +108,19 @@ void add_limits(CLI::App &command, publish_words &words) {
   command.add_flag("--allow-empty", words.options.allow_empty,
                    "publish an SRC without files, which removes all entries");
   command
-      .add_option("--max-removed", words.max_removed,
-                  "refuse to remove more than this share of the entries, like 80% [50%]")
+      .add_option(
+          "--max-removed", words.max_removed,
+          "refuse to remove more than this share of the entries, such as 80% (default: 50%)")
       ->check(checked_by(check_percentage));
-  command.add_flag("--dry-run", words.options.dry_run, "tell what would change, write nothing");
+  command.add_flag("--dry-run", words.options.dry_run, "print what would change, write nothing");
 }
 
-// The two belong together.
+// Each option requires the other.
 void add_signing(CLI::App &command, fs::path &certificate, std::string &key, bool required) {
   CLI::Option *const first =
       command
           .add_option("--sign-cert", certificate,
-                      "certificate of the signer, and those up to the trusted one, in PEM")
+                      "certificate of the signer and its chain up to the trusted one, in PEM")
           ->check(CLI::ExistingFile)
           ->required(required);
   CLI::Option *const second =
@@ -169,11 +172,11 @@ void add_prune(command_line &line) {
       ->check(CLI::ExistingDirectory);
   command
       .add_option("--grace", words->grace,
-                  "how long a file stays after the last K that named it; 0: not at all")
+                  "how long a file stays after the last K that listed it; 0: no grace period")
       ->check(checked_by(check_grace))
       ->capture_default_str();
   command.add_flag("--dry-run", words->options.dry_run,
-                   "tell what would be removed, remove nothing");
+                   "print what would be removed, remove nothing");
 }
 
 void add_serve(command_line &line) {
@@ -186,10 +189,11 @@ void add_serve(command_line &line) {
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   command.add_option("--bind", options->bind, "address to listen on")->capture_default_str();
-  command.add_flag("--background", options->background, "return as soon as it listens");
+  command.add_flag("--background", options->background,
+                   "serve in the background; return once the service listens");
   command.add_option("--pid-file", options->pid_file,
-                     "file for the process number, while it listens");
-  command.add_option("--log", options->log, "file that the lines of requests are appended to");
+                     "file for the process ID while the service listens");
+  command.add_option("--log", options->log, "file to which one line per request is appended");
 }
 
 }  // namespace

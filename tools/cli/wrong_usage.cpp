@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t largest_distance = 2;
 
-// How many letters have to be added, removed or replaced to make one word of the other.
+// The number of letters to add, remove or replace to turn one word into the other.
 size_t edit_distance(std::string_view from, std::string_view to) {
   std::vector<size_t> row(to.size() + 1);
   std::iota(row.begin(), row.end(), size_t{0});
@@ -26,10 +26,10 @@ size_t edit_distance(std::string_view from, std::string_view to) {
   return row.back();
 }
 
-// The name that was probably meant; empty when none is near.
+// Returns the name that was probably meant; empty if none is similar.
 std::string nearest(std::string_view word, const std::vector<std::string> &names) {
   std::string found;
-  // A word that shares no letter with a name was not meant to be it.
+  // A name that shares no letter with the word is not a suggestion.
   size_t best = std::min(largest_distance + 1, word.size());
   for (const std::string &name : names) {
     if (const size_t distance = edit_distance(word, name); distance < best) {
@@ -63,8 +63,8 @@ std::vector<std::string> option_names(const CLI::App &app) {
   return names;
 }
 
-// The first long option that the command does not have; empty when it has all of them. What stands
-// in the place of an option's value is one.
+// Returns the first long option that the command does not have; empty if it has all. The value of
+// an option is skipped.
 std::string unknown_option(const CLI::App &command, const std::vector<std::string> &words) {
   for (size_t at = 0; at < words.size() && words[at] != "--"; ++at) {
     if (!words[at].starts_with("--")) {
@@ -92,14 +92,14 @@ std::string question(const std::string &meant) {
 std::optional<wrong_usage> unknown_command(const CLI::App &app,
                                            const std::vector<std::string> &words) {
   if (words.empty()) {
-    return wrong_usage{.what = "a command is missing", .command = "zotconf --help"};
+    return wrong_usage{.what = "no command given", .command = "zotconf --help"};
   }
   const std::string &word = words.front();
   if (word.starts_with('-') || find_command(app, word) != nullptr) {
     return std::nullopt;
   }
   const std::string name = nearest(word, command_names(app));
-  return wrong_usage{.what = "there is no command \"" + word + "\"" +
+  return wrong_usage{.what = "unknown command \"" + word + "\"" +
                              question(name.empty() ? "" : "`zotconf " + name + "`"),
                      .command = "zotconf --help"};
 }
@@ -113,9 +113,9 @@ wrong_usage refused_words(const CLI::App &app, const std::vector<std::string> &w
   const std::string help = "zotconf " + name + (name.empty() ? "" : " ") + "--help";
   if (const std::string option = unknown_option(command, words); !option.empty()) {
     const std::string meant = nearest(option.substr(2), option_names(command));
-    return {.what = prefix + "there is no option " + option +
-                    question(meant.empty() ? "" : "--" + meant),
-            .command = help};
+    return {
+        .what = prefix + "unknown option " + option + question(meant.empty() ? "" : "--" + meant),
+        .command = help};
   }
   return {.what = prefix + error.what(), .command = help};
 }

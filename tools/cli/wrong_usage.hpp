@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is wrong with a command line, in one line, and the command that helps.
+// A command-line error in one line, and the command that helps.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -14,11 +14,11 @@ struct wrong_usage {
   std::string command;
 };
 
-// Of words whose first one stands for a command and names none.
+// For words whose first one should be a command but is unknown.
 std::optional<wrong_usage> unknown_command(const CLI::App &app,
                                            const std::vector<std::string> &words);
 
-// Of words that the parser has refused. A mistyped option comes before what is missing for it.
+// For words that the parser has rejected. A mistyped option is reported before a missing one.
 wrong_usage refused_words(const CLI::App &app, const std::vector<std::string> &words,
                           const CLI::ParseError &error);
 

@@ -13,8 +13,8 @@
 #include "tools/output/environment.hpp"
 #include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
+#include "tools/output/hint.hpp"
 #include "tools/output/plain_text.hpp"
-#include "tools/output/unsaid.hpp"
 #include "zot_conf.hpp"
 
 namespace zotconf {
@@ -56,7 +56,7 @@ int carry_out(handle &element_handle, verdict decided, cycle_report &report) {
     report.tell_verdict("committed", "committed");
     return exit_success;
   }
-  report.tell_verdict("rolled_back", "rolled back; zotconf forget takes that back");
+  report.tell_verdict("rolled_back", "rolled back; to accept it again: zotconf forget");
   return exit_rolled_back;
 }
 
@@ -71,7 +71,7 @@ constexpr outcome no_update = {"no_update", "no update", exit_no_update};
 constexpr outcome cached = {"cached", "cached configuration", exit_success};
 constexpr outcome same_as_rolled_back = {
     "same_as_rolled_back",
-    "same as the configuration that was rolled back, which zotconf forget takes back",
+    "same as the configuration that was rolled back (to accept it again: zotconf forget)",
     exit_same_as_corrupted};
 
 const outcome &outcome_of(const entries &list, bool is_new, const cycle_options &chosen) {
@@ -93,7 +93,7 @@ bool tells_a_missing_k(const log_line &line) {
 void print_log(std::ostream &err, const log_line &line) {
   err << printable(line.text.substr(0, line.text.find_last_not_of('\n') + 1)) << '\n';
   if (tells_a_missing_k(line)) {
-    err << "zotconf: that is the K in force: " << no_configuration_yet << '\n';
+    err << "zotconf: this K is the one in force: " << no_configuration_yet << '\n';
   }
 }
 
@@ -116,7 +116,7 @@ int run_cycle(const cycle_options &chosen, const console &where, cycle_report &r
   verified.clear();
   const bool is_rolled_back = list.result() == ZOT_ERR_SAME_AS_CORRUPTED;
   if (list.result().is_error()) {
-    report.tell_failure("get", list.result(), unsaid_of_get(*client, list.result()));
+    report.tell_failure("get", list.result(), hint_of_get(*client, list.result()));
     if (!is_rolled_back) {
       return exit_failure;
     }
@@ -209,12 +209,12 @@ bool has_configuration(handle &element) {
          is_there(knowledge / "subsys.checksum");
 }
 
-std::string unsaid_of_get(handle &element, const status &result) {
-  std::string unsaid = unsaid_of(result.text(), element.c_handle()->tmp_root);
+std::string hint_of_get(handle &element, const status &result) {
+  std::string hint = hint_of(result.text(), element.c_handle()->tmp_root);
   if (has_configuration(element)) {
-    return unsaid;
+    return hint;
   }
-  return unsaid.append(unsaid.empty() ? "" : "; ").append(no_configuration_yet);
+  return hint.append(hint.empty() ? "" : "; ").append(no_configuration_yet);
 }
 
 int run_cycle(const cycle_options &options, const console &where) {

@@ -50,8 +50,8 @@ std::optional<handle> create_handle(const cycle_options &from, std::ostream &err
 // cache to look at, and it has.
 bool has_configuration(handle &element);
 
-// What the text of a get that failed leaves unsaid; empty when it says it all.
-std::string unsaid_of_get(handle &element, const status &result);
+// Explains a failed get where its text does not; empty otherwise.
+std::string hint_of_get(handle &element, const status &result);
 
 // Returns an exit status. Throws std::exception when entries cannot be written.
 int run_cycle(const cycle_options &options, const console &where);

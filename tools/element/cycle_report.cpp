@@ -70,7 +70,7 @@ void add_entries(json_node root, const entries &list) {
 }  // namespace
 
 void tell_no_handle_to(std::ostream &err, const std::string &reason) {
-  tell_error(err, "no handle: " + reason, "zotconf status");
+  tell_error(err, "cannot create a handle: " + reason, "zotconf status");
 }
 
 void cycle_report::tell_entries(std::string_view key, std::string_view words, const entries &list) {
@@ -113,10 +113,10 @@ void cycle_report::tell_verdict(std::string_view key, std::string_view words) {
 }
 
 void cycle_report::tell_failure(std::string_view what, const status &found,
-                                const std::string &unsaid) {
+                                const std::string &hint) {
   tell_error(where_.err(),
              std::string(what) + ": " + found.text() + " (" + std::to_string(found.code()) + ")" +
-                 (unsaid.empty() ? "" : ": ") + unsaid,
+                 (hint.empty() ? "" : ": ") + hint,
              command_after(found.code()));
   document_.root()
       .object("error")

@@ -32,8 +32,8 @@ class cycle_report {
   void tell_metadata(const std::optional<metadata> &from);
   void tell_apply(const std::string &end);
   void tell_verdict(std::string_view key, std::string_view words);
-  // Reports a failed call; `what` names it, and `unsaid` is what its text leaves to be said.
-  void tell_failure(std::string_view what, const status &found, const std::string &unsaid = "");
+  // Reports a failed call; `what` names it, and `hint` adds what its text lacks.
+  void tell_failure(std::string_view what, const status &found, const std::string &hint = "");
   // Reports that no handle was created; there is no status in this case.
   void tell_no_handle(const std::string &reason);
   // Prints the JSON document if JSON was requested. Must be the last call.

@@ -20,7 +20,7 @@
 #include "tools/output/environment.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/figures.hpp"
-#include "tools/output/unsaid.hpp"
+#include "tools/output/hint.hpp"
 
 namespace zotconf {
 namespace {
@@ -48,11 +48,10 @@ class watcher {
         backoff_(options.backoff_min, options.backoff_max, std::random_device()()) {}
 
   void run() {
-    reporter_.tell(
-        {.what = watch_event::starting,
-         .text = options_.element.subsys + " " + options_.element.index + ", every " +
-                 duration_text(options_.every),
-         .unsaid = std::string(has_configuration(element_) ? "" : no_configuration_yet)});
+    reporter_.tell({.what = watch_event::starting,
+                    .text = options_.element.subsys + " " + options_.element.index + ", every " +
+                            duration_text(options_.every),
+                    .hint = std::string(has_configuration(element_) ? "" : no_configuration_yet)});
     if (options_.apply_cached_at_start) {
       reporter_.tell(hand_over_in_force());
     }
@@ -101,7 +100,7 @@ class watcher {
       return fail({.what = watch_event::service_failing,
                    .text = result.text(),
                    .status = result.code(),
-                   .unsaid = unsaid_of(result.text(), element_.c_handle()->tmp_root)});
+                   .hint = hint_of(result.text(), element_.c_handle()->tmp_root)});
     }
     return element_.is_new() ? take(list)
                              : conclude(ZOT_SLOT_CURRENT, {.what = watch_event::no_update});

@@ -25,16 +25,16 @@ struct event_words {
 constexpr std::array events = {
     event_words{watch_event::starting, "starting", "starting", colour::none},
     event_words{watch_event::applied_cached, "applied_cached",
-                "configuration in force handed to CMD", colour::none},
+                "configuration in force passed to CMD", colour::none},
     event_words{watch_event::committed, "committed", "new configuration applied and committed",
                 colour::green},
     event_words{watch_event::rolled_back, "rolled_back", "rolled back", colour::yellow},
     event_words{watch_event::no_update, "no_update", "no update", colour::none},
     event_words{watch_event::same_as_rolled_back, "same_as_rolled_back",
-                "same as rolled back (zotconf forget takes that back)", colour::yellow},
+                "same as rolled back (to accept it again: zotconf forget)", colour::yellow},
     event_words{watch_event::service_failing, "service_failing", "service failing", colour::red},
     event_words{watch_event::apply_failing, "apply_failing", "apply failing", colour::red},
-    event_words{watch_event::verdict_failing, "verdict_failing", "commit or roll-back failing",
+    event_words{watch_event::verdict_failing, "verdict_failing", "commit or rollback failing",
                 colour::red},
     event_words{watch_event::recovered, "recovered", "recovered", colour::green},
     event_words{watch_event::stopping, "stopping", "stopping", colour::none}};
@@ -50,8 +50,8 @@ void watch_reporter::tell(const watch_report &news) const {
   if (!news.text.empty()) {
     line += ": " + news.text;
   }
-  if (!news.unsaid.empty()) {
-    line += ": " + news.unsaid;
+  if (!news.hint.empty()) {
+    line += ": " + news.hint;
   }
   if (news.retry) {
     line += " (retry in " + duration_text(*news.retry) + ")";

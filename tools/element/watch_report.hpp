@@ -32,7 +32,7 @@ struct watch_report {
   std::optional<int> status = {};  // of the library
   std::optional<std::string> config_id = {};
   std::optional<std::chrono::milliseconds> retry = {};
-  std::string unsaid = {};  // what the library's text leaves to be said, for people
+  std::string hint = {};  // adds the cause if the library's text lacks it; not in JSON
 };
 
 // Prints events as text or JSON, and sends them to the service manager.

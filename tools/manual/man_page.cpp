@@ -21,8 +21,8 @@ constexpr std::array<variable, 6> variables = {{
     {"ZOT_REMOTE_PORT", "port of the service on the loopback host; 8087 when it is not set"},
     {"ZOT_DEV_PATH",
      "development: the configuration is read from this directory, nothing is fetched"},
-    {"NO_COLOR", "when set, whatever its value: no colours and no progress"},
-    {"TMPDIR", "where temporary folders go"},
+    {"NO_COLOR", "if set to any value: no colours and no progress line"},
+    {"TMPDIR", "parent of temporary folders"},
 }};
 
 // Escapes what the formatter interprets: a backslash, a dash, and a dot or quote at the start of a

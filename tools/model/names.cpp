@@ -29,7 +29,7 @@ std::string check_text(std::string_view text, size_t longest) {
     return "is longer than " + std::to_string(longest) + " bytes";
   }
   if (std::ranges::any_of(text, is_control)) {
-    return "holds a control character";
+    return "contains a control character";
   }
   return is_utf8(text) ? "" : "is not UTF-8";
 }
@@ -47,7 +47,7 @@ std::string check_index(std::string_view index) {
   };
   if (index.empty() || index.size() > ZOT_SUB_NAME_LEN || is_dot_name(index) ||
       !std::ranges::all_of(index, allowed)) {
-    return "must be 1 to 17 characters out of 0-9 A-Z a-z : . _ -";
+    return "must be 1 to 17 characters from 0-9 A-Z a-z : . _ -";
   }
   return "";
 }

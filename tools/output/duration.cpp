@@ -35,7 +35,7 @@ std::optional<milliseconds> parse_duration(std::string_view text) {
 }
 
 std::string check_duration(std::string_view text) {
-  return parse_duration(text) ? "" : "is no duration such as 500ms, 30s, 5m or 1h";
+  return parse_duration(text) ? "" : "is not a duration such as 500ms, 30s, 5m or 1h";
 }
 
 std::string duration_text(milliseconds duration) {

@@ -20,8 +20,7 @@ namespace fs = std::filesystem;
 constexpr uint32_t highest_port = 65535;
 
 void warn(const console &where, const char *name, std::string_view value, const std::string &what) {
-  tell_warning(where.err(),
-               std::string(name) + " is \"" + std::string(value) + "\", which " + what);
+  tell_warning(where.err(), std::string(name) + "=\"" + std::string(value) + "\": " + what);
 }
 
 bool is_port(std::string_view text) {
@@ -39,9 +38,9 @@ void check_port(const console &where) {
   }
   const uint32_t used = zot_sub_get_remote_port();
   warn(where, name, value,
-       "is not a port from 1 to 65535: " +
-           (used <= highest_port ? "port " + std::to_string(used) + " is used"
-                                 : "nothing is used instead, and no request succeeds"));
+       "not a port from 1 to 65535; " + (used <= highest_port
+                                             ? "port " + std::to_string(used) + " is used"
+                                             : "no other port is used, and every request fails"));
 }
 
 void check_prefix(const console &where, const char *name) {
@@ -52,10 +51,9 @@ void check_prefix(const console &where, const char *name) {
   std::error_code unknown;
   if (!zot::is_plain_shell_word(value)) {
     warn(where, name, value,
-         "holds characters that a shell would interpret: nothing is used instead, and no get "
-         "succeeds");
+         "contains characters that a shell interprets; no other path is used, and every get fails");
   } else if (fs::exists(value, unknown) && !fs::is_directory(value, unknown)) {
-    warn(where, name, value, "is not a directory: nothing is used instead, and no get succeeds");
+    warn(where, name, value, "not a directory; no other path is used, and every get fails");
   }
 }
 
@@ -63,7 +61,7 @@ void check_dev_path(const console &where, const char *value) {
   std::error_code unknown;
   if (!fs::is_directory(value, unknown)) {
     warn(where, "ZOT_DEV_PATH", value,
-         "is not a directory: no configuration is read, and no service is asked instead");
+         "not a directory; no configuration is read, and the service is not used instead");
   }
 }
 

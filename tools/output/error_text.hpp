@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a command says what went wrong: a line "zotconf: WHAT", and where one command helps, a line
-// "try: COMMAND".
+// Error output of the commands: a line "zotconf: WHAT: WHY", and a line "try: COMMAND" if one
+// command helps.
 #pragma once
 
 #include <iosfwd>
@@ -11,13 +11,13 @@
 
 namespace zotconf {
 
-// An error that one command helps with.
+// An error with a command that helps.
 class advised_error : public std::runtime_error {
  public:
   advised_error(const std::string &what, std::string command)
       : std::runtime_error(what), command_(std::move(command)) {}
 
-  // Empty when none helps.
+  // Empty if no command helps.
   [[nodiscard]] const std::string &command() const { return command_; }
 
  private:
@@ -26,13 +26,13 @@ class advised_error : public std::runtime_error {
 
 void tell_error(std::ostream &err, std::string_view what, std::string_view command = "");
 
-// The same for what a command goes on after.
+// Prints the same as a warning: the command continues.
 void tell_warning(std::ostream &err, std::string_view what, std::string_view command = "");
 
-// The last line alone, below a result that says what is wrong.
+// Prints only the "try:" line, after a result that shows the error.
 void tell_remedy(std::ostream &err, std::string_view command);
 
-// The command that helps after a call of the library has failed.
+// Returns the command that helps after a failed call of the library.
 std::string command_after(int status);
 
 }  // namespace zotconf

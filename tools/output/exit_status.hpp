@@ -27,16 +27,17 @@ struct exit_meaning {
 
 constexpr std::array<exit_meaning, 10> exit_meanings = {{
     {exit_success, "done"},
-    {exit_failure, "failure of the service, the storage or the library; standard error tells it"},
+    {exit_failure, "failure of the service, the storage or the library; see standard error"},
     {exit_usage, "wrong usage"},
     {exit_no_update, "no update: the configuration in force is the published one"},
     {exit_same_as_corrupted, "the service still offers the configuration that was rolled back"},
     {exit_rolled_back, "a new configuration was rolled back"},
-    {exit_refused, "refused: standard error tells why, and nothing was written or removed"},
-    {exit_damaged, "damage or an interrupted commit was found, or is left after a repair"},
+    {exit_refused, "refused: see standard error for the reason; nothing was written or removed"},
+    {exit_damaged, "damage or an interrupted commit was found, or remains after a repair"},
     {exit_different, "the two configurations differ, and --exit-code was given"},
     {exit_apply_failed,
-     "the command of --apply could not run or did not end by itself; nothing is decided"},
+     "the command of --apply could not run or did not exit by itself; nothing was committed or "
+     "rolled back"},
 }};
 
 constexpr std::string_view meaning_of(exit_status status) {

@@ -39,7 +39,7 @@ class json_node {
       return put(name, cJSON_CreateRaw(std::to_string(value).c_str()));
     }
   }
-  // In milliseconds; the member's name should say so.
+  // The unit is milliseconds; the name of the member should say so.
   json_node &set(const char *name, std::chrono::milliseconds value) {
     return set(name, value.count());
   }

@@ -19,7 +19,7 @@ std::optional<unsigned> parse_percentage(std::string_view text) {
 }
 
 std::string check_percentage(std::string_view text) {
-  return parse_percentage(text) ? "" : "is no percentage from 0% to 100%";
+  return parse_percentage(text) ? "" : "is not a percentage from 0% to 100%";
 }
 
 }  // namespace zotconf

@@ -6,7 +6,7 @@
 namespace zotconf {
 namespace {
 
-// The number of bytes of the UTF-8 character at the start of the text; 0 when it is not valid.
+// Returns the number of bytes of the UTF-8 character at the start of the text; 0 if it is invalid.
 size_t character_size(std::string_view text) {
   const auto byte = [text](size_t at) { return static_cast<unsigned char>(text[at]); };
   const unsigned char first = byte(0);

@@ -13,11 +13,11 @@ bool is_utf8(std::string_view text);
 // UTF-8.
 std::string valid_utf8(std::string text);
 
-// Valid UTF-8 with a "?" for each control character, including those of two bytes: a terminal would
-// interpret them as commands.
+// Returns valid UTF-8 with a "?" for each control character, including two-byte ones: a terminal
+// would interpret them as commands.
 std::string printable(std::string_view text);
 
-// The same, with a "?" for each blank too, so that the result is one word.
+// Like printable(), with a "?" for each blank too, so that the result is one word.
 std::string one_word(std::string_view text);
 
 }  // namespace zotconf

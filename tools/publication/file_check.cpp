@@ -44,7 +44,7 @@ class file_opener {
       : config_(::open((publication / "config").c_str(), folder_flags)),
         config_error_(config_.is_open() ? 0 : errno) {}
 
-  // Not open, with errno set, when one of the pieces is not there or is a link.
+  // Closed, with errno set, if a path component is missing or is a symbolic link.
   zot::descriptor open(const std::string &category, const std::string &key,
                        const std::string &version) {
     if (!enter(category)) {
@@ -54,7 +54,7 @@ class file_opener {
     if (!folder.is_open()) {
       return zot::descriptor(-1);
     }
-    // A FIFO in the file's place must not block the open.
+    // A FIFO instead of the file must not block open().
     return zot::descriptor(
         ::openat(folder.get(), version.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether the files that a K names are in the publication folder, by name, kind and size. No file
-// is read and no symbolic link is followed: a file counts as the service opens it.
+// Checks by name, type and size whether the files that a K lists are in the publication folder.
+// Reads no file and follows no symbolic link, like the service when it opens a file.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ enum class file_fault_kind { missing, wrong_size, not_regular, unreadable, wrong
 
 struct file_fault {
   file_fault_kind kind = file_fault_kind::missing;
-  std::string path;  // below the publication folder
+  std::string path;  // relative to the publication folder
   std::string text;  // "is missing", "has 3 bytes instead of 4"
 };
 
@@ -24,10 +24,10 @@ struct file_faults {
   static constexpr size_t kept = 20;
 
   uint64_t count = 0;
-  std::vector<file_fault> first;  // at most `kept` of them, in the order of K
+  std::vector<file_fault> first;  // at most `kept` faults, in the order of K
 };
 
-// Throws std::system_error when the process lacks descriptors or memory: that says nothing of a
+// Throws std::system_error if the process lacks descriptors or memory, which is not a fault of a
 // file.
 file_faults find_file_faults(const fs::path &publication, const std::vector<listed_file> &files);
 

@@ -15,7 +15,7 @@
 namespace zotconf {
 namespace {
 
-// A link that takes a file's place has a stamp of its own.
+// A symbolic link that replaces a file has a different stamp, because links are not followed.
 file_stamp stamp_of(int folder, const std::string &path) {
   struct stat info {};
   if (::fstatat(folder, path.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -43,7 +43,7 @@ void list_subsys(const fs::path &folder, std::vector<k_listing> &into) {
 }  // namespace
 
 std::vector<k_listing> list_k_files(const fs::path &publication) {
-  // A folder that cannot be opened would pass for one without a publication.
+  // Fails if the folder cannot be opened; otherwise it would look like an empty publication.
   const fs::directory_iterator must_open(publication);
   std::vector<k_listing> found;
   std::error_code absent;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The K files of a publication folder, found without reading one.
+// Finds the K files of a publication folder without reading them.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace zotconf {
 
-// Which file it is, how long, and when it changed; zeros: there is none.
+// Identity, size and modification time of a file; all zeros if there is none.
 using file_stamp = std::array<int64_t, 5>;
 
 struct k_listing {
@@ -24,8 +24,8 @@ struct k_listing {
   }
 };
 
-// The elements that a publication folder has a K for, sorted. Throws fs::filesystem_error when the
-// folder cannot be read.
+// Returns the elements that have a K in the publication folder, sorted. Throws fs::filesystem_error
+// if the folder cannot be read.
 std::vector<k_listing> list_k_files(const fs::path &publication);
 
 }  // namespace zotconf

@@ -25,7 +25,7 @@ void check_announced(const fs::path &k, const std::string &bytes) {
     throw refusal(announcement, "is not a regular file");
   }
   if (read_file_text(announcement).substr(0, ZOT_CHECKSUM_LEN) != sha256_text(bytes)) {
-    throw refusal(k, "is not what its checksum file announces", "zotconf show " + k.string());
+    throw refusal(k, "does not match its checksum file", "zotconf show " + k.string());
   }
 }
 
@@ -34,14 +34,14 @@ void add_names(const fs::path &k, named_files &into) {
   check_announced(k, bytes);
   const auto content = parse_manifest(bytes);
   if (!content) {
-    throw refusal(k, "is not a K", "zotconf show " + k.string());
+    throw refusal(k, "is not a valid K", "zotconf show " + k.string());
   }
   for (const published_file &file : content->files) {
     const std::string version = std::to_string(file.version);
     const auto parts =
         split_member_name("config/" + file.category_name + "/" + file.key + "/" + version);
     if (!parts) {
-      throw refusal(k, "names a file whose path has another form than /category/key/version");
+      throw refusal(k, "lists a file whose path is not of the form /category/key/version");
     }
     into.names.insert(member_name((*parts)[1], (*parts)[2], version));
   }
@@ -73,7 +73,7 @@ std::string member_name(const std::string &category, const std::string &key,
 void check_publication(const fs::path &publication) {
   for (const fs::path &folder : {publication / "file", publication / "file" / "knowledge"}) {
     if (!fs::is_directory(fs::symlink_status(folder))) {
-      throw refusal(folder, "is not a folder, so that no K is there", "zotconf publish --help");
+      throw refusal(folder, "is not a folder; no K found", "zotconf publish --help");
     }
   }
 }
@@ -89,7 +89,7 @@ named_files read_named_files(const fs::path &publication) {
     throw refusal(std::string("a K cannot be read: ") + error.what());
   }
   if (found.ks == 0) {
-    throw refusal(publication, "holds no K", "zotconf publish --help");
+    throw refusal(publication, "contains no K", "zotconf publish --help");
   }
   return found;
 }

@@ -32,7 +32,7 @@ uint64_t choose_version(const publication_store &store, const published_file &fi
   const uint64_t here = versions.empty() ? 0 : versions.front();
   const uint64_t highest = std::max(here, spent);
   if (highest == std::numeric_limits<uint64_t>::max()) {
-    throw std::runtime_error(file.category_name + "/" + file.key + ": no version is left");
+    throw std::runtime_error(file.category_name + "/" + file.key + ": no version number is left");
   }
   return highest + 1;
 }

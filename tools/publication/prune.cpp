@@ -60,7 +60,7 @@ void write_pruning_json(const prune_options &options, const console &where, cons
 void print_pruning(const prune_options &options, const console &where, const pruning &done) {
   const unnamed_files &found = done.found;
   for (const std::string &path : found.left_alone) {
-    where.err() << "zotconf: left alone: " << printable(path) << '\n';
+    where.err() << "zotconf: skipped: " << printable(path) << '\n';
   }
   if (options.dry_run) {
     for_each_removable(found, [&where](const std::string &path, uint64_t size) {
@@ -70,8 +70,8 @@ void print_pruning(const prune_options &options, const console &where, const pru
   where.out() << (options.dry_run ? "would prune: " : "pruned: ") << found.removable.files
               << " files removed, " << found.folders << " folders removed, "
               << found.removable.bytes << " bytes removed; " << found.named.files
-              << " files named by " << done.ks << " K, " << found.young.files
-              << " files kept for their grace\n";
+              << " files listed by " << done.ks << " K, " << found.young.files
+              << " files kept for the grace period\n";
 }
 
 pruning prune(const prune_options &options, const console &where) {

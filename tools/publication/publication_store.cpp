@@ -167,7 +167,7 @@ uint64_t publication_store::spent_version() const {
   const std::string text = read_file_text(path);
   const auto version = parse_version(text.substr(0, text.find('\n')));
   if (!version) {
-    throw std::runtime_error(path.string() + ": holds no version");
+    throw std::runtime_error(path.string() + ": contains no version");
   }
   return *version;
 }

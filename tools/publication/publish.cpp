@@ -150,14 +150,14 @@ bool is_announced(const publication_store &store, const element &who, const std:
 void announce(const publication_store &store, const element &who, const plan &planned,
               const std::string &k, const std::optional<signer> &signs, std::ostream &err) {
   if (!signs && store.read_signature(who)) {
-    tell_warning(err, "the previous K of " + who.index + " was signed, and this one is not",
+    tell_warning(err, "the previous K of " + who.index + " was signed, the new one is not",
                  "zotconf sign --help");
   }
   const auto signature = signs ? std::optional(signs->sign(k)) : std::nullopt;
   if (const size_t unmarked = store.announce(who, k, signature, planned.dropped()); unmarked > 0) {
     tell_warning(err, std::to_string(unmarked) +
-                          " files that K no longer names belong to another user: prune may remove "
-                          "them before their grace is over");
+                          " files that K no longer lists belong to another user: prune may remove "
+                          "them before their grace period ends");
   }
 }
 
@@ -188,12 +188,12 @@ source_files read_source(const publish_options &options, const console &where) {
   source_files source = scan_source(options.source, where);
   for (const fs::path &path : source.left_out) {
     if (!where.is_json()) {
-      where.err() << "zotconf: left out: " << printable(path.string()) << '\n';
+      where.err() << "zotconf: skipped: " << printable(path.string()) << '\n';
     }
   }
   if (source.files.empty() && !options.allow_empty) {
     throw refusal(options.source,
-                  "holds no file to publish; see --allow-empty to remove all entries",
+                  "contains no file to publish; to remove all entries, use --allow-empty",
                   "zotconf publish --help");
   }
   return source;

@@ -22,7 +22,7 @@ struct signed_element {
   std::string reason;             // why it failed
 };
 
-// Why a signature over this K would be worth nothing; empty when it is worth something.
+// Why a signature over this K would be useless; empty if it would not.
 std::string why_not(const publication_store &store, const element &who, const std::string &k) {
   if (store.read_checksum(who).value_or("").substr(0, ZOT_CHECKSUM_LEN) != sha256_text(k)) {
     return "K does not match its checksum file";
@@ -68,7 +68,7 @@ void report(const console &where, const std::vector<signed_element> &elements) {
       return std::ranges::count(elements, result, &signed_element::result);
     };
     where.out() << "signed: " << count("signed") << " K, " << count("unchanged")
-                << " were signed already, " << count("failed") << " failed\n";
+                << " already signed, " << count("failed") << " failed\n";
     return;
   }
   json_document document;

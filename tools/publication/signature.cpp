@@ -24,7 +24,7 @@ using store_item = std::unique_ptr<OSSL_STORE_INFO, zot::releaser<::OSSL_STORE_I
 constexpr int least_rsa_bits = 2048;
 constexpr unsigned detached = CMS_DETACHED | CMS_BINARY;
 
-// OpenSSL queues its reasons; the first one is the cause of the others.
+// OpenSSL queues its errors; the first one is the cause of the others.
 [[noreturn]] void throw_openssl(const std::string &what) {
   const unsigned long code = ::ERR_get_error();
   const char *const reason = ::ERR_reason_error_string(code);
@@ -61,7 +61,7 @@ certificate_chain read_certificates(const fs::path &path) {
     static_cast<void>(next.release());
   }
   if (sk_X509_num(chain.get()) == 0) {
-    throw_openssl(path.string() + ": holds no certificate in PEM");
+    throw_openssl(path.string() + ": contains no PEM certificate");
   }
   ::ERR_clear_error();
   return chain;
@@ -83,7 +83,7 @@ private_key read_key(const std::string &key) {
   throw_openssl("cannot read a private key from " + key);
 }
 
-// What a reader of the signature would refuse is refused where it is made.
+// Rejects a key here that a verifier of the signature would reject.
 void check_signing_certificate(X509 *own, const fs::path &path) {
   const bool states_usage = (::X509_get_extension_flags(own) & EXFLAG_KUSAGE) != 0;
   if (!states_usage || (::X509_get_key_usage(own) & KU_DIGITAL_SIGNATURE) == 0) {
@@ -102,7 +102,7 @@ void check_signing_key(X509 *own, EVP_PKEY *key, const std::string &name) {
   }
   if (::X509_check_private_key(own, key) != 1) {
     ::ERR_clear_error();
-    throw std::runtime_error(name + ": the key is not that of the certificate");
+    throw std::runtime_error(name + ": the key does not match the certificate");
   }
 }
 
@@ -150,7 +150,7 @@ bool signer::has_signed(std::string_view bytes, std::string_view signature) cons
   if (!is_valid) {
     return false;
   }
-  // The stack is the caller's, its certificates are the message's.
+  // The caller frees the stack; its certificates belong to the message.
   STACK_OF(X509) *const signers = ::CMS_get0_signers(message.get());
   const bool is_own =
       sk_X509_num(signers) == 1 && ::X509_cmp(sk_X509_value(signers, 0), own_.get()) == 0;

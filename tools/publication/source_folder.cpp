@@ -41,7 +41,7 @@ int32_t category_of(const fs::path &folder) {
 void check_kind(const fs::path &path) {
   const auto status = fs::symlink_status(path);
   if (fs::is_directory(status)) {
-    throw refusal(path, "is a folder; keys are files");
+    throw refusal(path, "is a folder; a key must be a file");
   }
   if (!fs::is_regular_file(status)) {
     throw refusal(path, "is not a regular file");
@@ -112,12 +112,12 @@ source_files scan_source(const fs::path &source, const console &where) {
 void check_apart(const fs::path &source, const fs::path &publication) {
   for (const fs::path &written : {publication, publication / "config", publication / "file"}) {
     if (is_within(written, source)) {
-      throw refusal(publication, "is or leads into the folder to publish, " + source.string());
+      throw refusal(publication, "is or points into the folder to publish, " + source.string());
     }
   }
   for (const char *const part : {"config", "file"}) {
     if (is_within(source, publication / part)) {
-      throw refusal(source, "is part of the publication folder " + publication.string());
+      throw refusal(source, "is inside the publication folder " + publication.string());
     }
   }
 }

@@ -9,8 +9,8 @@ namespace {
 
 constexpr size_t large_size = size_t{100} << 10;
 
-// Bytes that do not compress, always the same for a seed. The first one is not zero, as the format
-// of files demands.
+// Returns incompressible bytes, always the same for a seed. The first byte is not zero, because the
+// file format forbids that.
 std::string noise(uint32_t seed) {
   std::string bytes;
   bytes.reserve(large_size);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the self-test publishes, and what an element has to get of it.
+// The configurations that the self-test publishes, and the entries that an element must get.
 #pragma once
 
 #include <map>
@@ -9,10 +9,10 @@
 
 namespace zotconf {
 
-// <Category>/<key> and the bytes of each file.
+// Maps <Category>/<key> to the bytes of the file.
 using configuration = std::map<std::string, std::string>;
 
-// The configurations that are published, one after the other.
+// The published configurations, in this order.
 struct configurations {
   configuration first;
   configuration second;   // has an added, a modified, a deleted and unchanged entries
@@ -22,11 +22,11 @@ struct configurations {
   configurations();
 };
 
-// Throws std::runtime_error that names the first entry that is not what a change from one
-// configuration to the other has to bring.
+// Throws std::runtime_error that names the first entry with another change or content than expected
+// between the two configurations.
 void expect_changes(const entries &list, const configuration &before, const configuration &after);
 
-// Whether the entries in force are those of a configuration, byte by byte.
+// Whether the entries in force equal a configuration, byte by byte.
 bool is_in_force(const entries &list, const configuration &expected);
 
 }  // namespace zotconf

@@ -18,7 +18,7 @@
 namespace zotconf {
 namespace {
 
-// What fits into a pipe that nobody reads yet.
+// A result of this size fits into a pipe before it is read.
 constexpr size_t longest_result = 2048;
 
 void set_variables(const environment_variables &variables) {
@@ -36,7 +36,7 @@ void leave_parent(pid_t parent) {
   if (::getppid() != parent) {
     std::_Exit(EXIT_FAILURE);
   }
-  // Standard output belongs to the report.
+  // Only the report may go to standard output.
   ::dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
@@ -68,7 +68,7 @@ child_process::child_process(const environment_variables &variables, const work 
   result_ = zot::descriptor(ends[0]);
   const zot::descriptor write_end(ends[1]);
   const pid_t parent = ::getpid();
-  // What is buffered here would be written by the child once more.
+  // Otherwise the child would write the buffered output again.
   static_cast<void>(std::fflush(nullptr));
   pid_ = ::fork();
   if (pid_ < 0) {
@@ -79,7 +79,7 @@ child_process::child_process(const environment_variables &variables, const work 
     set_variables(variables);
     run_child(write_end.get(), todo);
   }
-  // Whoever comes first makes the group, so that it is there for both.
+  // Both parent and child create the process group, so that it exists whichever runs first.
   ::setpgid(pid_, pid_);
 }
 

@@ -37,7 +37,7 @@ std::string room_text(const target &found) {
 
 std::string links_text(const std::optional<bool> &hard_links) {
   if (!hard_links) {
-    return "not known";
+    return "unknown";
   }
   return *hard_links ? "yes" : "no: a commit copies the K files instead";
 }
@@ -78,8 +78,8 @@ void selftest_report::print_target(const target &found, const std::string &versi
       << "cp: " << found_or_missing(found.cp) << '\n'
       << "rm: " << found_or_missing(found.rm) << '\n'
       << "tar: " << found_or_missing(found.tar) << '\n'
-      << "clock: " << found.time << (found.is_clock_set ? "" : ", before this version was made")
-      << '\n';
+      << "clock: " << found.time
+      << (found.is_clock_set ? "" : ", earlier than the release date of this version") << '\n';
   if (folder) {
     out << "folder: " << printable(folder->string()) << '\n'
         << "free: " << room_text(found) << '\n'
@@ -133,7 +133,7 @@ void selftest_report::print_end(const std::optional<fs::path> &kept_folder) {
   std::ostream &out = where_.out();
   out << '\n'
       << "selftest: " << passed_ << " of " << steps_ << " steps passed"
-      << (has_failed() ? "; the first that failed is " + words_of(first_failed_) : "") << '\n';
+      << (has_failed() ? "; first failed step: " + words_of(first_failed_) : "") << '\n';
   if (kept_folder) {
     out << "kept: " << printable(kept_folder->string()) << '\n';
   }

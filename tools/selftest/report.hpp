@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the self-test prints: a line for each step, or a JSON object.
+// Output of the self-test: one line or one JSON object for each step.
 #pragma once
 
 #include <chrono>
@@ -22,10 +22,10 @@ class selftest_report {
 
   void print_target(const target &found, const std::string &version,
                     const std::optional<fs::path> &folder);
-  // The text says what the step found, or why it failed.
+  // `text` is what the step found, or why it failed.
   void print_step(const std::string &name, step_result result, std::chrono::microseconds duration,
                   const std::string &text);
-  // Nothing: the folder is removed.
+  // nullopt: the folder is removed.
   void print_end(const std::optional<fs::path> &kept_folder);
 
   [[nodiscard]] bool has_failed() const { return !first_failed_.empty(); }

@@ -14,7 +14,7 @@
 namespace zotconf {
 namespace {
 
-// Where it cannot be made, the first step says why.
+// If the folder cannot be created, the first step reports the reason.
 std::optional<fs::path> try_to_make_folder(trial &on) {
   try {
     on.make_folder();
@@ -45,7 +45,7 @@ void run_step(const step &each, trial &on, selftest_report &report) {
 }  // namespace
 
 int run_selftest(const selftest_options &options, const console &where) {
-  // Whoever reads the report may stop early; the folder goes all the same.
+  // The reader of the report may exit early; the folder must be removed anyway.
   std::signal(SIGPIPE, SIG_IGN);
   trial on(options.dir.empty() ? fs::temp_directory_path() : fs::absolute(options.dir));
   selftest_report report(where);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf selftest`: a whole cycle on this machine, to see that the program works on it.
+// `zotconf selftest`: runs a complete cycle on this machine, to check that the program works here.
 #pragma once
 
 #include <string>
@@ -10,8 +10,8 @@
 namespace zotconf {
 
 struct selftest_options {
-  fs::path dir;              // the folder of the test is made below it; empty: the system's
-  bool keep = false;         // the folder stays
+  fs::path dir;              // parent of the test folder; empty: that of the system
+  bool keep = false;         // keep the test folder
   std::string version;       // of this program
   std::string release_date;  // of this program, YYYY-MM-DD
 };

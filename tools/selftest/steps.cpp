@@ -14,7 +14,7 @@
 namespace zotconf {
 namespace {
 
-// Far more than a commit has messages.
+// Far more than the messages of one commit.
 constexpr unsigned most_kills = 500;
 
 std::string publish_files(trial &on) {
@@ -47,7 +47,7 @@ std::string serve_publication(trial &on) {
   return "listens on 127.0.0.1:" + std::to_string(on.start_service());
 }
 
-// Gets in a process of its own, compares, commits; then a process that starts anew has to agree.
+// One process gets, compares and commits; a second one must then find that configuration in force.
 void get_and_commit(trial &on, const configuration &before, const configuration &after) {
   on.run([&] {
     client element = on.start_client();
@@ -95,7 +95,7 @@ std::string refuse_twice(trial &on) {
   return "the configuration before stays, and the same one is refused";
 }
 
-// What a process finds that starts after a kill.
+// The configuration that a process finds when it starts after a kill.
 enum class found_in_force { before, after };
 
 found_in_force look_after_kill(trial &on, unsigned message) {
@@ -116,7 +116,7 @@ found_in_force look_after_kill(trial &on, unsigned message) {
   return found == "before" ? found_in_force::before : found_in_force::after;
 }
 
-// One commit after the other is killed, each one message later, until one comes to its end.
+// Kills one commit after another, each one message later, until a commit completes.
 std::string kill_commits(trial &on) {
   on.publish(on.published.last);
   unsigned undone = 0;
@@ -142,7 +142,7 @@ std::string kill_commits(trial &on) {
   throw std::runtime_error("the commit has no end");
 }
 
-// As after a restart of the device: no service, an empty scratch area.
+// Simulates a restart of the device: no service, an empty scratch area.
 std::string start_without_service(trial &on) {
   on.stop_service();
   fs::remove_all(on.scratch());
@@ -188,7 +188,7 @@ std::string make_files(trial &on) {
   if (!on.has_folder()) {
     on.make_folder();
   }
-  // The library runs its commands with such a path between their words.
+  // The library inserts this path into shell commands without quotes.
   if (!zot::is_plain_shell_word(on.folder().c_str())) {
     throw std::runtime_error(on.folder().string() + " has a character that a shell interprets");
   }

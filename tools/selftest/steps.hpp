@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The steps of the self-test, in their order.
+// The steps of the self-test, in order.
 #pragma once
 
 #include <span>
@@ -9,10 +9,10 @@
 
 namespace zotconf {
 
-// Each works on what the steps before it have left.
+// Each step uses the results of the steps before it.
 struct step {
-  const char *name;  // one word for programs
-  // Returns what it found. Throws std::exception when it failed, and `interrupted`.
+  const char *name;  // an identifier, for JSON
+  // Returns what the step found. Throws std::exception if it failed, and `interrupted`.
   std::string (*run)(trial &on);
 };
 

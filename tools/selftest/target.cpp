@@ -41,7 +41,7 @@ std::string exit_text(int raw_status) {
                                  : "exit status " + std::to_string(WEXITSTATUS(raw_status));
 }
 
-// Asked of the shell, because one with commands of its own needs none on PATH.
+// Uses the shell to find the command: a shell with built-in commands needs none on PATH.
 std::optional<std::string> find_command(const std::string &name) {
   const std::unique_ptr<std::FILE, zot::releaser<::pclose>> answer(
       ::popen(("command -v " + name + " 2> /dev/null").c_str(), "r"));
@@ -61,7 +61,7 @@ void find_room(target &found, const fs::path &folder) {
   if (room.f_blocks != 0) {
     found.free_bytes = static_cast<uint64_t>(room.f_bavail) * room.f_frsize;
   }
-  // File systems that make inodes as they need them count none.
+  // File systems that allocate inodes on demand report a count of 0.
   if (room.f_files != 0) {
     found.free_files = room.f_favail;
   }
@@ -167,7 +167,7 @@ target look_at_target(const std::optional<fs::path> &folder, std::string_view re
                .rm = find_command("rm"),
                .tar = find_command("tar"),
                .time = iso_time(std::time(nullptr))};
-  // Both begin with the year, so that letters compare as days do.
+  // Both are ISO dates, so a comparison as text is a comparison by time.
   found.is_clock_set = found.time >= release_date;
   if (folder) {
     find_room(found, *folder);

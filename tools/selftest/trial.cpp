@@ -25,7 +25,7 @@ std::string described(const std::string &call, const status &result) {
   return result.text() == result.name() ? text : text + ": " + result.text();
 }
 
-// What a command wrote to standard error, without its prefix.
+// The standard error of a command, without its prefix.
 std::string reason_of(const std::string &err) {
   constexpr std::string_view prefix = "zotconf: ";
   const std::string text = err.substr(0, err.find_last_not_of('\n') + 1);
@@ -40,7 +40,7 @@ void write_source(const fs::path &source, const configuration &content) {
   }
 }
 
-// The port in "listening on 127.0.0.1:PORT"; 0 while the line is not there.
+// Returns the port in "listening on 127.0.0.1:PORT"; 0 while that line is missing.
 int port_in(const std::string &output) {
   constexpr std::string_view before = "listening on 127.0.0.1:";
   const size_t begin = output.find(before);
@@ -71,7 +71,7 @@ client::client(const fs::path &log, unsigned killed_at)
 
 void client::take(const log_line &line) {
   std::fwrite(line.text.data(), 1, line.text.size(), log_.get());
-  // The library tells each step of a call at this level.
+  // The library logs each step of a call at this level.
   if (commits_ && line.level <= ZOT_LOG_INFO && ++messages_ == killed_at_) {
     std::fflush(log_.get());
     std::raise(SIGKILL);

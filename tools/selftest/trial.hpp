@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The element that the self-test works with: a folder, a publication, a service, a cache.
+// The test environment of the self-test: a folder, a publication, a service, a cache.
 #pragma once
 
 #include <functional>
@@ -14,19 +14,19 @@
 
 namespace zotconf {
 
-// One start of a process that links the library, inside of a child.
+// A process that links the library, started in a child.
 class client {
  public:
-  // Logs to a file. With a number above 0 the commit kills this process with that message of it:
-  // SIGKILL leaves as little time as a loss of power.
+  // Logs to a file. If killed_at is above 0, the log message of the commit with that number kills
+  // this process with SIGKILL, which gives it as little time as a power cut.
   explicit client(const fs::path &log, unsigned killed_at = 0);
   client(const client &) = delete;
   client &operator=(const client &) = delete;
   ~client() = default;
 
-  // Throws std::runtime_error unless the get ends with this status.
+  // Throws std::runtime_error if the get returns another status.
   entries get(change wanted, int expected);
-  // Commits or rolls back. Throws std::runtime_error when that fails.
+  // Commits or rolls back. Throws std::runtime_error on failure.
   void commit();
   void roll_back();
   [[nodiscard]] bool is_new() const { return handle_->is_new(); }
@@ -43,28 +43,28 @@ class client {
 
 class trial {
  public:
-  // Its folder will be made below this one.
+  // make_folder() will create its folder in `below`.
   explicit trial(fs::path below) : below_(std::move(below)) {}
 
   // Throws std::system_error.
   void make_folder();
   [[nodiscard]] bool has_folder() const { return folder_.has_value(); }
   [[nodiscard]] const fs::path &folder() const { return folder_.value().path(); }
-  // Leaves the folder where it is when the trial ends.
+  // Keeps the folder when the trial ends.
   void keep_folder();
 
   [[nodiscard]] fs::path cache() const { return folder() / "element/writable/zot"; }
   [[nodiscard]] fs::path scratch() const { return folder() / "element/tmp"; }
 
-  // Each of these works in a child and throws std::runtime_error when it fails, and `interrupted`.
+  // Each of these works in a child. They throw std::runtime_error on failure, and `interrupted`.
   std::string run(const child_process::work &todo);
-  // Returns false when the child was killed.
+  // Returns false if the child was killed.
   bool run_to_kill(const child_process::work &todo);
   void publish(const configuration &content);
   // Returns the port.
   int start_service();
   void stop_service();
-  // Starts a process and throws unless it finds this configuration in force.
+  // Starts a process and throws if it finds another configuration in force.
   void expect_in_force(const configuration &expected, const std::string &when);
 
   [[nodiscard]] client start_client(unsigned killed_at = 0) const {

@@ -37,7 +37,7 @@ constexpr std::string_view remove_first =
     "Remove what stands in the place of these files, then publish again from the same source.";
 constexpr std::string_view permit_first = "Give the service's user permission to read these files.";
 
-// publish replaces a file that is missing or has another size, and takes any other as it is.
+// publish replaces a file that is missing or has another size. It keeps any other file as it is.
 std::string_view sentence_for_files(const publication_summary &summary) {
   const auto has = [&summary](file_fault_kind kind) {
     return std::ranges::count(summary.faults, kind, &file_fault::kind) > 0;

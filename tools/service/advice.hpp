@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What an operator does about a problem of a publication.
+// What an operator can do about a problem of a publication.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ struct problem_advice {
   std::string command;  // for a shell; SRC stands for the folder to publish
 };
 
-// The summary has a problem. `folder` is the publication folder.
+// The summary must have a problem. `folder` is the publication folder.
 problem_advice advice_for(const publication_summary &summary, const fs::path &folder);
 
 }  // namespace zotconf

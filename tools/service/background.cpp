@@ -14,7 +14,7 @@
 namespace zotconf {
 namespace {
 
-// Locks and pipes of the one who called must not stay open for as long as the process runs.
+// The background process must not keep the locks and pipes of the caller open.
 void close_inherited_files_but(int kept) {
   const auto number = static_cast<unsigned>(kept);
   static_cast<void>(::close_range(STDERR_FILENO + 1, number - 1, 0));
@@ -36,7 +36,7 @@ void leave_terminal(const fs::path &log) {
   }
 }
 
-// True once the other end has written; false when it was closed without.
+// Returns true when the other end has written a byte, and false when it was closed before.
 bool wait_for_byte(int pipe) {
   char byte = 0;
   ssize_t got = 0;

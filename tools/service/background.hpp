@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A process that goes on in the background, and a start that returns once it is at work.
+// Starts a background process and returns once that process is ready.
 #pragma once
 
 #include <functional>
@@ -8,13 +8,13 @@
 
 namespace zotconf {
 
-// What the process in the background calls when it is at work. From then on it has no terminal:
-// its streams are a log file, or nothing where the path is empty.
+// The background process calls this when it is ready. It then detaches from the terminal: its
+// streams go to the log file, or to /dev/null if the path is empty.
 using detach = std::function<void(const fs::path &log)>;
 
-// Runs `process` in a session of its own. The process that calls this returns 0 as soon as the new
-// one has detached, or with its exit status when it ends before; the new process returns what
-// `process` returns. Called before any thread is started.
+// Runs `process` in a new process with its own session. Returns 0 in the calling process as soon as
+// the new process has detached, or the exit status of the new process if it ends before that.
+// Returns the result of `process` in the new process. Must be called before any thread is started.
 int run_in_background(const std::function<int(const detach &)> &process);
 
 }  // namespace zotconf

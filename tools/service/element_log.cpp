@@ -17,8 +17,8 @@ std::string name_in_log(const element &who) {
   return who.subsys + "/" + who.index;
 }
 
-// publish states the ID ahead of the list of files. The whole K is not read: it may be long, and
-// whoever sends it waits.
+// publish writes the config ID before the list of files. Only the beginning of K is read, because K
+// may be long and the thread that sends it would wait.
 std::string leading_config_id(int k_file) {
   static constexpr std::string_view member = "\"configId\"";
   std::array<char, 2048> begin{};
@@ -42,7 +42,7 @@ std::string leading_config_id(int k_file) {
 
 }  // namespace
 
-// The entry of an element, made the latest. The mutex is held.
+// Returns the entry of an element and moves it to the front. The caller holds the mutex.
 element_fetches &element_log::touch(const std::string &name, const std::string &client) {
   const auto known = sent_by_name_.find(name);
   if (known != sent_by_name_.end()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which element asked for what, and when: the last request of each kind, in memory alone.
+// Which element requested what, and when. Only the last request of each kind is kept, in memory.
 #pragma once
 
 #include <cstdint>
@@ -17,34 +17,35 @@
 namespace zotconf {
 
 enum class fetch_state {
-  never,       // asked for nothing
-  asked,       // asked for the checksum, and never for K
-  older,       // its last K is not the published one
-  up_to_date,  // its last K is the published one
+  never,       // no request
+  asked,       // requested the checksum, never K
+  older,       // its last K is not the one published now
+  up_to_date,  // its last K is the one published now
 };
 
-// What an element was sent.
+// What was sent to an element.
 struct element_fetches {
   std::optional<std::time_t> checksum_sent;  // the last time
-  std::optional<std::time_t> k_sent;         // the last time; nothing: never
-  std::string k_checksum;                    // of that K, as its checksum file announced it
-  std::string k_config_id;                   // of that K; empty: it states none ahead of its list
+  std::optional<std::time_t> k_sent;         // the last time; nullopt: never
+  std::string k_checksum;                    // of that K, from its checksum file
+  std::string k_config_id;                   // of that K; empty: none before the list of files
   std::string client;                        // address of the last request
 };
 
-// An element that asked for what is not published.
+// An element that requested a K that is not published.
 struct refused_element {
   element who;
   std::time_t asked = 0;  // the last time
   std::string client;
 };
 
-// May be used by several threads at once.
+// Safe to use from several threads.
 class element_log {
  public:
   struct limits {
     size_t elements = 100'000;
-    // Names that anybody can make up displace no element that was sent something.
+    // A separate limit: a client can invent names, and these must not displace elements that were
+    // served.
     size_t refused = 1'000;
   };
 
@@ -52,22 +53,23 @@ class element_log {
   explicit element_log(const limits &kept) : kept_(kept) {}
 
   void add_checksum(const element &who, const std::string &client);
-  // The K that `announced`, the text of its checksum file, belongs to. Reads the begin of the file.
+  // Records a K that was sent. `announced` is the text of its checksum file. Reads the beginning of
+  // the K file.
   void add_k(const element &who, const std::string &client, int k_file,
              const std::optional<std::string> &announced);
-  // Nothing is published for it.
+  // Records a request of an element for which nothing is published.
   void add_refused(const element &who, const std::string &client);
 
   [[nodiscard]] std::optional<element_fetches> fetches_of(const element &who) const;
-  // What there is to say of an element for which a K with this checksum is published; an empty one
-  // is that of no K.
+  // Compares what the element fetched with the published K, given by its checksum; an empty
+  // checksum matches no K.
   [[nodiscard]] fetch_state state_of(const element &who, std::string_view checksum) const;
-  // Those that asked at `since` or later, the latest first.
+  // The elements that asked at `since` or later, latest first.
   [[nodiscard]] std::vector<refused_element> refused(std::time_t since) const;
 
   struct extent {
-    std::time_t since = 0;   // every request from then on counts
-    uint64_t forgotten = 0;  // elements, the limit being reached
+    std::time_t since = 0;   // requests count from this time on
+    uint64_t forgotten = 0;  // elements dropped because the limit was reached
   };
   [[nodiscard]] extent counted() const;
 

@@ -23,20 +23,21 @@ using clock = std::chrono::steady_clock;
 using response_owner = std::unique_ptr<MHD_Response, zot::releaser<MHD_destroy_response>>;
 
 constexpr size_t longest_body = size_t{64} << 20;
-// Of all requests at a time, so that many clients with long bodies do not take all memory.
+// Limit for all open requests together, so that many clients with long bodies do not use up the
+// memory.
 constexpr size_t most_body_bytes = size_t{256} << 20;
 constexpr unsigned idle_seconds = 5;
 constexpr size_t connection_memory = size_t{16} << 10;
 constexpr rlim_t most_connections = 8192;
 constexpr size_t heavy_workers = 2;
 
-// A request from its first line to the end of its answer. It belongs to the thread of all
-// connections, or to a worker while its connection is suspended.
+// A request, from its first line to the end of its response. It belongs to the connection thread,
+// or to a worker while its connection is suspended.
 struct open_request {
   clock::time_point begin = clock::now();
   http_request request;
   bool has_header = false;
-  int refusal = 0;  // the status of a request whose body is not taken
+  int refusal = 0;  // the status if the body is rejected
   bool is_answered = false;
   http_answer answer;
   int sent_status = 0;
@@ -76,7 +77,7 @@ bool is_announced_too_long(MHD_Connection *connection) {
          length > longest_body;
 }
 
-// The file's descriptor and the text of the body stay with the answer until it is sent.
+// The descriptor of the file and the text of the body stay with the response until it is sent.
 response_owner response_of(http_answer &answer) {
   response_owner response(
       answer.file ? MHD_create_response_from_fd64(answer.file->size, answer.file->file.get())
@@ -95,7 +96,7 @@ response_owner response_of(http_answer &answer) {
   return response;
 }
 
-// Takes all descriptors that the system lets it have. Some are left for the files that are sent.
+// Uses as many descriptors as the process may open. Some are reserved for the files that are sent.
 unsigned connection_limit() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
@@ -157,7 +158,7 @@ http_server::engine::engine(zot::descriptor socket, http_service &service)
   socket.release();
 }
 
-// The workers come first: no connection may be suspended when the daemon stops.
+// Stops the workers first: no connection may be suspended when the daemon stops.
 http_server::engine::~engine() {
   stop_.request_stop();
   heavy_.close();
@@ -175,12 +176,12 @@ void *http_server::engine::on_target(void *, const char *target, MHD_Connection 
   }
 }
 
-// A decoded zero would end the path; on_target() has decoded it already.
+// A decoded zero byte would end the path here; on_target() has decoded the path already.
 size_t http_server::engine::on_unescape(void *, MHD_Connection *, char *text) {
   return std::strlen(text);
 }
 
-// An exception must not leave through the library; the connection is closed instead.
+// An exception must not pass through the C library; the connection is closed instead.
 MHD_Result http_server::engine::on_access(void *self, MHD_Connection *connection, const char *,
                                           const char *method, const char *, const char *data,
                                           size_t *size, void **context) {
@@ -207,7 +208,8 @@ MHD_Result http_server::engine::on_access(void *self, MHD_Connection *connection
   }
 }
 
-// A client that sends its body at once reads no answer before; one that asks first is told.
+// A client that sends its body at once does not read a response before the end of the body. A
+// client with "Expect" gets the response now.
 MHD_Result http_server::engine::take_header(MHD_Connection *connection, open_request &open,
                                             const char *method) {
   open.has_header = true;
@@ -243,7 +245,7 @@ void http_server::engine::drop_body(open_request &open) {
   std::string().swap(open.request.body);
 }
 
-// False when the answer is made elsewhere; on_access() is called again then.
+// Returns false if a worker makes the response; on_access() is called again when it is ready.
 bool http_server::engine::answer(MHD_Connection *connection, open_request &open) {
   const http_work work = service_.work_of(open.request);
   if (work != http_work::quick && open.refusal == 0) {
@@ -305,8 +307,8 @@ void http_server::engine::on_completed(void *self, MHD_Connection *connection, v
   }
 }
 
-// The library refuses by itself what is no HTTP. What a client has not sent to its end is no
-// request.
+// libmicrohttpd rejects input that is not HTTP without a call of this code. An incomplete request
+// is not reported.
 void http_server::engine::finish(MHD_Connection *connection, open_request &open, bool is_whole) {
   drop_body(open);
   const auto *const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_HTTP_STATUS);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// An HTTP server. One thread waits for all connections, so that an idle or slow client costs its
-// memory and a descriptor and nothing else; what takes its time is done by a few threads beside it.
+// An HTTP server. One thread serves all connections, so an idle or slow client costs only its
+// memory and a descriptor. A few worker threads do the work that takes time.
 #pragma once
 
 #include <chrono>
@@ -13,23 +13,23 @@
 
 namespace zotconf {
 
-// What an answer takes, and so where it is made.
+// How much work a response is, which selects the thread that makes it.
 enum class http_work {
-  quick,  // by the thread of all connections, which must never wait
-  slow,   // beside it, by a thread for all of this kind
-  heavy,  // beside it, by one of a few threads
+  quick,  // in the connection thread, which must never wait
+  slow,   // in the one thread for slow work
+  heavy,  // in one of several worker threads
 };
 
-// A request that has come to its end.
+// A completed request.
 struct http_exchange {
   const http_request &request;
   int status;
-  uint64_t bytes;  // of the answer's body, also where a HEAD leaves it out
+  uint64_t bytes;  // of the response body, also for HEAD, which does not send it
   std::chrono::microseconds duration;
   std::string result;
 };
 
-// What a server's requests are for.
+// Makes the responses of a server.
 class http_service {
  public:
   http_service() = default;
@@ -38,22 +38,22 @@ class http_service {
   virtual ~http_service() = default;
 
   [[nodiscard]] virtual http_work work_of(const http_request &request) const = 0;
-  // Called by several threads at once. Long work ends with an exception when a stop is asked for.
+  // Called by several threads at once. Long work throws when a stop is requested.
   [[nodiscard]] virtual http_answer answer(const http_request &request,
                                            const std::stop_token &stop) = 0;
-  // An answer ended with an exception. Called by several threads at once.
+  // answer() has thrown. Called by several threads at once.
   virtual void failed(const std::exception &error) = 0;
-  // Called by one thread, once for each request.
+  // Called once for each request, always by the same thread.
   virtual void finished(const http_exchange &exchange) = 0;
 };
 
 class http_server {
  public:
-  // Serves the clients of a listening socket until it is destroyed. Throws when it cannot start.
+  // Serves the clients of a listening socket until it is destroyed. Throws if it cannot start.
   http_server(zot::descriptor socket, http_service &service);
   http_server(const http_server &) = delete;
   http_server &operator=(const http_server &) = delete;
-  // Ends all connections at once; archives that are being made are given up.
+  // Closes all connections at once and abandons archives that are being made.
   ~http_server();
 
  private:

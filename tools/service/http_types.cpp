@@ -10,7 +10,7 @@
 namespace zotconf {
 namespace {
 
-// The byte that two hexadecimal digits stand for; nothing for any other text.
+// The value of two hexadecimal digits; nullopt for any other text.
 std::optional<char> byte_of(std::string_view digits) {
   unsigned value = 0;
   const char *const end = digits.data() + digits.size();
@@ -19,7 +19,7 @@ std::optional<char> byte_of(std::string_view digits) {
   return is_byte ? std::optional(static_cast<char>(value)) : std::nullopt;
 }
 
-// A "%" without two digits stands for itself.
+// A "%" without two digits is kept as it is.
 std::string percent_decoded(std::string_view text) {
   std::string decoded;
   decoded.reserve(text.size());

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// HTTP requests and their answers as plain values. What answers a request knows no HTTP library.
+// HTTP requests and responses as plain values. The code that makes responses does not depend on an
+// HTTP library.
 #pragma once
 
 #include <cstdint>
@@ -19,36 +20,36 @@ struct http_header {
 struct http_request {
   std::string method;
   std::string path;   // percent-decoded, without the query
-  std::string query;  // as it was sent, after the "?"
+  std::string query;  // not decoded, without the "?"
   std::vector<http_header> headers;
   std::string body;
   std::string client;  // address
 };
 
-// An open file that is sent from its first byte on.
+// An open file that is sent from its first byte.
 struct http_file {
   zot::descriptor file{-1};
   uint64_t size = 0;
 };
 
-// Content-Length comes from the body, or from the file that is sent in its place.
+// Content-Length is the size of the body, or of the file that is sent instead of it.
 struct http_answer {
   int status = 200;
   std::string type;  // Content-Type
   std::string body;
-  std::vector<http_header> headers;  // any further ones
+  std::vector<http_header> headers;  // additional headers
   std::optional<http_file> file;
-  std::string result;  // what became of the request, for the log
+  std::string result;  // outcome of the request, for the log
 
   [[nodiscard]] uint64_t size() const { return file ? file->size : body.size(); }
 };
 
-// A short text.
+// A response with a short text.
 http_answer text_answer(std::string body, const char *type, std::string result);
-// An error as a JSON object: "error", and "file" when one is given.
+// An error as a JSON object: "error", and "file" if one is given.
 http_answer refused(int status, const std::string &error, const std::string &file = "");
 
-// Sets path and query of what stands in a request line between the method and the version.
+// Sets path and query from the target of a request line (the text between method and version).
 void set_target(http_request &request, const std::string &target);
 
 }  // namespace zotconf

@@ -18,7 +18,7 @@ namespace {
 using addresses = std::unique_ptr<addrinfo, zot::releaser<::freeaddrinfo>>;
 
 constexpr const char *own_address =
-    "--bind takes an address of this machine, like 127.0.0.1, ::1 or 0.0.0.0";
+    "--bind needs an address of this machine, such as 127.0.0.1, ::1 or 0.0.0.0";
 
 struct hint {
   int error;
@@ -26,9 +26,9 @@ struct hint {
 };
 
 constexpr std::array<hint, 3> hints = {{
-    {EADDRINUSE, "another program listens there; --port 0 picks a free port"},
+    {EADDRINUSE, "another program uses this port; --port 0 picks a free one"},
     {EADDRNOTAVAIL, own_address},
-    {EACCES, "ports below 1024 are for root; --port chooses another one"},
+    {EACCES, "ports below 1024 need root privileges; choose another one with --port"},
 }};
 
 std::string with_hint(int error) {
@@ -62,7 +62,7 @@ void set_option(int socket, int level, int name, int value) {
   static_cast<void>(::setsockopt(socket, level, name, &value, sizeof value));
 }
 
-// Not open when it fails; errno says why.
+// Returns a closed descriptor on failure; errno has the reason.
 zot::descriptor try_address(const addrinfo &where) {
   zot::descriptor socket(::socket(where.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (!socket.is_open()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A socket that listens.
+// A listening socket.
 #pragma once
 
 #include <string>
@@ -10,14 +10,14 @@ namespace zotconf {
 
 struct listener {
   zot::descriptor socket{-1};
-  int port = 0;  // the one that was picked where any was asked for
+  int port = 0;  // the actual port if port 0 was requested
 };
 
-// Binds an address and a port, 0 for any free one, and listens. Throws a std::runtime_error that
-// says what is wrong and what may help.
+// Binds an address and a port (0: any free one) and listens. Throws std::runtime_error with the
+// reason and what may help.
 listener listen_on(const std::string &host, int port);
 
-// "127.0.0.1:8087", "[::1]:8087"
+// Returns "127.0.0.1:8087" or "[::1]:8087".
 std::string host_and_port(const std::string &host, int port);
 
 }  // namespace zotconf

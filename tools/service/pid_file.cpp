@@ -28,7 +28,7 @@ pid_t pid_in(std::string_view text) {
   return error == std::errc() && stop == end && pid > 0 ? pid : -1;
 }
 
-// After a restart of a container this process may have the number of the one before.
+// After a restart of a container, this process may have the process ID of the previous one.
 bool is_other_process(pid_t pid) {
   return pid > 0 && pid != ::getpid() && (::kill(pid, 0) == 0 || errno == EPERM);
 }
@@ -41,7 +41,7 @@ pid_file::pid_file(fs::path path) : path_(std::move(path)) {
   }
   const pid_t pid = pid_in(read_file_text(path_));
   if (pid < 0) {
-    throw std::runtime_error(path_.string() + " is not a pid file; --pid-file does not replace it");
+    throw std::runtime_error(path_.string() + ": not a pid file, so it is not overwritten");
   }
   if (is_other_process(pid)) {
     throw std::runtime_error(path_.string() + " names the running process " + std::to_string(pid) +
@@ -55,7 +55,7 @@ pid_file::~pid_file() {
       fs::remove(path_);
     }
   } catch (const std::exception &) {
-    // The next start takes it for stale.
+    // The file stays; the next start treats it as stale.
   }
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A file that holds the number of the running process.
+// A file with the process ID of the running process.
 #pragma once
 
 #include <string>
@@ -10,14 +10,14 @@ namespace zotconf {
 
 class pid_file {
  public:
-  // Throws when the file names a process that is running, or is no pid file.
+  // Throws if the file names a running process, or is not a pid file.
   explicit pid_file(fs::path path);
   pid_file(const pid_file &) = delete;
   pid_file &operator=(const pid_file &) = delete;
-  // Removes what write() wrote.
+  // Removes the file if it still has what write() wrote.
   ~pid_file();
 
-  // Writes the number of this process, in one step.
+  // Writes the process ID, in one step.
   void write();
 
  private:

@@ -18,7 +18,7 @@
 namespace zotconf {
 namespace {
 
-// The two files of an element that are handed out.
+// The two files of an element that the service sends.
 struct latest_kind {
   const char *suffix;
   const char *type;
@@ -60,7 +60,7 @@ std::vector<std::string> split(const std::string &path) {
   return parts;
 }
 
-// /file/knowledge/SUBSYS/INDEX/latest/…; nothing for a path of another form.
+// Parses /file/knowledge/SUBSYS/INDEX/latest/…; nullopt for any other path.
 std::optional<element> element_of(const std::string &path) {
   constexpr size_t subsys = 3;
   constexpr size_t index = 4;
@@ -93,7 +93,7 @@ std::optional<std::vector<std::string>> parse_file_request(const std::string &bo
   return names;
 }
 
-// A file that cannot be opened for lack of resources is not missing.
+// A lack of descriptors or memory must not be reported as a missing file.
 zot::descriptor publication_service::open(const std::vector<std::string> &parts) const {
   errno = 0;
   zot::descriptor file = store_.open_member(parts);
@@ -103,7 +103,7 @@ zot::descriptor publication_service::open(const std::vector<std::string> &parts)
   return file;
 }
 
-// A HEAD brings an element nothing. No answer fails because this does.
+// HEAD does not count, because it sends no file. A failure here must not fail the response.
 void publication_service::keep(const http_request &request, const element &who, bool is_k,
                                int file) const {
   if (request.method != "GET") {

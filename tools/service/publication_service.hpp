@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is answered for a publication folder: the latest K of an element, its checksum, and archives
-// of the files that a client names.
+// Serves a publication folder: the latest K of an element, its checksum, and archives of the files
+// that a client names.
 #pragma once
 
 #include <optional>
@@ -19,11 +19,11 @@ class publication_service {
   publication_service(const publication_store &store, element_log &elements)
       : store_(store), elements_(elements) {}
 
-  // True for a request whose answer is an archive, which takes its time.
+  // True for a request of an archive, which takes time.
   [[nodiscard]] static bool is_for_archive(const http_request &request);
 
-  // May be called by several threads at once. Throws when the answer cannot be made, or a stop is
-  // asked for meanwhile.
+  // Safe to call from several threads. Throws if the response cannot be made, or if a stop is
+  // requested before it is complete.
   [[nodiscard]] http_answer answer(const http_request &request, const std::stop_token &stop) const;
 
  private:
@@ -36,8 +36,8 @@ class publication_service {
   element_log &elements_;
 };
 
-// The names of a request body {"files": [...]}. An empty body names nothing: that is what a client
-// sends whose configuration has no files. Nothing for any other text.
+// Parses a request body {"files": [...]}. An empty body means no names: a client whose
+// configuration has no files sends it. Returns nullopt for any other text.
 std::optional<std::vector<std::string>> parse_file_request(const std::string &body);
 
 }  // namespace zotconf

@@ -11,7 +11,7 @@
 namespace zotconf {
 namespace {
 
-// An answer 404 is what an element gets for a file that the service does not open.
+// An element gets a 404 response for a file that the service does not open.
 std::optional<publication_problem> why_not_served(const publication_store &store,
                                                   const element &who) {
   if (!check_subsys(who.subsys).empty() || !check_index(who.index).empty()) {
@@ -48,7 +48,8 @@ void add_content(publication_summary &summary, const stored_k &k) {
   }
 }
 
-// The service answers 404 for a file that it cannot open, and sends one of another size as it is.
+// The service responds with 404 for a file that it cannot open, but sends a file of another size as
+// it is.
 std::optional<publication_problem> problem_of_files(const file_faults &faults) {
   if (faults.count == 0) {
     return std::nullopt;
@@ -79,7 +80,7 @@ void read_content(publication_summary &summary, const fs::path &folder) {
 }
 
 void set_search_text(publication_summary &summary) {
-  // A line for each text, so that no filter finds the end of one with the begin of the next.
+  // One line for each text, so that a filter cannot match across two of them.
   summary.search_text =
       lower_case(summary.who.subsys + " " + summary.who.index + "\n" + summary.config_id + "\n" +
                  summary.cluster + "\n" + summary.firmware);

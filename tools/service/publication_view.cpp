@@ -11,7 +11,7 @@ namespace {
 
 constexpr int low_priority = 10;
 constexpr std::chrono::milliseconds between_reports{100};
-// A look takes a tenth of a processor at most, however large the folder is.
+// A scan takes at most a tenth of the time of one processor, however large the folder is.
 constexpr int pauses_per_look = 9;
 
 }  // namespace
@@ -48,14 +48,14 @@ void publication_view::run(const std::stop_token &stop) {
   }
 }
 
-// Returns how long to wait for the next one: not at all when K files are left to read.
+// Returns the pause before the next scan; zero if K files are left to read.
 publication_view::clock::duration publication_view::look(const std::stop_token &stop) {
   const auto begin = clock::now();
   list();
   const auto listed = clock::now() - begin;
   publish();
-  // The names come first, and all else after answers to elements. On Linux this is the priority of
-  // the calling thread alone.
+  // The names are listed first. All other work has a lower priority than responses to elements. On
+  // Linux this sets the priority of the calling thread only.
   static_cast<void>(::setpriority(PRIO_PROCESS, 0, low_priority));
   const bool all_read = read_changed(stop);
   if (all_read) {
@@ -100,7 +100,7 @@ void publication_view::list() {
   known_ = std::move(found);
 }
 
-// The stamps are older than what is read: a K that changes meanwhile is read again next time.
+// The stamp was taken before this read: if K changes meanwhile, the next scan reads it again.
 void publication_view::read(known_publication &known) const {
   known.summary =
       std::make_shared<publication_summary>(read_publication(folder_, store_, known.summary->who));

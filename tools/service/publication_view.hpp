@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a publication folder holds, read by a thread of its own, so that nobody who asks waits for
-// it.
+// Contents of a publication folder. A separate thread reads them, so that a request for the status
+// page never waits for files.
 #pragma once
 
 #include <chrono>
@@ -21,14 +21,15 @@
 
 namespace zotconf {
 
-// How often the folder is looked at while somebody reads the view.
+// How often the folder is scanned while a client reads the view.
 struct look_rhythm {
-  std::chrono::milliseconds between_looks{1000};    // at the names, and at K files that changed
+  std::chrono::milliseconds between_looks{1000};    // of the names, and of K files that changed
   std::chrono::milliseconds between_checks{60000};  // of a publication whose K has not changed
   std::chrono::milliseconds between_checks_of_problems{5000};
-  std::chrono::milliseconds check_time{100};    // of each look, for those checks
-  std::chrono::milliseconds read_time{1000};    // of each look, for K files that changed
-  std::chrono::milliseconds rest_after{60000};  // nobody has read the view for so long
+  std::chrono::milliseconds check_time{100};  // limit per scan for these checks
+  std::chrono::milliseconds read_time{1000};  // limit per scan for K files that changed
+  std::chrono::milliseconds rest_after{
+      60000};  // scanning pauses if the view is not read for this time
 };
 
 class publication_view {
@@ -36,19 +37,20 @@ class publication_view {
   using row = std::shared_ptr<const publication_summary>;
 
   struct snapshot {
-    std::vector<row> rows;               // by sub-system and index
-    size_t read = 0;                     // of the rows
+    std::vector<row> rows;               // sorted by sub-system and index
+    size_t read = 0;                     // how many rows are read
     std::optional<std::string> problem;  // why the folder cannot be read
-    std::optional<std::time_t> looked;   // when the names were; nothing before the first look
+    std::optional<std::time_t> looked;  // when the names were listed; nullopt before the first scan
   };
 
-  // Begins to read at once, and reads all of it; then only while somebody reads the view.
+  // Starts to read at once and reads everything; after that, scans only while a client reads the
+  // view.
   publication_view(fs::path folder, const publication_store &store, look_rhythm rhythm = {});
   publication_view(const publication_view &) = delete;
   publication_view &operator=(const publication_view &) = delete;
   ~publication_view();
 
-  // What is known now. May be called by several threads at once.
+  // Returns what is known now. Safe to call from several threads.
   [[nodiscard]] std::shared_ptr<const snapshot> latest();
 
  private:
@@ -57,7 +59,7 @@ class publication_view {
 
   struct known_publication {
     k_listing listed;
-    std::optional<clock::time_point> checked;  // nothing: K has changed since, or was never read
+    std::optional<clock::time_point> checked;  // nullopt: K has changed since, or was never read
     row summary;
   };
 
@@ -75,7 +77,7 @@ class publication_view {
   fs::path folder_;
   const publication_store &store_;
   look_rhythm rhythm_;
-  std::map<name, known_publication> known_;  // the thread's own, and so is the problem
+  std::map<name, known_publication> known_;  // used only by the thread, like problem_
   std::optional<std::string> problem_;
   std::mutex mutex_;
   std::condition_variable_any asked_;

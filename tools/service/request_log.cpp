@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t longest_shown_path = 300;
 
-// Long paths must not make the status page heavy.
+// Limits the size of the status page.
 std::string shortened(std::string path) {
   if (path.size() > longest_shown_path) {
     path.resize(longest_shown_path);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service was asked: a line for each request, and the latest ones for the status page.
+// Log of the requests: one line for each request, and the latest ones for the status page.
 #pragma once
 
 #include <cstdint>
@@ -15,28 +15,28 @@
 
 namespace zotconf {
 
-// One request and what became of it.
+// One request and its outcome.
 struct request_record {
-  std::string time;    // when it was answered, UTC; the log sets it
+  std::string time;    // time of the response, UTC; set by the log
   std::string client;  // address
   std::string method;
   std::string path;
   int status = 0;
-  uint64_t bytes = 0;        // of the answer's body
-  uint64_t duration_us = 0;  // from its header to the last byte of the answer
+  uint64_t bytes = 0;        // of the response body
+  uint64_t duration_us = 0;  // from its header to the last byte of the response
   std::string result;
 };
 
 void describe(json_node into, const request_record &request);
 
-// May be used by several threads at once.
+// Safe to use from several threads.
 class request_log {
  public:
   static constexpr size_t kept = 50;
 
   request_log(std::ostream &out, bool json) : out_(out), json_(json) {}
 
-  // A request is answered. Makes its texts fit for a log, writes its line and keeps it.
+  // Adds a completed request: makes its texts safe for a log, writes its line and keeps it.
   void add(request_record record);
 
   struct view {

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "tools/output/error_text.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/json.hpp"
 #include "tools/publication/publication_store.hpp"
@@ -71,7 +72,7 @@ class served_folder : public http_service {
   std::ostream &err_;
 };
 
-// The streams of the requests' lines.
+// The stream for the request lines: a log file or standard output.
 class log_stream {
  public:
   log_stream(const fs::path &path, std::ostream &standard) : standard_(standard) {
@@ -90,8 +91,8 @@ class log_stream {
   std::ofstream file_;
 };
 
-// Handed to all threads that are started later, so that one alone receives them. A reader of the
-// log that goes away ends nothing.
+// Blocks the signals in all threads that are started later, so that only sigwait() receives them.
+// SIGPIPE is ignored, because the reader of the log may exit.
 sigset_t block_stop_signals() {
   ::signal(SIGPIPE, SIG_IGN);
   sigset_t signals;
@@ -116,7 +117,8 @@ void report_address(const console &where, const std::string &host, int port, boo
   where.out() << std::flush;
 }
 
-// What publish writes stands alone in its folder, or beside a K that it has published there before.
+// A folder that contains only what publish creates is an empty publication. Other files are
+// accepted only beside a published K.
 enum class folder_kind { published, nothing_published, other };
 
 folder_kind kind_of(const fs::path &folder) {
@@ -136,18 +138,18 @@ void check_folder(const fs::path &folder, std::ostream &err) {
   }
   switch (kind_of(folder)) {
     case folder_kind::other:
-      throw std::runtime_error(folder.string() +
-                               " is not a publication folder; one is made by: " + how_to_publish);
+      throw advised_error(folder.string() + ": not a publication folder", how_to_publish);
     case folder_kind::nothing_published:
-      err << "zotconf: nothing is published in " << folder.string()
-          << " yet; publish by: " << how_to_publish << std::endl;
+      tell_warning(err, "nothing is published in " + folder.string() + " yet", how_to_publish);
+      err << std::flush;
       break;
     case folder_kind::published:
       break;
   }
 }
 
-// Serves until a signal ends it. The one who started it goes on when it detaches.
+// Serves until SIGINT or SIGTERM. Calls `at_work` once it listens, which lets the parent process
+// return.
 int serve(const serve_options &options, const console &where, const detach &at_work) {
   const sigset_t signals = block_stop_signals();
   std::optional<pid_file> pid;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// `zotconf serve`: answers clients from a publication folder over HTTP.
+// `zotconf serve`: serves a publication folder to clients over HTTP.
 #pragma once
 
 #include <string>
@@ -14,13 +14,13 @@ struct serve_options {
   std::string bind = "127.0.0.1";
   int port = 8087;  // 0: any free port
   bool background = false;
-  fs::path pid_file = {};  // none when empty
-  fs::path log = {};       // of the requests; standard output when empty
+  fs::path pid_file = {};  // empty: none
+  fs::path log = {};       // of the requests; empty: standard output
 };
 
-// Runs until SIGINT or SIGTERM; in the background, returns once a process of its own listens.
-// Writes "listening on HOST:PORT", then one line a request, as JSON objects if asked for. A status
-// page is at `/`; its own requests are not told.
+// Runs until SIGINT or SIGTERM; in the background mode, returns once the background process
+// listens. Writes "listening on HOST:PORT", then one line per request, or JSON objects with --json.
+// The status page is at `/`; requests of the page itself are not logged.
 int run_serve(const serve_options &options, const console &where);
 
 }  // namespace zotconf

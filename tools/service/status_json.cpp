@@ -40,7 +40,7 @@ void describe_problem(json_node into, const publication_summary &summary, const 
       .set("status_meaning", status == nullptr ? "" : status->advice->meaning);
 }
 
-// A figure of a K that nobody could read is not 0.
+// Figures of an unreadable K are null, not 0.
 std::optional<uint64_t> figure_of(const publication_summary &summary, uint64_t figure) {
   const bool is_known =
       summary.is_read && (!summary.problem || summary.problem->kind == problem_kind::files);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The rows of the status page as JSON.
+// The data of the status page as JSON.
 #pragma once
 
 #include "tools/files/file_io.hpp"
@@ -10,11 +10,11 @@
 
 namespace zotconf {
 
-// "look", "problem", "counts", "page", "fetches" and "elements".
+// Sets "look", "problem", "counts", "page", "fetches" and "elements".
 void describe_page(json_node into, const publication_view::snapshot &published,
                    const row_page &page, const element_log &log, const fs::path &folder);
 
-// One element with its categories and the files that are missing or wrong.
+// Describes one element with its categories and the files that are missing or wrong.
 void describe_details(json_node into, const status_row &row, const fs::path &folder);
 
 }  // namespace zotconf

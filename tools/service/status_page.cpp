@@ -37,7 +37,8 @@ std::string base64(const std::vector<unsigned char> &bytes) {
   return text;
 }
 
-// How a policy names the page's own part between <tag> and </tag>: 'sha256-…'.
+// The source expression of the content security policy for the page's own text between <tag> and
+// </tag>: 'sha256-…'.
 std::string source_hash(std::string_view html, const std::string &tag) {
   const size_t begin = html.find("<" + tag + ">") + tag.size() + 2;
   const std::string hex = sha256_text(html.substr(begin, html.find("</" + tag + ">") - begin));
@@ -48,7 +49,7 @@ std::string source_hash(std::string_view html, const std::string &tag) {
   return "'sha256-" + base64(bytes) + "'";
 }
 
-// Nothing but the page's own script and style, and no address but its own service's.
+// Allows only the page's own script and style, and requests only to its own service.
 std::string page_policy() {
   return "default-src 'none'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
          "connect-src 'self'; img-src data:; script-src " +
@@ -86,7 +87,7 @@ bool has_tag(const http_request &request, const std::string &tag) {
   });
 }
 
-// An answer that says the same again is a 304 without a body. `same` is what the tag is made of.
+// Responds with 304 and no body if the client already has this content. The tag is made of `same`.
 http_answer tagged_answer(const http_request &request, std::string body, const std::string &same) {
   const std::string tag = "W/\"" + sha256_text(same).substr(0, tag_digits) + "\"";
   http_answer answer =
@@ -129,7 +130,7 @@ http_answer status_page::status_answer(const http_request &request) {
   for (size_t i = 0; i < std::min(wanted.requests, requests.latest.size()); ++i) {
     describe(list.append(), requests.latest[i]);
   }
-  // The one figure that is always another.
+  // The tag does not include the uptime, which differs in each response.
   const std::string same = document.line();
   const auto up = std::chrono::steady_clock::now() - begin_;
   service.set("uptime_seconds", std::chrono::duration_cast<std::chrono::seconds>(up).count());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The page at `/` that shows a service at work, and what it asks: `/status.json` every two seconds,
-// and `/element.json` for what is shown of one element on demand.
+// The status page at `/` and its data: `/status.json`, requested every two seconds, and
+// `/element.json`, the details of one element on demand.
 #pragma once
 
 #include <chrono>
@@ -23,7 +23,7 @@ extern const std::string_view status_html;
 
 class status_page {
  public:
-  // Begins to read the folder, in a thread of its own.
+  // Starts to read the folder in a separate thread.
   status_page(const fs::path &folder, const publication_store &store, const request_log &requests,
               const element_log &elements)
       : folder_(fs::absolute(folder).lexically_normal()),
@@ -31,13 +31,13 @@ class status_page {
         requests_(requests),
         elements_(elements) {}
 
-  // Nothing when the request is none of the page's own. May be called by several threads at once,
-  // and waits for no file.
+  // Returns nullopt if the request is not one of the page. Safe to call from several threads; never
+  // waits for a file.
   [[nodiscard]] std::optional<http_answer> answer(const http_request &request);
-  // True for a request of the page itself, which is no work of the service and is not logged.
+  // True for a request of the page or its data, which is not logged.
   [[nodiscard]] static bool is_asked(const http_request &request);
 
-  // Where the service listens. Called before the first request comes.
+  // Sets the address shown on the page. Must be called before the first request.
   void set_address(const std::string &host, int port);
 
  private:

@@ -14,7 +14,7 @@ namespace zotconf {
 namespace {
 
 constexpr size_t longest_filter = 100;
-constexpr size_t longest_value = 600;  // of an element's name or a filter, with each byte escaped
+constexpr size_t longest_value = 600;  // an element's name or a filter with every byte escaped
 constexpr size_t highest_page = 1'000'000;
 constexpr size_t largest_page = 200;
 constexpr size_t most_requests = 50;
@@ -33,7 +33,7 @@ constexpr std::array fetch_names = {
     named_value<std::optional<fetch_state>>{"asked", fetch_state::asked},
     named_value<std::optional<fetch_state>>{"never", fetch_state::never}};
 
-// Nothing for a "%" without two digits, for bytes that are no UTF-8 and for a NUL.
+// Returns nullopt for a "%" without two digits, for invalid UTF-8 and for a NUL.
 std::optional<std::string> decoded(std::string_view text) {
   std::string result;
   for (size_t at = 0; at < text.size(); ++at) {
@@ -110,7 +110,7 @@ std::string take_filter(const std::string &text, std::string &into) {
 
 struct query_parameter {
   std::string_view name;
-  // Takes the value over. Returns what is wrong with it.
+  // Stores the value. Returns what is wrong with it.
   std::string (*take)(const std::string &text, status_query &into);
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the query of /status.json asks for.
+// The parsed query of /status.json.
 #pragma once
 
 #include <cstddef>
@@ -13,16 +13,16 @@
 
 namespace zotconf {
 
-// Which elements, by what is published for them.
+// Selects elements by the state of their publication.
 enum class state_filter { all, problem, good };
 
 struct status_query {
   size_t page = 1;
-  size_t size = 50;    // elements of a page
+  size_t size = 50;    // elements per page
   std::string filter;  // in lower case; empty: every element
   state_filter state = state_filter::all;
-  std::optional<fetch_state> fetch;  // which elements, by what they fetched; nothing: all
-  size_t requests = 50;              // at most so many of the latest ones
+  std::optional<fetch_state> fetch;  // selects elements by their last fetch; nullopt: all
+  size_t requests = 50;              // maximum number of latest requests
 };
 
 struct query_error {
@@ -30,13 +30,13 @@ struct query_error {
   std::string text;
 };
 
-// "page=2&filter=ap%2000"; an empty query asks for the defaults.
+// Parses a query such as "page=2&filter=ap%2000"; an empty query gives the defaults.
 std::variant<status_query, query_error> parse_status_query(std::string_view query);
 
-// "subsys=AP&index=001122334455".
+// Parses a query such as "subsys=AP&index=001122334455".
 std::variant<element, query_error> parse_element_query(std::string_view query);
 
-// In JSON, and as the value of the parameter.
+// The word for JSON and for the value of the parameter.
 std::string_view name_of(fetch_state fetch);
 
 }  // namespace zotconf

@@ -10,7 +10,8 @@
 namespace zotconf {
 namespace {
 
-// An element that asks in vain asks again soon; one that has stopped is no problem any more.
+// An element without a publication asks again soon. If it stops asking, it is no longer shown as a
+// problem.
 constexpr std::time_t refused_shown_seconds = 3600;
 
 fetch_state fetch_state_of(const publication_summary &summary, const element_log &log) {
@@ -19,7 +20,7 @@ fetch_state fetch_state_of(const publication_summary &summary, const element_log
   if (state == fetch_state::never) {
     return asks_in_vain ? fetch_state::asked : state;
   }
-  // There is nothing yet to compare its K with.
+  // Its K is not read yet, so there is nothing to compare with.
   return summary.is_read ? state : fetch_state::asked;
 }
 

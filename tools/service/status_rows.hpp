@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The elements that a query asks for: what is published for each, with what it fetched.
+// The elements that a query selects: what is published for each, and what it fetched.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ struct status_row {
   fetch_state fetch = fetch_state::never;
 };
 
-// Of the elements that the filter takes, whatever their state.
+// Counts of the elements that match the filter, in any state.
 struct row_counts {
   uint64_t all = 0;
   uint64_t problem = 0;
@@ -32,15 +32,15 @@ struct row_counts {
 
 struct row_page {
   std::vector<status_row> rows;  // problems first, then by sub-system and index
-  size_t page = 1;               // the last one when there are fewer than were asked for
+  size_t page = 1;               // the last page if the requested one does not exist
   size_t pages = 1;
-  uint64_t matching = 0;  // elements of all pages
-  uint64_t elements = 0;  // whatever the query says
-  uint64_t problems = 0;  // of those
+  uint64_t matching = 0;  // on all pages
+  uint64_t elements = 0;  // all, independent of the query
+  uint64_t problems = 0;  // of all elements
   row_counts counts;
 };
 
-// What was published and what asks in vain.
+// Published elements, and elements that ask but have no publication.
 std::vector<publication_view::row> all_rows(const publication_view::snapshot &published,
                                             const element_log &log);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A few threads that do one job after the other, in the order in which the jobs were added.
+// Threads that run jobs in the order in which they were added.
 #pragma once
 
 #include <condition_variable>
@@ -21,9 +21,9 @@ class worker_pool {
   worker_pool &operator=(const worker_pool &) = delete;
   ~worker_pool() { close(); }
 
-  // False after close(): the job is not done then.
+  // Returns false after close(); the job does not run then.
   [[nodiscard]] bool add(job what);
-  // Takes no more jobs and returns when all that were added are done.
+  // Accepts no more jobs, and returns when all added jobs are done.
   void close();
 
  private:

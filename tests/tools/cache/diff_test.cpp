@@ -75,7 +75,7 @@ TEST_F(Diff, CallsEqualEntriesOfAnotherClusterModified) {
   write_bytes(dir_ / "there.k", R"({"clusterId": "c2", "gpbs": [
       {"path": "/Wlan/a/3", "size": 6, "checksum": "00"}]})");
   EXPECT_EQ(run({"diff", dir_ / "here.k", dir_ / "there.k"}).out,
-            "another cluster: \"c1\" -> \"c2\", so that equal entries count as modified\n"
+            "other cluster: \"c1\" -> \"c2\"; equal entries count as modified\n"
             "STATUS    CATEGORY  KEY  VERSION  SIZE\n"
             "modified  Wlan      a          3     6\n"
             "0 added, 1 modified, 0 deleted, 0 unchanged; 6 -> 6 bytes\n");

@@ -38,7 +38,7 @@ TEST_F(Forget, HasTheSameConfigurationOfferedAgain) {
   const finished done = forget();
   EXPECT_EQ(done.status, done_well) << done.err;
   EXPECT_EQ(done.out, "forgotten: config ID " + std::string(refused_id) +
-                          "; the next get takes it as new while the service offers it\n");
+                          "; while the service offers it, the next get returns it as new\n");
   EXPECT_EQ(done.err, "");
   EXPECT_FALSE(exists(conf("knowledge/corrupted.k")));
   EXPECT_FALSE(exists(conf("knowledge/corrupted.checksum")));
@@ -70,7 +70,7 @@ TEST_F(Forget, SaysThatNothingIsRefused) {
   ASSERT_EQ(forget().status, done_well);
   const finished again = forget();
   EXPECT_EQ(again.status, done_well);
-  EXPECT_EQ(again.out, "no configuration is refused in " + conf_root_ + "\n");
+  EXPECT_EQ(again.out, "no refused configuration in " + conf_root_ + "\n");
 }
 
 TEST_F(Forget, ForgetsADamagedOneToo) {
@@ -83,7 +83,7 @@ TEST_F(Forget, SaysSoWhereThereIsNoCache) {
   std::filesystem::remove_all(dir_ / "device");
   const finished done = forget();
   EXPECT_EQ(done.status, done_well);
-  EXPECT_EQ(done.out, "no configuration is refused in " + conf_root_ + "\n");
+  EXPECT_EQ(done.out, "no refused configuration in " + conf_root_ + "\n");
   EXPECT_FALSE(exists(dir_ / "device"));
 }
 
@@ -91,7 +91,7 @@ TEST_F(Forget, FailsWhileAnotherProcessWorksInTheCache) {
   const held_lock other(conf_root_);
   const finished done = forget();
   EXPECT_EQ(done.status, failed);
-  EXPECT_EQ(done.err, "zotconf: " + conf_root_ + " stays locked by another process\n");
+  EXPECT_EQ(done.err, "zotconf: cannot lock " + conf_root_ + ": another process holds the lock\n");
   EXPECT_TRUE(is_refused());
 }
 

@@ -193,15 +193,16 @@ TEST_F(OpenCommit, IsWarnedOfByShowWhichShowsWhatComesBack) {
   const interrupted_commit commit = interrupt();
   const finished done = run({"show", "current"});
   EXPECT_EQ(done.status, 0);
-  EXPECT_EQ(done.err, "zotconf: warning: an interrupted commit waits in " + conf("undo") +
-                          ": this is the cache as it was before\ntry: zotconf status\n");
+  EXPECT_EQ(done.err,
+            "zotconf: warning: interrupted commit in " + conf("undo") +
+                ": showing the cache as it was before this commit\ntry: zotconf status\n");
   EXPECT_EQ(shown_id(), first_id);
 }
 
 TEST_F(OpenCommit, IsWarnedOfByDiffForASlotOfTheCacheOnly) {
   const interrupted_commit commit = interrupt();
   const finished done = run({"diff", "current", dir_ / "pub"});
-  EXPECT_TRUE(has(done.err, "an interrupted commit waits in ")) << done.err;
+  EXPECT_TRUE(has(done.err, "interrupted commit in ")) << done.err;
   EXPECT_TRUE(has(done.out, "0 added, 1 modified, 0 deleted, 1 unchanged")) << done.out;
   EXPECT_EQ(run({"diff", dir_ / "pub", dir_ / "pub"}).err, "");
 }
@@ -209,7 +210,7 @@ TEST_F(OpenCommit, IsWarnedOfByDiffForASlotOfTheCacheOnly) {
 TEST_F(OpenCommit, IsWarnedOfWhileItGoesOn) {
   const interrupted_commit commit = interrupt();
   const held_lock running(conf_root_);
-  EXPECT_TRUE(has(run({"show", "current"}).err, "warning: a commit is in progress in "));
+  EXPECT_TRUE(has(run({"show", "current"}).err, "warning: commit in progress in "));
 }
 
 }  // namespace

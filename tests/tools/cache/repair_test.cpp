@@ -399,7 +399,7 @@ TEST_F(Repair, TouchesNothingWhileACommitGoesOn) {
   const finished done = repair();
   EXPECT_EQ(done.status, failed);
   EXPECT_EQ(done.err,
-            "zotconf: a commit is in progress: nothing was repaired\ntry: zotconf status\n");
+            "zotconf: nothing was repaired: a commit is in progress\ntry: zotconf status\n");
   EXPECT_EQ(snapshot(dir_ / "device"), before);
 }
 
@@ -412,7 +412,8 @@ TEST_F(Repair, PutsNothingBesideWhatAnotherProcessCommitsMeanwhile) {
   const interrupted_commit commit(conf_root_);
   other.reset();
   EXPECT_EQ(running.wait(), failed);
-  EXPECT_TRUE(has(running.err(), "another process changed " + conf_root_)) << running.err();
+  EXPECT_TRUE(has(running.err(), conf_root_ + ": changed by another process during the repair"))
+      << running.err();
   EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "country=FR");
 }
 
@@ -426,7 +427,8 @@ TEST_F(Repair, BringsNothingBackOfWhatAnotherProcessRollsBackMeanwhile) {
   std::filesystem::copy(checksum_, conf("knowledge/corrupted.checksum"));
   other.reset();
   EXPECT_EQ(running.wait(), failed);
-  EXPECT_TRUE(has(running.err(), "another process changed " + conf_root_)) << running.err();
+  EXPECT_TRUE(has(running.err(), conf_root_ + ": changed by another process during the repair"))
+      << running.err();
   EXPECT_EQ(read_bytes(conf("config/Zone/z/1")), "damaged");
 }
 

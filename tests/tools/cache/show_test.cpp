@@ -138,7 +138,7 @@ TEST_F(Show, FailsOnAnEmptySlot) {
   const finished done = run({"show", "last"});
   EXPECT_EQ(done.status, 1);
   EXPECT_EQ(done.out, "");
-  EXPECT_EQ(done.err, "zotconf: last: there is no K at " + conf("knowledge/prev_subsys.k") +
+  EXPECT_EQ(done.err, "zotconf: last: no K at " + conf("knowledge/prev_subsys.k") +
                           "\ntry: zotconf status\n");
 }
 

@@ -73,9 +73,8 @@ TEST_F(Verify, SaysThatNothingLiesInTheCache) {
   const finished done = verify();
   EXPECT_EQ(done.status, failed);
   EXPECT_TRUE(has(done.out, "empty: 0 files, 0 bytes checked\n")) << done.out;
-  EXPECT_EQ(done.err, "zotconf: the element has no configuration yet: nothing lies in " +
-                          conf_root_ +
-                          "; ZOT_PREFIX_CONF_ROOT has to be that of the service process\n"
+  EXPECT_EQ(done.err, "zotconf: the element has no configuration yet: no K in " + conf_root_ +
+                          "; ZOT_PREFIX_CONF_ROOT must have the value of the service process\n"
                           "try: zotconf status\n");
   EXPECT_EQ(told()["result"].text(), "empty");
   EXPECT_FALSE(exists(dir_ / "device"));

@@ -45,7 +45,8 @@ TEST_F(Workshop, GivesUpWhenTheCacheStaysLocked) {
   const auto before = found();
   const zot::descriptor other(::open(paths_.conf_root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
-  EXPECT_EQ(refusal(before), paths_.conf_root.string() + " stays locked by another process");
+  EXPECT_EQ(refusal(before),
+            "cannot lock " + paths_.conf_root.string() + ": another process holds the lock");
   EXPECT_FALSE(fs::exists(at(".repair")));
 }
 
@@ -62,7 +63,8 @@ TEST_F(Workshop, TakesTheCacheWhenItBecomesFree) {
 }
 
 TEST_F(Workshop, RefusesACacheThatChangedSinceItWasExamined) {
-  const std::string told = "another process changed " + paths_.conf_root.string() + " meanwhile";
+  const std::string told =
+      paths_.conf_root.string() + ": changed by another process during the repair";
   for (const char *const name : {"knowledge/subsys.checksum", "knowledge/corrupted.checksum"}) {
     const auto before = found();
     EXPECT_EQ(refusal(before), "");

@@ -104,7 +104,7 @@ TEST_F(CycleReport, TellsWhyThereIsNoHandle) {
   const finished done = run_zotconf({"cycle", "--index", index_, "--json"}, broken);
   EXPECT_EQ(done.status, 1);
   EXPECT_EQ(json_value(done.out)["error"]["call"].text(), "init");
-  EXPECT_TRUE(has(done.err, "zotconf: no handle: "));
+  EXPECT_TRUE(has(done.err, "zotconf: cannot create a handle: "));
 }
 
 TEST_F(CycleReport, PaintsWhatChangedOnATerminalOnly) {

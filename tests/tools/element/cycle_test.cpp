@@ -193,7 +193,8 @@ TEST_F(Cycle, RollsBackWhenTheCommandRefuses) {
   publish_changes();
   const finished done = run({"--apply", "exit 7"});
   EXPECT_EQ(done.status, rolled_back);
-  EXPECT_TRUE(has(done.out, "apply: exit status 7\nrolled back; zotconf forget takes that back\n"))
+  EXPECT_TRUE(
+      has(done.out, "apply: exit status 7\nrolled back; to accept it again: zotconf forget\n"))
       << done.out;
   EXPECT_EQ(in_force("Wlan/a/1"), "ssid=a");
 }
@@ -254,7 +255,7 @@ TEST_F(Cycle, RollsBackWithTheHighestStatusOfARefusal) {
 TEST_F(Cycle, RollsBackOnDemand) {
   const finished done = run({"--roll-back"});
   EXPECT_EQ(done.status, rolled_back);
-  EXPECT_TRUE(has(done.out, "rolled back; zotconf forget takes that back\n"));
+  EXPECT_TRUE(has(done.out, "rolled back; to accept it again: zotconf forget\n"));
 }
 
 TEST_F(Cycle, RefusesWhatWasRolledBack) {

@@ -50,7 +50,7 @@ TEST_F(Watch, RollsBackWhatTheCommandRefusesAndGoesOn) {
   running->wait_for(committed);
   publish_changes();
   running->wait_for("rolled back: apply: exit status 1\n");
-  running->wait_for("same as rolled back (zotconf forget takes that back)\n");
+  running->wait_for("same as rolled back (to accept it again: zotconf forget)\n");
   EXPECT_EQ(in_force("Wlan/a/1"), "ssid=a");
   fs::remove(dir_ / "source/Ap/x");
   publish_source();
@@ -176,7 +176,7 @@ TEST_F(Watch, PrintsOneObjectALine) {
 
 TEST_F(Watch, EndsACommitThatFailedWithALaterGetAndAsksTheCommandOnce) {
   const auto running = watch("echo run >>\"$PROBE\"; mv \"$SCRATCH/subsys.k\" \"$SCRATCH/aside\"");
-  running->wait_for("commit or roll-back failing: ");
+  running->wait_for("commit or rollback failing: ");
   running->wait_for("recovered\n");
   running->wait_for(committed + "2 entries\n");
   running->wait_for("no update\n");
@@ -187,9 +187,9 @@ TEST_F(Watch, EndsACommitThatFailedWithALaterGetAndAsksTheCommandOnce) {
 TEST_F(Watch, EndsARollBackThatFailedWithALaterGetAndAsksTheCommandOnce) {
   const auto running =
       watch("echo run >>\"$PROBE\"; mv \"$SCRATCH/subsys.k\" \"$SCRATCH/aside\"; exit 1");
-  running->wait_for("commit or roll-back failing: ");
+  running->wait_for("commit or rollback failing: ");
   running->wait_for("rolled back: apply: exit status 1\n");
-  running->wait_for("same as rolled back (zotconf forget takes that back)\n");
+  running->wait_for("same as rolled back (to accept it again: zotconf forget)\n");
   EXPECT_EQ(read_bytes(dir_ / "probe"), "run\n");
 }
 
@@ -202,7 +202,7 @@ TEST_F(Watch, TakesWhatAnotherGetPutInTheScratchAreaBeforeTheCommit) {
   ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455"}, variables_).status, ok);
   write_bytes(dir_ / "probe.go", "");
   running->wait_for(
-      "commit or roll-back failing: [zot_priv_commit_conf]: what the get fetched was changed in ");
+      "commit or rollback failing: [zot_priv_commit_conf]: what the get fetched was changed in ");
   running->wait_for(committed + "2 entries\n");
   EXPECT_EQ(in_force("Ap/x/1"), "model=x");
 }
@@ -222,9 +222,9 @@ TEST_F(Watch, HandsOverWhatIsInForceWhenAnotherDecidedOtherwise) {
   elsewhere["ZOT_PREFIX_TMP_ROOT"] = dir_ / "other-scratch";
   ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455", "--roll-back"}, elsewhere).status, 5);
   write_bytes(dir_ / "probe.go", "");
-  running->wait_for("commit or roll-back failing: ");
-  running->wait_for("configuration in force handed to CMD: 2 entries");
-  running->wait_for("same as rolled back (zotconf forget takes that back)\n");
+  running->wait_for("commit or rollback failing: ");
+  running->wait_for("configuration in force passed to CMD: 2 entries");
+  running->wait_for("same as rolled back (to accept it again: zotconf forget)\n");
   EXPECT_EQ(read_bytes(dir_ / "probe.seen"), "ssid=a\nssid=b\nssid=a\n");
 }
 
@@ -263,8 +263,8 @@ TEST_F(WatchChanges, AreThoseToWhatAnotherProcessCommitted) {
   publish_source();
   ASSERT_EQ(run_zotconf({"cycle", "--index", "001122334455", "--roll-back"}, variables_).status, 5);
   running->send(SIGCONT);
-  running->wait_for("configuration in force handed to CMD: ");
-  running->wait_for("same as rolled back (zotconf forget takes that back)\n");
+  running->wait_for("configuration in force passed to CMD: ");
+  running->wait_for("same as rolled back (to accept it again: zotconf forget)\n");
   wait_for_gets(1);
   EXPECT_EQ(given(), (std::vector<std::string>{"added Wlan/a; added Zone/z; ",
                                                "added Ap/x; modified Wlan/a; deleted Zone/z; "}));
@@ -282,7 +282,7 @@ TEST_F(WatchChanges, CountFromWhatTheCommandHasApplied) {
   running->wait_for(committed);
   write_bytes(dir_ / "probe.lock", "");
   publish_changes();
-  running->wait_for("commit or roll-back failing: ");
+  running->wait_for("commit or rollback failing: ");
   put("Zone/z", "country=FR");
   put("Wlan/a", "ssid=a");
   fs::remove(dir_ / "source/Ap/x");
@@ -299,7 +299,7 @@ TEST_F(Watch, GoesOnWhenTheCacheIsLockedDuringACommit) {
   variables_["CACHE"] = dir_ / "device/writable/zot";
   const auto running =
       watch("exec 9<\"$CACHE\" && flock 9 && { sleep 1.5 <&9 & } && exec 9<&-", {"--timeout", "1"});
-  running->wait_for("commit or roll-back failing: ");
+  running->wait_for("commit or rollback failing: ");
   EXPECT_TRUE(has(running->out(), "writable/zot/ is locked by another process")) << running->out();
   running->wait_for(committed + "2 entries\n");
 }
@@ -353,7 +353,7 @@ TEST_F(Watch, HandsOverWhatIsInForceOnDemand) {
   first->send(SIGTERM);
   ASSERT_EQ(first->wait(), ok);
   const auto second = watch("cat \"$ZOTCONF_DIR\"/*/*; exit 3", {"--apply-cached-at-start"});
-  second->wait_for("configuration in force handed to CMD: 2 entries, exit status 3\n");
+  second->wait_for("configuration in force passed to CMD: 2 entries, exit status 3\n");
   second->wait_for("no update\n");
   EXPECT_EQ(second->err(), "ssid=acountry=DE");
 }
@@ -366,13 +366,13 @@ TEST_F(Watch, HandsOverWhatIsInForceAgainWhenTheCommandCouldNotRun) {
   const auto second = watch("mkdir \"$PROBE\" && kill -KILL $$; cat \"$ZOTCONF_DIR\"/*/*",
                             {"--apply-cached-at-start"});
   second->wait_for("apply failing: ended by signal 9\n");
-  second->wait_for("configuration in force handed to CMD: 2 entries, exit status 0\n");
+  second->wait_for("configuration in force passed to CMD: 2 entries, exit status 0\n");
   EXPECT_TRUE(has(second->err(), "ssid=acountry=DE")) << second->err();
 }
 
 TEST_F(Watch, TellsThatNothingIsInForce) {
   const auto running = watch("true", {"--apply-cached-at-start"});
-  running->wait_for("configuration in force handed to CMD: No cached data now\n");
+  running->wait_for("configuration in force passed to CMD: No cached data now\n");
   running->wait_for(committed);
 }
 

@@ -45,22 +45,21 @@ TEST_F(Variables, ThatAreRightAreNotWarnedOf) {
 
 TEST_F(Variables, AWordForAPortIsTheDefaultPort) {
   const std::string warned =
-      "ZOT_REMOTE_PORT is \"abc\", which is not a port from 1 to 65535: port 8087 is used\n";
+      "ZOT_REMOTE_PORT=\"abc\": not a port from 1 to 65535; port 8087 is used\n";
   EXPECT_EQ(of_port(cycle_, "abc"), warned);
   EXPECT_EQ(of_port({"status"}, "abc"), warned);
   EXPECT_EQ(of_port({"verify", "--repair", "--index", index_}, "abc"), warned);
 }
 
 TEST_F(Variables, APortWithLettersBehindItIsThatPort) {
-  EXPECT_EQ(
-      of_port({"status"}, "9000x"),
-      "ZOT_REMOTE_PORT is \"9000x\", which is not a port from 1 to 65535: port 9000 is used\n");
+  EXPECT_EQ(of_port({"status"}, "9000x"),
+            "ZOT_REMOTE_PORT=\"9000x\": not a port from 1 to 65535; port 9000 is used\n");
 }
 
 TEST_F(Variables, APortAboveTheHighestIsReplacedByNothing) {
   EXPECT_EQ(of_port(cycle_, "99999"),
-            "ZOT_REMOTE_PORT is \"99999\", which is not a port from 1 to 65535: nothing is used "
-            "instead, and no request succeeds\n");
+            "ZOT_REMOTE_PORT=\"99999\": not a port from 1 to 65535; no other port is used, "
+            "and every request fails\n");
 }
 
 TEST_F(Variables, APortIsNoMatterWhereNoServiceIsAsked) {
@@ -74,27 +73,27 @@ TEST_F(Variables, APrefixThatAShellWouldInterpretIsNamed) {
   for (const char *const name : {"ZOT_PREFIX_CONF_ROOT", "ZOT_PREFIX_TMP_ROOT"}) {
     EXPECT_EQ(warnings(cycle_, {{name, "/a;b"}}),
               std::string(name) +
-                  " is \"/a;b\", which holds characters that a shell would interpret: nothing is "
-                  "used instead, and no get succeeds\n");
+                  "=\"/a;b\": contains characters that a shell interprets; no other path is used, "
+                  "and every get fails\n");
   }
 }
 
 TEST_F(Variables, APrefixThatIsAFileIsNamed) {
   write_bytes(dir_ / "file", "x");
   EXPECT_EQ(warnings({"status"}, {{"ZOT_PREFIX_TMP_ROOT", dir_ / "file"}}),
-            "ZOT_PREFIX_TMP_ROOT is \"" + (dir_ / "file") +
-                "\", which is not a directory: nothing is used instead, and no get succeeds\n");
+            "ZOT_PREFIX_TMP_ROOT=\"" + (dir_ / "file") +
+                "\": not a directory; no other path is used, and every get fails\n");
 }
 
 TEST_F(Variables, ADevelopersFolderThatIsMissingIsNamed) {
   EXPECT_EQ(warnings({"status"}, {{"ZOT_DEV_PATH", dir_ / "none"}}),
-            "ZOT_DEV_PATH is \"" + (dir_ / "none") +
-                "\", which is not a directory: no configuration is read, and no service is asked "
+            "ZOT_DEV_PATH=\"" + (dir_ / "none") +
+                "\": not a directory; no configuration is read, and the service is not used "
                 "instead\n");
 }
 
 TEST_F(Variables, AreShownWithoutControlCharacters) {
-  EXPECT_TRUE(has(of_port({"status"}, "8\x1b[1m"), "ZOT_REMOTE_PORT is \"8?[1m\""));
+  EXPECT_TRUE(has(of_port({"status"}, "8\x1b[1m"), "ZOT_REMOTE_PORT=\"8?[1m\""));
 }
 
 // watch prints its first event after the warning.
@@ -103,7 +102,7 @@ TEST_F(Variables, AreWarnedOfByWatch) {
   all["ZOT_REMOTE_PORT"] = "99999";
   background running({"watch", "--index", index_, "--apply", "true"}, all);
   running.wait_for("service failing");
-  EXPECT_TRUE(running.err().starts_with("zotconf: warning: ZOT_REMOTE_PORT is \"99999\""))
+  EXPECT_TRUE(running.err().starts_with("zotconf: warning: ZOT_REMOTE_PORT=\"99999\""))
       << running.err();
   running.send(SIGTERM);
   EXPECT_EQ(running.wait(), 0);

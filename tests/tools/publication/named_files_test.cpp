@@ -61,7 +61,7 @@ TEST_F(NamedFiles, StopAtAKThatIsNoFile) {
 TEST_F(NamedFiles, AreUnknownWithoutAK) {
   publish_twice();
   fs::remove_all(publication_ + "/file/knowledge/AP");
-  expect_refusal("holds no K");
+  expect_refusal("contains no K");
 }
 
 }  // namespace

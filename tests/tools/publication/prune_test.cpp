@@ -53,8 +53,8 @@ TEST_F(Prune, RemovesAVersionThatNoKNames) {
   const finished done = prune();
   EXPECT_EQ(done.status, 0);
   EXPECT_EQ(done.out,
-            "pruned: 1 files removed, 0 folders removed, 3 bytes removed; 1 files named by 1 K, 0 "
-            "files kept for their grace\n");
+            "pruned: 1 files removed, 0 folders removed, 3 bytes removed; 1 files listed by 1 K, 0 "
+            "files kept for the grace period\n");
   EXPECT_EQ(files(), std::vector<std::string>{"Wlan/a/2"});
 }
 
@@ -100,7 +100,7 @@ TEST_F(Prune, KeepsAFileForTheGraceSinceKDroppedIt) {
   publish_bytes("Wlan/a", "one");
   set_age("config/Wlan/a/1", 24h);
   publish_bytes("Wlan/a", "second");
-  EXPECT_NE(prune({}).out.find("1 files kept for their grace"), std::string::npos);
+  EXPECT_NE(prune({}).out.find("1 files kept for the grace period"), std::string::npos);
   EXPECT_EQ(files().size(), 2U);
 }
 
@@ -131,8 +131,8 @@ TEST_F(Prune, ChangesNothingInADryRun) {
   EXPECT_EQ(done.status, 0);
   EXPECT_EQ(done.out,
             "would remove config/Wlan/a/1, 3 bytes\n"
-            "would prune: 1 files removed, 0 folders removed, 3 bytes removed; 1 files named by 1 "
-            "K, 0 files kept for their grace\n");
+            "would prune: 1 files removed, 0 folders removed, 3 bytes removed; 1 files listed by 1 "
+            "K, 0 files kept for the grace period\n");
   EXPECT_EQ(snapshot(publication_), before);
 }
 
@@ -174,14 +174,14 @@ TEST_F(Prune, LeavesNamesOfAnotherFormAlone) {
   const finished done = prune();
   EXPECT_EQ(done.status, 0);
   EXPECT_EQ(done.err,
-            "zotconf: left alone: config/Nonsense\n"
-            "zotconf: left alone: config/README\n"
-            "zotconf: left alone: config/Wlan/README\n"
-            "zotconf: left alone: config/Wlan/a/.1.tmp\n"
-            "zotconf: left alone: config/Wlan/a/01\n"
-            "zotconf: left alone: config/Wlan/a/18446744073709551615\n"
-            "zotconf: left alone: config/Wlan/a/copy\n"
-            "zotconf: left alone: config/Wlan/a/folder\n");
+            "zotconf: skipped: config/Nonsense\n"
+            "zotconf: skipped: config/README\n"
+            "zotconf: skipped: config/Wlan/README\n"
+            "zotconf: skipped: config/Wlan/a/.1.tmp\n"
+            "zotconf: skipped: config/Wlan/a/01\n"
+            "zotconf: skipped: config/Wlan/a/18446744073709551615\n"
+            "zotconf: skipped: config/Wlan/a/copy\n"
+            "zotconf: skipped: config/Wlan/a/folder\n");
   EXPECT_EQ(files().size(), others.size() + 1);
   EXPECT_FALSE(holds("config/Wlan/a/1"));
 }
@@ -197,7 +197,7 @@ TEST_F(Prune, FollowsNoLink) {
   const finished done = prune();
   EXPECT_EQ(done.status, 0);
   for (const std::string name : {"config/Zone", "config/Wlan/b", "config/Wlan/a/7"}) {
-    EXPECT_NE(done.err.find("left alone: " + name + "\n"), std::string::npos) << done.err;
+    EXPECT_NE(done.err.find("skipped: " + name + "\n"), std::string::npos) << done.err;
     EXPECT_TRUE(holds(name)) << name;
   }
   EXPECT_EQ(tree(dir_ / "elsewhere"), (std::vector<std::string>{"1", "Wlan/a/1", "a/1"}));
@@ -207,7 +207,7 @@ TEST_F(Prune, LeavesALinkInThePlaceOfConfigAlone) {
   publish_twice();
   fs::rename(publication_ + "/config", dir_ / "elsewhere");
   fs::create_symlink(dir_ / "elsewhere", publication_ + "/config");
-  EXPECT_EQ(prune().err, "zotconf: left alone: config\n");
+  EXPECT_EQ(prune().err, "zotconf: skipped: config\n");
   EXPECT_EQ(tree(dir_ / "elsewhere").size(), 2U);
 }
 

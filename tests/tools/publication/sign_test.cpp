@@ -83,7 +83,7 @@ TEST_F(Sign, PublishingWithoutAKeyRemovesTheSignatureAndSaysSo) {
   const finished done = run();
   ASSERT_EQ(done.status, 0);
   EXPECT_FALSE(holds(signature_name));
-  EXPECT_NE(done.err.find("was signed, and this one is not"), std::string::npos);
+  EXPECT_NE(done.err.find("was signed, the new one is not"), std::string::npos);
 }
 
 TEST_F(Sign, AKeyThatCannotBeUsedWritesNothing) {
@@ -111,9 +111,9 @@ TEST_F(Sign, SignsEachKOfAFolderOnce) {
   ASSERT_EQ(publish_for("AABBCCDDEEFF").status, 0);
   const finished first = sign_as("publisher");
   EXPECT_EQ(first.status, 0) << first.err;
-  EXPECT_EQ(first.out, "signed: 2 K, 0 were signed already, 0 failed\n");
+  EXPECT_EQ(first.out, "signed: 2 K, 0 already signed, 0 failed\n");
   EXPECT_TRUE(is_accepted());
-  EXPECT_EQ(sign_as("publisher").out, "signed: 0 K, 2 were signed already, 0 failed\n");
+  EXPECT_EQ(sign_as("publisher").out, "signed: 0 K, 2 already signed, 0 failed\n");
 }
 
 TEST_F(Sign, SignsOneElementAlone) {

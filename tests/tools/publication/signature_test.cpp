@@ -102,13 +102,13 @@ TEST_F(Signature, IsRefusedWithTheKeyOfAnother) {
   authority_.issue("publisher");
   authority_.issue("other");
   EXPECT_EQ(why_not(authority_.certificate_of("publisher"), authority_.key_of("other")),
-            authority_.key_of("other") + ": the key is not that of the certificate");
+            authority_.key_of("other") + ": the key does not match the certificate");
 }
 
 TEST_F(Signature, IsRefusedWithoutCertificateOrKey) {
   authority_.issue("publisher");
   const std::string own_key = authority_.key_of("publisher");
-  EXPECT_NE(why_not(own_key, own_key).find(own_key + ": holds no certificate in PEM"),
+  EXPECT_NE(why_not(own_key, own_key).find(own_key + ": contains no PEM certificate"),
             std::string::npos);
   EXPECT_NE(why_not(authority_.certificate_of("publisher"), "/absent.key").find("/absent.key"),
             std::string::npos);

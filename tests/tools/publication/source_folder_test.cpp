@@ -76,12 +76,12 @@ INSTANTIATE_TEST_SUITE_P(
                     "has a key over 52 characters"},
         source_file{"KeyWithANewline", "Wlan/a\nb",
                     [](const std::string &path) { write_bytes(path, "a"); },
-                    "holds a control character"},
+                    "contains a control character"},
         source_file{"KeyThatIsNotUtf8", "Wlan/\xff",
                     [](const std::string &path) { write_bytes(path, "a"); }, "is not UTF-8"},
         source_file{"NestedFolder", "Wlan/a",
                     [](const std::string &path) { write_bytes(path + "/b", "a"); },
-                    "is a folder; keys are files"},
+                    "is a folder; a key must be a file"},
         source_file{"SymbolicLink", "Wlan/a",
                     [](const std::string &path) {
                       write_bytes(path + "-not-a-link", "a");
@@ -117,7 +117,7 @@ TEST_P(SourceLeavesOut, TheNameAndTellsIt) {
   write_bytes(dir / ("source/" + GetParam()), "");
   const finished done = publish(dir / "source", dir / "pub");
   EXPECT_EQ(done.status, 0);
-  EXPECT_EQ(done.err, "zotconf: left out: " + dir.path() + "/source/" + GetParam() + "\n");
+  EXPECT_EQ(done.err, "zotconf: skipped: " + dir.path() + "/source/" + GetParam() + "\n");
   EXPECT_EQ(tree(dir / "pub/config"), std::vector<std::string>{"Wlan/a/1"});
 }
 

@@ -29,7 +29,7 @@ class Selftest : public testing::Test {
     return run_zotconf(args, variables);
   }
 
-  // Puts a command in front of that of the machine, which works until it is run for the nth time.
+  // Replaces a command of the machine by one that fails at the nth call.
   [[nodiscard]] environment failing(const std::string &name, int nth) const {
     const std::string script = dir_ / "bin/" + name;
     write_bytes(script, "#!/bin/sh\necho >> '" + dir_ / "calls" + "'\n[ \"$(wc -l < '" +
@@ -46,7 +46,7 @@ class Selftest : public testing::Test {
     EXPECT_EQ(done.status, 1) << done.out;
     EXPECT_TRUE(has(done.out, "\n" + step + ": FAILED: ")) << done.out;
     EXPECT_TRUE(has(done.out, reason)) << done.out;
-    EXPECT_TRUE(has(done.out, "; the first that failed is " + step + "\n")) << done.out;
+    EXPECT_TRUE(has(done.out, "; first failed step: " + step + "\n")) << done.out;
     EXPECT_TRUE(has(done.err, "zotconf: selftest: failed step: " + step + "\n")) << done.err;
     expect_nothing_left();
   }
@@ -130,7 +130,7 @@ TEST_F(Selftest, NamesTheStepInWhichTheLibraryFails) {
     int nth;
     const char *step;
   };
-  // The first call is that of the step which tries the commands.
+  // The step that tests the commands makes the first call.
   for (const failure &each :
        {failure{"cp", 2, "first commit"}, failure{"tar", 2, "first commit"},
         failure{"tar", 3, "update"}, failure{"tar", 4, "rollback"},
@@ -147,7 +147,7 @@ TEST_F(Selftest, NamesAFolderThatNoShellTakes) {
   expect_failure(run(), "file system", "a shell interprets");
 }
 
-// A file system with so much room, mounted in a folder while it lives.
+// Mounts a file system of this size on a folder, for the lifetime of the object.
 class small_file_system {
  public:
   small_file_system(std::string folder, const std::string &size)

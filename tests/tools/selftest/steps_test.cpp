@@ -24,7 +24,7 @@ const step &step_named(std::string_view name) {
   throw std::runtime_error("no such step");
 }
 
-// Files of the processes that start while it lives have at most so many bytes.
+// Limits the file size of processes that start during the lifetime of the object.
 class file_size_limit {
  public:
   explicit file_size_limit(rlim_t bytes) {
@@ -52,7 +52,7 @@ class StepsOfSelftest : public testing::Test {
       each.run(on_);
     }
   }
-  // Why the step fails; empty when it passes.
+  // Returns why the step fails; empty if it passes.
   std::string failure_of(std::string_view name) {
     try {
       step_named(name).run(on_);

@@ -36,7 +36,7 @@ class HttpServer : public testing::Test {
   }
 
   [[nodiscard]] raw_client client() const { return raw_client(service_->port()); }
-  // How long a new client waits for its answer.
+  // Returns how long a new client waits for its response.
   [[nodiscard]] static clock::duration time_of_answer(std::uint16_t port) {
     const auto begin = clock::now();
     raw_client asking(port);
@@ -45,7 +45,7 @@ class HttpServer : public testing::Test {
     return clock::now() - begin;
   }
   [[nodiscard]] clock::duration time_of_answer() const { return time_of_answer(service_->port()); }
-  // Asks for an archive that is as long as the noise it holds and takes its time to be made.
+  // Requests an archive of incompressible data, which takes time to make.
   [[nodiscard]] raw_client client_for_archive() const {
     const std::string path = publication_ + "/config/Vlan/large/1";
     if (!exists(path)) {
@@ -57,7 +57,7 @@ class HttpServer : public testing::Test {
                 std::to_string(body.size()) + "\r\n\r\n" + body);
     return asking;
   }
-  // The line of the request that came so many requests after the first.
+  // Returns the log line of the nth request after the first.
   [[nodiscard]] json_value line(size_t number) const {
     const auto is_there = [&] { return count_of("\n", service_->output()) > number + 1; };
     wait_until(is_there, "a line of the log");
@@ -74,7 +74,7 @@ class HttpServer : public testing::Test {
   std::unique_ptr<serving> service_;
 };
 
-// Lets this process have as many descriptors as it may. False where that is not enough.
+// Raises the descriptor limit of this process. Returns false if it stays too low.
 bool may_open(rlim_t descriptors) {
   rlimit limit{};
   ::getrlimit(RLIMIT_NOFILE, &limit);

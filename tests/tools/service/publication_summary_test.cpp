@@ -94,7 +94,7 @@ TEST_F(PublicationSummary, TellsFilesThatAreMissingOrWrong) {
   EXPECT_EQ(seen["look"]["problems"].number(), 0);
 }
 
-// What the page says of the status of an element is what an element has.
+// The page must show the status that an element really gets.
 TEST_F(PublicationSummary, ForetellsTheStatusOfAnElement) {
   struct damage {
     std::string path;

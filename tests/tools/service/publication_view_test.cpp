@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 const std::string k_path = "file/knowledge/AP/001122334455/latest/001122334455.k";
 const std::string file_path = "config/Wlan/a/1";
 
-// Looks so often that a test sees it.
+// Scans often enough for a test.
 constexpr zotconf::look_rhythm quick{.between_looks = 10ms,
                                      .between_checks = 10ms,
                                      .between_checks_of_problems = 10ms,
@@ -37,7 +37,7 @@ class PublicationView : public testing::Test {
       throw std::runtime_error("publish failed");
     }
   }
-  // The one publication, as soon as it is as awaited.
+  // Waits until the only publication meets the condition, and returns it.
   template <class Condition>
   static zotconf::publication_view::row row_when(zotconf::publication_view &view, Condition holds) {
     zotconf::publication_view::row row;

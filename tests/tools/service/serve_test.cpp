@@ -43,7 +43,7 @@ class Serve : public testing::Test {
   [[nodiscard]] httplib::Result post(const std::string &body) const {
     return client().Post("/tgz", body, "application/json");
   }
-  // Unpacks with the system's tar. Returns the names below the folder "unpacked".
+  // Unpacks with the tar of the system. Returns the names in the folder "unpacked".
   [[nodiscard]] std::vector<std::string> unpack(const std::string &archive) const {
     write_bytes(dir_ / "gpb.tgz", archive);
     std::filesystem::create_directories(dir_ / "unpacked");
@@ -198,7 +198,8 @@ TEST_F(Serve, PacksTenThousandFiles) {
   EXPECT_TRUE(read_bytes(dir_ / "one").starts_with("version 9999 x"));
 }
 
-// The line is written after the answer has left, so a client may be ahead of it.
+// The service logs after it has sent the response, so the client may continue before the line is
+// written.
 std::string wait_for_lines(const serving &service, long lines) {
   std::string output = service.output();
   for (int tries = 0; tries < 400 && std::ranges::count(output, '\n') < lines; ++tries) {
@@ -301,8 +302,8 @@ TEST_F(Serve, FailsOnAPortThatIsTakenAndSaysWhatHelps) {
   const finished second = run_zotconf({"serve", publication_, "--port", port});
   EXPECT_EQ(second.status, 1);
   EXPECT_EQ(second.err, "zotconf: cannot listen on 127.0.0.1:" + port +
-                            ": Address already in use (another program listens there; --port 0 "
-                            "picks a free port)\n");
+                            ": Address already in use (another program uses this port; --port 0 "
+                            "picks a free one)\n");
 }
 
 TEST_F(Serve, FailsOnAnAddressThatIsNotOfThisMachine) {
@@ -311,7 +312,7 @@ TEST_F(Serve, FailsOnAnAddressThatIsNotOfThisMachine) {
     EXPECT_EQ(failed.status, 1) << address;
     EXPECT_TRUE(failed.err.starts_with("zotconf: cannot listen on " + address + ":0: "))
         << failed.err;
-    EXPECT_NE(failed.err.find("--bind takes an address of this machine"), std::string::npos)
+    EXPECT_NE(failed.err.find("--bind needs an address of this machine"), std::string::npos)
         << failed.err;
   }
 }
@@ -359,7 +360,7 @@ TEST(ServeFolder, IsRefusedWhenItIsNoPublication) {
     const finished failed = run_zotconf({"serve", dir / name, "--port", "0"});
     EXPECT_EQ(failed.status, 1) << name;
     EXPECT_EQ(failed.out, "") << name;
-    EXPECT_NE(failed.err.find("is not a publication folder"), std::string::npos) << failed.err;
+    EXPECT_NE(failed.err.find("not a publication folder"), std::string::npos) << failed.err;
     EXPECT_NE(failed.err.find("zotconf publish"), std::string::npos) << failed.err;
   }
 }

@@ -178,7 +178,7 @@ async function fill_details(body, element) {
     const answer = await fetch(`element.json?${query}`, {cache: "no-store", signal: AbortSignal.timeout(patience_ms)});
     content = answer.ok ? details_content(await answer.json()) : ["This element is not published any more."];
   } catch {
-    content = ["The service does not answer."];
+    content = ["The service does not respond."];
   }
   body.querySelector(".more > td > div")?.replaceChildren(...content);
 }
@@ -189,7 +189,7 @@ function set_open(body, element, open) {
   body.querySelector("button").setAttribute("aria-expanded", String(open));
   body.querySelector(".more")?.remove();
   if (!open) return;
-  body.append(wide_row("more", make("p", "quiet", "Asking the service.")));
+  body.append(wide_row("more", make("p", "quiet", "Loading.")));
   fill_details(body, element);
 }
 
@@ -343,12 +343,12 @@ async function ask() {
     await take(answer, address);
     if (up_since_ms !== 0) show_uptime();
     by_id("updated").replaceChildren("as of ", time_node(new Date().toISOString()));
-    tell("The service answers.", "good");
+    tell("The service responds.", "good");
   } catch {
     if (mine !== question) return;
     last = {address: "", tag: ""};
     pause = every_ms;
-    tell("The service does not answer. What is shown is its last answer.", "bad");
+    tell("The service does not respond. This page shows its last response.", "bad");
   } finally {
     clearTimeout(bell);
   }
@@ -360,7 +360,7 @@ async function take(answer, address) {
   if (answer.status === 304) return;
   const status = await answer.json();
   if (answer.status === 400) {
-    put_text("refusal", `The service refuses this: ${status.error}.`);
+    put_text("refusal", `The service rejects this request: ${status.error}.`);
     return;
   }
   if (!answer.ok) throw new Error(`status ${answer.status}`);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/output/unsaid.hpp"
+#include "tools/output/hint.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,29 +11,29 @@ namespace {
 const std::string answered = "unable to get K from \"http://h/k\", http return code = 200";
 const std::string not_asked = "unable to get K from \"http://h/k\", http return code = 0";
 
-TEST(Unsaid, IsThatAnAnswerCouldNotBeStored) {
+TEST(Hint, IsThatAnAnswerCouldNotBeStored) {
   const zot::test::temp_dir dir;
-  EXPECT_EQ(unsaid_of(answered, dir.path()),
-            "the service answered, but its answer could not be stored in " + dir.path() +
-                ": it was empty, or another program removed files there meanwhile");
+  EXPECT_EQ(hint_of(answered, dir.path()),
+            "the service responded, but the response could not be stored in " + dir.path() +
+                ": the response was empty, or another program removed files there");
 }
 
-TEST(Unsaid, NamesAFolderThatIsGone) {
+TEST(Hint, NamesAFolderThatIsGone) {
   const zot::test::temp_dir dir;
-  EXPECT_EQ(unsaid_of(answered, dir / "gone"),
-            "the service answered, but its answer could not be stored in " + (dir / "gone") +
+  EXPECT_EQ(hint_of(answered, dir / "gone"),
+            "the service responded, but the response could not be stored in " + (dir / "gone") +
                 ": No such file or directory");
-  EXPECT_EQ(unsaid_of(not_asked, dir / "gone"),
-            "the service was not asked: its answer could not be stored in " + (dir / "gone") +
+  EXPECT_EQ(hint_of(not_asked, dir / "gone"),
+            "no request was sent: the response could not be stored in " + (dir / "gone") +
                 ": No such file or directory");
 }
 
-TEST(Unsaid, IsNothingWhereTheTextSaysItAll) {
+TEST(Hint, IsNothingWhereTheTextSaysItAll) {
   const zot::test::temp_dir dir;
   for (const char *const text : {"", "unable to get K from \"http://h/k\", http return code = 404",
                                  "unable to get K from \"http://h/k\", http return code = 500",
                                  "curl error get K from \"http://h/k\": timeout(5)"}) {
-    EXPECT_EQ(unsaid_of(text, dir.path()), "") << text;
+    EXPECT_EQ(hint_of(text, dir.path()), "") << text;
   }
 }
 

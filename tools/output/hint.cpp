@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/output/unsaid.hpp"
+#include "tools/output/hint.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,8 +15,8 @@ namespace {
 constexpr std::string_view before_file = "http return code = 0";
 constexpr std::string_view after_answer = "http return code = 200";
 
-// Whether the file is another user's and has to stay: in a folder with the sticky bit only the
-// owner of a file replaces it.
+// Whether the file belongs to another user and cannot be replaced: in a folder with the sticky bit,
+// only the owner of a file or of the folder can replace it.
 bool stays(const std::filesystem::path &folder, const char *name) {
   const uid_t user = ::geteuid();
   struct stat at {};
@@ -26,7 +26,7 @@ bool stays(const std::filesystem::path &folder, const char *name) {
   return ::lstat((folder / name).c_str(), &at) == 0 && at.st_uid != user;
 }
 
-// What keeps a file out of a folder now; empty when nothing does.
+// Why the file cannot be written to the folder now; empty if it can.
 std::string obstacle_to(const std::filesystem::path &folder, const char *name) {
   if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
     return std::strerror(errno);
@@ -39,29 +39,29 @@ std::string obstacle_to(const std::filesystem::path &folder, const char *name) {
     return "its file system is full";
   }
   if (found.f_files != 0 && found.f_favail == 0) {
-    return "its file system has no inode left";
+    return "its file system has no free inode";
   }
-  return stays(folder, name) ? std::string(name) + " there belongs to another user" : "";
+  return stays(folder, name) ? std::string(name) + " in it belongs to another user" : "";
 }
 
 }  // namespace
 
-std::string unsaid_of(std::string_view text, const std::filesystem::path &folder) {
+std::string hint_of(std::string_view text, const std::filesystem::path &folder) {
   const bool is_answered = text.ends_with(after_answer);
   if (!is_answered && !text.ends_with(before_file)) {
     return "";
   }
   const std::string begin = is_answered
-                                ? "the service answered, but its answer could not be stored in "
-                                : "the service was not asked: its answer could not be stored in ";
+                                ? "the service responded, but the response could not be stored in "
+                                : "no request was sent: the response could not be stored in ";
   const bool is_checksum = text.find(" K.checksum from ") != std::string_view::npos;
   const std::string obstacle = obstacle_to(folder, is_checksum ? "subsys.checksum" : "subsys.k");
   if (!obstacle.empty()) {
     return begin + folder.string() + ": " + obstacle;
   }
   return begin + folder.string() +
-         (is_answered ? ": it was empty, or another program removed files there meanwhile"
-                      : ", which is in order now");
+         (is_answered ? ": the response was empty, or another program removed files there"
+                      : ", but the cause no longer exists");
 }
 
 }  // namespace zotconf

@@ -34,7 +34,7 @@ TEST_F(NewElement, IsNamedBesideTheErrorThatTheLibraryLogs) {
   EXPECT_EQ(done.status, 0);
   EXPECT_EQ(done.err,
             "[zot_priv_verify_k_file] [zot_priv_verify_k_file]: No such file or directory\n"
-            "zotconf: that is the K in force: " +
+            "zotconf: this K is the one in force: " +
                 nothing_yet + "\n");
   EXPECT_EQ(run({"cycle", "--index", index_, "--log-level", "error"}).err, "");
 }
@@ -56,7 +56,7 @@ TEST_F(NewElement, IsNotNamedOnceItHasAConfiguration) {
 
 TEST_F(NewElement, IsNamedByEveryCommandThatLooksAtIt) {
   EXPECT_TRUE(has(run({"status"}).out, "nothing is in force, " + nothing_yet + "\n"));
-  EXPECT_TRUE(run({"verify"}).err.starts_with("zotconf: " + nothing_yet + ": nothing lies in "));
+  EXPECT_TRUE(run({"verify"}).err.starts_with("zotconf: " + nothing_yet + ": no K in "));
   background running({"watch", "--index", index_, "--apply", "true"}, variables());
   running.wait_for("starting: AP 001122334455, every 30s: " + nothing_yet + "\n");
   running.send(SIGTERM);
@@ -98,7 +98,8 @@ class LostAnswer : public CachedElement {
     return run_zotconf(args, at_service());
   }
   [[nodiscard]] std::string explained() const {
-    return "http return code = 200 (-1): the service answered, but its answer could not be stored "
+    return "http return code = 200 (-1): the service responded, but the response could not be "
+           "stored "
            "in " +
            (dir_ / "device/tmp/zot");
   }
@@ -120,8 +121,8 @@ TEST_F(LostAnswer, IsExplainedByTheFolderThatIsGone) {
 
 TEST_F(LostAnswer, IsExplainedWhenTheFolderIsInOrder) {
   answer_ = "";
-  EXPECT_TRUE(has(get().err, explained() + ": it was empty, or another program removed files there "
-                                           "meanwhile"));
+  EXPECT_TRUE(has(
+      get().err, explained() + ": the response was empty, or another program removed files there"));
 }
 
 TEST_F(LostAnswer, KeepsTheTextOfTheLibraryInJson) {
@@ -133,7 +134,7 @@ TEST_F(LostAnswer, KeepsTheTextOfTheLibraryInJson) {
 TEST_F(LostAnswer, IsExplainedByWatch) {
   answer_ = "";
   background running({"watch", "--index", index_, "--apply", "true"}, at_service());
-  running.wait_for("http return code = 200: the service answered, but its answer could not be");
+  running.wait_for("http return code = 200: the service responded, but the response could not be");
   running.send(SIGTERM);
   EXPECT_EQ(running.wait(), 0);
 }
@@ -153,7 +154,7 @@ TEST_F(LostAnswer, IsExplainedByTheFileOfAnotherUser) {
     fs::permissions(entry.path(), fs::perms::all);
   }
   const finished done = run_zotconf_as_user({"cycle", "--index", index_}, at_service());
-  EXPECT_TRUE(has(done.err, explained() + ": subsys.checksum there belongs to another user"))
+  EXPECT_TRUE(has(done.err, explained() + ": subsys.checksum in it belongs to another user"))
       << done.err;
 }
 
