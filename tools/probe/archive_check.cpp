@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "tools/files/archive_reader.hpp"
+#include "tools/probe/stop_request.hpp"
 
 namespace zotconf {
 namespace {
@@ -99,6 +100,7 @@ void expect_archive(const fs::path &archive, std::span<const listed_file> files,
   }
   unpack(archive, wanted);
   for (const listed_file &file : files) {
+    stop_request::expect_none();
     if (const auto wrong = check_file(file, folder)) {
       throw std::runtime_error(path_of(file, "").string() +
                                " is not the file that K states: " + described(*wrong));

@@ -103,9 +103,7 @@ std::string problem_of(const curl_owner &curl, CURLcode result, const answer_sin
 
 reply perform(const curl_owner &curl, const answer_sink &sink, const std::string &late) {
   const CURLcode result = curl_easy_perform(curl.get());
-  if (stop_request::has_come()) {
-    throw stopped_by_signal();
-  }
+  stop_request::expect_none();
   reply came;
   curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &came.status);
   came.wrong = problem_of(curl, result, sink, came.status, late);
@@ -183,9 +181,7 @@ raw_connection service_client::connect() const {
   curl_owner curl = prepared("/");
   set(curl, CURLOPT_CONNECT_ONLY, 1L);
   const CURLcode result = curl_easy_perform(curl.get());
-  if (stop_request::has_come()) {
-    throw stopped_by_signal();
-  }
+  stop_request::expect_none();
   if (result != CURLE_OK) {
     throw std::runtime_error(std::string("no connection: ") + curl_easy_strerror(result));
   }

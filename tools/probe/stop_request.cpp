@@ -37,4 +37,10 @@ bool stop_request::has_come() {
   return stop_has_come != 0;
 }
 
+void stop_request::expect_none() {
+  if (has_come()) {
+    throw stopped_by_signal();
+  }
+}
+
 }  // namespace zotconf

@@ -24,6 +24,8 @@ class stop_request {
   ~stop_request();
 
   [[nodiscard]] static bool has_come();
+  // Throws stopped_by_signal.
+  static void expect_none();
 
  private:
   std::array<struct sigaction, 2> before_{};
