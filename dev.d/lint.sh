@@ -42,7 +42,7 @@ readonly layers_of_tools=(
   '^tools/(output|files)/'
   ^tools/model/
   ^tools/publication/
-  '^tools/(cache|service|element|reference)/'
+  '^tools/(cache|service|element|probe|reference)/'
   ^tools/selftest/
   ^tools/cli/
   ^tools/manual/

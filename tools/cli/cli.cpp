@@ -99,6 +99,7 @@ void add_all_commands(command_line &line) {
   add_cache_commands(line);
   add_look_commands(line);
   add_reference_commands(line);
+  add_probe_command(line);
   add_selftest_command(line);
 }
 

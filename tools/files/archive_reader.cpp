@@ -4,6 +4,7 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -54,6 +55,30 @@ bool is_plain_file(archive_entry *entry) {
   return archive_entry_filetype(entry) == AE_IFREG && archive_entry_hardlink(entry) == nullptr;
 }
 
+member_kind kind_of(archive_entry *entry) {
+  if (is_plain_file(entry)) {
+    return member_kind::file;
+  }
+  return archive_entry_filetype(entry) == AE_IFDIR ? member_kind::folder : member_kind::other;
+}
+
+archive_member described(archive_entry *entry) {
+  const char *const name = archive_entry_pathname(entry);
+  return {.name = name != nullptr ? name : "",
+          .kind = kind_of(entry),
+          .has_set_id = (archive_entry_perm(entry) & (S_ISUID | S_ISGID)) != 0};
+}
+
+// The next member, or null at the end.
+archive_entry *next_member(struct archive *reader) {
+  archive_entry *entry = nullptr;
+  const int status = archive_read_next_header(reader, &entry);
+  if (status != ARCHIVE_EOF && status < ARCHIVE_WARN) {
+    refuse(reader);
+  }
+  return status != ARCHIVE_EOF ? entry : nullptr;
+}
+
 void take(struct archive *reader, const wanted_member &member) {
   constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
   zot::descriptor file(::open(member.to.c_str(), flags, 0644));
@@ -81,17 +106,25 @@ void take(struct archive *reader, const wanted_member &member) {
 
 }  // namespace
 
+std::vector<archive_member> members_of(const fs::path &archive, uint64_t longest) {
+  const reader_owner reader = open_archive(archive);
+  // A tar archive without compression is accepted too when it is opened.
+  if (archive_filter_code(reader.get(), 0) != ARCHIVE_FILTER_GZIP) {
+    throw std::runtime_error("cannot read the archive: it is not compressed with gzip");
+  }
+  std::vector<archive_member> members;
+  while (archive_entry *const entry = next_member(reader.get())) {
+    members.push_back(described(entry));
+    if (archive_entry_size(entry) > static_cast<la_int64_t>(longest)) {
+      throw std::runtime_error(members.back().name + " is larger than the whole archive may be");
+    }
+  }
+  return members;
+}
+
 void unpack(const fs::path &archive, const std::map<std::string, wanted_member> &wanted) {
   const reader_owner reader = open_archive(archive);
-  archive_entry *entry = nullptr;
-  for (;;) {
-    const int status = archive_read_next_header(reader.get(), &entry);
-    if (status == ARCHIVE_EOF) {
-      return;
-    }
-    if (status < ARCHIVE_WARN) {
-      refuse(reader.get());
-    }
+  while (archive_entry *const entry = next_member(reader.get())) {
     const auto member = wanted.find(name_of(entry));
     if (member != wanted.end() && is_plain_file(entry)) {
       take(reader.get(), member->second);

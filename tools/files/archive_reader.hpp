@@ -1,14 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
-// Extracts the wanted files from a gzip-compressed tar archive and nothing else.
+// Lists the members of a gzip-compressed tar archive, and extracts the wanted files and nothing
+// else.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "tools/files/file_io.hpp"
 
 namespace zotconf {
+
+enum class member_kind { file, folder, other };
+
+struct archive_member {
+  std::string name;  // as the archive states it
+  member_kind kind = member_kind::file;
+  bool has_set_id = false;  // a set-user-ID or set-group-ID bit
+};
+
+// Reads the archive to its end. Throws std::runtime_error when it is damaged, is not compressed
+// with gzip, or has a member of more than `longest` bytes.
+std::vector<archive_member> members_of(const fs::path &archive, uint64_t longest);
 
 // A file to extract from the archive.
 struct wanted_member {

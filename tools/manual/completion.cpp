@@ -14,7 +14,7 @@ struct value_rule {
   std::string_view words;  // "@dir", "@file", "@categories", "@command", or the words themselves
 };
 
-constexpr std::array<value_rule, 19> value_rules = {{
+constexpr std::array<value_rule, 20> value_rules = {{
     {"--out", "@dir"},
     {"--dir", "@dir"},
     {"--apply", "@command"},
@@ -33,6 +33,7 @@ constexpr std::array<value_rule, 19> value_rules = {{
     {"--pid-file", "@file"},
     {"--log", "@file"},
     {"--timeout", "0 5 30"},
+    {"--polls", "20 1000"},
     {"--timeout-gpb", "0 30"},
 }};
 

@@ -88,6 +88,7 @@ TEST_F(JsonDocument, TellsEveryKeyOfEveryCommand) {
       {"cycle", "--index", index_, "--commit"},
       {"cycle", "--index", "unknown"},
       {"selftest"},
+      {"probe", "http://127.0.0.1:" + std::to_string(service_->port()), "--index", "unknown"},
   };
   for (std::vector<std::string> command : commands) {
     command.emplace_back("--json");

@@ -87,5 +87,28 @@ TEST_F(Unpack, RefusesATruncatedArchive) {
   EXPECT_THROW(zotconf::unpack(archive_, wanted_), std::runtime_error);
 }
 
+TEST_F(Unpack, ListsTheMembersOfAnArchive) {
+  std::filesystem::create_symlink("/etc/passwd", dir_ / "pack/link");
+  std::filesystem::permissions(dir_ / "pack/config/Wlan/a/1", std::filesystem::perms(04644));
+  pack("config/Wlan/a link");
+  using zotconf::member_kind;
+  const auto members = zotconf::members_of(archive_, 6);
+  ASSERT_EQ(members.size(), 3U);
+  EXPECT_EQ(members[0].name, "config/Wlan/a/");
+  EXPECT_EQ(members[0].kind, member_kind::folder);
+  EXPECT_EQ(members[1].name, "config/Wlan/a/1");
+  EXPECT_EQ(members[1].kind, member_kind::file);
+  EXPECT_TRUE(members[1].has_set_id);
+  EXPECT_EQ(members[2].kind, member_kind::other);
+  EXPECT_FALSE(members[2].has_set_id);
+}
+
+TEST_F(Unpack, ListsNoMembersOfWhatIsTooLargeOrNotGzip) {
+  pack("config");
+  EXPECT_THROW(zotconf::members_of(archive_, 5), std::runtime_error);
+  ASSERT_EQ(std::system(("gunzip -S .tgz '" + archive_ + "'").c_str()), 0);
+  EXPECT_THROW(zotconf::members_of(dir_ / "files", 6), std::runtime_error);
+}
+
 }  // namespace
 }  // namespace zot::test

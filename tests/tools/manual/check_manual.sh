@@ -54,6 +54,7 @@ expect --cluster zotconf publish --clu
 expect --max-removed zotconf publish --max
 expect --grace zotconf prune --gr
 expect 24h zotconf prune --grace 2
+expect --polls zotconf probe --pol
 expect DP zotconf cycle --subsys D
 expect WlanGroup zotconf cycle --categories WlanG
 expect refused zotconf show ref
