@@ -167,7 +167,8 @@ TEST_F(HttpServer, StopsAtOnceWithEveryKindOfClient) {
   (void)time_of_answer();
   const auto begin = clock::now();
   EXPECT_EQ(service_->stop(SIGTERM), 0);
-  EXPECT_LT(clock::now() - begin, 2s);
+  // Idle connections end after 5 seconds even without a stop.
+  EXPECT_LT(clock::now() - begin, 4s);
 }
 
 TEST_F(HttpServer, AnswersSeveralRequestsOverOneConnectionAndEndsItWhenItIsIdle) {
