@@ -22,7 +22,7 @@ const command_text status_text = {
 
 const command_text verify_text = {
     .name = "verify",
-    .summary = "Check every file of the cache and repair bad ones",
+    .summary = "Check every file of the cache, and repair bad ones on request",
     .about =
         "Compares each K (knowledge file) with its checksum file and checks its content.\n"
         "Compares each file of the configuration in force and of the scratch area with its K.\n"

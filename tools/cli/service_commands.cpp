@@ -53,8 +53,8 @@ const command_text prune_text = {
         "replaced still requests its files, so they stay for the grace period. Durations are\n"
         "500ms, 30s, 5m or 1h.\n\n"
         "Waits for a running publisher, and blocks new ones. The service keeps running. If a K\n"
-        "cannot be read or is damaged, nothing is removed. Files with a name other than\n"
-        "config/<Category>/<key>/<version> are skipped and listed; symbolic links are not\n"
+        "cannot be read or is damaged, nothing is removed. Anything other than\n"
+        "config/<Category>/<key>/<version> is skipped and listed. Symbolic links are not\n"
         "followed.",
     .examples =
         "zotconf prune pub --dry-run\n"

@@ -4,7 +4,7 @@ const patience_ms = 5000;
 const typing_ms = 150;
 const by_id = id => document.getElementById(id);
 
-// Whatever comes from outside becomes text, never markup.
+// Data from outside is inserted as text, never as markup.
 function make(tag, kind, ...content) {
   const node = document.createElement(tag);
   if (kind) node.className = kind;
@@ -49,7 +49,7 @@ function put_text(id, text) {
   if (node.textContent !== text) node.textContent = text;
 }
 
-// Nodes whose data has not changed stay, with their focus and selection.
+// Nodes with unchanged data stay, so that they keep focus and selection.
 const shown = new Map();
 function changed(name, data) {
   const text = JSON.stringify(data);
@@ -58,7 +58,7 @@ function changed(name, data) {
   return differs;
 }
 
-// What the reader looks at. It is kept in the address, so that it can be loaded again and passed on.
+// The current view. It is part of the address, so that it survives a reload and can be shared.
 const defaults = {filter: "", state: "all", fetch: "all", page: "1", size: "50"};
 const wanted = {...defaults, ...Object.fromEntries(
   [...new URLSearchParams(location.search)].filter(([name]) => name in defaults))};
@@ -295,7 +295,7 @@ function show_requests(requests, total) {
   if (changed("requests", requests)) by_id("request-rows").replaceChildren(...requests.map(request_row));
 }
 
-// An answer without news does not say how long the service is up.
+// A 304 response has no uptime, so the page counts it.
 let up_since_ms = 0;
 const show_uptime = () => put_text("uptime", span_text(Math.floor((performance.now() - up_since_ms) / 1000)));
 
@@ -317,14 +317,14 @@ function show(status) {
   put_text("since", since_text(status.fetches));
 }
 
-// The state is told when it changes, not every two seconds.
+// A screen reader announces the state only when it changes, not every two seconds.
 function tell(text, kind) {
   put_text("state", text);
   by_id("state").className = `mark ${kind}`;
   document.body.classList.toggle("stale", kind === "bad");
 }
 
-// One question at a time: a new one ends the one before it.
+// One request at a time: a new request aborts the previous one.
 let question = null;
 let timer = 0;
 let last = {address: "", tag: ""};
