@@ -23,6 +23,7 @@ readonly check_packages=(
   libcpp-httplib-dev
   libgtest-dev
   mandoc
+  mount
   openssl
   shellcheck)
 

@@ -9,6 +9,7 @@
 
 #include "tools/element/apply.hpp"
 #include "tools/element/cycle_report.hpp"
+#include "tools/element/foreign.hpp"
 #include "tools/element/running_command.hpp"
 #include "tools/output/environment.hpp"
 #include "tools/output/error_text.hpp"
@@ -44,6 +45,7 @@ command_end ask_command(const cycle_options &chosen, const entries &list,
 
 int carry_out(handle &element_handle, verdict decided, cycle_report &report) {
   if (decided == verdict::none) {
+    report.tell_undecided();
     return exit_success;
   }
   const bool accepted = decided == verdict::commit;
@@ -111,6 +113,7 @@ int run_cycle(const cycle_options &chosen, const console &where, cycle_report &r
     report.tell_no_handle(reason);
     return exit_failure;
   }
+  warn_of_foreign_owner(*client->c_handle(), where.err());
   const entries list =
       client->get(category_set(chosen.categories), static_cast<change>(chosen.want));
   verified.clear();
@@ -122,6 +125,10 @@ int run_cycle(const cycle_options &chosen, const console &where, cycle_report &r
     }
   }
   const bool is_new = client->is_new();
+  warn_of_foreign_configuration(*client->c_handle(), ZOT_SLOT_CURRENT, chosen.index, where.err());
+  if (is_new) {
+    warn_of_foreign_configuration(*client->c_handle(), ZOT_SLOT_TMP, chosen.index, where.err());
+  }
   const outcome &found = outcome_of(list, is_new, chosen);
   const auto from = client->metadata_of(is_new ? generation::fetched : generation::current);
   report.tell_metadata(from);

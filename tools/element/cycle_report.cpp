@@ -112,6 +112,12 @@ void cycle_report::tell_verdict(std::string_view key, std::string_view words) {
   }
 }
 
+void cycle_report::tell_undecided() {
+  if (!where_.is_json()) {
+    where_.out() << "neither committed nor rolled back (see --commit, --roll-back and --apply)\n";
+  }
+}
+
 void cycle_report::tell_failure(std::string_view what, const status &found,
                                 const std::string &hint) {
   tell_error(where_.err(),

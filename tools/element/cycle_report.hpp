@@ -32,6 +32,8 @@ class cycle_report {
   void tell_metadata(const std::optional<metadata> &from);
   void tell_apply(const std::string &end);
   void tell_verdict(std::string_view key, std::string_view words);
+  // Reports that a new configuration waits for a commit or rollback.
+  void tell_undecided();
   // Reports a failed call; `what` names it, and `hint` adds what its text lacks.
   void tell_failure(std::string_view what, const status &found, const std::string &hint = "");
   // Reports that no handle was created; there is no status in this case.

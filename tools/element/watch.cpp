@@ -12,6 +12,7 @@
 #include "tools/element/apply.hpp"
 #include "tools/element/backoff.hpp"
 #include "tools/element/cycle_report.hpp"
+#include "tools/element/foreign.hpp"
 #include "tools/element/notify.hpp"
 #include "tools/element/running_command.hpp"
 #include "tools/element/wake_up.hpp"
@@ -44,6 +45,7 @@ class watcher {
   watcher(const watch_options &options, handle &element, const console &where)
       : options_(options),
         element_(element),
+        where_(where),
         reporter_(where, manager_),
         backoff_(options.backoff_min, options.backoff_max, std::random_device()()) {}
 
@@ -176,6 +178,10 @@ class watcher {
       return carry_out();
     }
     decided_.reset();
+    for (const int slot : {ZOT_SLOT_CURRENT, ZOT_SLOT_TMP}) {
+      warn_of_foreign_configuration(*element_.c_handle(), slot, options_.element.index,
+                                    where_.err());
+    }
     const auto from = element_.metadata_of(generation::fetched);
     std::optional<command_end> end;
     try {
@@ -321,6 +327,7 @@ class watcher {
 
   const watch_options &options_;
   handle &element_;
+  const console &where_;
   wake_up wake_;
   notifier manager_;
   watch_reporter reporter_;
@@ -343,6 +350,7 @@ int run_watch(const watch_options &options, const console &where) {
     tell_no_handle_to(where.err(), reason);
     return exit_failure;
   }
+  warn_of_foreign_owner(*element->c_handle(), where.err());
   watcher(options, *element, where).run();
   return exit_success;
 }

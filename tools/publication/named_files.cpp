@@ -29,6 +29,14 @@ void check_announced(const fs::path &k, const std::string &bytes) {
   }
 }
 
+// What it announced is lost, and with it the names of files that elements may still request.
+void check_announces_something(fs::path announcement) {
+  const fs::path &k = announcement.replace_extension(".k");
+  if (!is_there(k)) {
+    throw refusal(k, "is missing, but its checksum file is there");
+  }
+}
+
 void add_names(const fs::path &k, named_files &into) {
   const std::string bytes = read_file_text(k);
   check_announced(k, bytes);
@@ -54,7 +62,13 @@ void add_entry(const fs::directory_entry &entry, named_files &into) {
   if (fs::is_symlink(status)) {
     throw refusal(entry.path(), "is a symbolic link");
   }
-  if (fs::is_directory(status) || entry.path().extension() != ".k") {
+  if (fs::is_directory(status)) {
+    return;
+  }
+  if (entry.path().extension() == ".checksum") {
+    return check_announces_something(entry.path());
+  }
+  if (entry.path().extension() != ".k") {
     return;
   }
   if (!fs::is_regular_file(status)) {

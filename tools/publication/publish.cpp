@@ -183,6 +183,15 @@ outcome settle(const publication_store &store, const element &who, const manifes
   return {.result = "unchanged", .is_signed = signs || signature};
 }
 
+// An element compares the version of a file only within one cluster.
+void warn_of_other_cluster(const manifest &previous, const publish_options &options,
+                           std::ostream &err) {
+  if (!previous.cluster.empty() && previous.cluster != options.cluster) {
+    tell_warning(err, "the cluster changes from \"" + previous.cluster + "\" to \"" +
+                          options.cluster + "\": elements mark every entry as modified");
+  }
+}
+
 source_files read_source(const publish_options &options, const console &where) {
   check_apart(options.source, options.publication);
   source_files source = scan_source(options.source, where);
@@ -206,6 +215,7 @@ void publish(const publish_options &options, const console &where) {
   publication_store store(options.publication);
   options.dry_run ? store.lock_to_read() : store.lock();
   const manifest previous = read_previous(store, who, where.err());
+  warn_of_other_cluster(previous, options, where.err());
   plan planned = make_plan(store, previous,
                            {.cluster = options.cluster,
                             .config_id = options.config_id,

@@ -68,6 +68,10 @@ certificate_chain read_certificates(const fs::path &path) {
 }
 
 private_key read_key(const std::string &key) {
+  // OpenSSL takes the name of a missing file for a URI of an unknown scheme.
+  if (key.find(':') == std::string::npos && !is_there(key)) {
+    throw std::runtime_error("cannot open the key " + key + ": no such file");
+  }
   const key_store store(
       ::OSSL_STORE_open(key.c_str(), ::UI_get_default_method(), nullptr, nullptr, nullptr));
   if (store == nullptr || ::OSSL_STORE_expect(store.get(), OSSL_STORE_INFO_PKEY) != 1) {
@@ -86,9 +90,16 @@ private_key read_key(const std::string &key) {
 // Rejects a key here that a verifier of the signature would reject.
 void check_signing_certificate(X509 *own, const fs::path &path) {
   const bool states_usage = (::X509_get_extension_flags(own) & EXFLAG_KUSAGE) != 0;
-  if (!states_usage || (::X509_get_key_usage(own) & KU_DIGITAL_SIGNATURE) == 0) {
+  if (!states_usage) {
+    throw std::runtime_error(path.string() +
+                             ": the certificate states no key usage; it needs digitalSignature");
+  }
+  if ((::X509_get_key_usage(own) & KU_DIGITAL_SIGNATURE) == 0) {
     throw std::runtime_error(path.string() +
                              ": the certificate's key usage does not allow digital signatures");
+  }
+  if (::X509_cmp_current_time(::X509_get0_notAfter(own)) <= 0) {
+    throw std::runtime_error(path.string() + ": the certificate has expired");
   }
 }
 

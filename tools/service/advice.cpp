@@ -76,10 +76,9 @@ std::string publish_command(const publication_summary &summary, const fs::path &
   return command;
 }
 
-std::string permission_command(const publication_summary &summary, const fs::path &folder) {
-  const auto unreadable =
-      std::ranges::find(summary.faults, file_fault_kind::unreadable, &file_fault::kind);
-  return "chmod a+r -- " + shell_word((folder / unreadable->path).string());
+// A folder above the file may be what lacks the permission.
+std::string permission_command(const fs::path &folder) {
+  return "chmod -R a+rX -- " + shell_word((folder / "config").string());
 }
 
 }  // namespace
@@ -89,7 +88,7 @@ problem_advice advice_for(const publication_summary &summary, const fs::path &fo
       std::ranges::find(advice_sentences, summary.problem->kind, &advice_sentence::kind);
   const std::string_view special = sentence_for_files(summary);
   return {.sentence = std::string(special.empty() ? general->text : special),
-          .command = special == permit_first ? permission_command(summary, folder)
+          .command = special == permit_first ? permission_command(folder)
                                              : publish_command(summary, folder)};
 }
 

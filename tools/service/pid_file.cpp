@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/service/pid_file.hpp"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -28,41 +29,57 @@ pid_t pid_in(std::string_view text) {
   return error == std::errc() && stop == end && pid > 0 ? pid : -1;
 }
 
-// After a restart of a container, this process may have the process ID of the previous one.
-bool is_other_process(pid_t pid) {
-  return pid > 0 && pid != ::getpid() && (::kill(pid, 0) == 0 || errno == EPERM);
+// Locks the file at a path, which another process may remove at any moment. Not open if another
+// process holds the lock.
+zot::descriptor lock_file_at(const fs::path &path) {
+  for (;;) {
+    zot::descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    if (!file.is_open()) {
+      throw_errno("cannot open " + path.string());
+    }
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+      return zot::descriptor(-1);
+    }
+    struct stat locked {};
+    struct stat there {};
+    if (::fstat(file.get(), &locked) == 0 && ::stat(path.c_str(), &there) == 0 &&
+        locked.st_ino == there.st_ino && locked.st_dev == there.st_dev) {
+      return file;
+    }
+  }
 }
 
 }  // namespace
 
+// The process ID alone would not do: after a restart of the machine another process may have it.
 pid_file::pid_file(fs::path path) : path_(std::move(path)) {
-  if (!is_there(path_)) {
-    return;
-  }
-  const pid_t pid = pid_in(read_file_text(path_));
+  const pid_t pid = is_there(path_) ? pid_in(read_file_text(path_)) : 0;
   if (pid < 0) {
     throw std::runtime_error(path_.string() + ": not a pid file, so it is not overwritten");
   }
-  if (is_other_process(pid)) {
-    throw std::runtime_error(path_.string() + " names the running process " + std::to_string(pid) +
-                             "; stop it with: kill " + std::to_string(pid));
+  file_ = lock_file_at(path_);
+  if (!file_.is_open()) {
+    throw std::runtime_error(path_.string() + " belongs to the running service " +
+                             std::to_string(pid) + "; stop it with: kill " + std::to_string(pid));
   }
 }
 
 pid_file::~pid_file() {
   try {
-    if (!written_.empty() && is_there(path_) && read_file_text(path_) == written_) {
+    if (is_there(path_) && read_file_text(path_) == written_) {
       fs::remove(path_);
     }
   } catch (const std::exception &) {
-    // The file stays; the next start treats it as stale.
+    // The file stays; nobody holds its lock, so the next start takes it.
   }
 }
 
 void pid_file::write() {
-  const std::string text = std::to_string(::getpid()) + "\n";
-  replace_file(path_, text, durability::buffered);
-  written_ = text;
+  written_ = std::to_string(::getpid()) + "\n";
+  if (::ftruncate(file_.get(), 0) != 0) {
+    throw_errno("cannot write " + path_.string());
+  }
+  write_all(file_.get(), written_, path_.string());
 }
 
 }  // namespace zotconf

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A file with the process ID of the running process.
+// A file with the process ID of the running process, which keeps it locked.
 #pragma once
 
 #include <string>
@@ -10,18 +10,20 @@ namespace zotconf {
 
 class pid_file {
  public:
-  // Throws if the file names a running process, or is not a pid file.
+  // Creates and locks the file. Throws if another process has it locked, or if it is not a pid
+  // file.
   explicit pid_file(fs::path path);
   pid_file(const pid_file &) = delete;
   pid_file &operator=(const pid_file &) = delete;
-  // Removes the file if it still has what write() wrote.
+  // Removes the file if it still has what write() wrote, or is still empty.
   ~pid_file();
 
-  // Writes the process ID, in one step.
+  // Writes the process ID.
   void write();
 
  private:
   fs::path path_;
+  zot::descriptor file_{-1};
   std::string written_;
 };
 

@@ -102,7 +102,8 @@ TEST_F(Cycle, ListsEveryEntryOfTheFirstConfigurationAsAdded) {
             "CATEGORY  KEY  STATUS  SIZE\n"
             "Wlan      a    added      6\n"
             "Zone      z    added     10\n"
-            "new configuration: 2 entries, 2 added, 16 bytes\n");
+            "new configuration: 2 entries, 2 added, 16 bytes\n"
+            "neither committed nor rolled back (see --commit, --roll-back and --apply)\n");
 }
 
 TEST_F(Cycle, IsSilentOnStandardErrorWhenAllIsWell) {
@@ -153,7 +154,8 @@ TEST_F(Cycle, ListsTheDifference) {
             "Ap        x    added        7\n"
             "Wlan      a    modified    10\n"
             "Zone      z    deleted      0\n"
-            "new configuration: 3 entries, 1 added, 1 modified, 1 deleted, 17 bytes\n");
+            "new configuration: 3 entries, 1 added, 1 modified, 1 deleted, 17 bytes\n"
+            "neither committed nor rolled back (see --commit, --roll-back and --apply)\n");
 }
 
 TEST_F(Cycle, ListsOnlyTheChangesAskedFor) {

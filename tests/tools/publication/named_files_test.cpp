@@ -45,6 +45,13 @@ TEST_F(NamedFiles, AreThoseOfAKWithoutAChecksumFileToo) {
   EXPECT_EQ(files(), std::vector<std::string>{"Wlan/a/2"});
 }
 
+TEST_F(NamedFiles, StopAtAChecksumFileWhoseKIsLost) {
+  publish_twice();
+  ASSERT_EQ(publish_for("other").status, 0);
+  fs::remove(publication_ + "/" + k_name);
+  expect_refusal(k_name);
+}
+
 TEST_F(NamedFiles, StopAtALinkBesideTheKFiles) {
   publish_twice();
   fs::create_symlink("001122334455", publication_ + "/file/knowledge/AP/alias");

@@ -39,6 +39,28 @@ TEST_F(Publish, ListsEachFileInK) {
   EXPECT_EQ(cJSON_GetStringValue(cJSON_GetObjectItem(file, "checksum")), sha256_hex("ssid=a"));
 }
 
+TEST_F(Publish, RepairsADamagedFileOfTheSameSize) {
+  put("Wlan/a", "ssid=a");
+  ASSERT_EQ(run().status, 0);
+  write_bytes(publication_ + "/config/Wlan/a/1", "ssid=X");
+  const std::string before = published(k_name);
+  const finished done = run();
+  EXPECT_TRUE(done.out.starts_with("published: 1 files, 0 new, 0 changed, 1 same")) << done.out;
+  EXPECT_EQ(published("config/Wlan/a/1"), "ssid=a");
+  EXPECT_NE(published(k_name), before) << "elements have to fetch it again";
+}
+
+TEST_F(Publish, WarnsWhenTheClusterChanges) {
+  put("Wlan/a", "ssid=a");
+  ASSERT_EQ(run().err, "");
+  const finished done = publish_for("001122334455");
+  EXPECT_EQ(done.status, 0);
+  EXPECT_EQ(
+      done.err,
+      "zotconf: warning: the cluster changes from \"cluster-1\" to \"c\": elements mark every "
+      "entry as modified\n");
+}
+
 TEST_F(Publish, WritesTheChecksumOfKAsALine) {
   put("Wlan/a", "ssid=a");
   ASSERT_EQ(run().status, 0);

@@ -49,7 +49,7 @@ TEST(Advice, NamesNoFolderThatIsNoElement) {
 
 TEST(Advice, DependsOnWhatIsWrongWithAFile) {
   EXPECT_EQ(advice_for(with_fault(file_fault_kind::unreadable), "/pub").command,
-            "chmod a+r -- /pub/config/Wlan/a/1");
+            "chmod -R a+rX -- /pub/config");
   EXPECT_NE(advice_for(with_fault(file_fault_kind::not_regular), "/pub").sentence.find("Remove"),
             std::string::npos);
   EXPECT_NE(advice_for(with_fault(file_fault_kind::missing), "/pub").sentence.find("writes"),

@@ -127,14 +127,30 @@ TEST_F(Background, RemovesThePidFileWhenItStops) {
   wait_until([this] { return !exists(pid_file_); }, "the end of the service");
 }
 
-TEST_F(Background, RefusesThePidFileOfARunningProcess) {
-  const std::string running = std::to_string(::getpid());
-  write_bytes(pid_file_, running + "\n");
+TEST_F(Background, RefusesThePidFileOfARunningService) {
+  ASSERT_EQ(serve({}).status, 0);
+  const std::string running = std::to_string(pid());
   const finished started = serve({});
   EXPECT_EQ(started.status, 1);
-  EXPECT_NE(started.err.find("the running process " + running), std::string::npos) << started.err;
+  EXPECT_NE(started.err.find("the running service " + running), std::string::npos) << started.err;
   EXPECT_EQ(read_bytes(pid_file_), running + "\n");
-  std::filesystem::remove(pid_file_);
+}
+
+// After a restart of the machine, an unrelated process may have the number of an old service.
+TEST_F(Background, ReplacesAPidFileThatNamesAnUnrelatedProcess) {
+  write_bytes(pid_file_, std::to_string(::getpid()) + "\n");
+  EXPECT_EQ(serve({}).status, 0);
+  EXPECT_NE(pid(), ::getpid());
+}
+
+TEST_F(Background, LeavesNoPidFileWhenItCannotListen) {
+  const int port = port_in(serve({}).out);
+  const std::string other = dir_ / "other.pid";
+  EXPECT_EQ(run_zotconf({"serve", publication_, "--port", std::to_string(port), "--background",
+                         "--pid-file", other})
+                .status,
+            1);
+  EXPECT_FALSE(exists(other));
 }
 
 TEST_F(Background, ReplacesThePidFileOfAProcessThatIsGone) {

@@ -25,13 +25,14 @@ class authority {
 
   // Issues NAME.crt with NAME.key, whose key openssl makes from these words.
   void issue(const std::string &name, const std::string &usage = "digitalSignature",
-             const std::string &key = "ec -pkeyopt ec_paramgen_curve:P-256") const {
+             const std::string &key = "ec -pkeyopt ec_paramgen_curve:P-256",
+             int days = 3650) const {
     run("req -newkey " + key + " -nodes -subj /CN=" + name + " -keyout " + key_of(name) + " -out " +
         (dir_ / (name + ".csr")));
     write_bytes(dir_ / (name + ".ext"), usage.empty() ? "" : "keyUsage=" + usage + "\n");
     run("x509 -req -in " + (dir_ / (name + ".csr")) + " -CA " + certificate() + " -CAkey " +
-        (dir_ / "ca.key") + " -CAcreateserial -days 3650 -extfile " + (dir_ / (name + ".ext")) +
-        " -out " + certificate_of(name));
+        (dir_ / "ca.key") + " -CAcreateserial -days " + std::to_string(days) + " -extfile " +
+        (dir_ / (name + ".ext")) + " -out " + certificate_of(name));
   }
 
   [[nodiscard]] std::string certificate_of(const std::string &name) const {
