@@ -153,7 +153,8 @@ constexpr std::array advices = {
                  "unchanged. After another failed commit: the new configuration is current in "
                  "memory, and the previous one is kept on the medium; the next get completes the "
                  "commit or undoes it.",
-        .action = "Read the recorded text, which names the file. When every get returns this "
+        .action = "Read the recorded text. For a damaged GPB file, the log at level debug names "
+                  "the file. When every get returns this "
                   "status, the controller has to publish again. When another get has changed the "
                   "scratch directory, get again: that repairs it. After another failed commit or "
                   "rollback, suspect the medium.",
