@@ -186,7 +186,8 @@ void add_cycle(command_line &line) {
       ->capture_default_str();
   command.add_option(
       "--out", words->out,
-      "folder for the files of the entries; if only --apply needs it, a temporary one");
+      "folder for the files of the entries, which replace files of the same name; if only "
+      "--apply needs it, a temporary one");
   auto *const apply = add_apply(command, *words);
   auto *const commit = command.add_flag("--commit", words->commit, "commit a new configuration");
   auto *const roll_back =
