@@ -41,7 +41,7 @@ void warn_of_foreign_owner(const zot_ctx &handle, std::ostream &err) {
                         owner);
 }
 
-void warn_of_foreign_configuration(zot_ctx &handle, int slot, std::string_view index,
+void warn_of_foreign_configuration(zot_ctx &handle, uint32_t slot, std::string_view index,
                                    std::ostream &err) {
   const zot_k *const k = zot_priv_get_k(&handle, slot);
   if (k == nullptr) {

@@ -2,6 +2,7 @@
 // Warnings about a cache of another user and a configuration of another element.
 #pragma once
 
+#include <cstdint>
 #include <iosfwd>
 #include <string_view>
 
@@ -14,7 +15,7 @@ namespace zotconf {
 void warn_of_foreign_owner(const zot_ctx &handle, std::ostream &err);
 
 // The K of a slot may name the element that it was published for. `index` is that of the handle.
-void warn_of_foreign_configuration(zot_ctx &handle, int slot, std::string_view index,
+void warn_of_foreign_configuration(zot_ctx &handle, uint32_t slot, std::string_view index,
                                    std::ostream &err);
 
 }  // namespace zotconf

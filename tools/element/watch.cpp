@@ -178,7 +178,7 @@ class watcher {
       return carry_out();
     }
     decided_.reset();
-    for (const int slot : {ZOT_SLOT_CURRENT, ZOT_SLOT_TMP}) {
+    for (const uint32_t slot : {ZOT_SLOT_CURRENT, ZOT_SLOT_TMP}) {
       warn_of_foreign_configuration(*element_.c_handle(), slot, options_.element.index,
                                     where_.err());
     }
