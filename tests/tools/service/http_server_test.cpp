@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -74,12 +75,13 @@ class HttpServer : public testing::Test {
   std::unique_ptr<serving> service_;
 };
 
-// Raises the descriptor limit of this process. Returns false if it stays too low.
-bool may_open(rlim_t descriptors) {
+// Raises the descriptor limit of this process as far as it may. Returns the limit.
+rlim_t raised_descriptor_limit() {
   rlimit limit{};
   ::getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
-  return ::setrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur >= descriptors;
+  EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  return limit.rlim_cur;
 }
 
 std::vector<raw_client> crowd(std::uint16_t port, size_t size) {
@@ -91,11 +93,12 @@ std::vector<raw_client> crowd(std::uint16_t port, size_t size) {
 }
 
 TEST_F(HttpServer, AnswersAtOnceBesideThousandsOfIdleAndHundredsOfSlowClients) {
-  if (!may_open(4000)) {
-    GTEST_SKIP() << "this process may not have 4000 descriptors";
-  }
+  // Where the system allows fewer descriptors, the crowd is smaller, and still more than there are
+  // threads. The service accepts connections for three quarters of its own.
+  const rlim_t allowed = raised_descriptor_limit();
+  ASSERT_GE(allowed, 1024U);
   std::vector<raw_client> slow = crowd(service_->port(), 200);
-  const std::vector<raw_client> idle = crowd(service_->port(), 2000);
+  const std::vector<raw_client> idle = crowd(service_->port(), std::min<size_t>(2000, allowed / 2));
   for (int second = 0; second < 3; ++second) {
     for (raw_client &each : slow) {
       each.send(get_checksum.substr(static_cast<size_t>(second), 1));
