@@ -59,8 +59,9 @@ pid_file::pid_file(fs::path path) : path_(std::move(path)) {
   }
   file_ = lock_file_at(path_);
   if (!file_.is_open()) {
-    throw std::runtime_error(path_.string() + " belongs to the running service " +
-                             std::to_string(pid) + "; stop it with: kill " + std::to_string(pid));
+    // A service that starts at this moment has not written its process ID yet.
+    throw std::runtime_error(path_.string() + " belongs to a running service" +
+                             (pid == 0 ? "" : "; stop it with: kill " + std::to_string(pid)));
   }
 }
 

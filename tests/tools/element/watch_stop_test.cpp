@@ -148,6 +148,9 @@ TEST_F(Watch, ShowsLifeWhileTheCommandRuns) {
   for (int times = 0; times < 3; ++times) {
     EXPECT_EQ(manager.next(), "WATCHDOG=1");
   }
+  // The command ends with it.
+  running->send(SIGTERM);
+  EXPECT_EQ(running->wait(), ok);
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/service/background.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -12,6 +14,7 @@
 
 #include "tests/tools/support/json_value.hpp"
 #include "tests/tools/support/process.hpp"
+#include "utilities/owner.hpp"
 
 namespace zot::test {
 namespace {
@@ -132,8 +135,19 @@ TEST_F(Background, RefusesThePidFileOfARunningService) {
   const std::string running = std::to_string(pid());
   const finished started = serve({});
   EXPECT_EQ(started.status, 1);
-  EXPECT_NE(started.err.find("the running service " + running), std::string::npos) << started.err;
+  EXPECT_NE(started.err.find("a running service; stop it with: kill " + running + "\n"),
+            std::string::npos)
+      << started.err;
   EXPECT_EQ(read_bytes(pid_file_), running + "\n");
+}
+
+TEST_F(Background, NamesNoProcessForAPidFileThatIsLockedAndStillEmpty) {
+  const descriptor locked(::open(pid_file_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  ASSERT_EQ(::flock(locked.get(), LOCK_EX), 0);
+  const finished started = serve({});
+  EXPECT_EQ(started.status, 1);
+  EXPECT_TRUE(started.err.ends_with(" belongs to a running service\n")) << started.err;
+  std::filesystem::remove(pid_file_);
 }
 
 // After a restart of the machine, an unrelated process may have the number of an old service.
