@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// The certificates that a reader of signed K files trusts.
+#pragma once
+
+#include <ctime>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "tools/files/file_io.hpp"
+
+namespace zotconf {
+
+class keyring {
+ public:
+  // The file has trusted certificates and, optionally, certificate revocation lists, in PEM. Throws
+  // std::runtime_error if it has no certificate or cannot be read.
+  explicit keyring(const fs::path &file);
+  keyring(const keyring &) = delete;
+  keyring &operator=(const keyring &) = delete;
+  ~keyring();
+
+  struct verdict {
+    std::string wrong;          // why the signature is not accepted; empty: it is
+    std::string signer;         // subject of the signer's certificate; set when it is accepted
+    std::time_t signed_at = 0;  // as the signer states it; 0: not stated
+  };
+  // Checks a detached signature of these bytes, and the signer's certificates at the time `now`.
+  [[nodiscard]] verdict check(std::string_view bytes, std::string_view signature,
+                              std::time_t now) const;
+
+ private:
+  class trust;
+  std::unique_ptr<trust> trust_;
+};
+
+}  // namespace zotconf
