@@ -34,7 +34,9 @@ delivery() {
   cmake --build --preset release -j "$jobs" --target zotconf_cli -- --quiet
   say "delivery: nginx"
   delivery_run server examples/nginx.conf
+  say "delivery: nginx with ready-made files"
+  delivery_run ready_made
   say "delivery: an object store, and rclone"
   delivery_run store examples/upload.sh "$delivery_build/node_modules"
-  say "tests: delivery: $(cat "$delivery_build"/{server,store}.log | grep -c '^ok: ') cases"
+  say "tests: delivery: $(cat "$delivery_build"/{server,ready_made,store}.log | grep -c '^ok: ') cases"
 }
