@@ -63,6 +63,14 @@ std::optional<std::vector<std::string>> split_member_name(const std::string &nam
   return parts;
 }
 
+std::string member_name(const std::vector<std::string> &parts) {
+  std::string name;
+  for (const std::string &part : parts) {
+    name += (name.empty() ? "" : "/") + part;
+  }
+  return name;
+}
+
 void publication_store::lock() {
   fs::create_directories(root_);
   const fs::path path = root_ / ".lock";

@@ -22,6 +22,7 @@
 #include "tools/files/file_io.hpp"
 #include "tools/model/manifest.hpp"
 #include "tools/model/names.hpp"
+#include "tools/service/served_files.hpp"
 
 namespace zotconf {
 
@@ -33,8 +34,10 @@ fs::path latest_file(const fs::path &publication, const element &who, const std:
 // Splits a requested name into config, category, key and version; doubled slashes count as one.
 // Returns nullopt for a name of another form or with "." or "..".
 std::optional<std::vector<std::string>> split_member_name(const std::string &name);
+// The relative path of these parts.
+std::string member_name(const std::vector<std::string> &parts);
 
-class publication_store {
+class publication_store : public served_files {
  public:
   explicit publication_store(fs::path root) : root_(std::move(root)) {}
 
@@ -45,7 +48,7 @@ class publication_store {
   void lock_to_read();
 
   [[nodiscard]] std::optional<std::string> read_k(const element &who) const;
-  [[nodiscard]] std::optional<std::string> read_checksum(const element &who) const;
+  [[nodiscard]] std::optional<std::string> read_checksum(const element &who) const override;
   [[nodiscard]] std::optional<std::string> read_signature(const element &who) const;
 
   // The stored versions of an object, highest first.
@@ -71,8 +74,7 @@ class publication_store {
   // Puts a signature beside the K that is there.
   void write_signature(const element &who, const std::string &signature) const;
 
-  // Opens config/<Category>/<key>/<version>. The result is not open when the file does not exist.
-  [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const;
+  [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const override;
 
  private:
   [[nodiscard]] fs::path object_folder(const published_file &file) const;

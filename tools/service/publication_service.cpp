@@ -14,21 +14,23 @@
 
 #include "tools/files/archive.hpp"
 #include "tools/files/file_io.hpp"
+#include "tools/publication/publication_store.hpp"
 
 namespace zotconf {
 namespace {
 
-// The two files of an element that the service sends.
+// The files of an element that the service sends.
 struct latest_kind {
   const char *suffix;
   const char *type;
   const char *result;
-  bool is_k;
+  latest_file_kind kind;
 };
 
-constexpr std::array<latest_kind, 2> latest_kinds = {{
-    {".k", "application/json", "sent K", true},
-    {".checksum", "text/plain", "sent the checksum", false},
+constexpr std::array<latest_kind, 3> latest_kinds = {{
+    {".k", "application/json", "sent K", latest_file_kind::k},
+    {".checksum", "text/plain", "sent the checksum", latest_file_kind::checksum},
+    {".k.p7s", "application/pkcs7-signature", "sent the signature", latest_file_kind::signature},
 }};
 
 bool is_known_method(std::string_view method) {
@@ -41,14 +43,6 @@ http_answer file_answer(http_file file, const char *type, std::string result) {
   http_answer answer = text_answer("", type, std::move(result));
   answer.file = std::move(file);
   return answer;
-}
-
-std::string joined(const std::vector<std::string> &parts) {
-  std::string name;
-  for (const std::string &part : parts) {
-    name += (name.empty() ? "" : "/") + part;
-  }
-  return name;
 }
 
 std::vector<std::string> split(const std::string &path) {
@@ -96,24 +90,25 @@ std::optional<std::vector<std::string>> parse_file_request(const std::string &bo
 // A lack of descriptors or memory must not be reported as a missing file.
 zot::descriptor publication_service::open(const std::vector<std::string> &parts) const {
   errno = 0;
-  zot::descriptor file = store_.open_member(parts);
+  zot::descriptor file = files_.open_member(parts);
   if (!file.is_open() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
-    throw_errno("cannot open " + joined(parts));
+    throw_errno("cannot open " + member_name(parts));
   }
   return file;
 }
 
-// HEAD does not count, because it sends no file. A failure here must not fail the response.
-void publication_service::keep(const http_request &request, const element &who, bool is_k,
-                               int file) const {
-  if (request.method != "GET") {
+// HEAD does not count, because it sends no file. A signature does not count, because it does not
+// show which K the element has. A failure here must not fail the response.
+void publication_service::keep(const http_request &request, const element &who,
+                               latest_file_kind kind, int file) const {
+  if (request.method != "GET" || kind == latest_file_kind::signature) {
     return;
   }
   try {
     if (file < 0) {
       elements_.add_refused(who, request.client);
-    } else if (is_k) {
-      elements_.add_k(who, request.client, file, store_.read_checksum(who));
+    } else if (kind == latest_file_kind::k) {
+      elements_.add_k(who, request.client, file, files_.read_checksum(who));
     } else {
       elements_.add_checksum(who, request.client);
     }
@@ -129,11 +124,11 @@ http_answer publication_service::latest(const http_request &request) const {
   }
   for (const latest_kind &kind : latest_kinds) {
     const auto parts = latest_parts(*who, kind.suffix);
-    if (request.path != "/" + joined(parts)) {
+    if (request.path != "/" + member_name(parts)) {
       continue;
     }
     zot::descriptor file = open(parts);
-    keep(request, *who, kind.is_k, file.get());
+    keep(request, *who, kind.kind, file.get());
     struct stat info {};
     if (!file.is_open() || ::fstat(file.get(), &info) != 0) {
       http_answer missing = refused(404, "not published", request.path);
@@ -166,7 +161,7 @@ http_answer publication_service::archive(const std::string &body,
     if (!file.is_open()) {
       return refused(404, "no such file", name);
     }
-    packed.add(file.get(), joined(*parts));
+    packed.add(file.get(), member_name(*parts));
   }
   gzip_tar::finished made = packed.finish();
   return file_answer(

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Serves a publication folder: the latest K of an element, its checksum, and archives of the files
-// that a client names.
+// Serves publications: the latest K of an element, its checksum and its signature, and archives of
+// the files that a client names.
 #pragma once
 
 #include <optional>
@@ -8,16 +8,18 @@
 #include <string>
 #include <vector>
 
-#include "tools/publication/publication_store.hpp"
 #include "tools/service/element_log.hpp"
 #include "tools/service/http_types.hpp"
+#include "tools/service/served_files.hpp"
 
 namespace zotconf {
 
+enum class latest_file_kind { k, checksum, signature };
+
 class publication_service {
  public:
-  publication_service(const publication_store &store, element_log &elements)
-      : store_(store), elements_(elements) {}
+  publication_service(const served_files &files, element_log &elements)
+      : files_(files), elements_(elements) {}
 
   // True for a request of an archive, which takes time.
   [[nodiscard]] static bool is_for_archive(const http_request &request);
@@ -29,10 +31,10 @@ class publication_service {
  private:
   [[nodiscard]] http_answer latest(const http_request &request) const;
   [[nodiscard]] http_answer archive(const std::string &body, const std::stop_token &stop) const;
-  void keep(const http_request &request, const element &who, bool is_k, int file) const;
+  void keep(const http_request &request, const element &who, latest_file_kind kind, int file) const;
   [[nodiscard]] zot::descriptor open(const std::vector<std::string> &parts) const;
 
-  const publication_store &store_;
+  const served_files &files_;
   element_log &elements_;
 };
 

@@ -78,13 +78,25 @@ TEST_F(Serve, AnswersTheChecksumAsItWasPublished) {
   EXPECT_EQ(answer->body, read_bytes(publication_ + checksum_url));
 }
 
+TEST_F(Serve, AnswersTheSignatureAsItWasPublished) {
+  const std::string signature_url = k_url + ".p7s";
+  EXPECT_EQ(get(signature_url)->status, 404) << "not signed yet";
+  write_bytes(publication_ + signature_url, std::string("a\0signature", 11));
+  const auto answer = get(signature_url);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+  EXPECT_EQ(answer->get_header_value("Content-Type"), "application/pkcs7-signature");
+  EXPECT_EQ(answer->body, std::string("a\0signature", 11));
+  EXPECT_EQ(get("/file/knowledge/AP/001122334455/latest/other.k.p7s")->status, 404);
+}
+
 TEST_F(Serve, SeesANewPublicationAtOnce) {
   write_bytes(dir_ / "source/Wlan/a", "ssid=other");
   ASSERT_EQ(publish(dir_ / "source", publication_).status, 0);
   EXPECT_EQ(get(k_url)->body, read_bytes(publication_ + k_url));
 }
 
-TEST_F(Serve, AnswersNothingElseThanKAndChecksum) {
+TEST_F(Serve, AnswersNothingElseThanKChecksumAndSignature) {
   write_bytes(dir_ / "secret.k", "secret");
   write_bytes(publication_ + "/file/knowledge/AP/latest/x.k", "x");
   for (const std::string path :

@@ -118,6 +118,17 @@ TEST_F(StatusPage, TellsRequestsNewestFirst) {
   EXPECT_EQ(requests[4]["bytes"].number(), 65);
 }
 
+TEST_F(StatusPage, CountsNoSignatureAsAFetchOfAnElement) {
+  write_bytes(publication_ + k_path + ".p7s", "a signature");
+  ask(k_path + ".p7s");
+  ask("/file/knowledge/AP/00/latest/00.k.p7s");
+  const json_value seen = status_when_read();
+  EXPECT_EQ(seen["requests"][0]["result"].text(), "not published");
+  EXPECT_EQ(seen["requests"][1]["result"].text(), "sent the signature");
+  ASSERT_EQ(seen["elements"].size(), 1);
+  EXPECT_EQ(seen["elements"][0]["fetch"]["state"].text(), "never");
+}
+
 TEST_F(StatusPage, CountsNoRequestOfItsOwn) {
   ASSERT_TRUE(get("/"));
   ASSERT_TRUE(get("/status.json"));
