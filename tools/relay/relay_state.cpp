@@ -21,10 +21,15 @@ bool is_status(const std::string &text) {
   return has_text(text, "status ");
 }
 
+// It may end with any error of the system.
+bool is_connection(const std::string &text) {
+  return has_text(text, "cannot connect to ");
+}
+
 bool is_storage(const std::string &text) {
-  return std::ranges::any_of(storage_errors, [&text](int error) {
-    return has_text(text, std::generic_category().message(error));
-  });
+  return has_text(text, "no space left") || std::ranges::any_of(storage_errors, [&text](int error) {
+           return has_text(text, std::generic_category().message(error));
+         });
 }
 
 bool is_handshake(const std::string &text) {
@@ -36,19 +41,20 @@ bool is_handshake(const std::string &text) {
 }  // namespace
 
 relay_problem problem_of(const relay_state &state) {
-  if (state.problem.empty()) {
+  const std::string &text = state.problem;
+  if (text.empty()) {
     return relay_problem::none;
   }
   if (state.is_refused) {
     return relay_problem::publication;
   }
-  if (is_status(state.problem)) {
+  if (is_status(text)) {
     return relay_problem::server;
   }
-  if (is_storage(state.problem)) {
+  if (is_storage(text) && !is_connection(text)) {
     return relay_problem::storage;
   }
-  return is_handshake(state.problem) ? relay_problem::certificate : relay_problem::server;
+  return is_handshake(text) ? relay_problem::certificate : relay_problem::server;
 }
 
 const char *name_of(relay_problem problem) {

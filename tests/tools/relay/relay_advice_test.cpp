@@ -37,11 +37,11 @@ TEST(RelayAdvice, NamesWhatToCheckForEachProblem) {
 TEST(RelayAdvice, NamesTheProblemBeforeWhatFollowsFromIt) {
   zotconf::relay_state state = new_relay(now);
   state.problem = "no connection";
-  const auto notes = zotconf::notes_of(state, now + 86400);
+  const auto notes = zotconf::notes_of(state, state.started + 7200);
   ASSERT_EQ(notes.size(), 3U);
   EXPECT_EQ(notes[0].text, "no connection");
   EXPECT_EQ(notes[1].text, "no publication is in service");
-  EXPECT_EQ(notes[2].text, "no contact with the server for 24h");
+  EXPECT_EQ(notes[2].text, "no contact with the server for 2h");
 }
 
 TEST(RelayAdvice, ComparesTheLastContactWithTheLimit) {

@@ -67,8 +67,9 @@ TEST(RelayState, TellsWhatAProblemComesFrom) {
   EXPECT_EQ(kind_of(""), relay_problem::none);
   EXPECT_EQ(kind_of("checksum: " + std::string(curl_easy_strerror(CURLE_COULDNT_CONNECT))),
             relay_problem::server);
+  EXPECT_EQ(kind_of("cannot connect to 10.0.0.1:443: Permission denied"), relay_problem::server);
   EXPECT_EQ(kind_of(curl_easy_strerror(CURLE_OPERATION_TIMEDOUT)), relay_problem::server);
-  EXPECT_EQ(kind_of("status 503"), relay_problem::server);
+  EXPECT_EQ(kind_of("K.checksum: HTTP status 503"), relay_problem::server);
   EXPECT_EQ(kind_of("the signature is not trusted", true), relay_problem::publication);
 }
 
@@ -79,6 +80,8 @@ TEST(RelayState, RecognisesEachFailureOfTheHandshake) {
     EXPECT_EQ(kind_of(curl_easy_strerror(code)), relay_problem::certificate)
         << curl_easy_strerror(code);
   }
+  EXPECT_EQ(kind_of("the certificate of example.net is not valid: certificate has expired"),
+            relay_problem::certificate);
 }
 
 TEST(RelayState, RecognisesAStoreThatCannotBeWritten) {
@@ -87,10 +90,12 @@ TEST(RelayState, RecognisesAStoreThatCannotBeWritten) {
               relay_problem::storage)
         << std::strerror(error);
   }
+  EXPECT_EQ(kind_of("no space left in the store: the update needs 4.0 MiB"),
+            relay_problem::storage);
 }
 
 TEST(RelayState, DoesNotTakeTheNameOfAFileForTheCause) {
-  EXPECT_EQ(kind_of("config/Wlan/certificate/1: status 404"), relay_problem::server);
+  EXPECT_EQ(kind_of("config/Wlan/certificate/1: HTTP status 404"), relay_problem::server);
 }
 
 TEST(RelayBoard, HandsOutWholeStates) {
