@@ -1,6 +1,6 @@
 # What `cmake --install` puts down: the headers, both forms of the library, a CMake package, a
-# pkg-config file, and what belongs to the program: manual pages, bash completion and a systemd unit.
-# The tree may be moved after it was installed, but for the unit. The components are those of the
+# pkg-config file, and what belongs to the program: manual pages, bash completion and the systemd units.
+# The tree may be moved after it was installed, but for the units. The components are those of the
 # Debian packages.
 include(CMakePackageConfigHelpers)
 
@@ -51,9 +51,11 @@ if(ZOTCONF_BUILD_TOOLS)
   install(CODE "
     get_filename_component(prefix \"${unit_prefix}\" ABSOLUTE)
     get_filename_component(bindir \"${CMAKE_INSTALL_BINDIR}\" ABSOLUTE BASE_DIR \"\${prefix}\")
-    configure_file(\"${PROJECT_SOURCE_DIR}/packaging/zotconf-watch.service.in\"
-      \"${PROJECT_BINARY_DIR}/zotconf-watch.service\" @ONLY)
-    file(INSTALL \"${PROJECT_BINARY_DIR}/zotconf-watch.service\"
-      DESTINATION \"\${CMAKE_INSTALL_PREFIX}/lib/systemd/system\")"
+    foreach(unit zotconf-relay.service zotconf-watch.service)
+      configure_file(\"${PROJECT_SOURCE_DIR}/packaging/\${unit}.in\"
+        \"${PROJECT_BINARY_DIR}/\${unit}\" @ONLY)
+      file(INSTALL \"${PROJECT_BINARY_DIR}/\${unit}\"
+        DESTINATION \"\${CMAKE_INSTALL_PREFIX}/lib/systemd/system\")
+    endforeach()"
     COMPONENT tools)
 endif()

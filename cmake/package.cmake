@@ -138,6 +138,6 @@ as an element does: it verifies it, compares it with the configuration in
 force, and commits it or rolls it back.
 .
 This package contains the program, its manual pages, its bash completion, and a
-systemd unit that keeps an element up to date. Enable the unit by hand.")
+systemd units that keep an element up to date. Enable the units by hand.")
 
 include(CPack)

@@ -79,11 +79,14 @@ version=$(dpkg-query -W -f='${Version}' zotconf-tools)
 [[ "$(zotconf --version)" == "zotconf ${version%-*}" ]] ||
   fail "zotconf --version: $(zotconf --version), package: $version"
 for file in /usr/share/bash-completion/completions/zotconf \
-  /usr/lib/systemd/system/zotconf-watch.service /usr/share/doc/zotconf-tools/copyright; do
+  /usr/share/doc/zotconf-tools/copyright; do
   [[ -s $file ]] || fail "$file is missing"
 done
-grep -q '^ExecStart=/usr/bin/zotconf watch ' /usr/lib/systemd/system/zotconf-watch.service ||
-  fail "the unit does not start the program of the package"
+for command in relay watch; do
+  unit=/usr/lib/systemd/system/zotconf-$command.service
+  grep -q "^ExecStart=/usr/bin/zotconf $command " "$unit" ||
+    fail "$unit does not start the program of the package"
+done
 # The shell accepts the completion script, and the script completes this command.
 bash -c 'source /usr/share/bash-completion/completions/zotconf && complete -p zotconf' >/dev/null
 publish

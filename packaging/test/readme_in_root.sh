@@ -72,8 +72,10 @@ fail() {
 }
 [[ $(ldd ./cycle) == *"libzotconf.so.1 => /usr/local/lib/"* ]] ||
   fail "cycle does not find the library: $(ldd ./cycle)"
-grep -q '^ExecStart=/usr/local/bin/zotconf watch ' \
-  /usr/local/lib/systemd/system/zotconf-watch.service || fail "the unit starts another program"
+for command in relay watch; do
+  unit=/usr/local/lib/systemd/system/zotconf-$command.service
+  grep -q "^ExecStart=/usr/local/bin/zotconf $command " "$unit" || fail "$unit starts another program"
+done
 [[ -s /usr/local/share/man/man1/zotconf.1 ]] || fail "there is no manual page"
 for package in busybox-static clang-tidy gcovr libgtest-dev mandoc shellcheck; do
   ! dpkg-query -W "$package" >/dev/null 2>&1 || fail "a reader who runs no test got $package"

@@ -24,6 +24,7 @@ readonly reasons=(
   "installs packages"
   "installs into the system"
   "needs an object store"
+  "needs a running relay"
   "needs systemd"
   "runs for ever")
 

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: check_install.sh BUILD_DIR CONSUMER_DIR CMAKE C_COMPILER
 # Installs the build into an empty prefix and moves the prefix. Then builds and runs a C program with it
-# in each way that a user has: pkg-config or CMake, shared or static library. The systemd unit starts the
-# program where it was installed.
+# in each way that a user has: pkg-config or CMake, shared or static library. The systemd units start
+# the program where it was installed.
 set -euo pipefail
 # Ninja may be the only build program on the machine.
 export CMAKE_GENERATOR=Ninja
@@ -12,19 +12,22 @@ build=$1 consumer=$2 cmake=$3 compiler=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# unit_starts PROGRAM FILE
-unit_starts() {
-  if ! grep -q "^ExecStart=$1 watch --index " "$2"; then
-    echo "$2 does not start $1: $(grep '^ExecStart=' "$2")" >&2
-    exit 1
-  fi
+# units_start PROGRAM PREFIX
+units_start() {
+  local command unit
+  for command in relay watch; do
+    unit=$2/lib/systemd/system/zotconf-$command.service
+    if ! grep -q "^ExecStart=$1 $command --" "$unit"; then
+      echo "$unit does not start $1 $command: $(grep '^ExecStart=' "$unit")" >&2
+      exit 1
+    fi
+  done
 }
 
-readonly unit=lib/systemd/system/zotconf-watch.service
 # As a package is collected: the prefix is not yet where the files are.
 DESTDIR=$work/collected "$cmake" --install "$build" --prefix /usr/local >/dev/null
 if [[ -e $work/collected/usr/local/bin/zotconf ]]; then
-  unit_starts /usr/local/bin/zotconf "$work/collected/usr/local/$unit"
+  units_start /usr/local/bin/zotconf "$work/collected/usr/local"
 fi
 # Where a person looks for what was installed there, without a search path of his own.
 if [[ ! -s $work/collected/usr/local/lib/pkgconfig/zotconf.pc ]] ||
@@ -35,7 +38,7 @@ fi
 
 (cd "$work" && "$cmake" --install "$build" --prefix first >/dev/null)
 if [[ -e $work/first/bin/zotconf ]]; then
-  unit_starts "$work/first/bin/zotconf" "$work/first/$unit"
+  units_start "$work/first/bin/zotconf" "$work/first"
   LD_LIBRARY_PATH=$work/first/lib "$work/first/bin/zotconf" --version >/dev/null
 fi
 mv "$work/first" "$work/prefix"

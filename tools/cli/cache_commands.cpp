@@ -3,22 +3,33 @@
 #include "tools/cache/status.hpp"
 #include "tools/cache/verify.hpp"
 #include "tools/cli/cli.hpp"
+#include "tools/probe/service_url.hpp"
+#include "tools/relay/relay_status.hpp"
 
 namespace zotconf {
 namespace {
 
 const command_text status_text = {
     .name = "status",
-    .summary = "Show the state of the cache and what the next get would do",
+    .summary =
+        "Show the state of the cache and what the next get would do, or the state of a relay",
     .about =
         "Needs no service and writes nothing. The files of the configuration in force are\n"
         "checked up to the first bad one, as at the start of a process: if one is bad, no\n"
         "configuration is in force. After an interrupted commit, the slots are shown as the\n"
         "next start restores them. A warning is printed if an update of the size of the\n"
         "configuration in force would not fit on the medium next to it.\n\n"
+        "With --relay, the cache is not read. The command asks a running `zotconf relay` for its\n"
+        "state: the publication in service, the last contact with its server, and problems with\n"
+        "what to do about them. It exits with 0 if a publication is in service, the last contact\n"
+        "is not longer ago than the relay's --max-age, and there is no problem; with 11 if not;\n"
+        "and with 1 if no relay answers within five seconds.\n\n"
         "Environment: ZOT_PREFIX_CONF_ROOT, ZOT_PREFIX_TMP_ROOT, ZOT_REMOTE_PORT, ZOT_DEV_PATH.",
-    .examples = "zotconf status\nzotconf status --json",
-    .exits = {exit_success, exit_failure, exit_usage}};
+    .examples =
+        "zotconf status\n"
+        "zotconf status --json\n"
+        "zotconf status --relay http://127.0.0.1:8087",
+    .exits = {exit_success, exit_failure, exit_usage, exit_relay_problem}};
 
 const command_text verify_text = {
     .name = "verify",
@@ -56,6 +67,22 @@ const command_text forget_text = {
     .examples = "zotconf forget",
     .exits = {exit_success, exit_failure, exit_usage}};
 
+struct status_words {
+  std::string relay;  // empty: the cache is read
+};
+
+int run_status_words(const status_words &words, const console &where) {
+  return words.relay.empty() ? run_status(status_options{}, where)
+                             : run_relay_status(words.relay, where);
+}
+
+void add_status(command_line &line) {
+  const auto words = std::make_shared<status_words>();
+  line.add(status_text, words, run_status_words)
+      .add_option("--relay", words->relay, "ask the relay at this address: http://HOST:PORT")
+      ->check(checked_by(check_service_url));
+}
+
 void add_verify(command_line &line) {
   const auto options = std::make_shared<verify_options>();
   CLI::App &command = line.add(verify_text, options, run_verify);
@@ -69,7 +96,7 @@ void add_verify(command_line &line) {
 }  // namespace
 
 void add_cache_commands(command_line &line) {
-  line.add(status_text, std::make_shared<status_options>(), run_status);
+  add_status(line);
   add_verify(line);
   line.add(forget_text, std::make_shared<forget_options>(), run_forget);
 }

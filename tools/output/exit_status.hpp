@@ -17,7 +17,8 @@ enum exit_status : int {
   exit_refused = 6,
   exit_damaged = 7,
   exit_different = 8,
-  exit_apply_failed = 10
+  exit_apply_failed = 10,
+  exit_relay_problem = 11
 };
 
 struct exit_meaning {
@@ -25,7 +26,7 @@ struct exit_meaning {
   std::string_view text;
 };
 
-constexpr std::array<exit_meaning, 10> exit_meanings = {{
+constexpr std::array<exit_meaning, 11> exit_meanings = {{
     {exit_success, "done"},
     {exit_failure, "failure of the service, the storage or the library; see standard error"},
     {exit_usage, "wrong usage"},
@@ -38,6 +39,8 @@ constexpr std::array<exit_meaning, 10> exit_meanings = {{
     {exit_apply_failed,
      "the command of --apply could not run or did not exit by itself; nothing was committed or "
      "rolled back"},
+    {exit_relay_problem,
+     "the relay has a problem: it has no publication, or does not receive newer ones"},
 }};
 
 constexpr std::string_view meaning_of(exit_status status) {

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "tools/model/names.hpp"
 
@@ -30,7 +31,7 @@ struct relay_state {
   std::time_t signed_at = 0;  // 0: not stated
   uint64_t files = 0;
   uint64_t bytes = 0;
-  std::time_t last_news = 0;  // when it was put into service
+  std::time_t last_news = 0;  // when it was put into service; 0: not known
 
   // The upstream server.
   std::time_t last_attempt = 0;  // 0: none yet
@@ -48,7 +49,33 @@ struct relay_state {
   uint64_t bytes_saved = 0;  // of the files of new publications that were in the store already
 };
 
+// What a problem of a relay comes from, which determines the advice.
+enum class relay_problem {
+  none,
+  server,       // it does not answer, or answers with an error
+  certificate,  // the TLS handshake failed
+  publication,  // what was published is not accepted
+  storage,      // the store cannot be written
+};
+
+relay_problem problem_of(const relay_state &state);
+const char *name_of(relay_problem problem);
+
+// How a relay does its work.
+enum class relay_health {
+  good,     // a publication is in service, and there is no problem
+  problem,  // a publication is in service, but a newer one may not reach the element
+  nothing,  // no publication is in service
+};
+
+relay_health health_of(const relay_state &state, std::time_t now);
+const char *name_of(relay_health health);
+
+// How long ago something was; 0 if the clock was set back since.
+std::chrono::seconds age_of(std::time_t when, std::time_t now);
+
 // Whether the last contact is longer ago than max_age. Before the first contact the start counts.
+// A max_age of 0 is no limit.
 bool is_stale(const relay_state &state, std::time_t now);
 
 // One state that several threads share.

@@ -4,13 +4,13 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "tools/output/figures.hpp"
 #include "tools/output/json.hpp"
+#include "tools/service/page_answer.hpp"
 #include "tools/service/status_json.hpp"
 #include "tools/service/status_rows.hpp"
 
@@ -18,58 +18,11 @@ namespace zotconf {
 namespace {
 
 constexpr size_t tag_digits = 32;
-constexpr const char *json_policy = "default-src 'none'; frame-ancestors 'none'";
-
-std::string base64(const std::vector<unsigned char> &bytes) {
-  static constexpr std::string_view digits =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (size_t at = 0; at < bytes.size(); at += 3) {
-    const size_t count = std::min<size_t>(bytes.size() - at, 3);
-    uint32_t group = 0;
-    for (size_t i = 0; i < 3; ++i) {
-      group = group << 8 | (i < count ? bytes[at + i] : 0U);
-    }
-    for (size_t i = 0; i < 4; ++i) {
-      text += i <= count ? digits[group >> (18 - 6 * i) & 63U] : '=';
-    }
-  }
-  return text;
-}
-
-// The source expression of the content security policy for the page's own text between <tag> and
-// </tag>: 'sha256-…'.
-std::string source_hash(std::string_view html, const std::string &tag) {
-  const size_t begin = html.find("<" + tag + ">") + tag.size() + 2;
-  const std::string hex = sha256_text(html.substr(begin, html.find("</" + tag + ">") - begin));
-  std::vector<unsigned char> bytes(hex.size() / 2);
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    std::from_chars(hex.data() + 2 * i, hex.data() + 2 * i + 2, bytes[i], 16);
-  }
-  return "'sha256-" + base64(bytes) + "'";
-}
-
 // Allows only the page's own script and style, and requests only to its own service.
 std::string page_policy() {
   return "default-src 'none'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
          "connect-src 'self'; img-src data:; script-src " +
          source_hash(status_html, "script") + "; style-src " + source_hash(status_html, "style");
-}
-
-http_answer page_answer(int status, std::string body, const char *type, const std::string &policy) {
-  return {.status = status,
-          .type = type,
-          .body = std::move(body),
-          .headers = {{"Cache-Control", "no-store"},
-                      {"Content-Security-Policy", policy},
-                      {"Referrer-Policy", "no-referrer"},
-                      {"X-Content-Type-Options", "nosniff"}},
-          .file = std::nullopt,
-          .result = ""};
-}
-
-http_answer json_answer(int status, std::string body) {
-  return page_answer(status, std::move(body), "application/json", json_policy);
 }
 
 http_answer refused_answer(int status, const query_error &error) {
