@@ -68,6 +68,7 @@ void add_look_commands(command_line &line);       // show, diff
 void add_reference_commands(command_line &line);  // explain, categories
 void add_probe_command(command_line &line);       // probe
 void add_selftest_command(command_line &line);    // selftest
+void add_relay_command(command_line &line);       // relay
 
 void add_all_commands(command_line &line);
 

@@ -34,7 +34,7 @@ const command_text watch_text = {
         "that lists all changed entries. Exit status 0 commits, 1 to 125 roll back. If CMD\n"
         "cannot run (126, 127), if a signal ends it or if it takes longer than --apply-timeout,\n"
         "the configuration is neither committed nor rolled back, and CMD runs again after a\n"
-        "pause. Durations are 500ms, 30s, 5m or 1h.\n\n"
+        "pause. Durations are 500ms, 30s, 5m, 1h or 30d.\n\n"
         "While the service or CMD fails, the pauses grow from --backoff-min to --backoff-max.\n"
         "The first pause is random, between the shortest pause and twice that; for each next\n"
         "pause both bounds double.\n\n"

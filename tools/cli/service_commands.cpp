@@ -51,7 +51,7 @@ const command_text prune_text = {
         "Reads the K (knowledge file) of every element. Removes the versions that no K lists,\n"
         "and the folders that become empty. An element that fetched a K just before it was\n"
         "replaced still requests its files, so they stay for the grace period. Durations are\n"
-        "500ms, 30s, 5m or 1h.\n\n"
+        "500ms, 30s, 5m, 1h or 30d.\n\n"
         "Waits for a running publisher, and blocks new ones. The service keeps running. If a K\n"
         "cannot be read or is damaged, nothing is removed. Anything other than\n"
         "config/<Category>/<key>/<version> is skipped and listed. Symbolic links are not\n"

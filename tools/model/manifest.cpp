@@ -19,7 +19,11 @@ std::string text_member(const cJSON *object, const char *name) {
   return text == nullptr ? "" : text;
 }
 
-std::optional<published_file> parse_file(const cJSON *item) {
+std::string path_of(const published_file &file) {
+  return "/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version);
+}
+
+std::optional<published_file> parse_file(const cJSON *item, other_category others) {
   published_file file;
   const std::string path = text_member(item, "path");
   const double size = cJSON_GetNumberValue(cJSON_GetObjectItem(item, "size"));
@@ -33,12 +37,17 @@ std::optional<published_file> parse_file(const cJSON *item) {
   file.category_name = path.substr(1, key_at - 1);
   file.key = path.substr(key_at + 1, version_at - key_at - 1);
   const auto version = parse_version(std::string_view(path).substr(version_at + 1));
-  if (!version || get_gpb_cat_by_cat_str(file.category_name.c_str(), &file.category) != 0) {
+  const bool is_known = get_gpb_cat_by_cat_str(file.category_name.c_str(), &file.category) == 0;
+  if (!version || (!is_known && others == other_category::refused)) {
     return std::nullopt;
+  }
+  if (!is_known) {
+    file.category = -1;
   }
   file.version = *version;
   file.size = static_cast<uint64_t>(size);
-  return file;
+  // A path that is written in another way, with 007 for example, names another file in a request.
+  return path_of(file) == path ? std::optional(std::move(file)) : std::nullopt;
 }
 
 // A number that is no whole one, or more than a double can count to, counts as absent.
@@ -69,14 +78,14 @@ std::string render_manifest(const manifest &content) {
   json_node list = root.array("gpbs");
   for (const published_file &file : content.files) {
     list.append()
-        .set("path", "/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version))
+        .set("path", path_of(file))
         .set("size", file.size)
         .set("checksum", file.checksum);
   }
   return document.text();
 }
 
-std::optional<manifest> parse_manifest(const std::string &text) {
+std::optional<manifest> parse_manifest(const std::string &text, other_category others) {
   const zot::json_tree root(cJSON_ParseWithLength(text.data(), text.size()));
   const cJSON *const list = cJSON_GetObjectItem(root.get(), "gpbs");
   if (!cJSON_IsArray(list)) {
@@ -90,7 +99,7 @@ std::optional<manifest> parse_manifest(const std::string &text) {
                    .sequence = parse_sequence(cJSON_GetObjectItem(root.get(), "sequence")),
                    .files = {}};
   for (const cJSON *item = list->child; item != nullptr; item = item->next) {
-    auto file = parse_file(item);
+    auto file = parse_file(item, others);
     if (!file) {
       return std::nullopt;
     }

@@ -35,7 +35,13 @@ struct manifest {
 
 std::string render_manifest(const manifest &content);
 
-// Returns nullopt when the text is not a valid K.
-std::optional<manifest> parse_manifest(const std::string &text);
+// What to do with a file of a category that this version does not know. The library skips such an
+// entry, so a newer controller may publish it to an older element.
+enum class other_category { refused, kept };
+
+// Returns nullopt when the text is not a valid K. The category number of a kept file of another
+// category is -1.
+std::optional<manifest> parse_manifest(const std::string &text,
+                                       other_category others = other_category::refused);
 
 }  // namespace zotconf

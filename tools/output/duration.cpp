@@ -18,7 +18,8 @@ struct unit {
   milliseconds length;
 };
 
-constexpr std::array units = {unit{"ms", 1ms}, unit{"s", 1s}, unit{"m", 1min}, unit{"h", 1h}};
+constexpr std::array units = {unit{"ms", 1ms}, unit{"s", 1s}, unit{"m", 1min}, unit{"h", 1h},
+                              unit{"d", 24h}};
 
 }  // namespace
 
@@ -35,7 +36,7 @@ std::optional<milliseconds> parse_duration(std::string_view text) {
 }
 
 std::string check_duration(std::string_view text) {
-  return parse_duration(text) ? "" : "is not a duration such as 500ms, 30s, 5m or 1h";
+  return parse_duration(text) ? "" : "is not a duration such as 500ms, 30s, 5m, 1h or 30d";
 }
 
 std::string duration_text(milliseconds duration) {
@@ -53,7 +54,11 @@ std::string duration_text(milliseconds duration) {
     return count(minutes) + "m" + (seconds > minutes ? count(seconds - minutes) + "s" : "");
   }
   const auto hours = std::chrono::floor<std::chrono::hours>(duration);
-  return count(hours) + "h" + (minutes > hours ? count(minutes - hours) + "m" : "");
+  if (hours < 24h) {
+    return count(hours) + "h" + (minutes > hours ? count(minutes - hours) + "m" : "");
+  }
+  const auto days = std::chrono::floor<std::chrono::days>(duration);
+  return count(days) + "d" + (hours > days ? count(hours - days) + "h" : "");
 }
 
 }  // namespace zotconf

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Durations as a user writes and reads them: 500ms, 30s, 5m, 1h.
+// Durations as a user writes and reads them: 500ms, 30s, 5m, 1h, 30d.
 #pragma once
 
 #include <chrono>
@@ -9,7 +9,7 @@
 
 namespace zotconf {
 
-// Accepts a whole number above 0 with one of the four units, up to one year; nullopt otherwise.
+// Accepts a whole number above 0 with one of the five units, up to one year; nullopt otherwise.
 std::optional<std::chrono::milliseconds> parse_duration(std::string_view text);
 
 // Returns an empty text when valid, else the error.

@@ -11,6 +11,15 @@
 
 namespace zotconf {
 
+// What a signature states about itself. Proves nothing.
+struct stated_signature {
+  std::string signer;         // subject of the signer's certificate; empty: none
+  std::time_t signed_at = 0;  // 0: not stated
+};
+
+// Reads a signature without verifying it. Of bytes that are no signature, nothing is stated.
+stated_signature stated_in(std::string_view signature);
+
 class keyring {
  public:
   // The file has trusted certificates and, optionally, certificate revocation lists, in PEM. Throws

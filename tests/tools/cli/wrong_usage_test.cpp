@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "zotconf cycle --help"},
         mistake{"ValueOutOfRange",
                 {"watch", "--index", "a", "--apply", "true", "--every", "soon"},
-                "watch: --every: \"soon\" is not a duration such as 500ms, 30s, 5m or 1h",
+                "watch: --every: \"soon\" is not a duration such as 500ms, 30s, 5m, 1h or 30d",
                 "zotconf watch --help"}),
     [](const auto &one) { return std::string(one.param.test); });
 

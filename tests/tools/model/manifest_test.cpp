@@ -36,5 +36,46 @@ TEST(RenderManifest, SaysNothingOfWhatIsEmpty) {
             "{\n\t\"clusterId\":\t\"c\",\n\t\"gpbs\":\t[]\n}\n");
 }
 
+std::string k_with_path(const std::string &path) {
+  return R"({"clusterId": "c", "gpbs": [{"path": ")" + path +
+         R"(", "size": 1, "checksum": "ab"}]})";
+}
+
+TEST(ParseManifest, ReadsWhatRenderManifestWrites) {
+  const manifest content{.cluster = "c",
+                         .config_id = "",
+                         .firmware = "",
+                         .who = {.subsys = "AP", .index = "0A"},
+                         .sequence = 7,
+                         .files = {{.category = 0,
+                                    .category_name = "Wlan",
+                                    .key = "a",
+                                    .version = 3,
+                                    .size = 5,
+                                    .checksum = "ab"}}};
+  const std::string text = render_manifest(content);
+  const auto read = parse_manifest(text);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(render_manifest(*read), text);
+}
+
+TEST(ParseManifest, RefusesAPathThatIsWrittenInAnotherWay) {
+  EXPECT_TRUE(parse_manifest(k_with_path("/Wlan/a/7")));
+  for (const char *const path : {"Wlan/a/7", "/Wlan/a/007", "/Wlan/a/0x7", "/Wlan/a/7/", "/Wlan//7",
+                                 "//Wlan/a/7", "/Wlan/7", ""}) {
+    EXPECT_FALSE(parse_manifest(k_with_path(path))) << path;
+  }
+}
+
+TEST(ParseManifest, KeepsAFileOfAnotherCategoryOnlyIfAsked) {
+  const std::string text = k_with_path("/Tomorrow/a/7");
+  EXPECT_FALSE(parse_manifest(text));
+  const auto read = parse_manifest(text, other_category::kept);
+  ASSERT_TRUE(read);
+  ASSERT_EQ(read->files.size(), 1U);
+  EXPECT_EQ(read->files[0].category, -1);
+  EXPECT_EQ(read->files[0].category_name, "Tomorrow");
+}
+
 }  // namespace
 }  // namespace zotconf

@@ -15,6 +15,7 @@ TEST(Duration, IsANumberWithAUnit) {
   EXPECT_EQ(parse_duration("5m"), 5min);
   EXPECT_EQ(parse_duration("1h"), 1h);
   EXPECT_EQ(parse_duration("8760h"), 8760h);
+  EXPECT_EQ(parse_duration("30d"), 720h);
   EXPECT_EQ(check_duration("1ms"), "");
 }
 
@@ -27,7 +28,7 @@ TEST_P(DurationRefused, IsNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Words, DurationRefused,
                          testing::Values("", "30", "s", "ms", "0s", "-1s", "+1s", "1.5s", "1 s",
-                                         " 1s", "1s ", "1S", "1d", "1h30m", "8761h",
+                                         " 1s", "1s ", "1S", "1w", "1h30m", "8761h", "366d",
                                          "9223372036854775807h", "9223372036854775808ms"));
 
 TEST(Duration, IsToldShortly) {
@@ -39,6 +40,8 @@ TEST(Duration, IsToldShortly) {
   EXPECT_EQ(duration_text(5min), "5m");
   EXPECT_EQ(duration_text(90min + 10s), "1h30m");
   EXPECT_EQ(duration_text(2h), "2h");
+  EXPECT_EQ(duration_text(24h + 59min), "1d");
+  EXPECT_EQ(duration_text(50h), "2d2h");
 }
 
 }  // namespace

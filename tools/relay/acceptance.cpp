@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/relay/acceptance.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <string_view>
+#include <unordered_set>
+
+#include "tools/model/names.hpp"
+#include "tools/output/plain_text.hpp"
+#include "tools/relay/trusted_time.hpp"
+#include "zot_conf.h"
+
+namespace zotconf {
+namespace {
+
+// Each value of a JSON text is preceded by one of these characters, so their number limits the
+// memory that the parsed text takes. A K of half a million entries has fewer.
+constexpr std::ptrdiff_t most_values = 4'000'000;
+
+bool has_too_many_values(std::string_view k) {
+  const auto precedes_value = [](char c) { return c == ',' || c == '[' || c == '{'; };
+  return std::ranges::count_if(k, precedes_value) > most_values;
+}
+
+bool is_digest(std::string_view text) {
+  return text.size() == ZOT_CHECKSUM_LEN &&
+         text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+std::string name_of(const published_file &file) {
+  return printable(file.category_name + "/" + file.key);
+}
+
+std::string why_not_file(const published_file &file) {
+  if (const std::string wrong = check_key(file.category_name); !wrong.empty()) {
+    return "K names a category that " + wrong;
+  }
+  if (const std::string wrong = check_key(file.key); !wrong.empty()) {
+    return name_of(file) + " " + wrong;
+  }
+  if (file.size == 0 || file.size > std::numeric_limits<int32_t>::max()) {
+    return name_of(file) + " has an impossible size";
+  }
+  return is_digest(file.checksum) ? "" : name_of(file) + " has no SHA-256";
+}
+
+std::string why_not_files(const std::vector<published_file> &files) {
+  std::unordered_set<std::string> names;
+  for (const published_file &file : files) {
+    if (std::string wrong = why_not_file(file); !wrong.empty()) {
+      return wrong;
+    }
+    if (!names.insert(file.category_name + "/" + file.key).second) {
+      return name_of(file) + " is listed twice";
+    }
+  }
+  return "";
+}
+
+// A K without a sequence names no element either. It cannot be bound by a signature.
+std::string why_not_bound(const acceptance &rules, const manifest &content) {
+  if (content.sequence == 0) {
+    return rules.trusted == nullptr ? "" : "K states no sequence";
+  }
+  if (content.who.subsys != rules.who.subsys || content.who.index != rules.who.index) {
+    return "K is that of " + one_word(content.who.subsys) + " " + one_word(content.who.index);
+  }
+  return "";
+}
+
+std::string why_not_next(const manifest &content, const std::string &digest,
+                         const accepted_before &before) {
+  const bool is_stated = content.sequence != 0;
+  if (!is_stated || content.sequence > before.sequence || digest == before.digest) {
+    return "";
+  }
+  const std::string numbers = std::to_string(content.sequence) + ", the last accepted one has " +
+                              std::to_string(before.sequence);
+  return content.sequence == before.sequence ? "another K has the sequence " + numbers
+                                             : "K is older: it has the sequence " + numbers;
+}
+
+std::string why_not_text(const std::string &k) {
+  if (k.empty()) {
+    return "K is empty";
+  }
+  if (k.find('\0') != std::string::npos) {
+    return "K contains a zero byte";
+  }
+  return has_too_many_values(k) ? "K has too many entries" : "";
+}
+
+std::string why_not_content(const acceptance &rules, const manifest &content,
+                            const std::string &digest, const accepted_before &before) {
+  if (const std::string wrong = check_cluster(content.cluster); !wrong.empty()) {
+    return "the cluster ID " + wrong;
+  }
+  if (std::string wrong = why_not_bound(rules, content); !wrong.empty()) {
+    return wrong;
+  }
+  if (std::string wrong = why_not_next(content, digest, before); !wrong.empty()) {
+    return wrong;
+  }
+  return why_not_files(content.files);
+}
+
+// Sets the signer, or why the signature does not count.
+void check_signature(const keyring &trusted, const std::string &k,
+                     const std::optional<std::string> &signature, std::time_t now,
+                     judgement &made) {
+  if (!signature) {
+    made.wrong = "K is not signed";
+    return;
+  }
+  keyring::verdict said = trusted.check(k, *signature, now);
+  made.wrong = std::move(said.wrong);
+  made.signer = std::move(said.signer);
+  made.signed_at = said.signed_at;
+}
+
+}  // namespace
+
+judgement judge(const acceptance &rules, const std::string &k, const std::string &digest,
+                const std::optional<std::string> &signature, const accepted_before &before) {
+  judgement made;
+  if (rules.trusted != nullptr) {
+    check_signature(*rules.trusted, k, signature,
+                    trusted_time(std::time(nullptr), before.signed_at), made);
+  }
+  if (made.wrong.empty()) {
+    made.wrong = why_not_text(k);
+  }
+  if (!made.wrong.empty()) {
+    return made;
+  }
+  auto content = parse_manifest(k, other_category::kept);
+  if (!content) {
+    made.wrong = "K is not a valid manifest";
+    return made;
+  }
+  made.wrong = why_not_content(rules, *content, digest, before);
+  made.content = std::move(*content);
+  return made;
+}
+
+}  // namespace zotconf

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/relay/relay.hpp"
+
+#include <csignal>
+#include <ctime>
+#include <optional>
+#include <ostream>
+#include <random>
+#include <utility>
+
+#include "tools/element/notify.hpp"
+#include "tools/element/wake_up.hpp"
+#include "tools/output/duration.hpp"
+#include "tools/output/error_text.hpp"
+#include "tools/output/exit_status.hpp"
+#include "tools/output/json.hpp"
+#include "tools/publication/keyring.hpp"
+#include "tools/relay/privileges.hpp"
+#include "tools/relay/relay_clock.hpp"
+#include "tools/relay/relay_loop.hpp"
+#include "tools/relay/relay_page.hpp"
+#include "tools/relay/relay_report.hpp"
+#include "tools/relay/relay_state.hpp"
+#include "tools/relay/relay_store.hpp"
+#include "tools/relay/schedule.hpp"
+#include "tools/relay/synchroniser.hpp"
+#include "tools/service/archive_cache.hpp"
+#include "tools/service/element_log.hpp"
+#include "tools/service/http_server.hpp"
+#include "tools/service/listener.hpp"
+#include "tools/service/publication_service.hpp"
+
+namespace zotconf {
+namespace {
+
+// The publication of the store and the status page.
+class relay_service : public http_service {
+ public:
+  relay_service(const relay_store &store, element_log &elements, archive_cache &archives,
+                relay_page &page, std::ostream &err)
+      : published_(store, elements, archives), page_(page), err_(err) {}
+
+  [[nodiscard]] http_work work_of(const http_request &request) const override {
+    if (relay_page::is_asked(request)) {
+      return http_work::slow;
+    }
+    return publication_service::is_for_archive(request) ? http_work::heavy : http_work::quick;
+  }
+  [[nodiscard]] http_answer answer(const http_request &request,
+                                   const std::stop_token &stop) override {
+    auto page = page_.answer(request);
+    return page ? std::move(*page) : published_.answer(request, stop);
+  }
+  void failed(const std::exception &error) override {
+    err_ << "zotconf: " + printable(error.what()) + "\n" << std::flush;
+  }
+  void finished(const http_exchange & /*exchange*/) override {}
+
+ private:
+  publication_service published_;
+  relay_page &page_;
+  std::ostream &err_;
+};
+
+// The clock of the machine. Gives the service manager its sign of life.
+class machine_clock : public relay_clock {
+ public:
+  machine_clock(wake_up &wake, notifier &manager, archive_cache &archives)
+      : wake_(wake), manager_(manager), archives_(archives) {}
+
+  [[nodiscard]] clock::time_point now() const override { return clock::now(); }
+  void wait_until(clock::time_point when) override {
+    constexpr std::chrono::minutes longest(1);
+    wake_.wait_until(std::min({when, manager_.next_sign(), clock::now() + longest}));
+    manager_.show_life(clock::now());
+    archives_.expire(clock::now());
+  }
+  [[nodiscard]] bool is_stopped() const override { return wake_.stop_signal() != 0; }
+
+ private:
+  wake_up &wake_;
+  notifier &manager_;
+  archive_cache &archives_;
+};
+
+void report_address(const console &where, const std::string &host, int port) {
+  if (where.is_json()) {
+    json_document line;
+    line.root().object("listening").set("host", host).set("port", port).set("pid", ::getpid());
+    where.out() << line.line() << std::flush;
+    return;
+  }
+  where.out() << "listening on " << host_and_port(host, port) << '\n' << std::flush;
+}
+
+relay_state first_state(const relay_options &options) {
+  relay_state state;
+  state.upstream = without_credentials(options.server.url);
+  state.who = options.who;
+  state.must_be_signed = !options.keyring.empty();
+  state.started = std::time(nullptr);
+  state.max_age = std::chrono::duration_cast<std::chrono::seconds>(options.max_age);
+  return state;
+}
+
+// What both ways of running work with.
+struct relay_tools {
+  relay_tools(const relay_options &options, const console &where)
+      : where(where),
+        trusted(options.keyring.empty() ? std::nullopt
+                                        : std::optional<keyring>(std::in_place, options.keyring)),
+        store(options.store, options.who),
+        server(options.server,
+               [this] {
+                 manager.show_life(notifier::clock::now());
+                 return wake.stop_signal() != 0;
+               }),
+        syncing({.who = options.who, .trusted = trusted ? &*trusted : nullptr}, options.keep,
+                server, store),
+        board(first_state(options)),
+        loop({.syncing = syncing,
+              .store = store,
+              .server = server,
+              .board = board,
+              .reporter = reporter}) {}
+
+  const console &where;
+  notifier manager;
+  wake_up wake;
+  std::optional<keyring> trusted;
+  relay_store store;
+  upstream server;
+  synchroniser syncing;
+  relay_board board;
+  relay_reporter reporter{where, manager};
+  relay_loop loop;
+};
+
+int run_once(relay_tools &tools) {
+  switch (tools.loop.once().result) {
+    case round_result::failed:
+      return exit_failure;
+    case round_result::refused:
+      return exit_refused;
+    case round_result::unchanged:
+    case round_result::updated:
+      break;
+  }
+  return exit_success;
+}
+
+std::string summary_of(const relay_options &options) {
+  return options.who.subsys + " " + options.who.index + " from " +
+         without_credentials(options.server.url) + ", every " + duration_text(options.every) +
+         (options.keyring.empty() ? ", unsigned" : "");
+}
+
+int serve(const relay_options &options, const console &where, relay_tools &tools) {
+  listener listening = listen_on(options.bind, options.port);
+  element_log elements;
+  archive_cache archives;
+  relay_page page(tools.board, elements);
+  relay_service service(tools.store, elements, archives, page, where.err());
+  report_address(where, options.bind, listening.port);
+  const http_server running(std::move(listening.socket), service);
+  tools.manager.ready();
+  tools.reporter.tell({.what = relay_event::starting, .text = summary_of(options)});
+  schedule when(options.every, std::random_device()());
+  machine_clock time(tools.wake, tools.manager, archives);
+  tools.loop.run(when, time);
+  tools.manager.stopping();
+  tools.reporter.tell({.what = relay_event::stopping,
+                       .text = "signal " + std::to_string(tools.wake.stop_signal())});
+  return exit_success;
+}
+
+}  // namespace
+
+int run_relay(const relay_options &options, const console &where) {
+  give_up_root(options.user, options.store);
+  ::signal(SIGPIPE, SIG_IGN);
+  if (options.keyring.empty() && options.server.url.starts_with("http://")) {
+    tell_warning(where.err(),
+                 "without a keyring and TLS, anybody on the way can replace the configuration");
+  }
+  relay_tools tools(options, where);
+  return options.once ? run_once(tools) : serve(options, where, tools);
+}
+
+}  // namespace zotconf

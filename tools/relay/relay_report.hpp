@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// The output of `zotconf relay`: a line of text or JSON for each change.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tools/element/notify.hpp"
+#include "tools/output/console.hpp"
+
+namespace zotconf {
+
+enum class relay_event { starting, unchanged, updated, refused, failing, recovered, stopping };
+
+// One event, printed as one line.
+struct relay_report {
+  relay_event what;
+  std::string text = {};
+  std::optional<uint64_t> sequence = {};
+  std::optional<std::chrono::milliseconds> retry = {};
+};
+
+// Prints events, and sends them to the service manager.
+class relay_reporter {
+ public:
+  relay_reporter(const console &where, const notifier &manager)
+      : where_(where), manager_(manager) {}
+
+  void tell(const relay_report &news) const;
+  // Prints an event only if it differs from the last one that was passed to this function.
+  void tell_change(const relay_report &news);
+
+ private:
+  const console &where_;
+  const notifier &manager_;
+  std::optional<relay_report> told_;
+};
+
+}  // namespace zotconf

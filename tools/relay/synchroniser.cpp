@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/relay/synchroniser.hpp"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "tools/output/console.hpp"
+#include "tools/publication/publication_store.hpp"
+#include "zot_conf.h"
+
+namespace zotconf {
+namespace {
+
+constexpr uint64_t longest_checksum_file = 1024;
+constexpr uint64_t longest_signature = uint64_t{64} << 10;
+
+std::string path_of_latest(const element &who, const std::string &suffix) {
+  std::string path;
+  for (const std::string &part : latest_parts(who, suffix)) {
+    path += (path.empty() ? "" : "/") + part;
+  }
+  return path;
+}
+
+std::string path_of(const published_file &file) {
+  return "config/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version);
+}
+
+sync_round failed(const std::string &wrong, std::optional<std::chrono::seconds> retry_after = {}) {
+  return {.result = round_result::failed, .wrong = wrong, .retry_after = retry_after};
+}
+
+sync_round refused(const std::string &wrong) {
+  return {.result = round_result::refused, .wrong = wrong};
+}
+
+// Why a reply is not a file; empty if it is one.
+std::string why_not_file(const upstream_reply &reply, const std::string &path) {
+  if (!reply.wrong.empty()) {
+    return reply.wrong;
+  }
+  return reply.status == 200 ? "" : path + ": HTTP status " + std::to_string(reply.status);
+}
+
+// The digest in a checksum file; nullopt for any other text.
+std::optional<std::string> digest_in(std::string_view text) {
+  if (!text.empty() && text.back() == '\n') {
+    text.remove_suffix(1);
+  }
+  const bool is_digest = text.size() == ZOT_CHECKSUM_LEN &&
+                         text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+  return is_digest ? std::optional<std::string>(text) : std::nullopt;
+}
+
+uint64_t total_size(const std::vector<published_file> &files) {
+  uint64_t bytes = 0;
+  for (const published_file &file : files) {
+    bytes += file.size;
+  }
+  return bytes;
+}
+
+}  // namespace
+
+synchroniser::synchroniser(acceptance rules, size_t keep, upstream &server, relay_store &store)
+    : rules_(std::move(rules)), keep_(keep), server_(server), store_(store) {
+  const auto current = store_.current();
+  if (current == nullptr || !current->signature || rules_.trusted == nullptr) {
+    return;
+  }
+  // It was verified when the publication came into service. The certificate may have expired since.
+  const stated_signature stated = stated_in(*current->signature);
+  signer_ = stated.signer;
+  signed_at_ = stated.signed_at;
+}
+
+bool synchroniser::is_in_service(const std::string &digest) const {
+  const auto current = store_.current();
+  return current != nullptr && current->digest == digest && !store_.is_damaged();
+}
+
+sync_round synchroniser::run() {
+  const std::string path = path_of_latest(rules_.who, ".checksum");
+  const bool may_stay = !etag_.empty() && is_in_service(announced_);
+  const upstream_reply reply =
+      server_.get(path, longest_checksum_file, may_stay ? etag_ : std::string());
+  if (may_stay && reply.wrong.empty() && reply.status == 304) {
+    return {};
+  }
+  if (const std::string wrong = why_not_file(reply, path); !wrong.empty()) {
+    return failed(wrong, reply.retry_after);
+  }
+  const auto digest = digest_in(reply.body);
+  if (!digest) {
+    return failed(path + ": is not a SHA-256 of 64 lower-case digits");
+  }
+  sync_round round;
+  if (!is_in_service(*digest)) {
+    round = bring_in(*digest);
+  }
+  if (round.wrong.empty()) {
+    etag_ = reply.etag;
+    announced_ = *digest;
+    pending_.reset();
+  }
+  return round;
+}
+
+std::optional<sync_round> synchroniser::fetch_k(const std::string &digest) {
+  if (pending_ && pending_->digest == digest) {
+    return std::nullopt;
+  }
+  pending_.reset();
+  const std::string path = path_of_latest(rules_.who, ".k");
+  upstream_reply reply = server_.get(path, longest_k);
+  if (const std::string wrong = why_not_file(reply, path); !wrong.empty()) {
+    return failed(wrong, reply.retry_after);
+  }
+  if (sha256_text(reply.body) != digest) {
+    return failed("K does not match its checksum file");
+  }
+  pending_ = pending_k{.digest = digest, .k = std::move(reply.body)};
+  return std::nullopt;
+}
+
+// A missing signature is a reason to refuse K, not a failure of the server. One that is not
+// required is fetched too, for those who read it from here.
+std::optional<sync_round> synchroniser::fetch_signature(std::optional<std::string> &signature) {
+  const std::string path = path_of_latest(rules_.who, ".k.p7s");
+  upstream_reply reply = server_.get(path, longest_signature);
+  if (reply.wrong.empty() && reply.status == 200) {
+    signature = std::move(reply.body);
+    return std::nullopt;
+  }
+  const bool is_missing = reply.wrong.empty() && (reply.status == 404 || reply.status == 403);
+  if (is_missing || rules_.trusted == nullptr) {
+    return std::nullopt;
+  }
+  return failed(why_not_file(reply, path), reply.retry_after);
+}
+
+std::string synchroniser::why_no_room(const std::vector<published_file> &files,
+                                      const manifest &content) {
+  // A file takes whole blocks, and the publication itself takes a few more.
+  constexpr uint64_t block = 4096;
+  const uint64_t needed = total_size(files) + (files.size() + 16) * block + pending_->k.size();
+  if (needed > store_.room()) {
+    store_.clean(1, content);
+  }
+  const uint64_t room = store_.room();
+  return needed <= room ? ""
+                        : "no space left in the store: the update needs " + human_bytes(needed);
+}
+
+std::optional<sync_round> synchroniser::fetch_files(const manifest &content, sync_round &round) {
+  // What earlier publications have left that never came into service.
+  store_.clean(keep_, content);
+  const std::vector<published_file> files = store_.missing(content);
+  if (const std::string wrong = why_no_room(files, content); !wrong.empty()) {
+    return failed(wrong);
+  }
+  std::vector<wanted_file> wanted;
+  for (const published_file &file : files) {
+    wanted.push_back({.path = path_of(file), .to = store_.partial(file), .size = file.size});
+  }
+  std::string wrong;
+  const fetch_end end = server_.fetch(wanted, [&](size_t at) {
+    if (!store_.take(files[at])) {
+      wrong = wanted[at].path + ": does not have the SHA-256 that K states";
+      return;
+    }
+    ++round.fetched_files;
+    round.fetched_bytes += files[at].size;
+  });
+  round.has_progressed = round.fetched_files > 0;
+  if (!end.wrong.empty()) {
+    wrong = end.wrong;
+  }
+  if (wrong.empty()) {
+    return std::nullopt;
+  }
+  sync_round ended = failed(wrong, end.retry_after);
+  ended.has_progressed = round.has_progressed;
+  return ended;
+}
+
+sync_round synchroniser::put_into_service(const std::optional<std::string> &signature,
+                                          judgement accepted, sync_round round) {
+  store_.put_into_service(pending_->k, signature, std::move(accepted.content));
+  signer_ = std::move(accepted.signer);
+  signed_at_ = accepted.signed_at;
+  store_.clean(keep_, {});
+  round.result = round_result::updated;
+  return round;
+}
+
+sync_round synchroniser::bring_in(const std::string &digest) {
+  if (auto end = fetch_k(digest)) {
+    return *end;
+  }
+  std::optional<std::string> signature;
+  if (auto end = fetch_signature(signature)) {
+    return *end;
+  }
+  const auto current = store_.current();
+  const accepted_before before{.sequence = store_.last_sequence(),
+                               .digest = current == nullptr ? "" : current->digest,
+                               .signed_at = signed_at_};
+  judgement made = judge(rules_, pending_->k, digest, signature, before);
+  if (!made.wrong.empty()) {
+    return refused(made.wrong);
+  }
+  sync_round round;
+  if (auto end = fetch_files(made.content, round)) {
+    return *end;
+  }
+  return put_into_service(signature, std::move(made), round);
+}
+
+}  // namespace zotconf
