@@ -203,9 +203,8 @@ sync_round synchroniser::bring_in(const std::string &digest) {
   if (auto end = fetch_signature(signature)) {
     return *end;
   }
-  const auto current = store_.current();
   const accepted_before before{.sequence = store_.last_sequence(),
-                               .digest = current == nullptr ? "" : current->digest,
+                               .digest = store_.last_digest(),
                                .signed_at = signed_at_};
   judgement made = judge(rules_, pending_->k, digest, signature, before);
   if (!made.wrong.empty()) {
