@@ -237,9 +237,8 @@ sync_round synchroniser::update(const std::string &digest) {
   if (auto end = fetch_signature(signature)) {
     return *end;
   }
-  const accepted_before before{.sequence = store_.last_sequence(),
-                               .digest = store_.last_digest(),
-                               .signed_at = signed_at_};
+  const accepted_before before{
+      .sequence = store_.last_sequence(), .digest = store_.last_digest(), .signed_at = signed_at_};
   judgement made = judge(rules_, pending_->k, digest, signature, before);
   if (!made.wrong.empty()) {
     return refused(made.wrong);
