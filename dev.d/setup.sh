@@ -21,11 +21,14 @@ readonly check_packages=(
   clang-format clang-tidy
   gcovr
   libcpp-httplib-dev
+  libengine-pkcs11-openssl
   libgtest-dev
   mandoc
   mount
+  opensc
   openssl
-  shellcheck)
+  shellcheck
+  softhsm2)
 
 is_installed() {
   [[ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]

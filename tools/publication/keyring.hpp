@@ -20,10 +20,13 @@ struct stated_signature {
 // Reads a signature without verifying it. Of bytes that are no signature, nothing is stated.
 stated_signature stated_in(std::string_view signature);
 
+class trust_store;
+
 class keyring {
  public:
   // The file has trusted certificates and, optionally, certificate revocation lists, in PEM. Throws
-  // std::runtime_error if it has no certificate or cannot be read.
+  // std::runtime_error if it has no certificate or cannot be read. A certificate is trusted if it
+  // is in the file, or if a chain leads from it to one in the file.
   explicit keyring(const fs::path &file);
   keyring(const keyring &) = delete;
   keyring &operator=(const keyring &) = delete;
@@ -39,8 +42,7 @@ class keyring {
                               std::time_t now) const;
 
  private:
-  class trust;
-  std::unique_ptr<trust> trust_;
+  std::unique_ptr<trust_store> trust_;
 };
 
 }  // namespace zotconf

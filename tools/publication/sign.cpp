@@ -62,7 +62,7 @@ bool is_chosen(const sign_options &options, const element &who) {
          (options.index.empty() || upper_case(options.index) == who.index);
 }
 
-void report(const console &where, const std::vector<signed_element> &elements) {
+void write_result(const console &where, const std::vector<signed_element> &elements) {
   if (!where.is_json()) {
     const auto count = [&elements](std::string_view result) {
       return std::ranges::count(elements, result, &signed_element::result);
@@ -107,7 +107,7 @@ int run_sign(const sign_options &options, const console &where) {
                "zotconf publish --help");
     status = exit_failure;
   }
-  report(where, elements);
+  write_result(where, elements);
   return status;
 }
 

@@ -1,47 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/publication/signature.hpp"
 
-#include <openssl/bio.h>
-#include <openssl/cms.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/store.h>
 #include <openssl/ui.h>
 #include <openssl/x509v3.h>
 
-#include <limits>
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
 namespace zotconf {
 namespace {
 
-using memory_bio = std::unique_ptr<BIO, zot::releaser<::BIO_free_all>>;
-using cms_message = std::unique_ptr<CMS_ContentInfo, zot::releaser<::CMS_ContentInfo_free>>;
 using key_store = std::unique_ptr<OSSL_STORE_CTX, zot::releaser<::OSSL_STORE_close>>;
 using store_item = std::unique_ptr<OSSL_STORE_INFO, zot::releaser<::OSSL_STORE_INFO_free>>;
-
-constexpr int least_rsa_bits = 2048;
-constexpr unsigned detached = CMS_DETACHED | CMS_BINARY;
-
-// OpenSSL queues its errors; the first one is the cause of the others.
-[[noreturn]] void throw_openssl(const std::string &what) {
-  const unsigned long code = ::ERR_get_error();
-  const char *const reason = ::ERR_reason_error_string(code);
-  ::ERR_clear_error();
-  throw std::runtime_error(reason == nullptr ? what : what + ": " + reason);
-}
-
-memory_bio bio_over(std::string_view bytes) {
-  if (bytes.size() > std::numeric_limits<int>::max()) {
-    throw std::runtime_error("too long for a signature");
-  }
-  memory_bio bio(::BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
-  if (bio == nullptr) {
-    throw std::bad_alloc();
-  }
-  return bio;
-}
 
 certificate_chain read_certificates(const fs::path &path) {
   const std::string text = read_file_text(path);
@@ -67,24 +41,49 @@ certificate_chain read_certificates(const fs::path &path) {
   return chain;
 }
 
-private_key read_key(const std::string &key) {
-  // OpenSSL takes the name of a missing file for a URI of an unknown scheme.
-  if (key.find(':') == std::string::npos && !is_there(key)) {
-    throw std::runtime_error("cannot open the key " + key + ": no such file");
+// A URI without the PIN that it may have, for messages.
+std::string without_pin(const std::string &key) {
+  constexpr std::string_view pin = "pin-value=";
+  const size_t found = key.find(pin);
+  if (found == std::string::npos) {
+    return key;
   }
-  const key_store store(
-      ::OSSL_STORE_open(key.c_str(), ::UI_get_default_method(), nullptr, nullptr, nullptr));
-  if (store == nullptr || ::OSSL_STORE_expect(store.get(), OSSL_STORE_INFO_PKEY) != 1) {
-    throw_openssl("cannot open the key " + key);
-  }
-  while (::OSSL_STORE_eof(store.get()) == 0) {
-    const store_item object(::OSSL_STORE_load(store.get()));
+  const size_t start = found + pin.size();
+  const size_t end = std::min(key.find_first_of(";&", start), key.size());
+  return key.substr(0, start) + "..." + key.substr(end);
+}
+
+private_key read_stored_key(OSSL_STORE_CTX *store) {
+  while (::OSSL_STORE_eof(store) == 0) {
+    const store_item object(::OSSL_STORE_load(store));
     if (object != nullptr && ::OSSL_STORE_INFO_get_type(object.get()) == OSSL_STORE_INFO_PKEY) {
-      ::ERR_clear_error();
       return private_key(::OSSL_STORE_INFO_get1_PKEY(object.get()));
     }
   }
-  throw_openssl("cannot read a private key from " + key);
+  return nullptr;
+}
+
+signing_key read_key(const std::string &key) {
+  const std::string name = without_pin(key);
+  // OpenSSL takes the name of a missing file for a URI of an unknown scheme.
+  if (key.find(':') == std::string::npos && !is_there(key)) {
+    throw std::runtime_error("cannot open the key " + name + ": no such file");
+  }
+  const key_store store(
+      ::OSSL_STORE_open(key.c_str(), ::UI_get_default_method(), nullptr, nullptr, nullptr));
+  if (store == nullptr && key.starts_with("pkcs11:")) {
+    ::ERR_clear_error();
+    return open_pkcs11_key(key, name);
+  }
+  if (store == nullptr || ::OSSL_STORE_expect(store.get(), OSSL_STORE_INFO_PKEY) != 1) {
+    throw_openssl("cannot open the key " + name);
+  }
+  private_key stored = read_stored_key(store.get());
+  if (stored == nullptr) {
+    throw_openssl("cannot read a private key from " + name);
+  }
+  ::ERR_clear_error();
+  return {.engine = nullptr, .key = std::move(stored)};
 }
 
 // Rejects a key here that a verifier of the signature would reject.
@@ -104,27 +103,13 @@ void check_signing_certificate(X509 *own, const fs::path &path) {
 }
 
 void check_signing_key(X509 *own, EVP_PKEY *key, const std::string &name) {
-  const bool is_rsa = ::EVP_PKEY_is_a(key, "RSA") == 1;
-  if (!is_rsa && ::EVP_PKEY_is_a(key, "EC") != 1) {
-    throw std::runtime_error(name + ": the key is neither EC nor RSA");
-  }
-  if (is_rsa && ::EVP_PKEY_get_bits(key) < least_rsa_bits) {
-    throw std::runtime_error(name + ": an RSA key needs at least 2048 bits");
+  if (const std::string wrong = wrong_key(key); !wrong.empty()) {
+    throw std::runtime_error(name + ": " + wrong);
   }
   if (::X509_check_private_key(own, key) != 1) {
     ::ERR_clear_error();
     throw std::runtime_error(name + ": the key does not match the certificate");
   }
-}
-
-std::string der_of(CMS_ContentInfo *message) {
-  const memory_bio bio(::BIO_new(::BIO_s_mem()));
-  if (bio == nullptr || ::i2d_CMS_bio(bio.get(), message) != 1) {
-    throw_openssl("cannot write the signature");
-  }
-  char *bytes = nullptr;
-  const long size = BIO_get_mem_data(bio.get(), &bytes);
-  return {bytes, static_cast<size_t>(size)};
 }
 
 }  // namespace
@@ -134,7 +119,7 @@ signer::signer(const fs::path &certificates, const std::string &key)
       own_(sk_X509_shift(chain_.get())),
       key_(read_key(key)) {
   check_signing_certificate(own_.get(), certificates);
-  check_signing_key(own_.get(), key_.get(), key);
+  check_signing_key(own_.get(), key_.key.get(), without_pin(key));
 }
 
 std::string signer::sign(std::string_view bytes) const {
@@ -142,12 +127,16 @@ std::string signer::sign(std::string_view bytes) const {
   const cms_message message(
       ::CMS_sign(nullptr, nullptr, chain_.get(), content.get(), detached | CMS_PARTIAL));
   if (message == nullptr ||
-      ::CMS_add1_signer(message.get(), own_.get(), key_.get(), ::EVP_sha256(),
+      ::CMS_add1_signer(message.get(), own_.get(), key_.key.get(), ::EVP_sha256(),
                         detached | CMS_NOSMIMECAP) == nullptr ||
       ::CMS_final(message.get(), content.get(), nullptr, detached) != 1) {
     throw_openssl("cannot sign");
   }
-  return der_of(message.get());
+  std::string der = der_of(message.get());
+  if (der.empty()) {
+    throw_openssl("cannot write the signature");
+  }
+  return der;
 }
 
 bool signer::has_signed(std::string_view bytes, std::string_view signature) const {
