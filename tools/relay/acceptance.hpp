@@ -20,7 +20,7 @@ struct acceptance {
 // What was accepted before.
 struct accepted_before {
   uint64_t sequence = 0;  // 0: none was stated
-  std::string digest;     // SHA-256 of the K in service; empty: there is none
+  std::string digest;     // SHA-256 of the K that had it; empty: there is none
   std::time_t signed_at = 0;
 };
 

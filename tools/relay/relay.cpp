@@ -144,6 +144,7 @@ int run_once(relay_tools &tools) {
       return exit_refused;
     case round_result::unchanged:
     case round_result::updated:
+    case round_result::repaired:
       break;
   }
   return exit_success;

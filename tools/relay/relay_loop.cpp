@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/relay/relay_loop.hpp"
 
+#include <algorithm>
 #include <ctime>
 #include <exception>
 #include <string>
+#include <utility>
 
 #include "tools/output/console.hpp"
 #include "tools/output/figures.hpp"
@@ -13,16 +15,17 @@ namespace {
 
 using std::chrono::milliseconds;
 
-bool is_good(const sync_round &round) {
-  return round.result == round_result::unchanged || round.result == round_result::updated;
-}
-
 uint64_t size_of(const manifest &content) {
   uint64_t bytes = 0;
   for (const published_file &file : content.files) {
     bytes += file.size;
   }
   return bytes;
+}
+
+std::string fetched_text(const sync_round &round) {
+  return std::to_string(round.fetched_files) + " fetched (" + human_bytes(round.fetched_bytes) +
+         ")";
 }
 
 }  // namespace
@@ -69,7 +72,7 @@ void relay_loop::note(const sync_round &round) {
     }
     if (round.result == round_result::updated) {
       ++state.updates;
-      state.bytes_saved += state.bytes - round.fetched_bytes;
+      state.bytes_saved += state.bytes - std::min(state.bytes, round.fetched_bytes);
     }
     if (state.problem != round.wrong) {
       state.problem = round.wrong;
@@ -82,9 +85,7 @@ void relay_loop::note(const sync_round &round) {
 relay_report relay_loop::update_report(const sync_round &round) const {
   const relay_state state = parts_.board.read();
   relay_report news{.what = relay_event::updated,
-                    .text = counted(state.files, "file", "files") + ", " +
-                            std::to_string(round.fetched_files) + " fetched (" +
-                            human_bytes(round.fetched_bytes) + ")"};
+                    .text = counted(state.files, "file", "files") + ", " + fetched_text(round)};
   if (state.sequence != 0) {
     news.sequence = state.sequence;
     news.text = "sequence " + std::to_string(state.sequence) + ", " + news.text;
@@ -96,20 +97,25 @@ relay_report relay_loop::update_report(const sync_round &round) const {
 }
 
 void relay_loop::tell(const sync_round &round, std::optional<milliseconds> retry) {
+  const bool is_first = std::exchange(is_first_, false);
   if (!is_good(round)) {
     is_failing_ = true;
     const relay_event what =
         round.result == round_result::refused ? relay_event::refused : relay_event::failing;
     return parts_.reporter.tell_change({.what = what, .text = round.wrong, .retry = retry});
   }
-  if (is_failing_) {
+  if (std::exchange(is_failing_, false)) {
     parts_.reporter.tell({.what = relay_event::recovered});
   }
-  is_failing_ = false;
   if (round.result == round_result::updated) {
     return parts_.reporter.tell(update_report(round));
   }
-  parts_.reporter.tell_change({.what = relay_event::unchanged});
+  if (round.result == round_result::repaired) {
+    return parts_.reporter.tell({.what = relay_event::repaired, .text = fetched_text(round)});
+  }
+  if (is_first) {
+    parts_.reporter.tell({.what = relay_event::unchanged});
+  }
 }
 
 sync_round relay_loop::once() {
@@ -134,7 +140,8 @@ void relay_loop::run(schedule &when, relay_clock &time) {
       return;
     }
     const sync_round round = synchronise();
-    if (time.is_stopped()) {
+    // A round that a stop has ended is no failure of the server.
+    if (time.is_stopped() && !is_good(round)) {
       return;
     }
     note(round);

@@ -38,6 +38,7 @@ class relay_loop {
   [[nodiscard]] relay_report update_report(const sync_round &round) const;
 
   const relay_parts parts_;
+  bool is_first_ = true;  // no round was told yet
   bool is_failing_ = false;
 };
 

@@ -26,6 +26,7 @@ constexpr std::array events = {
     event_words{relay_event::starting, "starting", "starting", colour::none},
     event_words{relay_event::unchanged, "unchanged", "no update", colour::none},
     event_words{relay_event::updated, "updated", "new publication in service", colour::green},
+    event_words{relay_event::repaired, "repaired", "damage repaired", colour::green},
     event_words{relay_event::refused, "refused", "publication refused", colour::red},
     event_words{relay_event::failing, "failing", "update failing", colour::red},
     event_words{relay_event::recovered, "recovered", "recovered", colour::green},
@@ -44,7 +45,7 @@ void print_json(const console &where, const relay_report &news, const char *key)
 
 }  // namespace
 
-void relay_reporter::tell(const relay_report &news) const {
+void relay_reporter::print(const relay_report &news) const {
   const auto &words = *std::ranges::find(events, news.what, &event_words::what);
   std::string line(words.words);
   if (!news.text.empty()) {
@@ -62,11 +63,15 @@ void relay_reporter::tell(const relay_report &news) const {
                << std::flush;
 }
 
+void relay_reporter::tell(const relay_report &news) {
+  print(news);
+  told_ = news;
+}
+
 void relay_reporter::tell_change(const relay_report &news) {
   if (!told_ || told_->what != news.what || told_->text != news.text) {
     tell(news);
   }
-  told_ = news;
 }
 
 }  // namespace zotconf

@@ -12,7 +12,16 @@
 
 namespace zotconf {
 
-enum class relay_event { starting, unchanged, updated, refused, failing, recovered, stopping };
+enum class relay_event {
+  starting,
+  unchanged,
+  updated,
+  repaired,
+  refused,
+  failing,
+  recovered,
+  stopping
+};
 
 // One event, printed as one line.
 struct relay_report {
@@ -28,11 +37,14 @@ class relay_reporter {
   relay_reporter(const console &where, const notifier &manager)
       : where_(where), manager_(manager) {}
 
-  void tell(const relay_report &news) const;
-  // Prints an event only if it differs from the last one that was passed to this function.
+  void tell(const relay_report &news);
+  // Prints an event only if its kind or its text differs from those of the last one that was
+  // printed.
   void tell_change(const relay_report &news);
 
  private:
+  void print(const relay_report &news) const;
+
   const console &where_;
   const notifier &manager_;
   std::optional<relay_report> told_;

@@ -28,12 +28,10 @@ schedule::milliseconds schedule::first() {
 }
 
 schedule::milliseconds schedule::after(const sync_round &round) {
-  const bool is_good =
-      round.result == round_result::unchanged || round.result == round_result::updated;
-  if (is_good || round.has_progressed) {
+  if (is_good(round) || round.has_progressed) {
     backoff_.reset();
   }
-  if (is_good) {
+  if (is_good(round)) {
     return between(every_ - every_ / 10, every_ + every_ / 10);
   }
   const milliseconds pause = backoff_.next();

@@ -2,11 +2,14 @@
 #include "tools/relay/synchroniser.hpp"
 
 #include <algorithm>
+#include <ctime>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "tools/output/console.hpp"
 #include "tools/publication/publication_store.hpp"
+#include "tools/relay/trusted_time.hpp"
 #include "zot_conf.h"
 
 namespace zotconf {
@@ -53,31 +56,46 @@ std::optional<std::string> digest_in(std::string_view text) {
   return is_digest ? std::optional<std::string>(text) : std::nullopt;
 }
 
-uint64_t total_size(const std::vector<published_file> &files) {
-  uint64_t bytes = 0;
-  for (const published_file &file : files) {
-    bytes += file.size;
+// What a client of the store reads as K; nullopt if it is damaged.
+std::optional<std::string> stored_k(const relay_store &store, const element &who) {
+  try {
+    const zot::descriptor file = store.open_member(latest_parts(who, ".k"));
+    return read_file_at(file.get(), "K");
+  } catch (const std::exception &) {
+    return std::nullopt;
   }
-  return bytes;
 }
 
 }  // namespace
 
 synchroniser::synchroniser(acceptance rules, size_t keep, upstream &server, relay_store &store)
     : rules_(std::move(rules)), keep_(keep), server_(server), store_(store) {
+  verify_current();
+}
+
+// An earlier process may have accepted the publication by other rules. The certificate is judged at
+// the time of the signature, because it may have expired since.
+void synchroniser::verify_current() {
   const auto current = store_.current();
-  if (current == nullptr || !current->signature || rules_.trusted == nullptr) {
+  if (current == nullptr || rules_.trusted == nullptr) {
     return;
   }
-  // It was verified when the publication came into service. The certificate may have expired since.
-  const stated_signature stated = stated_in(*current->signature);
-  signer_ = stated.signer;
-  signed_at_ = stated.signed_at;
+  is_verified_ = false;
+  const auto k = current->signature ? stored_k(store_, rules_.who) : std::nullopt;
+  if (!k) {
+    return;
+  }
+  const std::time_t stated = stated_in(*current->signature).signed_at;
+  const keyring::verdict said = rules_.trusted->check(
+      *k, *current->signature, stated == 0 ? trusted_time(std::time(nullptr), 0) : stated);
+  is_verified_ = said.wrong.empty();
+  signer_ = said.signer;
+  signed_at_ = said.signed_at;
 }
 
 bool synchroniser::is_in_service(const std::string &digest) const {
   const auto current = store_.current();
-  return current != nullptr && current->digest == digest && !store_.is_damaged();
+  return current != nullptr && current->digest == digest && is_verified_ && !store_.is_damaged();
 }
 
 sync_round synchroniser::run() {
@@ -140,11 +158,22 @@ std::optional<sync_round> synchroniser::fetch_signature(std::optional<std::strin
   return failed(why_not_file(reply, path), reply.retry_after);
 }
 
+// The bytes that have not arrived yet.
+uint64_t synchroniser::left_to_fetch(const std::vector<published_file> &files) const {
+  uint64_t bytes = 0;
+  for (const published_file &file : files) {
+    std::error_code error;
+    const uintmax_t arrived = fs::file_size(store_.partial(file), error);
+    bytes += file.size - (error ? 0 : std::min<uint64_t>(arrived, file.size));
+  }
+  return bytes;
+}
+
 std::string synchroniser::why_no_room(const std::vector<published_file> &files,
                                       const manifest &content) {
   // A file takes whole blocks, and the publication itself takes a few more.
   constexpr uint64_t block = 4096;
-  const uint64_t needed = total_size(files) + (files.size() + 16) * block + pending_->k.size();
+  const uint64_t needed = left_to_fetch(files) + (files.size() + 16) * block + pending_->k.size();
   if (needed > store_.room()) {
     store_.clean(1, content);
   }
@@ -170,10 +199,10 @@ std::optional<sync_round> synchroniser::fetch_files(const manifest &content, syn
       wrong = wanted[at].path + ": does not have the SHA-256 that K states";
       return;
     }
-    ++round.fetched_files;
-    round.fetched_bytes += files[at].size;
+    round.has_progressed = true;
+    ++pending_->fetched_files;
+    pending_->fetched_bytes += files[at].size;
   });
-  round.has_progressed = round.fetched_files > 0;
   if (!end.wrong.empty()) {
     wrong = end.wrong;
   }
@@ -186,12 +215,11 @@ std::optional<sync_round> synchroniser::fetch_files(const manifest &content, syn
 }
 
 sync_round synchroniser::put_into_service(const std::optional<std::string> &signature,
-                                          judgement accepted, sync_round round) {
-  store_.put_into_service(pending_->k, signature, std::move(accepted.content));
-  signer_ = std::move(accepted.signer);
-  signed_at_ = accepted.signed_at;
+                                          manifest content, sync_round round) {
+  store_.put_into_service(pending_->k, signature, std::move(content));
   store_.clean(keep_, {});
-  round.result = round_result::updated;
+  round.fetched_files = pending_->fetched_files;
+  round.fetched_bytes = pending_->fetched_bytes;
   return round;
 }
 
@@ -199,23 +227,41 @@ sync_round synchroniser::bring_in(const std::string &digest) {
   if (auto end = fetch_k(digest)) {
     return *end;
   }
+  const auto current = store_.current();
+  const bool is_current = current != nullptr && current->digest == digest && is_verified_;
+  return is_current ? repair(*current) : update(digest);
+}
+
+sync_round synchroniser::update(const std::string &digest) {
   std::optional<std::string> signature;
   if (auto end = fetch_signature(signature)) {
     return *end;
   }
-  const auto current = store_.current();
-  const accepted_before before{.sequence = store_.last_sequence(),
-                               .digest = current == nullptr ? "" : current->digest,
-                               .signed_at = signed_at_};
+  const accepted_before before{
+      .sequence = store_.last_sequence(), .digest = store_.last_digest(), .signed_at = signed_at_};
   judgement made = judge(rules_, pending_->k, digest, signature, before);
   if (!made.wrong.empty()) {
     return refused(made.wrong);
   }
-  sync_round round;
+  sync_round round{.result = round_result::updated};
   if (auto end = fetch_files(made.content, round)) {
     return *end;
   }
-  return put_into_service(signature, std::move(made), round);
+  round = put_into_service(signature, std::move(made.content), std::move(round));
+  is_verified_ = true;
+  signer_ = std::move(made.signer);
+  signed_at_ = made.signed_at;
+  return round;
+}
+
+// The publication was accepted when it came into service, so it is not judged again: the
+// certificate may have expired since.
+sync_round synchroniser::repair(const kept_publication &current) {
+  sync_round round{.result = round_result::repaired};
+  if (auto end = fetch_files(current.content, round)) {
+    return *end;
+  }
+  return put_into_service(current.signature, current.content, std::move(round));
 }
 
 }  // namespace zotconf

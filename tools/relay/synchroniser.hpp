@@ -16,6 +16,7 @@ namespace zotconf {
 enum class round_result {
   unchanged,  // what upstream publishes is in service
   updated,    // a new publication is in service
+  repaired,   // missing or damaged files of the publication in service were fetched again
   failed,     // upstream or the storage failed
   refused     // upstream publishes what may not come into service
 };
@@ -26,9 +27,14 @@ struct sync_round {
   std::string wrong = {};                                // why it failed or was refused
   std::optional<std::chrono::seconds> retry_after = {};  // as the server asked
   bool has_progressed = false;  // files have arrived, so the next round has less to do
+  // Of an update or a repair, in all rounds that it took.
   uint64_t fetched_files = 0;
-  uint64_t fetched_bytes = 0;  // of these files
+  uint64_t fetched_bytes = 0;
 };
+
+inline bool is_good(const sync_round &round) {
+  return round.result != round_result::failed && round.result != round_result::refused;
+}
 
 class synchroniser {
  public:
@@ -47,17 +53,23 @@ class synchroniser {
   struct pending_k {
     std::string digest;
     std::string k;
+    uint64_t fetched_files = 0;
+    uint64_t fetched_bytes = 0;
   };
 
+  void verify_current();
   [[nodiscard]] bool is_in_service(const std::string &digest) const;
   [[nodiscard]] sync_round bring_in(const std::string &digest);
+  [[nodiscard]] sync_round update(const std::string &digest);
+  [[nodiscard]] sync_round repair(const kept_publication &current);
   [[nodiscard]] std::optional<sync_round> fetch_k(const std::string &digest);
   [[nodiscard]] std::optional<sync_round> fetch_signature(std::optional<std::string> &signature);
   [[nodiscard]] std::optional<sync_round> fetch_files(const manifest &content, sync_round &round);
+  [[nodiscard]] uint64_t left_to_fetch(const std::vector<published_file> &files) const;
   [[nodiscard]] std::string why_no_room(const std::vector<published_file> &files,
                                         const manifest &content);
   [[nodiscard]] sync_round put_into_service(const std::optional<std::string> &signature,
-                                            judgement accepted, sync_round round);
+                                            manifest content, sync_round round);
 
   acceptance rules_;
   size_t keep_;
@@ -66,6 +78,7 @@ class synchroniser {
   std::string etag_;       // of the checksum of the publication in service; empty: not known
   std::string announced_;  // that checksum
   std::optional<pending_k> pending_;
+  bool is_verified_ = true;  // the publication in service was judged by these rules
   std::string signer_;
   std::time_t signed_at_ = 0;
 };
