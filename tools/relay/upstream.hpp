@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tools/files/file_io.hpp"
+#include "tools/relay/upstream_url.hpp"
 
 namespace zotconf {
 
@@ -29,10 +30,10 @@ struct upstream_options {
 // What came in answer to a request.
 struct upstream_reply {
   long status = 0;  // 0: no complete response
-  std::string body;
-  std::string etag;  // as sent, with quotes; empty: none
-  std::optional<std::chrono::seconds> retry_after;
-  std::string wrong;  // why there is no complete response; empty: there is one
+  std::string body = {};
+  std::string etag = {};  // as sent, with quotes; empty: none
+  std::optional<std::chrono::seconds> retry_after = {};
+  std::string wrong = {};  // why there is no complete response; empty: there is one
 };
 
 // A file to fetch. `to` keeps what has arrived, so that the next call continues there.
@@ -44,9 +45,9 @@ struct wanted_file {
 
 // How a fetch of several files ended.
 struct fetch_end {
-  std::string wrong;  // the first failure, with the path; empty: everything has arrived
-  long status = 0;    // of that failure; 0: none was received
-  std::optional<std::chrono::seconds> retry_after;
+  std::string wrong = {};  // the first failure, with the path; empty: everything has arrived
+  long status = 0;         // of that failure; 0: none was received
+  std::optional<std::chrono::seconds> retry_after = {};
 };
 
 class upstream {

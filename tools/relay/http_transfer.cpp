@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/relay/http_transfer.hpp"
+
+#include <algorithm>
+#include <ctime>
+#include <exception>
+#include <new>
+#include <stdexcept>
+
+#include "tools/relay/transfer_problem.hpp"
+
+namespace zotconf {
+namespace {
+
+constexpr uint64_t most_head_bytes = uint64_t{64} << 10;
+// The rest of a body that is not wanted is read up to here, so that the connection can be kept.
+constexpr uint64_t most_unwanted_bytes = uint64_t{64} << 10;
+constexpr uint64_t largest_buffer = uint64_t{16} << 10;
+constexpr uint64_t smallest_buffer = 1024;
+// With a rate, so often a second a buffer may be read.
+constexpr uint64_t reads_per_second = 32;
+
+long buffer_size(uint64_t limit_rate) {
+  const uint64_t size = limit_rate == 0 ? largest_buffer : limit_rate / reads_per_second;
+  return static_cast<long>(std::clamp(size, smallest_buffer, largest_buffer));
+}
+
+}  // namespace
+
+template <class Value>
+void http_transfer::set(CURLoption option, Value value) const {
+  if (curl_easy_setopt(curl_.get(), option, value) != CURLE_OK) {
+    throw std::runtime_error("libcurl lacks an option that a relay needs");
+  }
+}
+
+http_transfer::http_transfer(const connection_options &options, const upstream_url &url,
+                             traffic &count, uint64_t &received)
+    : url_(url),
+      traffic_(count),
+      received_(received),
+      connect_timeout_(options.connect_timeout),
+      curl_(curl_easy_init()) {
+  if (curl_ == nullptr) {
+    throw std::bad_alloc();
+  }
+  set_protocol(options);
+  set_tls(options);
+  set_callbacks();
+}
+
+void http_transfer::set_protocol(const connection_options &options) {
+  set(CURLOPT_PROTOCOLS_STR, "http,https");
+  set(CURLOPT_FOLLOWLOCATION, 0L);
+  set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+  // Waits until it is known whether a new connection can be shared. Without TLS it cannot.
+  set(CURLOPT_PIPEWAIT, url_.is_secure() ? 1L : 0L);
+  set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
+  set(CURLOPT_PATH_AS_IS, 1L);
+  set(CURLOPT_USERAGENT, "zotconf");
+  set(CURLOPT_PROXY, "");
+  set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+  if (!url_.user().empty() || !url_.password().empty()) {
+    set(CURLOPT_USERNAME, url_.user().c_str());
+    set(CURLOPT_PASSWORD, url_.password().c_str());
+  }
+  set(CURLOPT_BUFFERSIZE, buffer_size(options.limit_rate));
+  set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connect_timeout_.count()));
+  set(CURLOPT_NOSIGNAL, 1L);
+  // A lookup of a name that hangs must not delay the end.
+  set(CURLOPT_QUICK_EXIT, 1L);
+}
+
+void http_transfer::set_tls(const connection_options &options) {
+  set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  set(CURLOPT_SSL_VERIFYPEER, 1L);
+  set(CURLOPT_SSL_VERIFYHOST, 2L);
+  if (!options.ca.empty()) {
+    set(CURLOPT_CAINFO, options.ca.c_str());
+    // Otherwise the certificates of the system would be trusted too.
+    set(CURLOPT_CAPATH, static_cast<const char *>(nullptr));
+    set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
+  }
+  if (!options.certificate.empty()) {
+    set(CURLOPT_SSLCERT, options.certificate.c_str());
+    set(CURLOPT_SSLKEY, options.key.empty() ? options.certificate.c_str() : options.key.c_str());
+    // Without a password, OpenSSL would ask for one on the terminal.
+    set(CURLOPT_KEYPASSWD, "");
+  }
+}
+
+void http_transfer::set_callbacks() {
+  set(CURLOPT_ERRORBUFFER, reason_.data());
+  set(CURLOPT_HEADERFUNCTION, take_header);
+  set(CURLOPT_HEADERDATA, this);
+  set(CURLOPT_WRITEFUNCTION, take_body);
+  set(CURLOPT_WRITEDATA, this);
+  set(CURLOPT_PREREQFUNCTION, note_request);
+  set(CURLOPT_PREREQDATA, this);
+  set(CURLOPT_PRIVATE, this);
+}
+
+void http_transfer::prepare(const http_request &request, response_sink &sink) {
+  set(CURLOPT_URL, url_.of(request.path).c_str());
+  const std::string range = std::to_string(request.from) + "-";
+  set(CURLOPT_RANGE, request.from == 0 ? nullptr : range.c_str());
+  headers_.reset(is_etag(request.etag)
+                     ? curl_slist_append(nullptr, ("If-None-Match: " + request.etag).c_str())
+                     : nullptr);
+  set(CURLOPT_HTTPHEADER, headers_.get());
+  sink_ = &sink;
+  head_ = {};
+  head_bytes_ = 0;
+  body_bytes_ = 0;
+  is_asked_ = false;
+  has_begun_ = false;
+  is_wanted_ = false;
+  wrong_.clear();
+  reason_.front() = '\0';
+}
+
+size_t http_transfer::take_header(char *data, size_t size, size_t count, void *self) noexcept {
+  auto &transfer = *static_cast<http_transfer *>(self);
+  const size_t bytes = size * count;
+  return transfer.take_line(std::string_view(data, bytes)) ? bytes : CURL_WRITEFUNC_ERROR;
+}
+
+size_t http_transfer::take_body(char *data, size_t size, size_t count, void *self) noexcept {
+  auto &transfer = *static_cast<http_transfer *>(self);
+  const size_t bytes = size * count;
+  return transfer.take(std::string_view(data, bytes)) ? bytes : CURL_WRITEFUNC_ERROR;
+}
+
+int http_transfer::note_request(void *self, char * /*server_ip*/, char * /*own_ip*/,
+                                int /*server_port*/, int /*own_port*/) noexcept {
+  auto &transfer = *static_cast<http_transfer *>(self);
+  transfer.is_asked_ = true;
+  transfer.traffic_.restart_wait(traffic::clock::now());
+  return CURL_PREREQFUNC_OK;
+}
+
+bool http_transfer::take_line(std::string_view line) {
+  traffic_.count(line.size(), traffic::clock::now());
+  head_bytes_ += line.size();
+  if (head_bytes_ > most_head_bytes) {
+    wrong_ = "headers of more than " + std::to_string(most_head_bytes) + " bytes";
+    return false;
+  }
+  head_.take_line(line, std::time(nullptr));
+  return true;
+}
+
+bool http_transfer::take(std::string_view bytes) {
+  traffic_.count(bytes.size(), traffic::clock::now());
+  received_ += bytes.size();
+  body_bytes_ += bytes.size();
+  try {
+    begin();
+    if (!is_wanted_) {
+      return body_bytes_ <= most_unwanted_bytes;
+    }
+    sink_->take(bytes);
+    return true;
+  } catch (const std::exception &error) {
+    wrong_ = error.what();
+    return false;
+  }
+}
+
+void http_transfer::begin() {
+  if (has_begun_) {
+    return;
+  }
+  has_begun_ = true;
+  curl_off_t length = -1;
+  curl_easy_getinfo(curl_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+  is_wanted_ = sink_->begin(head_, length);
+}
+
+transfer_end http_transfer::finish(CURLcode result) {
+  if (head_.is_complete && wrong_.empty()) {
+    try {
+      begin();
+    } catch (const std::exception &error) {
+      wrong_ = error.what();
+    }
+  }
+  if (!wrong_.empty()) {
+    return {.wrong = wrong_, .head = head_};
+  }
+  if (head_.is_complete && !is_wanted_) {
+    return {.head = head_};
+  }
+  if (result == CURLE_OK && !head_.is_complete) {
+    result = CURLE_GOT_NOTHING;
+  }
+  if (result == CURLE_OK) {
+    return {.head = head_};
+  }
+  const failed_transfer failed{.curl = curl_.get(),
+                               .result = result,
+                               .reason = reason_.data(),
+                               .is_asked = is_asked_,
+                               .has_head = head_.is_complete,
+                               .body_bytes = body_bytes_,
+                               .connect_timeout = connect_timeout_};
+  return {.wrong = problem_text(failed, url_), .is_broken = is_broken(failed), .head = head_};
+}
+
+}  // namespace zotconf
