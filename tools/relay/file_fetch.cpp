@@ -40,7 +40,7 @@ class file_job : public response_sink {
 
   [[nodiscard]] const wanted_file &file() const { return file_; }
   [[nodiscard]] size_t index() const { return index_; }
-  [[nodiscard]] http_request next_request() {
+  [[nodiscard]] transfer_request next_request() {
     is_taken_ = false;
     is_range_refused_ = false;
     return {.path = file_.path, .from = from_};

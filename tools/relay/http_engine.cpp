@@ -70,7 +70,7 @@ http_engine::transfer_owner http_engine::idle_transfer() {
   return transfer;
 }
 
-void http_engine::start(const http_request &request, response_sink &sink) {
+void http_engine::start(const transfer_request &request, response_sink &sink) {
   transfer_owner transfer = idle_transfer();
   transfer->prepare(request, sink);
   active_.reserve(active_.size() + 1);

@@ -24,7 +24,7 @@ class http_engine {
   // Whether another transfer may start: there are not too many, and the rate is kept.
   [[nodiscard]] bool has_room() const;
   // Starts a transfer. The sink stays valid until the transfer has ended.
-  void start(const http_request &request, response_sink &sink);
+  void start(const transfer_request &request, response_sink &sink);
 
   struct ended {
     response_sink *sink = nullptr;

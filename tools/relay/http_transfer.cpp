@@ -100,7 +100,7 @@ void http_transfer::set_callbacks() {
   set(CURLOPT_PRIVATE, this);
 }
 
-void http_transfer::prepare(const http_request &request, response_sink &sink) {
+void http_transfer::prepare(const transfer_request &request, response_sink &sink) {
   set(CURLOPT_URL, url_.of(request.path).c_str());
   const std::string range = std::to_string(request.from) + "-";
   set(CURLOPT_RANGE, request.from == 0 ? nullptr : range.c_str());

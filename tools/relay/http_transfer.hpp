@@ -27,7 +27,7 @@ struct connection_options {
   uint64_t limit_rate = 0;
 };
 
-struct http_request {
+struct transfer_request {
   std::string path;       // below the URL, not encoded
   std::string etag = {};  // send the body only if the file has another one
   uint64_t from = 0;      // send the bytes from here on
@@ -60,7 +60,7 @@ class http_transfer {
   http_transfer(const connection_options &options, const upstream_url &url, traffic &count,
                 uint64_t &received);
 
-  void prepare(const http_request &request, response_sink &sink);
+  void prepare(const transfer_request &request, response_sink &sink);
   [[nodiscard]] CURL *handle() const { return curl_.get(); }
   [[nodiscard]] response_sink *sink() const { return sink_; }
   // Whether the request was sent, so that the server is to answer.

@@ -159,7 +159,7 @@ std::string summary_of(const relay_options &options) {
 int serve(const relay_options &options, const console &where, relay_tools &tools) {
   listener listening = listen_on(options.bind, options.port);
   element_log elements;
-  archive_cache archives;
+  archive_cache archives(tools.store, options.compression);
   relay_page page(tools.board, elements);
   relay_service service(tools.store, elements, archives, page, where.err());
   report_address(where, options.bind, listening.port);

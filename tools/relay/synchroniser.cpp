@@ -57,7 +57,7 @@ std::optional<std::string> digest_in(std::string_view text) {
 }
 
 // What a client of the store reads as K; nullopt if it is damaged.
-std::optional<std::string> stored_k(const relay_store &store, const element &who) {
+std::optional<std::string> k_in_service(const relay_store &store, const element &who) {
   try {
     const zot::descriptor file = store.open_member(latest_parts(who, ".k"));
     return read_file_at(file.get(), "K");
@@ -81,7 +81,7 @@ void synchroniser::verify_current() {
     return;
   }
   is_verified_ = false;
-  const auto k = current->signature ? stored_k(store_, rules_.who) : std::nullopt;
+  const auto k = current->signature ? k_in_service(store_, rules_.who) : std::nullopt;
   if (!k) {
     return;
   }

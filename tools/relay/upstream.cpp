@@ -91,7 +91,7 @@ class upstream::engine {
         http_(url_, checked_connection(options), options.silence),
         stopped_(std::move(stopped)) {}
 
-  upstream_reply get(const http_request &request, uint64_t limit) {
+  upstream_reply get(const transfer_request &request, uint64_t limit) {
     small_body body(limit);
     const end_of_transfers at_the_end(http_);
     http_.start(request, body);
