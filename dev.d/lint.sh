@@ -43,7 +43,7 @@ readonly layers_of_tools=(
   ^tools/model/
   ^tools/publication/
   '^tools/(cache|service|element|probe|reference)/'
-  ^tools/selftest/
+  '^tools/(relay|selftest)/'
   ^tools/cli/
   ^tools/manual/
 )

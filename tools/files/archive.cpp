@@ -58,7 +58,7 @@ void gzip_tar::closer::operator()(struct archive *writer) const {
   archive_write_free(writer);
 }
 
-gzip_tar::gzip_tar(std::stop_token stop)
+gzip_tar::gzip_tar(std::stop_token stop, int compression)
     : stop_(std::move(stop)), spool_(std::tmpfile()), writer_(archive_write_new()) {
   if (spool_ == nullptr) {
     throw_errno("cannot create a temporary file");
@@ -68,10 +68,9 @@ gzip_tar::gzip_tar(std::stop_token stop)
   }
   require(archive_write_set_format_ustar(writer_.get()), writer_.get());
   require(archive_write_add_filter_gzip(writer_.get()), writer_.get());
-  // Fastest compression: the archive only crosses the loopback interface, so time matters more than
-  // size.
-  require(archive_write_set_options(writer_.get(), "gzip:compression-level=1,gzip:!timestamp"),
-          writer_.get());
+  const std::string options =
+      "gzip:compression-level=" + std::to_string(compression) + ",gzip:!timestamp";
+  require(archive_write_set_options(writer_.get(), options.c_str()), writer_.get());
   require(archive_write_open_fd(writer_.get(), ::fileno(spool_.get())), writer_.get());
 }
 

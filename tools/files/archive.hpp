@@ -15,8 +15,13 @@ namespace zotconf {
 
 class gzip_tar {
  public:
-  // Adding files ends with an exception once a stop is asked for.
-  explicit gzip_tar(std::stop_token stop = {});
+  // Fastest compression: the archive only crosses the loopback interface, so time matters more than
+  // size.
+  static constexpr int default_compression = 1;
+
+  // The compression is 0 (none, the format is the same) to 9 (smallest). Adding files ends with an
+  // exception once a stop is requested.
+  explicit gzip_tar(std::stop_token stop = {}, int compression = default_compression);
 
   // Adds the regular file behind `fd` under `name`.
   void add(int fd, const std::string &name);

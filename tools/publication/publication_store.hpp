@@ -22,7 +22,7 @@
 #include "tools/files/file_io.hpp"
 #include "tools/model/manifest.hpp"
 #include "tools/model/names.hpp"
-#include "tools/service/served_files.hpp"
+#include "tools/publication/served_files.hpp"
 
 namespace zotconf {
 

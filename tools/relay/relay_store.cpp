@@ -343,4 +343,9 @@ std::optional<std::string> relay_store::read_checksum(const element &who) const 
   return served->digest + "\n";
 }
 
+std::string relay_store::state() const {
+  const kept_ptr served = current();
+  return served ? served->digest : "";
+}
+
 }  // namespace zotconf

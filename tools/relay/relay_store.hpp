@@ -27,9 +27,9 @@
 #include "tools/files/folder.hpp"
 #include "tools/model/manifest.hpp"
 #include "tools/model/names.hpp"
+#include "tools/publication/served_files.hpp"
 #include "tools/relay/kept_publication.hpp"
 #include "tools/relay/object_folder.hpp"
-#include "tools/service/served_files.hpp"
 
 namespace zotconf {
 
@@ -85,6 +85,8 @@ class relay_store : public served_files {
   // also while a publication is put into service or removed.
   [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const override;
   [[nodiscard]] std::optional<std::string> read_checksum(const element &who) const override;
+  // The SHA-256 of the K in service.
+  [[nodiscard]] std::string state() const override;
 
  private:
   struct accepted_k {

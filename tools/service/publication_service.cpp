@@ -9,10 +9,12 @@
 #include <cerrno>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "tools/files/archive.hpp"
+#include "tools/files/digest.hpp"
 #include "tools/files/file_io.hpp"
 #include "tools/publication/publication_store.hpp"
 
@@ -43,6 +45,25 @@ http_answer file_answer(http_file file, const char *type, std::string result) {
   http_answer answer = text_answer("", type, std::move(result));
   answer.file = std::move(file);
   return answer;
+}
+
+// A member of an archive does not exist.
+class file_missing : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+std::string sent_text(size_t files) {
+  return "sent " + std::to_string(files) + (files == 1 ? " file" : " files");
+}
+
+// Equal for the same files in the same order.
+std::string key_of(const std::vector<archive_name> &members) {
+  sha256_stream digest;
+  for (const archive_name &member : members) {
+    digest.add(member_name(member.parts) + '\0');
+  }
+  return digest.text();
 }
 
 std::vector<std::string> split(const std::string &path) {
@@ -141,32 +162,45 @@ http_answer publication_service::latest(const http_request &request) const {
   return refused(404, "not found");
 }
 
+http_file publication_service::packed(const std::vector<archive_name> &members,
+                                      const std::stop_token &stop) const {
+  gzip_tar archive(stop,
+                   archives_ != nullptr ? archives_->compression() : gzip_tar::default_compression);
+  for (const archive_name &member : members) {
+    const zot::descriptor file = open(member.parts);
+    if (!file.is_open()) {
+      throw file_missing(member.asked);
+    }
+    archive.add(file.get(), member_name(member.parts));
+  }
+  gzip_tar::finished made = archive.finish();
+  return {.file = std::move(made.file), .size = made.size};
+}
+
 http_answer publication_service::archive(const std::string &body,
                                          const std::stop_token &stop) const {
   const auto names = parse_file_request(body);
   if (!names) {
     return refused(400, R"(the body must be {"files": ["/config/...", ...]})");
   }
-  gzip_tar packed(stop);
+  std::vector<archive_name> members;
   std::set<std::vector<std::string>> seen;
   for (const std::string &name : *names) {
     const auto parts = split_member_name(name);
     if (!parts) {
       return refused(400, "not a name of the form /config/category/key/version", name);
     }
-    if (!seen.insert(*parts).second) {
-      continue;
+    if (seen.insert(*parts).second) {
+      members.push_back({.asked = name, .parts = *parts});
     }
-    const zot::descriptor file = open(*parts);
-    if (!file.is_open()) {
-      return refused(404, "no such file", name);
-    }
-    packed.add(file.get(), member_name(*parts));
   }
-  gzip_tar::finished made = packed.finish();
-  return file_answer(
-      {.file = std::move(made.file), .size = made.size}, "application/gzip",
-      "sent " + std::to_string(seen.size()) + (seen.size() == 1 ? " file" : " files"));
+  const auto make = [&] { return packed(members, stop); };
+  try {
+    return file_answer(archives_ != nullptr ? archives_->get(key_of(members), make) : make(),
+                       "application/gzip", sent_text(members.size()));
+  } catch (const file_missing &missing) {
+    return refused(404, "no such file", missing.what());
+  }
 }
 
 bool publication_service::is_for_archive(const http_request &request) {

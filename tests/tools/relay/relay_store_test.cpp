@@ -221,19 +221,6 @@ TEST_F(RelayStore, OpensAFileOfAnotherKeptPublication) {
   EXPECT_EQ(opened({"config", "Wlan", "a", "1"}), "ssid=a");
 }
 
-TEST_F(RelayStore, FindsEachOfManyFiles) {
-  contents many;
-  for (int key = 0; key < 2000; ++key) {
-    many["Wlan/key" + std::to_string(key) + "/" + std::to_string(key % 7 + 1)] =
-        "bytes of " + std::to_string(key);
-  }
-  put(many, 1);
-  for (int key = 0; key < 2000; ++key) {
-    ASSERT_EQ(opened({"config", "Wlan", "key" + std::to_string(key), std::to_string(key % 7 + 1)}),
-              "bytes of " + std::to_string(key));
-  }
-}
-
 TEST_F(RelayStore, MayReturnToAnEarlierPublication) {
   const std::string digest = put(first, 0);
   put(second, 0);
@@ -665,7 +652,7 @@ TEST_F(RelayStore, ServesWholePublicationsWhileTheyAreReplaced) {
     });
   }
   // A reader has time until the publication after the next one, as `keep` says.
-  for (uint64_t sequence = 2; sequence < 60; ++sequence) {
+  for (uint64_t sequence = 2; sequence < 20; ++sequence) {
     put(configurations[sequence % 3], sequence, "signature " + std::to_string(sequence));
     store().clean(2, {});
     for (std::atomic<int> &own : whole) {

@@ -98,7 +98,8 @@ TEST_F(HttpServer, AnswersAtOnceBesideThousandsOfIdleAndHundredsOfSlowClients) {
   const rlim_t allowed = raised_descriptor_limit();
   ASSERT_GE(allowed, 1024U);
   std::vector<raw_client> slow = crowd(service_->port(), 200);
-  const std::vector<raw_client> idle = crowd(service_->port(), static_cast<size_t>(std::min<rlim_t>(2000, allowed / 2)));
+  const std::vector<raw_client> idle =
+      crowd(service_->port(), static_cast<size_t>(std::min<rlim_t>(2000, allowed / 2)));
   for (int second = 0; second < 3; ++second) {
     for (raw_client &each : slow) {
       each.send(get_checksum.substr(static_cast<size_t>(second), 1));

@@ -65,6 +65,18 @@ std::string raw_client::read_until(std::string_view text) {
   return bytes;
 }
 
+std::string raw_client::read(std::size_t size) {
+  std::string bytes;
+  while (bytes.size() < size) {
+    const std::string more = read_some(size - bytes.size());
+    if (more.empty()) {
+      break;
+    }
+    bytes += more;
+  }
+  return bytes;
+}
+
 std::string raw_client::read_all() {
   std::string bytes;
   for (std::string more = read_some(65536); !more.empty(); more = read_some(65536)) {

@@ -20,6 +20,8 @@ class raw_client {
   bool send(std::string_view bytes);
   // Up to this text and with it, or what there was before the end.
   std::string read_until(std::string_view text);
+  // So many bytes, or fewer at the end.
+  std::string read(std::size_t size);
   // Up to the end of the connection.
   std::string read_all();
   // True when the other end closes without a byte.

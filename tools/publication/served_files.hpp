@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The files that a publication service sends.
+// The files that a publication service sends, wherever they are kept.
 #pragma once
 
 #include <optional>
@@ -23,6 +23,8 @@ class served_files {
   [[nodiscard]] virtual zot::descriptor open_member(
       const std::vector<std::string> &parts) const = 0;
   [[nodiscard]] virtual std::optional<std::string> read_checksum(const element &who) const = 0;
+  // A text that changes when another publication is put into service; empty: it is not known when.
+  [[nodiscard]] virtual std::string state() const { return ""; }
 };
 
 }  // namespace zotconf
