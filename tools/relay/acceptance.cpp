@@ -6,10 +6,10 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "tools/files/digest.hpp"
 #include "tools/model/names.hpp"
 #include "tools/output/plain_text.hpp"
 #include "tools/relay/trusted_time.hpp"
-#include "zot_conf.h"
 
 namespace zotconf {
 namespace {
@@ -23,12 +23,7 @@ bool has_too_many_values(std::string_view k) {
   return std::ranges::count_if(k, precedes_value) > most_values;
 }
 
-bool is_digest(std::string_view text) {
-  return text.size() == ZOT_CHECKSUM_LEN &&
-         text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
-std::string name_of(const published_file &file) {
+std::string printed_name(const published_file &file) {
   return printable(file.category_name + "/" + file.key);
 }
 
@@ -37,12 +32,12 @@ std::string why_not_file(const published_file &file) {
     return "K names a category that " + wrong;
   }
   if (const std::string wrong = check_key(file.key); !wrong.empty()) {
-    return name_of(file) + " " + wrong;
+    return printed_name(file) + " " + wrong;
   }
   if (file.size == 0 || file.size > std::numeric_limits<int32_t>::max()) {
-    return name_of(file) + " has an impossible size";
+    return printed_name(file) + " has an impossible size";
   }
-  return is_digest(file.checksum) ? "" : name_of(file) + " has no SHA-256";
+  return is_digest(file.checksum) ? "" : printed_name(file) + " has no SHA-256";
 }
 
 std::string why_not_files(const std::vector<published_file> &files) {
@@ -52,7 +47,7 @@ std::string why_not_files(const std::vector<published_file> &files) {
       return wrong;
     }
     if (!names.insert(file.category_name + "/" + file.key).second) {
-      return name_of(file) + " is listed twice";
+      return printed_name(file) + " is listed twice";
     }
   }
   return "";

@@ -106,8 +106,7 @@ relay_state first_state(const relay_options &options) {
 // What both ways of running work with.
 struct relay_tools {
   relay_tools(const relay_options &options, const console &where)
-      : where(where),
-        trusted(options.keyring.empty() ? std::nullopt
+      : trusted(options.keyring.empty() ? std::nullopt
                                         : std::optional<keyring>(std::in_place, options.keyring)),
         store(options.store, options.who),
         server(options.server,
@@ -118,13 +117,13 @@ struct relay_tools {
         syncing({.who = options.who, .trusted = trusted ? &*trusted : nullptr}, options.keep,
                 server, store),
         board(first_state(options)),
+        reporter(where, manager),
         loop({.syncing = syncing,
               .store = store,
               .server = server,
               .board = board,
               .reporter = reporter}) {}
 
-  const console &where;
   notifier manager;
   wake_up wake;
   std::optional<keyring> trusted;
@@ -132,7 +131,7 @@ struct relay_tools {
   upstream server;
   synchroniser syncing;
   relay_board board;
-  relay_reporter reporter{where, manager};
+  relay_reporter reporter;
   relay_loop loop;
 };
 

@@ -7,10 +7,10 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/files/digest.hpp"
 #include "tools/output/console.hpp"
 #include "tools/publication/publication_store.hpp"
 #include "tools/relay/trusted_time.hpp"
-#include "zot_conf.h"
 
 namespace zotconf {
 namespace {
@@ -51,9 +51,7 @@ std::optional<std::string> digest_in(std::string_view text) {
   if (!text.empty() && text.back() == '\n') {
     text.remove_suffix(1);
   }
-  const bool is_digest = text.size() == ZOT_CHECKSUM_LEN &&
-                         text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-  return is_digest ? std::optional<std::string>(text) : std::nullopt;
+  return is_digest(text) ? std::optional<std::string>(text) : std::nullopt;
 }
 
 // What a client of the store reads as K; nullopt if it is damaged.

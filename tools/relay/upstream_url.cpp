@@ -75,15 +75,15 @@ std::string without_credentials(const std::string &url) {
   return url.substr(0, host) + url.substr(at + 1);
 }
 
-std::string check_upstream_url(const std::string &url) {
+std::string check_upstream_url(std::string_view url) {
   constexpr const char *wrong =
       "is not https://HOST or http://HOST, with or without :PORT and /PATH";
-  const upstream_parts parts = parsed_upstream(url);
+  const upstream_parts parts = parsed_upstream(std::string(url));
   if (parts == nullptr || text_of_part(parts, CURLUPART_HOST).empty()) {
     return wrong;
   }
   const std::string scheme = text_of_part(parts, CURLUPART_SCHEME);
-  const bool is_plain = url.find_first_of("?#") == std::string::npos;
+  const bool is_plain = url.find_first_of("?#") == std::string_view::npos;
   return (scheme == "http" || scheme == "https") && is_plain ? "" : wrong;
 }
 

@@ -13,7 +13,7 @@ namespace zotconf {
 std::string without_credentials(const std::string &url);
 
 // Returns an empty text when valid, else the error.
-std::string check_upstream_url(const std::string &url);
+std::string check_upstream_url(std::string_view url);
 
 class upstream_url {
  public:
