@@ -52,12 +52,15 @@ build() {
 readonly demo_targets=(zotconf zotconf_static zotconf_cli zotconf_manual_pages)
 
 demo() {
-  need "${build_packages[@]}"
+  need "${build_packages[@]}" nginx-light openssl
   local without=()
   # Without the test packages, the tests cannot be configured.
   are_installed "${check_packages[@]}" || without=(-DZOTCONF_BUILD_TESTS=OFF)
   say "build: release, the library and the program"
   configure release "${without[@]}"
   build_steps release "${demo_targets[@]}"
+  say "demo: configuration cycles of one element"
   examples/demo.sh "$PWD/build/release/tools/zotconf"
+  say "demo: from the controller to the element, over a web server"
+  examples/demo_delivery.sh "$PWD/build/release/tools/zotconf"
 }
