@@ -2,8 +2,8 @@
 // Checks arbitrary bytes as the signature of a K with the keyring of an element, and reads the same
 // bytes as a K. The corpus has valid signatures, so that the fuzzer starts from them.
 #include <algorithm>
-#include <array>
 #include <string>
+#include <vector>
 
 #include "fuzz/check.hpp"
 #include "tests/support/files.hpp"
@@ -43,10 +43,13 @@ class reader {
  public:
   reader() {
     for (const char *const name : {"valid.p7s", "without_attributes.p7s"}) {
-      const std::string bytes = test::read_bytes(std::string(ZOTCONF_SIGNATURES) + "/" + name);
+      const std::string bytes = stored(name);
       check(trusted_.check(signed_k, bytes, now).wrong.empty(), "a valid signature is accepted");
       values_.push_back(bytes.substr(bytes.size() - rsa_bytes));
     }
+    check(trusted_.check(signed_k, stored("revoked.p7s"), now).wrong ==
+              "the signer's certificate is revoked: CN=other",
+          "a revoked signature is refused");
   }
 
   // A signature that the publisher never made has none of these numbers.
@@ -58,6 +61,9 @@ class reader {
   void read(const std::string &signature) const;
 
  private:
+  static std::string stored(const std::string &name) {
+    return test::read_bytes(std::string(ZOTCONF_SIGNATURES) + "/" + name);
+  }
   static zotconf::keyring make_keyring() {
     const test::temp_dir dir;
     test::write_bytes(dir / "keyring.pem", keyring_text);
