@@ -3,7 +3,7 @@
 # Runs the fuzz targets. New inputs stay in build/fuzz/corpus; fuzz/corpus is the stored corpus.
 
 readonly fuzz_build=build/fuzz
-readonly fuzz_targets=(k_content gpb_path checksum json parameters cycle archive)
+readonly fuzz_targets=(k_content gpb_path checksum json parameters cycle archive signature)
 
 fuzz_make() {
   setup
@@ -21,7 +21,7 @@ fuzz_options() {
     parameters) echo -max_len=512 -len_control=0 ;;
     cycle) echo -max_len=96 -len_control=0 -detect_leaks=0 ;;
     archive) echo -max_len=1024 -len_control=0 -detect_leaks=0 ;;
-    k_content) echo -max_len=8192 ;;
+    k_content | signature) echo -max_len=8192 ;;
     *) echo -max_len=4096 ;;
   esac
 }

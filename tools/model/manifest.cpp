@@ -94,10 +94,13 @@ std::optional<manifest> parse_manifest(const std::string &text, other_category o
   manifest content{.cluster = text_member(root.get(), "clusterId"),
                    .config_id = text_member(root.get(), "configId"),
                    .firmware = text_member(root.get(), "firmwareVersion"),
-                   .who = {.subsys = text_member(root.get(), "subsys"),
-                           .index = text_member(root.get(), "index")},
+                   .who = {},
                    .sequence = parse_sequence(cJSON_GetObjectItem(root.get(), "sequence")),
                    .files = {}};
+  if (content.sequence != 0) {
+    content.who = {.subsys = text_member(root.get(), "subsys"),
+                   .index = text_member(root.get(), "index")};
+  }
   for (const cJSON *item = list->child; item != nullptr; item = item->next) {
     auto file = parse_file(item, others);
     if (!file) {

@@ -86,7 +86,7 @@ std::string wrong_algorithm(const signer_part &signer) {
 }
 
 std::string wrong_content(CMS_ContentInfo *message, std::string_view bytes) {
-  const memory_bio content = bio_over(bytes);
+  const memory_bio content = content_over(bytes);
   const bool is_valid = ::CMS_verify(message, nullptr, nullptr, content.get(), nullptr,
                                      detached | CMS_NO_SIGNER_CERT_VERIFY) == 1;
   return is_valid ? "" : "the signature is not that of this K";

@@ -36,6 +36,16 @@ memory_bio bio_over(std::string_view bytes) {
   return bio;
 }
 
+memory_bio content_over(std::string_view bytes) {
+  memory_bio source = bio_over(bytes);
+  memory_bio filter(::BIO_new(::BIO_f_null()));
+  if (filter == nullptr) {
+    throw std::bad_alloc();
+  }
+  static_cast<void>(::BIO_push(filter.get(), source.release()));
+  return filter;
+}
+
 std::string der_of(CMS_ContentInfo *message) {
   const memory_bio bio(::BIO_new(::BIO_s_mem()));
   if (bio == nullptr || ::i2d_CMS_bio(bio.get(), message) != 1) {

@@ -36,6 +36,10 @@ constexpr unsigned detached = CMS_DETACHED | CMS_BINARY;
 // Reads these bytes, which must outlive it.
 memory_bio bio_over(std::string_view bytes);
 
+// The same for the content that CMS_verify() gets: it duplicates a plain memory BIO, and does not
+// free the duplicate if the message names an unknown digest.
+memory_bio content_over(std::string_view bytes);
+
 // The DER encoding of a message; empty if it cannot be encoded.
 std::string der_of(CMS_ContentInfo *message);
 

@@ -140,7 +140,7 @@ std::string signer::sign(std::string_view bytes) const {
 }
 
 bool signer::has_signed(std::string_view bytes, std::string_view signature) const {
-  const memory_bio content = bio_over(bytes);
+  const memory_bio content = content_over(bytes);
   const memory_bio der = bio_over(signature);
   const cms_message message(::d2i_CMS_bio(der.get(), nullptr));
   const bool is_valid =

@@ -77,5 +77,20 @@ TEST(ParseManifest, KeepsAFileOfAnotherCategoryOnlyIfAsked) {
   EXPECT_EQ(read->files[0].category_name, "Tomorrow");
 }
 
+TEST(ParseManifest, ReadsTheElementOnlyWithASequence) {
+  const std::string start = R"({"clusterId":"c","subsys":"AP","index":"1","gpbs":[],"sequence":)";
+  const auto numbered = parse_manifest(start + "7}");
+  ASSERT_TRUE(numbered);
+  EXPECT_EQ(numbered->sequence, 7U);
+  EXPECT_EQ(numbered->who.subsys, "AP");
+  EXPECT_EQ(numbered->who.index, "1");
+  for (const char *const sequence : {"0}", "-1}", "1.5}", "1e300}", "\"7\"}", "null}"}) {
+    const auto other = parse_manifest(start + sequence);
+    ASSERT_TRUE(other) << sequence;
+    EXPECT_EQ(other->sequence, 0U) << sequence;
+    EXPECT_EQ(other->who.subsys + other->who.index, "") << sequence;
+  }
+}
+
 }  // namespace
 }  // namespace zotconf

@@ -168,6 +168,15 @@ TEST_F(Keyring, RefusesAWeakDigest) {
             "the digest of the signature is weaker than SHA-256");
 }
 
+TEST_F(Keyring, RefusesADigestThatNobodyKnows) {
+  const std::string sha256("\x60\x86\x48\x01\x65\x03\x04\x02\x01", 9);
+  std::string der = sign_as({.signers = {leaf()}}, k);
+  der[der.find(sha256) + sha256.size() - 1] = '\x7f';
+  EXPECT_EQ(wrong(der), "the signature is not that of this K") << "in the list of the message";
+  der[der.rfind(sha256) + sha256.size() - 1] = '\x7f';
+  EXPECT_EQ(wrong(der), "the digest of the signature is weaker than SHA-256") << "of the signer";
+}
+
 TEST_F(Keyring, RefusesAKeyOfAnotherTypeOrTooShort) {
   const identity is_short = issue({.name = "short", .key = rsa_key(1024)}, &ca_);
   EXPECT_EQ(wrong(sign_as({.signers = {is_short}}, k)),
