@@ -61,8 +61,8 @@ class Relay:
 
     def stop(self):
         self._process.terminate()
-        self._process.stdout.close()
-        return self._process.wait(60)
+        self._process.communicate(timeout=60)
+        return self._process.returncode
 
 
 def see_looks(browser, pictures, what):
