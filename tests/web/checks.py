@@ -24,6 +24,26 @@ OVERHANG = """(() => {
     .map(node => `${node.tagName}.${node.className}`).slice(0, 5);
 })()"""
 
+CONTRAST = """(() => {
+  const parts = text => text.match(/[\\d.]+/g).map(Number);
+  const light = text => parts(text).slice(0, 3).map(part => part / 255)
+    .map(part => part <= 0.03928 ? part / 12.92 : ((part + 0.055) / 1.055) ** 2.4)
+    .reduce((sum, part, at) => sum + part * [0.2126, 0.7152, 0.0722][at], 0);
+  const back = node => {
+    for (; node; node = node.parentElement) {
+      const colour = getComputedStyle(node).backgroundColor;
+      if (parts(colour)[3] !== 0) return colour;
+    }
+  };
+  return [...document.querySelectorAll('main *, header *')]
+    .filter(node => node.checkVisibility() && [...node.childNodes].some(child => child.nodeType === 3 && child.data.trim()))
+    .filter(node => !node.disabled)
+    .map(node => {
+      const [one, other] = [light(getComputedStyle(node).color), light(back(node))];
+      return [`${node.tagName}.${node.className}`, (Math.max(one, other) + 0.05) / (Math.min(one, other) + 0.05)];
+    }).filter(([, ratio]) => ratio < 4.5);
+})()"""
+
 SIZES = (("small-phone", 320, 640, True), ("phone", 360, 740, True), ("tablet", 800, 1100, True),
          ("desktop", 1280, 800, False))
 

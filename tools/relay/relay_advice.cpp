@@ -40,8 +40,8 @@ relay_note no_contact(const relay_state &state, std::time_t now) {
   const std::time_t since = state.last_contact != 0 ? state.last_contact : state.started;
   return {.text = "no contact with the server for " + duration_text(age_of(since, now)),
           .advice = "A newer configuration may exist. --max-age is " +
-                    duration_text(state.max_age) +
-                    "; the publication in service is served all the same.",
+                    duration_text(state.max_age) + "." +
+                    (state.has_publication ? " What is in service is still served." : ""),
           .since = since};
 }
 

@@ -43,6 +43,18 @@ std::string escaped(std::string_view text) {
   return result;
 }
 
+// An option is not divided at the end of a line.
+std::string with_options(std::string_view text) {
+  constexpr std::string_view letters = "-abcdefghijklmnopqrstuvwxyz";
+  std::string html;
+  for (size_t at = text.find("--"); at != std::string_view::npos; at = text.find("--")) {
+    const size_t end = std::min(text.find_first_not_of(letters, at), text.size());
+    html += escaped(text.substr(0, at)) + "<code>" + escaped(text.substr(at, end - at)) + "</code>";
+    text.remove_prefix(end);
+  }
+  return html + escaped(text);
+}
+
 struct fact {
   std::string name;
   std::string value;
@@ -98,7 +110,7 @@ std::string head_of(const relay_state &state, std::time_t now) {
 std::string note_html(const relay_note &note) {
   const std::string since = note.since == 0 ? "" : "Since " + iso_time(note.since) + ".";
   return "<div class=\"note\"><p class=\"reason\">" + escaped(note.text) + "</p><p>" +
-         escaped(note.advice) + "</p><p class=\"quiet\">" + since + "</p></div>\n";
+         with_options(note.advice) + "</p><p class=\"quiet\">" + since + "</p></div>\n";
 }
 
 std::string publication_html(const relay_state &state, std::time_t now) {

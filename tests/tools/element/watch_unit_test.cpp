@@ -1,47 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cctype>
-#include <map>
-#include <stdexcept>
-
 #include "tests/tools/element/watching.hpp"
+#include "tests/tools/support/unit_file.hpp"
 
 namespace zot::test {
 namespace {
 
 using words = std::vector<std::string>;
 
-// The unit file as a service manager reads it.
 class WatchUnit : public testing::Test {
  protected:
-  // The value of a line NAME=VALUE in a section.
-  [[nodiscard]] static std::string value_of(const std::string &section, const std::string &name) {
-    std::string current;
-    for (const std::string &line : lines_of(read_bytes(ZOTCONF_WATCH_UNIT))) {
-      if (line.starts_with('[')) {
-        current = line;
-      } else if (current == "[" + section + "]" && line.starts_with(name + "=")) {
-        return line.substr(name.size() + 1);
-      }
-    }
-    throw std::runtime_error("no " + name + " in " + section);
+  [[nodiscard]] std::string value_of(const std::string &section, const std::string &name) const {
+    return unit_.value_of(section, name);
   }
+
+  unit_file unit_{ZOTCONF_WATCH_UNIT};
 };
 
 TEST_F(WatchUnit, HasLinesOfSettingsInSectionsOnly) {
-  std::string section;
-  for (const std::string &line : lines_of(read_bytes(ZOTCONF_WATCH_UNIT))) {
-    if (line.empty() || line.starts_with('#')) {
-      continue;
-    }
-    if (line.starts_with('[')) {
-      section = line;
-      EXPECT_TRUE(line == "[Unit]" || line == "[Service]" || line == "[Install]") << line;
-      continue;
-    }
-    EXPECT_FALSE(section.empty()) << line;
-    EXPECT_NE(line.find('='), std::string::npos) << line;
-    EXPECT_TRUE(std::isupper(static_cast<unsigned char>(line.front()))) << line;
-  }
+  unit_.expect_form();
 }
 
 TEST_F(WatchUnit, TellsHowItIsStarted) {
@@ -57,20 +33,11 @@ TEST_F(WatchUnit, TellsHowItIsStarted) {
 // directory, so the program ends after it has accepted the options.
 TEST_F(WatchUnit, StartsTheProgramWithOptionsThatItTakes) {
   const temp_dir dir;
-  const std::map<std::string, words> settings = {
-      {"${ZOTCONF_INDEX}", {"001122334455"}},
-      {"${ZOTCONF_APPLY}", {"/usr/local/sbin/apply --now"}},
-      {"$ZOTCONF_OPTIONS", {"--every", "1m"}}};
-  std::istringstream line(value_of("Service", "ExecStart"));
-  std::string word;
-  line >> word;
-  EXPECT_EQ(word, "@bindir@/zotconf");
-  words args;
-  while (line >> word) {
-    const auto found = settings.find(word);
-    const words more = found != settings.end() ? found->second : words{word};
-    args.insert(args.end(), more.begin(), more.end());
-  }
+  words args = unit_.command({{"${ZOTCONF_INDEX}", {"001122334455"}},
+                              {"${ZOTCONF_APPLY}", {"/usr/local/sbin/apply --now"}},
+                              {"$ZOTCONF_OPTIONS", {"--every", "1m"}}});
+  EXPECT_EQ(args.front(), "@bindir@/zotconf");
+  args.erase(args.begin());
   EXPECT_EQ(args.front(), "watch");
   EXPECT_EQ(args.size(), 7U);
   const environment refused = {{"ZOT_DEV_PATH", ""}, {"ZOT_PREFIX_CONF_ROOT", dir / "a;b"}};

@@ -49,7 +49,7 @@ TEST(RelayAdvice, ComparesTheLastContactWithTheLimit) {
   ASSERT_EQ(notes.size(), 1U);
   EXPECT_EQ(notes[0].text, "no contact with the server for 2h");
   EXPECT_EQ(notes[0].since, now - 10);
-  EXPECT_TRUE(has(notes[0].advice, "--max-age is 1h;")) << notes[0].advice;
+  EXPECT_TRUE(has(notes[0].advice, "--max-age is 1h. What")) << notes[0].advice;
 }
 
 }  // namespace

@@ -48,6 +48,7 @@ TEST_F(RelayPage, ShowsTheProblemBeforeTheFactsWithAdvice) {
   ASSERT_NE(problem, std::string::npos);
   EXPECT_LT(problem, text.find("Free space"));
   EXPECT_LT(text.find("Free space"), text.find("Config ID"));
+  EXPECT_TRUE(has(text, "system of <code>--store</code>, and"));
 }
 
 TEST_F(RelayPage, ShowsThatNothingIsInService) {
