@@ -152,9 +152,10 @@ std::string sign(std::string_view bytes, const signature_wish &wish) {
   }
   check(::CMS_final(message.get(), content.get(), nullptr, flags) == 1, "CMS_final");
   const memory_bio out = new_bio();
-  check((wish.is_pem ? ::PEM_write_bio_CMS(out.get(), message.get())
-                     : ::i2d_CMS_bio(out.get(), message.get())) == 1,
-        "a signature");
+  const bool is_written =
+      wish.is_pem ? ::PEM_write_bio_CMS_stream(out.get(), message.get(), nullptr, 0) == 1
+                  : ::i2d_CMS_bio(out.get(), message.get()) == 1;
+  check(is_written, "a signature");
   return text_of(out.get());
 }
 

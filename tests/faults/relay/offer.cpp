@@ -21,13 +21,12 @@ std::string path_of(const std::string &category, const std::string &key, std::ui
 }
 
 std::vector<content> contents_of(std::uint64_t generation) {
-  constexpr std::size_t large = 40000;
   const std::string number = std::to_string(generation);
   return {{"Wlan", "guest", generation, "ssid=guest " + number},
           {"Wlan", "staff", 1, "ssid=staff"},
           {"Zone", "hq", 1, "country=DE"},
           {"Radio", "r5", 3, "channel=36"},
-          {"Ap", "lobby", generation, number + noise(large)},
+          {"Ap", "lobby", generation, large_file(generation)},
           {"Vlan", "v" + number, 1, "id=" + number}};
 }
 
@@ -43,6 +42,11 @@ std::string latest_path(const std::string &suffix) {
 
 std::string large_file_path(std::uint64_t generation) {
   return path_of("Ap", "lobby", generation);
+}
+
+std::string large_file(std::uint64_t generation) {
+  constexpr std::size_t length = 40000;
+  return std::to_string(generation) + noise(length);
 }
 
 void offer::set_k(const std::string &text, const identity &signer) {

@@ -21,6 +21,7 @@ inline const std::string signature_path = latest_path(".k.p7s");
 
 // The one file that each generation replaces and that is longer than a few hundred bytes.
 [[nodiscard]] std::string large_file_path(std::uint64_t generation);
+[[nodiscard]] std::string large_file(std::uint64_t generation);
 
 struct offer {
   std::map<std::string, std::string> files;  // from the path below the URL to the bytes
@@ -29,6 +30,11 @@ struct offer {
   void set_k(const std::string &text, const identity &signer);
   void set_k(const zotconf::manifest &content, const identity &signer);
 };
+
+// The generations of a trial: before, while and after the server misbehaves.
+inline constexpr std::uint64_t in_service = 5;
+inline constexpr std::uint64_t offered = 6;
+inline constexpr std::uint64_t mended = 7;
 
 // The configurations that are published one after the other. Each replaces two files, adds one and
 // removes one.
