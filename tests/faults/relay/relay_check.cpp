@@ -123,12 +123,10 @@ class relay_check {
   [[nodiscard]] std::string store() const { return work_ / "store"; }
 
   [[nodiscard]] relay_folders folders() const {
-    relay_folders made{
-        .store = store(),
-        .url = (tried_.setting.has_tls ? "https://127.0.0.1:" : "http://127.0.0.1:") +
-               std::to_string(port_),
-        .keyring = tried_.setting.is_signed ? work_ / "keyring" : "",
-        .silence = tried_.silence};
+    relay_folders made{.store = store(),
+                       .url = server_.url(tried_.setting.has_tls ? "https" : "http"),
+                       .keyring = tried_.setting.is_signed ? work_ / "keyring" : "",
+                       .silence = tried_.silence};
     if (tried_.setting.has_tls) {
       made.ca = work_ / "ca";
     }
