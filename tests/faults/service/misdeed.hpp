@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/faults/service/script.hpp"
+
 namespace zot::test {
 
 // The three requests of a get, in their order.
@@ -21,25 +23,6 @@ constexpr unsigned bit_of(request_kind kind) {
 inline constexpr unsigned every_request = (1U << request_count) - 1;
 inline constexpr unsigned both_knowledge_files =
     bit_of(request_kind::checksum) | bit_of(request_kind::k);
-
-// One action on a connection. After the last one the connection is closed normally.
-struct step {
-  enum class kind { send, drip, stall, reset };
-  static constexpr std::uint64_t without_end = UINT64_MAX;
-
-  kind what = kind::send;
-  std::string bytes = {};
-  std::uint64_t times = 1;  // how often to send the bytes; ends early if the client closes
-};
-using script = std::vector<step>;
-
-// The right answer to a request, from which a bad one is derived.
-struct answer {
-  std::string head;  // including the empty line
-  std::string body;
-
-  [[nodiscard]] std::string whole() const { return head + body; }
-};
 
 struct outcome {
   enum class kind {
@@ -71,15 +54,7 @@ struct misdeed {
 };
 using misdeeds = std::vector<misdeed>;
 
-// The status line before headers and body that are sent unchanged.
-inline constexpr const char *ok_line = "HTTP/1.1 200 OK\r\n";
-
-// Functions that build the tables.
-[[nodiscard]] script send(std::string bytes);
-[[nodiscard]] script send_without_end(std::string first, std::string repeated);
-[[nodiscard]] std::function<script(const answer &)> always(script steps);
 [[nodiscard]] std::function<outcome(request_kind)> always(outcome what);
-[[nodiscard]] std::string with_length(std::size_t length);
 
 [[nodiscard]] misdeeds transfer_misdeeds();
 [[nodiscard]] misdeeds protocol_misdeeds();
