@@ -1,13 +1,16 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
 # Measures how fast the library is: single operations, and complete cycles compared with the baseline
-# (minimum work) and with other tools. Times are only reported: no check fails on them.
+# (minimum work) and with other tools, and what a change costs on the network. Times are only reported:
+# no check fails on them.
 
 readonly bench_programs=build/release/bench
 readonly bench_results=build/bench
 readonly bench_document=docs/performance.md
 # shellcheck source=bench/cycles/packages.sh
 source bench/cycles/packages.sh
+# shellcheck source=bench/relay/packages.sh
+source bench/relay/packages.sh
 
 # bench_build TARGET...
 bench_build() {
@@ -86,12 +89,30 @@ bench_report() {
   need gnuplot-nox jq
   say "bench: writing the tables and plots of $bench_document"
   bench/report/report.sh "$bench_results" "$bench_document"
+  [[ ! -s $bench_results/relay.jsonl ]] || bench/report/relay.sh "$bench_results" "$bench_document"
 }
 
 bench_peers() {
   bench_make "${cycles_peers[@]}" gnuplot-nox
   bench_run --peers
   bench_report
+}
+
+# What a change costs on the network. Needs root, for network namespaces.
+bench_relay() {
+  local -r results=$bench_results/relay.jsonl
+  ((EUID == 0)) || fail "bench --relay creates network namespaces and needs root"
+  setup
+  need "${relay_packages[@]}"
+  say "bench: build"
+  bench_build zotconf_cli bench_source bench_measure bench_delay_line
+  mkdir -p "$bench_results"
+  say "bench: what a change costs"
+  touch "$results.new"
+  bench/relay/run.sh build/release "$results.new"
+  mv "$results.new" "$results"
+  bench/report/relay.sh "$bench_results"
+  bench/report/relay.sh "$bench_results" "$bench_document"
 }
 
 # Instruction counts do not depend on the load of the machine, so they can be checked against limits.

@@ -50,6 +50,8 @@ fail() {
   exit 1
 }
 
+# shellcheck source=bench/cycles/machine.sh
+source "$here/machine.sh"
 # shellcheck source=bench/cycles/packages.sh
 source "$here/packages.sh"
 # shellcheck source=bench/cycles/publication.sh
@@ -66,23 +68,6 @@ trap 'exit 130' INT TERM
 
 # All transfers use the loopback interface.
 unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY ZOT_DEV_PATH
-
-describe_machine() {
-  local compiler
-  compiler=$(sed -n 's/^CMAKE_CXX_COMPILER:[A-Z]*=//p' "$host/CMakeCache.txt")
-  {
-    dpkg-query -W -f '${db:Status-Status} ${Package} ${Version}\n' "${cycles_versions[@]}" \
-      2>/dev/null || true
-  } | jq -cRn \
-    --arg cpu "$(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1)" \
-    --argjson cores "$(nproc)" \
-    --argjson memory "$(awk '/^MemTotal:/ { print $2 }' /proc/meminfo)" \
-    --arg kernel "$(uname -sr)" \
-    --arg compiler "$("$compiler" --version | head -n 1)" \
-    --arg date "$(date -u +%F)" \
-    '[inputs | split(" ") | select(.[0] == "installed") | {(.[1]): .[2]}] | add as $versions |
-     {machine: {$cpu, $cores, memory_kib: $memory, $kernel, $compiler, $versions, $date}}'
-}
 
 # Appends what a command prints to the figures.
 keep() {
@@ -197,7 +182,7 @@ run_cases() {
   done
 }
 
-describe_machine >"$work/figures"
+describe_machine "${cycles_versions[@]}" >"$work/figures"
 serve
 base=$work
 export BENCH_MEDIUM=tmpfs

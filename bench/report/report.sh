@@ -84,7 +84,8 @@ write_document() {
   for name in "${!plots[@]}"; do
     draw "$name"
   done
-  awk -v tables="$results/tables" -f "$here/fill.awk" "$document" >"$results/document.md"
+  awk -v tables="$results/tables" -v names="${tables[*]}" -f "$here/fill.awk" "$document" \
+    >"$results/document.md"
   cp "$results/plots/"*.svg "$folder"
   cp "$results/document.md" "$document"
 }
