@@ -115,7 +115,7 @@ std::optional<kept_publication> read_publication(const folder &own, const std::s
   if (!k || text_of(own, kept_checksum) != digest + "\n" || digest_of_text(*k) != digest) {
     return std::nullopt;
   }
-  auto content = parse_manifest(*k);
+  auto content = parse_manifest(*k, other_category::kept);
   if (!content || !is_of(*content, who)) {
     return std::nullopt;
   }

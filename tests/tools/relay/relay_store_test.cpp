@@ -191,6 +191,13 @@ TEST_F(RelayStore, ServesTheSameAfterARestart) {
   EXPECT_EQ(store().last_sequence(), 2U);
 }
 
+TEST_F(RelayStore, ServesACategoryThatItDoesNotKnowAfterARestart) {
+  const std::string digest = put({{"Wlan/a/1", "ssid=a"}, {"Novel/n/1", "of a later version"}}, 1);
+  restarted();
+  EXPECT_EQ(served_whole(), digest);
+  EXPECT_EQ(opened({"config", "Novel", "n", "1"}), "of a later version");
+}
+
 TEST_F(RelayStore, ServesOnlyItsElementAndOnlyWhatItHas) {
   put(first, 1);
   for (const std::vector<std::string> &parts :

@@ -18,7 +18,7 @@
 namespace zot::test {
 namespace {
 
-constexpr size_t large = size_t{12} << 20;
+constexpr size_t large = size_t{8} << 20;
 const std::string both_files = R"({"files": ["/config//Vlan/large/1", "/config//Wlan/a/1"]})";
 
 // A publication folder that counts what is opened.
@@ -77,7 +77,7 @@ class PublicationService : public testing::Test, public zotconf::http_service {
   }
 
   temp_dir dir_;
-  std::string bytes_ = noise(large);
+  std::string bytes_ = "short";
   counted_files files_{dir_ / "pub"};
   zotconf::element_log elements_;
   zotconf::archive_cache archives_{files_, 0};
@@ -93,6 +93,8 @@ size_t length_in_header(raw_client &client) {
 }
 
 TEST_F(PublicationService, SendsAKeptArchiveToSlowClientsAtTheSameTime) {
+  bytes_ = noise(large);
+  write_bytes(dir_ / "pub/config/Vlan/large/1", bytes_);
   zotconf::listener listening = zotconf::listen_on("127.0.0.1", 0);
   const auto port = static_cast<std::uint16_t>(listening.port);
   const zotconf::http_server server(std::move(listening.socket), *this);
@@ -113,7 +115,7 @@ TEST_F(PublicationService, SendsAKeptArchiveToSlowClientsAtTheSameTime) {
     for (size_t i = 0; i < clients.size(); ++i) {
       const size_t left = lengths[i] - bodies[i].size();
       // Each has its own pace, so each is at another place of the file.
-      bodies[i] += clients[i].read(std::min(left, size_t{100'000} * (i + 1)));
+      bodies[i] += clients[i].read(std::min(left, (size_t{1} << 20) * (i + 1)));
       is_over = is_over && left == 0;
     }
   }
