@@ -24,6 +24,7 @@ readonly check_packages=(
   libgtest-dev
   mandoc
   mount
+  nginx-light
   openssl
   shellcheck)
 
