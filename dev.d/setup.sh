@@ -26,6 +26,7 @@ readonly check_packages=(
   mandoc
   mount
   opensc
+  nginx-light
   openssl
   shellcheck
   softhsm2)

@@ -16,7 +16,8 @@ namespace {
 constexpr size_t kept_connections = 8;
 // Transfers that share one connection with HTTP/2. A server allows about a hundred.
 constexpr size_t most_streams = 100;
-constexpr std::chrono::milliseconds longest_poll{250};
+constexpr std::chrono::milliseconds shortest_pause{10};
+constexpr std::chrono::milliseconds longest_wait{250};
 
 void check_multi(CURLMcode result) {
   if (result != CURLM_OK) {
@@ -57,8 +58,11 @@ void http_engine::set(CURLMoption option, long value) const {
 
 bool http_engine::has_room() const {
   const size_t most = is_http2_ ? most_streams : kept_connections;
-  return active_.size() < most &&
-         traffic_.ahead(traffic::clock::now()) == traffic::clock::duration::zero();
+  return active_.size() < most && !is_ahead();
+}
+
+bool http_engine::is_ahead() const {
+  return traffic_.ahead(traffic::clock::now()) > traffic::clock::duration::zero();
 }
 
 http_engine::transfer_owner http_engine::idle_transfer() {
@@ -110,6 +114,18 @@ void http_engine::collect(std::vector<ended> &all) {
   }
 }
 
+// The transfers take turns. One that fails here is not reported by libcurl.
+void http_engine::resume(std::vector<ended> &all) {
+  for (size_t left = active_.size(); left > 0 && !is_ahead(); --left) {
+    std::ranges::rotate(active_, active_.begin() + 1);
+    http_transfer &last = *active_.back();
+    if (const CURLcode result = last.resume(); result != CURLE_OK) {
+      all.push_back({.sink = last.sink(), .how = last.finish(result)});
+      keep(remove(&last));
+    }
+  }
+}
+
 void http_engine::end_silent(std::vector<ended> &all) {
   const auto is_asked = [](const transfer_owner &each) { return each->is_asked(); };
   if (std::ranges::none_of(active_, is_asked)) {
@@ -119,7 +135,7 @@ void http_engine::end_silent(std::vector<ended> &all) {
   if (!traffic_.is_too_slow(traffic::clock::now())) {
     return;
   }
-  const auto first = std::ranges::stable_partition(active_, std::not_fn(is_asked)).begin();
+  const auto first = std::stable_partition(active_.begin(), active_.end(), std::not_fn(is_asked));
   for (auto each = first; each != active_.end(); ++each) {
     const std::string text = silence_text(**each, traffic_.bytes_of_wait(), silence_);
     all.push_back({.sink = (*each)->sink(), .how = {.wrong = text}});
@@ -131,20 +147,20 @@ void http_engine::end_silent(std::vector<ended> &all) {
 std::vector<http_engine::ended> http_engine::wait() {
   std::vector<ended> all;
   // What is not read waits at the server.
-  if (const traffic::clock::duration ahead = traffic_.ahead(traffic::clock::now());
-      ahead > traffic::clock::duration::zero()) {
-    const traffic::clock::duration pause = std::min<traffic::clock::duration>(ahead, longest_poll);
+  if (const auto ahead = traffic_.ahead(traffic::clock::now()); ahead > ahead.zero()) {
+    const auto pause = std::clamp<traffic::clock::duration>(ahead, shortest_pause, longest_wait);
     std::this_thread::sleep_for(pause);
     traffic_.exclude_from_wait(pause);
     return all;
   }
+  resume(all);
   int running = 0;
   check_multi(curl_multi_perform(multi_.get(), &running));
   collect(all);
   end_silent(all);
-  if (all.empty() && traffic_.ahead(traffic::clock::now()) == traffic::clock::duration::zero()) {
+  if (all.empty() && !is_ahead()) {
     check_multi(
-        curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(longest_poll.count()), nullptr));
+        curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(longest_wait.count()), nullptr));
   }
   return all;
 }

@@ -47,11 +47,14 @@ class http_engine {
   };
   using transfer_owner = std::unique_ptr<http_transfer>;
 
+  // Whether more has arrived than the rate allows.
+  [[nodiscard]] bool is_ahead() const;
   void set(CURLMoption option, long value) const;
   [[nodiscard]] transfer_owner idle_transfer();
   transfer_owner remove(const http_transfer *transfer);
   void keep(transfer_owner transfer);
   void collect(std::vector<ended> &all);
+  void resume(std::vector<ended> &all);
   void end_silent(std::vector<ended> &all);
 
   library library_;

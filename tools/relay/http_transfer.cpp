@@ -6,6 +6,7 @@
 #include <exception>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "tools/relay/transfer_problem.hpp"
 
@@ -115,6 +116,7 @@ void http_transfer::prepare(const transfer_request &request, response_sink &sink
   is_asked_ = false;
   has_begun_ = false;
   is_wanted_ = false;
+  is_paused_ = false;
   wrong_.clear();
   reason_.front() = '\0';
 }
@@ -128,6 +130,10 @@ size_t http_transfer::take_header(char *data, size_t size, size_t count, void *s
 size_t http_transfer::take_body(char *data, size_t size, size_t count, void *self) noexcept {
   auto &transfer = *static_cast<http_transfer *>(self);
   const size_t bytes = size * count;
+  if (transfer.traffic_.ahead(traffic::clock::now()) > traffic::clock::duration::zero()) {
+    transfer.is_paused_ = true;
+    return CURL_WRITEFUNC_PAUSE;
+  }
   return transfer.take(std::string_view(data, bytes)) ? bytes : CURL_WRITEFUNC_ERROR;
 }
 
@@ -175,6 +181,10 @@ void http_transfer::begin() {
   curl_off_t length = -1;
   curl_easy_getinfo(curl_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
   is_wanted_ = sink_->begin(head_, length);
+}
+
+CURLcode http_transfer::resume() {
+  return std::exchange(is_paused_, false) ? curl_easy_pause(curl_.get(), CURLPAUSE_CONT) : CURLE_OK;
 }
 
 transfer_end http_transfer::finish(CURLcode result) {

@@ -67,6 +67,8 @@ class http_transfer {
   [[nodiscard]] bool is_asked() const { return is_asked_; }
   [[nodiscard]] bool has_head() const { return head_.is_complete; }
 
+  // Continues with what was left unread because of the rate.
+  [[nodiscard]] CURLcode resume();
   // Ends the transfer: what came of it.
   [[nodiscard]] transfer_end finish(CURLcode result);
 
@@ -103,6 +105,7 @@ class http_transfer {
   bool is_asked_ = false;
   bool has_begun_ = false;
   bool is_wanted_ = false;
+  bool is_paused_ = false;
   std::string wrong_;  // the reason why a callback has ended the transfer
 };
 

@@ -7,6 +7,8 @@ namespace zotconf {
 namespace {
 
 constexpr uint64_t lowest_rate = 1024;
+// A pause may be longer than it should be. What was missed in so long a time is caught up.
+constexpr std::chrono::milliseconds caught_up{100};
 
 double seconds_of(traffic::clock::duration time) {
   return std::chrono::duration<double>(time).count();
@@ -27,7 +29,8 @@ void traffic::count(uint64_t bytes, clock::time_point now) {
   }
   const std::chrono::duration<double> time(static_cast<double>(bytes) /
                                            static_cast<double>(limit_rate_));
-  free_at_ = std::max(free_at_, now) + std::chrono::duration_cast<clock::duration>(time);
+  free_at_ =
+      std::max(free_at_, now - caught_up) + std::chrono::duration_cast<clock::duration>(time);
 }
 
 void traffic::restart_wait(clock::time_point now) {

@@ -33,9 +33,12 @@ std::string refusal_text(const failed_transfer &failed) {
 std::string certificate_text(const failed_transfer &failed, const upstream_url &url) {
   long verified = X509_V_OK;
   curl_easy_getinfo(failed.curl, CURLINFO_SSL_VERIFYRESULT, &verified);
-  const std::string reason =
-      verified == X509_V_OK ? "it is for another host" : ::X509_verify_cert_error_string(verified);
-  return "the certificate of " + url.host() + " is not valid: " + reason;
+  const std::string what = "the certificate of " + url.host() + " is not valid";
+  // The chain is good, but the certificate is for another host.
+  if (verified == X509_V_OK || verified == X509_V_ERR_UNSPECIFIED) {
+    return with_reason(what, failed);
+  }
+  return what + ": " + ::X509_verify_cert_error_string(verified);
 }
 
 std::string early_end_text(const failed_transfer &failed) {

@@ -1,0 +1,346 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/relay/http_engine.hpp"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "tests/support/files.hpp"
+#include "tests/tools/relay/fetching.hpp"
+#include "tests/tools/relay/scripted_server.hpp"
+#include "tests/tools/relay/tls_authority.hpp"
+#include "tests/tools/support/process.hpp"
+
+namespace zot::test {
+namespace {
+
+using namespace std::chrono_literals;
+using zotconf::upstream;
+using zotconf::wanted_file;
+using connection = scripted_server::connection;
+using steady = std::chrono::steady_clock;
+
+size_t open_descriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+// Serves the same bytes under every name.
+class HttpEngine : public testing::Test, protected fetching {
+ protected:
+  HttpEngine() {
+    server_.set_keep_alive_max_count(1'000'000);
+    server_.Get(".*", [this](const httplib::Request &, httplib::Response &answer) {
+      answer.set_content(bytes_, "application/octet-stream");
+    });
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    wait_until([this] { return server_.is_running(); }, "the server");
+  }
+  ~HttpEngine() override {
+    server_.stop();
+    thread_.join();
+  }
+
+  [[nodiscard]] zotconf::upstream_options options() const {
+    return options_for("http://127.0.0.1:" + std::to_string(port_));
+  }
+  [[nodiscard]] std::vector<wanted_file> files(size_t number) const {
+    std::vector<wanted_file> all;
+    for (size_t i = 0; i < number; ++i) {
+      all.push_back(wanted("n" + std::to_string(i), bytes_.size()));
+    }
+    return all;
+  }
+
+  std::string bytes_ = "bytes";
+
+ private:
+  httplib::Server server_;
+  int port_ = 0;
+  std::thread thread_;
+};
+
+double seconds_since(steady::time_point begin) {
+  return std::chrono::duration<double>(steady::now() - begin).count();
+}
+
+TEST_F(HttpEngine, BringsThousandsOfFilesWithFewDescriptors) {
+  upstream from(options(), never);
+  const size_t before = open_descriptors();
+  size_t most = 0;
+  size_t arrived = 0;
+  const zotconf::fetch_end end = from.fetch(files(10'000), [&](size_t) {
+    if (++arrived % 50 == 0) {
+      most = std::max(most, open_descriptors());
+    }
+  });
+  EXPECT_EQ(end.wrong, "");
+  EXPECT_EQ(arrived, 10'000U);
+  EXPECT_EQ(from.received(), 50'000U);
+  EXPECT_EQ(read_bytes(file("n9999")), "bytes");
+  // Eight connections have two ends here; eight files may be open; the rest is libcurl's own.
+  EXPECT_LE(most, before + 40);
+}
+
+TEST_F(HttpEngine, KeepsToTheRateWithALargeFile) {
+  bytes_ = noise(300'000);
+  zotconf::upstream_options limited = options();
+  limited.limit_rate = 100'000;
+  upstream from(limited, never);
+  const auto begin = steady::now();
+  EXPECT_EQ(fetch(from, files(1)).end.wrong, "");
+  EXPECT_GT(seconds_since(begin), 2.7);
+  EXPECT_LT(seconds_since(begin), 6);
+  EXPECT_EQ(read_bytes(file("n0")), bytes_);
+}
+
+TEST_F(HttpEngine, KeepsToTheRateWithSmallFiles) {
+  bytes_ = std::string(1000, 'x');
+  zotconf::upstream_options limited = options();
+  limited.limit_rate = 100'000;
+  upstream from(limited, never);
+  const auto begin = steady::now();
+  EXPECT_EQ(fetch(from, files(200)).end.wrong, "");
+  EXPECT_GT(seconds_since(begin), 1.7);
+  EXPECT_LT(seconds_since(begin), 6);
+}
+
+TEST_F(HttpEngine, DoesNotTakeALowRateForSilence) {
+  bytes_ = std::string(1500, 'x');
+  zotconf::upstream_options limited = options();
+  limited.limit_rate = 1000;
+  limited.silence = 500ms;
+  upstream from(limited, never);
+  const auto begin = steady::now();
+  EXPECT_EQ(fetch(from, files(2)).end.wrong, "");
+  EXPECT_GT(seconds_since(begin), 1.4);
+}
+
+TEST_F(HttpEngine, EndsWithinTheRateWhenItIsStopped) {
+  bytes_ = std::string(50'000, 'x');
+  zotconf::upstream_options limited = options();
+  limited.limit_rate = 1000;
+  upstream from(limited, stop_after(500ms));
+  const auto begin = steady::now();
+  EXPECT_EQ(fetch(from, files(1)).end.wrong, "stopped");
+  EXPECT_LT(seconds_since(begin), 5);
+}
+
+TEST(HttpEngineWaiting, ForAFreeConnectionIsNoSilence) {
+  // Each request is answered after a while, so later ones wait longer than the patience.
+  const scripted_server server([](connection &with, const std::string &, unsigned) {
+    std::this_thread::sleep_for(300ms);
+    return with.send(response("200 OK", "", "x"));
+  });
+  const fetching here;
+  zotconf::upstream_options options = options_for(server.url());
+  options.silence = 700ms;
+  options.connect_timeout = 700ms;
+  upstream from(options, never);
+  std::vector<wanted_file> files;
+  for (int i = 0; i < 40; ++i) {
+    files.push_back(here.wanted(std::to_string(i), 1));
+  }
+  EXPECT_EQ(fetching::fetch(from, files).end.wrong, "");
+  EXPECT_LE(server.connections(), 8U);
+}
+
+TEST(HttpEngineWaiting, EndsATransferThatIsSilentBesideOthers) {
+  const scripted_server server([](connection &with, const std::string &head, unsigned) {
+    if (head.find("/silent/") == std::string::npos) {
+      return with.send(response("200 OK", "", "x"));
+    }
+    with.stay_silent();
+    return false;
+  });
+  const fetching here;
+  zotconf::upstream_options options = options_for(server.url());
+  options.silence = 400ms;
+  upstream from(options, never);
+  const auto all =
+      fetching::fetch(from, {here.wanted("silent", 1), here.wanted("a", 1), here.wanted("b", 1)});
+  EXPECT_EQ(all.end.wrong, "config/Wlan/silent/1: no answer for 400ms");
+  EXPECT_EQ(all.arrived.size(), 2U);
+}
+
+// nginx with HTTP/2, on a free port of 127.0.0.1.
+class nginx {
+ public:
+  explicit nginx(const tls_authority &authority) {
+    write_configuration(authority);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::execlp("nginx", "nginx", "-p", dir_.path().c_str(), "-e", log_.c_str(), "-c",
+               configuration_.c_str(), nullptr);
+      ::_exit(127);
+    }
+    pid_ = pid;
+    wait_until([this] { return exists(dir_ / "pid") && is_answering(); }, "nginx");
+  }
+  nginx(const nginx &) = delete;
+  nginx &operator=(const nginx &) = delete;
+  ~nginx() {
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+  }
+
+  static bool is_installed() { return std::system("nginx -v 2>/dev/null") == 0; }
+  [[nodiscard]] std::string url() const { return "https://127.0.0.1:" + std::to_string(port_); }
+  void put(const std::string &name, const std::string &bytes) const {
+    write_bytes(dir_ / ("root/" + name), bytes);
+  }
+  // One line for each request: the protocol and the number of the connection.
+  [[nodiscard]] std::vector<std::string> requests() const {
+    std::istringstream lines(read_bytes(dir_ / "requests"));
+    std::vector<std::string> all;
+    for (std::string line; std::getline(lines, line);) {
+      all.push_back(line);
+    }
+    return all;
+  }
+
+ private:
+  static int free_port() {
+    const zot::descriptor probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ::bind(probe.get(), reinterpret_cast<sockaddr *>(&address), size);
+    ::getsockname(probe.get(), reinterpret_cast<sockaddr *>(&address), &size);
+    return ntohs(address.sin_port);
+  }
+  void write_configuration(const tls_authority &authority) const {
+    std::string text = "daemon off;\nmaster_process off;\npid " + (dir_ / "pid") +
+                       ";\nevents { worker_connections 64; }\nhttp {\n" +
+                       "log_format line '$server_protocol $connection';\naccess_log " +
+                       (dir_ / "requests") + " line;\n";
+    for (const char *const kind : {"client_body", "fastcgi", "proxy", "scgi", "uwsgi"}) {
+      text += std::string(kind) + "_temp_path " + dir_.path() + "/" + kind + ";\n";
+    }
+    text += "server {\nlisten 127.0.0.1:" + std::to_string(port_) + " ssl http2;\nroot " +
+            (dir_ / "root") + ";\nssl_certificate " + authority.certificate_of("server") +
+            ";\nssl_certificate_key " + authority.key_of("server") + ";\n}\n}\n";
+    write_bytes(configuration_, text);
+  }
+  [[nodiscard]] bool is_answering() const {
+    const zot::descriptor probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    address.sin_port = ::htons(static_cast<std::uint16_t>(port_));
+    return ::connect(probe.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+  }
+
+  temp_dir dir_;
+  const std::string configuration_ = dir_ / "conf";
+  const std::string log_ = dir_ / "log";
+  const int port_ = free_port();
+  pid_t pid_ = -1;
+};
+
+class HttpEngineWithHttp2 : public testing::Test, protected fetching {
+ protected:
+  void SetUp() override {
+    if (!nginx::is_installed()) {
+      GTEST_SKIP() << "nginx is not installed";
+    }
+    authority_.issue({.name = "server", .names = "IP:127.0.0.1"});
+    server_ = std::make_unique<nginx>(authority_);
+  }
+  [[nodiscard]] zotconf::upstream_options options() const {
+    zotconf::upstream_options options = options_for(server_->url());
+    options.ca = authority_.path();
+    return options;
+  }
+  [[nodiscard]] std::vector<wanted_file> put_files(size_t number, const std::string &bytes) const {
+    std::vector<wanted_file> all;
+    for (size_t i = 0; i < number; ++i) {
+      const std::string name = "n" + std::to_string(i);
+      server_->put("config/Wlan/" + name + "/1", name + bytes);
+      all.push_back(wanted(name, name.size() + bytes.size()));
+    }
+    return all;
+  }
+
+  tls_authority authority_;
+  std::unique_ptr<nginx> server_;
+};
+
+TEST_F(HttpEngineWithHttp2, UsesOneConnectionForAllFiles) {
+  const std::vector<wanted_file> files = put_files(500, "bytes");
+  upstream from(options(), never);
+  const result all = fetch(from, files);
+  EXPECT_EQ(all.end.wrong, "");
+  EXPECT_EQ(all.arrived.size(), 500U);
+  EXPECT_EQ(read_bytes(file("n499")), "n499bytes");
+  wait_until([this] { return server_->requests().size() == 500; }, "the log");
+  const std::vector<std::string> requests = server_->requests();
+  const std::set<std::string> connections(requests.begin(), requests.end());
+  EXPECT_EQ(connections.size(), 1U);
+  EXPECT_TRUE(requests.front().starts_with("HTTP/2.0 ")) << requests.front();
+}
+
+TEST_F(HttpEngineWithHttp2, BringsLargeFilesAtOnce) {
+  const std::string bytes = noise(1'000'000);
+  upstream from(options(), never);
+  EXPECT_EQ(fetch(from, put_files(30, bytes)).end.wrong, "");
+  for (int i = 0; i < 30; ++i) {
+    const std::string name = "n" + std::to_string(i);
+    EXPECT_TRUE(read_bytes(file(name)) == name + bytes) << name;
+  }
+}
+
+// nginx ends a connection after a thousand requests.
+TEST_F(HttpEngineWithHttp2, GoesOnWhenTheServerEndsTheConnection) {
+  upstream from(options(), never);
+  const result all = fetch(from, put_files(5000, "bytes"));
+  EXPECT_EQ(all.end.wrong, "");
+  EXPECT_EQ(all.arrived.size(), 5000U);
+}
+
+TEST_F(HttpEngineWithHttp2, KeepsToTheRate) {
+  zotconf::upstream_options limited = options();
+  limited.limit_rate = 200'000;
+  upstream from(limited, never);
+  const std::vector<wanted_file> files = put_files(100, std::string(5000, 'x'));
+  const auto begin = steady::now();
+  EXPECT_EQ(fetch(from, files).end.wrong, "");
+  EXPECT_GT(seconds_since(begin), 2.2);
+  EXPECT_LT(seconds_since(begin), 8);
+}
+
+TEST_F(HttpEngineWithHttp2, ReportsAFileThatIsMissing) {
+  std::vector<wanted_file> files = put_files(50, "bytes");
+  files.push_back(wanted("missing", 5));
+  upstream from(options(), never);
+  EXPECT_EQ(fetch(from, files).end.wrong, "config/Wlan/missing/1: status 404");
+}
+
+TEST_F(HttpEngineWithHttp2, ContinuesAFileAndReturnsItsEtag) {
+  const std::vector<wanted_file> files = put_files(1, noise(50'000));
+  write_bytes(file("n0"), "n0");
+  upstream from(options(), never);
+  EXPECT_EQ(fetch(from, files).end.wrong, "");
+  EXPECT_EQ(read_bytes(file("n0")), "n0" + noise(50'000));
+  EXPECT_EQ(from.received(), 50'000U);
+  const std::string etag = from.get("config/Wlan/n0/1", 100'000).etag;
+  EXPECT_NE(etag, "");
+  EXPECT_EQ(from.get("config/Wlan/n0/1", 100'000, etag).status, 304);
+}
+
+}  // namespace
+}  // namespace zot::test
