@@ -25,8 +25,8 @@ readonly check_packages=(
   libgtest-dev
   mandoc
   mount
-  opensc
   nginx-light
+  opensc
   openssl
   shellcheck
   softhsm2)
