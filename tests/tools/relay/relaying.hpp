@@ -12,6 +12,7 @@
 #include "tests/tools/relay/static_site.hpp"
 #include "tests/tools/support/publishing.hpp"
 #include "tests/tools/support/signing.hpp"
+#include "tools/publication/publication_store.hpp"
 #include "tools/relay/synchroniser.hpp"
 
 namespace zot::test {
