@@ -216,7 +216,7 @@ void relay_store::prepare(const folder &own, const kept_publication &next,
 
 // The sequence is recorded before the link is replaced. If the relay is interrupted in between, it
 // can accept the same K again, because its digest is recorded too.
-void relay_store::swap(const folder &own, kept_ptr next) {
+void relay_store::replace_current(const folder &own, kept_ptr next) {
   const std::scoped_lock still(changing_);
   if (!is_whole(*next)) {
     throw std::runtime_error("a file of the publication is missing in " + root_.path().string());
@@ -246,7 +246,7 @@ void relay_store::put_into_service(std::string_view k, const std::optional<std::
   const folder own = all.make(next.digest);
   try {
     prepare(own, next, k);
-    swap(own, std::make_shared<const kept_publication>(std::move(next)));
+    replace_current(own, std::make_shared<const kept_publication>(std::move(next)));
   } catch (const std::exception &) {
     // On a full file system, the space has to be free for the next attempt.
     remove_beside(own);

@@ -104,7 +104,7 @@ class relay_store : public served_files {
   [[nodiscard]] bool is_whole(const kept_publication &publication) const;
   void note_sequence(const kept_publication &publication);
   void prepare(const folder &own, const kept_publication &next, std::string_view k) const;
-  void swap(const folder &own, kept_ptr next);
+  void replace_current(const folder &own, kept_ptr next);
   void drop_beyond(size_t keep);
   [[nodiscard]] std::vector<kept_ptr> kept() const;
   [[nodiscard]] looked_up look_up(const std::vector<std::string> &parts) const;
