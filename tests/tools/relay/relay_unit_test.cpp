@@ -27,12 +27,11 @@ TEST_F(RelayUnit, TellsHowItIsStarted) {
   EXPECT_EQ(value_of("Install", "WantedBy"), "multi-user.target");
 }
 
-TEST_F(RelayUnit, MayWriteOnlyToItsStoreAndItsScratchFolder) {
+TEST_F(RelayUnit, MayWriteOnlyToItsStoreAndItsOwnTemporaryFolder) {
   EXPECT_EQ(value_of("Service", "DynamicUser"), "yes");
   EXPECT_EQ(value_of("Service", "ProtectSystem"), "strict");
   EXPECT_EQ(value_of("Service", "StateDirectory"), "zotconf-relay");
-  EXPECT_EQ(value_of("Service", "Environment"), "TMPDIR=%t/zotconf-relay");
-  EXPECT_EQ(value_of("Service", "RuntimeDirectory"), "zotconf-relay");
+  EXPECT_EQ(value_of("Service", "PrivateTmp"), "yes");
   EXPECT_EQ(value_of("Service", "CapabilityBoundingSet"), "");
 }
 
