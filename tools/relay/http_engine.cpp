@@ -117,7 +117,7 @@ void http_engine::collect(std::vector<ended> &all) {
 // The transfers take turns. One that fails here is not reported by libcurl.
 void http_engine::resume(std::vector<ended> &all) {
   for (size_t left = active_.size(); left > 0 && !is_ahead(); --left) {
-    std::ranges::rotate(active_, active_.begin() + 1);
+    std::rotate(active_.begin(), active_.begin() + 1, active_.end());
     http_transfer &last = *active_.back();
     if (const CURLcode result = last.resume(); result != CURLE_OK) {
       all.push_back({.sink = last.sink(), .how = last.finish(result)});
@@ -145,24 +145,36 @@ void http_engine::end_silent(std::vector<ended> &all) {
 }
 
 std::vector<http_engine::ended> http_engine::wait() {
+  // What the caller did meanwhile is not the server's delay.
+  traffic_.exclude_from_wait(traffic::clock::now() - last_wait_);
   std::vector<ended> all;
-  // What is not read waits at the server.
-  if (const auto ahead = traffic_.ahead(traffic::clock::now()); ahead > ahead.zero()) {
-    const auto pause = std::clamp<traffic::clock::duration>(ahead, shortest_pause, longest_wait);
-    std::this_thread::sleep_for(pause);
-    traffic_.exclude_from_wait(pause);
-    return all;
+  if (is_ahead()) {
+    keep_to_rate();
+  } else {
+    run(all);
   }
+  last_wait_ = traffic::clock::now();
+  return all;
+}
+
+// What is not read waits at the server.
+void http_engine::keep_to_rate() {
+  const auto ahead = traffic_.ahead(traffic::clock::now());
+  const auto pause = std::clamp<traffic::clock::duration>(ahead, shortest_pause, longest_wait);
+  std::this_thread::sleep_for(pause);
+  traffic_.exclude_from_wait(pause);
+}
+
+void http_engine::run(std::vector<ended> &all) {
   resume(all);
   int running = 0;
   check_multi(curl_multi_perform(multi_.get(), &running));
   collect(all);
   end_silent(all);
   if (all.empty() && !is_ahead()) {
-    check_multi(
-        curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(longest_wait.count()), nullptr));
+    constexpr int wait = static_cast<int>(longest_wait.count());
+    check_multi(curl_multi_poll(multi_.get(), nullptr, 0, wait, nullptr));
   }
-  return all;
 }
 
 void http_engine::cancel() {

@@ -54,6 +54,8 @@ class http_engine {
   transfer_owner remove(const http_transfer *transfer);
   void keep(transfer_owner transfer);
   void collect(std::vector<ended> &all);
+  void keep_to_rate();
+  void run(std::vector<ended> &all);
   void resume(std::vector<ended> &all);
   void end_silent(std::vector<ended> &all);
 
@@ -62,6 +64,7 @@ class http_engine {
   connection_options options_;
   std::chrono::milliseconds silence_;
   traffic traffic_;
+  traffic::clock::time_point last_wait_ = traffic::clock::now();
   uint64_t received_ = 0;
   bool is_http2_ = false;
   std::unique_ptr<CURLM, zot::releaser<curl_multi_cleanup>> multi_;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fetches from a server of static files, over HTTP or HTTPS. Connections are kept; HTTP/2 is used
-// where the server offers it. Redirections are not followed: a name has one place.
+// where the server offers it. Redirections are not followed: a name has one place. Proxies of the
+// environment are not used. Nothing that the server sends is trusted: lengths are limited and
+// checked, texts in messages are printable.
 #pragma once
 
 #include <chrono>
@@ -20,20 +22,22 @@ struct upstream_options {
   std::string url;            // http:// or https://, with or without a path and a final slash
   fs::path ca = {};           // trusted certificates in PEM; empty: those of the system
   fs::path certificate = {};  // of this client, in PEM; empty: none
-  fs::path key = {};
-  uint64_t limit_rate = 0;  // bytes per second of all transfers together; 0: no limit
+  fs::path key = {};          // empty: in the file of the certificate
+  uint64_t limit_rate = 0;    // bytes per second of all transfers together; 0: no limit
   std::chrono::milliseconds connect_timeout{10000};
-  std::chrono::milliseconds silence{30000};  // a transfer that brings less than 1 KiB/s for so
-                                             // long is ended
+  // Transfers end when all of them together bring less than 1 KiB/s for so long.
+  std::chrono::milliseconds silence{30000};
 };
 
 // What came in answer to a request.
 struct upstream_reply {
-  long status = 0;  // 0: no complete response
-  std::string body = {};
-  std::string etag = {};  // as sent, with quotes; empty: none
-  std::optional<std::chrono::seconds> retry_after = {};
-  std::string wrong = {};  // why there is no complete response; empty: there is one
+  long status = 0;        // 0: no complete response
+  std::string body = {};  // of a response with status 200
+  std::string etag = {};  // as sent, with quotes, at most 256 bytes; empty: none
+  std::optional<std::chrono::seconds> retry_after = {};  // at most 24 hours
+  // Why there is no complete response, or where a redirection leads. "stopped" if it was stopped.
+  // Empty: there is a response, whose status tells the rest.
+  std::string wrong = {};
 };
 
 // A file to fetch. `to` keeps what has arrived, so that the next call continues there.
@@ -45,7 +49,7 @@ struct wanted_file {
 
 // How a fetch of several files ended.
 struct fetch_end {
-  std::string wrong = {};  // the first failure, with the path; empty: everything has arrived
+  std::string wrong = {};  // the first failure, with the path, or "stopped"; empty: all is there
   long status = 0;         // of that failure; 0: none was received
   std::optional<std::chrono::seconds> retry_after = {};
 };
@@ -68,8 +72,9 @@ class upstream {
 
   // Fetches several files at a time. `arrived` is called in this thread for each file as soon as it
   // has the stated size and is closed; it must not call this object. A transfer that breaks is
-  // continued up to three times. After a failure no further transfer starts. A file never gets more
-  // than `size` bytes.
+  // continued up to three times, and three times more whenever it has brought 1 KiB. After a
+  // failure no further transfer starts, and those in progress end. A file never gets more than
+  // `size` bytes.
   [[nodiscard]] fetch_end fetch(const std::vector<wanted_file> &files,
                                 const std::function<void(size_t)> &arrived);
 
