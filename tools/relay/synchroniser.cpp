@@ -41,7 +41,7 @@ sync_round refused(const std::string &wrong) {
 // Why a reply is not a file; empty if it is one.
 std::string why_not_file(const upstream_reply &reply, const std::string &path) {
   if (!reply.wrong.empty()) {
-    return reply.wrong;
+    return path + ": " + reply.wrong;
   }
   return reply.status == 200 ? "" : path + ": HTTP status " + std::to_string(reply.status);
 }
