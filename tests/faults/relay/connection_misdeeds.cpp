@@ -45,7 +45,7 @@ misdeeds connection_misdeeds() {
        .apply = as(&cast::publisher),
        .setting = over_tls},
       {.name = "plain HTTP at the port of TLS",
-       .apply = with_greeting(greeting::plain),
+       .apply = with_greeting(greeting::http_error),
        .setting = over_tls},
       {.name = "the handshake is reset",
        .apply = with_greeting(greeting::hang_up),

@@ -167,6 +167,12 @@ void static_server::converse(visit &each, phase &now) {
     }
     return;
   }
+  if (begins == greeting::http_error) {
+    static_cast<void>(line.receive());
+    static_cast<void>(line.send("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n"));
+    line.finish();
+    return;
+  }
   if (begins == greeting::tls && !line.begin_tls(now.what.tls)) {
     line.finish();
     return;

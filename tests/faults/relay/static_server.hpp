@@ -26,7 +26,7 @@ struct asked_file {
 };
 
 // What the server says on a connection.
-enum class greeting { plain, tls, hang_up, silence };
+enum class greeting { plain, tls, hang_up, silence, http_error };
 
 // How a server behaves from now on.
 struct behaviour {
