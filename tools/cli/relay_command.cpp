@@ -26,8 +26,7 @@ const command_text relay_text = {
         "The command does not run as root; --user names the user that root becomes. The status\n"
         "page is at /. The command runs until SIGINT or SIGTERM. With --once it updates the\n"
         "store and exits without serving it. Durations are 500ms, 30s, 5m, 1h or 30d.\n\n"
-        "The service manager is notified as NOTIFY_SOCKET and WATCHDOG_USEC request.\n\n"
-        "Environment: TMPDIR; HTTPS_PROXY, http_proxy, NO_PROXY.",
+        "The service manager is notified as NOTIFY_SOCKET and WATCHDOG_USEC request.",
     .examples =
         "zotconf relay --upstream https://config.example.net/site --index 001122334455 \\\n"
         "    --store /var/lib/zotconf-relay --keyring /etc/zotconf/publisher.crt\n"

@@ -30,7 +30,7 @@ std::optional<published_file> parse_file(const cJSON *item, other_category other
   file.checksum = text_member(item, "checksum");
   const size_t key_at = path.find('/', 1);
   const size_t version_at = path.rfind('/');
-  if (key_at == std::string::npos || version_at <= key_at || std::isnan(size) || size < 0 ||
+  if (key_at == std::string::npos || key_at < 2 || version_at < key_at + 2 || std::isnan(size) || size < 0 ||
       size > std::numeric_limits<int32_t>::max()) {
     return std::nullopt;
   }

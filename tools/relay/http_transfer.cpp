@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/relay/http_transfer.hpp"
 
+#include <openssl/ssl.h>
+
 #include <algorithm>
 #include <ctime>
 #include <exception>
@@ -27,6 +29,14 @@ long buffer_size(uint64_t limit_rate) {
 }
 
 }  // namespace
+
+// libcurl calls this for each new connection.
+CURLcode http_transfer::set_certificate_time(CURL * /*curl*/, void *context, void *time) noexcept {
+  const auto &now = *static_cast<const std::function<std::time_t()> *>(time);
+  X509_VERIFY_PARAM *const rules = ::SSL_CTX_get0_param(static_cast<SSL_CTX *>(context));
+  ::X509_VERIFY_PARAM_set_time(rules, now());
+  return CURLE_OK;
+}
 
 template <class Value>
 void http_transfer::set(CURLoption option, Value value) const {
@@ -81,6 +91,10 @@ void http_transfer::set_tls(const connection_options &options) {
     // Otherwise the certificates of the system would be trusted too.
     set(CURLOPT_CAPATH, static_cast<const char *>(nullptr));
     set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
+  }
+  if (options.certificate_time) {
+    set(CURLOPT_SSL_CTX_FUNCTION, set_certificate_time);
+    set(CURLOPT_SSL_CTX_DATA, &options.certificate_time);
   }
   if (!options.certificate.empty()) {
     set(CURLOPT_SSLCERT, options.certificate.c_str());

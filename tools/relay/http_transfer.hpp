@@ -7,6 +7,8 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <ctime>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -25,6 +27,7 @@ struct connection_options {
   fs::path key;
   std::chrono::milliseconds connect_timeout{0};
   uint64_t limit_rate = 0;
+  std::function<std::time_t()> certificate_time;  // empty: the clock
 };
 
 struct transfer_request {
@@ -81,6 +84,7 @@ class http_transfer {
   template <class Value>
   void set(CURLoption option, Value value) const;
 
+  static CURLcode set_certificate_time(CURL *curl, void *context, void *time) noexcept;
   static size_t take_header(char *data, size_t size, size_t count, void *self) noexcept;
   static size_t take_body(char *data, size_t size, size_t count, void *self) noexcept;
   static int note_request(void *self, char *server_ip, char *own_ip, int server_port,

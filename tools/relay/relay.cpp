@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <random>
@@ -24,6 +25,7 @@
 #include "tools/relay/relay_store.hpp"
 #include "tools/relay/schedule.hpp"
 #include "tools/relay/synchroniser.hpp"
+#include "tools/relay/trusted_time.hpp"
 #include "tools/service/archive_cache.hpp"
 #include "tools/service/element_log.hpp"
 #include "tools/service/http_server.hpp"
@@ -103,13 +105,20 @@ relay_state first_state(const relay_options &options) {
   return state;
 }
 
+// Certificates of the server are judged at the same time as those of signers.
+upstream_options with_trusted_time(upstream_options server,
+                                   const std::function<std::time_t()> &signed_at) {
+  server.certificate_time = [signed_at] { return trusted_time(std::time(nullptr), signed_at()); };
+  return server;
+}
+
 // What both ways of running work with.
 struct relay_tools {
   relay_tools(const relay_options &options, const console &where)
       : trusted(options.keyring.empty() ? std::nullopt
                                         : std::optional<keyring>(std::in_place, options.keyring)),
         store(options.store, options.who),
-        server(options.server,
+        server(with_trusted_time(options.server, [this] { return syncing.signed_at(); }),
                [this] {
                  manager.show_life(notifier::clock::now());
                  return wake.stop_signal() != 0;

@@ -53,7 +53,8 @@ connection_options checked_connection(const upstream_options &options) {
           .certificate = options.certificate,
           .key = options.key,
           .connect_timeout = options.connect_timeout,
-          .limit_rate = options.limit_rate};
+          .limit_rate = options.limit_rate,
+          .certificate_time = options.certificate_time};
 }
 
 upstream_reply small_reply(const transfer_end &how, small_body &body) {

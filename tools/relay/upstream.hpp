@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -24,6 +25,9 @@ struct upstream_options {
   fs::path certificate = {};  // of this client, in PEM; empty: none
   fs::path key = {};          // empty: in the file of the certificate
   uint64_t limit_rate = 0;    // bytes per second of all transfers together; 0: no limit
+  // The time at which certificates of the server are judged, which the clock of an element may not
+  // know; empty: the clock.
+  std::function<std::time_t()> certificate_time = {};
   std::chrono::milliseconds connect_timeout{10000};
   // Transfers end when all of them together bring less than 1 KiB/s for so long.
   std::chrono::milliseconds silence{30000};

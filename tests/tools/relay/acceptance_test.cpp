@@ -173,7 +173,7 @@ TEST(Acceptance, RefusesNamesThatAreNoPartsOfAPath) {
   EXPECT_EQ(why_not(file("..", "a")), "K names a category that cannot be a path component");
   EXPECT_EQ(why_not(file("Wlan", "..")), "Wlan/.. cannot be a path component");
   EXPECT_EQ(why_not(file("Wlan", "../../x")), "Wlan/../../x cannot be a path component");
-  EXPECT_EQ(why_not(file("Wlan", "")), "Wlan/ cannot be a path component");
+  EXPECT_EQ(why_not(file("Wlan", "")), "K is not a valid manifest");
   EXPECT_EQ(why_not(file("Wlan", "a\nb")), "Wlan/a?b contains a control character");
 }
 

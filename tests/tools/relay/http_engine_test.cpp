@@ -272,9 +272,7 @@ class nginx {
 class HttpEngineWithHttp2 : public testing::Test, protected fetching {
  protected:
   void SetUp() override {
-    if (!nginx::is_installed()) {
-      GTEST_SKIP() << "nginx is not installed";
-    }
+    ASSERT_TRUE(nginx::is_installed()) << "nginx is not installed";
     authority_.issue({.name = "server", .names = "IP:127.0.0.1"});
     server_ = std::make_unique<nginx>(authority_);
   }

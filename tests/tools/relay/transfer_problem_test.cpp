@@ -120,6 +120,20 @@ TEST_F(Tls, RejectsAnExpiredCertificate) {
   EXPECT_EQ(failure(), "the certificate of 127.0.0.1 is not valid: certificate has expired");
 }
 
+TEST_F(Tls, JudgesCertificatesAtTheTimeThatItIsTold) {
+  serve(good_);
+  zotconf::upstream_options options = this->options();
+  constexpr std::time_t decade = 315'360'000;
+  options.certificate_time = [] { return std::time(nullptr) + decade; };
+  EXPECT_EQ(get(options).wrong,
+            "the certificate of 127.0.0.1 is not valid: certificate has expired");
+  options.certificate_time = [] { return std::time_t{1}; };
+  EXPECT_EQ(get(options).wrong,
+            "the certificate of 127.0.0.1 is not valid: certificate is not yet valid");
+  options.certificate_time = [] { return std::time(nullptr); };
+  EXPECT_EQ(get(options).body, "bytes");
+}
+
 TEST_F(Tls, SendsTheCertificateOfTheClient) {
   serve(good_, &other_);
   other_.issue({.name = "client"});
