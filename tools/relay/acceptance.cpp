@@ -23,13 +23,19 @@ bool has_too_many_values(std::string_view k) {
   return std::ranges::count_if(k, precedes_value) > most_values;
 }
 
+// A name in K may have any length.
+std::string shortened(const std::string &name) {
+  constexpr size_t longest = 120;
+  return printable(name.size() <= longest ? name : name.substr(0, longest) + "...");
+}
+
 std::string printed_name(const published_file &file) {
-  return printable(file.category_name + "/" + file.key);
+  return shortened(file.category_name + "/" + file.key);
 }
 
 std::string why_not_file(const published_file &file) {
-  if (const std::string wrong = check_key(file.category_name); !wrong.empty()) {
-    return "K names a category that " + wrong;
+  if (!check_key(file.category_name).empty()) {
+    return "K names the category \"" + shortened(file.category_name) + "\", which cannot be a name";
   }
   if (const std::string wrong = check_key(file.key); !wrong.empty()) {
     return printed_name(file) + " " + wrong;
@@ -59,7 +65,8 @@ std::string why_not_bound(const acceptance &rules, const manifest &content) {
     return rules.trusted == nullptr ? "" : "K states no sequence";
   }
   if (content.who.subsys != rules.who.subsys || content.who.index != rules.who.index) {
-    return "K is that of " + one_word(content.who.subsys) + " " + one_word(content.who.index);
+    return "K is that of " + one_word(shortened(content.who.subsys)) + " " +
+           one_word(shortened(content.who.index));
   }
   return "";
 }

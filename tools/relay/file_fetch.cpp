@@ -120,7 +120,7 @@ bool file_job::may_continue(const transfer_end &how) {
 
 std::string file_job::problem(const transfer_end &how) const {
   if (is_taken_ && (how.wrong.empty() || how.is_broken)) {
-    return ended_after(from_, file_.size);
+    return early_end(file_.size);
   }
   return how.wrong.empty() ? how.head.status_text() : how.wrong;
 }

@@ -171,8 +171,10 @@ bool response_head::is_redirection() const {
 std::string response_head::status_text() const {
   std::string text = "status " + std::to_string(status);
   if (is_redirection() && !location.empty()) {
-    text += ", a redirection to " + printable(without_credentials(location)) +
-            ", which is not followed";
+    // The query may be another one each time.
+    const std::string target =
+        without_credentials(location.substr(0, location.find_first_of("?#")));
+    text += ", a redirection to " + printable(target) + ", which is not followed";
   }
   return text;
 }

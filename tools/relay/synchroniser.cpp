@@ -43,7 +43,7 @@ std::string why_not_file(const upstream_reply &reply, const std::string &path) {
   if (!reply.wrong.empty()) {
     return path + ": " + reply.wrong;
   }
-  return reply.status == 200 ? "" : path + ": HTTP status " + std::to_string(reply.status);
+  return reply.status == 200 ? "" : path + ": status " + std::to_string(reply.status);
 }
 
 // The digest in a checksum file; nullopt for any other text.
@@ -133,7 +133,7 @@ std::optional<sync_round> synchroniser::fetch_k(const std::string &digest) {
   if (const std::string wrong = why_not_file(reply, path); !wrong.empty()) {
     return failed(wrong, reply.retry_after);
   }
-  if (sha256_text(reply.body) != digest) {
+  if (reply.body.empty() || sha256_text(reply.body) != digest) {
     return failed("K does not match its checksum file");
   }
   pending_ = pending_k{.digest = digest, .k = std::move(reply.body)};

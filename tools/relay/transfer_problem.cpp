@@ -4,6 +4,7 @@
 #include <openssl/x509_vfy.h>
 
 #include <cerrno>
+#include <string_view>
 #include <system_error>
 
 #include "tools/output/duration.hpp"
@@ -41,16 +42,26 @@ std::string certificate_text(const failed_transfer &failed, const upstream_url &
   return what + ": " + ::X509_verify_cert_error_string(verified);
 }
 
+// In TLS 1.3 a server refuses the certificate of a client after the handshake, with an alert.
+std::string no_answer_text(const failed_transfer &failed) {
+  static constexpr std::string_view before_alert = "SSL routines::";
+  if (const size_t at = failed.reason.find(before_alert); at != std::string::npos) {
+    const std::string alert = failed.reason.substr(at + before_alert.size());
+    return "the server ended the TLS connection: " + printable(alert.substr(0, alert.find(',')));
+  }
+  return failed.result == CURLE_GOT_NOTHING
+             ? "the connection ended without an answer"
+             : with_reason("the connection ended without an answer", failed);
+}
+
 std::string early_end_text(const failed_transfer &failed) {
   if (!failed.has_head) {
-    return failed.result == CURLE_GOT_NOTHING
-               ? "the connection ended without an answer"
-               : with_reason("the connection ended without an answer", failed);
+    return no_answer_text(failed);
   }
   curl_off_t length = -1;
   curl_easy_getinfo(failed.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-  return length < 0 ? "ended after " + std::to_string(failed.body_bytes) + " bytes"
-                    : ended_after(failed.body_bytes, static_cast<uint64_t>(length));
+  return length < 0 ? "the connection ended within the answer"
+                    : early_end(static_cast<uint64_t>(length));
 }
 
 }  // namespace
@@ -94,13 +105,16 @@ std::string problem_text(const failed_transfer &failed, const upstream_url &url)
     case CURLE_UNSUPPORTED_PROTOCOL:
     case CURLE_WEIRD_SERVER_REPLY:
       return with_reason("the answer is not HTTP", failed);
+    case CURLE_OUT_OF_MEMORY:
+      return failed.is_asked && !failed.has_head ? "a header is too long, or there is no memory"
+                                                 : with_reason("the transfer failed", failed);
     default:
       return with_reason("the transfer failed", failed);
   }
 }
 
-std::string ended_after(uint64_t bytes, uint64_t size) {
-  return "ended after " + std::to_string(bytes) + " of " + std::to_string(size) + " bytes";
+std::string early_end(uint64_t size) {
+  return "the connection ended before all " + std::to_string(size) + " bytes had arrived";
 }
 
 }  // namespace zotconf

@@ -27,7 +27,7 @@ bool is_broken(const failed_transfer &failed);
 
 std::string problem_text(const failed_transfer &failed, const upstream_url &url);
 
-// "ended after 5 of 100 bytes"
-std::string ended_after(uint64_t bytes, uint64_t size);
+// Does not state what has arrived, because that would be another text each time.
+std::string early_end(uint64_t size);
 
 }  // namespace zotconf

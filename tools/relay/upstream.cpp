@@ -25,7 +25,11 @@ class small_body : public response_sink {
     return head.status == status_ok;
   }
   void take(std::string_view bytes) override {
-    check(bytes_.size() + bytes.size());
+    const uint64_t size = bytes_.size() + bytes.size();
+    check(size);
+    if (size > bytes_.capacity()) {
+      bytes_.reserve(static_cast<size_t>(std::min(limit_, 2 * size)));
+    }
     bytes_.append(bytes);
   }
   [[nodiscard]] std::string release() { return std::move(bytes_); }

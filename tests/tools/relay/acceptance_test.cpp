@@ -170,7 +170,7 @@ TEST(Acceptance, RefusesAnObjectThatIsListedTwice) {
 }
 
 TEST(Acceptance, RefusesNamesThatAreNoPartsOfAPath) {
-  EXPECT_EQ(why_not(file("..", "a")), "K names a category that cannot be a path component");
+  EXPECT_EQ(why_not(file("..", "a")), "K names the category \"..\", which cannot be a name");
   EXPECT_EQ(why_not(file("Wlan", "..")), "Wlan/.. cannot be a path component");
   EXPECT_EQ(why_not(file("Wlan", "../../x")), "Wlan/../../x cannot be a path component");
   EXPECT_EQ(why_not(file("Wlan", "")), "K is not a valid manifest");

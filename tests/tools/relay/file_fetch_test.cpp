@@ -174,14 +174,16 @@ TEST_F(FileFetch, ContinuesAsOftenAsThereIsProgress) {
 TEST_F(FileFetch, ContinuesThreeTimesWithoutProgress) {
   part_ = 0;
   const scripted_server server(breaks_);
-  EXPECT_EQ(failure(server, bytes_.size()), of_a("ended after 0 of 100000 bytes"));
+  EXPECT_EQ(failure(server, bytes_.size()),
+            of_a("the connection ended before all 100000 bytes had arrived"));
   EXPECT_EQ(server.requests().size(), 4U);
 }
 
 TEST_F(FileFetch, IsNotKeptBusyByAByteAtATime) {
   part_ = 1;
   const scripted_server server(breaks_);
-  EXPECT_EQ(failure(server, bytes_.size()), of_a("ended after 4 of 100000 bytes"));
+  EXPECT_EQ(failure(server, bytes_.size()),
+            of_a("the connection ended before all 100000 bytes had arrived"));
   EXPECT_EQ(server.requests().size(), 4U);
 }
 
@@ -190,7 +192,8 @@ TEST_F(FileFetch, IsNotKeptBusyByAServerThatIgnoresRangesAndBreaks) {
     with.send(head_from(0, bytes_.size()) + bytes_.substr(0, 50'000));
     return false;
   });
-  EXPECT_EQ(failure(server, bytes_.size()), of_a("ended after 50000 of 100000 bytes"));
+  EXPECT_EQ(failure(server, bytes_.size()),
+            of_a("the connection ended before all 100000 bytes had arrived"));
   EXPECT_EQ(server.requests().size(), 4U);
 }
 

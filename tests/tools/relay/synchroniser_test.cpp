@@ -85,7 +85,7 @@ TEST_F(Synchroniser, ARestartFetchesOnlyTheChecksum) {
 // Such an answer has no content, and nothing says that it is about the publication in service.
 TEST_F(Synchroniser, AnUnaskedNotModifiedIsAFailure) {
   site_.answer(".checksum", 304);
-  expect_round(round_result::failed, checksum_name + ": HTTP status 304");
+  expect_round(round_result::failed, checksum_name + ": status 304");
 }
 
 TEST_F(Synchroniser, FetchesKOnceWhileFilesAreMissing) {
@@ -406,7 +406,7 @@ TEST_F(SignedSynchroniser, ASignatureThatCannotBeFetchedIsAFailure) {
   site_.answer(".p7s", 503, "", "9");
   const sync_round found = round();
   EXPECT_EQ(found.result, round_result::failed);
-  EXPECT_EQ(found.wrong, k_name + ".p7s: HTTP status 503");
+  EXPECT_EQ(found.wrong, k_name + ".p7s: status 503");
   EXPECT_EQ(found.retry_after, 9s);
 }
 

@@ -210,13 +210,13 @@ TEST(UpstreamGet, EndsInterimResponsesWithoutEnd) {
 TEST(UpstreamGet, ReportsATruncatedBody) {
   const auto server = server_of("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n12345");
   const upstream_reply reply = get(server);
-  EXPECT_EQ(reply.wrong, "ended after 5 of 100 bytes");
+  EXPECT_EQ(reply.wrong, "the connection ended before all 100 bytes had arrived");
   EXPECT_EQ(reply.status, 0);
 }
 
 TEST(UpstreamGet, ReportsATruncatedChunk) {
   const auto server = server_of("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\n12345");
-  EXPECT_EQ(get(server).wrong, "ended after 5 bytes");
+  EXPECT_EQ(get(server).wrong, "the connection ended within the answer");
 }
 
 TEST(UpstreamGet, ReportsATruncatedHead) {
