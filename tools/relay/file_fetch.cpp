@@ -43,7 +43,7 @@ class file_job : public response_sink {
   [[nodiscard]] transfer_request next_request() {
     is_taken_ = false;
     is_range_refused_ = false;
-    return {.path = file_.path, .from = from_};
+    return {.path = file_.path, .from = from_, .bypasses_caches = file_.bypasses_caches};
   }
   // Whether the file has its bytes, even if the connection broke right after the last one.
   [[nodiscard]] bool is_whole(const transfer_end &how) const {

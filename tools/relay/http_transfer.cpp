@@ -115,13 +115,26 @@ void http_transfer::set_callbacks() {
   set(CURLOPT_PRIVATE, this);
 }
 
+void http_transfer::add_header(const std::string &line) {
+  curl_slist *const all = curl_slist_append(headers_.get(), line.c_str());
+  if (all == nullptr) {
+    throw std::bad_alloc();
+  }
+  static_cast<void>(headers_.release());
+  headers_.reset(all);
+}
+
 void http_transfer::prepare(const transfer_request &request, response_sink &sink) {
   set(CURLOPT_URL, url_.of(request.path).c_str());
   const std::string range = std::to_string(request.from) + "-";
   set(CURLOPT_RANGE, request.from == 0 ? nullptr : range.c_str());
-  headers_.reset(is_etag(request.etag)
-                     ? curl_slist_append(nullptr, ("If-None-Match: " + request.etag).c_str())
-                     : nullptr);
+  headers_.reset();
+  if (is_etag(request.etag)) {
+    add_header("If-None-Match: " + request.etag);
+  }
+  if (request.bypasses_caches) {
+    add_header("Cache-Control: no-cache");
+  }
   set(CURLOPT_HTTPHEADER, headers_.get());
   sink_ = &sink;
   head_ = {};

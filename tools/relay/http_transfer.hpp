@@ -34,6 +34,7 @@ struct transfer_request {
   std::string path;       // below the URL, not encoded
   std::string etag = {};  // send the body only if the file has another one
   uint64_t from = 0;      // send the bytes from here on
+  bool bypasses_caches = false;
 };
 
 // Where the body of a response goes. What these functions throw ends the transfer, and its text is
@@ -81,6 +82,7 @@ class http_transfer {
   void set_protocol(const connection_options &options);
   void set_tls(const connection_options &options);
   void set_callbacks();
+  void add_header(const std::string &line);
   template <class Value>
   void set(CURLoption option, Value value) const;
 

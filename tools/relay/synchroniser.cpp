@@ -189,11 +189,15 @@ std::optional<sync_round> synchroniser::fetch_files(const manifest &content, syn
   }
   std::vector<wanted_file> wanted;
   for (const published_file &file : files) {
-    wanted.push_back({.path = path_of(file), .to = store_.partial(file), .size = file.size});
+    wanted.push_back({.path = path_of(file),
+                      .to = store_.partial(file),
+                      .size = file.size,
+                      .bypasses_caches = pending_->damaged.contains(file.checksum)});
   }
   std::string wrong;
   const fetch_end end = server_.fetch(wanted, [&](size_t at) {
     if (!store_.take(files[at])) {
+      pending_->damaged.insert(files[at].checksum);
       wrong = wanted[at].path + ": does not have the SHA-256 that K states";
       return;
     }

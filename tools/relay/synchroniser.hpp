@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "tools/relay/acceptance.hpp"
@@ -55,6 +56,7 @@ class synchroniser {
     std::string k;
     uint64_t fetched_files = 0;
     uint64_t fetched_bytes = 0;
+    std::set<std::string> damaged = {};  // SHA-256 of files that came with other bytes
   };
 
   void verify_current();

@@ -49,6 +49,7 @@ struct wanted_file {
   std::string path;  // below the URL, not encoded: config/Category/key/version
   fs::path to;
   uint64_t size = 0;
+  bool bypasses_caches = false;  // because a cache may have a damaged copy
 };
 
 // How a fetch of several files ended.

@@ -60,6 +60,8 @@ class static_site {
     return static_cast<size_t>(std::ranges::count_if(
         all, [&](const std::string &one) { return one.find(part) != std::string::npos; }));
   }
+  // How many requests asked caches to be bypassed.
+  [[nodiscard]] size_t count_past_caches() const { return past_caches_; }
   void forget_requests() {
     const std::scoped_lock guard(mutex_);
     requests_.clear();
@@ -109,6 +111,7 @@ class static_site {
     if (!how || !how(asked.path, answer)) {
       serve(asked, answer);
     }
+    past_caches_ += asked.get_header_value("Cache-Control") == "no-cache" ? 1 : 0;
     const std::scoped_lock guard(mutex_);
     requests_.push_back(asked.path + " " + std::to_string(answer.status));
   }
@@ -141,6 +144,7 @@ class static_site {
   mutable std::mutex mutex_;
   deviation deviation_;
   std::vector<std::string> requests_;
+  std::atomic<size_t> past_caches_ = 0;
 };
 
 }  // namespace zot::test

@@ -154,9 +154,11 @@ TEST_F(Synchroniser, WrongBytesAreAFailureAndAreFetchedAgain) {
                                          ": does not have the SHA-256 that K states");
   EXPECT_EQ(store_->current(), nullptr);
   EXPECT_FALSE(exists(object("ssid=b")));
+  EXPECT_EQ(site_.count_past_caches(), 0U);
   site_.deviate({});
   expect_round(round_result::updated);
   EXPECT_EQ(site_.count("/config/"), 1U);
+  EXPECT_EQ(site_.count_past_caches(), 1U);
 }
 
 TEST_F(Synchroniser, AKThatDoesNotMatchItsChecksumIsFetchedAgain) {
