@@ -11,58 +11,17 @@ fi
 zotconf=$(realpath "$1")
 sample=$(realpath "$(dirname "$0")/sample")
 
-work=$(mktemp -d)
+# shellcheck source=examples/demo_steps.sh
+source "$(dirname "$0")/demo_steps.sh"
+
 source=$work/source       # the files that the controller edits
 published=$work/published # the files that the service serves
 device=$work/device       # the access point's storage
 applied=$work/applied     # the entries that the access point received last
-log=$work/step.log
-service=
-step=0
-
-clean_up() {
-  if [[ -n $service ]]; then
-    kill "$service" 2>/dev/null || true
-    wait "$service" 2>/dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap clean_up EXIT
 
 unset ZOT_DEV_PATH
 export ZOT_PREFIX_CONF_ROOT=$device
 export ZOT_PREFIX_TMP_ROOT=$device
-
-tell() {
-  step=$((step + 1))
-  printf '%d. %s\n' "$step" "$1"
-}
-
-fail() {
-  printf 'step %d failed: %s\n' "$step" "$1" >&2
-  if [[ -e $log ]]; then
-    printf -- '--- output of the step\n' >&2
-    cat "$log" >&2
-  fi
-  if [[ -e $work/serve.log ]]; then
-    printf -- '--- output of the service\n' >&2
-    tail -n 20 "$work/serve.log" >&2
-  fi
-  exit 1
-}
-
-# Runs a command and checks its exit status.
-expect() {
-  local want=$1 status=0
-  shift
-  "$@" >"$log" 2>&1 || status=$?
-  ((status == want)) || fail "exit status $status instead of $want: $*"
-}
-
-# Checks that the command's output contains a text.
-shows() {
-  grep -qF -- "$1" "$log" || fail "the output does not hold \"$1\""
-}
 
 # Checks that the output has a table line "category key status".
 lists() {
@@ -94,6 +53,7 @@ tell "Serve the publication on a free port of the loopback interface."
 : >"$work/serve.log"
 "$zotconf" serve "$published" --port 0 >"$work/serve.log" 2>&1 &
 service=$!
+started+=("$service")
 port=
 for _ in {1..100}; do
   port=$(sed -n 's/^listening on 127\.0\.0\.1:\([0-9]*\)$/\1/p' "$work/serve.log")
@@ -154,7 +114,6 @@ tell "Restart the client without a service, get from the cache: $files entries, 
 kill "$service"
 status=0
 wait "$service" || status=$?
-service=
 ((status == 0)) || fail "the service ended with $status"
 cycle 0 --want cached
 shows "cached configuration: $files entries"

@@ -12,50 +12,18 @@ fi
 zotconf=$(realpath "$1")
 sample=$(realpath "$(dirname "$0")/sample")
 
-work=$(mktemp -d)
-chmod 711 "$work" # the relay and nginx run as other users
-source=$work/source     # the files that the controller edits
-published=$work/pub     # what the web server serves
-store=$work/store       # what the relay keeps
-device=$work/device     # the cache of the element
-log=$work/step.log
-processes=()
-step=0
+# shellcheck source=examples/demo_steps.sh
+source "$(dirname "$0")/demo_steps.sh"
 
-clean_up() {
-  local process
-  for process in "${processes[@]}"; do
-    kill "$process" 2>/dev/null || true
-    wait "$process" 2>/dev/null || true
-  done
-  rm -rf "$work"
-}
-trap clean_up EXIT
+chmod 711 "$work"   # the relay and nginx run as other users
+source=$work/source # the files that the controller edits
+published=$work/pub # what the web server serves
+store=$work/store   # what the relay keeps
+device=$work/device # the cache of the element
 
 unset ZOT_DEV_PATH
 export ZOT_PREFIX_CONF_ROOT=$device
 export ZOT_PREFIX_TMP_ROOT=$device
-
-tell() {
-  step=$((step + 1))
-  printf '%d. %s\n' "$step" "$1"
-}
-
-fail() {
-  printf 'step %d failed: %s\n' "$step" "$1" >&2
-  local part
-  for part in step relay watch nginx; do
-    if [[ -s $work/$part.log ]]; then
-      printf -- '--- last output: %s\n' "$part" >&2
-      tail -n 20 "$work/$part.log" >&2
-    fi
-  done
-  exit 1
-}
-
-quietly() {
-  "$@" >"$log" 2>&1 || fail "exit status $?: $*"
-}
 
 # Waits until a file has a line with a text after its first LINES lines.
 waits_for() {
@@ -71,12 +39,12 @@ lines_of() { wc -l <"$1"; }
 
 # The certificate of a publisher, NAME.crt with NAME.key, signed by itself.
 issue() {
-  quietly openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 \
+  expect 0 openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 \
     -subj "/CN=$1" -addext keyUsage=critical,digitalSignature -keyout "$work/$1.key" -out "$work/$1.crt"
 }
 
 publish() {
-  quietly "$zotconf" publish "$source" --out "$1" --index 001122334455 --cluster demo-cluster \
+  expect 0 "$zotconf" publish "$source" --out "$1" --index 001122334455 --cluster demo-cluster \
     --sign-cert "$work/$2.crt" --sign-key "$work/$2.key"
 }
 
@@ -110,7 +78,7 @@ serve() {
   ln -sfn "$1" "$work/served"
   nginx -e "$work/nginx.log" -c "$work/nginx.conf" &
   nginx=$!
-  processes+=("$nginx")
+  started+=("$nginx")
 }
 
 stop_serving() {
@@ -134,7 +102,7 @@ files=$(find "$source" -type f | wc -l)
 tell "Publish $files files, signed with the key of the publisher."
 issue publisher
 publish "$published" publisher
-grep -qF "signed" "$log" || fail "not signed"
+shows "signed"
 
 tell "Serve the publication as static files with nginx."
 port=$(free_port)
@@ -142,19 +110,21 @@ write_nginx_configuration "$port"
 serve "$published"
 
 tell "Start a relay on the element: it verifies the signature and fetches all $files files."
+: >"$work/relay.log"
 as_user=()
 ((EUID != 0)) || as_user=(--user nobody)
 "$zotconf" relay --upstream "http://127.0.0.1:$port" --index 001122334455 --store "$store" --port 0 \
-  --every 500ms --keyring "$work/publisher.crt" "${as_user[@]}" >"$work/relay.log" 2>&1 &
-processes+=("$!")
+  --every 500ms --keyring "$work/publisher.crt" "${as_user[@]}" >>"$work/relay.log" 2>&1 &
+started+=("$!")
 waits_for "$work/relay.log" "$files files, $files fetched"
 waits_for "$work/relay.log" "signed by CN=publisher"
 ZOT_REMOTE_PORT=$(sed -n 's/^listening on 127\.0\.0\.1:\([0-9]*\)$/\1/p' "$work/relay.log")
 export ZOT_REMOTE_PORT
 
 tell "Watch on the element: the first configuration is applied and committed."
-"$zotconf" watch --index 001122334455 --every 500ms --apply true >"$work/watch.log" 2>&1 &
-processes+=("$!")
+: >"$work/watch.log"
+"$zotconf" watch --index 001122334455 --every 500ms --apply true >>"$work/watch.log" 2>&1 &
+started+=("$!")
 waits_for "$work/watch.log" "committed: $files entries"
 
 tell "Change one file and publish: the relay fetches one file, the element commits one entry."
@@ -170,9 +140,9 @@ good=$(in_force)
 tell "Stop nginx: the relay goes on serving, and a new client gets all $files files from it."
 stop_serving
 waits_for "$work/relay.log" "cannot connect"
-quietly env ZOT_PREFIX_CONF_ROOT="$work/other" ZOT_PREFIX_TMP_ROOT="$work/other" \
+expect 0 env ZOT_PREFIX_CONF_ROOT="$work/other" ZOT_PREFIX_TMP_ROOT="$work/other" \
   "$zotconf" cycle --index 001122334455 --commit
-grep -qF "$files added" "$log" || fail "the new client did not get the configuration"
+shows "$files added"
 
 tell "An attacker serves a changed configuration, signed with another key: it is refused."
 cp -r "$published" "$work/forged"
@@ -200,6 +170,6 @@ publish "$published" publisher
 serve "$published"
 waits_for "$work/relay.log" "recovered"
 waits_for "$work/watch.log" "committed: 1 entry" "$before"
-quietly "$zotconf" status --relay "http://127.0.0.1:$ZOT_REMOTE_PORT"
+expect 0 "$zotconf" status --relay "http://127.0.0.1:$ZOT_REMOTE_PORT"
 
 echo "All $step steps passed."

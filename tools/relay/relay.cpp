@@ -30,39 +30,10 @@
 #include "tools/service/element_log.hpp"
 #include "tools/service/http_server.hpp"
 #include "tools/service/listener.hpp"
-#include "tools/service/publication_service.hpp"
+#include "tools/service/paged_service.hpp"
 
 namespace zotconf {
 namespace {
-
-// The publication of the store and the status page.
-class relay_service : public http_service {
- public:
-  relay_service(const relay_store &store, element_log &elements, archive_cache &archives,
-                relay_page &page, std::ostream &err)
-      : published_(store, elements, archives), page_(page), err_(err) {}
-
-  [[nodiscard]] http_work work_of(const http_request &request) const override {
-    if (relay_page::is_asked(request)) {
-      return http_work::slow;
-    }
-    return publication_service::is_for_archive(request) ? http_work::heavy : http_work::quick;
-  }
-  [[nodiscard]] http_answer answer(const http_request &request,
-                                   const std::stop_token &stop) override {
-    auto page = page_.answer(request);
-    return page ? std::move(*page) : published_.answer(request, stop);
-  }
-  void failed(const std::exception &error) override {
-    err_ << "zotconf: " + printable(error.what()) + "\n" << std::flush;
-  }
-  void finished(const http_exchange & /*exchange*/) override {}
-
- private:
-  publication_service published_;
-  relay_page &page_;
-  std::ostream &err_;
-};
 
 // The clock of the machine. Gives the service manager its sign of life.
 class machine_clock : public relay_clock {
@@ -169,7 +140,8 @@ int serve(const relay_options &options, const console &where, relay_tools &tools
   element_log elements;
   archive_cache archives(tools.store, options.compression);
   relay_page page(tools.board, elements);
-  relay_service service(tools.store, elements, archives, page, where.err());
+  paged_service<relay_page> service(publication_service(tools.store, elements, archives), page,
+                                    where.err());
   report_address(where, options.bind, listening.port);
   const http_server running(std::move(listening.socket), service);
   tools.manager.ready();

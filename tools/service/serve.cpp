@@ -20,8 +20,8 @@
 #include "tools/service/element_log.hpp"
 #include "tools/service/http_server.hpp"
 #include "tools/service/listener.hpp"
+#include "tools/service/paged_service.hpp"
 #include "tools/service/pid_file.hpp"
-#include "tools/service/publication_service.hpp"
 #include "tools/service/request_log.hpp"
 #include "tools/service/status_page.hpp"
 
@@ -30,27 +30,13 @@ namespace {
 
 constexpr const char *how_to_publish = "zotconf publish SRC --out PUB --index ID --cluster ID";
 
-// A publication folder and its status page.
-class served_folder : public http_service {
+// A publication folder and its status page, with a log of the requests.
+class served_folder : public paged_service<status_page> {
  public:
   served_folder(const publication_store &store, element_log &elements, status_page &page,
                 request_log &log, std::ostream &err)
-      : published_(store, elements), page_(page), log_(log), err_(err) {}
+      : paged_service(publication_service(store, elements), page, err), log_(log) {}
 
-  [[nodiscard]] http_work work_of(const http_request &request) const override {
-    if (status_page::is_asked(request)) {
-      return http_work::slow;
-    }
-    return publication_service::is_for_archive(request) ? http_work::heavy : http_work::quick;
-  }
-  [[nodiscard]] http_answer answer(const http_request &request,
-                                   const std::stop_token &stop) override {
-    auto page = page_.answer(request);
-    return page ? std::move(*page) : published_.answer(request, stop);
-  }
-  void failed(const std::exception &error) override {
-    err_ << "zotconf: " + printable(error.what()) + "\n" << std::flush;
-  }
   void finished(const http_exchange &exchange) override {
     if (status_page::is_asked(exchange.request)) {
       return;
@@ -66,10 +52,7 @@ class served_folder : public http_service {
   }
 
  private:
-  publication_service published_;
-  status_page &page_;
   request_log &log_;
-  std::ostream &err_;
 };
 
 // The stream for the request lines: a log file or standard output.
