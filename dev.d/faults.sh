@@ -7,7 +7,7 @@ readonly faults_programs=build/release/tests/faults
 readonly faults_results=build/faults
 readonly faults_document=docs/reliability.md
 readonly faults_promises=tests/faults/promises.txt
-readonly faults_sweeps=(memory calls share service archive host threads model)
+readonly faults_sweeps=(memory calls share service archive host threads model relay)
 readonly faults_sequences=100000
 
 # The thread sanitizer needs a separate build of the library.
@@ -29,7 +29,7 @@ faults_make_threads() {
 }
 
 # The first words of the lines with counts: the name of the counted item.
-readonly faults_counted='memory|calls|disks|power|share|service|archive|host|threads|lies|model'
+readonly faults_counted='memory|calls|disks|power|share|service|archive|host|threads|lies|model|relay[a-z]*'
 
 # faults_keep NAME COMMAND...: runs a sweep and stores its output and its lines with counts.
 faults_keep() {
@@ -58,6 +58,7 @@ faults_sweep() {
     host) faults_keep host "$programs/host/faults_host" ;;
     threads) faults_keep threads "$threads_build/tests/faults/host/faults_threads" ;;
     model) faults_keep model faults_model ;;
+    relay) faults_keep relay "$programs/relay/faults_relay" misdeeds kills errors disks day ;;
   esac
 }
 

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/faults/relay/misdeed.hpp"
 
+#include <iterator>
+#include <utility>
+
 namespace zot::test {
 namespace {
 
@@ -52,15 +55,28 @@ std::function<void(behaviour &, const cast &)> at(const std::string &path, const
   };
 }
 
-misdeeds at_each(const misdeed &row, const answering &how) {
+misdeeds at_each(const misdeed &row, const answering &how, const std::vector<variant> &variants) {
   misdeeds rows;
   for (const file_kind &kind : file_kinds()) {
     misdeed next = row;
     next.name = std::string(kind.name) + ": " + row.name;
     next.apply = at(kind.path, how);
+    for (const variant &other : variants) {
+      if (other.kind == kind.name) {
+        next.expected = other.expected;
+        next.reason = other.reason;
+      }
+    }
+    if (next.reason.starts_with(":")) {
+      next.reason = kind.path + next.reason;
+    }
     rows.push_back(std::move(next));
   }
   return rows;
+}
+
+void add(misdeeds &all, misdeeds more) {
+  all.insert(all.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
 }
 
 }  // namespace zot::test

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/faults/relay/day.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -84,8 +85,19 @@ std::size_t entries_of(const fs::path &folder) {
 }
 
 std::size_t files_below(const fs::path &folder) {
-  return static_cast<std::size_t>(
-      std::distance(fs::recursive_directory_iterator(folder), fs::recursive_directory_iterator()));
+  std::size_t files = 0;
+  for (const auto &entry : fs::recursive_directory_iterator(folder)) {
+    files += entry.is_symlink() || !entry.is_directory() ? 1 : 0;
+  }
+  return files;
+}
+
+bool has_empty_folder(const fs::path &folder) {
+  const auto is_empty = [](const fs::directory_entry &entry) {
+    return entry.is_directory() && !entry.is_symlink() && fs::is_empty(entry.path());
+  };
+  return std::any_of(fs::recursive_directory_iterator(folder), fs::recursive_directory_iterator(),
+                     is_empty);
 }
 
 figures measure(const std::string &store) {
@@ -175,6 +187,7 @@ void run_day(const sweep_options &options) {
   require(state.sequence == time.generation(), "the last generation is not in service");
   require(state.failures >= time.faults(), "faults were not noticed");
   compare(time.first(), last);
+  require(!has_empty_folder(store + "/objects"), "an empty folder stays");
   std::printf(
       "relayday: %u rounds, %u faults: memory %zu KiB after %u rounds, %zu KiB in the end; "
       "descriptors %zu and %zu; files in the store %zu and %zu\n",

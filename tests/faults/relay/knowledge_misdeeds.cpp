@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A K, or a checksum, that may not come into service although its signature is good.
-#include <iterator>
+#include <stdexcept>
 #include <utility>
 
 #include "tests/faults/relay/misdeed.hpp"
@@ -13,10 +13,6 @@ using zotconf::manifest;
 using applying = std::function<void(behaviour &, const cast &)>;
 
 constexpr std::size_t longest_k = std::size_t{64} << 20;
-
-void add(misdeeds &all, misdeeds more) {
-  all.insert(all.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
-}
 
 misdeed refused(const std::string &name, const std::string &reason, applying apply) {
   return {.name = name, .apply = std::move(apply), .expected = outcome::refused, .reason = reason};
@@ -36,13 +32,18 @@ misdeed content(const std::string &name, const std::string &reason,
 misdeed text(const std::string &name, const std::string &reason,
              const std::function<std::string(std::string)> &change) {
   return refused("K: " + name, reason, [=](behaviour &changed, const cast &all) {
-    changed.content.set_k(change(changed.content.files[k_path]), all.publisher);
+    std::string k = changed.content.files[k_path];
+    std::erase_if(k, [](char c) { return c == '\t' || c == '\n'; });
+    changed.content.set_k(change(std::move(k)), all.publisher);
   });
 }
 
 std::string replace(std::string whole, const std::string &part, const std::string &by) {
   const std::size_t at = whole.find(part);
-  return at == std::string::npos ? "" : whole.replace(at, part.size(), by);
+  if (at == std::string::npos) {
+    throw std::invalid_argument("no " + part + " in K");
+  }
+  return whole.replace(at, part.size(), by);
 }
 
 misdeed replaced(const std::string &name, const std::string &reason, const std::string &part,
@@ -52,6 +53,21 @@ misdeed replaced(const std::string &name, const std::string &reason, const std::
 
 misdeed path(const std::string &name, const std::string &reason, const std::string &bad) {
   return replaced(name, reason, "/Wlan/guest/6", bad);
+}
+
+misdeed harmless(misdeed row) {
+  row.expected = outcome::taken;
+  return row;
+}
+
+misdeed with_memory(std::size_t megabytes, misdeed row) {
+  row.memory = megabytes << 20;
+  return row;
+}
+
+misdeed failing(misdeed row) {
+  row.expected = outcome::failing;
+  return row;
 }
 
 misdeed size(const std::string &written, const std::string &reason) {
@@ -67,7 +83,7 @@ misdeeds bindings() {
               [](manifest &made) { made.who.index = "001122334466"; }),
       content("of another sub-system", "K is that of DP 001122334455",
               [](manifest &made) { made.who.subsys = "DP"; }),
-      content("of this element in lower case", "?",
+      content("of this element in lower case", "K is that of ap 001122334455",
               [](manifest &made) { made.who = {.subsys = "ap", .index = "001122334455"}; }),
       content("an older sequence", "K is older",
               [](manifest &made) {
@@ -90,27 +106,37 @@ misdeeds bindings() {
 
 misdeeds paths() {
   return {
-      path("a path with ..", "?", "/Wlan/../6"),
-      path("a path with .. as its category", "?", "/../guest/6"),
-      path("a path that leaves the folder", "?", "/Wlan/../../../../../outside/6"),
-      path("a path without a leading slash", "?", "Wlan/guest/6"),
-      path("an absolute path of the system", "?", "/etc/passwd"),
-      path("a path with two slashes", "?", "/Wlan//guest/6"),
-      path("a path that begins with two slashes", "?", "//Wlan/guest/6"),
-      path("a path of two parts", "?", "/Wlan/6"),
-      path("a path of four parts", "?", "/Wlan/guest/more/6"),
-      path("a path with a control character", "?", "/Wlan/gu\\u0001est/6"),
-      path("a path with a line break", "?", "/Wlan/gu\\nest/6"),
-      path("a path with an escape sequence", "?", "/Wlan/\\u001b[31mguest/6"),
-      path("a path that is no UTF-8", "?", "/Wlan/gu\xff\xfe/6"),
-      path("a key of 53 bytes", "?", "/Wlan/" + std::string(53, 'k') + "/6"),
-      path("a key of 1 MB", "?", "/Wlan/" + std::string(1U << 20, 'k') + "/6"),
-      path("a category of 5000 bytes", "?", "/" + std::string(5000, 'C') + "/guest/6"),
-      path("a version with a leading zero", "?", "/Wlan/guest/06"),
-      path("a version in hexadecimal", "?", "/Wlan/guest/0x6"),
-      path("a version beyond 64 bits", "?", "/Wlan/guest/18446744073709551616"),
-      path("an empty path", "?", ""),
-      path("a path with a query", "?", "/Wlan/guest/6?x=1"),
+      path("a path with ..", "Wlan/.. cannot be a path component", "/Wlan/../6"),
+      path("a path with .. as its category", "K names the category \"..\"", "/../guest/6"),
+      path("a path that leaves the folder",
+           "Wlan/../../../../../outside cannot be a path component",
+           "/Wlan/../../../../../outside/6"),
+      path("a path without a leading slash", "K is not a valid manifest", "Wlan/guest/6"),
+      path("an absolute path of the system", "K is not a valid manifest", "/etc/passwd"),
+      path("a path with two slashes", "Wlan//guest cannot be a path component", "/Wlan//guest/6"),
+      path("a path that begins with two slashes", "K names the category \"\"", "//Wlan/guest/6"),
+      path("a path of two parts", "K is not a valid manifest", "/Wlan/6"),
+      path("a path of four parts", "Wlan/guest/more cannot be a path component",
+           "/Wlan/guest/more/6"),
+      path("a path with a control character", "Wlan/gu?est contains a control character",
+           "/Wlan/gu\\u0001est/6"),
+      path("a path with a line break", "Wlan/gu?est contains a control character",
+           "/Wlan/gu\\nest/6"),
+      path("a path with an escape sequence", "Wlan/?[31mguest contains a control character",
+           "/Wlan/\\u001b[31mguest/6"),
+      path("a path that is no UTF-8", "is not UTF-8", "/Wlan/gu\xff\xfe/6"),
+      path("a key of 53 bytes", "has a key over 52 characters",
+           "/Wlan/" + std::string(53, 'k') + "/6"),
+      with_memory(16, path("a key of 1 MB", "... has a key over 52 characters",
+                           "/Wlan/" + std::string(1U << 20, 'k') + "/6")),
+      path("a category of 5000 bytes", "CCC...\", which cannot be a name",
+           "/" + std::string(5000, 'C') + "/guest/6"),
+      path("a version with a leading zero", "K is not a valid manifest", "/Wlan/guest/06"),
+      path("a version in hexadecimal", "K is not a valid manifest", "/Wlan/guest/0x6"),
+      path("a version beyond 64 bits", "K is not a valid manifest",
+           "/Wlan/guest/18446744073709551616"),
+      path("an empty path", "K is not a valid manifest", ""),
+      path("a path with a query", "K is not a valid manifest", "/Wlan/guest/6?x=1"),
   };
 }
 
@@ -124,11 +150,11 @@ misdeeds entries() {
                 made.files.back().version = 99;
               }),
       size("0", "has an impossible size"),
-      size("-1", "?"),
-      size("9223372036854775808", "?"),
-      size("1e400", "?"),
-      size("\"14\"", "?"),
-      size("14.5", "?"),
+      size("-1", "K is not a valid manifest"),
+      size("9223372036854775808", "K is not a valid manifest"),
+      size("1e400", "K is not a valid manifest"),
+      size("\"14\"", "K is not a valid manifest"),
+      harmless(size("12.5", "")),
       content("a checksum that is empty", "has no SHA-256",
               [](manifest &made) { made.files[0].checksum.clear(); }),
       content("a checksum in upper case", "has no SHA-256",
@@ -137,26 +163,28 @@ misdeeds entries() {
               [](manifest &made) { made.files[0].checksum = "../../../../../../outside"; }),
       replaced("no checksum", "has no SHA-256", "\"checksum\"", "\"other\""),
       replaced("no list of files", "K is not a valid manifest", "\"gpbs\"", "\"other\""),
-      content("no cluster ID", "?", [](manifest &made) { made.cluster.clear(); }),
-      content("a cluster ID of 37 bytes", "?",
+      content("no cluster ID", "the cluster ID is empty",
+              [](manifest &made) { made.cluster.clear(); }),
+      content("a cluster ID of 37 bytes", "the cluster ID is longer than 36 bytes",
               [](manifest &made) { made.cluster = std::string(37, 'c'); }),
   };
 }
 
 misdeeds documents() {
   return {
-      text("empty", "?", [](const std::string &) { return std::string(); }),
+      failing(text("empty", "K does not match its checksum file",
+                   [](const std::string &) { return std::string(); })),
       text("a zero byte", "K contains a zero byte",
            [](std::string k) { return std::move(k) + std::string(1, '\0'); }),
       text("cut in half", "K is not a valid manifest",
            [](const std::string &k) { return k.substr(0, k.size() / 2); }),
-      text("nested a million times", "?",
+      text("nested a million times", "K is not a valid manifest",
            [](const std::string &) { return std::string(1000000, '['); }),
-      text("a name nested 900 times", "?",
-           [](const std::string &k) {
-             return replace(k, "{",
-                            "{\"x\":" + std::string(900, '[') + std::string(900, ']') + ",");
-           }),
+      harmless(text("a name nested 900 times", "",
+                    [](const std::string &k) {
+                      return replace(
+                          k, "{", "{\"x\":" + std::string(900, '[') + std::string(900, ']') + ",");
+                    })),
   };
 }
 
@@ -170,11 +198,11 @@ misdeeds large_documents() {
         return replace(k, "\"gpbs\":[", "\"gpbs\":[" + list.substr(0, 60'000'000));
       });
   many.memory = std::size_t{200} << 20;
-  misdeed text_only = text("60 MB in one name", "?", [](const std::string &k) {
-    return replace(k, "cluster-1", std::string(60'000'000, 'c'));
-  });
+  misdeed text_only = text(
+      "60 MB in one name", "the cluster ID is longer than 36 bytes",
+      [](const std::string &k) { return replace(k, "cluster-1", std::string(60'000'000, 'c')); });
   text_only.memory = std::size_t{300} << 20;
-  misdeed too_long = text("longer than 64 MB", "?",
+  misdeed too_long = text("longer than 64 MB", ".k: more than 67108864 bytes",
                           [](const std::string &k) { return k + std::string(longest_k, ' '); });
   too_long.expected = outcome::failing;
   too_long.memory = std::size_t{100} << 20;
@@ -249,7 +277,7 @@ misdeeds mixtures() {
       {.name = "a file of the publication is missing",
        .apply = [](behaviour &changed,
                    const cast &) { changed.content.files.erase("config/Wlan/guest/6"); },
-       .reason = "config/Wlan/guest/6: HTTP status 404"},
+       .reason = "config/Wlan/guest/6: status 404"},
       {.name = "a checksum that changes with each request",
        .apply =
            [](behaviour &changed, const cast &) {

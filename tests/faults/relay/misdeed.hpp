@@ -91,7 +91,17 @@ using answering = std::function<script(const answer &good)>;
 // Answers each request for a path in this way.
 [[nodiscard]] std::function<void(behaviour &, const cast &)> at(const std::string &path,
                                                                 const answering &how);
-// A row for each kind of file.
-[[nodiscard]] misdeeds at_each(const misdeed &row, const answering &how);
+// What differs at one kind of file from what the row says.
+struct variant {
+  std::string kind;
+  outcome expected = outcome::failing;
+  std::string reason = {};
+};
+// A row for each kind of file. A reason that begins with a colon follows the path of the file.
+[[nodiscard]] misdeeds at_each(const misdeed &row, const answering &how,
+                               const std::vector<variant> &variants = {});
+
+// Adds the rows of a table to another one.
+void add(misdeeds &all, misdeeds more);
 
 }  // namespace zot::test

@@ -159,6 +159,7 @@ void static_server::converse(visit &each, phase &now) {
   wire &line = each.line;
   const greeting begins = now.what.begins;
   if (begins == greeting::hang_up) {
+    static_cast<void>(line.receive());
     line.reset();
     return;
   }

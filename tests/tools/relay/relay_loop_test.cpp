@@ -172,10 +172,10 @@ TEST_F(RelayLoop, FilesOfAnEarlierRoundOfTheSameUpdateAreNotSaved) {
 TEST_F(RelayLoop, TellsAProblemOnceAndItsEnd) {
   site_.answer(".checksum", 503);
   run(3);
-  EXPECT_EQ(printed(), "update failing: " + checksum_name + ": HTTP status 503 (retry)\n");
+  EXPECT_EQ(printed(), "update failing: " + checksum_name + ": status 503 (retry)\n");
   const relay_state failing = state();
   EXPECT_EQ(failing.failures, 3U);
-  EXPECT_EQ(failing.problem, checksum_name + ": HTTP status 503");
+  EXPECT_EQ(failing.problem, checksum_name + ": status 503");
   EXPECT_FALSE(failing.is_refused);
   EXPECT_GT(failing.problem_since, 0);
   EXPECT_GT(failing.last_attempt, 0);
@@ -196,7 +196,7 @@ TEST_F(RelayLoop, TellsAProblemThatComesBackAfterAnUpdate) {
   static_cast<void>(printed());
   site_.answer(".checksum", 503);
   run(2);
-  EXPECT_EQ(printed(), "update failing: " + checksum_name + ": HTTP status 503 (retry)\n");
+  EXPECT_EQ(printed(), "update failing: " + checksum_name + ": status 503 (retry)\n");
 }
 
 TEST_F(RelayLoop, ARefusalIsNoFailureOfTheServer) {
