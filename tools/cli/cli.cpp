@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <ostream>
 
-#include "tools/cli/version.hpp"
 #include "tools/cli/wrong_usage.hpp"
 #include "tools/model/names.hpp"
 #include "tools/output/error_text.hpp"
+#include "tools/output/version.hpp"
 
 namespace zotconf {
 namespace {

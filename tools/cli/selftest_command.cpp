@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cli/cli.hpp"
-#include "tools/cli/version.hpp"
+#include "tools/output/version.hpp"
 #include "tools/selftest/selftest.hpp"
 
 namespace zotconf {

@@ -5,7 +5,7 @@
 #include <array>
 #include <cctype>
 
-#include "tools/cli/version.hpp"
+#include "tools/output/version.hpp"
 
 namespace zotconf {
 namespace {

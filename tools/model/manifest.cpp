@@ -30,8 +30,8 @@ std::optional<published_file> parse_file(const cJSON *item, other_category other
   file.checksum = text_member(item, "checksum");
   const size_t key_at = path.find('/', 1);
   const size_t version_at = path.rfind('/');
-  if (key_at == std::string::npos || key_at < 2 || version_at < key_at + 2 || std::isnan(size) || size < 0 ||
-      size > std::numeric_limits<int32_t>::max()) {
+  if (key_at == std::string::npos || key_at < 2 || version_at < key_at + 2 || std::isnan(size) ||
+      size < 0 || size > std::numeric_limits<int32_t>::max()) {
     return std::nullopt;
   }
   file.category_name = path.substr(1, key_at - 1);
@@ -77,10 +77,7 @@ std::string render_manifest(const manifest &content) {
   }
   json_node list = root.array("gpbs");
   for (const published_file &file : content.files) {
-    list.append()
-        .set("path", path_of(file))
-        .set("size", file.size)
-        .set("checksum", file.checksum);
+    list.append().set("path", path_of(file)).set("size", file.size).set("checksum", file.checksum);
   }
   return document.text();
 }

@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "tools/cli/version.hpp"
 #include "tools/output/figures.hpp"
+#include "tools/output/version.hpp"
 #include "tools/relay/relay_advice.hpp"
 #include "tools/service/status_query.hpp"
 

@@ -130,8 +130,8 @@ void relay_loop::run(schedule &when, relay_clock &time) {
   while (!time.is_stopped()) {
     const relay_clock::clock::time_point end = time.now() + pause;
     parts_.board.change([&](relay_state &state) {
-      state.next_attempt =
-          std::time(nullptr) + std::chrono::ceil<std::chrono::seconds>(pause).count();
+      const auto seconds = std::chrono::ceil<std::chrono::seconds>(pause).count();
+      state.next_attempt = std::time(nullptr) + static_cast<std::time_t>(seconds);
     });
     while (!time.is_stopped() && time.now() < end) {
       time.wait_until(end);

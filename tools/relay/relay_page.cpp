@@ -6,11 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "tools/cli/version.hpp"
 #include "tools/output/console.hpp"
 #include "tools/output/duration.hpp"
 #include "tools/output/figures.hpp"
 #include "tools/output/plain_text.hpp"
+#include "tools/output/version.hpp"
 #include "tools/relay/relay_advice.hpp"
 #include "tools/relay/relay_json.hpp"
 #include "tools/service/page_answer.hpp"

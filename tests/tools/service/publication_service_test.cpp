@@ -18,7 +18,7 @@
 namespace zot::test {
 namespace {
 
-constexpr size_t large = size_t{8} << 20;
+constexpr size_t large = size_t{4} << 20;
 const std::string both_files = R"({"files": ["/config//Vlan/large/1", "/config//Wlan/a/1"]})";
 
 // A publication folder that counts what is opened.

@@ -5,11 +5,14 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
 namespace zot::test {
 namespace {
+
+constexpr std::size_t at_once = 65536;
 
 [[noreturn]] void fail(const char *what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -68,7 +71,7 @@ std::string raw_client::read_until(std::string_view text) {
 std::string raw_client::read(std::size_t size) {
   std::string bytes;
   while (bytes.size() < size) {
-    const std::string more = read_some(size - bytes.size());
+    const std::string more = read_some(std::min(size - bytes.size(), at_once));
     if (more.empty()) {
       break;
     }
