@@ -66,9 +66,9 @@ const std::string &digest_of_kept(const kept_ptr &publication) {
   return publication->digest;
 }
 
-// The file holds one line, "SEQUENCE DIGEST".
-std::string accepted_text(uint64_t sequence, const std::string &digest) {
-  return std::to_string(sequence) + " " + digest + "\n";
+// The file holds one line, "SEQUENCE DIGEST SUBSYS INDEX".
+std::string accepted_text(const element &who, uint64_t sequence, const std::string &digest) {
+  return std::to_string(sequence) + " " + digest + " " + who.subsys + " " + who.index + "\n";
 }
 
 // The clock of an element may be wrong, so the sequence counts first.
@@ -100,14 +100,15 @@ relay_store::relay_store(const fs::path &root, element who)
   load();
 }
 
-// A damaged file counts as absent: the sequence of the current publication still counts.
+// A file that is damaged, or is that of another element, counts as absent: the sequence of the
+// current publication still counts.
 void relay_store::load_accepted() {
   const zot::descriptor file = root_.open(accepted_name);
   const std::string text = file.is_open() ? read_file_at(file.get(), accepted_name) : "";
   const size_t blank = std::min(text.find(' '), text.size());
   const auto sequence = parse_version(text.substr(0, blank));
   const std::string digest = text.substr(blank, ZOT_CHECKSUM_LEN + 1).erase(0, 1);
-  if (sequence && is_digest(digest)) {
+  if (sequence && is_digest(digest) && text == accepted_text(who_, *sequence, digest)) {
     accepted_ = {.sequence = *sequence, .digest = digest};
   }
 }
@@ -209,8 +210,8 @@ void relay_store::prepare(const folder &own, const kept_publication &next,
   write_beside(own, next, k);
   root_.link(current_beside, link_target(next.digest));
   const bool is_highest = next.content.sequence > last_sequence();
-  root_.write(accepted_beside, is_highest ? accepted_text(next.content.sequence, next.digest)
-                                          : accepted_text(last_sequence(), last_digest()));
+  root_.write(accepted_beside, is_highest ? accepted_text(who_, next.content.sequence, next.digest)
+                                          : accepted_text(who_, last_sequence(), last_digest()));
   root_.flush_file_system();
 }
 

@@ -353,6 +353,15 @@ TEST_F(DamagedRelayStore, ServesNoKOfAnotherElement) {
   EXPECT_EQ(store().last_sequence(), 2U);
 }
 
+TEST_F(RelayStore, TheSequenceOfOneElementDoesNotCountForAnother) {
+  put(first, 9);
+  store_.reset();
+  const zotconf::relay_store other(root_, {.subsys = "AP", .index = "OTHER"});
+  EXPECT_EQ(other.current(), nullptr);
+  EXPECT_EQ(other.last_sequence(), 0U);
+  EXPECT_EQ(other.last_digest(), "");
+}
+
 TEST_F(DamagedRelayStore, ServesTheNewestOneWithoutALinkThatCanBeUsed) {
   write_bytes(dir_ / "outside/" + older_ + "/k", "secret");
   for (const std::string &target : std::vector<std::string>{
