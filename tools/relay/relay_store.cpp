@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "tools/files/digest.hpp"
+#include "tools/output/error_text.hpp"
 #include "tools/publication/publication_store.hpp"
 #include "zot_conf.h"
 
@@ -26,6 +27,7 @@ constexpr const char *current_name = "current";
 constexpr const char *current_beside = "current.new";
 constexpr const char *accepted_name = "accepted";
 constexpr const char *accepted_beside = "accepted.new";
+constexpr const char *lock_name = ".lock";
 
 // The files of an element that are served, and their names in the folder of a publication.
 constexpr std::array<std::pair<const char *, const char *>, 3> latest_names = {{
@@ -43,11 +45,33 @@ folder opened_root(const fs::path &path) {
   return folder(absolute);
 }
 
+void check_only_own_user_writes(const folder &root) {
+  struct stat info {};
+  if (::fstat(root.get(), &info) == 0 && (info.st_mode & S_IWOTH) != 0) {
+    const std::string path = root.path().string();
+    throw advised_error(path + ": every user may write to this folder", "chmod o-w " + path);
+  }
+}
+
+// A relay removes from these folders what it does not know, so they have to be its own.
+void check_not_foreign(const folder &root) {
+  for (const std::string &name : root.names()) {
+    if (name == "objects" || name == "partial" || name == publications) {
+      throw std::runtime_error(root.path().string() + ": has a folder " + name +
+                               " and is not the store of a relay");
+    }
+  }
+}
+
 zot::descriptor locked(const folder &root) {
+  check_only_own_user_writes(root);
+  if (!root.size_of(lock_name)) {
+    check_not_foreign(root);
+  }
   constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
-  zot::descriptor file(::openat(root.get(), ".lock", flags, 0644));
+  zot::descriptor file(::openat(root.get(), lock_name, flags, 0644));
   if (!file.is_open()) {
-    throw_errno("cannot open " + (root.path() / ".lock").string());
+    throw_errno("cannot open " + (root.path() / lock_name).string());
   }
   if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
     return file;
@@ -55,7 +79,7 @@ zot::descriptor locked(const folder &root) {
   if (errno == EWOULDBLOCK) {
     throw std::runtime_error(root.path().string() + ": another relay uses this folder");
   }
-  throw_errno("cannot lock " + (root.path() / ".lock").string());
+  throw_errno("cannot lock " + (root.path() / lock_name).string());
 }
 
 std::string link_target(const std::string &digest) {

@@ -107,11 +107,36 @@ TEST_F(RelayStore, RefusesAPlaceThatIsNoFolder) {
   EXPECT_THROW((void)store(), std::runtime_error);
 }
 
+TEST_F(RelayStore, RefusesAFolderToWhichEveryUserMayWrite) {
+  fs::create_directories(root_);
+  fs::permissions(root_, fs::perms::all);
+  EXPECT_EQ(why_not_opened(latest(".k")), root_ + ": every user may write to this folder");
+  fs::permissions(root_, fs::perms::others_write, fs::perm_options::remove);
+  EXPECT_EQ(why_not_opened(latest(".k")), "opened: (not open)");
+}
+
+TEST_F(RelayStore, RefusesAFolderThatHasFoldersOfAnother) {
+  for (const std::string name : {"objects", "partial", "publications"}) {
+    write_bytes(root_ + "/" + name + "/file", "of another program");
+    EXPECT_EQ(why_not_opened(latest(".k")),
+              root_ + ": has a folder " + name + " and is not the store of a relay");
+    EXPECT_EQ(tree(root_).size(), 1U);
+    fs::remove_all(root_);
+  }
+}
+
+TEST_F(RelayStore, AcceptsAFolderWithOtherFiles) {
+  write_bytes(root_ + "/lost+found/file", "of the file system");
+  const std::string digest = put(first, 1);
+  EXPECT_EQ(served_whole(), digest);
+  EXPECT_TRUE(exists(root_ + "/lost+found/file"));
+}
+
 TEST_F(RelayStore, RefusesAFolderOfItsOwnThatIsALink) {
   fs::create_directories(dir_ / "outside");
   for (const std::string name : {"objects", "partial", "publications"}) {
     fs::remove_all(root_);
-    fs::create_directories(root_);
+    write_bytes(root_ + "/.lock", "");
     fs::create_directory_symlink(dir_ / "outside", root_ + "/" + name);
     EXPECT_THROW((void)store(), std::runtime_error) << name;
   }
