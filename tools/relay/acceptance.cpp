@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "tools/files/digest.hpp"
@@ -48,12 +49,16 @@ std::string why_not_file(const published_file &file) {
 
 std::string why_not_files(const std::vector<published_file> &files) {
   std::unordered_set<std::string> names;
+  std::unordered_map<std::string_view, uint64_t> sizes;
   for (const published_file &file : files) {
     if (std::string wrong = why_not_file(file); !wrong.empty()) {
       return wrong;
     }
     if (!names.insert(file.category_name + "/" + file.key).second) {
       return printed_name(file) + " is listed twice";
+    }
+    if (sizes.try_emplace(file.checksum, file.size).first->second != file.size) {
+      return printed_name(file) + " has the SHA-256 of a file with another size";
     }
   }
   return "";

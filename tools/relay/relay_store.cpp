@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "tools/files/digest.hpp"
+#include "tools/output/error_text.hpp"
 #include "tools/publication/publication_store.hpp"
 #include "zot_conf.h"
 
@@ -26,6 +27,7 @@ constexpr const char *current_name = "current";
 constexpr const char *current_beside = "current.new";
 constexpr const char *accepted_name = "accepted";
 constexpr const char *accepted_beside = "accepted.new";
+constexpr const char *lock_name = ".lock";
 
 // The files of an element that are served, and their names in the folder of a publication.
 constexpr std::array<std::pair<const char *, const char *>, 3> latest_names = {{
@@ -43,11 +45,33 @@ folder opened_root(const fs::path &path) {
   return folder(absolute);
 }
 
+void check_only_own_user_writes(const folder &root) {
+  struct stat info {};
+  if (::fstat(root.get(), &info) == 0 && (info.st_mode & S_IWOTH) != 0) {
+    const std::string path = root.path().string();
+    throw advised_error(path + ": every user may write to this folder", "chmod o-w " + path);
+  }
+}
+
+// A relay removes from these folders what it does not know, so they have to be its own.
+void check_not_foreign(const folder &root) {
+  for (const std::string &name : root.names()) {
+    if (name == "objects" || name == "partial" || name == publications) {
+      throw std::runtime_error(root.path().string() + ": has a folder " + name +
+                               " and is not the store of a relay");
+    }
+  }
+}
+
 zot::descriptor locked(const folder &root) {
+  check_only_own_user_writes(root);
+  if (!root.size_of(lock_name)) {
+    check_not_foreign(root);
+  }
   constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
-  zot::descriptor file(::openat(root.get(), ".lock", flags, 0644));
+  zot::descriptor file(::openat(root.get(), lock_name, flags, 0644));
   if (!file.is_open()) {
-    throw_errno("cannot open " + (root.path() / ".lock").string());
+    throw_errno("cannot open " + (root.path() / lock_name).string());
   }
   if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
     return file;
@@ -55,7 +79,7 @@ zot::descriptor locked(const folder &root) {
   if (errno == EWOULDBLOCK) {
     throw std::runtime_error(root.path().string() + ": another relay uses this folder");
   }
-  throw_errno("cannot lock " + (root.path() / ".lock").string());
+  throw_errno("cannot lock " + (root.path() / lock_name).string());
 }
 
 std::string link_target(const std::string &digest) {
@@ -66,9 +90,9 @@ const std::string &digest_of_kept(const kept_ptr &publication) {
   return publication->digest;
 }
 
-// The file holds one line, "SEQUENCE DIGEST".
-std::string accepted_text(uint64_t sequence, const std::string &digest) {
-  return std::to_string(sequence) + " " + digest + "\n";
+// The file holds one line, "SEQUENCE DIGEST SUBSYS INDEX".
+std::string accepted_text(const element &who, uint64_t sequence, const std::string &digest) {
+  return std::to_string(sequence) + " " + digest + " " + who.subsys + " " + who.index + "\n";
 }
 
 // The clock of an element may be wrong, so the sequence counts first.
@@ -100,14 +124,15 @@ relay_store::relay_store(const fs::path &root, element who)
   load();
 }
 
-// A damaged file counts as absent: the sequence of the current publication still counts.
+// A file that is damaged, or is that of another element, counts as absent: the sequence of the
+// current publication still counts.
 void relay_store::load_accepted() {
   const zot::descriptor file = root_.open(accepted_name);
   const std::string text = file.is_open() ? read_file_at(file.get(), accepted_name) : "";
   const size_t blank = std::min(text.find(' '), text.size());
   const auto sequence = parse_version(text.substr(0, blank));
   const std::string digest = text.substr(blank, ZOT_CHECKSUM_LEN + 1).erase(0, 1);
-  if (sequence && is_digest(digest)) {
+  if (sequence && is_digest(digest) && text == accepted_text(who_, *sequence, digest)) {
     accepted_ = {.sequence = *sequence, .digest = digest};
   }
 }
@@ -209,8 +234,8 @@ void relay_store::prepare(const folder &own, const kept_publication &next,
   write_beside(own, next, k);
   root_.link(current_beside, link_target(next.digest));
   const bool is_highest = next.content.sequence > last_sequence();
-  root_.write(accepted_beside, is_highest ? accepted_text(next.content.sequence, next.digest)
-                                          : accepted_text(last_sequence(), last_digest()));
+  root_.write(accepted_beside, is_highest ? accepted_text(who_, next.content.sequence, next.digest)
+                                          : accepted_text(who_, last_sequence(), last_digest()));
   root_.flush_file_system();
 }
 

@@ -8,7 +8,8 @@
 //   publications/<SHA-256 of K>/checksum
 //   publications/<SHA-256 of K>/signature   if it was signed
 //   current                              symbolic link to the publication that is served
-//   accepted                             the highest sequence so far, and the SHA-256 of its K
+//   accepted                             the highest sequence so far, the SHA-256 of its K, and the
+//                                        element
 //   .lock                                locked by the relay
 //
 // The link is replaced in one rename, after everything that the new publication needs is on the

@@ -51,6 +51,10 @@ http_file archive_cache::get(const std::string &key, const maker &make) {
   }
   const turn own(*this, id);
   http_file made = make();
+  // It may have files of the publication that was put into service meanwhile.
+  if (files_.state() != id.state) {
+    return made;
+  }
   const std::scoped_lock guard(mutex_);
   kept_ = {.id = id, .archive = std::move(made), .last_request = clock::now()};
   return shared();

@@ -32,7 +32,8 @@ class archive_cache {
   [[nodiscard]] int compression() const { return compression_; }
 
   // Returns the kept archive if it has this key and no other publication was put into service since
-  // it was made, else what `make` returns, which is kept then. While one thread makes an archive,
+  // it was made, else what `make` returns. That is kept, unless another publication was put into
+  // service while it was made. While one thread makes an archive,
   // others that request the same one wait for it. If `make` throws, the next of them makes it.
   [[nodiscard]] http_file get(const std::string &key, const maker &make);
   // Gives up the kept archive `kept_for` after its last request, or when another publication was

@@ -169,6 +169,14 @@ TEST(Acceptance, RefusesAnObjectThatIsListedTwice) {
   EXPECT_EQ(why_not(content_with({file("Wlan", "a"), file("Zone", "a")})), "");
 }
 
+TEST(Acceptance, RefusesTwoSizesOfOneSha256) {
+  published_file larger = file("Zone", "a");
+  EXPECT_EQ(why_not(content_with({file("Wlan", "a"), larger})), "");
+  larger.size = 6;
+  EXPECT_EQ(why_not(content_with({file("Wlan", "a"), larger})),
+            "Zone/a has the SHA-256 of a file with another size");
+}
+
 TEST(Acceptance, RefusesNamesThatAreNoPartsOfAPath) {
   EXPECT_EQ(why_not(file("..", "a")), "K names the category \"..\", which cannot be a name");
   EXPECT_EQ(why_not(file("Wlan", "..")), "Wlan/.. cannot be a path component");

@@ -107,11 +107,36 @@ TEST_F(RelayStore, RefusesAPlaceThatIsNoFolder) {
   EXPECT_THROW((void)store(), std::runtime_error);
 }
 
+TEST_F(RelayStore, RefusesAFolderToWhichEveryUserMayWrite) {
+  fs::create_directories(root_);
+  fs::permissions(root_, fs::perms::all);
+  EXPECT_EQ(why_not_opened(latest(".k")), root_ + ": every user may write to this folder");
+  fs::permissions(root_, fs::perms::others_write, fs::perm_options::remove);
+  EXPECT_EQ(why_not_opened(latest(".k")), "opened: (not open)");
+}
+
+TEST_F(RelayStore, RefusesAFolderThatHasFoldersOfAnother) {
+  for (const std::string name : {"objects", "partial", "publications"}) {
+    write_bytes(root_ + "/" + name + "/file", "of another program");
+    EXPECT_EQ(why_not_opened(latest(".k")),
+              root_ + ": has a folder " + name + " and is not the store of a relay");
+    EXPECT_EQ(tree(root_).size(), 1U);
+    fs::remove_all(root_);
+  }
+}
+
+TEST_F(RelayStore, AcceptsAFolderWithOtherFiles) {
+  write_bytes(root_ + "/lost+found/file", "of the file system");
+  const std::string digest = put(first, 1);
+  EXPECT_EQ(served_whole(), digest);
+  EXPECT_TRUE(exists(root_ + "/lost+found/file"));
+}
+
 TEST_F(RelayStore, RefusesAFolderOfItsOwnThatIsALink) {
   fs::create_directories(dir_ / "outside");
   for (const std::string name : {"objects", "partial", "publications"}) {
     fs::remove_all(root_);
-    fs::create_directories(root_);
+    write_bytes(root_ + "/.lock", "");
     fs::create_directory_symlink(dir_ / "outside", root_ + "/" + name);
     EXPECT_THROW((void)store(), std::runtime_error) << name;
   }
@@ -351,6 +376,15 @@ TEST_F(DamagedRelayStore, ServesNoKOfAnotherElement) {
   write_bytes(publication(sha256_hex(k)) + "/checksum", sha256_hex(k) + "\n");
   EXPECT_EQ(served_whole(), newer_);
   EXPECT_EQ(store().last_sequence(), 2U);
+}
+
+TEST_F(RelayStore, TheSequenceOfOneElementDoesNotCountForAnother) {
+  put(first, 9);
+  store_.reset();
+  const zotconf::relay_store other(root_, {.subsys = "AP", .index = "OTHER"});
+  EXPECT_EQ(other.current(), nullptr);
+  EXPECT_EQ(other.last_sequence(), 0U);
+  EXPECT_EQ(other.last_digest(), "");
 }
 
 TEST_F(DamagedRelayStore, ServesTheNewestOneWithoutALinkThatCanBeUsed) {

@@ -96,6 +96,16 @@ TEST_F(ArchiveCache, GivesUpAnArchiveWhenAnotherPublicationIsPutIntoService) {
   EXPECT_EQ(get("a"), "2");
 }
 
+TEST_F(ArchiveCache, KeepsNoArchiveDuringWhichAnotherPublicationWasPutIntoService) {
+  const auto replaced = [this] {
+    files_.number = 2;
+    return make();
+  };
+  EXPECT_EQ(content(cache_.get("a", replaced)), "1");
+  files_.number = 1;
+  EXPECT_EQ(get("a"), "2");
+}
+
 TEST_F(ArchiveCache, LeavesAnArchiveThatIsBeingSent) {
   const zotconf::http_file sent = cache_.get("a", [this] { return make(); });
   cache_.expire(clock::now() + 5min);
