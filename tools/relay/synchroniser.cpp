@@ -188,6 +188,7 @@ std::optional<sync_round> synchroniser::fetch_files(const manifest &content, syn
     return failed(wrong);
   }
   std::vector<wanted_file> wanted;
+  wanted.reserve(files.size());
   for (const published_file &file : files) {
     wanted.push_back({.path = path_of(file),
                       .to = store_.partial(file),

@@ -54,6 +54,22 @@ class Relaying : public Publishing {
     EXPECT_EQ(found.wrong, wrong);
   }
 
+  // The site answers with 404 for a file, after another one with these bytes has arrived.
+  void break_after(const std::string &arriving, const std::string &category,
+                   const std::string &key) {
+    const std::string missing =
+        "/config/" + category + "/" + key + "/" + std::to_string(version(category, key));
+    const std::string arrived = object(arriving);
+    site_.deviate([missing, arrived](const std::string &path, httplib::Response &reply) {
+      if (path != missing) {
+        return false;
+      }
+      wait_until([&] { return exists(arrived); }, arrived);
+      reply.status = 404;
+      return true;
+    });
+  }
+
   // The bytes that a client gets for a file of the publication in service; empty: none.
   [[nodiscard]] std::string served(const std::string &category, const std::string &key) const {
     const auto current = store_->current();
