@@ -84,7 +84,7 @@ replaced() {
 # The server for the relay is the example, with the paths replaced. The others have the same TLS
 # settings, or none.
 nginx_configuration() {
-  replaced "listen 8443 ssl" "listen $secure_port ssl http2" <"$here/../../examples/nginx.conf" |
+  replaced "listen 8443 " "listen $secure_port " <"$here/../../examples/nginx.conf" |
     replaced /srv/zotconf/publication "$publication" |
     replaced /etc/zotconf/tls "$work" >"$work/nginx/site.conf"
   sed -e "s,listen $secure_port,listen $archive_port," -e '/^  # Only names/,$c}' \

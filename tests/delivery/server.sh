@@ -132,6 +132,13 @@ check_latest() {
   done
   passed "K, its signature and its checksum are served with an ETag, and with 304 while they stay"
 
+  request 200 "$latest.k" "${element[@]}" --compressed
+  [[ $(header Content-Encoding) == gzip ]] || fail "K travels without compression"
+  has_body "$publication$latest.k"
+  request 200 "$latest.checksum" "${element[@]}" --compressed
+  [[ $(header ETag) == \"* ]] || fail "the checksum has a weak ETag"
+  passed "K is compressed for clients that accept it, the checksum is not"
+
   sleep 1.1 # nginx makes an ETag from the size and the time in seconds
   echo ssid=Lobby >"$work/source/Wlan/guest network"
   publish

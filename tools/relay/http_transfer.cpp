@@ -28,6 +28,11 @@ long buffer_size(uint64_t limit_rate) {
   return static_cast<long>(std::clamp(size, smallest_buffer, largest_buffer));
 }
 
+// Not every libcurl can decode.
+bool can_decode_gzip() {
+  return (curl_version_info(CURLVERSION_NOW)->features & CURL_VERSION_LIBZ) != 0;
+}
+
 }  // namespace
 
 // libcurl calls this for each new connection.
@@ -66,7 +71,6 @@ void http_transfer::set_protocol(const connection_options &options) {
   set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
   // Waits until it is known whether a new connection can be shared. Without TLS it cannot.
   set(CURLOPT_PIPEWAIT, url_.is_secure() ? 1L : 0L);
-  set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
   set(CURLOPT_PATH_AS_IS, 1L);
   set(CURLOPT_USERAGENT, "zotconf");
   set(CURLOPT_PROXY, "");
@@ -128,6 +132,9 @@ void http_transfer::prepare(const transfer_request &request, response_sink &sink
   set(CURLOPT_URL, url_.of(request.path).c_str());
   const std::string range = std::to_string(request.from) + "-";
   set(CURLOPT_RANGE, request.from == 0 ? nullptr : range.c_str());
+  is_decoded_ = request.may_be_gzip && can_decode_gzip();
+  set(CURLOPT_ACCEPT_ENCODING, is_decoded_ ? "gzip" : nullptr);
+  set(CURLOPT_HTTP_CONTENT_DECODING, is_decoded_ ? 1L : 0L);
   headers_.reset();
   if (is_etag(request.etag)) {
     add_header("If-None-Match: " + request.etag);
@@ -214,7 +221,19 @@ CURLcode http_transfer::resume() {
   return std::exchange(is_paused_, false) ? curl_easy_pause(curl_.get(), CURLPAUSE_CONT) : CURLE_OK;
 }
 
+// Until here, the bytes of a decoded body were counted after decoding.
+void http_transfer::count_as_received() {
+  curl_off_t bytes = 0;
+  curl_easy_getinfo(curl_.get(), CURLINFO_SIZE_DOWNLOAD_T, &bytes);
+  received_ -= body_bytes_;
+  body_bytes_ = static_cast<uint64_t>(bytes);
+  received_ += body_bytes_;
+}
+
 transfer_end http_transfer::finish(CURLcode result) {
+  if (is_decoded_) {
+    count_as_received();
+  }
   if (head_.is_complete && wrong_.empty()) {
     try {
       begin();

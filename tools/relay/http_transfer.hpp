@@ -35,6 +35,7 @@ struct transfer_request {
   std::string etag = {};  // send the body only if the file has another one
   uint64_t from = 0;      // send the bytes from here on
   bool bypasses_caches = false;
+  bool may_be_gzip = false;  // the body may travel compressed; it is decoded as it comes
 };
 
 // Where the body of a response goes. What these functions throw ends the transfer, and its text is
@@ -92,6 +93,7 @@ class http_transfer {
   static int note_request(void *self, char *server_ip, char *own_ip, int server_port,
                           int own_port) noexcept;
   bool take_line(std::string_view line);
+  void count_as_received();
   bool take(std::string_view bytes);
   void begin();
 
@@ -109,6 +111,7 @@ class http_transfer {
   uint64_t head_bytes_ = 0;
   uint64_t body_bytes_ = 0;
   bool is_asked_ = false;
+  bool is_decoded_ = false;
   bool has_begun_ = false;
   bool is_wanted_ = false;
   bool is_paused_ = false;

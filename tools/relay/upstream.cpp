@@ -128,7 +128,7 @@ upstream::upstream(const upstream_options &options, is_stopped stopped)
 upstream::~upstream() = default;
 
 upstream_reply upstream::get(const std::string &path, uint64_t limit, const std::string &etag) {
-  return engine_->get({.path = path, .etag = etag}, limit);
+  return engine_->get({.path = path, .etag = etag, .may_be_gzip = true}, limit);
 }
 
 fetch_end upstream::fetch(const std::vector<wanted_file> &files,

@@ -70,8 +70,9 @@ class upstream {
   upstream &operator=(const upstream &) = delete;
   ~upstream();
 
-  // Fetches a small file. A body of more than `limit` bytes ends the transfer. With an `etag`, the
-  // server is asked to send the body only if it has another one (status 304 otherwise).
+  // Fetches a small file. Its body may travel compressed, and is decoded; more than `limit` bytes
+  // after that end the transfer. With an `etag`, the server is asked to send the body only if it
+  // has another one (status 304 otherwise).
   [[nodiscard]] upstream_reply get(const std::string &path, uint64_t limit,
                                    const std::string &etag = "");
 

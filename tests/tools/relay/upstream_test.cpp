@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/relay/upstream.hpp"
 
+#include <archive.h>
+#include <archive_entry.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 
 #include <chrono>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -12,6 +15,7 @@
 #include "tests/support/files.hpp"
 #include "tests/tools/relay/fetching.hpp"
 #include "tests/tools/relay/scripted_server.hpp"
+#include "utilities/owner.hpp"
 
 namespace zot::test {
 namespace {
@@ -36,6 +40,26 @@ upstream_reply get(const scripted_server &server, uint64_t limit = 1000,
   return from.get("file/k", limit, etag);
 }
 
+// The bytes, compressed with gzip.
+std::string compressed(const std::string &bytes) {
+  const std::unique_ptr<archive, releaser<archive_write_free>> writer(archive_write_new());
+  const std::unique_ptr<archive_entry, releaser<archive_entry_free>> entry(archive_entry_new());
+  archive_entry_set_filetype(entry.get(), AE_IFREG);
+  std::string packed(bytes.size() + 1000, ' ');
+  size_t used = 0;
+  archive_write_set_format_raw(writer.get());
+  archive_write_add_filter_gzip(writer.get());
+  archive_write_set_bytes_in_last_block(writer.get(), 1);
+  archive_write_open_memory(writer.get(), packed.data(), packed.size(), &used);
+  archive_write_header(writer.get(), entry.get());
+  archive_write_data(writer.get(), bytes.data(), bytes.size());
+  if (archive_write_close(writer.get()) != ARCHIVE_OK) {
+    throw std::runtime_error("cannot compress");
+  }
+  packed.resize(used);
+  return packed;
+}
+
 TEST(UpstreamGet, ReturnsBodyStatusAndEtag) {
   const auto server = server_of(response("200 OK", "ETag: \"v1\"\r\n", "bytes"));
   const upstream_reply reply = get(server);
@@ -53,8 +77,8 @@ TEST(UpstreamGet, RequestsThePathBelowTheUrl) {
   ASSERT_EQ(server.requests().size(), 1U);
   const std::string request = server.requests().front();
   EXPECT_TRUE(request.starts_with("GET /site/file/a%20b/k HTTP/1.1\r\n")) << request;
-  for (const char *const absent : {"Range:", "If-None-Match", "Accept-Encoding", "Cookie",
-                                   "Authorization", "Referer", "Expect"}) {
+  for (const char *const absent :
+       {"Range:", "If-None-Match", "Cookie", "Authorization", "Referer", "Expect"}) {
     EXPECT_EQ(request.find(absent), std::string::npos) << request;
   }
 }
@@ -325,9 +349,32 @@ TEST(UpstreamGet, WorksAgainAfterItWasStopped) {
   EXPECT_EQ(again.get("k", 10).body, "x");
 }
 
-TEST(UpstreamGet, DoesNotDecodeTheBody) {
-  const auto server = server_of(response("200 OK", "Content-Encoding: gzip\r\n", "no gzip"));
-  EXPECT_EQ(get(server).body, "no gzip");
+TEST(UpstreamGet, DecodesABodyThatTravelsCompressed) {
+  const std::string packed = compressed(std::string(100'000, 'x'));
+  const auto server = server_of(response("200 OK", "Content-Encoding: gzip\r\n", packed));
+  upstream from(options_for(server.url()), never);
+  const upstream_reply reply = from.get("k", 100'000);
+  EXPECT_EQ(reply.wrong, "");
+  EXPECT_TRUE(reply.body == std::string(100'000, 'x'));
+  EXPECT_EQ(from.received(), packed.size());
+  EXPECT_NE(server.requests().front().find("Accept-Encoding: gzip\r\n"), std::string::npos);
+}
+
+TEST(UpstreamGet, EndsABodyThatIsTooLongWhenDecoded) {
+  const std::string packed = compressed(std::string(10'000'000, 'x'));
+  ASSERT_LT(packed.size(), 100'000U);
+  const auto server = server_of(response("200 OK", "Content-Encoding: gzip\r\n", packed));
+  EXPECT_EQ(get(server, 100'000).wrong, "more than 100000 bytes");
+}
+
+TEST(UpstreamGet, ReportsABodyThatCannotBeDecoded) {
+  for (const char *const encoding : {"gzip", "unknown"}) {
+    const std::string header = "Content-Encoding: " + std::string(encoding) + "\r\n";
+    const auto server = server_of(response("200 OK", header, "no gzip"));
+    const upstream_reply reply = get(server);
+    EXPECT_NE(reply.wrong, "") << encoding;
+    EXPECT_EQ(reply.body, "") << encoding;
+  }
 }
 
 TEST(UpstreamGet, UsesNoProxyOfTheEnvironment) {
