@@ -95,6 +95,11 @@ std::optional<uint64_t> folder::size_of(const std::string &name) const {
   return static_cast<uint64_t>(info.st_size);
 }
 
+bool folder::is_other_than_file(const std::string &name) const {
+  struct stat info {};
+  return ::fstatat(get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(info.st_mode);
+}
+
 std::optional<std::string> folder::target_of(const std::string &name) const {
   std::array<char, PATH_MAX> target{};
   const ssize_t size = ::readlinkat(get(), name.c_str(), target.data(), target.size());

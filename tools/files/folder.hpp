@@ -35,6 +35,8 @@ class folder {
   [[nodiscard]] zot::descriptor open(const std::string &name) const;
   // The size of a regular file; nullopt if there is none.
   [[nodiscard]] std::optional<uint64_t> size_of(const std::string &name) const;
+  // Whether the name belongs to anything but a regular file. False if that cannot be found out.
+  [[nodiscard]] bool is_other_than_file(const std::string &name) const;
   // The target of a symbolic link; nullopt if there is none.
   [[nodiscard]] std::optional<std::string> target_of(const std::string &name) const;
 

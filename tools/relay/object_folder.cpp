@@ -33,15 +33,18 @@ std::string file_name(const std::string &checksum) {
   return checksum.substr(folder_digits);
 }
 
-// A file that cannot be read is as useless as one with other bytes.
+// Throws std::system_error if the file cannot be read.
 bool has_bytes_of(const zot::descriptor &opened, const published_file &file) {
   struct stat info {};
-  if (!opened.is_open() || ::fstat(opened.get(), &info) != 0 ||
-      !std::cmp_equal(info.st_size, file.size)) {
-    return false;
-  }
+  return opened.is_open() && ::fstat(opened.get(), &info) == 0 &&
+         std::cmp_equal(info.st_size, file.size) &&
+         sha256_of_file(opened.get(), file.checksum) == file.checksum;
+}
+
+// A file that cannot be read is as useless as one with other bytes.
+bool is_usable(const zot::descriptor &opened, const published_file &file) {
   try {
-    return sha256_of_file(opened.get(), file.checksum) == file.checksum;
+    return has_bytes_of(opened, file);
   } catch (const std::system_error &) {
     return false;
   }
@@ -51,7 +54,7 @@ void remove_others(const folder &where, const std::string &prefix,
                    const std::vector<std::string_view> &kept) {
   for (const std::string &name : where.names()) {
     const bool is_kept = std::ranges::binary_search(kept, std::string_view(prefix + name));
-    if (!is_kept || !where.size_of(name)) {
+    if (!is_kept || where.is_other_than_file(name)) {
       where.remove(name);
     }
   }
@@ -77,7 +80,7 @@ bool object_folder::has(const published_file &file) const {
 zot::descriptor object_folder::open(const published_file &file) const {
   const auto where = folder_of(file.checksum);
   zot::descriptor opened = where ? where->open(file_name(file.checksum)) : zot::descriptor(-1);
-  return has_bytes_of(opened, file) ? std::move(opened) : zot::descriptor(-1);
+  return is_usable(opened, file) ? std::move(opened) : zot::descriptor(-1);
 }
 
 void object_folder::remove(const std::string &checksum) const {
@@ -93,7 +96,15 @@ fs::path object_folder::partial(const published_file &file) const {
 bool object_folder::take(const published_file &file) const {
   const folder parts = root_.make(partials);
   const std::string &name = checked(file.checksum);
-  if (!has_bytes_of(parts.open(name), file)) {
+  bool is_taken = false;
+  try {
+    is_taken = has_bytes_of(parts.open(name), file);
+  } catch (const std::system_error &) {
+    // The medium may read the bytes of another fetch.
+    parts.remove(name);
+    throw;
+  }
+  if (!is_taken) {
     parts.remove(name);
     return false;
   }

@@ -47,6 +47,14 @@ TEST_F(Folder, FindsFoldersAndNoLinks) {
   }
 }
 
+TEST_F(Folder, KnowsWhatIsNoFile) {
+  for (const std::string name : {"below", "link", "file link", "fifo"}) {
+    EXPECT_TRUE(here_.is_other_than_file(name)) << name;
+  }
+  EXPECT_FALSE(here_.is_other_than_file("file"));
+  EXPECT_FALSE(here_.is_other_than_file("nothing"));
+}
+
 TEST_F(Folder, CreatesAFolderOnce) {
   here_.make("new").write("file", "one");
   EXPECT_EQ(zotconf::read_file_at(here_.make("new").open("file").get(), "file"), "one");
