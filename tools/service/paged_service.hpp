@@ -19,7 +19,7 @@ template <class Page>
 class paged_service : public http_service {
  public:
   paged_service(publication_service published, Page &page, std::ostream &err)
-      : published_(std::move(published)), page_(page), err_(err) {}
+      : published_(published), page_(page), err_(err) {}
 
   [[nodiscard]] http_work work_of(const http_request &request) const override {
     if (Page::is_asked(request)) {
