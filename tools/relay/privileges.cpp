@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <system_error>
 
 #include "tools/output/error_text.hpp"
 
@@ -25,8 +26,12 @@ const passwd &account_of(const std::string &user) {
 }
 
 void create_for(const fs::path &store, const passwd &account) {
-  if (fs::create_directories(store) &&
-      ::lchown(store.c_str(), account.pw_uid, account.pw_gid) != 0) {
+  std::error_code error;
+  const bool is_new = fs::create_directories(store, error);
+  if (error) {
+    throw std::system_error(error, "cannot create " + store.string());
+  }
+  if (is_new && ::lchown(store.c_str(), account.pw_uid, account.pw_gid) != 0) {
     throw_errno("cannot change the owner of " + store.string());
   }
 }

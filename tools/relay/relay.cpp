@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/relay/relay.hpp"
 
+#include <chrono>
 #include <csignal>
 #include <ctime>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <ostream>
 #include <random>
@@ -34,6 +36,26 @@
 
 namespace zotconf {
 namespace {
+
+// A client may repeat a request that fails at once, so only one failure in ten seconds is printed.
+class relayed_publication : public paged_service<relay_page> {
+ public:
+  using paged_service::paged_service;
+
+  void failed(const std::exception &error) override {
+    const std::scoped_lock guard(mutex_);
+    const auto now = std::chrono::steady_clock::now();
+    if (now < next_line_) {
+      return;
+    }
+    next_line_ = now + std::chrono::seconds(10);
+    paged_service::failed(error);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::chrono::steady_clock::time_point next_line_;
+};
 
 // The clock of the machine. Gives the service manager its sign of life.
 class machine_clock : public relay_clock {
@@ -140,8 +162,8 @@ int serve(const relay_options &options, const console &where, relay_tools &tools
   element_log elements;
   archive_cache archives(tools.store, options.compression);
   relay_page page(tools.board, elements);
-  paged_service<relay_page> service(publication_service(tools.store, elements, archives), page,
-                                    where.err());
+  relayed_publication service(publication_service(tools.store, elements, archives), page,
+                              where.err());
   report_address(where, options.bind, listening.port);
   const http_server running(std::move(listening.socket), service);
   tools.manager.ready();

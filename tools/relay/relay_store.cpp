@@ -12,6 +12,7 @@
 #include <set>
 #include <span>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "tools/files/digest.hpp"
@@ -39,7 +40,10 @@ constexpr std::array<std::pair<const char *, const char *>, 3> latest_names = {{
 folder opened_root(const fs::path &path) {
   const fs::path absolute = fs::absolute(path);
   if (::mkdir(absolute.c_str(), 0755) != 0 && errno == ENOENT) {
-    fs::create_directories(absolute.parent_path());
+    std::error_code error;
+    if (fs::create_directories(absolute.parent_path(), error); error) {
+      throw std::system_error(error, "cannot create " + absolute.string());
+    }
     ::mkdir(absolute.c_str(), 0755);
   }
   return folder(absolute);

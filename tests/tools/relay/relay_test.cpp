@@ -144,6 +144,19 @@ TEST_F(Relay, TellsOnceThatUpstreamFailsAndServesOn) {
   EXPECT_EQ(count_of("update failing: ", relay_->out()), 1U) << relay_->out();
 }
 
+TEST_F(Relay, TellsOnceWhatAClientRequestsAgainAndAgainInVain) {
+  ASSERT_EQ(once().status, 0);
+  start(command({"--every", "1h"}));
+  std::filesystem::remove_all(store_ + "/objects");
+  const std::string wanted = R"({"files": ["/config/Wlan/a/1"]})";
+  for (int i = 0; i < 20; ++i) {
+    const auto answer = httplib::Client(url()).Post("/tgz", wanted, "application/json");
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status, 500);
+  }
+  EXPECT_EQ(count_of(": missing or damaged in ", relay_->err()), 1U) << relay_->err();
+}
+
 TEST_F(Relay, ProbeFindsNoDeviation) {
   start(command());
   relay_->wait_for(in_service);
