@@ -196,7 +196,7 @@ TEST_F(Relay, OnceExitsWithTheFailureOfUpstream) {
   site_.answer(".checksum", 500);
   const finished done = once();
   EXPECT_EQ(done.status, 1);
-  EXPECT_TRUE(done.out.ends_with("Z update failing: " + checksum_name + ": HTTP status 500\n"))
+  EXPECT_TRUE(done.out.ends_with("Z update failing: " + checksum_name + ": status 500\n"))
       << done.out;
 }
 
