@@ -50,6 +50,18 @@ bool is_usable(const zot::descriptor &opened, const published_file &file) {
   }
 }
 
+std::vector<const published_file *> by_checksum(const std::vector<published_file> &files) {
+  std::vector<const published_file *> sorted;
+  sorted.reserve(files.size());
+  for (const published_file &file : files) {
+    sorted.push_back(&file);
+  }
+  std::ranges::sort(sorted, [](const published_file *one, const published_file *other) {
+    return one->checksum < other->checksum;
+  });
+  return sorted;
+}
+
 void remove_others(const folder &where, const std::string &prefix,
                    const std::vector<std::string_view> &kept) {
   for (const std::string &name : where.names()) {
@@ -75,6 +87,26 @@ std::optional<folder> object_folder::folder_of(const std::string &checksum) cons
 bool object_folder::has(const published_file &file) const {
   const auto where = folder_of(file.checksum);
   return where && where->size_of(file_name(file.checksum)) == file.size;
+}
+
+// A folder is opened once for all of its files.
+std::vector<const published_file *> object_folder::absent(
+    const std::vector<published_file> &files) const {
+  std::vector<const published_file *> found;
+  std::string name;
+  std::optional<folder> where;
+  for (const published_file *const file : by_checksum(files)) {
+    if (is_digest(file->checksum) && name != folder_name(file->checksum)) {
+      name = folder_name(file->checksum);
+      where = folder_of(file->checksum);
+    }
+    const bool is_there = is_digest(file->checksum) && where &&
+                          where->size_of(file_name(file->checksum)) == file->size;
+    if (!is_there) {
+      found.push_back(file);
+    }
+  }
+  return found;
 }
 
 zot::descriptor object_folder::open(const published_file &file) const {

@@ -19,6 +19,10 @@ class object_folder {
 
   // Whether the file is there with its size. Does not read it.
   [[nodiscard]] bool has(const published_file &file) const;
+  // Those that are not there with their size, in the order of their checksums. Reads none. Takes a
+  // fraction of the time of as many calls of has().
+  [[nodiscard]] std::vector<const published_file *> absent(
+      const std::vector<published_file> &files) const;
   // Opens the file after all of its bytes were verified. The result is not open when it is missing
   // or damaged.
   [[nodiscard]] zot::descriptor open(const published_file &file) const;

@@ -165,8 +165,7 @@ void relay_store::load() {
 }
 
 bool relay_store::is_whole(const kept_publication &publication) const {
-  return std::ranges::all_of(publication.content.files,
-                             [this](const published_file &file) { return objects_.has(file); });
+  return objects_.absent(publication.content.files).empty();
 }
 
 void relay_store::note_sequence(const kept_publication &publication) {
@@ -203,11 +202,13 @@ std::string relay_store::last_digest() const {
 std::vector<published_file> relay_store::missing(const manifest &content) const {
   const std::vector<kept_ptr> flushed = is_damaged() ? std::vector<kept_ptr>() : kept();
   const std::vector<std::string_view> trusted = sorted_checksums(flushed, {});
+  const std::vector<const published_file *> absent = objects_.absent(content.files);
+  const std::set<const published_file *> gone(absent.begin(), absent.end());
   std::set<std::string_view> seen;
   std::vector<published_file> found;
   for (const published_file &file : content.files) {
     const bool is_trusted = std::ranges::binary_search(trusted, std::string_view(file.checksum));
-    const bool is_there = is_trusted ? objects_.has(file) : objects_.open(file).is_open();
+    const bool is_there = !gone.contains(&file) && (is_trusted || objects_.open(file).is_open());
     if (!is_there && seen.insert(file.checksum).second) {
       found.push_back(file);
     }

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
 
 #include "tests/support/files.hpp"
 
@@ -50,6 +53,33 @@ TEST_F(ObjectFolder, HasNoFileOfAnotherSize) {
   longer.size = 6;
   EXPECT_FALSE(objects_.has(longer));
   EXPECT_FALSE(objects_.open(longer).is_open());
+}
+
+TEST_F(ObjectFolder, FindsWhatIsAbsentOfMany) {
+  std::vector<zotconf::published_file> files;
+  std::set<std::string> gone;
+  for (int number = 0; number < 1000; ++number) {
+    const std::string bytes = "file " + std::to_string(number);
+    files.push_back(file_of(bytes));
+    if (number % 3 == 0) {
+      gone.insert(files.back().checksum);
+    } else {
+      take(bytes);
+    }
+  }
+  files[1].size += 1;
+  gone.insert(files[1].checksum);
+  for (const std::string &invalid :
+       {std::string(), std::string(".."), files[2].checksum.substr(0, 2)}) {
+    files.push_back(files[2]);
+    files.back().checksum = invalid;
+    gone.insert(invalid);
+  }
+  std::vector<std::string> found;
+  for (const zotconf::published_file *const file : objects_.absent(files)) {
+    found.push_back(file->checksum);
+  }
+  EXPECT_EQ(found, std::vector<std::string>(gone.begin(), gone.end()));
 }
 
 TEST_F(ObjectFolder, OpensNoDamagedFile) {
