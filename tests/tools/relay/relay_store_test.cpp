@@ -693,7 +693,7 @@ TEST_F(RelayStore, ServesWholePublicationsWhileTheyAreReplaced) {
     });
   }
   // A reader has time until the publication after the next one, as `keep` says.
-  for (uint64_t sequence = 2; sequence < 20; ++sequence) {
+  for (size_t sequence = 2; sequence < 20; ++sequence) {
     put(configurations[sequence % 3], sequence, "signature " + std::to_string(sequence));
     store().clean(2, {});
     for (std::atomic<int> &own : whole) {

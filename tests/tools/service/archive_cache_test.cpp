@@ -45,7 +45,7 @@ class ArchiveCache : public testing::Test {
     return {.file = std::move(file), .size = 1};
   }
   [[nodiscard]] static std::string content(const zotconf::http_file &archive) {
-    std::string text(archive.size + 10, '\0');
+    std::string text(static_cast<size_t>(archive.size) + 10, '\0');
     const ssize_t got = ::pread(archive.file.get(), text.data(), text.size(), 0);
     return text.substr(0, static_cast<size_t>(got));
   }
