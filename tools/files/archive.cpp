@@ -54,7 +54,10 @@ void write_content(struct archive *writer, int fd, la_int64_t size, const std::s
 
 }  // namespace
 
+// Without this mark, libarchive would fill up an unfinished member to its size. An archive that is
+// finished was closed before.
 void gzip_tar::closer::operator()(struct archive *writer) const {
+  archive_write_fail(writer);
   archive_write_free(writer);
 }
 

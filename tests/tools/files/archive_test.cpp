@@ -4,6 +4,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+#include <stop_token>
+
 #include "tests/support/files.hpp"
 #include "tools/files/archive_reader.hpp"
 
@@ -57,6 +63,33 @@ TEST_F(GzipTar, IsCompressedFastUnlessAskedOtherwise) {
 TEST_F(GzipTar, RefusesACompressionThatDoesNotExist) {
   EXPECT_THROW(zotconf::gzip_tar({}, 10), std::runtime_error);
   EXPECT_THROW(zotconf::gzip_tar({}, -1), std::runtime_error);
+}
+
+// Bytes that this process has written so far.
+uint64_t written() {
+  std::istringstream lines(read_bytes("/proc/self/io"));
+  uint64_t bytes = 0;
+  for (std::string name; lines >> name >> bytes;) {
+    if (name == "wchar:") {
+      return bytes;
+    }
+  }
+  throw std::runtime_error("/proc/self/io has no wchar");
+}
+
+TEST_F(GzipTar, WritesNoMoreAfterAStop) {
+  constexpr uintmax_t size = uintmax_t{64} << 20;
+  write_bytes(dir_ / "source", "");
+  std::filesystem::resize_file(dir_ / "source", size);
+  const zot::descriptor source(::open((dir_ / "source").c_str(), O_RDONLY));
+  std::stop_source stop;
+  stop.request_stop();
+  const uint64_t before = written();
+  {
+    zotconf::gzip_tar archive(stop.get_token(), 0);
+    EXPECT_THROW(archive.add(source.get(), "config/Wlan/a/1"), std::runtime_error);
+  }
+  EXPECT_LT(written() - before, uint64_t{1} << 20);
 }
 
 }  // namespace
