@@ -116,7 +116,10 @@ sync_round synchroniser::run() {
     round = bring_in(*digest);
   }
   if (round.wrong.empty()) {
-    etag_ = reply.etag;
+    // Some servers make the tag from the second and the size of a file, so a publication in the
+    // second of this one would have the same tag. A checksum that is still the same in the next
+    // round is not of this second.
+    etag_ = round.result == round_result::unchanged ? reply.etag : "";
     announced_ = *digest;
     pending_.reset();
   }

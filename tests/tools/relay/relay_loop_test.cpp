@@ -152,8 +152,8 @@ TEST_F(RelayLoop, CountsRoundsAndBytes) {
   EXPECT_EQ(found.rounds, 3U);
   EXPECT_EQ(found.updates, 2U);
   EXPECT_EQ(found.bytes_saved, 10U);
-  EXPECT_EQ(found.bytes_received,
-            first.bytes_received + 12 + published(k_name).size() + published(checksum_name).size());
+  EXPECT_EQ(found.bytes_received, first.bytes_received + 12 + published(k_name).size() +
+                                      2 * published(checksum_name).size());
 }
 
 TEST_F(RelayLoop, FilesOfAnEarlierRoundOfTheSameUpdateAreNotSaved) {

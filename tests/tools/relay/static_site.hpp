@@ -100,6 +100,11 @@ class static_site {
   }
   [[nodiscard]] bool is_hanging() const { return is_hanging_; }
   void send_no_tags() { has_tags_ = false; }
+  // The same tag for all files, whatever they contain.
+  void send_tag(const std::string &tag) {
+    const std::scoped_lock guard(mutex_);
+    fixed_tag_ = tag;
+  }
 
  private:
   void respond(const httplib::Request &asked, httplib::Response &answer) {
@@ -115,13 +120,17 @@ class static_site {
     const std::scoped_lock guard(mutex_);
     requests_.push_back(asked.path + " " + std::to_string(answer.status));
   }
+  [[nodiscard]] std::string tag_of(const std::string &bytes) const {
+    const std::scoped_lock guard(mutex_);
+    return fixed_tag_.empty() ? '"' + sha256_hex(bytes).substr(0, 16) + '"' : fixed_tag_;
+  }
   void serve(const httplib::Request &asked, httplib::Response &answer) const {
     answer.status = 404;
     if (!exists(folder_ + asked.path)) {
       return;
     }
     const std::string bytes = read_bytes(folder_ + asked.path);
-    const std::string tag = '"' + sha256_hex(bytes).substr(0, 16) + '"';
+    const std::string tag = tag_of(bytes);
     if (has_tags_) {
       answer.set_header("ETag", tag);
     }
@@ -141,6 +150,7 @@ class static_site {
   std::atomic<bool> is_over_ = false;
   std::atomic<bool> is_hanging_ = false;
   std::atomic<bool> has_tags_ = true;
+  std::string fixed_tag_;
   mutable std::mutex mutex_;
   deviation deviation_;
   std::vector<std::string> requests_;
