@@ -49,7 +49,7 @@ start_line() {
   await "delay line" grep -q ready "$work/line.log"
 }
 
-cut() {
+disconnect() {
   [[ -n $line ]] || return 0
   kill "$line"
   wait "$line" || true
@@ -59,7 +59,7 @@ cut() {
 # connect ROUND_TRIP: links both sides; half of the round trip, in milliseconds, passes in each
 # direction.
 connect() {
-  cut
+  disconnect
   start_line $(($1 / 2))
   ip -n "$client_side" link set far netns "$server_side" name wire
   set_up "$server_side" "$server_mac" "$server_address" "$client_mac" "$client_address"
@@ -68,7 +68,7 @@ connect() {
 
 close_network() {
   local side
-  cut
+  disconnect
   for side in "$server_side" "$client_side"; do
     ip netns delete "$side" 2>/dev/null || true
   done

@@ -64,7 +64,8 @@ update() {
   after=$(settled_traffic)
   "expect_$who" >"$work/expect.log" 2>&1 || fail "$who: the result is not the new state"
   tail -n 1 "$work/update.log" | jq -c --argjson round_trip "$2" --arg before "$before" \
-    --arg after "$after" -f "$here/figures.jq" >>"$work/figures"
+    --arg after "$after" --argjson load "$(cut -d ' ' -f 1 /proc/loadavg)" \
+    -f "$here/figures.jq" >>"$work/figures"
 }
 
 # Keeps a copy of the first state for each contender.
@@ -80,10 +81,14 @@ fetch_first() {
 }
 
 describe_case() {
-  jq -cn --argjson files "$1" --argjson size "$2" --arg k "$(stat -c %s "$publication/$latest.k")" \
-    --arg archive "$(stat -c %s "$site/config.tar.gz")" \
-    '{case: {$files, $size, changed_bytes: ($files / 100 * $size), k_bytes: ($k | tonumber),
-             archive_bytes: ($archive | tonumber)}}'
+  local k_sent
+  k_sent=$(on_client curl -fsS "${tls[@]}" -H 'Accept-Encoding: gzip' -o "$work/k.log" \
+    -w '%{size_download}' "$secure_url/$latest.k")
+  jq -cn --argjson files "$1" --argjson size "$2" --argjson k_sent_bytes "$k_sent" \
+    --argjson k_bytes "$(stat -c %s "$publication/$latest.k")" \
+    --argjson archive_bytes "$(stat -c %s "$site/config.tar.gz")" \
+    '{case: {$files, $size, changed_bytes: ($files / 100 * $size), $k_bytes, $k_sent_bytes,
+             $archive_bytes}}'
 }
 
 # run_case FILES SIZE ROUNDS

@@ -35,8 +35,8 @@ def relay_over($figure; $case; $round_trip; $who):
      low: ($each | min), high: ($each | max)};
 
 # The same for what the relay has to fetch: the files that changed, and K.
-def relay_over_need($case; $round_trip):
-  ($case.changed_bytes + $case.k_bytes) as $need
+def relay_over_need($k_bytes; $case; $round_trip):
+  ($case.changed_bytes + $k_bytes) as $need
   | updates("relay"; $case; $round_trip) | map(.bytes / $need)
   | {ratio: median, low: min, high: max};
 
@@ -44,7 +44,10 @@ def aims_of($case; $round_trip):
   "\($case | files_of_size), \($round_trip) ms" as $where
   | best("bytes"; $case; $round_trip) as $smallest
   | best("wall"; $case; $round_trip) as $fastest
-  | (relay_over_need($case; $round_trip) | aim("bytes : changed files and K, \($where)"; 1.1)),
+  | (relay_over_need($case.k_bytes; $case; $round_trip)
+     | aim("bytes : changed files and K, \($where)"; 1.1)),
+    (relay_over_need($case.k_sent_bytes; $case; $round_trip)
+     | aim("bytes : changed files and K compressed with gzip, \($where)"; 1.1)),
     (relay_over("bytes"; $case; $round_trip; $smallest)
      | aim("bytes : bytes of \(tools[$smallest]), \($where)"; 1; true)),
     (select($round_trip > 0) | relay_over("wall"; $case; $round_trip; $fastest)
@@ -75,10 +78,16 @@ def change:
 
 def change_sizes:
   [change_cases[]
-   | [files_of_size, (.changed_bytes | grouped), (.k_bytes | grouped), (.archive_bytes | grouped)]]
-  | table("lrrr"; ["files", "changed files, bytes", "K, bytes", "complete archive, bytes"]);
+   | [files_of_size, (.changed_bytes, .k_bytes, .k_sent_bytes, .archive_bytes | grouped)]]
+  | table("lrrrr"; ["files", "changed files, bytes", "K, bytes", "K compressed with gzip, bytes",
+                    "complete archive, bytes"]);
 
-if $name == "change-machine" then map(select(.machine))[0] | machine
+# The rows of the machine, and its load.
+def change_machine:
+  (map(.load // empty) | "\(min | fixed(1)) to \(max | fixed(1))") as $load
+  | (map(select(.machine))[0] | machine), (["load average", $load] | line);
+
+if $name == "change-machine" then change_machine
 elif $name == "change-sizes" then change_sizes
 elif $name == "change-aims" then change_aims
 elif $name == "change" then change
