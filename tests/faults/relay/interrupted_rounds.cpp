@@ -169,10 +169,12 @@ class round_sweep {
     return result;
   }
 
-  // A file that cannot be opened counts as missing. A fault that lasts disturbs the connection too.
+  // A file that cannot be opened counts as missing, or as one with other bytes. A fault that lasts
+  // disturbs the connection too.
   static bool is_reason(const fault_kind &kind, const std::string &text) {
     return text.find(std::strerror(kind.error)) != std::string::npos ||
            text.find("a file of the publication is missing in") != std::string::npos ||
+           text.find("does not have the SHA-256 that K states") != std::string::npos ||
            (kind.lasts && text.find("cannot connect to") != std::string::npos);
   }
 
