@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "tests/faults/relay/misdeed.hpp"
+#include "tests/support/archive.hpp"
 
 namespace zot::test {
 namespace {
@@ -96,6 +97,13 @@ misdeeds long_bodies() {
   return all;
 }
 
+// A short body that is long when it is decompressed.
+const std::string &expanding_body() {
+  static const std::string body =
+      make_tar_gz({{.path = "long", .bytes = std::string(std::size_t{128} << 20, '7')}});
+  return body;
+}
+
 misdeeds other_bodies() {
   const std::string wrong_bytes = ": does not have the SHA-256 that K states";
   misdeeds all;
@@ -104,14 +112,23 @@ misdeeds other_bodies() {
           {.name = "other bytes of the same length"},
           [](const answer &good) { return send(good.head + std::string(good.body.size(), '7')); },
           unlike(wrong_bytes)));
+  add(all, at_each({.name = "compressed, with bytes that are not",
+                    .reason = ": the transfer failed: Error while processing content"},
+                   [](const answer &good) {
+                     return send(std::string(ok_line) +
+                                 "Content-Encoding: gzip\r\nContent-Length: " +
+                                 std::to_string(good.body.size()) + "\r\n\r\n\x1f\x8b" +
+                                 good.body.substr(2));
+                   },
+                   {{"GPB file", outcome::failing, wrong_bytes}}));
   add(all, at_each(
-               {.name = "compressed without being asked"},
-               [](const answer &good) {
+               {.name = "compressed, 128 MB in the end", .memory = std::size_t{110} << 20},
+               [](const answer &) {
+                 const std::string &bytes = expanding_body();
                  return send(std::string(ok_line) + "Content-Encoding: gzip\r\nContent-Length: " +
-                             std::to_string(good.body.size()) + "\r\n\r\n\x1f\x8b" +
-                             good.body.substr(2));
+                             std::to_string(bytes.size()) + "\r\n\r\n" + bytes);
                },
-               unlike(wrong_bytes)));
+               too_long(": has ")));
   add(all, at_each(
                {.name = "a page of a captive portal"},
                [](const answer &) {
