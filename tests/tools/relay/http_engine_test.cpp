@@ -123,7 +123,7 @@ TEST_F(HttpEngine, DoesNotTakeALowRateForSilence) {
   bytes_ = std::string(1500, 'x');
   zotconf::upstream_options limited = options();
   limited.limit_rate = 1000;
-  limited.silence = 500ms;
+  limited.silence = 900ms;
   upstream from(limited, never);
   const auto begin = steady::now();
   EXPECT_EQ(fetch(from, files(2)).end.wrong, "");
