@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <ostream>
-#include <ranges>
+#include <span>
 
 #include "tools/output/error_text.hpp"
 #include "tools/output/json.hpp"
@@ -12,6 +12,11 @@
 
 namespace zotconf {
 namespace {
+
+template <class T>
+std::span<const T> first_of(const std::vector<T> &all) {
+  return std::span(all).first(std::min(all.size(), most_listed));
+}
 
 void print_changes_of(const console &where, const fleet_report &report) {
   text_table table({{"INDEX"},
@@ -40,12 +45,12 @@ void print_fleet(const console &where, const fleet_report &report) {
 void set_lists(json_node root, const fleet_report &report) {
   root.set("left_out_total", report.left_out.size());
   json_node left_out = root.array("left_out");
-  for (const fs::path &path : report.left_out | std::views::take(most_listed)) {
+  for (const fs::path &path : first_of(report.left_out)) {
     left_out.append(path.string());
   }
   root.set("refused_total", report.refused.size());
   json_node refused = root.array("refused");
-  for (const refused_part &each : report.refused | std::views::take(most_listed)) {
+  for (const refused_part &each : first_of(report.refused)) {
     refused.append().set("index", stated(each.index)).set("reason", each.reason);
   }
 }
@@ -95,14 +100,14 @@ const char *fleet_report::result() const {
 void tell_fleet_problems(const console &where, const fleet_report &report) {
   const auto more = [](size_t count) { return "and " + std::to_string(count) + " more"; };
   if (!where.is_json()) {
-    for (const fs::path &path : report.left_out | std::views::take(most_listed)) {
+    for (const fs::path &path : first_of(report.left_out)) {
       where.err() << "zotconf: skipped: " << printable(path.string()) << '\n';
     }
     if (report.left_out.size() > most_listed) {
       where.err() << "zotconf: skipped: " << more(report.left_out.size() - most_listed) << '\n';
     }
   }
-  for (const refused_part &each : report.refused | std::views::take(most_listed)) {
+  for (const refused_part &each : first_of(report.refused)) {
     tell_error(where.err(), "refused: " + each.reason);
   }
   if (report.refused.size() > most_listed) {

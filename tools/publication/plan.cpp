@@ -25,8 +25,10 @@ std::vector<const published_file *> by_name(const std::vector<published_file> &f
   if (!std::ranges::is_sorted(sorted, {}, name_of)) {
     std::ranges::stable_sort(sorted, {}, name_of);
   }
-  const auto surplus = std::ranges::unique(sorted, {}, name_of);
-  sorted.erase(surplus.begin(), surplus.end());
+  const auto is_same_name = [](const published_file *one, const published_file *other) {
+    return name_of(one) == name_of(other);
+  };
+  sorted.erase(std::unique(sorted.begin(), sorted.end(), is_same_name), sorted.end());
   return sorted;
 }
 

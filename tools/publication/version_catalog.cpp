@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <ranges>
 #include <stdexcept>
 
 namespace zotconf {
@@ -44,7 +43,9 @@ void version_catalog::add(object_info &object, const published_file &file) {
 
 void version_catalog::list(object_info &object, const published_file &file) const {
   object.is_listed = true;
-  for (const uint64_t version : std::views::reverse(store_.versions_of(file))) {
+  std::vector<uint64_t> versions = store_.versions_of(file);
+  std::ranges::sort(versions);
+  for (const uint64_t version : versions) {
     object.highest = std::max(object.highest, version);
     const auto known = object.versions.find(version);
     const bool is_used = known != object.versions.end() && known->second.is_used;
