@@ -3,6 +3,7 @@
 #include "tools/model/names.hpp"
 #include "tools/output/duration.hpp"
 #include "tools/output/percentage.hpp"
+#include "tools/publication/fleet.hpp"
 #include "tools/publication/prune.hpp"
 #include "tools/publication/publish.hpp"
 #include "tools/publication/sign.hpp"
@@ -13,7 +14,7 @@ namespace {
 
 const command_text publish_text = {
     .name = "publish",
-    .summary = "Publish a folder as an element's configuration",
+    .summary = "Publish a folder as the configuration of an element or a fleet",
     .about =
         "SRC contains the files, <Category>/<key>; `zotconf categories` lists the categories.\n"
         "Names that begin with a dot or end in ~ or .swp are skipped. A file gets a new version\n"
@@ -22,12 +23,17 @@ const command_text publish_text = {
         "Refused are an SRC without files, an SRC that lacks more than half of the entries\n"
         "published before, and a PUB in SRC. A refused publication writes nothing, and neither\n"
         "does --dry-run.\n\n"
+        "With --fleet, DIR contains common/<Category>/<key>, the files of every element, and\n"
+        "elements/<INDEX>/<Category>/<key>, which replace or add files for one element. Each line\n"
+        "<Category>/<key> of elements/<INDEX>/removed removes a common file from it. Every folder\n"
+        "below elements is an element. If one is refused, none is published.\n\n"
         "With --sign-cert and --sign-key, a detached CMS signature is written next to K.",
     .examples =
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52\n"
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 --dry-run\n"
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 \\\n"
-        "    --sign-cert publisher.crt --sign-key publisher.key",
+        "    --sign-cert publisher.crt --sign-key publisher.key\n"
+        "zotconf publish --fleet fleet --out pub --cluster 7d0b6a52",
     .exits = {exit_success, exit_failure, exit_usage, exit_refused}};
 
 const command_text sign_text = {
@@ -89,7 +95,7 @@ struct prune_words {
 int run_publish_words(const publish_words &words, const console &where) {
   publish_options options = words.options;
   options.max_removed = parse_percentage(words.max_removed);
-  return run_publish(options, where);
+  return options.fleet.empty() ? run_publish(options, where) : run_fleet(options, where);
 }
 
 constexpr const char *no_grace = "0";
@@ -105,8 +111,10 @@ std::string check_grace(std::string_view text) {
 }
 
 void add_limits(CLI::App &command, publish_words &words) {
-  command.add_flag("--allow-empty", words.options.allow_empty,
-                   "publish an SRC without files, which removes all entries");
+  command
+      .add_flag("--allow-empty", words.options.allow_empty,
+                "publish an SRC without files, which removes all entries")
+      ->excludes(command.get_option("--fleet"));
   command
       .add_option(
           "--max-removed", words.max_removed,
@@ -130,18 +138,38 @@ void add_signing(CLI::App &command, fs::path &certificate, std::string &key, boo
   second->needs(first);
 }
 
+// Either SRC and --index, or --fleet.
+void add_what_to_publish(CLI::App &command, publish_options &options) {
+  CLI::Option *const source =
+      command.add_option("SRC", options.source, "folder with the files <Category>/<key>")
+          ->check(CLI::ExistingDirectory);
+  CLI::Option *const index = add_index(command, options.who.index);
+  CLI::Option *const fleet =
+      command
+          .add_option("--fleet", options.fleet,
+                      "folder with the files of many elements; instead of SRC and --index")
+          ->check(CLI::ExistingDirectory)
+          ->excludes(source)
+          ->excludes(index);
+  command.parse_complete_callback([source, index, fleet] {
+    if (fleet->empty() && source->empty()) {
+      throw CLI::RequiredError("SRC or --fleet");
+    }
+    if (fleet->empty() && index->empty()) {
+      throw CLI::RequiredError("--index");
+    }
+  });
+}
+
 void add_publish(command_line &line) {
   const auto words = std::make_shared<publish_words>();
   publish_options *const options = &words->options;
   options->who.subsys = "AP";
   CLI::App &command = line.add(publish_text, words, run_publish_words);
-  command.add_option("SRC", options->source, "folder with the files <Category>/<key>")
-      ->required()
-      ->check(CLI::ExistingDirectory);
+  add_what_to_publish(command, *options);
   command.add_option("--out", options->publication, "publication folder, created if missing")
       ->required();
   add_subsys(command, options->who.subsys);
-  add_index(command, options->who.index)->required();
   command.add_option("--cluster", options->cluster, "cluster ID, 1 to 36 characters")
       ->required()
       ->check(checked_by(check_cluster));

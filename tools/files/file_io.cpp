@@ -78,10 +78,13 @@ std::string read_file_text(const fs::path &path) {
   return read_file_at(file.get(), path.string());
 }
 
-void replace_file(const fs::path &path, std::string_view bytes, durability kept) {
+fs::path temporary_beside(const fs::path &path) {
   // The name is longer than any key, so it cannot be another entry's file.
-  const fs::path temporary =
-      path.parent_path() / ("." + sha256_text(path.filename().string()) + ".tmp");
+  return path.parent_path() / ("." + sha256_text(path.filename().string()) + ".tmp");
+}
+
+void write_beside(const fs::path &path, std::string_view bytes, durability kept) {
+  const fs::path temporary = temporary_beside(path);
   zot::descriptor file(
       ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
   if (!file.is_open()) {
@@ -92,7 +95,11 @@ void replace_file(const fs::path &path, std::string_view bytes, durability kept)
   if (!flushed || file.close() != 0) {
     throw_errno("cannot write " + temporary.string());
   }
-  fs::rename(temporary, path);
+}
+
+void replace_file(const fs::path &path, std::string_view bytes, durability kept) {
+  write_beside(path, bytes, kept);
+  fs::rename(temporary_beside(path), path);
 }
 
 zot::descriptor open_beneath(const fs::path &root, std::span<const std::string> parts) {

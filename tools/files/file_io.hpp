@@ -27,8 +27,11 @@ void write_all(int fd, std::string_view bytes, const std::string &name);
 
 enum class durability { buffered, flushed };
 
-// Writes a temporary file in the same folder and renames it over `path`. With durability::flushed,
-// it first flushes the bytes to the medium.
+// The temporary file that replaces `path` when it is renamed, in the same folder.
+fs::path temporary_beside(const fs::path &path);
+// Writes that file. With durability::flushed, it also flushes the bytes to the medium.
+void write_beside(const fs::path &path, std::string_view bytes, durability kept);
+// Writes the temporary file and renames it over `path`.
 void replace_file(const fs::path &path, std::string_view bytes, durability kept);
 
 // Opens the regular file root/part/part/… and follows no symbolic link below root. The result is

@@ -14,8 +14,9 @@ struct value_rule {
   std::string_view words;  // "@dir", "@file", "@categories", "@command", or the words themselves
 };
 
-constexpr std::array<value_rule, 20> value_rules = {{
+constexpr std::array<value_rule, 21> value_rules = {{
     {"--out", "@dir"},
+    {"--fleet", "@dir"},
     {"--dir", "@dir"},
     {"--apply", "@command"},
     {"--subsys", "AP CP DP"},

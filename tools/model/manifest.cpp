@@ -3,16 +3,22 @@
 
 #include <cjson/cJSON.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
+#include <string_view>
 
 #include "tools/model/names.hpp"
 #include "tools/output/json.hpp"
+#include "tools/output/plain_text.hpp"
 #include "utilities/owner.hpp"
 #include "zot_conf.h"
 
 namespace zotconf {
 namespace {
+
+constexpr std::string_view end_of_list = "]\n}\n";
 
 std::string text_member(const cJSON *object, const char *name) {
   const char *const text = cJSON_GetStringValue(cJSON_GetObjectItem(object, name));
@@ -21,6 +27,36 @@ std::string text_member(const cJSON *object, const char *name) {
 
 std::string path_of(const published_file &file) {
   return "/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version);
+}
+
+bool is_plain(char c) {
+  return c >= 0x20 && c <= 0x7e && c != '"' && c != '\\';
+}
+
+// A text as a JSON string, as cJSON prints it.
+std::string quoted(const std::string &text) {
+  if (std::ranges::all_of(text, is_plain)) {
+    return '"' + text + '"';
+  }
+  const zot::json_tree item(cJSON_CreateString(valid_utf8(text).c_str()));
+  const zot::c_text printed(cJSON_PrintUnformatted(item.get()));
+  if (printed == nullptr) {
+    throw std::bad_alloc();
+  }
+  return printed.get();
+}
+
+// One object of the list, as cJSON prints it there. A tree of 500 entries takes several times as
+// long, and a fleet has millions of entries.
+void add_entry(std::string &list, const published_file &file) {
+  list.append(list.empty() ? "{\n" : ", {\n")
+      .append("\t\t\t\"path\":\t")
+      .append(quoted(path_of(file)))
+      .append(",\n\t\t\t\"size\":\t")
+      .append(std::to_string(file.size))
+      .append(",\n\t\t\t\"checksum\":\t")
+      .append(quoted(file.checksum))
+      .append("\n\t\t}");
 }
 
 std::optional<published_file> parse_file(const cJSON *item, other_category others) {
@@ -75,11 +111,13 @@ std::string render_manifest(const manifest &content) {
         .set("index", content.who.index)
         .set("sequence", content.sequence);
   }
-  json_node list = root.array("gpbs");
+  root.array("gpbs");
+  std::string list;
   for (const published_file &file : content.files) {
-    list.append().set("path", path_of(file)).set("size", file.size).set("checksum", file.checksum);
+    add_entry(list, file);
   }
-  return document.text();
+  const std::string text = document.text();
+  return text.substr(0, text.size() - end_of_list.size()) + list + std::string(end_of_list);
 }
 
 std::optional<manifest> parse_manifest(const std::string &text, other_category others) {

@@ -44,8 +44,8 @@ std::string console::paint(std::string_view text, colour with) const {
   return std::string(code_of(with)).append(text).append(plain);
 }
 
-progress::progress(const console &where, std::string what, uint64_t total)
-    : where_(where), what_(std::move(what)), total_(total) {}
+progress::progress(const console &where, std::string what, uint64_t total, std::string items)
+    : where_(where), what_(std::move(what)), names_(std::move(items)), total_(total) {}
 
 progress::~progress() {
   clear();
@@ -73,12 +73,12 @@ void progress::draw(clock::time_point now) {
   if (total_ > 0) {
     where_.err() << " of " << total_;
   }
-  where_.err() << " files, ";
+  where_.err() << ' ' << names_ << ", ";
   if (bytes_ > 0) {
     where_.err() << human_bytes(bytes_) << ", ";
   }
-  where_.err() << static_cast<uint64_t>(static_cast<double>(items_) / seconds) << " files/s"
-               << std::flush;
+  where_.err() << static_cast<uint64_t>(static_cast<double>(items_) / seconds) << ' ' << names_
+               << "/s" << std::flush;
   drawn_ = now;
   visible_ = true;
 }

@@ -45,8 +45,8 @@ class console {
 // A progress line. Updated at most ten times a second and erased when the work is done.
 class progress {
  public:
-  // A total of 0 means unknown.
-  progress(const console &where, std::string what, uint64_t total);
+  // A total of 0 means unknown. `items` is what is counted.
+  progress(const console &where, std::string what, uint64_t total, std::string items = "files");
   progress(const progress &) = delete;
   progress &operator=(const progress &) = delete;
   ~progress();
@@ -63,6 +63,7 @@ class progress {
 
   const console &where_;
   std::string what_;
+  std::string names_;
   uint64_t total_;
   uint64_t items_ = 0;
   uint64_t bytes_ = 0;

@@ -2,10 +2,8 @@
 #include "tools/publication/plan.hpp"
 
 #include <algorithm>
-#include <limits>
-#include <map>
-#include <stdexcept>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "tools/publication/source_folder.hpp"
@@ -13,28 +11,60 @@
 namespace zotconf {
 namespace {
 
-using object_name = std::pair<std::string, std::string>;  // category, key
-
-std::map<object_name, published_file> by_name(const std::vector<published_file> &files) {
-  std::map<object_name, published_file> result;
-  for (const published_file &file : files) {
-    result.emplace(object_name(file.category_name, file.key), file);
-  }
-  return result;
+auto name_of(const published_file *file) {
+  return std::tie(file->category, file->key);
 }
 
-uint64_t choose_version(const publication_store &store, const published_file &file,
-                        uint64_t spent) {
-  const std::vector<uint64_t> versions = store.versions_of(file);
-  if (const auto same = store.find(file, versions)) {
-    return *same;
+// The files of a K by name; of two with one name, the first.
+std::vector<const published_file *> by_name(const std::vector<published_file> &files) {
+  std::vector<const published_file *> sorted;
+  sorted.reserve(files.size());
+  for (const published_file &file : files) {
+    sorted.push_back(&file);
   }
-  const uint64_t here = versions.empty() ? 0 : versions.front();
-  const uint64_t highest = std::max(here, spent);
-  if (highest == std::numeric_limits<uint64_t>::max()) {
-    throw std::runtime_error(file.category_name + "/" + file.key + ": no version number is left");
+  if (!std::ranges::is_sorted(sorted, {}, name_of)) {
+    std::ranges::stable_sort(sorted, {}, name_of);
   }
-  return highest + 1;
+  const auto is_same_name = [](const published_file *one, const published_file *other) {
+    return name_of(one) == name_of(other);
+  };
+  sorted.erase(std::unique(sorted.begin(), sorted.end(), is_same_name), sorted.end());
+  return sorted;
+}
+
+// Chooses the version of one file and notes what is to be written.
+void choose_version(version_catalog &catalog, const published_file *old, published_file &file,
+                    plan &result) {
+  // Counts the previous version too: its file may be missing.
+  const uint64_t known = old == nullptr ? 0 : old->version;
+  const bool is_same = old != nullptr && old->checksum == file.checksum;
+  file.version = is_same ? known : catalog.choose(file, known);
+  version_state state = catalog.use(file);
+  if (state == version_state::taken) {
+    file.version = catalog.choose(file, known);
+    state = catalog.use(file);
+  }
+  if (state != version_state::stored) {
+    ++result.written;
+  }
+  if (state == version_state::to_write) {
+    result.to_write.push_back(file);
+  }
+  if (is_same && file.version == known) {
+    ++result.same;
+    return;
+  }
+  result.changes.push_back(
+      {.before = old == nullptr ? std::nullopt : std::optional(*old), .after = file});
+}
+
+void add_removed(plan &result, std::vector<const published_file *> removed) {
+  std::ranges::sort(removed, {}, [](const published_file *file) {
+    return std::tie(file->category_name, file->key);
+  });
+  for (const published_file *const file : removed) {
+    result.changes.push_back({.before = *file, .after = std::nullopt});
+  }
 }
 
 }  // namespace
@@ -69,27 +99,23 @@ std::vector<published_file> plan::dropped() const {
   return result;
 }
 
-plan make_plan(const publication_store &store, const manifest &before, manifest next) {
-  plan result{.next = std::move(next), .changes = {}};
-  auto old_files = by_name(before.files);
+plan make_plan(version_catalog &catalog, const manifest &before, manifest next,
+               progress &compared) {
+  plan result{.next = std::move(next), .changes = {}, .to_write = {}};
+  const auto old_files = by_name(before.files);
   result.before = old_files.size();
-  const uint64_t spent = store.spent_version();
+  std::vector<const published_file *> removed;
+  auto old = old_files.begin();
   for (published_file &file : result.next.files) {
-    const auto old = old_files.extract(object_name(file.category_name, file.key));
-    if (!old.empty() && old.mapped().checksum == file.checksum) {
-      file.version = old.mapped().version;
-      ++result.same;
-      continue;
+    for (; old != old_files.end() && name_of(*old) < name_of(&file); ++old) {
+      removed.push_back(*old);
     }
-    // Counts the previous version too: its file may be missing.
-    const uint64_t known = old.empty() ? 0 : old.mapped().version;
-    file.version = choose_version(store, file, std::max(spent, known));
-    result.changes.push_back(
-        {.before = old.empty() ? std::nullopt : std::optional(old.mapped()), .after = file});
+    const bool is_there = old != old_files.end() && name_of(*old) == name_of(&file);
+    choose_version(catalog, is_there ? *old++ : nullptr, file, result);
+    compared.advance(file.size);
   }
-  for (const auto &[name, file] : old_files) {
-    result.changes.push_back({.before = file, .after = std::nullopt});
-  }
+  removed.insert(removed.end(), old, old_files.end());
+  add_removed(result, std::move(removed));
   return result;
 }
 

@@ -10,7 +10,8 @@
 
 #include "tools/files/file_io.hpp"
 #include "tools/model/manifest.hpp"
-#include "tools/publication/publication_store.hpp"
+#include "tools/output/console.hpp"
+#include "tools/publication/version_catalog.hpp"
 
 namespace zotconf {
 
@@ -32,7 +33,9 @@ struct plan {
   std::vector<entry_change> changes;
   size_t before = 0;   // entries of the previous K
   size_t same = 0;     // unchanged entries
-  size_t written = 0;  // files that did not exist
+  size_t written = 0;  // files that the publication folder lacks
+  // Those of them that no plan of the same catalog has named before.
+  std::vector<published_file> to_write;
 
   [[nodiscard]] size_t count(std::string_view name) const;
   // The entries of the previous K whose files the next K does not name.
@@ -40,8 +43,9 @@ struct plan {
 };
 
 // Gives each file of `next` its version: the previous one when the bytes are the same, else a
-// stored version with these bytes (of any element), else a version that was never used.
-plan make_plan(const publication_store &store, const manifest &before, manifest next);
+// stored version with these bytes (of any element), else a version that was never used. The files
+// of `next` are sorted by category and key.
+plan make_plan(version_catalog &catalog, const manifest &before, manifest next, progress &compared);
 
 // Throws a refusal when more than `share` percent of the entries would be removed. This protects
 // the element against a source folder that has lost its files by mistake.

@@ -133,24 +133,19 @@ std::vector<uint64_t> publication_store::versions_of(const published_file &file)
   return versions;
 }
 
-// Reads only files of the right size.
-std::optional<uint64_t> publication_store::find(const published_file &file,
-                                                const std::vector<uint64_t> &versions) const {
-  const fs::path folder = object_folder(file);
-  for (const uint64_t version : versions) {
-    const fs::path path = folder / std::to_string(version);
-    const zot::descriptor candidate = open_regular(path, file.size);
-    if (candidate.is_open() &&
-        sha256_text(read_file_at(candidate.get(), path.string())) == file.checksum) {
-      return version;
-    }
+std::optional<uint64_t> publication_store::size_of(const published_file &file) const {
+  const fs::path path = object_folder(file) / std::to_string(file.version);
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    return std::nullopt;
   }
-  return std::nullopt;
+  return static_cast<uint64_t>(info.st_size);
 }
 
-// A publication is what repairs a damaged file, so its bytes are read and not only its size.
-bool publication_store::holds(const published_file &file) const {
-  return find(file, {file.version}).has_value();
+std::string publication_store::checksum_of(const published_file &file) const {
+  const fs::path path = object_folder(file) / std::to_string(file.version);
+  const zot::descriptor stored = open_regular(path, file.size);
+  return stored.is_open() ? sha256_text(read_file_at(stored.get(), path.string())) : "";
 }
 
 void publication_store::write(const published_file &file, std::string_view bytes) const {
@@ -159,7 +154,6 @@ void publication_store::write(const published_file &file, std::string_view bytes
   replace_file(folder / std::to_string(file.version), bytes, durability::buffered);
 }
 
-// Flushes the data and also the names of new files and folders.
 void publication_store::flush() const {
   if (::syncfs(lock_.get()) != 0) {
     throw_errno("cannot flush " + root_.string());
@@ -193,25 +187,6 @@ bool publication_store::stamp(const published_file &file) const {
 
 void publication_store::write_signature(const element &who, const std::string &signature) const {
   replace_file(latest_file(root_, who, ".k.p7s"), signature, durability::flushed);
-}
-
-size_t publication_store::announce(const element &who, const std::string &k,
-                                   const std::optional<std::string> &signature,
-                                   const std::vector<published_file> &dropped) const {
-  const fs::path path = latest_file(root_, who, ".k");
-  fs::create_directories(path.parent_path());
-  flush();
-  const auto not_stamped =
-      std::ranges::count_if(dropped, [this](const auto &file) { return !stamp(file); });
-  if (signature) {
-    write_signature(who, *signature);
-  } else {
-    fs::remove(latest_file(root_, who, ".k.p7s"));
-  }
-  replace_file(path, k, durability::flushed);
-  replace_file(latest_file(root_, who, ".checksum"), sha256_text(k) + "\n", durability::flushed);
-  flush();
-  return static_cast<size_t>(not_stamped);
 }
 
 zot::descriptor publication_store::open_member(const std::vector<std::string> &parts) const {

@@ -53,10 +53,10 @@ class publication_store : public served_files {
 
   // The stored versions of an object, highest first.
   [[nodiscard]] std::vector<uint64_t> versions_of(const published_file &file) const;
-  // The first of these versions whose file has the size and the checksum of `file`.
-  [[nodiscard]] std::optional<uint64_t> find(const published_file &file,
-                                             const std::vector<uint64_t> &versions) const;
-  [[nodiscard]] bool holds(const published_file &file) const;
+  // The size of this version; nullopt if it is not a regular file.
+  [[nodiscard]] std::optional<uint64_t> size_of(const published_file &file) const;
+  // The checksum of this version's bytes; empty if it is not a regular file of this size.
+  [[nodiscard]] std::string checksum_of(const published_file &file) const;
   void write(const published_file &file, std::string_view bytes) const;
 
   // Versions up to this one must not be used for new bytes, even when their files do not exist.
@@ -64,24 +64,22 @@ class publication_store : public served_files {
   // Raises spent_version(). It is on the medium when this returns.
   void spend(uint64_t version) const;
 
-  // Makes a K the latest of an element. Writes to the medium in this order: the files, the
-  // signature, K, the checksum file. Without a signature, it removes that of the previous K. Just
-  // before, it sets the time of the dropped files to now, because a reader of the previous K may
-  // still request them. Returns how many of them it could not set.
-  [[nodiscard]] size_t announce(const element &who, const std::string &k,
-                                const std::optional<std::string> &signature,
-                                const std::vector<published_file> &dropped) const;
+  // Sets the time of a file that K no longer lists to now, because a reader of the previous K may
+  // still request it. Returns whether the file has this time or does not exist.
+  [[nodiscard]] bool stamp(const published_file &file) const;
   // Puts a signature beside the K that is there.
   void write_signature(const element &who, const std::string &signature) const;
 
+  // Flushes everything that was written to the folder to the medium, the names too.
+  void flush() const;
+
+  [[nodiscard]] const fs::path &root() const { return root_; }
   [[nodiscard]] zot::descriptor open_member(const std::vector<std::string> &parts) const override;
 
  private:
   [[nodiscard]] fs::path object_folder(const published_file &file) const;
   [[nodiscard]] std::optional<std::string> read_latest(const element &who,
                                                        const std::string &suffix) const;
-  [[nodiscard]] bool stamp(const published_file &file) const;
-  void flush() const;
 
   fs::path root_;
   zot::descriptor lock_{-1};

@@ -2,9 +2,7 @@
 #include "tools/publication/publish.hpp"
 
 #include <algorithm>
-#include <ctime>
 #include <ostream>
-#include <stdexcept>
 #include <utility>
 
 #include "tools/output/error_text.hpp"
@@ -12,6 +10,8 @@
 #include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
 #include "tools/output/text_table.hpp"
+#include "tools/publication/announcement.hpp"
+#include "tools/publication/element_update.hpp"
 #include "tools/publication/plan.hpp"
 #include "tools/publication/publication_store.hpp"
 #include "tools/publication/signature.hpp"
@@ -20,25 +20,11 @@
 namespace zotconf {
 namespace {
 
-void copy_file(const publication_store &store, const fs::path &source, const published_file &file) {
-  const fs::path path = source / file.category_name / file.key;
-  const std::string bytes = read_file_text(path);
-  if (bytes.size() != file.size || sha256_text(bytes) != file.checksum) {
-    throw std::runtime_error(path.string() + ": changed while it was published");
-  }
-  store.write(file, bytes);
-}
-
-void write_files(const publication_store &store, const publish_options &options, plan &planned,
-                 const console &where) {
-  progress written(where, "writing", planned.next.files.size());
-  for (const published_file &file : planned.next.files) {
-    if (!store.holds(file)) {
-      ++planned.written;
-      if (!options.dry_run) {
-        copy_file(store, options.source, file);
-      }
-    }
+void write_files(const publication_store &store, const publish_options &options,
+                 const plan &planned, const console &where) {
+  progress written(where, "writing", planned.to_write.size());
+  for (const published_file &file : planned.to_write) {
+    copy_source(store, options.source, file);
     written.advance(file.size);
   }
 }
@@ -112,75 +98,47 @@ void write_summary(const console &where, const outcome &done, const plan &planne
   where.out() << document.text();
 }
 
-// The latest K; empty when it is missing or damaged.
-manifest read_previous(const publication_store &store, const element &who, std::ostream &err) {
-  const auto text = store.read_k(who);
-  if (!text) {
-    return {};
-  }
-  auto content = parse_manifest(*text);
-  if (!content) {
-    tell_warning(err, "the previous K of " + who.index + " is damaged and is replaced");
-    return {};
-  }
-  return std::move(*content);
-}
-
-std::optional<signer> signer_of(const publish_options &options) {
-  return options.sign_certificate.empty()
-             ? std::nullopt
-             : std::optional<signer>(std::in_place, options.sign_certificate, options.sign_key);
-}
-
-std::string render_for(const element &who, uint64_t sequence, manifest next) {
-  next.who = who;
-  next.sequence = sequence;
-  return render_manifest(next);
-}
-
-// Above the one before, and above all of an element's past where its K was lost.
-uint64_t sequence_after(uint64_t before) {
-  return std::max(before + 1, static_cast<uint64_t>(std::max<std::time_t>(std::time(nullptr), 1)));
-}
-
-bool is_announced(const publication_store &store, const element &who, const std::string &k) {
-  return store.read_k(who) == k && store.read_checksum(who) == sha256_text(k) + "\n";
-}
-
 void announce(const publication_store &store, const element &who, const plan &planned,
-              const std::string &k, const std::optional<signer> &signs, std::ostream &err) {
-  if (!signs && store.read_signature(who)) {
-    tell_warning(err, "the previous K of " + who.index + " was signed, the new one is not",
+              const element_update &update, const signer *signs, const console &where) {
+  if (signs == nullptr && store.read_signature(who)) {
+    tell_warning(where.err(), "the previous K of " + who.index + " was signed, the new one is not",
                  "zotconf sign --help");
   }
-  const auto signature = signs ? std::optional(signs->sign(k)) : std::nullopt;
-  if (const size_t unmarked = store.announce(who, k, signature, planned.dropped()); unmarked > 0) {
-    tell_warning(err, std::to_string(unmarked) +
-                          " files that K no longer lists belong to another user: prune may remove "
-                          "them before their grace period ends");
+  const std::string k = render_for(who, update.sequence, planned.next);
+  announcement next(store);
+  next.add(who, k, signs == nullptr ? std::nullopt : std::optional(signs->sign(k)));
+  progress announced(where, "announcing", 1, "elements");
+  if (const size_t unmarked = next.finish(planned.dropped(), announced); unmarked > 0) {
+    tell_warning(where.err(),
+                 std::to_string(unmarked) +
+                     " files that K no longer lists belong to another user: prune may remove "
+                     "them before their grace period ends");
   }
 }
 
-// The same content keeps its K, for another text is another configuration to an element. Only a K
-// without a sequence cannot be signed as it is.
-outcome settle(const publication_store &store, const element &who, const manifest &previous,
-               const plan &planned, const publish_options &options,
-               const std::optional<signer> &signs, std::ostream &err) {
-  const std::string same = render_for(who, previous.sequence, planned.next);
-  const bool may_stay = !signs || previous.sequence != 0;
-  if (planned.written > 0 || !may_stay || !is_announced(store, who, same)) {
-    if (!options.dry_run) {
-      announce(store, who, planned,
-               render_for(who, sequence_after(previous.sequence), planned.next), signs, err);
-    }
-    return {.result = options.dry_run ? "would publish" : "published",
-            .is_signed = signs.has_value()};
+void sign_again(const publication_store &store, const element &who, const previous_k &previous,
+                const signer &signs) {
+  store.write_signature(who, signs.sign(previous.text));
+}
+
+outcome settle(const publication_store &store, const element &who, const previous_k &previous,
+               const plan &planned, const publish_options &options, const signer *signs,
+               const console &where) {
+  const element_update update = update_of(store, who, previous, planned, signs);
+  outcome done{.result = "unchanged", .is_signed = update.is_signed};
+  if (update.action == k_action::announce) {
+    done.result = options.dry_run ? "would publish" : "published";
   }
-  const auto signature = store.read_signature(who);
-  if (signs && !options.dry_run && !(signature && signs->has_signed(same, *signature))) {
-    store.write_signature(who, signs->sign(same));
+  if (options.dry_run) {
+    return done;
   }
-  return {.result = "unchanged", .is_signed = signs || signature};
+  write_files(store, options, planned, where);
+  if (update.action == k_action::announce) {
+    announce(store, who, planned, update, signs, where);
+  } else if (update.action == k_action::sign) {
+    sign_again(store, who, previous, *signs);
+  }
+  return done;
 }
 
 // An element compares the version of a file only within one cluster.
@@ -194,7 +152,9 @@ void warn_of_other_cluster(const manifest &previous, const publish_options &opti
 
 source_files read_source(const publish_options &options, const console &where) {
   check_apart(options.source, options.publication);
-  source_files source = scan_source(options.source, where);
+  progress read(where, "reading", 0);
+  source_files source = scan_source(options.source, read);
+  read.clear();
   for (const fs::path &path : source.left_out) {
     if (!where.is_json()) {
       where.err() << "zotconf: skipped: " << printable(path.string()) << '\n';
@@ -208,23 +168,32 @@ source_files read_source(const publish_options &options, const console &where) {
   return source;
 }
 
+plan plan_for(const publication_store &store, const previous_k &previous,
+              const publish_options &options, std::vector<published_file> files,
+              const console &where) {
+  version_catalog catalog(store);
+  progress compared(where, "comparing", files.size());
+  plan planned =
+      make_plan(catalog, previous.content, next_manifest(options, std::move(files)), compared);
+  check_removals(planned, options.max_removed.value_or(planned.next.files.empty() ? 100 : 50),
+                 options.source);
+  return planned;
+}
+
 void publish(const publish_options &options, const console &where) {
   const element who{.subsys = options.who.subsys, .index = upper_case(options.who.index)};
   const std::optional<signer> signs = signer_of(options);
   source_files source = read_source(options, where);
   publication_store store(options.publication);
   options.dry_run ? store.lock_to_read() : store.lock();
-  const manifest previous = read_previous(store, who, where.err());
-  warn_of_other_cluster(previous, options, where.err());
-  plan planned = make_plan(store, previous,
-                           {.cluster = options.cluster,
-                            .config_id = options.config_id,
-                            .firmware = options.firmware,
-                            .files = std::move(source.files)});
-  check_removals(planned, options.max_removed.value_or(planned.next.files.empty() ? 100 : 50),
-                 options.source);
-  write_files(store, options, planned, where);
-  const outcome done = settle(store, who, previous, planned, options, signs, where.err());
+  const previous_k previous = read_previous(store, who);
+  if (previous.is_damaged) {
+    tell_warning(where.err(), "the previous K of " + who.index + " is damaged and is replaced");
+  }
+  warn_of_other_cluster(previous.content, options, where.err());
+  const plan planned = plan_for(store, previous, options, std::move(source.files), where);
+  const outcome done =
+      settle(store, who, previous, planned, options, signs ? &*signs : nullptr, where);
   if (where.is_json()) {
     return write_summary(where, done, planned, source.left_out, options.dry_run);
   }
@@ -235,6 +204,19 @@ void publish(const publish_options &options, const console &where) {
 }
 
 }  // namespace
+
+std::optional<signer> signer_of(const publish_options &options) {
+  return options.sign_certificate.empty()
+             ? std::nullopt
+             : std::optional<signer>(std::in_place, options.sign_certificate, options.sign_key);
+}
+
+manifest next_manifest(const publish_options &options, std::vector<published_file> files) {
+  return {.cluster = options.cluster,
+          .config_id = options.config_id,
+          .firmware = options.firmware,
+          .files = std::move(files)};
+}
 
 int run_publish(const publish_options &options, const console &where) {
   try {

@@ -4,15 +4,19 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/files/file_io.hpp"
+#include "tools/model/manifest.hpp"
 #include "tools/model/names.hpp"
 #include "tools/output/console.hpp"
+#include "tools/publication/signature.hpp"
 
 namespace zotconf {
 
 struct publish_options {
   fs::path source;  // contains <Category>/<key>
+  fs::path fleet;   // contains common and elements; empty: one element is published
   fs::path publication;
   element who;
   std::string cluster;
@@ -26,6 +30,11 @@ struct publish_options {
   fs::path sign_certificate;  // empty: K is not signed
   std::string sign_key;       // a file, or a URI of a key
 };
+
+// Empty if K is not to be signed. Throws std::runtime_error if the certificate or key is unusable.
+std::optional<signer> signer_of(const publish_options &options);
+// The next K, without its element and sequence.
+manifest next_manifest(const publish_options &options, std::vector<published_file> files);
 
 // A refused publication and a dry run write no files. Returns an exit status. Throws std::exception
 // when files cannot be read or written.

@@ -3,19 +3,13 @@
 
 #include <algorithm>
 #include <limits>
-#include <tuple>
+#include <stdexcept>
 
 #include "tools/model/names.hpp"
 #include "zot_conf.h"
 
 namespace zotconf {
 namespace {
-
-// Whether a file is a backup, a hidden file or an editor's swap file.
-bool is_left_out(const fs::path &path) {
-  const std::string name = path.filename().string();
-  return name.starts_with('.') || name.ends_with('~') || name.ends_with(".swp");
-}
 
 std::vector<fs::path> sorted_entries(const fs::path &folder, std::vector<fs::path> &left_out) {
   std::vector<fs::path> entries;
@@ -93,20 +87,36 @@ bool is_within(const fs::path &path, const fs::path &folder) {
 
 }  // namespace
 
-source_files scan_source(const fs::path &source, const console &where) {
+bool is_left_out(const fs::path &path) {
+  const std::string name = path.filename().string();
+  return name.starts_with('.') || name.ends_with('~') || name.ends_with(".swp");
+}
+
+source_files scan_source(const fs::path &source, progress &read, std::string_view besides) {
   source_files found;
-  progress read(where, "reading", 0);
   for (const fs::path &folder : sorted_entries(source, found.left_out)) {
+    if (folder.filename() == besides) {
+      continue;
+    }
     const int32_t category = category_of(folder);
     for (const fs::path &path : sorted_entries(folder, found.left_out)) {
       found.files.push_back(scan_file(path, category));
       read.advance(found.files.back().size);
     }
   }
-  std::ranges::sort(found.files, {},
-                    [](const published_file &file) { return std::tie(file.category, file.key); });
+  std::ranges::sort(found.files, {}, source_order);
   std::ranges::sort(found.left_out);
   return found;
+}
+
+void copy_source(const publication_store &store, const fs::path &source,
+                 const published_file &file) {
+  const fs::path path = source / file.category_name / file.key;
+  const std::string bytes = read_file_text(path);
+  if (bytes.size() != file.size || sha256_text(bytes) != file.checksum) {
+    throw std::runtime_error(path.string() + ": changed while it was published");
+  }
+  store.write(file, bytes);
 }
 
 void check_apart(const fs::path &source, const fs::path &publication) {

@@ -3,12 +3,15 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "tools/files/file_io.hpp"
 #include "tools/model/manifest.hpp"
 #include "tools/output/console.hpp"
 #include "tools/output/error_text.hpp"
+#include "tools/publication/publication_store.hpp"
 
 namespace zotconf {
 
@@ -25,8 +28,21 @@ struct source_files {
   std::vector<fs::path> left_out;     // skipped files of editors and version control
 };
 
-// Throws a refusal for a file that cannot be part of a configuration.
-source_files scan_source(const fs::path &source, const console &where);
+// Throws a refusal for a file that cannot be part of a configuration. `besides` names a file that
+// is beside the categories and part of none.
+source_files scan_source(const fs::path &source, progress &read, std::string_view besides = "");
+
+// Whether a name is that of a backup, a hidden file or an editor's swap file.
+bool is_left_out(const fs::path &path);
+
+// The files must be sorted by this.
+inline auto source_order(const published_file &file) {
+  return std::tie(file.category, file.key);
+}
+
+// Copies a file to the publication folder. Throws if its bytes changed since it was scanned.
+void copy_source(const publication_store &store, const fs::path &source,
+                 const published_file &file);
 
 // Throws a refusal when a publication into this folder would write into the source, or when the
 // source is part of the publication. Follows links.

@@ -128,8 +128,8 @@ void check_signature(const keyring &trusted, const std::string &k,
 
 }  // namespace
 
-judgement judge(const acceptance &rules, const std::string &k, const std::string &digest,
-                const std::optional<std::string> &signature, const accepted_before &before) {
+judgement judge_offer(const acceptance &rules, const std::string &k, const std::string &digest,
+                      const std::optional<std::string> &signature, const accepted_before &before) {
   judgement made;
   if (rules.trusted != nullptr) {
     check_signature(*rules.trusted, k, signature,

@@ -36,7 +36,7 @@ struct judgement {
 constexpr uint64_t longest_k = uint64_t{64} << 20;
 
 // `digest` is the SHA-256 of `k`. The signature is checked before the content of K is looked at.
-judgement judge(const acceptance &rules, const std::string &k, const std::string &digest,
-                const std::optional<std::string> &signature, const accepted_before &before);
+judgement judge_offer(const acceptance &rules, const std::string &k, const std::string &digest,
+                      const std::optional<std::string> &signature, const accepted_before &before);
 
 }  // namespace zotconf

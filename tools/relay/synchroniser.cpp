@@ -245,7 +245,7 @@ sync_round synchroniser::update(const std::string &digest) {
   }
   const accepted_before before{
       .sequence = store_.last_sequence(), .digest = store_.last_digest(), .signed_at = signed_at_};
-  judgement made = judge(rules_, pending_->k, digest, signature, before);
+  judgement made = judge_offer(rules_, pending_->k, digest, signature, before);
   if (!made.wrong.empty()) {
     return refused(made.wrong);
   }

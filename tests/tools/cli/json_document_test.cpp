@@ -73,10 +73,15 @@ class JsonDocument : public CachedElement {
 };
 
 TEST_F(JsonDocument, TellsEveryKeyOfEveryCommand) {
+  write_bytes(dir_ / "fleet/elements/0A/Wlan/a", "a");
+  write_bytes(dir_ / "bad/elements/0A/Wlan/a", "");
   const std::vector<std::vector<std::string>> commands = {
       {"publish", dir_ / "source", "--out", dir_ / "other", "--index", "x", "--cluster", "c"},
       {"publish", dir_ / "source", "--out", dir_ / "another", "--index", "x", "--cluster", "c",
        "--dry-run"},
+      {"publish", "--fleet", dir_ / "fleet", "--out", dir_ / "third", "--cluster", "c",
+       "--dry-run"},
+      {"publish", "--fleet", dir_ / "bad", "--out", dir_ / "third", "--cluster", "c"},
       {"prune", dir_ / "pub", "--grace", "0", "--dry-run"},
       {"status"},
       {"verify"},

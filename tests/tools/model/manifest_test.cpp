@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/model/manifest.hpp"
 
+#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
+
+#include "utilities/owner.hpp"
 
 namespace zotconf {
 namespace {
@@ -34,6 +37,26 @@ TEST(RenderManifest, WritesTheSameTextAsEver) {
 TEST(RenderManifest, SaysNothingOfWhatIsEmpty) {
   EXPECT_EQ(render_manifest({.cluster = "c", .config_id = "", .firmware = "", .files = {}}),
             "{\n\t\"clusterId\":\t\"c\",\n\t\"gpbs\":\t[]\n}\n");
+}
+
+TEST(RenderManifest, EscapesNamesAsAJsonLibraryDoes) {
+  manifest content{.cluster = "c", .config_id = "", .firmware = "", .files = {}};
+  for (const std::string key : {"with \"quotes\"", "back\\slash",
+                                "k\xc3\xbc"
+                                "che",
+                                "tab\t", "\x7f"}) {
+    content.files.push_back({.category = 0,
+                             .category_name = "Wlan",
+                             .key = key,
+                             .version = 1,
+                             .size = 2,
+                             .checksum = "ab"});
+  }
+  const std::string text = render_manifest(content);
+  const zot::json_tree tree(cJSON_Parse(text.c_str()));
+  const zot::c_text printed(cJSON_Print(tree.get()));
+  EXPECT_EQ(text, std::string(printed.get()) + "\n");
+  EXPECT_EQ(parse_manifest(text).value().files[1].key, "back\\slash");
 }
 
 std::string k_with_path(const std::string &path) {

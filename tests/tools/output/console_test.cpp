@@ -62,5 +62,16 @@ TEST(Progress, TellsCountsBytesAndRateAndLeavesNothing) {
   EXPECT_EQ(out.str(), "");
 }
 
+TEST(Progress, NamesWhatItCounts) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const console where(out, err, {.progress = true});
+  progress work(where, "planning", 2, "elements");
+  std::this_thread::sleep_for(std::chrono::milliseconds(120));
+  work.advance();
+  EXPECT_EQ(err.str().find("\r\x1b[Kplanning 1 of 2 elements, "), 0U);
+  EXPECT_NE(err.str().find(" elements/s"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace zotconf

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tests/support/files.hpp"
 
 namespace zotconf {
@@ -37,10 +39,6 @@ class PublicationStore : public testing::Test {
   void put_version(const std::string &version, const std::string &bytes) const {
     zot::test::write_bytes(dir_ / ("config/Wlan/a/" + version), bytes);
   }
-  [[nodiscard]] std::optional<uint64_t> find(const std::string &bytes) const {
-    return store_.find(file_of(bytes), store_.versions_of(file_of(bytes)));
-  }
-
   zot::test::temp_dir dir_;
   publication_store store_{dir_.path()};
 };
@@ -53,14 +51,26 @@ TEST_F(PublicationStore, TellsVersionsHighestFirst) {
   EXPECT_EQ(store_.versions_of(file_of("x")), (std::vector<uint64_t>{10, 9, 2}));
 }
 
-TEST_F(PublicationStore, FindsTheHighestVersionWithTheseBytes) {
-  put_version("1", "one");
-  put_version("2", "two");
+TEST_F(PublicationStore, TellsSizeAndChecksumOfARegularFile) {
   put_version("3", "one");
-  put_version("4", "longer");
-  EXPECT_EQ(find("one"), 3U);
-  EXPECT_EQ(find("two"), 2U);
-  EXPECT_FALSE(find("six"));
+  published_file file = file_of("one");
+  file.version = 3;
+  EXPECT_EQ(store_.size_of(file), 3U);
+  EXPECT_EQ(store_.checksum_of(file), sha256_text("one"));
+  file.size = 4;
+  EXPECT_EQ(store_.checksum_of(file), "") << "another size";
+}
+
+TEST_F(PublicationStore, TakesNoLinkForAFile) {
+  put_version("3", "one");
+  std::filesystem::create_symlink("3", dir_ / "config/Wlan/a/4");
+  published_file file = file_of("one");
+  file.version = 4;
+  EXPECT_FALSE(store_.size_of(file));
+  EXPECT_EQ(store_.checksum_of(file), "");
+  file.version = 5;
+  EXPECT_FALSE(store_.size_of(file));
+  EXPECT_EQ(store_.checksum_of(file), "");
 }
 
 TEST_F(PublicationStore, RaisesTheSpentVersionOnly) {

@@ -40,7 +40,7 @@ std::string k_with_sequence(uint64_t sequence) {
 const acceptance unsigned_rules = {.who = {"AP", "001122334455"}};
 
 judgement judge_unsigned(const std::string &k, const accepted_before &before = {}) {
-  return judge(unsigned_rules, k, digest, std::nullopt, before);
+  return judge_offer(unsigned_rules, k, digest, std::nullopt, before);
 }
 
 std::string why_not(const std::string &k, const accepted_before &before = {}) {
@@ -222,8 +222,8 @@ class SignedAcceptance : public testing::Test {
                                        const std::optional<std::string> &signature,
                                        const accepted_before &before = {}) const {
     const keyring trusted(authority_.certificate());
-    return judge({.who = {"AP", "001122334455"}, .trusted = &trusted}, k, digest, signature,
-                 before);
+    return judge_offer({.who = {"AP", "001122334455"}, .trusted = &trusted}, k, digest, signature,
+                       before);
   }
 
   zot::test::authority authority_;
@@ -255,8 +255,8 @@ TEST_F(SignedAcceptance, RefusesASignatureOfOneWhoIsNotTrusted) {
   const std::string k = k_with_sequence(7);
   const zot::test::authority stranger;
   const keyring trusted(stranger.certificate());
-  const judgement made =
-      judge({.who = {"AP", "001122334455"}, .trusted = &trusted}, k, digest, signature_of(k), {});
+  const judgement made = judge_offer({.who = {"AP", "001122334455"}, .trusted = &trusted}, k,
+                                     digest, signature_of(k), {});
   EXPECT_NE(made.wrong, "");
   EXPECT_EQ(made.signer, "");
 }
