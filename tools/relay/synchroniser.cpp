@@ -15,6 +15,9 @@
 namespace zotconf {
 namespace {
 
+// A server may make the tag from the time and the size of a file, and a copy of a folder may have
+// the same times for all files. So the checksum itself is requested now and then.
+constexpr unsigned most_conditional_rounds = 9;
 constexpr uint64_t longest_checksum_file = 1024;
 constexpr uint64_t longest_signature = uint64_t{64} << 10;
 
@@ -98,7 +101,8 @@ bool synchroniser::is_in_service(const std::string &digest) const {
 
 sync_round synchroniser::run() {
   const std::string path = path_of_latest(rules_.who, ".checksum");
-  const bool may_stay = !etag_.empty() && is_in_service(announced_);
+  const bool may_stay = !etag_.empty() && is_in_service(announced_) &&
+                        ++conditional_rounds_ <= most_conditional_rounds;
   const upstream_reply reply =
       server_.get(path, longest_checksum_file, may_stay ? etag_ : std::string());
   if (may_stay && reply.wrong.empty() && reply.status == 304) {
@@ -121,6 +125,7 @@ sync_round synchroniser::run() {
     // round is not of this second.
     etag_ = round.result == round_result::unchanged ? reply.etag : "";
     announced_ = *digest;
+    conditional_rounds_ = 0;
     pending_.reset();
   }
   return round;

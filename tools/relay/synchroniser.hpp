@@ -79,6 +79,7 @@ class synchroniser {
   relay_store &store_;
   std::string etag_;       // of the checksum of the publication in service; empty: not known
   std::string announced_;  // that checksum
+  unsigned conditional_rounds_ = 0;  // since the checksum itself was received
   std::optional<pending_k> pending_;
   bool is_verified_ = true;  // the publication in service was judged by these rules
   std::string signer_;

@@ -77,6 +77,19 @@ TEST_F(Synchroniser, APublicationInTheSecondOfTheOneBeforeIsNotMissed) {
   expect_round(round_result::updated);
 }
 
+TEST_F(Synchroniser, APublicationWithTheSameTagIsFoundAfterAFewRounds) {
+  site_.send_tag("\"1\"");
+  ASSERT_EQ(round().result, round_result::updated);
+  expect_round(round_result::unchanged);
+  put("Wlan/a", "ssid=b");
+  publish_source();
+  for (int times = 0; times < 9; ++times) {
+    expect_round(round_result::unchanged);
+    EXPECT_EQ(site_.requests(), std::vector<std::string>{checksum_request + " 304"});
+  }
+  expect_round(round_result::updated);
+}
+
 TEST_F(Synchroniser, AServerWithoutEntityTagsCostsOneRequestToo) {
   site_.send_no_tags();
   ASSERT_EQ(round().result, round_result::updated);
