@@ -27,7 +27,7 @@ class small_body : public response_sink {
   void take(std::string_view bytes) override {
     const uint64_t size = bytes_.size() + bytes.size();
     check(size);
-    if (size > bytes_.capacity() && size > most_copied_) {
+    if (size > bytes_.capacity() && size > most_copied) {
       bytes_.reserve(static_cast<size_t>(limit_));
     }
     bytes_.append(bytes);
@@ -43,7 +43,7 @@ class small_body : public response_sink {
 
   // A buffer that grows exists twice for a moment. A long body gets the whole one at once, which
   // takes memory only as far as it is filled.
-  static constexpr uint64_t most_copied_ = uint64_t{1} << 20;
+  static constexpr uint64_t most_copied = uint64_t{1} << 20;
 
   uint64_t limit_;
   std::string bytes_;
