@@ -5,9 +5,12 @@
 #include <archive_entry.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -54,11 +57,30 @@ void write_content(struct archive *writer, int fd, la_int64_t size, const std::s
 
 }  // namespace
 
-// Without this mark, libarchive would fill up an unfinished member to its size. An archive that is
-// finished was closed before.
 void gzip_tar::closer::operator()(struct archive *writer) const {
-  archive_write_fail(writer);
   archive_write_free(writer);
+}
+
+// libarchive calls this with each piece of the archive.
+la_ssize_t gzip_tar::write(struct archive *writer, void *self, const void *bytes, size_t size) {
+  const auto &own = *static_cast<const gzip_tar *>(self);
+  if (own.is_given_up_) {
+    archive_set_error(writer, ECANCELED, "given up");
+    return -1;
+  }
+  ssize_t written = 0;
+  do {
+    written = ::write(::fileno(own.spool_.get()), bytes, size);
+  } while (written < 0 && errno == EINTR);
+  if (written < 0) {
+    archive_set_error(writer, errno, "%s", std::strerror(errno));
+  }
+  return written;
+}
+
+// libarchive fills up an unfinished member to its size. It ends that when nothing can be written.
+gzip_tar::~gzip_tar() {
+  is_given_up_ = true;
 }
 
 gzip_tar::gzip_tar(std::stop_token stop, int compression)
@@ -74,7 +96,9 @@ gzip_tar::gzip_tar(std::stop_token stop, int compression)
   const std::string options =
       "gzip:compression-level=" + std::to_string(compression) + ",gzip:!timestamp";
   require(archive_write_set_options(writer_.get(), options.c_str()), writer_.get());
-  require(archive_write_open_fd(writer_.get(), ::fileno(spool_.get())), writer_.get());
+  // The end is not filled up as on a tape.
+  require(archive_write_set_bytes_in_last_block(writer_.get(), 1), writer_.get());
+  require(archive_write_open(writer_.get(), this, nullptr, write, nullptr), writer_.get());
 }
 
 void gzip_tar::add(int fd, const std::string &name) {

@@ -3,13 +3,13 @@
 // the first byte is sent, and ten thousand members take no memory.
 #pragma once
 
+#include <archive.h>
+
 #include <cstdint>
 #include <stop_token>
 #include <string>
 
 #include "utilities/owner.hpp"
-
-struct archive;
 
 namespace zotconf {
 
@@ -22,6 +22,9 @@ class gzip_tar {
   // The compression is 0 (none, the format is the same) to 9 (smallest). Adding files ends with an
   // exception once a stop is requested.
   explicit gzip_tar(std::stop_token stop = {}, int compression = default_compression);
+  gzip_tar(const gzip_tar &) = delete;
+  gzip_tar &operator=(const gzip_tar &) = delete;
+  ~gzip_tar();
 
   // Adds the regular file behind `fd` under `name`.
   void add(int fd, const std::string &name);
@@ -38,8 +41,11 @@ class gzip_tar {
     void operator()(struct archive *writer) const;
   };
 
+  static la_ssize_t write(struct archive *writer, void *self, const void *bytes, size_t size);
+
   std::stop_token stop_;
   zot::file_stream spool_;
+  bool is_given_up_ = false;
   std::unique_ptr<struct archive, closer> writer_;
 };
 
