@@ -11,19 +11,13 @@
 #include <tuple>
 #include <utility>
 
-#include "tools/files/digest.hpp"
+#include "tools/files/file_io.hpp"
+#include "tools/relay/acceptance.hpp"
 
 namespace zotconf {
 namespace {
 
-constexpr uint64_t longest_k = uint64_t{64} << 20;
 constexpr std::array kept_names = {kept_k, kept_checksum, kept_signature};
-
-std::string digest_of_text(std::string_view text) {
-  sha256_stream digest;
-  digest.add(text);
-  return digest.text();
-}
 
 std::string temporary(const char *name) {
   return std::string(name) + ".new";
@@ -70,7 +64,7 @@ bool is_of(const manifest &content, const element &who) {
 
 kept_publication make_publication(std::string_view k, std::optional<std::string> signature,
                                   manifest content) {
-  kept_publication made{.digest = digest_of_text(k),
+  kept_publication made{.digest = sha256_text(k),
                         .content = std::move(content),
                         .signature = std::move(signature),
                         .kept_since = std::time(nullptr),
@@ -103,16 +97,15 @@ std::optional<std::string> digest_of(const kept_publication &publication, std::s
     return publication.digest;
   }
   if (name == kept_checksum) {
-    return digest_of_text(publication.digest + "\n");
+    return sha256_text(publication.digest + "\n");
   }
-  return publication.signature ? std::optional(digest_of_text(*publication.signature))
-                               : std::nullopt;
+  return publication.signature ? std::optional(sha256_text(*publication.signature)) : std::nullopt;
 }
 
 std::optional<kept_publication> read_publication(const folder &own, const std::string &digest,
                                                  const element &who) {
   const auto k = text_of(own, kept_k);
-  if (!k || text_of(own, kept_checksum) != digest + "\n" || digest_of_text(*k) != digest) {
+  if (!k || text_of(own, kept_checksum) != digest + "\n" || sha256_text(*k) != digest) {
     return std::nullopt;
   }
   auto content = parse_manifest(*k, other_category::kept);
