@@ -199,6 +199,8 @@ typedef struct zot_own {
   uint32_t cache_doubts;  /**< bits: ways in which memory may differ from the persistent cache */
   uint32_t lock_depth;    /**< number of nested calls that hold the locks */
   int32_t lock_fd[2];     /**< descriptors of the locked directories plus one; 0: none */
+  zot_file_id repeated;   /**< the K that a get without an update left in the scratch directory */
+  char repeated_checksum[ZOT_CHECKSUM_LEN]; /**< the checksum of that K */
 } zot_own;
 
 /** The library handle. Adapters, tools and tests may use the fields; clients use the calls. */

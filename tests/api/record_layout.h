@@ -112,7 +112,7 @@
   FIELD(zot_file_id, inode, 8, 8, 8, 8) \
   FIELD(zot_file_id, seconds, 16, 8, 16, 8) \
   FIELD(zot_file_id, nanoseconds, 24, 8, 24, 8) \
-  RECORD(zot_own, 72, 80) \
+  RECORD(zot_own, 168, 176) \
   FIELD(zot_own, conf_root, 0, 4, 0, 8) \
   FIELD(zot_own, tmp_root, 4, 4, 8, 8) \
   FIELD(zot_own, fetched, 8, 32, 16, 32) \
@@ -122,7 +122,9 @@
   FIELD(zot_own, cache_doubts, 56, 4, 64, 4) \
   FIELD(zot_own, lock_depth, 60, 4, 68, 4) \
   FIELD(zot_own, lock_fd, 64, 8, 72, 8) \
-  RECORD(zot_ctx, 17248, 17344) \
+  FIELD(zot_own, repeated, 72, 32, 80, 32) \
+  FIELD(zot_own, repeated_checksum, 104, 64, 112, 64) \
+  RECORD(zot_ctx, 17344, 17440) \
   FIELD(zot_ctx, subsys_id, 0, 64, 0, 64) \
   FIELD(zot_ctx, sub_idx, 64, 56, 64, 56) \
   FIELD(zot_ctx, sub_idx_len, 120, 4, 120, 4) \
@@ -143,7 +145,7 @@
   FIELD(zot_ctx, log_ctx, 17116, 24, 17192, 40) \
   FIELD(zot_ctx, stat, 17144, 24, 17232, 24) \
   FIELD(zot_ctx, dev_mode, 17168, 4, 17256, 4) \
-  FIELD(zot_ctx, own, 17176, 72, 17264, 80)
+  FIELD(zot_ctx, own, 17176, 168, 17264, 176)
 /* clang-format on */
 
 #endif

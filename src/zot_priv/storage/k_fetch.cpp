@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fetches a new K: first the announced checksum, and the K only if it is new.
 #include <curl/curl.h>
+#include <fcntl.h>
 
 #include <array>
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include "zot_log.hpp"
 #include "zot_priv/model/k_content.hpp"
 #include "zot_priv/model/owners.hpp"
+#include "zot_priv/storage/file_id.hpp"
 #include "zot_priv/storage/names.hpp"
 
 namespace {
@@ -91,6 +93,28 @@ void clear_data(zot_k *k) {
 [[gnu::noinline]] int download_announced_checksum(zot_ctx *handle, const char *host,
                                                   zot_file_mem *out) {
   return zot_priv_get_k_into_mem(handle, host, out, file_checksum);
+}
+
+// Whether the K in the scratch directory is the one that this handle wrote there at an earlier get.
+bool is_repeated(const zot_ctx &handle, const char *path, const zot_k &k) {
+  const zot_own &own = handle.own;
+  return own.repeated.inode != 0 && k.checksum[0] != '\0' &&
+         std::memcmp(own.repeated_checksum, k.checksum, sizeof own.repeated_checksum) == 0 &&
+         zot::is_same_file(own.repeated, zot::file_id_at(AT_FDCWD, path));
+}
+
+int write_scratch_k(zot_ctx &handle, const char *path, const zot_k &k) {
+  if (is_repeated(handle, path, k)) {
+    return 0;
+  }
+  handle.own.repeated = {};
+  if (write_file(path, k.data, k.data_len) != 0) {
+    return -1;
+  }
+  handle.stat.bytes_written += k.data_len;
+  handle.own.repeated = zot::file_id_at(AT_FDCWD, path);
+  std::memcpy(handle.own.repeated_checksum, k.checksum, sizeof handle.own.repeated_checksum);
+  return 0;
 }
 
 bool is_announced(zot_ctx *handle, const file_memory &checksum, const zot_k *cached,
@@ -185,14 +209,13 @@ int zot_priv_hd_dup_k(zot_ctx *handle, zot_k *cached, zot_k *new_k, const char *
     return ZOT_RECORD(handle, ZOT_ERR_NOMEM, "[%s]: out of memory for tmp root", __func__);
   }
   const zot::joined_path target(handle->tmp_root, remote_files[file_k].name);
-  if (write_file(target.c_str(), new_k->data, new_k->data_len) != 0) {
+  if (write_scratch_k(*handle, target.c_str(), *new_k) != 0) {
     const int error = errno;
     ZOT_LOG(handle, ZOT_LOG_DEBUG, ZOT_TOPIC_K | ZOT_TOPIC_FILE,
             "%sUnable to duplicate K into %s: %s\n", target.c_str(), std::strerror(error));
     return ZOT_RECORD(handle, ZOT_ERR_GENERIC, "Unable to duplicate K into tmp root: %s\n",
                       std::strerror(error));
   }
-  handle->stat.bytes_written += new_k->data_len;
   return ZOT_RECORD(handle, ZOT_OK);
 }
 

@@ -3,12 +3,15 @@
 #include <cjson/cJSON.h>
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/service.hpp"
@@ -365,6 +368,12 @@ struct duplication {
   }
 
   int run() { return zot_priv_hd_dup_k(tested.handle(), cached.get(), copy.get(), "some K"); }
+  // As a later get does, after the time of files has moved on.
+  int run_again() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    copy = zot::make_k();
+    return run();
+  }
   [[nodiscard]] std::string target() const { return tested.tmp_root() + "/subsys.k"; }
 
   publication published = small_publication();
@@ -465,6 +474,42 @@ TEST(HdDupK, WrittenBytesCountTheCopy) {
   ASSERT_EQ(duplicated.run(), ZOT_OK);
   EXPECT_EQ(duplicated.tested.handle()->stat.bytes_written - before,
             duplicated.published.k_text().size());
+}
+
+TEST(HdDupK, FileOfAnEarlierCallIsNotWrittenAgain) {
+  duplication duplicated;
+  ASSERT_EQ(duplicated.run(), ZOT_OK);
+  struct stat before {};
+  ASSERT_EQ(::stat(duplicated.target().c_str(), &before), 0);
+  const uint64_t written = duplicated.tested.handle()->stat.bytes_written;
+  ASSERT_EQ(duplicated.run_again(), ZOT_OK);
+  struct stat after {};
+  ASSERT_EQ(::stat(duplicated.target().c_str(), &after), 0);
+  EXPECT_EQ(after.st_ctim.tv_sec, before.st_ctim.tv_sec);
+  EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+  EXPECT_EQ(duplicated.tested.handle()->stat.bytes_written, written);
+}
+
+TEST(HdDupK, FileThatWasRemovedOrReplacedSinceIsWrittenAgain) {
+  duplication duplicated;
+  ASSERT_EQ(duplicated.run(), ZOT_OK);
+  std::filesystem::remove(duplicated.target());
+  ASSERT_EQ(duplicated.run_again(), ZOT_OK);
+  EXPECT_EQ(read_bytes(duplicated.target()), duplicated.published.k_text());
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  write_bytes(duplicated.target(), std::string(duplicated.published.k_text().size(), 'x'));
+  ASSERT_EQ(duplicated.run_again(), ZOT_OK);
+  EXPECT_EQ(read_bytes(duplicated.target()), duplicated.published.k_text());
+}
+
+TEST(HdDupK, AnotherKReplacesTheFileOfAnEarlierCall) {
+  duplication duplicated;
+  ASSERT_EQ(duplicated.run(), ZOT_OK);
+  zot_k &cached = *duplicated.cached;
+  cached.data[0] = ' ';
+  cached.checksum[0] = cached.checksum[0] == '0' ? '1' : '0';
+  ASSERT_EQ(duplicated.run_again(), ZOT_OK);
+  EXPECT_EQ(read_bytes(duplicated.target()), std::string(cached.data, cached.data_len));
 }
 
 TEST(HdDupK, FailedCopyIsLoggedWithItsStatus) {
