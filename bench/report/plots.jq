@@ -4,6 +4,7 @@
 include "figures";
 include "aims";
 include "phases";
+include "takeaway";
 
 # Prints a column for each line of the plot, with "?" where nothing was measured. A line is
 # {title, points: [[x, y]…]}.
@@ -57,6 +58,7 @@ def bars($step):
    | @tsv);
 
 if $name == "first" then first
+elif $name == "takeaway" then takeaway_bars
 elif $name == "poll" then poll
 elif $name == "pieces" then pieces_as(.seconds * 1e6)
 elif $name == "pieces-per-entry" then pieces_as(.seconds / .scale * 1e9)

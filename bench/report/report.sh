@@ -18,10 +18,11 @@ readonly results document here
 readonly summary=$results/summary.json
 
 readonly tables=(
-  machine aims first poll update restart disk polls growth pieces bytes calls phases-first
+  takeaway machine aims first poll update restart disk polls growth pieces bytes calls phases-first
   phases-update)
 # The script that draws each plot, the titles of its axes, and the script's option.
 declare -rA plots=(
+  [takeaway]="groups|10,000 files of 4 KiB|wall time, s"
   [first]="lines|number of files|first get and commit, s|pairs"
   [poll]="lines|number of files|wall time, ms|single"
   [pieces]="lines|number of entries|CPU time, µs|single"

@@ -5,8 +5,10 @@ include "aims";
 include "contenders";
 include "pieces";
 include "phases";
+include "takeaway";
 
 if $name == "machine" then machine
+elif $name == "takeaway" then takeaway
 elif $name == "aims" then aims
 elif $name == "first" then compared("first"; cases_with_peers)
 elif $name == "poll" then compared("poll"; cases_with_peers)

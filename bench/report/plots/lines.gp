@@ -15,7 +15,6 @@ set xrange [80:125000]
 set ytics ("0.001" 1e-3, "0.01" 0.01, "0.1" 0.1, "1" 1, "10" 10, "100" 100, "1,000" 1e3, \
   "10,000" 1e4, "100,000" 1e5, "1,000,000" 1e6)
 set grid xtics ytics linetype 1 linecolor rgb "#dddddd"
-set key outside right center reverse Left noenhanced samplen 3 spacing 1.4
 set datafile missing "?"
 
 stats data skip 1 using 1 nooutput
