@@ -51,7 +51,8 @@ build() {
 # The targets that the demo and an installation need: the library, the program and its manual pages.
 readonly demo_targets=(zotconf zotconf_static zotconf_cli zotconf_manual_pages)
 
-demo() {
+# Builds what the demos need, with only the packages that this needs.
+demo_build() {
   need "${build_packages[@]}" nginx-light openssl
   local without=()
   # Without the test packages, the tests cannot be configured.
@@ -59,8 +60,18 @@ demo() {
   say "build: release, the library and the program"
   configure release "${without[@]}"
   build_steps release "${demo_targets[@]}"
+}
+
+demo() {
+  demo_build
   say "demo: configuration cycles of one element"
   examples/demo.sh "$PWD/build/release/tools/zotconf"
   say "demo: from the controller to the element, over a web server"
   examples/demo_delivery.sh "$PWD/build/release/tools/zotconf"
+}
+
+demo_fleet() {
+  demo_build
+  say "demo: a change reaches a fleet of 200 elements in two waves"
+  examples/demo_fleet.sh "$PWD/build/release/tools/zotconf"
 }
