@@ -285,11 +285,12 @@ fleet_report publish_source(const publish_options &options, const console &where
 fleet_report publish_fleet(const publish_options &options, const console &where) {
   const std::optional<signer> signs = signer_of(options);
   check_apart(options.fleet, options.publication);
-  fleet_source source = scan_fleet(options.fleet, where);
+  fleet_source source = scan_fleet(options.fleet, where, options.part);
   const size_t elements = count_elements(source);
   fleet_report report = publish_source(options, where, source, signs ? &*signs : nullptr);
   report.dry_run = options.dry_run;
   report.elements = elements;
+  report.fleet_size = options.part ? std::optional(source.fleet_size) : std::nullopt;
   report.left_out = std::move(source.left_out);
   report.refused = std::move(source.refused);
   return report;
@@ -302,7 +303,7 @@ int run_fleet(const publish_options &options, const console &where) {
   try {
     report = publish_fleet(options, where);
   } catch (const refusal &refused) {
-    report.refused.push_back({.index = "", .reason = refused.what()});
+    report.refused.push_back({.index = "", .reason = refused.what(), .command = refused.command()});
   }
   tell_fleet_problems(where, report);
   write_fleet_report(where, report);
