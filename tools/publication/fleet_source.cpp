@@ -2,9 +2,7 @@
 #include "tools/publication/fleet_source.hpp"
 
 #include <algorithm>
-#include <iterator>
 #include <map>
-#include <ranges>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -147,7 +145,9 @@ std::multimap<std::string, fs::path> element_folders(const fs::path &folder, fle
 void choose_elements(std::multimap<std::string, fs::path> &folders, const fs::path &folder,
                      const std::optional<wave> &part, fleet_source &source) {
   std::vector<std::string> indexes;
-  std::ranges::copy(folders | std::views::keys, std::back_inserter(indexes));
+  for (const auto &[index, path] : folders) {
+    indexes.push_back(index);
+  }
   source.fleet_size = indexes.size();
   if (part) {
     part->check(indexes, folder);
