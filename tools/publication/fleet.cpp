@@ -204,11 +204,18 @@ void fleet_publication::tell_warnings() const {
 
 std::string fleet_publication::text_of(const planned_k &each) {
   fleet_element &of = source_.elements[each.element];
-  manifest next = next_of(merge(source_, of));
-  for (const auto &[position, version] : each.other_versions) {
-    next.files[position].version = version;
+  const std::vector<merged_file> files = merge(source_, of);
+  manifest head = next_manifest(options_, {});
+  head.who = who(of);
+  head.sequence = each.sequence;
+  manifest_text text(head);
+  auto other = each.other_versions.begin();
+  for (size_t i = 0; i < files.size(); ++i) {
+    const published_file &file = *files[i].file;
+    const bool is_other = other != each.other_versions.end() && other->first == i;
+    text.add(file, is_other ? (other++)->second : file.version);
   }
-  return render_for(who(of), each.sequence, std::move(next));
+  return text.finish();
 }
 
 void fleet_publication::write_files() const {
