@@ -7,6 +7,7 @@
 #include "tools/publication/prune.hpp"
 #include "tools/publication/publish.hpp"
 #include "tools/publication/sign.hpp"
+#include "tools/publication/wave.hpp"
 #include "tools/service/serve.hpp"
 
 namespace zotconf {
@@ -27,13 +28,21 @@ const command_text publish_text = {
         "elements/<INDEX>/<Category>/<key>, which replace or add files for one element. Each line\n"
         "<Category>/<key> of elements/<INDEX>/removed removes a common file from it. Every folder\n"
         "below elements is an element. If one is refused, none is published.\n\n"
+        "With --wave, only some of these elements are published; the others stay as they are and\n"
+        "are not read. A share, such as 1% or 0.5%, depends on the indexes alone, and a larger\n"
+        "share contains a smaller one: the first 64 bits of the SHA-256 of an index in upper\n"
+        "case, as a part of 2^64, are below it. A list has commas between the indexes; @FILE has\n"
+        "an index on each line, and may have empty lines and comments (#). Use one --config-id\n"
+        "for all waves of a rollout.\n\n"
         "With --sign-cert and --sign-key, a detached CMS signature is written next to K.",
     .examples =
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52\n"
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 --dry-run\n"
         "zotconf publish site --out pub --index 001122334455 --cluster 7d0b6a52 \\\n"
         "    --sign-cert publisher.crt --sign-key publisher.key\n"
-        "zotconf publish --fleet fleet --out pub --cluster 7d0b6a52",
+        "zotconf publish --fleet fleet --out pub --cluster 7d0b6a52\n"
+        "zotconf publish --fleet fleet --wave 1% --out pub --cluster 7d0b6a52 \\\n"
+        "    --config-id 3f0c1d52-9c1b-4c1e-8f0e-2f6a7d0b6a52",
     .exits = {exit_success, exit_failure, exit_usage, exit_refused}};
 
 const command_text sign_text = {
@@ -138,6 +147,20 @@ void add_signing(CLI::App &command, fs::path &certificate, std::string &key, boo
   second->needs(first);
 }
 
+CLI::Option *add_wave(CLI::App &command, publish_options &options) {
+  constexpr const char *name = "--wave";
+  return command.add_option_function<std::string>(
+      name,
+      [&options](const std::string &text) {
+        try {
+          options.part.emplace(text);
+        } catch (const std::runtime_error &wrong) {
+          throw CLI::ValidationError(name, wrong.what());
+        }
+      },
+      "part of the fleet: a share such as 1%, indexes such as 0A,0B, or @FILE with indexes");
+}
+
 // Either SRC and --index, or --fleet.
 void add_what_to_publish(CLI::App &command, publish_options &options) {
   CLI::Option *const source =
@@ -151,6 +174,7 @@ void add_what_to_publish(CLI::App &command, publish_options &options) {
           ->check(CLI::ExistingDirectory)
           ->excludes(source)
           ->excludes(index);
+  add_wave(command, options)->needs(fleet);
   command.parse_complete_callback([source, index, fleet] {
     if (fleet->empty() && source->empty()) {
       throw CLI::RequiredError("SRC or --fleet");

@@ -13,6 +13,9 @@
 namespace zotconf {
 namespace {
 
+// How much a text grows when its file is longer than its size says.
+constexpr size_t growth = 65536;
+
 bool is_regular(int fd) {
   struct stat info {};
   return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
@@ -53,20 +56,24 @@ std::string read_file_at(int fd, const std::string &name) {
     errno = EFBIG;
     throw_errno("cannot read " + name);
   }
-  bytes.reserve(static_cast<size_t>(info.st_size) + 1);
-  std::array<char, 65536> chunk{};
-  for (;;) {
-    const ssize_t got = ::read(fd, chunk.data(), chunk.size());
+  // One byte more than the file has, so that its end is found without more room.
+  bytes.resize(static_cast<size_t>(info.st_size) + 1);
+  for (size_t done = 0;;) {
+    const ssize_t got = ::read(fd, bytes.data() + done, bytes.size() - done);
     if (got < 0 && errno == EINTR) {
       continue;
     }
     if (got < 0) {
       throw_errno("cannot read " + name);
     }
+    done += static_cast<size_t>(got);
     if (got == 0) {
+      bytes.resize(done);
       return bytes;
     }
-    bytes.append(chunk.data(), static_cast<size_t>(got));
+    if (done == bytes.size()) {
+      bytes.resize(done + growth);
+    }
   }
 }
 

@@ -4,10 +4,12 @@
 #include <cjson/cJSON.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "tools/model/names.hpp"
 #include "tools/output/json.hpp"
@@ -18,72 +20,158 @@
 namespace zotconf {
 namespace {
 
+// The list of a K as add() writes it.
+constexpr std::string_view begin_of_list = "\n\t\"gpbs\":\t[";
+constexpr std::string_view before_path = "{\n\t\t\t\"path\":\t";
+constexpr std::string_view before_size = ",\n\t\t\t\"size\":\t";
+constexpr std::string_view before_checksum = ",\n\t\t\t\"checksum\":\t";
+constexpr std::string_view after_entry = "\n\t\t}";
+constexpr std::string_view between_entries = ", ";
 constexpr std::string_view end_of_list = "]\n}\n";
 
-std::string text_member(const cJSON *object, const char *name) {
+// An entry of the list, before its values are checked.
+struct entry_values {
+  std::string_view path;
+  double size = 0;
+  std::string_view checksum;
+};
+
+struct k_values {
+  zot::json_tree root;  // without the entries, if these were read as they are written
+  std::vector<entry_values> entries;
+};
+
+const char *text_member(const cJSON *object, const char *name) {
   const char *const text = cJSON_GetStringValue(cJSON_GetObjectItem(object, name));
   return text == nullptr ? "" : text;
 }
 
-std::string path_of(const published_file &file) {
-  return "/" + file.category_name + "/" + file.key + "/" + std::to_string(file.version);
+std::string path_of(const published_file &file, uint64_t version) {
+  std::string path = "/";
+  return path.append(file.category_name)
+      .append("/")
+      .append(file.key)
+      .append("/")
+      .append(std::to_string(version));
 }
 
 bool is_plain(char c) {
   return c >= 0x20 && c <= 0x7e && c != '"' && c != '\\';
 }
 
-// A text as a JSON string, as cJSON prints it.
-std::string quoted(const std::string &text) {
+// Adds a text as a JSON string, as cJSON prints it.
+void add_quoted(std::string &to, const std::string &text) {
   if (std::ranges::all_of(text, is_plain)) {
-    return '"' + text + '"';
+    to.append(1, '"').append(text).append(1, '"');
+    return;
   }
   const zot::json_tree item(cJSON_CreateString(valid_utf8(text).c_str()));
   const zot::c_text printed(cJSON_PrintUnformatted(item.get()));
   if (printed == nullptr) {
     throw std::bad_alloc();
   }
-  return printed.get();
+  to += printed.get();
 }
 
-// One object of the list, as cJSON prints it there. A tree of 500 entries takes several times as
-// long, and a fleet has millions of entries.
-void add_entry(std::string &list, const published_file &file) {
-  list.append(list.empty() ? "{\n" : ", {\n")
-      .append("\t\t\t\"path\":\t")
-      .append(quoted(path_of(file)))
-      .append(",\n\t\t\t\"size\":\t")
-      .append(std::to_string(file.size))
-      .append(",\n\t\t\t\"checksum\":\t")
-      .append(quoted(file.checksum))
-      .append("\n\t\t}");
+bool skip(std::string_view &rest, std::string_view expected) {
+  const bool is_there = rest.starts_with(expected);
+  rest.remove_prefix(is_there ? expected.size() : 0);
+  return is_there;
 }
 
-std::optional<published_file> parse_file(const cJSON *item, other_category others) {
-  published_file file;
-  const std::string path = text_member(item, "path");
-  const double size = cJSON_GetNumberValue(cJSON_GetObjectItem(item, "size"));
-  file.checksum = text_member(item, "checksum");
+// A JSON string in which no character is escaped.
+bool take_plain(std::string_view &rest, std::string_view &text) {
+  if (!skip(rest, "\"")) {
+    return false;
+  }
+  const auto *const end = std::ranges::find_if_not(rest, is_plain);
+  text = std::string_view(rest.begin(), end);
+  rest.remove_prefix(text.size());
+  return skip(rest, "\"");
+}
+
+bool take_size(std::string_view &rest, double &size) {
+  uint64_t number = 0;
+  const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+  rest.remove_prefix(static_cast<size_t>(end - rest.data()));
+  size = static_cast<double>(number);
+  return error == std::errc();
+}
+
+bool take_entry(std::string_view &rest, entry_values &entry) {
+  return skip(rest, before_path) && take_plain(rest, entry.path) && skip(rest, before_size) &&
+         take_size(rest, entry.size) && skip(rest, before_checksum) &&
+         take_plain(rest, entry.checksum) && skip(rest, after_entry);
+}
+
+// Reads the text that a manifest_text makes; nullopt for any other text. A tree of all entries
+// takes several times as long, and a fleet has millions of entries.
+std::optional<k_values> read_as_written(const std::string &text) {
+  const size_t at = text.find(begin_of_list);
+  if (at == std::string::npos) {
+    return std::nullopt;
+  }
+  const size_t list = at + begin_of_list.size();
+  std::string_view rest = std::string_view(text).substr(list);
+  std::vector<entry_values> entries;
+  do {
+    if (!take_entry(rest, entries.emplace_back())) {
+      return std::nullopt;
+    }
+  } while (skip(rest, between_entries));
+  if (rest != end_of_list) {
+    return std::nullopt;
+  }
+  const std::string head = text.substr(0, list).append(end_of_list);
+  zot::json_tree root(cJSON_ParseWithLength(head.data(), head.size()));
+  // Of two lists, the first one counts.
+  const cJSON *const found = cJSON_GetObjectItem(root.get(), "gpbs");
+  if (!cJSON_IsArray(found) || found->next != nullptr) {
+    return std::nullopt;
+  }
+  return k_values{.root = std::move(root), .entries = std::move(entries)};
+}
+
+std::optional<k_values> read_as_json(const std::string &text) {
+  k_values values{.root = zot::json_tree(cJSON_ParseWithLength(text.data(), text.size())),
+                  .entries = {}};
+  const cJSON *const list = cJSON_GetObjectItem(values.root.get(), "gpbs");
+  if (!cJSON_IsArray(list)) {
+    return std::nullopt;
+  }
+  for (const cJSON *item = list->child; item != nullptr; item = item->next) {
+    values.entries.push_back({.path = text_member(item, "path"),
+                              .size = cJSON_GetNumberValue(cJSON_GetObjectItem(item, "size")),
+                              .checksum = text_member(item, "checksum")});
+  }
+  return values;
+}
+
+std::optional<published_file> parse_file(const entry_values &entry, other_category others) {
+  const std::string_view path = entry.path;
   const size_t key_at = path.find('/', 1);
   const size_t version_at = path.rfind('/');
-  if (key_at == std::string::npos || key_at < 2 || version_at < key_at + 2 || std::isnan(size) ||
-      size < 0 || size > std::numeric_limits<int32_t>::max()) {
+  if (key_at == std::string_view::npos || key_at < 2 || version_at < key_at + 2 ||
+      std::isnan(entry.size) || entry.size < 0 ||
+      entry.size > std::numeric_limits<int32_t>::max()) {
     return std::nullopt;
   }
-  file.category_name = path.substr(1, key_at - 1);
-  file.key = path.substr(key_at + 1, version_at - key_at - 1);
-  const auto version = parse_version(std::string_view(path).substr(version_at + 1));
+  const auto version = parse_version(path.substr(version_at + 1));
+  if (!version) {
+    return std::nullopt;
+  }
+  published_file file{.category = -1,
+                      .category_name = std::string(path.substr(1, key_at - 1)),
+                      .key = std::string(path.substr(key_at + 1, version_at - key_at - 1)),
+                      .version = *version,
+                      .size = static_cast<uint64_t>(entry.size),
+                      .checksum = std::string(entry.checksum)};
   const bool is_known = get_gpb_cat_by_cat_str(file.category_name.c_str(), &file.category) == 0;
-  if (!version || (!is_known && others == other_category::refused)) {
+  if (!is_known && others == other_category::refused) {
     return std::nullopt;
   }
-  if (!is_known) {
-    file.category = -1;
-  }
-  file.version = *version;
-  file.size = static_cast<uint64_t>(size);
   // A path that is written in another way, with 007 for example, names another file in a request.
-  return path_of(file) == path ? std::optional(std::move(file)) : std::nullopt;
+  return path_of(file, file.version) == path ? std::optional(std::move(file)) : std::nullopt;
 }
 
 // A number that is no whole one, or more than a double can count to, counts as absent.
@@ -94,9 +182,21 @@ uint64_t parse_sequence(const cJSON *item) {
   return counts ? static_cast<uint64_t>(number) : 0;
 }
 
-}  // namespace
+manifest parse_head(const cJSON *root) {
+  manifest content{.cluster = text_member(root, "clusterId"),
+                   .config_id = text_member(root, "configId"),
+                   .firmware = text_member(root, "firmwareVersion"),
+                   .who = {},
+                   .sequence = parse_sequence(cJSON_GetObjectItem(root, "sequence")),
+                   .files = {}};
+  if (content.sequence != 0) {
+    content.who = {.subsys = text_member(root, "subsys"), .index = text_member(root, "index")};
+  }
+  return content;
+}
 
-std::string render_manifest(const manifest &content) {
+// The text before the list and its first bracket.
+std::string render_head(const manifest &content) {
   json_document document;
   json_node root = document.root();
   root.set("clusterId", content.cluster);
@@ -112,32 +212,49 @@ std::string render_manifest(const manifest &content) {
         .set("sequence", content.sequence);
   }
   root.array("gpbs");
-  std::string list;
+  std::string text = document.text();
+  text.resize(text.size() - end_of_list.size());
+  return text;
+}
+
+}  // namespace
+
+manifest_text::manifest_text(const manifest &head) : text_(render_head(head)) {}
+
+void manifest_text::add(const published_file &file, uint64_t version) {
+  text_.append(is_empty_ ? "" : between_entries).append(before_path);
+  is_empty_ = false;
+  add_quoted(text_, path_of(file, version));
+  text_.append(before_size).append(std::to_string(file.size)).append(before_checksum);
+  add_quoted(text_, file.checksum);
+  text_.append(after_entry);
+}
+
+std::string manifest_text::finish() {
+  text_.append(end_of_list);
+  return std::move(text_);
+}
+
+std::string render_manifest(const manifest &content) {
+  manifest_text text(content);
   for (const published_file &file : content.files) {
-    add_entry(list, file);
+    text.add(file, file.version);
   }
-  const std::string text = document.text();
-  return text.substr(0, text.size() - end_of_list.size()) + list + std::string(end_of_list);
+  return text.finish();
 }
 
 std::optional<manifest> parse_manifest(const std::string &text, other_category others) {
-  const zot::json_tree root(cJSON_ParseWithLength(text.data(), text.size()));
-  const cJSON *const list = cJSON_GetObjectItem(root.get(), "gpbs");
-  if (!cJSON_IsArray(list)) {
+  auto values = read_as_written(text);
+  if (!values) {
+    values = read_as_json(text);
+  }
+  if (!values) {
     return std::nullopt;
   }
-  manifest content{.cluster = text_member(root.get(), "clusterId"),
-                   .config_id = text_member(root.get(), "configId"),
-                   .firmware = text_member(root.get(), "firmwareVersion"),
-                   .who = {},
-                   .sequence = parse_sequence(cJSON_GetObjectItem(root.get(), "sequence")),
-                   .files = {}};
-  if (content.sequence != 0) {
-    content.who = {.subsys = text_member(root.get(), "subsys"),
-                   .index = text_member(root.get(), "index")};
-  }
-  for (const cJSON *item = list->child; item != nullptr; item = item->next) {
-    auto file = parse_file(item, others);
+  manifest content = parse_head(values->root.get());
+  content.files.reserve(values->entries.size());
+  for (const entry_values &entry : values->entries) {
+    auto file = parse_file(entry, others);
     if (!file) {
       return std::nullopt;
     }

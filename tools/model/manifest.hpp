@@ -35,6 +35,20 @@ struct manifest {
 
 std::string render_manifest(const manifest &content);
 
+// The text of a K whose files are not copied into a manifest: the same as render_manifest() writes.
+class manifest_text {
+ public:
+  // The files of `head` are ignored.
+  explicit manifest_text(const manifest &head);
+  void add(const published_file &file, uint64_t version);
+  // The text, once all files are added.
+  std::string finish();
+
+ private:
+  std::string text_;
+  bool is_empty_ = true;
+};
+
 // What to do with a file of a category that this version does not know. The library skips such an
 // entry, so a newer controller may publish it to an older element.
 enum class other_category { refused, kept };

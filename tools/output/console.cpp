@@ -61,8 +61,11 @@ void progress::clear() {
 void progress::advance(uint64_t bytes) {
   ++items_;
   bytes_ += bytes;
+  if (!where_.style().progress) {
+    return;
+  }
   const clock::time_point now = clock::now();
-  if (where_.style().progress && now - drawn_ >= redraw_after) {
+  if (now - drawn_ >= redraw_after) {
     draw(now);
   }
 }

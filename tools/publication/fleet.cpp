@@ -204,11 +204,18 @@ void fleet_publication::tell_warnings() const {
 
 std::string fleet_publication::text_of(const planned_k &each) {
   fleet_element &of = source_.elements[each.element];
-  manifest next = next_of(merge(source_, of));
-  for (const auto &[position, version] : each.other_versions) {
-    next.files[position].version = version;
+  const std::vector<merged_file> files = merge(source_, of);
+  manifest head = next_manifest(options_, {});
+  head.who = who(of);
+  head.sequence = each.sequence;
+  manifest_text text(head);
+  auto other = each.other_versions.begin();
+  for (size_t i = 0; i < files.size(); ++i) {
+    const published_file &file = *files[i].file;
+    const bool is_other = other != each.other_versions.end() && other->first == i;
+    text.add(file, is_other ? (other++)->second : file.version);
   }
-  return render_for(who(of), each.sequence, std::move(next));
+  return text.finish();
 }
 
 void fleet_publication::write_files() const {
@@ -285,11 +292,12 @@ fleet_report publish_source(const publish_options &options, const console &where
 fleet_report publish_fleet(const publish_options &options, const console &where) {
   const std::optional<signer> signs = signer_of(options);
   check_apart(options.fleet, options.publication);
-  fleet_source source = scan_fleet(options.fleet, where);
+  fleet_source source = scan_fleet(options.fleet, where, options.part);
   const size_t elements = count_elements(source);
   fleet_report report = publish_source(options, where, source, signs ? &*signs : nullptr);
   report.dry_run = options.dry_run;
   report.elements = elements;
+  report.fleet_size = options.part ? std::optional(source.fleet_size) : std::nullopt;
   report.left_out = std::move(source.left_out);
   report.refused = std::move(source.refused);
   return report;
@@ -302,7 +310,7 @@ int run_fleet(const publish_options &options, const console &where) {
   try {
     report = publish_fleet(options, where);
   } catch (const refusal &refused) {
-    report.refused.push_back({.index = "", .reason = refused.what()});
+    report.refused.push_back({.index = "", .reason = refused.what(), .command = refused.command()});
   }
   tell_fleet_problems(where, report);
   write_fleet_report(where, report);

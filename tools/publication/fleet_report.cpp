@@ -35,11 +35,21 @@ void print_fleet(const console &where, const fleet_report &report) {
   if (report.dry_run && !report.changes.empty()) {
     print_changes_of(where, report);
   }
+  if (report.fleet_size) {
+    where.out() << "wave: " << report.elements << " of " << *report.fleet_size << " elements\n";
+  }
   where.out() << report.result() << ": " << report.elements << " elements, " << report.published
               << (report.dry_run ? " to publish, " : " published, ")
               << report.elements - report.published << " unchanged, " << report.files
               << (report.dry_run ? " files to write, " : " files written, ") << report.bytes
               << (report.is_signed ? " bytes, signed\n" : " bytes\n");
+}
+
+void set_wave(json_node root, const fleet_report &report) {
+  if (report.fleet_size) {
+    root.object("wave").set("elements", report.elements).set("of", *report.fleet_size);
+  }
+  root.set_missing({"wave"});
 }
 
 void set_lists(json_node root, const fleet_report &report) {
@@ -78,6 +88,7 @@ void write_fleet_json(const console &where, const fleet_report &report) {
       .set("written", report.files)
       .set("bytes", report.bytes)
       .set("signed", report.is_signed);
+  set_wave(root, report);
   set_lists(root, report);
   if (report.dry_run) {
     set_changes_of(root.array("changes"), report);
@@ -108,7 +119,7 @@ void tell_fleet_problems(const console &where, const fleet_report &report) {
     }
   }
   for (const refused_part &each : first_of(report.refused)) {
-    tell_error(where.err(), "refused: " + each.reason);
+    tell_error(where.err(), "refused: " + each.reason, each.command);
   }
   if (report.refused.size() > most_listed) {
     tell_error(where.err(), "refused: " + more(report.refused.size() - most_listed));

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,7 @@ struct fleet_report {
   bool dry_run = false;
   bool is_signed = false;  // whether every K has a signature
   size_t elements = 0;
+  std::optional<size_t> fleet_size;  // the elements of the fleet that the wave is part of
   size_t published = 0;
   size_t files = 0;                      // new files of the publication folder
   uint64_t bytes = 0;                    // their sizes

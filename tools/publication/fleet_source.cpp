@@ -141,8 +141,27 @@ std::multimap<std::string, fs::path> element_folders(const fs::path &folder, fle
   return found;
 }
 
-void scan_elements(const fs::path &folder, fleet_source &source, progress &read) {
-  const auto folders = element_folders(folder, source);
+// Counts the elements, and removes those outside the wave.
+void choose_elements(std::multimap<std::string, fs::path> &folders, const fs::path &folder,
+                     const std::optional<wave> &part, fleet_source &source) {
+  std::vector<std::string> indexes;
+  for (const auto &[index, path] : folders) {
+    indexes.push_back(index);
+  }
+  source.fleet_size = indexes.size();
+  if (part) {
+    part->check(indexes, folder);
+    std::erase_if(folders, [&](const auto &each) { return !part->contains(each.first); });
+  }
+}
+
+void scan_elements(const fs::path &folder, fleet_source &source, const std::optional<wave> &part,
+                   progress &read) {
+  auto folders = element_folders(folder, source);
+  if (folders.empty()) {
+    throw refusal(folder, "contains no element");
+  }
+  choose_elements(folders, folder, part, source);
   for (const auto &[index, path] : folders) {
     attempt(source, index, [&, &index = index, &path = path] {
       if (folders.count(index) > 1) {
@@ -151,20 +170,18 @@ void scan_elements(const fs::path &folder, fleet_source &source, progress &read)
       source.elements.push_back(scan_element(source, index, path, read));
     });
   }
-  if (folders.empty()) {
-    throw refusal(folder, "contains no element");
-  }
 }
 
 }  // namespace
 
-fleet_source scan_fleet(const fs::path &folder, const console &where) {
+fleet_source scan_fleet(const fs::path &folder, const console &where,
+                        const std::optional<wave> &part) {
   fleet_source source;
   source.common_folder = folder / common_name;
   check_parts(folder, source);
   progress read(where, "reading", 0);
   scan_common(source, read);
-  scan_elements(folder / elements_name, source, read);
+  scan_elements(folder / elements_name, source, part, read);
   std::ranges::sort(source.left_out);
   return source;
 }

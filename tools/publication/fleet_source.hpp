@@ -7,12 +7,14 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/files/file_io.hpp"
 #include "tools/model/manifest.hpp"
 #include "tools/output/console.hpp"
+#include "tools/publication/wave.hpp"
 
 namespace zotconf {
 
@@ -20,6 +22,7 @@ namespace zotconf {
 struct refused_part {
   std::string index;  // empty: a part that no single element has
   std::string reason;
+  std::string command{};  // one that helps; may be empty
 };
 
 struct fleet_element {
@@ -34,12 +37,15 @@ struct fleet_source {
   bool is_common_known = true;          // false: it is refused
   std::vector<published_file> common;   // sorted by category and key
   std::vector<fleet_element> elements;  // sorted by index, without those that are refused
+  size_t fleet_size = 0;                // elements of the folder, also those outside the wave
   std::vector<fs::path> left_out;       // skipped files
   std::vector<refused_part> refused;
 };
 
-// Reads each file once. Throws a refusal for a folder that is not that of a fleet.
-fleet_source scan_fleet(const fs::path &folder, const console &where);
+// Reads each file once, and none of an element outside the wave. Throws a refusal for a folder that
+// is not that of a fleet, and for a wave that is no part of it.
+fleet_source scan_fleet(const fs::path &folder, const console &where,
+                        const std::optional<wave> &part = std::nullopt);
 
 // A file of an element, and the folder that it comes from.
 struct merged_file {

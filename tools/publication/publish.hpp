@@ -11,12 +11,14 @@
 #include "tools/model/names.hpp"
 #include "tools/output/console.hpp"
 #include "tools/publication/signature.hpp"
+#include "tools/publication/wave.hpp"
 
 namespace zotconf {
 
 struct publish_options {
-  fs::path source;  // contains <Category>/<key>
-  fs::path fleet;   // contains common and elements; empty: one element is published
+  fs::path source;           // contains <Category>/<key>
+  fs::path fleet;            // contains common and elements; empty: one element is published
+  std::optional<wave> part;  // of the fleet; nullopt: all of it
   fs::path publication;
   element who;
   std::string cluster;

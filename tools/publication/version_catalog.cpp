@@ -19,7 +19,8 @@ version_catalog::version_catalog(const publication_store &store)
     : store_(store), spent_(store.spent_version()) {}
 
 version_catalog::object_info &version_catalog::object_of(const published_file &file) {
-  return objects_[file.category_name + "/" + file.key];
+  name_.assign(file.category_name).append("/").append(file.key);
+  return objects_[name_];
 }
 
 // Forgets what was known about the bytes of a version.

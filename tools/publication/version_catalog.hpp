@@ -60,6 +60,7 @@ class version_catalog {
 
   const publication_store &store_;
   uint64_t spent_;
+  std::string name_;  // of an object; kept for its memory
   std::unordered_map<std::string, object_info> objects_;
 };
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <thread>
 
 #include "tests/support/files.hpp"
 
@@ -23,6 +24,29 @@ TEST(OpenBeneath, OpensAFileOverTwoGibibytes) {
   struct stat info {};
   ASSERT_EQ(::fstat(file.get(), &info), 0);
   EXPECT_EQ(info.st_size, size);
+}
+
+TEST(ReadFile, ReturnsTheBytesOfAFile) {
+  const zot::test::temp_dir dir;
+  for (const size_t size : {0U, 1U, 65535U, 65536U, 200000U}) {
+    const std::string bytes(size, 'x');
+    zot::test::write_bytes(dir / "file", bytes);
+    EXPECT_EQ(read_file_text(dir / "file"), bytes);
+  }
+}
+
+// A pipe has no size, as a file of /proc.
+TEST(ReadFile, ReadsMoreThanTheSizeStates) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe(ends.data()), 0);
+  const zot::descriptor from(ends[0]);
+  const std::string bytes(300000, 'x');
+  std::thread writer([&bytes, to = ends[1]] {
+    const zot::descriptor end(to);
+    write_all(end.get(), bytes, "pipe");
+  });
+  EXPECT_EQ(read_file_at(from.get(), "pipe"), bytes);
+  writer.join();
 }
 
 }  // namespace
