@@ -13,8 +13,10 @@ namespace {
 constexpr const char *other_reasons = "(other reasons)";
 
 std::string elements_of(uint64_t count, const publication_row &row) {
-  return std::to_string(count) + " of " + counted(row.elements, "element", "elements") + " of " +
-         config_id_text(row.config_id);
+  const std::string which =
+      row.config_id.empty() ? "without a config ID" : config_id_text(row.config_id);
+  return "publication " + which + ": " + std::to_string(count) + " of " +
+         counted(row.elements, "element", "elements");
 }
 
 bool has_too_many_refused(const publication_row &row, unsigned most) {
