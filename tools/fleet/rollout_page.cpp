@@ -58,10 +58,8 @@ std::string more_html(uint64_t total, size_t shown) {
                        : "";
 }
 
-std::string table_html(std::initializer_list<const char *> titles, const std::string &rows,
-                       const std::string &look = "") {
-  std::string html = "<div class=\"table\"><table" +
-                     (look.empty() ? "" : " class=\"" + look + "\"") + "><thead><tr>";
+std::string table_html(std::initializer_list<const char *> titles, const std::string &rows) {
+  std::string html = "<div class=\"table\"><table><thead><tr>";
   for (const char *const title : titles) {
     html += std::string("<th scope=\"col\">") + title + "</th>";
   }
@@ -106,8 +104,8 @@ std::string row_html(const publication_row &row) {
   const std::string sequence = row.sequence == 0 ? "not stated" : std::to_string(row.sequence);
   return "<tr><td class=\"name\">" + escaped(config_id_text(row.config_id)) +
          "<p class=\"quiet\">sequence " + sequence + ", " +
-         counted(row.elements, "element", "elements") + "</p></td><td class=\"share\">" +
-         bar_html(row) + states_html(row) + "</td></tr>\n";
+         counted(row.elements, "element", "elements") + "</p></td><td>" + bar_html(row) +
+         states_html(row) + "</td></tr>\n";
 }
 
 std::string publications_html(const std::vector<publication_row> &rows) {
@@ -116,7 +114,7 @@ std::string publications_html(const std::vector<publication_row> &rows) {
   for (size_t i = 0; i < shown; ++i) {
     html += row_html(rows[i]);
   }
-  return "<section><h2>Publications</h2>\n" + table_html({"Config ID", "Elements"}, html, "rows") +
+  return "<section><h2>Publications</h2>\n" + table_html({"Config ID", "Elements"}, html) +
          more_html(rows.size(), shown) + "</section>\n";
 }
 
@@ -125,8 +123,9 @@ std::string reasons_html(const std::vector<reason_count> &reasons) {
   std::string html;
   for (size_t i = 0; i < shown; ++i) {
     const reason_count &each = reasons[i];
-    html += "<tr><td class=\"count\">" + std::to_string(each.elements) + "</td><td>" +
-            words_of(each.state) + "</td><td>" + escaped(each.reason) + "</td></tr>\n";
+    html += "<tr><td class=\"fixed\">" + std::to_string(each.elements) +
+            "</td><td class=\"fixed\">" + words_of(each.state) + "</td><td>" +
+            escaped(each.reason) + "</td></tr>\n";
   }
   return html.empty()
              ? ""
@@ -137,9 +136,9 @@ std::string reasons_html(const std::vector<reason_count> &reasons) {
 std::string elements_html(const char *title, const standing_list &list) {
   std::string html;
   for (const listed_element &each : list.first) {
-    html += "<tr><td>" + escaped(each.who.subsys + " " + each.who.index) + "</td><td>" +
-            (each.received == 0 ? "-" : iso_time(each.received)) + "</td><td>" +
-            escaped(each.reason) + "</td></tr>\n";
+    html += "<tr><td class=\"fixed\">" + escaped(each.who.subsys + " " + each.who.index) +
+            "</td><td class=\"fixed\">" + (each.received == 0 ? "-" : iso_time(each.received)) +
+            "</td><td>" + escaped(each.reason) + "</td></tr>\n";
   }
   return html.empty() ? ""
                       : std::string("<section><h2>") + title + "</h2>\n" +

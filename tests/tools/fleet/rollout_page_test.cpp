@@ -91,7 +91,7 @@ TEST_F(RolloutPage, ListsAThousandElementsOfEachState) {
     add("x" + std::to_string(i), standing::refused, "why");
   }
   const std::string html = rollout_page(found_, {});
-  EXPECT_EQ(count_of("<td>AP x", html), 1000U);
+  EXPECT_EQ(count_of("<td class=\"fixed\">AP x", html), 1000U);
   EXPECT_TRUE(has(html, "and 7 more"));
 }
 
