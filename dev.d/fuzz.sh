@@ -3,7 +3,7 @@
 # Runs the fuzz targets. New inputs stay in build/fuzz/corpus; fuzz/corpus is the stored corpus.
 
 readonly fuzz_build=build/fuzz
-readonly fuzz_targets=(k_content gpb_path checksum json parameters cycle archive signature)
+readonly fuzz_targets=(k_content gpb_path checksum json parameters cycle archive signature report)
 
 fuzz_make() {
   setup

@@ -43,7 +43,7 @@ readonly layers_of_tools=(
   ^tools/model/
   ^tools/publication/
   '^tools/(cache|service|element|probe|reference)/'
-  '^tools/(relay|selftest)/'
+  '^tools/(relay|selftest|fleet)/'
   ^tools/cli/
   ^tools/manual/
 )

@@ -23,6 +23,7 @@ readonly reasons=(
   "runs every test"
   "installs packages"
   "installs into the system"
+  "needs a fleet that reports"
   "needs an object store"
   "needs a running relay"
   "needs systemd"

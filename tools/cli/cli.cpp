@@ -96,6 +96,7 @@ int command_line::run(int argc, char **argv, std::ostream &out, std::ostream &er
 void add_all_commands(command_line &line) {
   add_service_commands(line);
   add_relay_command(line);
+  add_fleet_command(line);
   add_element_commands(line);
   add_cache_commands(line);
   add_look_commands(line);

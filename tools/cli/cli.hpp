@@ -69,6 +69,7 @@ void add_reference_commands(command_line &line);  // explain, categories
 void add_probe_command(command_line &line);       // probe
 void add_selftest_command(command_line &line);    // selftest
 void add_relay_command(command_line &line);       // relay
+void add_fleet_command(command_line &line);       // fleet
 
 void add_all_commands(command_line &line);
 

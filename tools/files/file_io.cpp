@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -30,6 +31,10 @@ bool is_there(const fs::path &path) {
 
 void throw_errno(const std::string &what) {
   throw std::system_error(errno, std::generic_category(), what);
+}
+
+bool is_exhausted(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
 void write_all(int fd, std::string_view bytes, const std::string &name) {

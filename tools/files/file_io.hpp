@@ -20,6 +20,10 @@ bool is_there(const fs::path &path);
 // Throws std::system_error with the current errno; `what` names the action and the file.
 [[noreturn]] void throw_errno(const std::string &what);
 
+// Whether the process or the system lacks descriptors or memory, so that the error says nothing
+// about the file.
+bool is_exhausted(int error);
+
 std::string read_file_at(int fd, const std::string &name);
 std::string read_file_text(const fs::path &path);
 

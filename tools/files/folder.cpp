@@ -18,10 +18,6 @@ constexpr int folder_flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 using folder_stream = std::unique_ptr<DIR, zot::releaser<::closedir>>;
 
-bool is_exhausted(int error) {
-  return error == EMFILE || error == ENFILE || error == ENOMEM;
-}
-
 }  // namespace
 
 folder::folder(const fs::path &path) : file_(::open(path.c_str(), folder_flags)), path_(path) {
@@ -53,25 +49,29 @@ folder folder::make(const std::string &name) const {
   return {std::move(file), path};
 }
 
-std::vector<std::string> folder::names() const {
+void folder::each_name(const std::function<void(const std::string &)> &visit) const {
   zot::descriptor own(::openat(get(), ".", folder_flags));
   const folder_stream stream(own.is_open() ? ::fdopendir(own.get()) : nullptr);
   if (stream == nullptr) {
     throw_errno("cannot read " + path_.string());
   }
   own.release();
-  std::vector<std::string> found;
   errno = 0;
   while (const dirent *const entry = ::readdir(stream.get())) {
-    const std::string_view name = entry->d_name;
+    const std::string name = entry->d_name;
     if (name != "." && name != "..") {
-      found.emplace_back(name);
+      visit(name);
     }
     errno = 0;
   }
   if (errno != 0) {
     throw_errno("cannot read " + path_.string());
   }
+}
+
+std::vector<std::string> folder::names() const {
+  std::vector<std::string> found;
+  each_name([&found](const std::string &name) { found.push_back(name); });
   return found;
 }
 
@@ -93,6 +93,11 @@ std::optional<uint64_t> folder::size_of(const std::string &name) const {
     return std::nullopt;
   }
   return static_cast<uint64_t>(info.st_size);
+}
+
+bool folder::has(const std::string &name) const {
+  struct stat info {};
+  return ::fstatat(get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 bool folder::is_other_than_file(const std::string &name) const {

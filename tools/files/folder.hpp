@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,7 +28,9 @@ class folder {
   [[nodiscard]] std::optional<folder> find(const std::string &name) const;
   // The same, created with the mode 0755 less the umask if it is missing. Throws std::system_error.
   [[nodiscard]] folder make(const std::string &name) const;
-  // All names in it, in no order.
+  // Calls `visit` with each name in it, in no order. Throws std::system_error.
+  void each_name(const std::function<void(const std::string &)> &visit) const;
+  // All of them.
   [[nodiscard]] std::vector<std::string> names() const;
 
   // Opens a regular file for reading. The result is not open when there is none. Throws
@@ -35,6 +38,8 @@ class folder {
   [[nodiscard]] zot::descriptor open(const std::string &name) const;
   // The size of a regular file; nullopt if there is none.
   [[nodiscard]] std::optional<uint64_t> size_of(const std::string &name) const;
+  // Whether the name exists; a symbolic link need not lead anywhere.
+  [[nodiscard]] bool has(const std::string &name) const;
   // Whether the name belongs to anything but a regular file. False if that cannot be found out.
   [[nodiscard]] bool is_other_than_file(const std::string &name) const;
   // The target of a symbolic link; nullopt if there is none.

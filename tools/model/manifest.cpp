@@ -182,7 +182,8 @@ uint64_t parse_sequence(const cJSON *item) {
   return counts ? static_cast<uint64_t>(number) : 0;
 }
 
-manifest parse_head(const cJSON *root) {
+// Everything but the files.
+manifest head_of(const cJSON *root) {
   manifest content{.cluster = text_member(root, "clusterId"),
                    .config_id = text_member(root, "configId"),
                    .firmware = text_member(root, "firmwareVersion"),
@@ -193,6 +194,35 @@ manifest parse_head(const cJSON *root) {
     content.who = {.subsys = text_member(root, "subsys"), .index = text_member(root, "index")};
   }
   return content;
+}
+
+// Returns the position behind the string that begins at `at`.
+size_t end_of_string(std::string_view text, size_t at) {
+  do {
+    at = text.find_first_of("\"\\", at + 1);
+    if (at == std::string_view::npos) {
+      return text.size();
+    }
+  } while (text[at] == '\\' && ++at < text.size());
+  return std::min(at + 1, text.size());
+}
+
+// A JSON text with empty lists and objects inside its outermost object.
+std::string without_inner_values(std::string_view text) {
+  std::string outer;
+  size_t depth = 0;
+  for (size_t at = 0; at < text.size();) {
+    const char c = text[at];
+    const bool closes = c == '}' || c == ']';
+    depth -= closes && depth > 0 ? 1 : 0;
+    const size_t end = c == '"' ? end_of_string(text, at) : at + 1;
+    if (depth < 2) {
+      outer.append(text.substr(at, end - at));
+    }
+    depth += c == '{' || c == '[' ? 1 : 0;
+    at = end;
+  }
+  return outer;
 }
 
 // The text before the list and its first bracket.
@@ -251,7 +281,7 @@ std::optional<manifest> parse_manifest(const std::string &text, other_category o
   if (!values) {
     return std::nullopt;
   }
-  manifest content = parse_head(values->root.get());
+  manifest content = head_of(values->root.get());
   content.files.reserve(values->entries.size());
   for (const entry_values &entry : values->entries) {
     auto file = parse_file(entry, others);
@@ -261,6 +291,15 @@ std::optional<manifest> parse_manifest(const std::string &text, other_category o
     content.files.push_back(std::move(*file));
   }
   return content;
+}
+
+std::optional<manifest> parse_manifest_head(std::string_view text) {
+  const std::string outer = without_inner_values(text);
+  const zot::json_tree root(cJSON_ParseWithOpts(outer.c_str(), nullptr, 1));
+  if (!cJSON_IsArray(cJSON_GetObjectItem(root.get(), "gpbs"))) {
+    return std::nullopt;
+  }
+  return head_of(root.get());
 }
 
 }  // namespace zotconf

@@ -17,8 +17,10 @@ enum exit_status : int {
   exit_refused = 6,
   exit_damaged = 7,
   exit_different = 8,
+  exit_fleet_refused = 9,
   exit_apply_failed = 10,
-  exit_relay_problem = 11
+  exit_relay_problem = 11,
+  exit_fleet_pending = 12
 };
 
 struct exit_meaning {
@@ -26,7 +28,7 @@ struct exit_meaning {
   std::string_view text;
 };
 
-constexpr std::array<exit_meaning, 11> exit_meanings = {{
+constexpr std::array<exit_meaning, 13> exit_meanings = {{
     {exit_success, "done"},
     {exit_failure, "failure of the service, the storage or the library; see standard error"},
     {exit_usage, "wrong usage"},
@@ -36,11 +38,14 @@ constexpr std::array<exit_meaning, 11> exit_meanings = {{
     {exit_refused, "refused: see standard error for the reason; nothing was written or removed"},
     {exit_damaged, "damage or an interrupted commit was found, or remains after a repair"},
     {exit_different, "the two configurations differ, and --exit-code was given"},
+    {exit_fleet_refused, "more elements refused a configuration than --max-refused allows"},
     {exit_apply_failed,
      "the command of --apply could not run or did not exit by itself; nothing was committed or "
      "rolled back"},
     {exit_relay_problem,
      "the relay has a problem: it has no publication, or does not receive newer ones"},
+    {exit_fleet_pending,
+     "fewer elements have a configuration in force than --min-in-force requires"},
 }};
 
 constexpr std::string_view meaning_of(exit_status status) {

@@ -39,6 +39,7 @@ class json_node {
       return put(name, cJSON_CreateRaw(std::to_string(value).c_str()));
     }
   }
+  json_node &set(const char *name, double value) { return put(name, cJSON_CreateNumber(value)); }
   // The unit is milliseconds; the name of the member should say so.
   json_node &set(const char *name, std::chrono::milliseconds value) {
     return set(name, value.count());

@@ -9,39 +9,16 @@
 #include "tools/output/console.hpp"
 #include "tools/output/duration.hpp"
 #include "tools/output/figures.hpp"
-#include "tools/output/plain_text.hpp"
 #include "tools/output/version.hpp"
 #include "tools/relay/relay_advice.hpp"
 #include "tools/relay/relay_json.hpp"
 #include "tools/service/page_answer.hpp"
+#include "tools/service/page_html.hpp"
 
 namespace zotconf {
 namespace {
 
 constexpr size_t most_listed = 5;
-
-std::string escaped(std::string_view text) {
-  std::string result;
-  for (const char c : printable(text)) {
-    switch (c) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '>':
-        result += "&gt;";
-        break;
-      case '"':
-        result += "&quot;";
-        break;
-      default:
-        result += c;
-    }
-  }
-  return result;
-}
 
 // An option is not divided at the end of a line.
 std::string with_options(std::string_view text) {

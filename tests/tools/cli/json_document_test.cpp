@@ -75,6 +75,9 @@ class JsonDocument : public CachedElement {
 TEST_F(JsonDocument, TellsEveryKeyOfEveryCommand) {
   write_bytes(dir_ / "fleet/elements/0A/Wlan/a", "a");
   write_bytes(dir_ / "bad/elements/0A/Wlan/a", "");
+  write_bytes(dir_ / "reports/AP/" + index_ + ".json",
+              R"({"format":1,"problem":{"text":"get: timeout"}})");
+  write_bytes(dir_ / "reports/AP/unknown.json", "");
   const std::vector<std::vector<std::string>> commands = {
       {"publish", dir_ / "source", "--out", dir_ / "other", "--index", "x", "--cluster", "c"},
       {"publish", dir_ / "source", "--out", dir_ / "another", "--index", "x", "--cluster", "c",
@@ -93,6 +96,7 @@ TEST_F(JsonDocument, TellsEveryKeyOfEveryCommand) {
       {"cycle", "--index", index_, "--commit"},
       {"cycle", "--index", "unknown"},
       {"selftest"},
+      {"fleet", dir_ / "pub", dir_ / "reports"},
       {"probe", "http://127.0.0.1:" + std::to_string(service_->port()), "--index", "unknown"},
   };
   for (std::vector<std::string> command : commands) {

@@ -187,5 +187,67 @@ TEST(ParseManifest, ReadsTheFirstOfTwoLists) {
   EXPECT_FALSE(parse_manifest("{\"a\":{" + list + "\n}\n"));
 }
 
+manifest with_files(size_t count) {
+  manifest content{.cluster = "c\"\\",
+                   .config_id = "id",
+                   .firmware = "1.2",
+                   .who = {.subsys = "AP", .index = "0A"},
+                   .sequence = 7,
+                   .files = {}};
+  for (size_t i = 0; i < count; ++i) {
+    content.files.push_back({.category = 0,
+                             .category_name = "Wlan",
+                             .key = "a]}\"\\{[" + std::to_string(i),
+                             .version = 1,
+                             .size = 2,
+                             .checksum = "ab"});
+  }
+  return content;
+}
+
+TEST(ParseManifestHead, ReadsEverythingButTheFiles) {
+  for (const size_t count : {0, 1, 500}) {
+    const auto head = parse_manifest_head(render_manifest(with_files(count)));
+    ASSERT_TRUE(head) << count;
+    EXPECT_EQ(head->cluster, "c\"\\");
+    EXPECT_EQ(head->config_id, "id");
+    EXPECT_EQ(head->firmware, "1.2");
+    EXPECT_EQ(head->who.subsys, "AP");
+    EXPECT_EQ(head->who.index, "0A");
+    EXPECT_EQ(head->sequence, 7U);
+    EXPECT_TRUE(head->files.empty());
+  }
+}
+
+TEST(ParseManifestHead, ReadsMembersBehindTheList) {
+  const auto head = parse_manifest_head(
+      R"({"gpbs": [{"configId": "inner", "x": [[{}]]}, "]"], "extra": {"configId": "inner"},
+          "configId": "outer"} )");
+  ASSERT_TRUE(head);
+  EXPECT_EQ(head->config_id, "outer");
+}
+
+TEST(ParseManifestHead, RefusesATextThatIsCutOffAnywhere) {
+  std::string text = render_manifest(with_files(2));
+  text.resize(text.rfind('}') + 1);
+  EXPECT_TRUE(parse_manifest_head(text));
+  for (size_t size = 0; size < text.size(); ++size) {
+    EXPECT_FALSE(parse_manifest_head(std::string_view(text).substr(0, size))) << size;
+  }
+}
+
+TEST(ParseManifestHead, RefusesWhatIsNoKnowledgeFile) {
+  for (const std::string text :
+       {"", "[]", "{}", "{\"gpbs\":{}}", "{\"gpbs\":[]} x", "}{\"gpbs\":[]}", "\"", "\"\\"}) {
+    EXPECT_FALSE(parse_manifest_head(text)) << text;
+  }
+}
+
+TEST(ParseManifestHead, SurvivesDeepNesting) {
+  const std::string deep(1000000, '[');
+  EXPECT_FALSE(parse_manifest_head("{\"gpbs\":" + deep));
+  EXPECT_FALSE(parse_manifest_head(deep));
+}
+
 }  // namespace
 }  // namespace zotconf

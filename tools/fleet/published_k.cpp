@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/fleet/published_k.hpp"
+
+#include <chrono>
+#include <system_error>
+#include <thread>
+
+#include "tools/model/manifest.hpp"
+
+namespace zotconf {
+namespace {
+
+constexpr int most_attempts = 3;
+constexpr std::chrono::milliseconds between_attempts{2};
+
+constexpr const char *other_checksum = "K does not match its checksum file";
+
+k_reading bad_k(std::string why) {
+  return {.k = std::nullopt, .wrong = std::move(why)};
+}
+
+std::string checksum_in(const folder &latest, const std::string &name) {
+  const zot::descriptor file = latest.open(name);
+  const std::string text = file.is_open() ? read_file_at(file.get(), name) : "";
+  return text.substr(0, text.find('\n'));
+}
+
+k_reading read_k_once(const folder &latest, const std::string &index) {
+  const std::string name = index + ".k";
+  const zot::descriptor file = latest.open(name);
+  if (!file.is_open()) {
+    return latest.has(name) ? bad_k("K cannot be opened as a regular file") : k_reading{};
+  }
+  const std::string bytes = read_file_at(file.get(), name);
+  const auto head = parse_manifest_head(bytes);
+  if (!head) {
+    return bad_k("K is not a valid manifest");
+  }
+  const std::string digest = sha256_text(bytes);
+  return {
+      .k = published_k{.digest = digest, .config_id = head->config_id, .sequence = head->sequence},
+      .wrong = checksum_in(latest, index + ".checksum") == digest ? "" : other_checksum};
+}
+
+}  // namespace
+
+// Between the renaming of K and that of its checksum file the two do not match.
+k_reading read_published_k(const folder &subsys, const std::string &index) {
+  const auto own = subsys.find(index);
+  const auto latest = own ? own->find("latest") : std::nullopt;
+  if (!latest) {
+    return {};
+  }
+  try {
+    k_reading reading = read_k_once(*latest, index);
+    for (int i = 1; i < most_attempts && reading.wrong == other_checksum; ++i) {
+      std::this_thread::sleep_for(between_attempts);
+      reading = read_k_once(*latest, index);
+    }
+    return reading;
+  } catch (const std::system_error &error) {
+    if (is_exhausted(error.code().value())) {
+      throw;
+    }
+    return bad_k(error.what());
+  }
+}
+
+}  // namespace zotconf
