@@ -17,9 +17,9 @@ namespace zotconf {
 
 // What a relay knows about the reports that it sends.
 struct report_status {
-  std::string url;            // of the receiver, without credentials
+  std::string url = {};       // of the receiver, without credentials
   std::time_t last_sent = 0;  // 0: none yet
-  std::string problem;        // why the last attempt has failed; empty: it has not
+  std::string problem = {};   // why the last attempt has failed; empty: it has not
   bool is_pending = false;    // a report has not been sent yet
 };
 

@@ -165,9 +165,11 @@ class ReportUploadToNginx : public testing::Test {
     server_ =
         std::make_unique<nginx>(authority_, "ssl_client_certificate " + authority_.path() +
                                                 ";\nssl_verify_client on;\n"
+                                                "location / { return 403; }\n"
                                                 "location ~ ^/reports/AP/([0-9A-F]+)\\.json$ {\n"
                                                 "set $wanted \"CN=$1\";\n"
                                                 "if ($ssl_client_s_dn != $wanted) { return 403; }\n"
+                                                "limit_except PUT { deny all; }\n"
                                                 "dav_methods PUT;\ncreate_full_put_path on;\n"
                                                 "client_max_body_size 64k;\n}\n");
   }
