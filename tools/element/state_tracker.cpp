@@ -72,6 +72,10 @@ void state_tracker::note_undo() {
 }
 
 void state_tracker::note_configurations() {
+  // Where no handle could be created, there may be no cache.
+  if (!is_there(cache_.conf_root)) {
+    return;
+  }
   const named_configurations &now = kept_.read();
   state_.in_force = now.in_force;
   if (!now.refused) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where a relay learns what its element has done: from the file of `zotconf watch --state`, or from
-// the cache. What has not changed is not read again.
+// the cache, whose K files are read again only if they have changed.
 #pragma once
 
 #include <optional>

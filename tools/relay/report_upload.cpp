@@ -62,8 +62,8 @@ report_upload::report_upload(const std::string &url, connection_options options,
   }
 }
 
-size_t report_upload::take_header(char *data, size_t size, size_t count, void *answer_) noexcept {
-  auto &to = *static_cast<answer *>(answer_);
+size_t report_upload::take_header(char *data, size_t size, size_t count, void *context) noexcept {
+  auto &to = *static_cast<answer *>(context);
   const size_t bytes = size * count;
   to.bytes += bytes;
   if (to.bytes > most_answer_bytes) {
@@ -74,8 +74,8 @@ size_t report_upload::take_header(char *data, size_t size, size_t count, void *a
 }
 
 size_t report_upload::drop_body(char * /*data*/, size_t size, size_t count,
-                                void *answer_) noexcept {
-  auto &to = *static_cast<answer *>(answer_);
+                                void *context) noexcept {
+  auto &to = *static_cast<answer *>(context);
   to.bytes += size * count;
   return to.bytes > most_answer_bytes ? CURL_WRITEFUNC_ERROR : size * count;
 }

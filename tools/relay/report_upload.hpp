@@ -43,8 +43,8 @@ class report_upload {
     size_t bytes = 0;
   };
 
-  static size_t take_header(char *data, size_t size, size_t count, void *answer) noexcept;
-  static size_t drop_body(char *data, size_t size, size_t count, void *answer) noexcept;
+  static size_t take_header(char *data, size_t size, size_t count, void *context) noexcept;
+  static size_t drop_body(char *data, size_t size, size_t count, void *context) noexcept;
   void set_request(CURL *curl, const std::string &path, const std::string &body,
                    const header_list &headers, answer &to) const;
   // Nullopt if it was stopped.

@@ -236,6 +236,9 @@ TEST_F(StateTracker, TellsWhyTheElementCannotStart) {
   variables_["ZOT_PREFIX_CONF_ROOT"] = dir_ / "a;b";
   const auto running = track("true");
   EXPECT_EQ(running->wait(), failed);
+  const std::string text = state()["problem"]["text"].text();
+  EXPECT_TRUE(text.starts_with("start: ")) << text;
+  EXPECT_TRUE(state()["in_force"].is_null());
 }
 
 TEST_F(StateTracker, EverybodyMayReadTheFile) {
