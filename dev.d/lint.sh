@@ -42,7 +42,8 @@ readonly layers_of_tools=(
   '^tools/(output|files)/'
   ^tools/model/
   ^tools/publication/
-  '^tools/(cache|service|element|probe|reference)/'
+  '^tools/(cache|service|probe|reference)/'
+  ^tools/element/
   '^tools/(relay|selftest|fleet)/'
   ^tools/cli/
   ^tools/manual/

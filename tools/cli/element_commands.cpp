@@ -53,6 +53,11 @@ const command_text watch_text = {
         "the configuration before it, and its exit status neither commits nor rolls back. CMD\n"
         "does not run if no entry is in force. In dev mode, each get returns the configuration\n"
         "as new.\n\n"
+        "With --state, FILE has the state of the element as JSON: the configuration in force,\n"
+        "the one that was rolled back and why, a commit that a start has undone, and why the\n"
+        "element is failing. FILE is replaced at each change, and everybody may read it.\n"
+        "`zotconf relay --element FILE` reports it. Without a place to write FILE, the command\n"
+        "warns once and continues.\n\n"
         "Each change of state is one line on standard output, with --json one object. The\n"
         "output of CMD goes to standard error. The service manager is notified as NOTIFY_SOCKET\n"
         "and WATCHDOG_USEC request.\n\n"
@@ -83,6 +88,7 @@ struct watch_words : element_words {
   std::string backoff_min = "1s";
   std::string backoff_max = "5m";
   bool apply_cached_at_start = false;
+  std::string state;
 };
 
 const std::map<std::string, std::optional<uint32_t>> log_levels = {{"off", std::nullopt},
@@ -136,7 +142,8 @@ int run_watch_words(const watch_words &words, const console &where) {
                     .every = duration(words.every),
                     .backoff_min = duration(words.backoff_min),
                     .backoff_max = duration(words.backoff_max),
-                    .apply_cached_at_start = words.apply_cached_at_start},
+                    .apply_cached_at_start = words.apply_cached_at_start,
+                    .state = words.state},
                    where);
 }
 
@@ -211,6 +218,10 @@ void add_watch(command_line &line) {
   add_duration(command, "--backoff-max", words->backoff_max, "longest pause after a failure");
   command.add_flag("--apply-cached-at-start", words->apply_cached_at_start,
                    "run CMD once for the configuration in force, at the start");
+  command
+      .add_option("--state", words->state,
+                  "file that gets the state of the element as JSON at each change")
+      ->check([](const std::string &text) { return text.empty() ? "is empty" : ""; });
   command.parse_complete_callback([words] {
     resolve_element(*words);
     if (parse_duration(words->backoff_min) > parse_duration(words->backoff_max)) {

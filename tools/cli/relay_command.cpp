@@ -23,10 +23,16 @@ const command_text relay_text = {
         "The first request is sent after a random part of --every, the others after --every,\n"
         "more or less by a tenth. After failures the pauses grow from 1 second to 5 minutes;\n"
         "Retry-After of the server is respected. A problem is printed once, not once a round.\n\n"
+        "With --report, the relay sends a report by PUT to URL/<subsys>/<index>.json when it has\n"
+        "changed, and once a day. It tells what the relay offers, what the element has in force,\n"
+        "and what fails. The element's part comes from the file of `zotconf watch --state` that\n"
+        "--element names, or from the cache, if the relay may read it. Reports that cannot be\n"
+        "sent delay nothing; the pauses grow from 1 minute to 1 hour.\n\n"
         "The command does not run as root; --user names the user that root becomes. The status\n"
         "page is at /. The command runs until SIGINT or SIGTERM. With --once it updates the\n"
         "store and exits without serving it. Durations are 500ms, 30s, 5m, 1h or 30d.\n\n"
-        "The service manager is notified as NOTIFY_SOCKET and WATCHDOG_USEC request.",
+        "The service manager is notified as NOTIFY_SOCKET and WATCHDOG_USEC request.\n\n"
+        "Environment, for --report without --element: ZOT_PREFIX_CONF_ROOT.",
     .examples =
         "zotconf relay --upstream https://config.example.net/site --index 001122334455 \\\n"
         "    --store /var/lib/zotconf-relay --keyring /etc/zotconf/publisher.crt\n"
@@ -96,6 +102,18 @@ void add_store(CLI::App &command, relay_words &words) {
   command.add_option("--user", options.user, "user that root becomes");
 }
 
+void add_report(CLI::App &command, report_options &report) {
+  CLI::Option *const url =
+      command
+          .add_option("--report", report.url,
+                      "http:// or https:// URL of the folder that gets the reports of the element")
+          ->check(checked_by(check_upstream_url));
+  command
+      .add_option("--element", report.element,
+                  "file of zotconf watch --state (default: the cache of the element is read)")
+      ->needs(url);
+}
+
 void add_service(CLI::App &command, relay_words &words) {
   relay_options &options = words.options;
   command.add_option("--port", options.port, "port; 0 picks a free one")
@@ -119,6 +137,7 @@ void add_relay_command(command_line &line) {
   add_index(command, words->options.who.index)->required();
   add_store(command, *words);
   add_service(command, *words);
+  add_report(command, words->options.report);
   command.add_option("--every", words->every, "pause between two requests for the checksum")
       ->check(checked_by(check_duration))
       ->capture_default_str();

@@ -15,6 +15,7 @@
 #include "tools/element/foreign.hpp"
 #include "tools/element/notify.hpp"
 #include "tools/element/running_command.hpp"
+#include "tools/element/state_tracker.hpp"
 #include "tools/element/wake_up.hpp"
 #include "tools/element/watch_report.hpp"
 #include "tools/output/duration.hpp"
@@ -42,9 +43,10 @@ struct decision {
 
 class watcher {
  public:
-  watcher(const watch_options &options, handle &element, const console &where)
+  watcher(const watch_options &options, handle &element, state_tracker &state, const console &where)
       : options_(options),
         element_(element),
+        state_(state),
         where_(where),
         reporter_(where, manager_),
         backoff_(options.backoff_min, options.backoff_max, std::random_device()()) {}
@@ -54,6 +56,7 @@ class watcher {
                     .text = options_.element.subsys + " " + options_.element.index + ", every " +
                             duration_text(options_.every),
                     .hint = std::string(has_configuration(element_) ? "" : no_configuration_yet)});
+    state_.started();
     if (options_.apply_cached_at_start) {
       reporter_.tell(hand_over_in_force());
     }
@@ -295,6 +298,7 @@ class watcher {
     }
     backoff_.reset();
     tell_change(news);
+    state_.succeeded(news.what == watch_event::rolled_back ? news.text : "");
     return options_.every;
   }
 
@@ -302,7 +306,20 @@ class watcher {
     const milliseconds pause = backoff_.next();
     news.retry = pause;
     tell_change(news);
+    state_.failed(action_of(news.what) + ": " + news.text +
+                  (news.hint.empty() ? "" : ": " + news.hint));
     return pause;
+  }
+
+  // What has failed.
+  [[nodiscard]] std::string action_of(watch_event failure) const {
+    if (failure == watch_event::apply_failing) {
+      return "apply";
+    }
+    if (failure == watch_event::verdict_failing) {
+      return decided_ && decided_->accepted ? "commit" : "roll-back";
+    }
+    return "get";
   }
 
   // Reports an outcome only when it differs from the last one. Commits and rollbacks are always
@@ -327,6 +344,7 @@ class watcher {
 
   const watch_options &options_;
   handle &element_;
+  state_tracker &state_;
   const console &where_;
   wake_up wake_;
   notifier manager_;
@@ -345,13 +363,17 @@ class watcher {
 int run_watch(const watch_options &options, const console &where) {
   warn_of_environment(where, use_of_service::asked);
   std::string reason;
+  state_tracker state(options.state,
+                      {.subsys = options.element.subsys, .index = options.element.index},
+                      where.err());
   auto element = create_handle(options.element, where.err(), reason);
   if (!element) {
     tell_no_handle_to(where.err(), reason);
+    state.failed("start: " + reason);
     return exit_failure;
   }
   warn_of_foreign_owner(*element->c_handle(), where.err());
-  watcher(options, *element, where).run();
+  watcher(options, *element, state, where).run();
   return exit_success;
 }
 

@@ -17,6 +17,7 @@ struct watch_options {
   std::chrono::milliseconds backoff_min{};
   std::chrono::milliseconds backoff_max{};
   bool apply_cached_at_start = false;
+  fs::path state = {};  // the file for the state of the element; empty: none
 };
 
 // Returns an exit status after SIGINT or SIGTERM, or when no handle can be created.

@@ -38,13 +38,6 @@ class http_engine {
   [[nodiscard]] uint64_t received() const { return received_; }
 
  private:
-  // Several objects may use libcurl at a time: it counts its users.
-  struct library {
-    library() { curl_global_init(CURL_GLOBAL_ALL); }
-    library(const library &) = delete;
-    library &operator=(const library &) = delete;
-    ~library() { curl_global_cleanup(); }
-  };
   using transfer_owner = std::unique_ptr<http_transfer>;
 
   // Whether more has arrived than the rate allows.
@@ -59,7 +52,7 @@ class http_engine {
   void resume(std::vector<ended> &all);
   void end_silent(std::vector<ended> &all);
 
-  library library_;
+  curl_library library_;
   const upstream_url &url_;
   connection_options options_;
   std::chrono::milliseconds silence_;

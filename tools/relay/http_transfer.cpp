@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/relay/http_transfer.hpp"
 
-#include <openssl/ssl.h>
-
 #include <algorithm>
 #include <ctime>
 #include <exception>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "tools/relay/transfer_problem.hpp"
@@ -35,19 +32,9 @@ bool can_decode_gzip() {
 
 }  // namespace
 
-// libcurl calls this for each new connection.
-CURLcode http_transfer::set_certificate_time(CURL * /*curl*/, void *context, void *time) noexcept {
-  const auto &now = *static_cast<const std::function<std::time_t()> *>(time);
-  X509_VERIFY_PARAM *const rules = ::SSL_CTX_get0_param(static_cast<SSL_CTX *>(context));
-  ::X509_VERIFY_PARAM_set_time(rules, now());
-  return CURLE_OK;
-}
-
 template <class Value>
 void http_transfer::set(CURLoption option, Value value) const {
-  if (curl_easy_setopt(curl_.get(), option, value) != CURLE_OK) {
-    throw std::runtime_error("libcurl lacks an option that a relay needs");
-  }
+  set_option(curl_.get(), option, value);
 }
 
 http_transfer::http_transfer(const connection_options &options, const upstream_url &url,
@@ -60,52 +47,15 @@ http_transfer::http_transfer(const connection_options &options, const upstream_u
   if (curl_ == nullptr) {
     throw std::bad_alloc();
   }
-  set_protocol(options);
-  set_tls(options);
+  set_connection(curl_.get(), options, url_);
+  set_flow(options.limit_rate);
   set_callbacks();
 }
 
-void http_transfer::set_protocol(const connection_options &options) {
-  set(CURLOPT_PROTOCOLS_STR, "http,https");
-  set(CURLOPT_FOLLOWLOCATION, 0L);
-  set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+void http_transfer::set_flow(uint64_t limit_rate) {
   // Waits until it is known whether a new connection can be shared. Without TLS it cannot.
   set(CURLOPT_PIPEWAIT, url_.is_secure() ? 1L : 0L);
-  set(CURLOPT_PATH_AS_IS, 1L);
-  set(CURLOPT_USERAGENT, "zotconf");
-  set(CURLOPT_PROXY, "");
-  set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
-  if (!url_.user().empty() || !url_.password().empty()) {
-    set(CURLOPT_USERNAME, url_.user().c_str());
-    set(CURLOPT_PASSWORD, url_.password().c_str());
-  }
-  set(CURLOPT_BUFFERSIZE, buffer_size(options.limit_rate));
-  set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connect_timeout_.count()));
-  set(CURLOPT_NOSIGNAL, 1L);
-  // A lookup of a name that hangs must not delay the end.
-  set(CURLOPT_QUICK_EXIT, 1L);
-}
-
-void http_transfer::set_tls(const connection_options &options) {
-  set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-  set(CURLOPT_SSL_VERIFYPEER, 1L);
-  set(CURLOPT_SSL_VERIFYHOST, 2L);
-  if (!options.ca.empty()) {
-    set(CURLOPT_CAINFO, options.ca.c_str());
-    // Otherwise the certificates of the system would be trusted too.
-    set(CURLOPT_CAPATH, static_cast<const char *>(nullptr));
-    set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
-  }
-  if (options.certificate_time) {
-    set(CURLOPT_SSL_CTX_FUNCTION, set_certificate_time);
-    set(CURLOPT_SSL_CTX_DATA, &options.certificate_time);
-  }
-  if (!options.certificate.empty()) {
-    set(CURLOPT_SSLCERT, options.certificate.c_str());
-    set(CURLOPT_SSLKEY, options.key.empty() ? options.certificate.c_str() : options.key.c_str());
-    // Without a password, OpenSSL would ask for one on the terminal.
-    set(CURLOPT_KEYPASSWD, "");
-  }
+  set(CURLOPT_BUFFERSIZE, buffer_size(limit_rate));
 }
 
 void http_transfer::set_callbacks() {

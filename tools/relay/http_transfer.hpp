@@ -7,28 +7,16 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <ctime>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 
-#include "tools/files/file_io.hpp"
+#include "tools/relay/connection.hpp"
 #include "tools/relay/response_head.hpp"
 #include "tools/relay/traffic.hpp"
 #include "tools/relay/upstream_url.hpp"
 
 namespace zotconf {
-
-// What concerns connections.
-struct connection_options {
-  fs::path ca;
-  fs::path certificate;
-  fs::path key;
-  std::chrono::milliseconds connect_timeout{0};
-  uint64_t limit_rate = 0;
-  std::function<std::time_t()> certificate_time;  // empty: the clock
-};
 
 struct transfer_request {
   std::string path;       // below the URL, not encoded
@@ -80,14 +68,12 @@ class http_transfer {
  private:
   using header_list = std::unique_ptr<curl_slist, zot::releaser<curl_slist_free_all>>;
 
-  void set_protocol(const connection_options &options);
-  void set_tls(const connection_options &options);
+  void set_flow(uint64_t limit_rate);
   void set_callbacks();
   void add_header(const std::string &line);
   template <class Value>
   void set(CURLoption option, Value value) const;
 
-  static CURLcode set_certificate_time(CURL *curl, void *context, void *time) noexcept;
   static size_t take_header(char *data, size_t size, size_t count, void *self) noexcept;
   static size_t take_body(char *data, size_t size, size_t count, void *self) noexcept;
   static int note_request(void *self, char *server_ip, char *own_ip, int server_port,

@@ -25,6 +25,7 @@
 #include "tools/relay/relay_report.hpp"
 #include "tools/relay/relay_state.hpp"
 #include "tools/relay/relay_store.hpp"
+#include "tools/relay/reporting.hpp"
 #include "tools/relay/schedule.hpp"
 #include "tools/relay/synchroniser.hpp"
 #include "tools/relay/trusted_time.hpp"
@@ -60,12 +61,16 @@ class relayed_publication : public paged_service<relay_page> {
 // The clock of the machine. Gives the service manager its sign of life.
 class machine_clock : public relay_clock {
  public:
-  machine_clock(wake_up &wake, notifier &manager, archive_cache &archives)
-      : wake_(wake), manager_(manager), archives_(archives) {}
+  // `reports` is null if there are none.
+  machine_clock(wake_up &wake, notifier &manager, archive_cache &archives, reporting *reports)
+      : wake_(wake), manager_(manager), archives_(archives), reports_(reports) {}
 
   [[nodiscard]] clock::time_point now() const override { return clock::now(); }
   void wait_until(clock::time_point when) override {
-    constexpr std::chrono::minutes longest(1);
+    if (reports_ != nullptr) {
+      reports_->collect();
+    }
+    const std::chrono::seconds longest(reports_ != nullptr ? 10 : 60);
     wake_.wait_until(std::min({when, manager_.next_sign(), clock::now() + longest}));
     manager_.show_life(clock::now());
     archives_.expire(clock::now());
@@ -76,6 +81,7 @@ class machine_clock : public relay_clock {
   wake_up &wake_;
   notifier &manager_;
   archive_cache &archives_;
+  reporting *reports_;
 };
 
 void report_address(const console &where, const std::string &host, int port) {
@@ -124,7 +130,11 @@ struct relay_tools {
               .store = store,
               .server = server,
               .board = board,
-              .reporter = reporter}) {}
+              .reporter = reporter}) {
+    if (!options.report.url.empty()) {
+      reports.emplace(options.report, options.server, board, reporter, where);
+    }
+  }
 
   notifier manager;
   wake_up wake;
@@ -135,10 +145,22 @@ struct relay_tools {
   relay_board board;
   relay_reporter reporter;
   relay_loop loop;
+  std::optional<reporting> reports;
 };
 
+void report_once(relay_tools &tools) {
+  if (!tools.reports) {
+    return;
+  }
+  constexpr std::chrono::seconds longest(10);
+  tools.reports->collect();
+  tools.reports->finish(longest, [&tools] { return tools.wake.stop_signal() != 0; });
+}
+
 int run_once(relay_tools &tools) {
-  switch (tools.loop.once().result) {
+  const round_result result = tools.loop.once().result;
+  report_once(tools);
+  switch (result) {
     case round_result::failed:
       return exit_failure;
     case round_result::refused:
@@ -154,7 +176,9 @@ int run_once(relay_tools &tools) {
 std::string summary_of(const relay_options &options) {
   return options.who.subsys + " " + options.who.index + " from " +
          without_credentials(options.server.url) + ", every " + duration_text(options.every) +
-         (options.keyring.empty() ? ", unsigned" : "");
+         (options.keyring.empty() ? ", unsigned" : "") +
+         (options.report.url.empty() ? ""
+                                     : ", reports to " + without_credentials(options.report.url));
 }
 
 int serve(const relay_options &options, const console &where, relay_tools &tools) {
@@ -169,9 +193,11 @@ int serve(const relay_options &options, const console &where, relay_tools &tools
   tools.manager.ready();
   tools.reporter.tell({.what = relay_event::starting, .text = summary_of(options)});
   schedule when(options.every, std::random_device()());
-  machine_clock time(tools.wake, tools.manager, archives);
+  machine_clock time(tools.wake, tools.manager, archives,
+                     tools.reports ? &*tools.reports : nullptr);
   tools.loop.run(when, time);
   tools.manager.stopping();
+  tools.reports.reset();
   tools.reporter.tell({.what = relay_event::stopping,
                        .text = "signal " + std::to_string(tools.wake.stop_signal())});
   return exit_success;

@@ -8,6 +8,7 @@
 #include "tools/files/file_io.hpp"
 #include "tools/model/names.hpp"
 #include "tools/output/console.hpp"
+#include "tools/relay/reporting.hpp"
 #include "tools/relay/upstream.hpp"
 
 namespace zotconf {
@@ -25,6 +26,7 @@ struct relay_options {
   int compression = 0;
   std::string user = {};  // empty: that of the process
   bool once = false;
+  report_options report = {};
 };
 
 // Runs until SIGINT or SIGTERM. With `once`, does one round without serving. Writes "listening on

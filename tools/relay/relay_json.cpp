@@ -67,6 +67,18 @@ void describe_contact(json_node into, const relay_state &state, std::time_t now)
       .set("next_attempt", time_text(state.next_attempt));
 }
 
+void describe_report(json_node into, const std::optional<report_status> &report) {
+  if (!report) {
+    into.set("report", std::optional<std::string>());
+    return;
+  }
+  into.object("report")
+      .set("url", printable(report->url))
+      .set("last_sent", time_text(report->last_sent))
+      .set("problem", stated(printable(report->problem)))
+      .set("pending", report->is_pending);
+}
+
 void describe_notes(json_node list, const relay_state &state, std::time_t now) {
   for (const relay_note &note : notes_of(state, now)) {
     list.append()
@@ -113,6 +125,7 @@ void describe_relay(json_node into, const relay_state &state, const element_log 
       .set("bytes_received", state.bytes_received)
       .set("bytes_saved", state.bytes_saved);
   describe_requests(into.object("requests"), state, log);
+  describe_report(into, state.report);
 }
 
 }  // namespace zotconf

@@ -155,13 +155,26 @@ std::string counters_html(const relay_state &state, std::time_t now) {
                                      {"Version", version}});
 }
 
+std::string report_html(const relay_state &state, std::time_t now) {
+  if (!state.report) {
+    return "";
+  }
+  const report_status &report = *state.report;
+  const std::string progress = !report.problem.empty()
+                                   ? "failing: " + report.problem
+                                   : (report.is_pending ? "one is waiting to be sent" : "sent");
+  return list_of("Reports", {{"Sent to", report.url},
+                             {"Last sent", past(report.last_sent, now, "none since the start")},
+                             {"State", progress}});
+}
+
 std::string page_text(const relay_state &state, const element_log &log, std::time_t now) {
   std::string html = std::string(relay_html) + head_of(state, now);
   for (const relay_note &note : notes_of(state, now)) {
     html += note_html(note);
   }
   html += publication_html(state, now) + server_html(state, now) + requests_html(state, log, now) +
-          counters_html(state, now);
+          report_html(state, now) + counters_html(state, now);
   return html +
          "<footer class=\"quiet\">Times are in UTC. The same data is at "
          "<a href=\"status.json\">status.json</a>.</footer>\n</main>\n</body>\n</html>\n";

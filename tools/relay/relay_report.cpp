@@ -30,6 +30,9 @@ constexpr std::array events = {
     event_words{relay_event::refused, "refused", "publication refused", colour::red},
     event_words{relay_event::failing, "failing", "update failing", colour::red},
     event_words{relay_event::recovered, "recovered", "recovered", colour::green},
+    event_words{relay_event::reports_failing, "reports_failing", "reports failing", colour::red},
+    event_words{relay_event::reports_recovered, "reports_recovered", "reports recovered",
+                colour::green},
     event_words{relay_event::stopping, "stopping", "stopping", colour::none}};
 
 void print_json(const console &where, const relay_report &news, const char *key) {
@@ -43,19 +46,25 @@ void print_json(const console &where, const relay_report &news, const char *key)
   where.out() << document.line() << std::flush;
 }
 
-}  // namespace
+const event_words &words_of(relay_event what) {
+  return *std::ranges::find(events, what, &event_words::what);
+}
 
-void relay_reporter::print(const relay_report &news) const {
-  const auto &words = *std::ranges::find(events, news.what, &event_words::what);
-  std::string line(words.words);
+std::string line_of(const relay_report &news) {
+  std::string line(words_of(news.what).words);
   if (!news.text.empty()) {
     line += ": " + news.text;
   }
   if (news.retry) {
     line += " (retry in " + duration_text(*news.retry) + ")";
   }
-  line = printable(line);
-  manager_.tell_status(line);
+  return printable(line);
+}
+
+}  // namespace
+
+void relay_reporter::print(const relay_report &news, const std::string &line) const {
+  const event_words &words = words_of(news.what);
   if (where_.is_json()) {
     return print_json(where_, news, words.key);
   }
@@ -63,15 +72,28 @@ void relay_reporter::print(const relay_report &news) const {
                << std::flush;
 }
 
-void relay_reporter::tell(const relay_report &news) {
-  print(news);
+void relay_reporter::tell_round(const relay_report &news) {
+  const std::string line = line_of(news);
+  manager_.tell_status(line);
+  print(news, line);
   told_ = news;
 }
 
+void relay_reporter::tell(const relay_report &news) {
+  const std::scoped_lock guard(mutex_);
+  tell_round(news);
+}
+
 void relay_reporter::tell_change(const relay_report &news) {
+  const std::scoped_lock guard(mutex_);
   if (!told_ || told_->what != news.what || told_->text != news.text) {
-    tell(news);
+    tell_round(news);
   }
+}
+
+void relay_reporter::tell_aside(const relay_report &news) {
+  const std::scoped_lock guard(mutex_);
+  print(news, line_of(news));
 }
 
 }  // namespace zotconf

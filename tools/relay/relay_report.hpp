@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,8 @@ enum class relay_event {
   refused,
   failing,
   recovered,
+  reports_failing,
+  reports_recovered,
   stopping
 };
 
@@ -31,7 +34,7 @@ struct relay_report {
   std::optional<std::chrono::milliseconds> retry = {};
 };
 
-// Prints events, and sends them to the service manager.
+// Prints events, and sends them to the service manager. Safe to use from several threads.
 class relay_reporter {
  public:
   relay_reporter(const console &where, const notifier &manager)
@@ -41,12 +44,16 @@ class relay_reporter {
   // Prints an event only if its kind or its text differs from those of the last one that was
   // printed.
   void tell_change(const relay_report &news);
+  // Prints an event that is not one of the rounds. The service manager keeps the last one of those.
+  void tell_aside(const relay_report &news);
 
  private:
-  void print(const relay_report &news) const;
+  void print(const relay_report &news, const std::string &line) const;
+  void tell_round(const relay_report &news);
 
   const console &where_;
   const notifier &manager_;
+  std::mutex mutex_;
   std::optional<relay_report> told_;
 };
 

@@ -15,6 +15,14 @@
 
 namespace zotconf {
 
+// What a relay knows about the reports that it sends.
+struct report_status {
+  std::string url = {};       // of the receiver, without credentials
+  std::time_t last_sent = 0;  // 0: none yet
+  std::string problem = {};   // why the last attempt has failed; empty: it has not
+  bool is_pending = false;    // a report has not been sent yet
+};
+
 struct relay_state {
   std::string upstream;  // URL without credentials
   element who;
@@ -47,6 +55,8 @@ struct relay_state {
   uint64_t updates = 0;
   uint64_t bytes_received = 0;
   uint64_t bytes_saved = 0;  // of the files of new publications that were in the store already
+
+  std::optional<report_status> report;  // nullopt: it sends none
 };
 
 // What a problem of a relay comes from, which determines the advice.

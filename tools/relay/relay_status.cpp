@@ -107,6 +107,16 @@ void print_contact(const lines &to, const cJSON *contact) {
   to.print("next attempt", text_of(contact, "next_attempt"));
 }
 
+void print_reports(const lines &to, const cJSON *report) {
+  if (report == nullptr) {
+    return;
+  }
+  const std::string last = text_of(report, "last_sent");
+  to.print("reports", "to " + text_of(report, "url") +
+                          (last.empty() ? ", none sent since the start" : ", last sent " + last) +
+                          after(", failing: ", text_of(report, "problem")));
+}
+
 colour colour_of(const std::string &state) {
   return state == "good" ? colour::green : state == "problem" ? colour::yellow : colour::red;
 }
@@ -130,6 +140,7 @@ void print_state(const console &where, const cJSON *state) {
   to.print("upstream", text_of(state, "upstream"));
   print_publication(to, object_of(state, "publication"));
   print_contact(to, object_of(state, "contact"));
+  print_reports(to, object_of(state, "report"));
   to.print("relay", after("version ", text_of(state, "version")) +
                         after(", started ", text_of(state, "started")));
   print_notes(where, cJSON_GetObjectItemCaseSensitive(state, "notes"));

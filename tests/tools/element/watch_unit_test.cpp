@@ -29,17 +29,25 @@ TEST_F(WatchUnit, TellsHowItIsStarted) {
   EXPECT_EQ(value_of("Install", "WantedBy"), "multi-user.target");
 }
 
+// A relay runs as another user, and reads the file of --state there.
+TEST_F(WatchUnit, HasAFolderThatOthersMayEnterForTheStateOnly) {
+  EXPECT_EQ(value_of("Service", "StateDirectory"), "zotconf-watch");
+  EXPECT_EQ(value_of("Service", "StateDirectoryMode"), "0755");
+  EXPECT_EQ(value_of("Service", "RuntimeDirectoryMode"), "0700");
+}
+
 // Runs the command of ExecStart with its variables replaced. The library refuses the cache
 // directory, so the program ends after it has accepted the options.
 TEST_F(WatchUnit, StartsTheProgramWithOptionsThatItTakes) {
   const temp_dir dir;
-  words args = unit_.command({{"${ZOTCONF_INDEX}", {"001122334455"}},
-                              {"${ZOTCONF_APPLY}", {"/usr/local/sbin/apply --now"}},
-                              {"$ZOTCONF_OPTIONS", {"--every", "1m"}}});
+  words args =
+      unit_.command({{"${ZOTCONF_INDEX}", {"001122334455"}},
+                     {"${ZOTCONF_APPLY}", {"/usr/local/sbin/apply --now"}},
+                     {"$ZOTCONF_OPTIONS", {"--every", "1m", "--state", dir / "element.json"}}});
   EXPECT_EQ(args.front(), "@bindir@/zotconf");
   args.erase(args.begin());
   EXPECT_EQ(args.front(), "watch");
-  EXPECT_EQ(args.size(), 7U);
+  EXPECT_EQ(args.size(), 9U);
   const environment refused = {{"ZOT_DEV_PATH", ""}, {"ZOT_PREFIX_CONF_ROOT", dir / "a;b"}};
   EXPECT_EQ(run_zotconf(args, refused).status, failed);
   args.emplace_back("--no-such-option");

@@ -89,6 +89,25 @@ TEST(RelayJson, HasTheContactWithTheServer) {
   EXPECT_EQ(contact["next_attempt"].text(), "2023-11-14T22:13:40Z");
 }
 
+TEST(RelayJson, HasNoReportsUnlessTheyAreSent) {
+  EXPECT_TRUE(described(good_relay(now))["report"].is_null());
+}
+
+TEST(RelayJson, HasTheStateOfTheReports) {
+  zotconf::relay_state state = good_relay(now);
+  state.report = {.url = "https://reports.example.net", .is_pending = true};
+  const json_value before = described(state)["report"];
+  EXPECT_EQ(before["url"].text(), "https://reports.example.net");
+  EXPECT_TRUE(before["last_sent"].is_null());
+  EXPECT_TRUE(before["problem"].is_null());
+  EXPECT_TRUE(before["pending"].flag());
+  state.report->last_sent = now - 60;
+  state.report->problem = "status 403";
+  const json_value after = described(state)["report"];
+  EXPECT_EQ(after["last_sent"].text(), "2023-11-14T22:12:20Z");
+  EXPECT_EQ(after["problem"].text(), "status 403");
+}
+
 TEST(RelayJson, HasCountersWithAllTheirDigits) {
   zotconf::relay_state state = good_relay(now);
   state.bytes_received = 18446744073709551615U;
@@ -116,6 +135,7 @@ TEST(RelayJson, IsDescribedKeyForKey) {
   log.add_refused({.subsys = "AP", .index = "1"}, "127.0.0.1");
   zotconf::relay_state state = good_relay(now);
   state.problem = "no connection";
+  state.report.emplace();
   std::set<std::string> keys;
   const zot::json_tree tree(cJSON_Parse(text_of(state, log).c_str()));
   collect_keys(tree.get(), "", keys);

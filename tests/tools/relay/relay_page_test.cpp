@@ -51,6 +51,19 @@ TEST_F(RelayPage, ShowsTheProblemBeforeTheFactsWithAdvice) {
   EXPECT_TRUE(has(text, "system of <code>--store</code>, and"));
 }
 
+TEST_F(RelayPage, ShowsTheReportsIfTheyAreSent) {
+  EXPECT_FALSE(has(page(), "<h2>Reports</h2>"));
+  change([](relay_state &state) {
+    state.report = {.url = "https://reports.example.net", .last_sent = state.started};
+  });
+  const std::string sent = page();
+  EXPECT_TRUE(has(sent, "<dt>Sent to</dt><dd>https://reports.example.net</dd>")) << sent;
+  EXPECT_TRUE(has(sent, "<dt>Last sent</dt><dd>1h ago (")) << sent;
+  EXPECT_TRUE(has(sent, "<dt>State</dt><dd>sent</dd>")) << sent;
+  change([](relay_state &state) { state.report->problem = "status <403>"; });
+  EXPECT_TRUE(has(page(), "<dt>State</dt><dd>failing: status &lt;403&gt;</dd>")) << page();
+}
+
 TEST_F(RelayPage, ShowsThatNothingIsInService) {
   change([this](relay_state &state) { state = new_relay(now_); });
   const std::string text = page();

@@ -40,6 +40,19 @@ class RelayReport : public testing::Test {
   relay_reporter reporter_{where_, manager_};
 };
 
+// What is told of reports does not repeat what was told of the rounds.
+TEST_F(RelayReport, AnEventAsideIsNotTheLastOneOfTheRounds) {
+  const zotconf::relay_report failing = {.what = relay_event::failing, .text = "no answer"};
+  reporter_.tell_change(failing);
+  reporter_.tell_aside({.what = relay_event::reports_failing, .text = "status 403"});
+  reporter_.tell_change(failing);
+  reporter_.tell_aside({.what = relay_event::reports_recovered});
+  EXPECT_EQ(printed(),
+            "TIME update failing: no answer\n"
+            "TIME reports failing: status 403\n"
+            "TIME reports recovered\n");
+}
+
 TEST_F(RelayReport, PrintsALineForEachEvent) {
   reporter_.tell({.what = relay_event::starting, .text = "AP 0A"});
   reporter_.tell({.what = relay_event::unchanged});

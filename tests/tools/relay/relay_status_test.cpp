@@ -62,6 +62,23 @@ void expect_error(int status, const std::string &body, const std::string &reason
   EXPECT_EQ(done.err, "zotconf: " + server.url() + "/status.json: " + reason + "\n");
 }
 
+TEST_F(RelayStatus, PrintsTheReportsIfTheyAreSent) {
+  EXPECT_FALSE(has(ask().out, "reports:"));
+  change([](relay_state &state) { state.report = {.url = "https://reports.example.net"}; });
+  EXPECT_TRUE(
+      has(ask().out, "reports:      to https://reports.example.net, none sent since the start\n"));
+  change([](relay_state &state) {
+    state.report->last_sent = relay_start;
+    state.report->problem = "status 403";
+  });
+  const finished done = ask();
+  EXPECT_TRUE(has(done.out,
+                  "reports:      to https://reports.example.net, last sent 2023-11-14T22:13:20Z, "
+                  "failing: status 403\n"))
+      << done.out;
+  EXPECT_EQ(done.status, 0);
+}
+
 TEST_F(RelayStatus, PrintsAGoodRelayAndExitsWith0) {
   const finished done = ask();
   EXPECT_EQ(done.status, 0) << done.err;

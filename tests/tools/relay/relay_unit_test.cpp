@@ -45,12 +45,14 @@ TEST_F(RelayUnit, StartsTheProgramWithOptionsThatItTakes) {
       {"${ZOTCONF_UPSTREAM}", {"https://config.example.net/site"}},
       {"${ZOTCONF_INDEX}", {"001122334455"}},
       {"%S/zotconf-relay", {dir / "store"}},
-      {"$ZOTCONF_RELAY_OPTIONS", {"--unsigned", "--every", "1m", "--user", "no-such-user"}},
+      {"$ZOTCONF_RELAY_OPTIONS",
+       {"--unsigned", "--report", "https://reports.example.net/reports", "--element",
+        "/var/lib/zotconf-watch/element.json", "--user", "no-such-user"}},
   });
   EXPECT_EQ(args.front(), "@bindir@/zotconf");
   args.erase(args.begin());
   EXPECT_EQ(args.front(), "relay");
-  EXPECT_EQ(args.size(), 12U);
+  EXPECT_EQ(args.size(), 14U);
   const finished done = run_zotconf(args);
   EXPECT_EQ(done.status, failed) << done.err;
   EXPECT_NE(done.err.find("no-such-user"), std::string::npos) << done.err;
