@@ -61,9 +61,9 @@ describe_publication() {
     --argjson disk "$disk" --argjson k_bytes "$k_bytes"
 }
 
-# measure_publishing FOLDER: leaves the publication in FOLDER/pub.
+# measure_publishing PUB: leaves the publication there.
 measure_publishing() {
-  local fleet=$1/fleet pub=$1/pub
+  local fleet=$work/fleet pub=$1
   local -r publish=("$zotconf" publish --fleet "$fleet" --out "$pub" --cluster 7d0b6a52)
   progress "a fleet of $elements elements"
   make_fleet "$fleet" "$elements" "$entries" "$own"
@@ -100,7 +100,7 @@ make_reports() {
 measure_reading_reports() {
   local reports=$work/reports
   make_reports "$1" "$reports"
-  measure_command "zotconf fleet" "$zotconf" fleet "$1" "$reports"
+  measure_command "zotconf fleet" "$zotconf" fleet "$1" "$reports" --min-in-force 100%
   record '{report: {bytes: ($bytes / $elements)}}' -n --argjson elements "$elements" \
     --argjson bytes "$(find "$reports" -name '*.json' -printf '%s\n' |
       awk '{ sum += $1 } END { print sum }')"

@@ -31,7 +31,8 @@ start_watch() {
   port=$(sed -n 's/^listening on .*://p' "$work/relays/$index.out")
   mkdir -p "$element/conf" "$element/tmp"
   ZOT_PREFIX_CONF_ROOT=$element/conf ZOT_PREFIX_TMP_ROOT=$element/tmp ZOT_REMOTE_PORT=$port \
-    "$zotconf" watch --index "$index" --every "${watch_every}s" --apply true --json \
+    "$zotconf" watch --index "$index" --every "${watch_every}s" --backoff-max "${watch_every}s" \
+    --apply true --json \
     >"$element/out" 2>"$element/log" &
   started+=($!)
 }

@@ -74,9 +74,8 @@ ulimit -n "$(ulimit -Hn)"
   fail "$elements connections need a higher limit of open files than $(ulimit -n)"
 
 describe_machine "${fleet_versions[@]}" >"$work/figures"
-measure_publishing "$on_medium"
+measure_publishing "$on_medium/pub"
 measure_polls "$on_medium/pub"
-rm -rf "${on_medium:?}"/*
 measure_rollouts
 cp "$work/figures" "$out"
 progress "$out has $(wc -l <"$out") lines"
