@@ -7,10 +7,13 @@
 readonly bench_programs=build/release/bench
 readonly bench_results=build/bench
 readonly bench_document=docs/performance.md
+readonly bench_fleet_document=docs/scale.md
 # shellcheck source=bench/cycles/packages.sh
 source bench/cycles/packages.sh
 # shellcheck source=bench/relay/packages.sh
 source bench/relay/packages.sh
+# shellcheck source=bench/fleet/packages.sh
+source bench/fleet/packages.sh
 
 # bench_build TARGET...
 bench_build() {
@@ -90,6 +93,8 @@ bench_report() {
   say "bench: writing the tables and plots of $bench_document"
   bench/report/report.sh "$bench_results" "$bench_document"
   [[ ! -s $bench_results/relay.jsonl ]] || bench/report/relay.sh "$bench_results" "$bench_document"
+  [[ ! -s $bench_results/fleet.jsonl ]] ||
+    bench/report/fleet.sh "$bench_results" "$bench_document" "$bench_fleet_document"
 }
 
 bench_peers() {
@@ -113,6 +118,22 @@ bench_relay() {
   mv "$results.new" "$results"
   bench/report/relay.sh "$bench_results"
   bench/report/relay.sh "$bench_results" "$bench_document"
+}
+
+# What a fleet costs its controller and its web server. Takes about ten minutes.
+bench_fleet() {
+  local -r results=$bench_results/fleet.jsonl
+  setup
+  need "${fleet_packages[@]}"
+  say "bench: build"
+  bench_build zotconf_cli bench_poll
+  mkdir -p "$bench_results"
+  say "bench: what a fleet costs"
+  touch "$results.new"
+  bench/fleet/run.sh build/release "$results.new"
+  mv "$results.new" "$results"
+  bench/report/fleet.sh "$bench_results" "$bench_document"
+  bench/report/fleet.sh "$bench_results" "$bench_document" "$bench_fleet_document"
 }
 
 # Instruction counts do not depend on the load of the machine, so they can be checked against limits.

@@ -1,60 +1,81 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# usage: run.sh ZOTCONF [FOLDER]
-# Measures `zotconf publish --fleet`: the first publication of a generated fleet, a repeat without a
-# change, and a repeat after one common file changed. FOLDER is on the medium to measure (default:
-# /var/tmp). ELEMENTS, ENTRIES and OWN give the size of the fleet: 10000, 500 and 5.
+# usage: run.sh BUILD OUT.jsonl [FOLDER]
+# Measures what a fleet costs: `zotconf publish --fleet`, many elements that poll nginx, and a rollout
+# to real elements. The first line of OUT.jsonl describes the machine; each other line has the figures
+# of one measurement. The publication is below FOLDER, which is on the medium to measure (default:
+# /var/tmp); everything else is in memory. The environment may give smaller sizes:
+# ELEMENTS (10000), ENTRIES (500) and OWN (5): the published elements, their files, and how many of
+#   these are their own
+# PERIOD (10), ROUNDS (2): seconds between two polls of an element, and polls of each element
+# SPREAD (30): seconds over which the elements come back after a power cut
+# RELAYS (100), EVERY (20): the real elements, and seconds between two polls of them
 set -euo pipefail
+export LC_ALL=C
 
-readonly zotconf=$1 parent=${2:-/var/tmp}
+(($# == 2 || $# == 3)) || {
+  echo "usage: $0 BUILD OUT.jsonl [FOLDER]" >&2
+  exit 2
+}
+host=$(realpath "$1")
+out=$(realpath "$2")
+medium=$(realpath "${3:-/var/tmp}")
+here=$(dirname "$(readlink -f "$0")")
+readonly host out medium here
+readonly zotconf=$host/tools/zotconf
 readonly elements=${ELEMENTS:-10000} entries=${ENTRIES:-500} own=${OWN:-5}
+readonly period=${PERIOD:-10} rounds=${ROUNDS:-2} spread=${SPREAD:-30}
+readonly relays=${RELAYS:-100} every=${EVERY:-20}
 
-work=$(mktemp -d "$parent/zotconf-fleet-XXXXXX")
-trap 'rm -rf "$work"' EXIT
+umask 022
+export TMPDIR=/dev/shm
+# shellcheck source=tests/delivery/common.sh
+source "$here/../../tests/delivery/common.sh"
+# shellcheck source=bench/cycles/machine.sh
+source "$here/../cycles/machine.sh"
+# shellcheck source=bench/fleet/packages.sh
+source "$here/packages.sh"
+# shellcheck source=bench/fleet/publish.sh
+source "$here/publish.sh"
+# shellcheck source=bench/fleet/server.sh
+source "$here/server.sh"
+# shellcheck source=bench/fleet/polls.sh
+source "$here/polls.sh"
+# shellcheck source=bench/fleet/rollout.sh
+source "$here/rollout.sh"
 
-# file NAME NUMBER: some hundred bytes, different for each number.
-file() {
-  printf 'name = "%s"\nnumber = %d\n%0256d\n' "$1" "$2" "$2" >"$3"
+unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY ZOT_DEV_PATH
+on_medium=$(mktemp -d -p "$medium" zotconf-fleet-XXXXXX)
+trap 'stop_all; rm -rf "$on_medium"; clean_up' EXIT
+# nginx and the relays read them as another user.
+chmod 711 "$work" "$on_medium"
+
+progress() {
+  printf 'fleet: %s, after %s s\n' "$*" "$SECONDS" >&2
 }
 
-# The own files replace common ones, so each of these objects has as many versions as elements.
-make_fleet() {
-  local fleet=$work/fleet element folder index i
-  mkdir -p "$fleet/common/Wlan" "$fleet/common/Zone"
-  for ((i = 0; i < entries; ++i)); do
-    folder=$fleet/common/Wlan
-    ((i % 2)) || folder=$fleet/common/Zone
-    file common "$i" "$folder/entry-$i"
-  done
-  for ((element = 0; element < elements; ++element)); do
-    printf -v index '%012X' "$((element * 7919 + 1))"
-    folder=$fleet/elements/$index/Wlan
-    mkdir -p "$folder"
-    for ((i = 0; i < own; ++i)); do
-      file "$index" "$((element * own + i))" "$folder/entry-$((2 * i + 1))"
-    done
-  done
+# record FILTER [OPTION]...: appends a line of figures, which the filter of jq makes of the input, and
+# the load of the machine.
+record() {
+  jq -c --argjson load "$(cut -d ' ' -f 1 /proc/loadavg)" "${@:2}" "$1 | .[] += {\$load}" \
+    >>"$work/figures"
 }
 
-load() {
-  cut -d' ' -f1 /proc/loadavg
+stop_all() {
+  ((${#started[@]} > 0)) || return 0
+  kill "${started[@]}" 2>/dev/null || true
+  wait "${started[@]}" 2>/dev/null || true
+  started=()
 }
 
-# measure NAME: prints the seconds, the peak of the memory and the load of the machine.
-measure() {
-  local before
-  before=$(load)
-  /usr/bin/time -f '%e %U %S %M' -o "$work/time" "$zotconf" publish --fleet "$work/fleet" \
-    --out "$work/pub" --cluster 7d0b6a52 >"$work/result"
-  read -r seconds user system kilobytes <"$work/time"
-  printf '%-26s %7s s (user %s s, system %s s), %4d MB, load %s to %s; %s\n' "$1" "$seconds" \
-    "$user" "$system" "$((kilobytes / 1024))" "$before" "$(load)" "$(cat "$work/result")"
-}
+# Each connection is a file for nginx and for the client.
+ulimit -n "$(ulimit -Hn)"
+(($(ulimit -n) > elements + 1000)) ||
+  fail "$elements connections need a higher limit of open files than $(ulimit -n)"
 
-make_fleet
-printf '%d elements, %d entries, %d own files each, %d processors\n' \
-  "$elements" "$entries" "$own" "$(nproc)"
-measure "first publication"
-measure "no change"
-echo changed >>"$work/fleet/common/Zone/entry-0"
-measure "one common file changed"
+describe_machine "${fleet_versions[@]}" >"$work/figures"
+measure_publishing "$on_medium/pub"
+measure_polls "$on_medium/pub"
+measure_rollouts
+cp "$work/figures" "$out"
+progress "$out has $(wc -l <"$out") lines"

@@ -3,6 +3,7 @@
 
 #include "tools/cli/cli.hpp"
 #include "tools/output/duration.hpp"
+#include "tools/output/percentage.hpp"
 #include "tools/relay/relay.hpp"
 
 namespace zotconf {
@@ -21,8 +22,9 @@ const command_text relay_text = {
         "of this element, and have a higher sequence than the last one. --unsigned accepts any\n"
         "K. The file of --keyring may also contain certificate revocation lists.\n\n"
         "The first request is sent after a random part of --every, the others after --every,\n"
-        "more or less by a tenth. After failures the pauses grow from 1 second to 5 minutes;\n"
-        "Retry-After of the server is respected. A problem is printed once, not once a round.\n\n"
+        "more or less by --jitter. With --jitter 0%, the first request is sent at once. After\n"
+        "failures the pauses grow from 1 second to 5 minutes; Retry-After of the server is\n"
+        "respected. A problem is printed once, not once a round.\n\n"
         "With --report, the relay sends a report by PUT to URL/<subsys>/<index>.json when it has\n"
         "changed, and once a day. It tells what the relay offers, what the element has in force,\n"
         "and what fails. The element's part comes from the file of `zotconf watch --state` that\n"
@@ -46,6 +48,7 @@ const command_text relay_text = {
 struct relay_words {
   relay_options options;
   std::string every = "30s";
+  std::string jitter = "10%";
   std::string max_age = "30d";
   bool is_unsigned = false;
 };
@@ -54,6 +57,7 @@ int run_relay_words(const relay_words &words, const console &where) {
   relay_options options = words.options;
   options.who.index = upper_case(options.who.index);
   options.every = parse_duration(words.every).value();
+  options.jitter = parse_percentage(words.jitter).value();
   options.max_age = parse_duration(words.max_age).value();
   return run_relay(options, where);
 }
@@ -140,6 +144,9 @@ void add_relay_command(command_line &line) {
   add_report(command, words->options.report);
   command.add_option("--every", words->every, "pause between two requests for the checksum")
       ->check(checked_by(check_duration))
+      ->capture_default_str();
+  command.add_option("--jitter", words->jitter, "how much the pause varies, up to 100%")
+      ->check(checked_by(check_percentage))
       ->capture_default_str();
   command
       .add_option("--max-age", words->max_age,

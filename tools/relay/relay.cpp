@@ -192,7 +192,7 @@ int serve(const relay_options &options, const console &where, relay_tools &tools
   const http_server running(std::move(listening.socket), service);
   tools.manager.ready();
   tools.reporter.tell({.what = relay_event::starting, .text = summary_of(options)});
-  schedule when(options.every, std::random_device()());
+  schedule when(options.every, std::random_device()(), options.jitter);
   machine_clock time(tools.wake, tools.manager, archives,
                      tools.reports ? &*tools.reports : nullptr);
   tools.loop.run(when, time);

@@ -20,6 +20,7 @@ struct relay_options {
   std::string bind = "127.0.0.1";
   int port = 8087;  // 0: any free port
   std::chrono::milliseconds every{30000};
+  unsigned jitter = 10;   // percent
   fs::path keyring = {};  // empty: K need not be signed
   std::chrono::milliseconds max_age{};
   size_t keep = 2;  // publications

@@ -13,8 +13,9 @@ constexpr std::chrono::milliseconds longest_pause = 5min;
 
 }  // namespace
 
-schedule::schedule(milliseconds every, std::random_device::result_type seed)
+schedule::schedule(milliseconds every, std::random_device::result_type seed, unsigned jitter)
     : every_(every),
+      jitter_(every * jitter / 100),
       random_(seed),
       backoff_(shortest_pause, std::max(longest_pause, every), seed) {}
 
@@ -24,7 +25,7 @@ schedule::milliseconds schedule::between(milliseconds low, milliseconds high) {
 }
 
 schedule::milliseconds schedule::first() {
-  return between(0ms, every_);
+  return jitter_ == 0ms ? 0ms : between(0ms, every_);
 }
 
 schedule::milliseconds schedule::after(const sync_round &round) {
@@ -32,7 +33,7 @@ schedule::milliseconds schedule::after(const sync_round &round) {
     backoff_.reset();
   }
   if (is_good(round)) {
-    return between(every_ - every_ / 10, every_ + every_ / 10);
+    return between(every_ - jitter_, every_ + jitter_);
   }
   const milliseconds pause = backoff_.next();
   if (!round.retry_after) {

@@ -17,16 +17,29 @@ constexpr unsigned elements = 2000;
 const sync_round good = {.result = round_result::unchanged};
 const sync_round bad = {.result = round_result::failed, .wrong = "no answer"};
 
+milliseconds at_first(schedule &when) {
+  return when.first();
+}
+
+milliseconds after_success(schedule &when) {
+  return when.after(good);
+}
+
+milliseconds after_failure(schedule &when) {
+  return when.after(bad);
+}
+
 sync_round come_back_after(std::chrono::seconds pause) {
   return {.result = round_result::failed, .wrong = "busy", .retry_after = pause};
 }
 
 // The pauses of a fleet, in ascending order.
 std::vector<milliseconds> of_all(milliseconds every,
-                                 const std::function<milliseconds(schedule &)> &draw) {
+                                 const std::function<milliseconds(schedule &)> &draw,
+                                 unsigned jitter = 10) {
   std::vector<milliseconds> pauses;
   for (unsigned seed = 0; seed < elements; ++seed) {
-    schedule when(every, seed);
+    schedule when(every, seed, jitter);
     pauses.push_back(draw(when));
   }
   std::ranges::sort(pauses);
@@ -48,14 +61,35 @@ void expect_even(const std::vector<milliseconds> &pauses, milliseconds low, mill
 }
 
 TEST(Schedule, SpreadsTheFirstRoundsOfAFleetOverTheWholePeriod) {
-  expect_even(of_all(30s, [](schedule &when) { return when.first(); }), 0ms, 30s);
+  expect_even(of_all(30s, at_first), 0ms, 30s);
 }
 
 TEST(Schedule, WaitsForThePeriodMoreOrLessByATenthAfterASuccess) {
-  expect_even(of_all(30s, [](schedule &when) { return when.after(good); }), 27s, 33s);
+  expect_even(of_all(30s, after_success), 27s, 33s);
   expect_even(
       of_all(1h, [](schedule &when) { return when.after({.result = round_result::updated}); }),
       54min, 66min);
+}
+
+TEST(Schedule, VariesThePauseByTheJitter) {
+  expect_even(of_all(30s, after_success, 50), 15s, 45s);
+}
+
+TEST(Schedule, SpreadsTheFirstRoundsOverTheWholePeriodWithTheLeastJitterToo) {
+  expect_even(of_all(30s, at_first, 1), 0ms, 30s);
+}
+
+TEST(Schedule, AsksAtOnceAndThenExactlyAfterThePeriodWithoutJitter) {
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    schedule when(30s, seed, 0);
+    EXPECT_EQ(when.first(), 0ms);
+    EXPECT_EQ(when.after(good), 30s);
+    EXPECT_EQ(when.after(good), 30s);
+  }
+}
+
+TEST(Schedule, SpreadsTheRetriesOfAFleetWithoutJitterToo) {
+  expect_even(of_all(30s, after_failure, 0), 1s, 2s);
 }
 
 TEST(Schedule, DrawsAnotherPauseAfterEachRound) {
@@ -82,7 +116,7 @@ TEST(Schedule, GrowsThePausesAfterFailuresUpToFiveMinutes) {
 }
 
 TEST(Schedule, SpreadsTheRetriesOfAFleet) {
-  expect_even(of_all(30s, [](schedule &when) { return when.after(bad); }), 1s, 2s);
+  expect_even(of_all(30s, after_failure), 1s, 2s);
   expect_even(of_all(30s,
                      [](schedule &when) {
                        for (int round = 0; round < 12; ++round) {
