@@ -29,6 +29,7 @@ def bytes:
     elif . >= 1e3 then "\(. / 1e3 | three_digits) kB"
     else "\(fixed(0)) B"
     end);
+def cores: if . < 0.0995 then fixed(3) else fixed(2) end;
 def bits_per_second: or_none("\(. * 8 / 1e6 | three_digits) Mbit/s");
 def long_duration:
   or_none(
@@ -123,7 +124,7 @@ def basis:
 def row_of_polls($elements; $every; $cost; $how):
   ($elements / $every) as $rate
   | [($elements | count), "\($every) s", $how, ($rate | number),
-     ($rate * ($cost | cpu_of_each) | fixed(2)), ($rate * ($cost | bytes_of_each) | bits_per_second)];
+     ($rate * ($cost | cpu_of_each) | cores), ($rate * ($cost | bytes_of_each) | bits_per_second)];
 def plan_polls:
   basis as $basis
   | [fleets[] as $elements
@@ -156,9 +157,9 @@ def plan_rows:
         else null end | long_duration),
       row("power cut: CPU time of all handshakes"; . * $back | long_duration),
       row("power cut, over 30 s: handshakes/s"; . / 30 | count),
-      row("— cores of nginx"; . / 30 * $back | fixed(2)),
+      row("— cores of nginx"; . / 30 * $back | cores),
       row("power cut, over 5 min: handshakes/s"; . / 300 | count),
-      row("— cores of nginx"; . / 300 * $back | fixed(2))
+      row("— cores of nginx"; . / 300 * $back | cores)
     ]
   | table("lrrrr"; ["elements"] + (fleets | map(count)));
 
