@@ -17,7 +17,7 @@
 set -euo pipefail
 
 readonly document=$1
-readonly shown_only=(text cmake ini)
+readonly shown_only=(text cmake ini nginx)
 readonly reasons=(
   "builds the tree"
   "runs every test"
