@@ -48,50 +48,15 @@ publish() {
     --sign-cert "$work/$2.crt" --sign-key "$work/$2.key"
 }
 
-write_nginx_configuration() {
-  local user=
-  ((EUID == 0)) && user="user nobody nogroup;"
-  cat >"$work/nginx.conf" <<NGINX
-$user
-worker_processes 1;
-daemon off;
-pid $work/nginx.pid;
-error_log $work/nginx.log;
-events {}
-http {
-  access_log off;
-  client_body_temp_path $work/nginx;
-  proxy_temp_path $work/nginx;
-  fastcgi_temp_path $work/nginx;
-  uwsgi_temp_path $work/nginx;
-  scgi_temp_path $work/nginx;
-  server {
-    listen 127.0.0.1:$1;
-    root $work/served;
-  }
-}
-NGINX
-}
-
 # Serves a publication folder as static files.
 serve() {
   ln -sfn "$1" "$work/served"
-  nginx -e "$work/nginx.log" -c "$work/nginx.conf" &
-  nginx=$!
-  started+=("$nginx")
+  start_nginx
 }
 
 stop_serving() {
   kill "$nginx"
   wait "$nginx" || true
-}
-
-free_port() {
-  local port
-  for port in {18480..18520}; do
-    (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null || break
-  done
-  echo "$port"
 }
 
 in_force() { cat "$device/writable/zot/knowledge/subsys.checksum"; }
@@ -106,7 +71,7 @@ shows "signed"
 
 tell "Serve the publication as static files with nginx."
 port=$(free_port)
-write_nginx_configuration "$port"
+write_nginx_configuration "$port" "$work/served" </dev/null
 serve "$published"
 
 tell "Start a relay on the element: it verifies the signature and fetches all $files files."

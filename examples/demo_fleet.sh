@@ -48,26 +48,10 @@ publish() {
 new_id() { cat /proc/sys/kernel/random/uuid; }
 
 # Serves the publication, and receives the reports below /reports.
-write_nginx_configuration() {
-  local user=
-  ((EUID == 0)) && user="user nobody nogroup;"
-  cat >"$work/nginx.conf" <<NGINX
-$user
-worker_processes 1;
-daemon off;
-pid $work/nginx.pid;
-error_log $work/nginx.log;
-events { worker_connections 1024; }
-http {
-  access_log off;
-  client_body_temp_path $work/nginx;
-  proxy_temp_path $work/nginx;
-  fastcgi_temp_path $work/nginx;
-  uwsgi_temp_path $work/nginx;
-  scgi_temp_path $work/nginx;
-  server {
-    listen 127.0.0.1:$1;
-    root $published;
+serve() {
+  mkdir -p "$reports"
+  ((EUID != 0)) || chown nobody "$reports"
+  write_nginx_configuration "$1" "$published" <<DIRECTIVES
     location /reports/ {
       root $work;
       dav_methods PUT;
@@ -75,24 +59,8 @@ http {
       client_max_body_size 64k;
       limit_except PUT { deny all; }
     }
-  }
-}
-NGINX
-}
-
-serve() {
-  mkdir -p "$reports"
-  ((EUID != 0)) || chown nobody "$reports"
-  nginx -e "$work/nginx.log" -c "$work/nginx.conf" &
-  started+=("$!")
-}
-
-free_port() {
-  local port
-  for port in {18480..18520}; do
-    (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null || break
-  done
-  echo "$port"
+DIRECTIVES
+  start_nginx
 }
 
 # Prints the port that a relay has chosen, once it listens.
@@ -172,8 +140,7 @@ shows "$elements elements, $elements published"
 
 tell "Serve it with nginx, which also receives the reports of the elements."
 port=$(free_port)
-write_nginx_configuration "$port"
-serve
+serve "$port"
 
 tell "Start a relay and a watch for each element, $((2 * elements)) processes."
 start_elements

@@ -47,3 +47,45 @@ expect() {
 shows() {
   grep -qF -- "$1" "$log" || fail "the output does not hold \"$1\""
 }
+
+free_port() {
+  local port
+  for port in {18480..18520}; do
+    (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null || break
+  done
+  echo "$port"
+}
+
+# write_nginx_configuration PORT ROOT: serves the files below ROOT. More directives of the server come from
+# standard input.
+write_nginx_configuration() {
+  local user=
+  ((EUID == 0)) && user="user nobody nogroup;"
+  cat >"$work/nginx.conf" <<NGINX
+$user
+worker_processes 1;
+daemon off;
+pid $work/nginx.pid;
+error_log $work/nginx.log;
+events { worker_connections 1024; }
+http {
+  access_log off;
+  client_body_temp_path $work/nginx;
+  proxy_temp_path $work/nginx;
+  fastcgi_temp_path $work/nginx;
+  uwsgi_temp_path $work/nginx;
+  scgi_temp_path $work/nginx;
+  server {
+    listen 127.0.0.1:$1;
+    root $2;
+    $(cat)
+  }
+}
+NGINX
+}
+
+start_nginx() {
+  nginx -e "$work/nginx.log" -c "$work/nginx.conf" &
+  nginx=$!
+  started+=("$nginx")
+}
