@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* A shell that kills the process which has it copy the files of a commit, and otherwise is busybox's. */
+/* A shell that kills the process which has it copy the files of a commit, and otherwise is
+ * busybox's. */
 #define _POSIX_C_SOURCE 200809L
 
 #include <signal.h>
