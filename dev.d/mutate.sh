@@ -16,8 +16,8 @@ mutation_key() {
   mutation_files | sort | xargs sha256sum | sha256sum | cut -c 1-16
 }
 
-# ccache does not keep what is compiled with precompiled headers, and the second copy of the tree takes
-# its objects from there.
+# Memory that nobody frees ends a test program with a failure. ccache does not keep what is compiled
+# with precompiled headers, and the second copy of the tree takes its objects from there.
 mutation_configure() {
   local worker=$1 tree=$mutation/worker.$1/tree
   rm -rf "$tree"
@@ -26,7 +26,8 @@ mutation_configure() {
   CCACHE_NOHASHDIR=1 cmake -S "$tree" -B "$mutation/worker.$worker/build" -G Ninja --log-level=WARNING \
     -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS_DEBUG=-O0 -DCMAKE_CXX_FLAGS_DEBUG="-O0 -w" \
     -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
-    -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DZOTCONF_BUILD_TOOLS=OFF >/dev/null
+    -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=leak -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
+    -DZOTCONF_BUILD_TOOLS=OFF >/dev/null
 }
 
 # Without a mutation every test passes where mutated programs run.

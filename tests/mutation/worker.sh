@@ -11,6 +11,7 @@ own=$work/worker.$worker
 tree=$own/tree build=$own/build program=$own/build/tests/zotconf_tests log=$own/log
 here=$(dirname "$(readlink -f "$0")")
 key=$(<"$work/key")
+export LSAN_OPTIONS=suppressions=$tree/tests/lsan.supp:print_suppressions=0
 readonly longest_of_file=60 longest_of_rest=600
 
 # A mutated program may remove or write anything, and kill anyone: it sees its own processes and
@@ -31,6 +32,9 @@ run_tests() {
   killer=$(sed -nE 's/^\[  FAILED  \] ([^ ,]+).*/\1/p' "$log" | head -n 1)
   if ((status == 124 || status == 137)); then
     killer=time-out
+  fi
+  if [[ -z $killer ]] && grep -q 'LeakSanitizer: .* leaked' "$log"; then
+    killer=leak
   fi
   killer=${killer:-crash}
   return 1
