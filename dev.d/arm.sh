@@ -15,23 +15,31 @@ arm_sources() {
     'Origin: Debian' "Codename: $arm_suite" 'Component: main' | sort -u
 }
 
-# Keeps only libraries and headers: the emulator prefers files in this folder to those of the machine, so
-# an empty /tmp and /etc here would hide the machine's own.
-arm_make_sysroot() {
-  local sources settings=build/arm-apt.conf
+# arm_unpack FOLDER PACKAGE…: unpacks armhf packages and what they need; nothing is installed.
+arm_unpack() {
+  local folder=$1 sources settings=build/arm-apt.conf
+  shift
   sources=$(arm_sources)
   if [[ -z $sources ]]; then
     apt-get update -qq
     sources=$(arm_sources)
   fi
   [[ -n $sources ]] || fail "apt has no sources for the release $arm_suite"
-  say "arm: unpacking ${#arm_packages[@]} armhf packages and what they need"
-  rm -rf "$arm_sysroot" "$arm_sysroot.new"
+  say "arm: unpacking $# armhf packages and what they need"
+  rm -rf "$folder"
+  mkdir -p build
   apt-config dump | grep -E '^Acquire::(Check-|http|https|Retries|Proxy)' >"$settings" || true
   printf '%s\n' "$sources" |
     mmdebstrap --quiet --architectures=armhf --variant=extract --aptopt="$PWD/$settings" \
-      --include="$(IFS=,; echo "${arm_packages[*]}")" "$arm_suite" "$arm_sysroot.new" - ||
+      --include="$(IFS=,; echo "$*")" "$arm_suite" "$folder" - ||
     fail "cannot unpack the armhf packages"
+}
+
+# Keeps only libraries and headers: the emulator prefers files in this folder to those of the machine, so
+# an empty /tmp and /etc here would hide the machine's own.
+arm_make_sysroot() {
+  rm -rf "$arm_sysroot"
+  arm_unpack "$arm_sysroot.new" "${arm_packages[@]}"
   find "$arm_sysroot.new" -mindepth 1 -maxdepth 1 ! -name usr ! -name lib -exec rm -rf {} +
   echo "$arm_suite ${arm_packages[*]}" >"$arm_sysroot.new/packages"
   mv "$arm_sysroot.new" "$arm_sysroot"

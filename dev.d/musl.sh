@@ -5,13 +5,17 @@
 readonly musl_build=build/musl
 readonly musl_packages=(binutils g++ musl musl-dev musl-tools)
 
-# musl_configure FOLDER ROOT: configures in FOLDER a build of the library with the libraries of ROOT.
+readonly musl_arm_build=build/musl-arm
+readonly musl_arm_packages=(musl musl-dev busybox-static linux-libc-dev)
+
+# musl_configure FOLDER ROOT [TOOLCHAIN]: configures in FOLDER a build of the library with the libraries
+# of ROOT.
 musl_configure() {
-  local folder=$1 root
+  local folder=$1 root toolchain=${3:-toolchain}
   root=$(realpath "$2")
   PKG_CONFIG_LIBDIR=$root/lib/pkgconfig \
     cmake --preset release -B "$folder" --log-level=WARNING \
-    -DCMAKE_TOOLCHAIN_FILE="$PWD/tests/musl/toolchain.cmake" -DCMAKE_FIND_ROOT_PATH="$root" \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/tests/musl/$toolchain.cmake" -DCMAKE_FIND_ROOT_PATH="$root" \
     -DCURL_NO_CURL_CMAKE=ON -DZOTCONF_BUILD_TOOLS=OFF -DZOTCONF_BUILD_TESTS=OFF >/dev/null
 }
 
@@ -98,41 +102,85 @@ lint_libc() {
 
 # The builds take minutes, so they are repeated only when the scripts change.
 musl_make_others() {
+  local build=$1 sysroot=${2:-}
   local scripts=(tests/musl/build_libraries.sh tests/support/debian_source.sh)
-  local stamp=$musl_build/root/made
+  local stamp=$build/root/made
   if ! sha256sum --check --status "$stamp" 2>/dev/null; then
     say "musl: cJSON, libcurl and libcrypto from Debian's sources"
-    "${scripts[0]}" "$musl_build" "$jobs"
+    "${scripts[0]}" "$build" "$jobs" "$sysroot"
     sha256sum "${scripts[@]}" >"$stamp"
   fi
 }
 
-# musl_link PROGRAM SOURCE: links a static program, as small as the linker makes it.
+# musl_link BUILD COMPILER PROGRAM SOURCE: links a static program, as small as the linker makes it.
 musl_link() {
-  local program=$musl_build/programs/$1 source=$2
-  musl-gcc -std=c11 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -Os -Iinclude -static \
-    -Wl,--gc-sections -s "$source" -o "$program" "$musl_build/library/src/libzotconf.a" \
-    -L"$musl_build/root/lib" -lcurl -lcrypto -lcjson
+  local build=$1 compiler=$2 program=$1/programs/$3 source=$4
+  "$compiler" -std=c11 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -Os -Iinclude -static \
+    -Wl,--gc-sections -s "$source" -o "$program" "$build/library/src/libzotconf.a" \
+    -L"$build/root/lib" -lcurl -lcrypto -lcjson
   ! readelf -lW "$program" | grep -E 'INTERP|DYNAMIC' || fail "$program is not static"
+}
+
+musl_link_programs() {
+  mkdir -p "$1/programs"
+  musl_link "$@" cycle examples/cycle.c
+  musl_link "$@" client tests/musl/client.c
+  musl_link "$@" c_client tests/api/c_client.c
+  musl_link "$@" killing_shell tests/musl/killing_shell.c
+}
+
+musl_make_program() {
+  configure release
+  cmake --build --preset release -j "$jobs" --target zotconf_cli -- --quiet
 }
 
 musl() {
   setup
   need "${musl_packages[@]}" busybox-static dpkg-dev linux-libc-dev make perl
-  musl_make_others
+  musl_make_others "$musl_build"
   say "musl: the library and its programs, linked statically"
   musl_make_library "$musl_build/library" "$musl_build/root"
-  mkdir -p "$musl_build/programs"
-  musl_link cycle examples/cycle.c
-  musl_link client tests/musl/client.c
-  musl_link c_client tests/api/c_client.c
+  musl_link_programs "$musl_build" musl-gcc
   size "$musl_build/programs/cycle"
   say "musl: cycles with busybox, against a service on this machine"
-  configure release
-  cmake --build --preset release -j "$jobs" --target zotconf_cli -- --quiet
+  musl_make_program
   local where
   for where in path root; do
     tests/musl/run_cycle.sh build/release/tools/zotconf examples/sample "$musl_build/programs" \
       "$where"
   done
+}
+
+# Unpacks musl, busybox and the kernel's headers for 32-bit ARM; nothing is installed.
+musl_arm_make_sysroot() {
+  local sysroot=$musl_arm_build/sysroot
+  [[ "$(cat "$sysroot/packages" 2>/dev/null)" != "$arm_suite ${musl_arm_packages[*]}" ]] || return 0
+  mkdir -p "$musl_arm_build"
+  arm_unpack "$sysroot.new" "${musl_arm_packages[@]}"
+  echo "$arm_suite ${musl_arm_packages[*]}" >"$sysroot.new/packages"
+  rm -rf "$sysroot"
+  mv "$sysroot.new" "$sysroot"
+}
+
+# The same for 32-bit ARM, the processor of the access points. The emulator runs the programs and
+# busybox.
+musl_arm() {
+  setup
+  need "${musl_packages[@]}" "${arm_tools[@]}" dpkg-dev make perl
+  musl_arm_make_sysroot
+  local MUSL_SYSROOT=$PWD/$musl_arm_build/sysroot
+  export MUSL_SYSROOT
+  musl_make_others "$musl_arm_build" "$MUSL_SYSROOT"
+  say "musl: the library and its programs for 32-bit ARM, linked statically"
+  musl_configure "$musl_arm_build/library" "$musl_arm_build/root" arm-toolchain
+  cmake --build "$musl_arm_build/library" -j "$jobs" --target zotconf_static -- --quiet
+  musl_link_programs "$musl_arm_build" tests/musl/musl-arm-gcc.sh
+  musl-gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -static -s tests/musl/emulated.c \
+    -o "$musl_arm_build/programs/emulated"
+  cp "$MUSL_SYSROOT/bin/busybox" "$musl_arm_build/programs"
+  arm-linux-gnueabihf-size "$musl_arm_build/programs/cycle"
+  say "musl: cycles with busybox under emulation, against a service on this machine"
+  musl_make_program
+  tests/musl/run_cycle.sh build/release/tools/zotconf examples/sample "$musl_arm_build/programs" \
+    emulated
 }

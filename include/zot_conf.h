@@ -510,7 +510,7 @@ int zot_conf_free(zot_ctx *handle);
 
 /* --------------------------------------------------------------------------------- utility */
 
-/** The last status of the handle; #ZOT_ERR_WRONG_INPUT without a handle. */
+/** The last status of the handle. @return the status; #ZOT_ERR_WRONG_INPUT without a handle. */
 int zot_util_get_err(const zot_ctx *handle);
 
 /** The text of the last status, at most 511 bytes, until the next call. @p handle is not NULL. */
@@ -624,7 +624,9 @@ int zot_parm_set(zot_ctx *handle, int id, const void *val, size_t val_len);
 
 /** Reads a parameter. @param[out] val the value. A log control borrows the path from the handle.
  *  @param val_len bytes at @p val; a path needs its length plus one. An unset path copies nothing.
- *  @return as zot_parm_set(). */
+ *  @return #ZOT_OK; #ZOT_ERR_NULL_INPUT without handle or @p val; #ZOT_ERR_WRONG_INPUT when
+ *  @p val_len is 0 or too short, or for a handle without parameters; #ZOT_ERR_UNKNOWN_OPT for an
+ *  unknown id. */
 int zot_parm_get(zot_ctx *handle, int id, void *val, size_t val_len);
 
 /** Name of a parameter ("ZOT_PARM_TIMEOUT"), static; an empty text for an unknown id. */

@@ -261,7 +261,8 @@ int zot_log(zot_log_ctx *log_ctx, uint32_t level, uint32_t mask, long line, cons
 char *zot_log_get_prefix(const zot_log_ctx *log_ctx, const char *func, long line, char *buf,
                          size_t size);
 
-/** Installs the default log control in a handle. @return as zot_parm_set(). */
+/** Installs the default log control in a handle. @return #ZOT_OK; #ZOT_ERR_NULL_INPUT without a
+ *  handle; #ZOT_ERR_WRONG_INPUT for a handle without parameters. */
 int zot_log_init(zot_ctx *handle);
 
 /** Closes the log file of a handle, if one is open. NULL does nothing. */
@@ -428,7 +429,8 @@ int zot_priv_gpb_list_cpy(zot_ctx *handle, zot_gpb *dst, const zot_gpb *src);
  * @param cur_k,new_k the K of each list. If their clusters differ, or one K is missing, equal
  *                    entries are marked modified. If both are missing, nothing is built.
  * @param out         an empty list; stays empty on failure
- * @return #ZOT_OK, #ZOT_ERR_NULL_INPUT, #ZOT_ERR_NOMEM.
+ * @return #ZOT_OK, #ZOT_ERR_NULL_INPUT, #ZOT_ERR_NOMEM; #ZOT_ERR_WRONG_INPUT for an entry without
+ *         path.
  */
 int zot_priv_build_full_diff_gpb_list(zot_ctx *handle, zot_k *cur_k, zot_k *new_k, zot_list *cur,
                                       zot_list *new_gpbs, zot_list *out);
@@ -497,28 +499,29 @@ int zot_priv_build_gpb_cont(zot_ctx *handle, zot_gpb *gpb, const char *root);
 int zot_priv_verify_k_file(zot_ctx *handle, zot_k *k, const char *k_path, const char *checksum_path,
                            int flags);
 
-/** zot_priv_verify_k_file() for two names below @p root. */
+/** zot_priv_verify_k_file() for two names below @p root. @return as zot_priv_verify_k_file(). */
 int _zot_priv_read_k_f(zot_ctx *handle, zot_k *k, const char *root, const char *k_name,
                        const char *checksum_name, int flags);
 
 /** Reader of one kind of K below a root directory. @return as zot_priv_verify_k_file(). */
 typedef int (*zot_k_reader)(zot_ctx *handle, zot_k *k, const char *root, int flags);
-/** Reads the K in force, "/knowledge/subsys.k". */
+/** Reads the K in force, "/knowledge/subsys.k". @return as zot_priv_verify_k_file(). */
 int zot_priv_read_cur_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags);
-/** Reads the previous K, "/knowledge/prev_subsys.k". */
+/** Reads the previous K, "/knowledge/prev_subsys.k". @return as zot_priv_verify_k_file(). */
 int zot_priv_read_prev_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags);
-/** Reads the K that was rolled back, "/knowledge/corrupted.k". */
+/** Reads the K that was rolled back, "/knowledge/corrupted.k". @return as
+ *  zot_priv_verify_k_file(). */
 int zot_priv_read_corrupted_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags);
-/** Reads the K in the scratch directory, "subsys.k". */
+/** Reads the K in the scratch directory, "subsys.k". @return as zot_priv_verify_k_file(). */
 int zot_priv_read_tmp_k_f(zot_ctx *handle, zot_k *k, const char *root, int flags);
 
-/** zot_priv_read_cur_k_f() with flags 0. */
+/** zot_priv_read_cur_k_f() with flags 0. @return as zot_priv_verify_k_file(). */
 int zot_priv_read_cur_k(zot_ctx *handle, zot_k *k, const char *root);
-/** zot_priv_read_prev_k_f() with flags 0. */
+/** zot_priv_read_prev_k_f() with flags 0. @return as zot_priv_verify_k_file(). */
 int zot_priv_read_prev_k(zot_ctx *handle, zot_k *k, const char *root);
-/** zot_priv_read_corrupted_k_f() with flags 0. */
+/** zot_priv_read_corrupted_k_f() with flags 0. @return as zot_priv_verify_k_file(). */
 int zot_priv_read_corrupted_k(zot_ctx *handle, zot_k *k, const char *root);
-/** zot_priv_read_tmp_k_f() with flags 0. */
+/** zot_priv_read_tmp_k_f() with flags 0. @return as zot_priv_verify_k_file(). */
 int zot_priv_read_tmp_k(zot_ctx *handle, zot_k *k, const char *root);
 
 /**
@@ -527,16 +530,16 @@ int zot_priv_read_tmp_k(zot_ctx *handle, zot_k *k, const char *root);
  * @param new_k an empty record
  * @param host  host with optional port
  * @return #ZOT_OK; #ZOT_NO_UPDATE or #ZOT_ERR_SAME_AS_CORRUPTED, with a copy of the cached K in
- *         @p new_k;
- *         the transfer statuses of zot_conf_get(); #ZOT_ERR_CORRUPTED; #ZOT_ERR_NOMEM;
- *         #ZOT_ERR_GENERIC for a file that could not be written.
+ *         @p new_k; #ZOT_ERR_NULL_INPUT; #ZOT_ERR_TIMEOUT, #ZOT_ERR_REMOTE_UNAVAIL or
+ *         #ZOT_ERR_NOT_FOUND for a failed transfer; #ZOT_ERR_CORRUPTED; #ZOT_ERR_NOMEM;
+ *         #ZOT_ERR_GENERIC for a file that could not be written, or another response.
  */
 int zot_priv_get_new_k_by_host(zot_ctx *handle, zot_k *new_k, const char *host);
 
 /** Downloads the K (@p kind 0) or its checksum (1) into the scratch directory and into memory.
  *  @param[out] out the bytes, freed by the caller with free()
- *  @return as zot_priv_get_new_k_by_host(); #ZOT_ERR_WRONG_INPUT for a missing @p out or @p host or
- *  another @p kind. */
+ *  @return #ZOT_OK; #ZOT_ERR_NULL_INPUT without a handle; #ZOT_ERR_WRONG_INPUT for a missing @p out
+ *  or @p host or another @p kind; or as zot_priv_fmt_get_k_curl_error(). */
 int zot_priv_get_k_into_mem(zot_ctx *handle, const char *host, zot_file_mem *out, int kind);
 
 /** Converts a fetch result into a status and records it. @param stat statistics of that fetch.
@@ -555,8 +558,9 @@ int zot_priv_is_chk_dup(zot_ctx *handle, const zot_file_mem *new_checksum, const
  *  #ZOT_ERR_GENERIC. */
 int zot_priv_hd_dup_k(zot_ctx *handle, zot_k *cached, zot_k *new_k, const char *label);
 
-/** Fills the temporary K from the dev directory or through the adapter. @return the adapter's
- *  status, or as the K readers. */
+/** Fills the temporary K from the dev directory or through the adapter. @return #ZOT_OK,
+ *  #ZOT_ERR_NULL_INPUT, #ZOT_ERR_NOMEM, #ZOT_NO_UPDATE or an error of the adapter, or as
+ *  zot_priv_verify_k_file(). */
 int zot_priv_update_tmp_k(zot_ctx *handle, zot_k *tmp_k);
 
 /** Verifies every file of a list below @p root and keeps the bytes; @p k is not used. On failure,
@@ -564,7 +568,8 @@ int zot_priv_update_tmp_k(zot_ctx *handle, zot_k *tmp_k);
 int zot_priv_read_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs, const char *root);
 
 /** Builds the list of the temporary K and gets its files. @return #ZOT_OK; 1 when they were read
- *  from the dev directory; a negative status on failure. */
+ *  from the dev directory; the status of the adapter; #ZOT_ERR_NULL_INPUT without its download; or
+ *  as zot_priv_get_gpb_list_via_k_json() or as zot_priv_read_gpb(). */
 int zot_priv_update_tmp_gpb(zot_ctx *handle, zot_k *tmp_k, zot_list *gpbs);
 
 /** Removes the deleted entries from a marked list and marks the others unchanged. */
@@ -572,7 +577,7 @@ void zot_priv_prune_deleted_gpb(zot_ctx *handle, zot_list *gpbs);
 
 /** Commits the temporary K files. Afterwards @p tmp_k has the K as read back from the cache.
  *  @return #ZOT_OK; #ZOT_ERR_NULL_INPUT or #ZOT_ERR_WRONG_INPUT for a K without root directory;
- *  #ZOT_ERR_GENERIC when a copy failed; #ZOT_ERR_NOMEM; or as the K readers. */
+ *  #ZOT_ERR_GENERIC when a copy failed; #ZOT_ERR_NOMEM; or as zot_priv_verify_k_file(). */
 int zot_priv_commit_k(zot_ctx *handle, zot_k *tmp_k);
 
 /** Replaces the cached GPB files with those of the scratch directory. @return #ZOT_OK,
@@ -597,16 +602,17 @@ int _zot_priv_system(zot_ctx *handle, const char *cmd, int *code, const char *fu
 /* ----------------------------------------------------------------- operations: cycle control */
 
 /** The update check of zot_conf_get(). @return #ZOT_OK for a new configuration, #ZOT_NO_UPDATE,
- *  #ZOT_ERR_SAME_AS_CORRUPTED (not recorded), or the error. */
+ *  #ZOT_ERR_SAME_AS_CORRUPTED (not recorded), #ZOT_ERR_NULL_INPUT, or the error of the step that
+ *  failed. */
 int zot_priv_chk_update(zot_ctx *handle);
 
 /** Sets the slots current, last and temporary to the configuration in force. @return #ZOT_OK, or as
  *  zot_priv_rotate_prev_k(). */
 int zot_priv_handle_no_update(zot_ctx *handle);
 
-/** Implements zot_conf_commit() and returns its statuses. */
+/** Implements zot_conf_commit(). @return as zot_conf_commit(). */
 int zot_priv_commit_conf(zot_ctx *handle);
-/** Implements zot_conf_roll_back() and returns its statuses. */
+/** Implements zot_conf_roll_back(). @return as zot_conf_roll_back(). */
 int zot_priv_commit_fail_k(zot_ctx *handle);
 
 /** Marks the cycle as committed. */
@@ -615,7 +621,7 @@ void zot_done_commit(zot_ctx *handle);
 void zot_done_roll_back(zot_ctx *handle);
 
 /** Sub-system set-up of a new handle: identity, operations, directories. @return #ZOT_OK or the
- *  first failure. */
+ *  first failure, as zot_sub_init_data() or as zot_priv_reload_sys_paths(). */
 int zot_priv_init_sub_sys(zot_ctx *handle);
 
 /** Copies the index in upper case. @return #ZOT_OK, #ZOT_ERR_NULL_INPUT, #ZOT_ERR_OUT_OF_RANGE.
@@ -654,27 +660,32 @@ int zot_priv_chk_n_mkdir(zot_ctx *handle, const char *path, const char *label);
 int ap_download_k(zot_ctx *handle, zot_k *k);
 
 /** The access-point adapter: fetches all GPB files as one archive, unpacks and verifies them.
- *  @return #ZOT_OK; #ZOT_ERR_NULL_INPUT; #ZOT_ERR_TIMEOUT; #ZOT_ERR_REMOTE_UNAVAIL;
- *  #ZOT_ERR_CORRUPTED for an archive that cannot be unpacked, that contains anything except
- *  directories and regular files below "config", or whose files do not match K; #ZOT_ERR_NOMEM;
- *  #ZOT_ERR_GENERIC. */
+ *  @return #ZOT_OK; #ZOT_ERR_NULL_INPUT; #ZOT_ERR_WRONG_INPUT for an entry without path or size;
+ *  #ZOT_ERR_TIMEOUT; #ZOT_ERR_REMOTE_UNAVAIL; #ZOT_ERR_CORRUPTED for an archive that cannot be
+ *  unpacked, that contains anything except directories and regular files below "config", or whose
+ *  files do not match K; #ZOT_ERR_NOMEM; #ZOT_ERR_GENERIC. */
 int ap_download_gpb(zot_ctx *handle, zot_k *k, zot_list *gpbs);
 
-/** Start-up loaders: fill a slot, or the marked list, from the cache. Each runs once per handle,
- *  whether it succeeds or not. @return #ZOT_OK, also when nothing is left to do;
- *  #ZOT_ERR_NULL_INPUT; #ZOT_ERR_NOMEM; or as the K readers. */
+/** Start-up loader of the current slot, with its files. Each loader runs once per handle, whether
+ * it succeeds or not. @return #ZOT_OK, also when nothing is left to do; #ZOT_ERR_NULL_INPUT;
+ *  #ZOT_ERR_NOMEM; #ZOT_ERR_NO_FILE; #ZOT_ERR_CORRUPTED; #ZOT_ERR_WRONG_INPUT for a K with a file
+ * of size 0. */
 int zot_priv_init_load_conf(zot_ctx *handle);
-/** @copydoc zot_priv_init_load_conf() */
+/** Start-up loader of the last slot, without files. @return #ZOT_OK, also when nothing is left to
+ * do; #ZOT_ERR_NULL_INPUT; #ZOT_ERR_NOMEM; #ZOT_ERR_NO_FILE; #ZOT_ERR_CORRUPTED. */
 int zot_priv_init_load_prev_k(zot_ctx *handle);
-/** @copydoc zot_priv_init_load_conf() */
+/** Start-up loader of the K of the temporary slot. @return #ZOT_OK, also when nothing is left to
+ * do; #ZOT_ERR_NULL_INPUT; #ZOT_ERR_NOMEM; or as zot_priv_verify_k_file(). */
 int zot_priv_init_load_tmp_k(zot_ctx *handle);
-/** @copydoc zot_priv_init_load_conf() */
+/** Start-up loader of the K of the corrupted slot. @return as zot_priv_init_load_prev_k(). */
 int zot_priv_init_load_fail_k(zot_ctx *handle);
-/** @copydoc zot_priv_init_load_conf() */
+/** Builds the marked list from the cache. Runs once per handle, whether it succeeds or not.
+ *  @return #ZOT_OK, also when nothing is left to do; #ZOT_ERR_NULL_INPUT; #ZOT_ERR_NOMEM. */
 int zot_priv_init_load_ret_gpb_list(zot_ctx *handle);
 
 /** Loads one K through a reader. @param[out] target receives the record, unchanged on failure.
- *  @return #ZOT_OK, #ZOT_ERR_NULL_INPUT, #ZOT_ERR_NOMEM, or the reader's status. */
+ *  @return #ZOT_OK, #ZOT_ERR_NULL_INPUT, #ZOT_ERR_NOMEM, or the status of the reader, as
+ *  zot_priv_verify_k_file(). */
 int __zot_priv_init_load_k_f(zot_ctx *handle, zot_k_reader reader, zot_k **target, const char *root,
                              int flags);
 

@@ -1,16 +1,28 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# usage: build_libraries.sh WORK_DIR JOBS
+# usage: build_libraries.sh WORK_DIR JOBS [SYSROOT]
 # Builds the libraries that the library needs on a small device, from Debian's source packages, with
 # musl-gcc, into WORK_DIR/root: cJSON, a libcurl with HTTP only, and a libcrypto with SHA-256 and little
-# else. The packages come from the release that this machine's apt uses.
+# else. The packages come from the release that this machine's apt uses. With SYSROOT, the libraries are
+# for 32-bit ARM, with the musl and the kernel's headers in there.
 set -euo pipefail
 
-work=$(realpath -m "$1") jobs=$2
+work=$(realpath -m "$1") jobs=$2 sysroot=${3:-}
 # shellcheck source=tests/support/debian_source.sh
 source "$(dirname "$0")/../support/debian_source.sh"
 root=$work/root
 readonly flags="-Os -ffunction-sections -fdata-sections"
+if [[ -n $sysroot ]]; then
+  sysroot=$(realpath "$sysroot")
+  export MUSL_SYSROOT=$sysroot
+  compiler=$(realpath "$(dirname "$0")/musl-arm-gcc.sh")
+  host=arm-linux-musleabihf openssl_target=linux-armv4 headers=arm-linux-gnueabihf
+  binutils=arm-linux-gnueabihf-
+else
+  compiler=musl-gcc binutils=
+  host=$(uname -m)-linux-musl openssl_target=linux-$(uname -m) headers=$(gcc -print-multiarch)
+fi
+readonly compiler host openssl_target headers binutils
 
 rm -rf "$work/source" "$work/kernel" "$root"
 mkdir -p "$work/kernel" "$root/include" "$root/lib/pkgconfig"
@@ -18,8 +30,8 @@ mkdir -p "$work/kernel" "$root/include" "$root/lib/pkgconfig"
 make_cjson() {
   cd "$work"/source/cjson-*/
   # shellcheck disable=SC2086  # flags are several words
-  musl-gcc $flags -c cJSON.c
-  ar rcs "$root/lib/libcjson.a" cJSON.o
+  "$compiler" $flags -c cJSON.c
+  "${binutils}ar" rcs "$root/lib/libcjson.a" cJSON.o
   mkdir "$root/include/cjson"
   cp cJSON.h "$root/include/cjson"
   printf '%s\n' "Name: libcjson" "Description: JSON" "Version: $(basename "$PWD" | sed 's/.*-//')" \
@@ -29,7 +41,8 @@ make_cjson() {
 # The library uses GET and POST, and requests the time of a file (hence the parser for dates).
 make_curl() {
   cd "$work"/source/curl-*/
-  CC=musl-gcc CFLAGS=$flags ./configure --host="$(uname -m)-linux-musl" --prefix="$root" \
+  CC=$compiler AR=${binutils}ar RANLIB=${binutils}ranlib CFLAGS=$flags ./configure \
+    --host="$host" --prefix="$root" \
     --disable-shared --enable-static --disable-dependency-tracking \
     --without-ssl --without-zlib --without-brotli --without-zstd --without-libpsl \
     --without-libidn2 --without-nghttp2 --without-librtmp \
@@ -44,10 +57,11 @@ make_curl() {
 # The kernel's headers belong to no C library, but are in the same folders as those of glibc.
 make_crypto() {
   local kernel=$work/kernel
-  ln -s /usr/include/linux /usr/include/asm-generic "/usr/include/$(gcc -print-multiarch)/asm" \
-    "$kernel"
+  ln -s "$sysroot/usr/include/linux" "$sysroot/usr/include/asm-generic" \
+    "$sysroot/usr/include/$headers/asm" "$kernel"
   cd "$work"/source/openssl-*/
-  ./Configure "linux-$(uname -m)" CC=musl-gcc CFLAGS="$flags -w -idirafter $kernel" \
+  ./Configure "$openssl_target" CC="$compiler" AR="${binutils}ar" RANLIB="${binutils}ranlib" \
+    CFLAGS="$flags -w -idirafter $kernel" \
     no-{asm,async,autoload-config,cached-fetch,dgram,dso,engine,err,filenames,ktls,legacy} \
     no-{multiblock,secure-memory,shared,sock,tests,threads,ui-console} \
     no-{aria,bf,blake2,camellia,cast,chacha,cmac,cmp,cms,comp,ct,des,dh,dsa,ec,gost,idea,md4} \

@@ -2,12 +2,14 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: musl-g++.sh ARGUMENT…
 # The C++ counterpart of musl-gcc: compiles C++ against musl's headers only, without those of glibc. The
-# templates in libstdc++'s headers do not need its library as long as no function of it is called.
+# templates in libstdc++'s headers do not need its library as long as no function of it is called. With
+# MUSL_SYSROOT in the environment it compiles for 32-bit ARM, with the musl that is unpacked there.
 set -euo pipefail
 
-compiler=${REALGXX:-g++}
+root=${MUSL_SYSROOT:-}
+compiler=${REALGXX:-${root:+arm-linux-gnueabihf-}g++}
 machine=$("$compiler" -dumpmachine)
-musl_include=/usr/include/${machine/-gnu/-musl}
+musl_include=$root/usr/include/${machine/-gnu/-musl}
 if [[ ! -e $musl_include/stdio.h ]]; then
   echo "musl-g++.sh: $musl_include has no headers of musl" >&2
   exit 1

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# usage: run_cycle.sh ZOTCONF SAMPLE PROGRAMS root|path
+# usage: run_cycle.sh ZOTCONF SAMPLE PROGRAMS root|path|emulated
 # Runs whole cycles with the PROGRAMS (cycle, client, c_client) against a service on this machine. The
 # element has only busybox's sh, tar, cp and rm. With `path` they are its PATH on this machine. With
 # `root` the element runs in a root of its own that contains no other commands and no C library, so the
-# programs have to be static.
+# programs have to be static. With `emulated` they, and the busybox among the PROGRAMS, are for 32-bit ARM:
+# such a root also contains the emulator.
 set -euo pipefail
 
 zotconf=$1 sample=$2 programs=$3 where=$4
@@ -16,24 +17,56 @@ readonly root=$work/root source=$work/source
 # shellcheck disable=SC2154
 latest=$published/file/knowledge/AP/$index/latest/$index
 
-make_root() {
-  mkdir -p "$root"/{bin,data,dev,tmp}
-  cp "$(command -v busybox)" "$root/bin"
+readonly applets=(sh tar cp rm) clients=(cycle client c_client)
+
+# put_programs FOLDER BUSYBOX
+put_programs() {
+  mkdir -p "$1"
+  cp "$2" "$1/busybox"
   local applet
-  for applet in sh tar cp rm; do
-    ln -s busybox "$root/bin/$applet"
+  for applet in "${applets[@]}"; do
+    ln -s busybox "$1/$applet"
   done
-  cp "$programs"/{cycle,client,c_client} "$root/bin"
+  cp "${clients[@]/#/$programs/}" "$1"
+}
+
+# The kernel runs what is in /bin, which hands everything to the emulator.
+put_emulator() {
+  local emulator name libraries
+  emulator=$(command -v qemu-arm)
+  mkdir -p "$root/bin" "$root/emulator"
+  cp "$emulator" "$root/emulator/qemu-arm"
+  mapfile -t libraries < <(ldd "$emulator" | grep -oE '/[^ ]+')
+  ((${#libraries[@]} == 0)) || cp -L --parents "${libraries[@]}" "$root"
+  for name in busybox "${applets[@]}" "${clients[@]}"; do
+    cp "$programs/emulated" "$root/bin/$name"
+  done
+}
+
+# What the element calls the root.
+root_seen=
+[[ $where != path ]] || root_seen=$root
+programs_of_element=$root/bin
+[[ $where != emulated ]] || programs_of_element=$root/emulated
+killed=
+
+make_root() {
+  mkdir -p "$root"/{data,dev,tmp}
+  if [[ $where == emulated ]]; then
+    put_programs "$programs_of_element" "$programs/busybox"
+    put_emulator
+  else
+    put_programs "$programs_of_element" "$(command -v busybox)"
+  fi
   : >"$root/dev/null" # a plain file, because not every user may create a device
 }
 
 # Runs a program of the element. An element in a root sees "/" where this machine sees $root. Its
 # standard error, for example that the cache is empty, goes to a separate file.
 on_element() {
-  local program=$1 seen=$root enter=()
+  local program=$1 seen=$root_seen enter=()
   shift
-  if [[ $where == root ]]; then
-    seen=
+  if [[ $where != path ]]; then
     enter=("$(PATH=$PATH:/usr/sbin command -v chroot)" "$root")
     ((EUID == 0)) || enter=("$(command -v unshare)" --map-root-user "${enter[@]}")
   fi
@@ -127,6 +160,19 @@ refuse_third() {
   shows '^New configuration is still corrupted\.$'
 }
 
+# The shell kills the process as it commits. The next one, which has no service, finds what was in force
+# before. On this machine's own root the shell cannot be replaced.
+undo_after_kill() {
+  [[ $where != path ]] || return 0
+  echo "security=wpa3" >>"$source/Wlan/guest"
+  publish "$zotconf" "$source"
+  cp --remove-destination "$programs/killing_shell" "$programs_of_element/sh"
+  expect 137 on_element cycle
+  ln -sf busybox "$programs_of_element/sh"
+  [[ -d $root/data/writable/zot/undo ]] || fail "the kill did not interrupt the commit"
+  killed=", undo after a kill"
+}
+
 start_without_service() {
   stop_service
   rm -rf "$source"
@@ -154,7 +200,8 @@ get_first
 watch_transfers
 get_second
 refuse_third
+undo_after_kill
 start_without_service
 run_c_client
 echo "busybox, $where: $(count_files "$sample") files: get, commit, rotation and" \
-  "rollback passed"
+  "rollback$killed passed"

@@ -29,7 +29,7 @@ TEST(Catset, SetAllKeepsWhatIsSet) {
 }
 
 TEST(Catset, SetAllNeedsASet) {
-  EXPECT_EQ(zot_catset_set_all(nullptr), -9);
+  EXPECT_EQ(zot_catset_set_all(nullptr), ZOT_ERR_NULL_INPUT);
 }
 
 class CatsetMember : public testing::TestWithParam<std::pair<int, std::pair<int, uint32_t>>> {};
@@ -54,7 +54,7 @@ class CatsetStranger : public testing::TestWithParam<int> {};
 
 TEST_P(CatsetStranger, IsRefused) {
   zot_catset catset{};
-  EXPECT_EQ(zot_catset_add(&catset, GetParam()), -5);
+  EXPECT_EQ(zot_catset_add(&catset, GetParam()), ZOT_ERR_WRONG_INPUT);
   const zot_catset empty{};
   EXPECT_EQ(std::memcmp(&catset, &empty, sizeof empty), 0);
   std::memset(&catset, 0xff, sizeof catset);
@@ -64,7 +64,7 @@ TEST_P(CatsetStranger, IsRefused) {
 INSTANTIATE_TEST_SUITE_P(NoCategory, CatsetStranger, testing::Values(-1, 80, 1023, 1024));
 
 TEST(Catset, AddAndHasNeedASet) {
-  EXPECT_EQ(zot_catset_add(nullptr, 1), -9);
+  EXPECT_EQ(zot_catset_add(nullptr, 1), ZOT_ERR_NULL_INPUT);
   EXPECT_FALSE(zot_catset_has(nullptr, 1));
 }
 

@@ -178,7 +178,7 @@ TEST_F(DownloadGpb, RefusesAnEntryWithoutAPath) {
                                                 offsetof(zot_gpb, node));
   std::free(first.path);
   first.path = nullptr;
-  EXPECT_NE(run(), ZOT_OK);
+  EXPECT_EQ(run(), ZOT_ERR_WRONG_INPUT);
 }
 
 TEST_F(DownloadGpb, ReadsEveryFileIntoItsEntry) {
