@@ -9,11 +9,9 @@ started=()
 step=0
 
 clean_up() {
-  local process
-  for process in "${started[@]}"; do
-    kill "$process" 2>/dev/null || true
-    wait "$process" 2>/dev/null || true
-  done
+  # An empty list is an error to kill, and so is a process that has ended.
+  kill "${started[@]}" 2>/dev/null || true
+  wait "${started[@]}" 2>/dev/null || true
   rm -rf "$work"
 }
 trap clean_up EXIT
