@@ -19,7 +19,8 @@ readonly release_steps=(
   'web|test --web|'
   'delivery|delivery|^== tests: .* cases$|tests passed'
   'curl|curl|tests passed'
-  'musl|musl|tests passed'
+  'musl|musl|passed'
+  'musl-arm|musl --arm|passed'
   'docs|docs|'
   'package|package|  ok  '
   'arm|arm|^== tests: .* cases$|tests passed'
@@ -30,6 +31,7 @@ readonly release_steps=(
   'bench-peers|bench --peers|'
   'bench-relay|bench --relay|'
   'bench-fleet|bench --fleet|'
+  'mutate|mutate 200 1|^mutation: '
 )
 
 # Identifies the sources: the names and contents of all files that the steps do not write.
