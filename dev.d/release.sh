@@ -31,7 +31,7 @@ readonly release_steps=(
   'bench-peers|bench --peers|'
   'bench-relay|bench --relay|'
   'bench-fleet|bench --fleet|'
-  'mutate|mutate 200 1|^mutation: '
+  'mutate|mutate 200 1| survived of which '
 )
 
 # Identifies the sources: the names and contents of all files that the steps do not write.
