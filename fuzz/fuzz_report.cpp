@@ -23,7 +23,8 @@ void check_text(const std::string &text) {
 void check_texts(const zotconf::element_report &report) {
   for (const std::string &text :
        {report.time, report.subsys, report.index, report.in_force, report.refused, report.offered,
-        report.refusal, report.problem.value_or(""), report.relay_problem.value_or("")}) {
+        report.relay_refused, report.refusal, report.problem.value_or(""),
+        report.relay_problem.value_or("")}) {
     check_text(text);
   }
 }
@@ -51,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     check_texts(*reading.report);
     static_cast<void>(zotconf::is_ahead(*reading.report, now));
     judge(reading, reading.report->refused);
+    judge(reading, reading.report->relay_refused);
     judge(reading, reading.report->in_force);
   }
   judge(reading, std::string(64, 'd'));

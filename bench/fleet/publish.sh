@@ -79,9 +79,10 @@ measure_publishing() {
 # The report of an element that is in force, with all its members.
 readonly report='{"format":1,"time":"%s","subsys":"AP","index":"%s",'\
 '"versions":{"relay":"1.0.0","element":"1.0.0"},"relay":{"state":"good","problem":null,'\
-'"kind":"none","refused":false,"since":null},"offered":{"digest":"%s","sequence":1795431928,'\
-'"config_id":null},"in_force":{"digest":"%s","config_id":null},"refused":null,"undo":null,'\
-'"problem":null,"element_known":true}'
+'"kind":"none","refused":false,"refused_digest":null,"since":null},'\
+'"offered":{"digest":"%s","sequence":1795431928,"config_id":null},'\
+'"in_force":{"digest":"%s","config_id":null},"refused":null,"undo":null,"problem":null,'\
+'"element_known":true}'
 
 make_reports() {
   local checksum index digest time

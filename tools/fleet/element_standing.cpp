@@ -54,7 +54,7 @@ element_standing standing_of(const report_reading &reading, const std::string &d
   if (report.refused == digest) {
     return {.state = standing::refused, .reason = or_unknown(report.refusal)};
   }
-  if (report.relay_refused && report.offered != digest) {
+  if (report.relay_refused == digest && report.offered != digest) {
     return {.state = standing::refused, .reason = or_unknown(report.relay_problem.value_or(""))};
   }
   if (const auto &problem = report.problem ? report.problem : report.relay_problem) {

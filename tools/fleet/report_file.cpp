@@ -60,8 +60,8 @@ element_report report_of(const cJSON *root) {
           .in_force = text_or_empty(report_member(root, "in_force"), "digest"),
           .refused = text_or_empty(refused, "digest"),
           .offered = text_or_empty(report_member(root, "offered"), "digest"),
+          .relay_refused = text_or_empty(relay, "refused_digest"),
           .refusal = text_or_empty(refused, "reason"),
-          .relay_refused = cJSON_IsTrue(report_member(relay, "refused")) != 0,
           .problem = stated_text(report_member(root, "problem"), "text"),
           .relay_problem = stated_text(relay, "problem"),
           .has_undo = cJSON_IsObject(report_member(root, "undo")) != 0};

@@ -20,9 +20,9 @@ struct element_report {
   // SHA-256 of a K; empty: none.
   std::string in_force;
   std::string refused;
-  std::string offered;  // by the relay
-  std::string refusal;  // why the element refused that K
-  bool relay_refused = false;
+  std::string offered;        // by the relay
+  std::string relay_refused;  // by the relay
+  std::string refusal;        // why the element refused that K
   std::optional<std::string> problem;
   std::optional<std::string> relay_problem;
   bool has_undo = false;  // an interrupted commit was undone

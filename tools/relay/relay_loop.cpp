@@ -79,6 +79,7 @@ void relay_loop::note(const sync_round &round) {
       state.problem_since = round.wrong.empty() ? 0 : now;
     }
     state.is_refused = round.result == round_result::refused;
+    state.refused_digest = round.refused_digest;
   });
 }
 

@@ -46,6 +46,7 @@ struct relay_state {
   std::time_t last_contact = 0;  // the last round that ended well; 0: none yet
   std::string problem;           // why the last round did not end well; empty: it did
   bool is_refused = false;       // the problem is what was published, not how it was reached
+  std::string refused_digest;    // SHA-256 of the K that is not accepted; empty: none
   std::time_t problem_since = 0;
   std::time_t next_attempt = 0;
 

@@ -18,6 +18,7 @@ void describe_work(json_node into, const report_facts &facts) {
       .set("problem", stated(short_text(state.problem)))
       .set("kind", name_of(problem_of(state)))
       .set("refused", state.is_refused && is_failing)
+      .set("refused_digest", stated(state.refused_digest))
       .set("since", is_failing && state.problem_since != 0 ? stated(iso_time(state.problem_since))
                                                            : std::nullopt);
 }

@@ -37,8 +37,8 @@ sync_round failed(const std::string &wrong, std::optional<std::chrono::seconds> 
   return {.result = round_result::failed, .wrong = wrong, .retry_after = retry_after};
 }
 
-sync_round refused(const std::string &wrong) {
-  return {.result = round_result::refused, .wrong = wrong};
+sync_round refused(const std::string &wrong, const std::string &digest) {
+  return {.result = round_result::refused, .wrong = wrong, .refused_digest = digest};
 }
 
 // Why a reply is not a file; empty if it is one.
@@ -252,7 +252,7 @@ sync_round synchroniser::update(const std::string &digest) {
       .sequence = store_.last_sequence(), .digest = store_.last_digest(), .signed_at = signed_at_};
   judgement made = judge_offer(rules_, pending_->k, digest, signature, before);
   if (!made.wrong.empty()) {
-    return refused(made.wrong);
+    return refused(made.wrong, digest);
   }
   sync_round round{.result = round_result::updated};
   if (auto end = fetch_files(made.content, round)) {

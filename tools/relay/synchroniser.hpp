@@ -26,6 +26,7 @@ enum class round_result {
 struct sync_round {
   round_result result = round_result::unchanged;
   std::string wrong = {};                                // why it failed or was refused
+  std::string refused_digest = {};                       // SHA-256 of the K that was refused
   std::optional<std::chrono::seconds> retry_after = {};  // as the server asked
   bool has_progressed = false;  // files have arrived, so the next round has less to do
   // Of an update or a repair, in all rounds that it took.

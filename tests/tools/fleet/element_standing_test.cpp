@@ -57,7 +57,7 @@ TEST(ElementStanding, IsInForceWhateverElseIsReported) {
                                         .reason = "x",
                                         .problem = "y",
                                         .relay_problem = "z",
-                                        .relay_refused = true});
+                                        .relay_refused = wanted});
   EXPECT_EQ(found.state, standing::in_force);
   EXPECT_EQ(found.reason, "");
 }
@@ -68,7 +68,7 @@ TEST(ElementStanding, IsRefusedByTheElementBeforeTheRelay) {
                                         .reason = "apply: exit status 1",
                                         .problem = "y",
                                         .relay_problem = "z",
-                                        .relay_refused = true});
+                                        .relay_refused = wanted});
   EXPECT_EQ(found.state, standing::refused);
   EXPECT_EQ(found.reason, "apply: exit status 1");
 }
@@ -78,7 +78,7 @@ TEST(ElementStanding, IsRefusedByTheRelay) {
     const element_standing found = judge({.problem = "y",
                                           .relay_problem = "K is not signed",
                                           .offered = offered,
-                                          .relay_refused = true});
+                                          .relay_refused = wanted});
     EXPECT_EQ(found.state, standing::refused);
     EXPECT_EQ(found.reason, "K is not signed");
   }
@@ -86,12 +86,13 @@ TEST(ElementStanding, IsRefusedByTheRelay) {
 
 TEST(ElementStanding, IsNotRefusedByARelayThatOffersTheK) {
   const element_standing found =
-      judge({.relay_problem = "z", .offered = wanted, .relay_refused = true});
+      judge({.relay_problem = "z", .offered = wanted, .relay_refused = wanted});
   EXPECT_EQ(found.state, standing::failing);
 }
 
 TEST(ElementStanding, IsNotRefusedIfAnotherKWas) {
   EXPECT_EQ(judge({.refused = older_digest, .reason = "x"}).state, standing::waiting);
+  EXPECT_EQ(judge({.relay_problem = "x", .relay_refused = older_digest}).state, standing::failing);
 }
 
 TEST(ElementStanding, IsFailingWithTheProblemOfTheElementFirst) {
@@ -104,7 +105,7 @@ TEST(ElementStanding, IsFailingWithTheProblemOfTheElementFirst) {
 TEST(ElementStanding, SaysThatNoReasonIsStated) {
   EXPECT_EQ(judge({.refused = wanted}).reason, "no reason is stated");
   EXPECT_EQ(judge({.problem = ""}).reason, "no reason is stated");
-  EXPECT_EQ(judge({.relay_refused = true}).reason, "no reason is stated");
+  EXPECT_EQ(judge({.relay_refused = wanted}).reason, "no reason is stated");
 }
 
 TEST(ElementStanding, IsWaitingOtherwise) {

@@ -37,6 +37,14 @@ TEST_F(FleetStatus, ExitsWithNineAboveMaxRefused) {
       << done.out;
 }
 
+TEST_F(FleetStatus, DoesNotCountARefusalOfAnEarlierPublication) {
+  const std::string refused = put_k("0A", other_id);
+  put_report("0A", {.relay_problem = "K is not signed", .relay_refused = refused});
+  EXPECT_EQ(fleet({"--max-refused", "0%"}).status, 9);
+  put_k("0A", some_id, 2);
+  EXPECT_EQ(fleet({"--max-refused", "0%"}).status, 0);
+}
+
 TEST_F(FleetStatus, ExitsWithTwelveBelowMinInForce) {
   put_good("0A");
   put_k("0B");

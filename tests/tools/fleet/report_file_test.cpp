@@ -20,7 +20,7 @@ TEST(ParseReport, ReadsEveryMemberThatCounts) {
                                                         .problem = "get: timeout",
                                                         .relay_problem = "cannot connect",
                                                         .offered = "offered",
-                                                        .relay_refused = true,
+                                                        .relay_refused = "not accepted",
                                                         .undo = true,
                                                         .subsys = "CP",
                                                         .index = "0B"}));
@@ -32,7 +32,7 @@ TEST(ParseReport, ReadsEveryMemberThatCounts) {
   EXPECT_EQ(read.report->problem, "get: timeout");
   EXPECT_EQ(read.report->relay_problem, "cannot connect");
   EXPECT_EQ(read.report->offered, "offered");
-  EXPECT_TRUE(read.report->relay_refused);
+  EXPECT_EQ(read.report->relay_refused, "not accepted");
   EXPECT_TRUE(read.report->has_undo);
   EXPECT_EQ(read.report->subsys, "CP");
   EXPECT_EQ(read.report->index, "0B");
@@ -57,7 +57,7 @@ TEST(ParseReport, TakesMembersOfAnotherTypeForMissing) {
   EXPECT_EQ(read.report->time + read.report->subsys + read.report->index, "");
   EXPECT_EQ(read.report->in_force + read.report->refused + read.report->refusal, "");
   EXPECT_FALSE(read.report->problem);
-  EXPECT_FALSE(read.report->relay_refused);
+  EXPECT_EQ(read.report->relay_refused, "");
   EXPECT_FALSE(read.report->has_undo);
 }
 

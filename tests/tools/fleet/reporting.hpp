@@ -31,7 +31,7 @@ struct report_words {
   std::optional<std::string> problem = std::nullopt;
   std::optional<std::string> relay_problem = std::nullopt;
   std::optional<std::string> offered = std::nullopt;
-  bool relay_refused = false;
+  std::optional<std::string> relay_refused = std::nullopt;
   bool undo = false;
   std::string subsys = "AP";
   std::string index = "0A";
@@ -58,7 +58,8 @@ inline std::string report_text(const report_words &words) {
   root.object("relay")
       .set("state", words.relay_problem ? "problem" : "good")
       .set("problem", words.relay_problem)
-      .set("refused", words.relay_refused);
+      .set("refused", words.relay_refused.has_value())
+      .set("refused_digest", words.relay_refused);
   set_digest(root, "offered", words.offered);
   set_digest(root, "in_force", words.in_force);
   if (words.refused) {

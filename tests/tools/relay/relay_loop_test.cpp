@@ -204,11 +204,13 @@ TEST_F(RelayLoop, ARefusalIsNoFailureOfTheServer) {
   run(3);
   EXPECT_EQ(printed(), "publication refused: K is that of AP AABBCCDDEEFF (retry)\n");
   EXPECT_TRUE(state().is_refused);
+  EXPECT_EQ(state().refused_digest, sha256_hex(text));
   EXPECT_EQ(state().problem, "K is that of AP AABBCCDDEEFF");
   EXPECT_FALSE(state().has_publication);
   site_.answer(".checksum", 503);
   run(1);
   EXPECT_FALSE(state().is_refused);
+  EXPECT_EQ(state().refused_digest, "");
 }
 
 TEST_F(RelayLoop, TellsARepair) {

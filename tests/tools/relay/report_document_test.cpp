@@ -45,6 +45,7 @@ TEST(ReportDocument, OfARelayThatHasNothingInService) {
   EXPECT_TRUE(report["relay"]["problem"].is_null());
   EXPECT_EQ(report["relay"]["kind"].text(), "none");
   EXPECT_FALSE(report["relay"]["refused"].flag());
+  EXPECT_TRUE(report["relay"]["refused_digest"].is_null());
   EXPECT_TRUE(report["relay"]["since"].is_null());
   EXPECT_TRUE(report["offered"].is_null());
 }
@@ -70,12 +71,14 @@ TEST(ReportDocument, OfARelayThatRefusesAPublication) {
   zotconf::relay_state state = good_relay(now);
   state.problem = "K is not signed";
   state.is_refused = true;
+  state.refused_digest = std::string(64, 'c');
   state.problem_since = now - 60;
   const json_value relay = report_of(facts_of(state))["relay"];
   EXPECT_EQ(relay["state"].text(), "problem");
   EXPECT_EQ(relay["problem"].text(), "K is not signed");
   EXPECT_EQ(relay["kind"].text(), "publication");
   EXPECT_TRUE(relay["refused"].flag());
+  EXPECT_EQ(relay["refused_digest"].text(), std::string(64, 'c'));
   EXPECT_EQ(relay["since"].text(), "2023-11-14T22:12:20Z");
 }
 
