@@ -45,7 +45,8 @@ element_standing standing_of(const report_reading &reading, const std::string &d
                                             : "the report cannot be used: " + reading.wrong);
   }
   const element_report &report = *reading.report;
-  if (std::chrono::seconds(now - report.received) > silent_after) {
+  // The time of a file may be any number.
+  if (report.received < now - std::chrono::floor<std::chrono::seconds>(silent_after).count()) {
     return silent_for("no report since " + iso_time(report.received));
   }
   if (report.in_force == digest) {
@@ -65,6 +66,10 @@ element_standing standing_of(const report_reading &reading, const std::string &d
 
 bool is_ahead(const element_report &report, std::time_t now) {
   return is_iso_time(report.time) && report.time > iso_time(now + allowed_advance);
+}
+
+bool is_received_ahead(const element_report &report, std::time_t now) {
+  return report.received > now + allowed_advance;
 }
 
 }  // namespace zotconf

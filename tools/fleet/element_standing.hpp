@@ -33,4 +33,7 @@ element_standing standing_of(const report_reading &reading, const std::string &d
 // Whether a report was written more than ten minutes ahead of `now`, by the element's clock.
 bool is_ahead(const element_report &report, std::time_t now);
 
+// The same for the time of its file. Until then, the element does not become silent.
+bool is_received_ahead(const element_report &report, std::time_t now);
+
 }  // namespace zotconf

@@ -42,12 +42,16 @@ k_reading read_k_once(const folder &latest, const std::string &index) {
       .wrong = checksum_in(latest, index + ".checksum") == digest ? "" : other_checksum};
 }
 
+std::optional<folder> find_latest(const folder &subsys, const std::string &index) {
+  const auto own = subsys.find(index);
+  return own ? own->find("latest") : std::nullopt;
+}
+
 }  // namespace
 
 // Between the renaming of K and that of its checksum file the two do not match.
 k_reading read_published_k(const folder &subsys, const std::string &index) {
-  const auto own = subsys.find(index);
-  const auto latest = own ? own->find("latest") : std::nullopt;
+  const auto latest = find_latest(subsys, index);
   if (!latest) {
     return {};
   }
@@ -64,6 +68,11 @@ k_reading read_published_k(const folder &subsys, const std::string &index) {
     }
     return bad_k(error.what());
   }
+}
+
+bool has_k(const folder &subsys, const std::string &index) {
+  const auto latest = find_latest(subsys, index);
+  return latest && latest->has(index + ".k");
 }
 
 }  // namespace zotconf

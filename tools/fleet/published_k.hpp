@@ -26,4 +26,7 @@ struct k_reading {
 // no such K. Throws std::system_error if the process lacks descriptors or memory.
 k_reading read_published_k(const folder &subsys, const std::string &index);
 
+// Whether this K exists, in whatever state.
+bool has_k(const folder &subsys, const std::string &index);
+
 }  // namespace zotconf

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "tools/files/folder.hpp"
+#include "tools/output/figures.hpp"
 #include "tools/output/plain_text.hpp"
 #include "tools/publication/named_files.hpp"
 
@@ -49,8 +50,8 @@ class rollout_reader {
   void read_report_of(const element &who, const published_k &k,
                       const std::optional<folder> &reports);
   void add_notes(const element &who, const report_reading &reading);
-  void find_unknown(const folder &reports, const std::string &subsys,
-                    const std::vector<std::string> &known);
+  void find_unknown(const folder &reports, const std::optional<folder> &ks,
+                    const std::string &subsys, const std::vector<std::string> &known);
   void find_unknown_subsys(const std::vector<std::string> &known);
 
   const rollout_options &options_;
@@ -89,7 +90,7 @@ void rollout_reader::read_subsys(const folder &knowledge, const std::string &sub
     return !read_element(*ks, reports, {.subsys = subsys, .index = index});
   });
   if (reports) {
-    find_unknown(*reports, subsys, known);
+    find_unknown(*reports, ks, subsys, known);
   }
 }
 
@@ -146,13 +147,22 @@ void rollout_reader::add_notes(const element &who, const report_reading &reading
     found_.add_note(note_kind::clock_ahead, who,
                     "the clock of the element is ahead: the report is of " + report.time);
   }
+  if (is_received_ahead(report, found_.when())) {
+    found_.add_note(note_kind::clock_ahead, who,
+                    "the time of the report's file is ahead: " + iso_time(report.received));
+  }
 }
 
-void rollout_reader::find_unknown(const folder &reports, const std::string &subsys,
+// An element may have been published since the known ones were listed.
+void rollout_reader::find_unknown(const folder &reports, const std::optional<folder> &ks,
+                                  const std::string &subsys,
                                   const std::vector<std::string> &known) {
   reports.each_name([&](const std::string &name) {
     const std::string index = index_of_report(name);
-    if (!index.empty() && !std::ranges::binary_search(known, index)) {
+    if (index.empty() || std::ranges::binary_search(known, index)) {
+      return;
+    }
+    if (!ks || !has_k(*ks, index)) {
       found_.add_note(note_kind::unknown_element, {.subsys = subsys, .index = printable(index)},
                       "has a report but no K in the publication");
     }
@@ -164,7 +174,7 @@ void rollout_reader::find_unknown_subsys(const std::vector<std::string> &known) 
     const auto reports =
         std::ranges::binary_search(known, subsys) ? std::nullopt : reports_.find(subsys);
     if (reports) {
-      find_unknown(*reports, subsys, {});
+      find_unknown(*reports, std::nullopt, subsys, {});
     }
   }
 }

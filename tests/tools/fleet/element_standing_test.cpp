@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/fleet/element_standing.hpp"
 
+#include <limits>
+
 #include "tests/tools/fleet/reporting.hpp"
 #include "tools/output/figures.hpp"
 
@@ -49,6 +51,11 @@ TEST(ElementStanding, IsSilentAfterTheLimitOnly) {
 
 TEST(ElementStanding, IsNotSilentIfTheFileIsOfTheFuture) {
   EXPECT_EQ(judge(reading_of({.in_force = wanted}, now + 1000)).state, standing::in_force);
+}
+
+TEST(ElementStanding, IsSilentWithAFileOfTheDistantPast) {
+  constexpr std::time_t distant = std::numeric_limits<std::time_t>::min();
+  EXPECT_EQ(judge(reading_of({.in_force = wanted}, distant)).state, standing::silent);
 }
 
 TEST(ElementStanding, IsInForceWhateverElseIsReported) {
@@ -120,6 +127,14 @@ TEST(IsAhead, CountsTenMinutesOfAdvance) {
   EXPECT_FALSE(zotconf::is_ahead(report, now));
   report.time = zotconf::iso_time(now + 601);
   EXPECT_TRUE(zotconf::is_ahead(report, now));
+}
+
+TEST(IsReceivedAhead, CountsTenMinutesOfAdvance) {
+  zotconf::element_report report;
+  report.received = now + 600;
+  EXPECT_FALSE(zotconf::is_received_ahead(report, now));
+  report.received = now + 601;
+  EXPECT_TRUE(zotconf::is_received_ahead(report, now));
 }
 
 TEST(IsAhead, SkipsWhatIsNoTime) {

@@ -50,6 +50,17 @@ TEST_F(PublishedK, FindsNoK) {
   EXPECT_EQ(read("0B").wrong, "");
 }
 
+TEST_F(PublishedK, ExistsInWhateverState) {
+  put_k("0A");
+  write_bytes(k_file("0B", ".k"), "damaged");
+  write_bytes(k_file("0C", ".checksum"), "no K");
+  const zotconf::folder subsys(publication_ + "/file/knowledge/AP");
+  EXPECT_TRUE(zotconf::has_k(subsys, "0A"));
+  EXPECT_TRUE(zotconf::has_k(subsys, "0B"));
+  EXPECT_FALSE(zotconf::has_k(subsys, "0C"));
+  EXPECT_FALSE(zotconf::has_k(subsys, "0D"));
+}
+
 TEST_F(PublishedK, SaysThatItIsNoManifest) {
   for (const std::string text : {"", "{", "[]", "\0x", "{\"gpbs\":[}"}) {
     put_k("0A");

@@ -160,6 +160,15 @@ TEST_F(RolloutReader, NotesAClockThatIsAhead) {
             "AP 0A: the clock of the element is ahead: the report is of 2999-01-01T00:00:00Z\n");
 }
 
+TEST_F(RolloutReader, NotesAReportWhoseFileIsOfTheFuture) {
+  constexpr std::time_t ahead = 2000000000;
+  put_report("0A", {.in_force = put_k("0A")}, ahead);
+  const rollout found = read();
+  EXPECT_EQ(found.rows()[0].count_of(standing::in_force), 1U);
+  EXPECT_EQ(notes_of(found, note_kind::clock_ahead),
+            "AP 0A: the time of the report's file is ahead: 2033-05-18T03:33:20Z\n");
+}
+
 TEST_F(RolloutReader, CountsReportsOfUnknownElements) {
   put_good("0A");
   put_report("0B", {});
@@ -235,6 +244,26 @@ TEST_F(RolloutReader, ReadsAFolderThatChanges) {
   }
   done = true;
   receiver.join();
+}
+
+// Elements are published, and then report, while the others are read.
+TEST_F(RolloutReader, ReadsFoldersThatGrow) {
+  for (int i = 100; i < 200; ++i) {
+    put_good(std::to_string(i));
+  }
+  std::atomic<bool> done = false;
+  std::thread growth([&] {
+    for (int i = 1000; !done && i < 3000; ++i) {
+      put_good(std::to_string(i));
+    }
+  });
+  for (int i = 0; i < 20; ++i) {
+    const rollout found = read();
+    EXPECT_GE(found.rows()[0].count_of(standing::in_force), 100U);
+    EXPECT_EQ(found.notes(note_kind::unknown_element).total, 0U);
+  }
+  done = true;
+  growth.join();
 }
 
 TEST_F(RolloutReader, ReadsAPublicationThatIsBeingReplaced) {
