@@ -55,6 +55,9 @@ std::vector<std::string> indexes_of_list(std::string_view list) {
 std::vector<std::string> indexes_of_file(const fs::path &path) {
   std::vector<std::string> indexes;
   for_each_part(read_file_text(path), '\n', [&](std::string_view line) {
+    if (line.ends_with('\r')) {
+      line.remove_suffix(1);
+    }
     if (!line.empty() && !line.starts_with('#')) {
       indexes.push_back(listed_index(line, path.string() + ": "));
     }

@@ -84,6 +84,14 @@ TEST(Wave, IsAFileWithCommentsAndEmptyLines) {
   EXPECT_FALSE(listed.contains("0C"));
 }
 
+TEST(Wave, IsAFileOfAnEditorThatEndsLinesWithTwoCharacters) {
+  const temp_dir dir;
+  write_bytes(dir / "list", "# first\r\n\r\n0A\r\n0B\r\n");
+  const wave listed("@" + dir / "list");
+  EXPECT_TRUE(listed.contains("0A"));
+  EXPECT_TRUE(listed.contains("0B"));
+}
+
 TEST(Wave, RefusesAFileThatListsNoElementOrAWrongOne) {
   const temp_dir dir;
   write_bytes(dir / "empty", "# none\n\n");
