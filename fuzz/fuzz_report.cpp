@@ -45,7 +45,7 @@ void judge(const zotconf::report_reading &reading, const std::string &digest) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
   const zot::fuzz::exact_copy<char> copy(
       std::string_view(reinterpret_cast<const char *>(bytes), size));
-  zotconf::report_reading reading = zotconf::parse_report({copy.get(), copy.size()});
+  zotconf::report_reading reading = zotconf::parse_report(std::string(copy.get(), copy.size()));
   check(reading.report.has_value() == reading.wrong.empty(), "a report is good or wrong");
   if (reading.report) {
     reading.report->received = now;

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <stdexcept>
 
 #include "tools/files/digest.hpp"
@@ -104,27 +103,6 @@ void parse_members(const cJSON *root, element_state &state) {
   }
 }
 
-// One byte more than a state may have, if the file has it.
-std::string read_beginning(int fd) {
-  std::string bytes(most_state_bytes + 1, '\0');
-  size_t size = 0;
-  while (size < bytes.size()) {
-    const ssize_t got = ::read(fd, bytes.data() + size, bytes.size() - size);
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
-    if (got < 0) {
-      throw_errno("cannot read");
-    }
-    if (got == 0) {
-      break;
-    }
-    size += static_cast<size_t>(got);
-  }
-  bytes.resize(size);
-  return bytes;
-}
-
 }  // namespace
 
 std::string short_text(std::string_view text) {
@@ -166,10 +144,8 @@ std::string element_state_text(const element_state &state, const std::string &ti
 }
 
 element_state parse_element_state(const std::string &text) {
-  // For the parser a NUL byte is the end.
-  const bool is_text = text.find('\0') == std::string::npos;
-  const zot::json_tree tree(is_text ? cJSON_ParseWithOpts(text.c_str(), nullptr, 1) : nullptr);
-  if (cJSON_IsObject(tree.get()) == 0) {
+  const zot::json_tree tree = parse_json_object(text);
+  if (tree == nullptr) {
     throw std::runtime_error("not a JSON object");
   }
   const cJSON *const format = cJSON_GetObjectItemCaseSensitive(tree.get(), "format");
@@ -197,7 +173,7 @@ element_state read_element_state(const fs::path &path) {
   if (!S_ISREG(info.st_mode)) {
     throw std::runtime_error(path.string() + ": not a regular file");
   }
-  const std::string text = read_beginning(file.get());
+  const std::string text = read_beginning_at(file.get(), most_state_bytes + 1, path.string());
   if (text.size() > most_state_bytes) {
     throw std::runtime_error(path.string() + ": more than " + std::to_string(most_state_bytes) +
                              " bytes");

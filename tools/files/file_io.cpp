@@ -17,6 +17,19 @@ namespace {
 // How much a text grows when its file is longer than its size says.
 constexpr size_t growth = 65536;
 
+// Returns 0 at the end of the file.
+size_t read_some(int fd, std::span<char> to, const std::string &name) {
+  for (;;) {
+    const ssize_t got = ::read(fd, to.data(), to.size());
+    if (got >= 0) {
+      return static_cast<size_t>(got);
+    }
+    if (errno != EINTR) {
+      throw_errno("cannot read " + name);
+    }
+  }
+}
+
 bool is_regular(int fd) {
   struct stat info {};
   return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
@@ -64,14 +77,8 @@ std::string read_file_at(int fd, const std::string &name) {
   // One byte more than the file has, so that its end is found without more room.
   bytes.resize(static_cast<size_t>(info.st_size) + 1);
   for (size_t done = 0;;) {
-    const ssize_t got = ::read(fd, bytes.data() + done, bytes.size() - done);
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
-    if (got < 0) {
-      throw_errno("cannot read " + name);
-    }
-    done += static_cast<size_t>(got);
+    const size_t got = read_some(fd, std::span(bytes).subspan(done), name);
+    done += got;
     if (got == 0) {
       bytes.resize(done);
       return bytes;
@@ -80,6 +87,20 @@ std::string read_file_at(int fd, const std::string &name) {
       bytes.resize(done + growth);
     }
   }
+}
+
+std::string read_beginning_at(int fd, size_t most, const std::string &name) {
+  std::string bytes(most, '\0');
+  size_t done = 0;
+  while (done < most) {
+    const size_t got = read_some(fd, std::span(bytes).subspan(done), name);
+    if (got == 0) {
+      break;
+    }
+    done += got;
+  }
+  bytes.resize(done);
+  return bytes;
 }
 
 std::string read_file_text(const fs::path &path) {

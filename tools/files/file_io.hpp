@@ -25,6 +25,8 @@ bool is_there(const fs::path &path);
 bool is_exhausted(int error);
 
 std::string read_file_at(int fd, const std::string &name);
+// Reads no more than the first `most` bytes, whatever size the file has.
+std::string read_beginning_at(int fd, size_t most, const std::string &name);
 std::string read_file_text(const fs::path &path);
 
 void write_all(int fd, std::string_view bytes, const std::string &name);

@@ -3,12 +3,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
 #include <utility>
 
+#include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
 
 namespace zotconf {
@@ -67,38 +67,14 @@ element_report report_of(const cJSON *root) {
           .has_undo = cJSON_IsObject(report_member(root, "undo")) != 0};
 }
 
-// Reads at most one byte more than a report may have.
-std::optional<std::string> read_limited(int file) {
-  std::string bytes(most_report_bytes + 1, '\0');
-  size_t size = 0;
-  while (size < bytes.size()) {
-    const ssize_t got = ::read(file, bytes.data() + size, bytes.size() - size);
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
-    if (got < 0) {
-      return std::nullopt;
-    }
-    if (got == 0) {
-      break;
-    }
-    size += static_cast<size_t>(got);
-  }
-  bytes.resize(size);
-  return bytes;
-}
-
 }  // namespace
 
-report_reading parse_report(std::string_view text) {
+report_reading parse_report(const std::string &text) {
   if (text.size() > most_report_bytes) {
     return bad_report("it is larger than 64 KiB");
   }
-  // A zero byte would end the text for the parser.
-  const bool has_zero = text.find('\0') != std::string_view::npos;
-  const zot::json_tree root(has_zero ? nullptr
-                                     : cJSON_ParseWithOpts(std::string(text).c_str(), nullptr, 1));
-  if (cJSON_IsObject(root.get()) == 0) {
+  const zot::json_tree root = parse_json_object(text);
+  if (root == nullptr) {
     return bad_report(text.empty() ? "it is empty" : "it is not a JSON object");
   }
   const cJSON *const format = report_member(root.get(), "format");
@@ -127,15 +103,16 @@ report_reading read_report(const folder &in, const std::string &name) {
   if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
     return bad_report("it is not a regular file");
   }
-  const auto bytes = read_limited(file.get());
-  if (!bytes) {
-    return bad_report("it cannot be read", errno);
+  try {
+    report_reading reading =
+        parse_report(read_beginning_at(file.get(), most_report_bytes + 1, name));
+    if (reading.report) {
+      reading.report->received = info.st_mtim.tv_sec;
+    }
+    return reading;
+  } catch (const std::system_error &error) {
+    return bad_report("it cannot be read", error.code().value());
   }
-  report_reading reading = parse_report(*bytes);
-  if (reading.report) {
-    reading.report->received = info.st_mtim.tv_sec;
-  }
-  return reading;
 }
 
 }  // namespace zotconf

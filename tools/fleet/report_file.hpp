@@ -6,7 +6,6 @@
 #include <ctime>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "tools/files/folder.hpp"
 
@@ -35,7 +34,7 @@ struct report_reading {
 
 inline constexpr size_t most_report_bytes = size_t{64} * 1024;
 
-report_reading parse_report(std::string_view text);
+report_reading parse_report(const std::string &text);
 
 // Follows no symbolic link, and reads regular files only. Throws std::system_error if the process
 // lacks descriptors or memory.

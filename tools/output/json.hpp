@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// JSON output of the commands: members keep the order in which they are set.
+// JSON that the commands write and read. Members keep the order in which they are set.
 #pragma once
 
 #include <chrono>
@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "tools/output/plain_text.hpp"
 #include "utilities/owner.hpp"
@@ -19,6 +20,14 @@ namespace zotconf {
 // Returns nullopt, which becomes null in JSON, for an empty text.
 inline std::optional<std::string> stated(const std::string &text) {
   return text.empty() ? std::nullopt : std::optional(text);
+}
+
+// Null unless the whole text is one JSON object.
+inline zot::json_tree parse_json_object(const std::string &text) {
+  // For the parser a NUL byte is the end.
+  const bool has_nul = text.find('\0') != std::string::npos;
+  zot::json_tree tree(has_nul ? nullptr : cJSON_ParseWithOpts(text.c_str(), nullptr, 1));
+  return cJSON_IsObject(tree.get()) != 0 ? std::move(tree) : zot::json_tree();
 }
 
 // An object or array inside a document. The document must outlive it.

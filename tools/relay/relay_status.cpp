@@ -52,8 +52,8 @@ bool has_control_character(const std::string &text) {
 }
 
 zot::json_tree parse(const std::string &url, const std::string &body) {
-  zot::json_tree tree(cJSON_ParseWithOpts(body.c_str(), nullptr, 1));
-  if (cJSON_IsObject(tree.get()) == 0 || has_control_character(body) || !is_utf8(body)) {
+  zot::json_tree tree = parse_json_object(body);
+  if (tree == nullptr || has_control_character(body) || !is_utf8(body)) {
     throw std::runtime_error(url + ": the answer is not a JSON object");
   }
   if (object_of(tree.get(), "service") != nullptr) {

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/files/file_io.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 #include "tests/support/files.hpp"
 
@@ -47,6 +50,32 @@ TEST(ReadFile, ReadsMoreThanTheSizeStates) {
   });
   EXPECT_EQ(read_file_at(from.get(), "pipe"), bytes);
   writer.join();
+}
+
+TEST(ReadBeginning, ReturnsNoMoreThanItIsAskedFor) {
+  const zot::test::temp_dir dir;
+  zot::test::write_bytes(dir / "file", "abcdef");
+  for (const auto &[most, expected] :
+       {std::pair(0U, ""), {5U, "abcde"}, {6U, "abcdef"}, {1000U, "abcdef"}}) {
+    const zot::descriptor file(::open((dir / "file").c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(read_beginning_at(file.get(), most, "file"), expected) << most;
+  }
+}
+
+TEST(ReadBeginning, ReadsAFileWithoutAnEnd) {
+  const zot::descriptor zeros(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(read_beginning_at(zeros.get(), 100000, "zeros"), std::string(100000, '\0'));
+}
+
+TEST(ReadBeginning, SaysWhatCannotBeRead) {
+  const zot::test::temp_dir dir;
+  const zot::descriptor folder(::open(dir.path().c_str(), O_RDONLY | O_CLOEXEC));
+  try {
+    read_beginning_at(folder.get(), 1, "the folder");
+    FAIL();
+  } catch (const std::system_error &error) {
+    EXPECT_STREQ(error.what(), "cannot read the folder: Is a directory");
+  }
 }
 
 }  // namespace

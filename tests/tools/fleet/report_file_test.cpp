@@ -66,7 +66,7 @@ TEST(ParseReport, RefusesAReportThatIsCutOffAnywhere) {
   text.resize(text.find_last_of('}') + 1);
   EXPECT_TRUE(parse_report(text).report);
   for (size_t size = 0; size < text.size(); ++size) {
-    const report_reading read = parse_report(std::string_view(text).substr(0, size));
+    const report_reading read = parse_report(text.substr(0, size));
     EXPECT_FALSE(read.report) << size;
     EXPECT_FALSE(read.wrong.empty()) << size;
   }
