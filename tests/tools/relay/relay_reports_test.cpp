@@ -89,6 +89,24 @@ TEST_F(RelayReports, ANewPublicationIsReported) {
       "the report");
 }
 
+TEST_F(RelayReports, ARefusedPublicationIsReportedWithItsDigest) {
+  const auto relay = start(reporting_to(receiver_.url()));
+  receiver_.wait_for(1);
+  zotconf::manifest content = zotconf::parse_manifest(published(k_name)).value();
+  content.who.index = "AABBCCDDEEFF";
+  const std::string k = zotconf::render_manifest(content);
+  write_bytes(publication_ + "/" + k_name, k);
+  write_bytes(publication_ + "/" + checksum_name, sha256_hex(k) + "\n");
+  relay->wait_for("publication refused: K is that of AP AABBCCDDEEFF");
+  wait_until(
+      [&] {
+        const json_value report(receiver_.all().back().body);
+        const json_value digest = report["relay"]["refused_digest"];
+        return !digest.is_null() && digest.text() == sha256_hex(k);
+      },
+      "the report");
+}
+
 // The cache is not that of the relay's user.
 TEST_F(RelayReports, WithoutAFileTheCacheIsRead) {
   const auto relay = start({"--report", receiver_.url()});
