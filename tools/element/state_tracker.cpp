@@ -4,6 +4,7 @@
 #include <ctime>
 #include <exception>
 #include <ostream>
+#include <system_error>
 #include <utility>
 
 #include "tools/cache/open_commit.hpp"
@@ -90,13 +91,25 @@ void state_tracker::note_configurations() {
   state_.refused->which = *now.refused;
 }
 
+// The reason why an element fails must not be lost with its cache.
+void state_tracker::note_cache() {
+  try {
+    note_configurations();
+    note_undo();
+  } catch (const std::system_error &) {
+    if (!state_.problem) {
+      throw;
+    }
+    state_.in_force.reset();
+  }
+}
+
 void state_tracker::update() {
   if (file_.empty()) {
     return;
   }
   try {
-    note_configurations();
-    note_undo();
+    note_cache();
     write_change();
     is_failing_ = false;
   } catch (const std::exception &error) {

@@ -26,6 +26,7 @@ class state_tracker {
   void recall(element_state previous);
   void note_undo();
   void note_configurations();
+  void note_cache();
   // Writes the file if the state has changed. Warns once until that succeeds again.
   void update();
   void write_change();

@@ -11,6 +11,7 @@
 #include "tools/output/duration.hpp"
 #include "tools/output/exit_status.hpp"
 #include "tools/output/figures.hpp"
+#include "tools/output/json.hpp"
 #include "tools/output/plain_text.hpp"
 #include "tools/probe/service_client.hpp"
 #include "utilities/owner.hpp"

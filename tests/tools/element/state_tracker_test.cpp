@@ -242,6 +242,23 @@ TEST_F(StateTracker, TellsWhyTheElementCannotStart) {
   EXPECT_TRUE(state()["in_force"].is_null());
 }
 
+TEST_F(StateTracker, TellsThatItCannotStartBecauseItCannotReadTheCache) {
+  const auto committing = track("true");
+  wait_for_member("in_force");
+  stop(*committing);
+  fs::permissions(dir_.path(), fs::perms::all);
+  const auto before = fs::status(conf_root()).permissions();
+  fs::permissions(conf_root(), fs::perms::none);
+  const finished done = run_zotconf_as_user(
+      {"watch", "--index", "001122334455", "--apply", "true", "--state", file_}, variables_);
+  fs::permissions(conf_root(), before);
+  EXPECT_EQ(done.status, failed) << done.err;
+  const std::string text = state()["problem"]["text"].text();
+  EXPECT_TRUE(text.starts_with("start: ")) << text;
+  EXPECT_TRUE(state()["in_force"].is_null());
+  EXPECT_FALSE(has(done.err, "is not written")) << done.err;
+}
+
 TEST_F(StateTracker, EverybodyMayReadTheFile) {
   const mode_t before = ::umask(077);
   const auto running = track("true");
