@@ -187,6 +187,8 @@ element_state read_element_state(const fs::path &path) {
 
 void write_element_state(const fs::path &path, std::string_view text) {
   constexpr mode_t for_everybody = 0644;
+  check_replaceable(path);
+  replacement next(path);
   const fs::path temporary = temporary_beside(path);
   zot::descriptor file(::open(
       temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, for_everybody));
@@ -198,7 +200,7 @@ void write_element_state(const fs::path &path, std::string_view text) {
   if (!is_ready || file.close() != 0) {
     throw_errno("cannot write " + temporary.string());
   }
-  fs::rename(temporary, path);
+  next.finish();
 }
 
 }  // namespace zotconf

@@ -67,7 +67,8 @@ element_state parse_element_state(const std::string &text);
 // 64 KiB with such a document.
 element_state read_element_state(const fs::path &path);
 
-// Replaces the file in one step. Everybody may read it, whatever the umask says.
+// Replaces the file in one step. Everybody may read it, whatever the umask says. Throws
+// std::runtime_error if something else than a regular file is at the path.
 void write_element_state(const fs::path &path, std::string_view text);
 
 }  // namespace zotconf

@@ -6,6 +6,8 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -40,6 +42,14 @@ bool is_regular(int fd) {
 bool is_there(const fs::path &path) {
   std::error_code ignored;
   return fs::exists(fs::symlink_status(path, ignored));
+}
+
+void check_replaceable(const fs::path &path) {
+  std::error_code ignored;
+  const fs::file_status found = fs::symlink_status(path, ignored);
+  if (fs::exists(found) && !fs::is_regular_file(found)) {
+    throw std::runtime_error("cannot replace " + path.string() + ": not a regular file");
+  }
 }
 
 void throw_errno(const std::string &what) {
@@ -130,9 +140,24 @@ void write_beside(const fs::path &path, std::string_view bytes, durability kept)
   }
 }
 
+replacement::~replacement() {
+  if (!is_finished_) {
+    std::error_code ignored;
+    fs::remove(temporary_beside(path_), ignored);
+  }
+}
+
+void replacement::finish() {
+  if (::rename(temporary_beside(path_).c_str(), path_.c_str()) != 0) {
+    throw_errno("cannot replace " + path_.string());
+  }
+  is_finished_ = true;
+}
+
 void replace_file(const fs::path &path, std::string_view bytes, durability kept) {
+  replacement next(path);
   write_beside(path, bytes, kept);
-  fs::rename(temporary_beside(path), path);
+  next.finish();
 }
 
 zot::descriptor open_beneath(const fs::path &root, std::span<const std::string> parts) {

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "utilities/owner.hpp"
 
@@ -16,6 +17,9 @@ namespace fs = std::filesystem;
 
 // Whether a path exists; true for a dangling link too.
 bool is_there(const fs::path &path);
+// Throws std::runtime_error if something else than a regular file is there, such as a device or a
+// link, which would be lost when a new file replaces it.
+void check_replaceable(const fs::path &path);
 
 // Throws std::system_error with the current errno; `what` names the action and the file.
 [[noreturn]] void throw_errno(const std::string &what);
@@ -37,6 +41,20 @@ enum class durability { buffered, flushed };
 fs::path temporary_beside(const fs::path &path);
 // Writes that file. With durability::flushed, it also flushes the bytes to the medium.
 void write_beside(const fs::path &path, std::string_view bytes, durability kept);
+// Renames that file over `path`. Unless that was done, the destructor removes the file.
+class replacement {
+ public:
+  explicit replacement(fs::path path) : path_(std::move(path)) {}
+  replacement(const replacement &) = delete;
+  replacement &operator=(const replacement &) = delete;
+  ~replacement();
+  void finish();
+
+ private:
+  fs::path path_;
+  bool is_finished_ = false;
+};
+
 // Writes the temporary file and renames it over `path`.
 void replace_file(const fs::path &path, std::string_view bytes, durability kept);
 

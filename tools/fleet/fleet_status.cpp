@@ -11,6 +11,7 @@
 namespace zotconf {
 
 int run_fleet_status(const rollout_options &options, const console &where) {
+  check_replaceable(options.html);
   const rollout found = read_rollout(options, where, std::time(nullptr));
   const rollout_verdict verdict =
       verdict_of(found.rows(), options.max_refused, options.min_in_force);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/fleet/published_k.hpp"
 
-#include <chrono>
+#include <algorithm>
 #include <system_error>
 #include <thread>
 
@@ -10,8 +10,11 @@
 namespace zotconf {
 namespace {
 
-constexpr int most_attempts = 3;
-constexpr std::chrono::milliseconds between_attempts{2};
+using clock = std::chrono::steady_clock;
+
+// A publisher on a busy machine may stop for that long between two files.
+constexpr std::chrono::milliseconds longest_wait{500};
+constexpr std::chrono::milliseconds between_attempts{5};
 
 constexpr const char *other_checksum = "K does not match its checksum file";
 
@@ -50,18 +53,27 @@ std::optional<folder> find_latest(const folder &subsys, const std::string &index
 }  // namespace
 
 // Between the renaming of K and that of its checksum file the two do not match.
-k_reading read_published_k(const folder &subsys, const std::string &index) {
+k_reading k_reader::read_settled(const folder &latest, const std::string &index) {
+  k_reading reading = read_k_once(latest, index);
+  const clock::time_point begin = clock::now();
+  const clock::duration most = std::min<clock::duration>(patience_, longest_wait);
+  clock::duration waited{};
+  while (reading.wrong == other_checksum && waited < most) {
+    std::this_thread::sleep_for(between_attempts);
+    reading = read_k_once(latest, index);
+    waited = clock::now() - begin;
+  }
+  patience_ -= std::min(patience_, waited);
+  return reading;
+}
+
+k_reading k_reader::read(const folder &subsys, const std::string &index) {
   const auto latest = find_latest(subsys, index);
   if (!latest) {
     return {};
   }
   try {
-    k_reading reading = read_k_once(*latest, index);
-    for (int i = 1; i < most_attempts && reading.wrong == other_checksum; ++i) {
-      std::this_thread::sleep_for(between_attempts);
-      reading = read_k_once(*latest, index);
-    }
-    return reading;
+    return read_settled(*latest, index);
   } catch (const std::system_error &error) {
     if (is_exhausted(error.code().value())) {
       throw;

@@ -3,6 +3,7 @@
 // its checksum file by renaming.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -22,9 +23,18 @@ struct k_reading {
   std::string wrong;  // also set for a K that does not match its checksum file
 };
 
-// Reads INDEX/latest/INDEX.k below the folder of a sub-system. Both members are empty if there is
-// no such K. Throws std::system_error if the process lacks descriptors or memory.
-k_reading read_published_k(const folder &subsys, const std::string &index);
+class k_reader {
+ public:
+  // Reads INDEX/latest/INDEX.k below the folder of a sub-system. Both members are empty if there is
+  // no such K. Throws std::system_error if the process lacks descriptors or memory.
+  k_reading read(const folder &subsys, const std::string &index);
+
+ private:
+  k_reading read_settled(const folder &latest, const std::string &index);
+
+  // How long all reads together wait for publishers. Many damaged K do not take longer.
+  std::chrono::steady_clock::duration patience_ = std::chrono::seconds(2);
+};
 
 // Whether this K exists, in whatever state.
 bool has_k(const folder &subsys, const std::string &index);

@@ -56,6 +56,7 @@ class rollout_reader {
 
   const rollout_options &options_;
   folder reports_;
+  k_reader ks_;
   progress progress_;
   rollout found_;
 };
@@ -106,7 +107,7 @@ std::optional<folder> rollout_reader::reports_of(const std::string &subsys) {
 // Returns whether there is a K.
 bool rollout_reader::read_element(const folder &ks, const std::optional<folder> &reports,
                                   const element &who) {
-  k_reading reading = read_published_k(ks, who.index);
+  k_reading reading = ks_.read(ks, who.index);
   if (!reading.wrong.empty()) {
     found_.add_note(note_kind::damaged_k, who, reading.wrong);
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/element/element_state.hpp"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -146,6 +147,26 @@ TEST(ElementState, ATextIsCutWithoutHalfACharacter) {
   EXPECT_LE(zotconf::short_text(letters).size(), 1024U);
 }
 
+// As if the medium had no more room.
+class limited_file_size {
+ public:
+  explicit limited_file_size(rlim_t bytes) : handler_(::signal(SIGXFSZ, SIG_IGN)) {
+    EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before_), 0);
+    const rlimit limit{.rlim_cur = bytes, .rlim_max = before_.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  }
+  limited_file_size(const limited_file_size &) = delete;
+  limited_file_size &operator=(const limited_file_size &) = delete;
+  ~limited_file_size() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    ::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  rlimit before_{};
+  sighandler_t handler_;
+};
+
 class ElementStateFile : public testing::Test {
  protected:
   void write(const std::string &text) const { zotconf::write_element_state(file_, text); }
@@ -168,6 +189,28 @@ TEST_F(ElementStateFile, EverybodyMayReadItWhateverTheUmaskSays) {
 
 TEST_F(ElementStateFile, WritingThrowsWithoutAFolder) {
   EXPECT_THROW(zotconf::write_element_state(dir_ / "absent/element.json", "1"), std::system_error);
+}
+
+TEST_F(ElementStateFile, ReplacesNothingButARegularFile) {
+  write_bytes(dir_ / "elsewhere", "other");
+  std::filesystem::create_symlink(dir_ / "elsewhere", file_);
+  EXPECT_THROW(write("1"), std::runtime_error);
+  EXPECT_TRUE(std::filesystem::is_symlink(file_));
+  std::filesystem::remove(file_);
+  ASSERT_EQ(::mkfifo(file_.c_str(), 0600), 0);
+  EXPECT_THROW(write("1"), std::runtime_error);
+  EXPECT_TRUE(std::filesystem::is_fifo(file_));
+  EXPECT_EQ(tree(dir_.path()), std::vector<std::string>{"elsewhere"});
+}
+
+TEST_F(ElementStateFile, LeavesNothingBehindWithoutRoom) {
+  write("old");
+  {
+    const limited_file_size limit(4096);
+    EXPECT_THROW(write(std::string(60000, 'x')), std::system_error);
+  }
+  EXPECT_EQ(read_bytes(file_), "old");
+  EXPECT_EQ(tree(dir_.path()), std::vector<std::string>{"element.json"});
 }
 
 // A writer that is killed again and again leaves either the old text or the new one.

@@ -78,5 +78,25 @@ TEST(ReadBeginning, SaysWhatCannotBeRead) {
   }
 }
 
+TEST(ReplaceFile, LeavesNoTemporaryFileBehindIfItFails) {
+  const zot::test::temp_dir dir;
+  zot::test::write_bytes(dir / "folder/file", "");
+  EXPECT_THROW(replace_file(dir / "folder", "new", durability::buffered), std::system_error);
+  EXPECT_FALSE(is_there(temporary_beside(dir / "folder")));
+  replace_file(dir / "folder/file", "new", durability::buffered);
+  EXPECT_EQ(read_file_text(dir / "folder/file"), "new");
+  EXPECT_FALSE(is_there(temporary_beside(dir / "folder/file")));
+}
+
+TEST(CheckReplaceable, AcceptsARegularFileOrNone) {
+  const zot::test::temp_dir dir;
+  zot::test::write_bytes(dir / "file", "");
+  EXPECT_NO_THROW(check_replaceable(dir / "file"));
+  EXPECT_NO_THROW(check_replaceable(dir / "absent"));
+  EXPECT_NO_THROW(check_replaceable(""));
+  EXPECT_THROW(check_replaceable(dir.path()), std::runtime_error);
+  EXPECT_THROW(check_replaceable("/dev/null"), std::runtime_error);
+}
+
 }  // namespace
 }  // namespace zotconf

@@ -134,6 +134,21 @@ TEST_F(FleetStatus, FailsIfThePageCannotBeWritten) {
   EXPECT_TRUE(has(done.err, "cannot create " + dir_ / "absent")) << done.err;
 }
 
+TEST_F(FleetStatus, ReplacesNothingButARegularFileByThePage) {
+  put_good("0A");
+  const std::string page = dir_ / "fleet.html";
+  std::filesystem::create_symlink(dir_ / "elsewhere", page);
+  EXPECT_EQ(fleet({"--html", page}).status, 1);
+  EXPECT_TRUE(std::filesystem::is_symlink(page));
+  std::filesystem::remove(page);
+  ASSERT_EQ(::mkfifo(page.c_str(), 0600), 0);
+  const finished done = fleet({"--html", page});
+  EXPECT_EQ(done.status, 1);
+  EXPECT_TRUE(has(done.err, "cannot replace " + page + ": not a regular file")) << done.err;
+  EXPECT_EQ(done.out, "");
+  EXPECT_TRUE(std::filesystem::is_fifo(page));
+}
+
 TEST_F(FleetStatus, PrintsNoControlCharacterOfAReport) {
   put_k("0A");
   put_report("0A", {.problem = "\x1b[2J\a\xff<b>"});

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "tests/tools/fleet/reporting.hpp"
@@ -11,6 +12,8 @@
 namespace zot::test {
 namespace {
 
+using namespace std::chrono_literals;
+using clock = std::chrono::steady_clock;
 using zotconf::k_reading;
 
 class PublishedK : public Reporting {
@@ -20,7 +23,7 @@ class PublishedK : public Reporting {
     std::filesystem::create_directories(publication_ + "/file/knowledge/AP");
   }
   [[nodiscard]] k_reading read(const std::string &index) const {
-    return zotconf::read_published_k(zotconf::folder(publication_ + "/file/knowledge/AP"), index);
+    return zotconf::k_reader().read(zotconf::folder(publication_ + "/file/knowledge/AP"), index);
   }
 };
 
@@ -91,6 +94,36 @@ TEST_F(PublishedK, ReadsRegularFilesOnly) {
   std::filesystem::remove(k_file("0A", ".k"));
   std::filesystem::create_symlink("/nowhere", k_file("0A", ".k"));
   EXPECT_EQ(read("0A").wrong, "K cannot be opened as a regular file");
+}
+
+TEST_F(PublishedK, WaitsForAPublisherThatStopsBetweenTheTwoFiles) {
+  put_k("0A");
+  const std::string k = k_text("0A", some_id, 2);
+  write_bytes(k_file("0A", ".k"), k);
+  std::thread publisher([&] {
+    std::this_thread::sleep_for(100ms);
+    write_bytes(k_file("0A", ".checksum"), sha256_hex(k) + "\n");
+  });
+  const k_reading found = read("0A");
+  publisher.join();
+  ASSERT_TRUE(found.k);
+  EXPECT_EQ(found.k->sequence, 2U);
+  EXPECT_EQ(found.wrong, "");
+}
+
+TEST_F(PublishedK, DoesNotWaitForEachOfManyThatAreDamaged) {
+  constexpr int damaged = 100;
+  for (int i = 0; i < damaged; ++i) {
+    put_k(std::to_string(i));
+    write_bytes(k_file(std::to_string(i), ".checksum"), "x\n");
+  }
+  const zotconf::folder subsys(publication_ + "/file/knowledge/AP");
+  zotconf::k_reader reader;
+  const clock::time_point begin = clock::now();
+  for (int i = 0; i < damaged; ++i) {
+    EXPECT_NE(reader.read(subsys, std::to_string(i)).wrong, "");
+  }
+  EXPECT_LT(clock::now() - begin, 20s);
 }
 
 TEST_F(PublishedK, IsGoodWhileAPublisherReplacesIt) {
