@@ -13,7 +13,7 @@ namespace {
 using clock = std::chrono::steady_clock;
 
 // A publisher on a busy machine may stop for that long between two files.
-constexpr std::chrono::milliseconds longest_wait{500};
+constexpr std::chrono::milliseconds longest_patience{500};
 constexpr std::chrono::milliseconds between_attempts{5};
 
 constexpr const char *other_checksum = "K does not match its checksum file";
@@ -56,7 +56,7 @@ std::optional<folder> find_latest(const folder &subsys, const std::string &index
 k_reading k_reader::read_settled(const folder &latest, const std::string &index) {
   k_reading reading = read_k_once(latest, index);
   const clock::time_point begin = clock::now();
-  const clock::duration most = std::min<clock::duration>(patience_, longest_wait);
+  const clock::duration most = std::min<clock::duration>(patience_, longest_patience);
   clock::duration waited{};
   while (reading.wrong == other_checksum && waited < most) {
     std::this_thread::sleep_for(between_attempts);

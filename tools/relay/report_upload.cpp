@@ -106,8 +106,8 @@ std::optional<CURLcode> report_upload::perform(CURL *curl) {
     if (const CURLMsg *const message = curl_multi_info_read(multi_.get(), &left)) {
       return message->data.result;
     }
-    constexpr int longest_wait = 1000;
-    check_multi_call(curl_multi_poll(multi_.get(), nullptr, 0, longest_wait, nullptr));
+    constexpr int most_milliseconds = 1000;
+    check_multi_call(curl_multi_poll(multi_.get(), nullptr, 0, most_milliseconds, nullptr));
   }
   return std::nullopt;
 }
