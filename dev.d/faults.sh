@@ -44,6 +44,7 @@ faults_keep() {
   grep -E "^($faults_counted): .*[0-9]" "$log" >"$log.counts" ||
     fail "the sweep '$name' printed no counts"
   mv "$log.counts" "$faults_results/$name.counts"
+  bench/commit.sh >"$faults_results/$name.commit"
   say "faults: $name: $((SECONDS - begin)) s"
 }
 
@@ -88,6 +89,7 @@ faults_write_document() {
   say "faults: the tables of $faults_document"
   tests/faults/write_document.sh "$faults_promises" "$faults_results" \
     build/release/tests/zotconf_tests "$faults_document" >build/reliability.md
+  write_commit build/reliability.md "$(sort -u "$faults_results"/*.commit | paste -sd ',' | sed 's/,/, /g')"
   cp build/reliability.md "$faults_document"
 }
 

@@ -46,6 +46,7 @@ footprint_make_document() {
 footprint_write_document() {
   say "footprint: the tables of $footprint_document"
   footprint_make_document
+  write_commit build/footprint.md "$(bench/commit.sh)"
   cp build/footprint.md "$footprint_document"
 }
 

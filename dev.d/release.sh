@@ -4,8 +4,9 @@
 # repeated for the same sources, so an interrupted release continues where it stopped.
 
 readonly release_folder=build/release/steps
-# What the steps write into the tree. It does not count as a change of the sources.
-readonly release_written='^docs/(release/|reliability\.md|footprint\.md|performance\.md|performance/|scale\.md|scale/)'
+# What a step prints about something that this machine cannot do. A release leaves nothing out.
+readonly release_left_out='^left out|\*\*\*Skipped|\*\*\*Not Run'
+readonly release_documents=(docs/reliability.md docs/performance.md docs/footprint.md docs/scale.md)
 
 # Name, command after ./dev, and the lines of its output that have the figure. Quick steps are first, so
 # that a release that cannot pass fails early.
@@ -34,26 +35,17 @@ readonly release_steps=(
   'mutate|mutate 200 1| survived of which '
 )
 
-# Identifies the sources: the names and contents of all files that the steps do not write.
-release_sources() {
-  git ls-files -s | awk -F '\t' -v written="$release_written" '$2 !~ written' | sha256sum |
-    cut -c 1-16
-}
-
 release_check_clean() {
-  local changed
-  changed=$(git status --porcelain | awk -v written="$release_written" '{
-    name = substr($0, 4)
-    if (name !~ written) print name
-  }')
-  [[ -z $changed ]] || fail "a release needs a tree without changes: $changed"
+  local changes
+  changes=$(bench/commit.sh --changes)
+  [[ -z $changes ]] || fail "a release needs sources that are committed: $changes"
 }
 
-# The first line of a result is "SOURCES SECONDS COMMIT".
+# The first line of a result is "DIGEST SECONDS".
 release_has_passed() {
-  local sources=
-  read -r sources _ 2>/dev/null <"$release_folder/$1.passed" || true
-  [[ $sources == "$release_now" ]]
+  local digest=
+  read -r digest _ 2>/dev/null <"$release_folder/$1.passed" || true
+  [[ $digest == "$release_digest" ]]
 }
 
 # release_step NAME FIGURE COMMAND...
@@ -70,8 +62,9 @@ release_step() {
     tail -n 40 "$log" >&2
     fail "release: $name failed after $((SECONDS - begin)) s; its output is in $log"
   }
+  ! grep -E "$release_left_out" "$log" >&2 || fail "release: $name left something out"
   {
-    echo "$release_now $((SECONDS - begin)) $(git rev-parse --short=12 HEAD)"
+    echo "$release_digest $((SECONDS - begin))"
     [[ -z $figure ]] || grep -E "$figure" "$log" | sed 's/^== //' || true
   } >"$release_folder/$name.new"
   mv "$release_folder/$name.new" "$release_folder/$name.passed"
@@ -80,12 +73,12 @@ release_step() {
 
 release_row() {
   local -r name=$1 command=$2
-  local seconds commit figures
-  read -r _ seconds commit <"$release_folder/$name.passed"
+  local seconds figures
+  read -r _ seconds <"$release_folder/$name.passed"
   figures=$(tail -n +2 "$release_folder/$name.passed" | awk '
     { gsub(/\|/, "\\|"); text = text (NR > 1 ? "<br>" : "") $0 }
     END { print text }')
-  printf "| \`./dev %s\` | %d s | passed | %s | %s |\n" "$command" "$seconds" "$figures" "$commit"
+  printf "| \`./dev %s\` | %d s | passed | %s | %s |\n" "$command" "$seconds" "$figures" "$release_commit"
 }
 
 release_write_document() {
@@ -94,8 +87,9 @@ release_write_document() {
   cat <<DOCUMENT
 # Release $version
 
-Everything that \`./dev release\` runs, in its long form, on the same sources (\`$release_now\`). The commits
-differ at most in the documents that the steps write.
+Everything that \`./dev release\` runs, in its long form, on commit $release_commit. A later commit has the same
+sources if it changes only the documents that the steps write: this one, ${release_documents[*]##*/}
+and the plots.
 
 The machine: $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) processors,
 $(awk '/^MemTotal:/ { printf "%.1f", $2 / 1048576 }' /proc/meminfo) GiB of memory, $(uname -sr).
@@ -109,19 +103,31 @@ DOCUMENT
   done
 }
 
+# Each document with measured figures names the commit of the release, and no other.
+release_check_documents() {
+  local document others
+  for document in "${release_documents[@]}"; do
+    others=$(sed -nE 's/^(Measured at commit (.*)\.|\| commit \| (.*) \|)$/\2\3/p' "$document" |
+      grep -vxF "$release_commit") || true
+    [[ -z $others ]] || fail "$document has figures of commit $others, not of $release_commit"
+    grep -qwF "$release_commit" "$document" || fail "$document does not name commit $release_commit"
+  done
+}
+
 release() {
-  local step name command figure
+  local step name command figure version
   setup
   release_check_clean
   mkdir -p "$release_folder" docs/release
-  release_now=$(release_sources)
+  release_digest=$(bench/commit.sh --digest)
+  release_commit=$(bench/commit.sh)
   for step in "${release_steps[@]}"; do
     IFS='|' read -r name command figure <<<"$step"
     local words
     read -ra words <<<"$command"
     release_step "$name" "$figure" "${words[@]}"
   done
-  local version
+  release_check_documents
   version=$(sed -nE 's/^project\(zotconf VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
   release_write_document "$version" >build/release.md
   cp build/release.md "docs/release/$version.md"

@@ -56,6 +56,7 @@ def machine:
       ["kernel", .kernel],
       ["compiler", .compiler],
       ["packages", (.versions | to_entries | map("\(.key) \(.value)") | join(", "))],
-      ["date", .date]
+      ["date", .date],
+      ["commit", .commit // "unknown"]
     ]
   | table("ll"; ["item", "value"]);

@@ -46,7 +46,8 @@ def machine:
          ["memory", (.memory_kib * 1024 / 1073741824 | "\(fixed(1)) GiB")],
          ["kernel", .kernel],
          ["packages", (.versions | to_entries | map("\(.key) \(.value)") | join(", "))],
-         ["date", .date]
+         ["date", .date],
+         ["commit", .commit // "unknown"]
        ] + [["load average", $load]])
   | table("ll"; ["item", "value"]);
 

@@ -77,14 +77,25 @@ make_program() {
   cmake --build "$build" --target zotconf_tests -- -j 1 >"$log" 2>&1
 }
 
+# killer_before FILE OLD NEW: the test that noticed the same mutation in an earlier run.
+killer_before() {
+  grep -F "\"old\":\"$(escape "$2")\",\"new\":\"$(escape "$3")\"" "$work/results.jsonl" |
+    grep -F "\"result\":\"killed\"" | grep -F "\"file\":\"$1\"" |
+    sed -nE 's/.*"killer":"([^"]+\.[^"]+)".*/\1/p' | tail -n 1
+}
+
+# judge FILE TEST: TEST is likely to notice the mutation, so it runs first. It may be empty.
 judge() {
-  local file=$1 suites
+  local file=$1 likely=$2 suites
   if ! make_program; then
     result="not compiled"
     return
   fi
   suites=$(suites_of "$file")
   result=killed
+  if [[ -n $likely ]] && LSAN_OPTIONS=detect_leaks=0 kills "$longest_of_file" "$likely"; then
+    return
+  fi
   if [[ -n $suites ]] && LSAN_OPTIONS=$leaks kills "$longest_of_file" "$suites"; then
     return
   fi
@@ -105,7 +116,7 @@ while ((judged < wanted)) && IFS=$'\t' read -r -u 3 number file line kind new; d
   awk -v line="$line" -v text="${new//\\/\\\\}" \
     'NR == line { print text; next } { print }' "$own/kept" >"$tree/$file"
   killer=
-  judge "$file"
+  judge "$file" "$(killer_before "$file" "$old" "$new" || true)"
   cp "$own/kept" "$tree/$file"
   record "$number" "$result" "${killer:-}" "$file" "$line" "$kind" "$old" "$new" $((SECONDS - begin))
   [[ $result == "not compiled" ]] || judged=$((judged + 1))
