@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2034,SC2154
-# Runs the tests and measures their line coverage.
+# Runs the tests and measures their coverage.
 
-readonly coverage_floor=95
+readonly coverage_least_lines=97
+readonly coverage_least_branches=90
 
 # run_tests PRESET [OPTION OF CTEST]...
 run_tests() {
@@ -37,8 +38,10 @@ test_coverage() {
   setup
   build coverage
   find build/coverage -name '*.gcda' -delete
-  run_tests coverage
-  say "line coverage of src and utilities"
+  # A process that has changed its user cannot write its counts, and would say so on standard error.
+  GCOV_ERROR_FILE=/dev/null run_tests coverage
+  say "coverage of src and utilities"
   gcovr --root . --object-directory build/coverage --filter 'src/' --filter 'utilities/' \
-    -j "$jobs" --print-summary --fail-under-line "$coverage_floor" build/coverage
+    -j "$jobs" --print-summary --fail-under-line "$coverage_least_lines" \
+    --fail-under-branch "$coverage_least_branches" build/coverage
 }
