@@ -10,8 +10,8 @@ run_tests() {
   local preset=$1
   shift
   say "tests: $preset"
-  # Many tests mostly wait, so one more runs in parallel. The sweeps have their own command.
-  ctest --test-dir "build/$preset" -j $((jobs + 1)) -LE faults --output-on-failure \
+  # Many tests mostly wait, so two more run in parallel. The sweeps have their own command.
+  ctest --test-dir "build/$preset" -j $((jobs + 2)) -LE faults --output-on-failure \
     --no-tests=error --timeout 300 "$@"
   say "tests: $preset: $(count_tests "build/$preset/Testing/Temporary/LastTest.log") cases"
 }

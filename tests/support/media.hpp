@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Media that fail: in a program that includes this, syncfs() can be made to fail.
+// Media that fail or are full: in a program that includes this, syncfs() can be made to fail, and
+// fstatvfs() to tell other figures.
 #pragma once
 
+#include <sys/statvfs.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <vector>
 
 namespace zot::test {
@@ -12,6 +15,7 @@ struct media_state {
   std::vector<dev_t> synchronised;  // in call order
   dev_t broken = 0;                 // each call for this file system fails
   int failing_call = 0;             // this one of the next calls fails: 1 is the next
+  std::function<void(struct statvfs &)> change_figures;
 };
 
 media_state &media();

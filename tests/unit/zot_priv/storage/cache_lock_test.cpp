@@ -62,6 +62,42 @@ TEST_F(CacheLock, HoldsBothFoldersUntilItsEnd) {
   EXPECT_TRUE(is_free(e.tmp_root()));
 }
 
+// The first file that such a process opens gets the descriptor 0.
+class without_standard_input {
+ public:
+  without_standard_input() : kept_(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {
+    ::close(STDIN_FILENO);
+  }
+  without_standard_input(const without_standard_input &) = delete;
+  without_standard_input &operator=(const without_standard_input &) = delete;
+  ~without_standard_input() {
+    ::dup2(kept_, STDIN_FILENO);
+    ::close(kept_);
+  }
+
+ private:
+  int kept_;
+};
+
+TEST_F(CacheLock, ClosesTheDescriptor0Too) {
+  const without_standard_input closed;
+  {
+    zot::cache_lock held(*e.handle());
+    ASSERT_EQ(held.acquire("f"), ZOT_OK);
+    ASSERT_EQ(e.handle()->own.lock_fd[0], STDIN_FILENO + 1);
+  }
+  EXPECT_EQ(::fcntl(STDIN_FILENO, F_GETFD), -1);
+}
+
+TEST_F(CacheLock, HoldsTheScratchFolderWithTheDescriptor0Too) {
+  const without_standard_input closed;
+  std::filesystem::remove_all(e.conf_root());
+  zot::cache_lock held(*e.handle());
+  ASSERT_EQ(held.acquire("f"), ZOT_OK);
+  ASSERT_EQ(e.handle()->own.lock_fd[1], STDIN_FILENO + 1);
+  EXPECT_TRUE(zot::is_scratch_held(*e.handle()));
+}
+
 TEST_F(CacheLock, OfACallInsideAnotherOneChangesNothing) {
   zot::cache_lock outer(*e.handle());
   ASSERT_EQ(outer.acquire("f"), ZOT_OK);

@@ -177,6 +177,9 @@ INSTANTIATE_TEST_SUITE_P(
                     error_case{"Refused", CURLE_COULDNT_CONNECT, 0, ZOT_ERR_REMOTE_UNAVAIL,
                                std::string(R"(curl error get K from "http://h/k": )") +
                                    curl_easy_strerror(CURLE_COULDNT_CONNECT)},
+                    error_case{"Unsupported", CURLE_UNSUPPORTED_PROTOCOL, 0, ZOT_ERR_REMOTE_UNAVAIL,
+                               std::string(R"(curl error get K from "http://h/k": )") +
+                                   curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL)},
                     error_case{"Broken", CURLE_PARTIAL_FILE, 200, ZOT_ERR_REMOTE_UNAVAIL,
                                std::string(R"(curl error get K from "http://h/k": )") +
                                    curl_easy_strerror(CURLE_PARTIAL_FILE)},

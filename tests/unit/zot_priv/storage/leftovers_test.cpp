@@ -7,10 +7,12 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tests/support/media.hpp"
 #include "tests/unit/zot_priv/storage/scratch_records.hpp"
 
 namespace {
@@ -251,6 +253,47 @@ TEST(MakeRoom, NothingGoesWhereThereIsRoom) {
   const auto before = tree(files.at.root);
   zot::make_room(*files.at.tested.handle());
   EXPECT_EQ(tree(files.at.root), before);
+}
+
+class FullMedium : public testing::Test {
+ protected:
+  FullMedium() {
+    write_bytes(files.at / "gpb.tgz", "archive");
+    write_bytes(files.at / "subsys.k.tmp", "half a K");
+  }
+  FullMedium(const FullMedium &) = delete;
+  FullMedium &operator=(const FullMedium &) = delete;
+  ~FullMedium() override { media().change_figures = nullptr; }
+
+  // Whether a get removes what earlier ones have left, on a medium with such figures.
+  bool is_cleared(const std::function<void(struct statvfs &)> &figures) {
+    media().change_figures = figures;
+    zot::make_room(*files.at.tested.handle());
+    return !exists(files.at / "gpb.tgz") && !exists(files.at / "subsys.k.tmp");
+  }
+
+  listed_files files;
+};
+
+TEST_F(FullMedium, IsClearedWhenLessThan64KiBAreFree) {
+  EXPECT_FALSE(
+      is_cleared([](struct statvfs &medium) { medium.f_bavail = 65536 / medium.f_frsize; }));
+  EXPECT_TRUE(
+      is_cleared([](struct statvfs &medium) { medium.f_bavail = 65536 / medium.f_frsize - 1; }));
+}
+
+TEST_F(FullMedium, IsClearedWhenFewerThan8FilesCanBeCreated) {
+  EXPECT_FALSE(is_cleared([](struct statvfs &medium) { medium.f_favail = 8; }));
+  EXPECT_TRUE(is_cleared([](struct statvfs &medium) { medium.f_favail = 7; }));
+}
+
+TEST_F(FullMedium, IsNoneThatHasNoLimits) {
+  EXPECT_FALSE(is_cleared([](struct statvfs &medium) {
+    medium.f_blocks = 0;
+    medium.f_bavail = 0;
+    medium.f_files = 0;
+    medium.f_favail = 0;
+  }));
 }
 
 TEST(ClearDownloadTargets, PlainFilesStay) {

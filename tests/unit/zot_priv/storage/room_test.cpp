@@ -12,6 +12,7 @@
 #include "storage_records.hpp"
 #include "tests/cycle/cycle_checks.hpp"
 #include "utilities/owner.hpp"
+#include "zot_priv/storage/directory_walk.hpp"
 
 namespace {
 using namespace zot::test;
@@ -127,6 +128,17 @@ TEST_F(Room, OfTheFilesInForceCountsWhenTheyGoFirst) {
   const room_check check = look();
   EXPECT_EQ(check.fits, room_check::in_place);
   EXPECT_GE(check.available.bytes, check.needed.bytes);
+}
+
+TEST_F(Room, OfFoldersThatAreNestedTooDeepDoesNotCount) {
+  using zot::directory_walk::max_depth;
+  std::string folder = e.conf_root() + "config";
+  for (int depth = 0; depth < max_depth + 3; ++depth) {
+    folder += "/d";
+  }
+  std::filesystem::create_directories(folder);
+  add_more_than_there_is();
+  EXPECT_EQ(look().reclaimed.files, max_depth + 1U);
 }
 
 TEST_F(Room, OfAFileInForceWithASecondNameDoesNotCount) {

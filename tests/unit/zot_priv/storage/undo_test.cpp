@@ -64,6 +64,14 @@ TEST_F(Undo, KeepsEveryFileInForce) {
   EXPECT_TRUE(fs::is_directory(undo("corrupted.checksum.absent")));
 }
 
+TEST_F(Undo, IsAFolderWithTheUsualPermissions) {
+  const mode_t mask = ::umask(027);
+  const bool begun = begin();
+  ::umask(mask);
+  ASSERT_TRUE(begun);
+  EXPECT_EQ(fs::status(undo("")).permissions(), fs::perms{0750});
+}
+
 TEST_F(Undo, TakesNoSecondCopy) {
   ASSERT_TRUE(begin());
   EXPECT_EQ(fs::hard_link_count(undo("subsys.k")), 2U);
