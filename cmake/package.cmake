@@ -43,12 +43,12 @@ foreach(component lib dev tools)
 endforeach()
 
 # Documents and examples go with the package of those who need them.
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${dev_package} COMPONENT dev
-  FILES_MATCHING REGEX "/(architecture|formats)\\.md$" PATTERN man EXCLUDE)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${tools_package} COMPONENT tools
-  FILES_MATCHING REGEX "/(operations|errors|json)\\.md$" PATTERN man EXCLUDE)
+set(docs ${PROJECT_SOURCE_DIR}/docs)
+install(FILES ${docs}/architecture.md ${docs}/formats.md ${docs}/porting.md ${docs}/upgrading.md
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${dev_package} COMPONENT dev)
+install(FILES ${docs}/delivery.md ${docs}/deployment.md ${docs}/errors.md ${docs}/json.md
+  ${docs}/operations.md
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${tools_package} COMPONENT tools)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${dev_package} COMPONENT dev
   FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.md" PATTERN sample EXCLUDE)
