@@ -58,8 +58,9 @@ need() {
   fi
   say "installing ${missing[*]}"
   export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  # Two commands may run side by side.
+  flock dev.d apt-get update -qq
+  flock dev.d apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
 setup() {
