@@ -59,7 +59,8 @@ mutate() {
   done
   mutation_check_tests
   mapfile -t sources < <(files_of '.*\.[ch]pp' src utilities | sort)
-  awk -v seed="$seed" -f tests/mutation/mutations.awk "${sources[@]}" >"$mutation/mutations"
+  LC_ALL=C awk -v seed="$seed" -f tests/mutation/mutations.awk "${sources[@]}" | sort -n |
+    awk -F '\t' -v OFS='\t' '{ $1 = NR; print }' >"$mutation/mutations"
   say "mutation: $count of $(wc -l <"$mutation/mutations") mutations, seed $seed"
   tests/mutation/worker.sh "$PWD/$mutation" 0 2 $(((count + 1) / 2)) &
   local other=$!

@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
-# Prints mutations of the C++ files in its arguments, in an order that the seed decides:
+# usage: awk -v seed=NUMBER -f mutations.awk FILE... | sort -n
+# Prints mutations of C++ files:
 #
-#   NUMBER <tab> FILE <tab> LINE <tab> KIND <tab> the mutated line
+#   PLACE <tab> FILE <tab> LINE <tab> KIND <tab> the mutated line
 #
+# Sorted by the place, they are in an order that the seed decides, and that a change elsewhere leaves alone.
 # Comments, strings and preprocessor lines are left alone.
 
 # The line with blanks in place of comments, strings and characters; as long as the line itself.
@@ -32,12 +34,28 @@ function masked(line,    i, c, quote, out) {
   return out
 }
 
-function add(kind, text) {
-  ++count
-  file_at[count] = FILENAME
-  line_at[count] = FNR
-  kind_at[count] = kind
-  text_at[count] = text
+BEGIN {
+  for (i = 1; i < 256; ++i) {
+    byte[sprintf("%c", i)] = i
+  }
+}
+
+# A number for a text, which similar texts do not share.
+function hash(text,    i, value) {
+  value = 1
+  for (i = 1; i <= length(text); ++i) {
+    value = (value * 257 + byte[substr(text, i, 1)]) % 2147483647
+  }
+  for (i = 1; i <= 8; ++i) {
+    value = value * 16807 % 2147483647
+  }
+  return value
+}
+
+function add(kind, text,    what) {
+  what = seed FILENAME $0 text
+  ++seen[what]
+  printf "%d\t%s\t%d\t%s\t%s\n", hash(what seen[what]), FILENAME, FNR, kind, text
 }
 
 # Each place of `from` in the code becomes `to`. `skip` characters at its begin and end stay.
@@ -113,7 +131,7 @@ FNR == 1 {
   }
   code = masked($0)
   sub(/ +$/, "", code)
-  if (code !~ /static_assert|^ *template|^using |^namespace/) {
+  if (code !~ /static_assert|^ *template|^using |^namespace|\[\[gnu::format/) {
     swap("comparison", " == ", " != ")
     swap("comparison", " != ", " == ")
     swap("comparison", " < ", " <= ")
@@ -137,31 +155,5 @@ FNR == 1 {
   }
   if (code != "") {
     before = code
-  }
-}
-
-# The minimal standard generator.
-function random(limit) {
-  state = (state * 16807) % 2147483647
-  return state % limit
-}
-
-END {
-  state = seed * 7919 % 2147483646 + 1
-  for (i = 1; i <= 20; ++i) {
-    random(2)
-  }
-  for (i = 1; i <= count; ++i) {
-    order[i] = i
-  }
-  for (i = count; i > 1; --i) {
-    j = random(i) + 1
-    swapped = order[i]
-    order[i] = order[j]
-    order[j] = swapped
-  }
-  for (i = 1; i <= count; ++i) {
-    one = order[i]
-    printf "%d\t%s\t%d\t%s\t%s\n", i, file_at[one], line_at[one], kind_at[one], text_at[one]
   }
 }

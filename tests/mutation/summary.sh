@@ -2,10 +2,12 @@
 # SPDX-License-Identifier: Apache-2.0
 # usage: summary.sh RESULTS KEY SURVIVORS LEAST
 # Counts the mutations of one run, lists those that no test noticed, and fails if fewer than LEAST
-# per cent were killed. A survivor that SURVIVORS judges as equivalent counts as neither.
+# per cent were killed, or if one is not judged in SURVIVORS. A survivor that SURVIVORS judges as
+# equivalent does not count.
 set -euo pipefail
 
 results=$1 key=$2 survivors=$3 least=$4
+here=$(dirname "$(readlink -f "$0")")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -19,12 +21,12 @@ text_of() {
   sed -E "s/.*\"$1\":\"(([^\"\\\\]|\\\\.)*)\".*/\1/; s/\\\\([\"\\\\])/\1/g; s/^ +//"
 }
 
-equivalent=0
+equivalent=0 not_judged=0
 while IFS= read -r one; do
   file=$(text_of file <<<"$one") old=$(text_of old <<<"$one") new=$(text_of new <<<"$one")
-  judgement=$(grep -F -A 3 "file: \`$file\`" "$survivors" | grep -F -A 2 -x -- "- old: \`$old\`" |
-    grep -F -A 1 -x -- "- new: \`$new\`" | sed -n 's/^- judgement: //p') || true
+  judgement=$("$here/judgement.sh" "$survivors" "$file" "$old" "$new")
   [[ $judgement != equivalent* ]] || equivalent=$((equivalent + 1))
+  [[ -n $judgement ]] || not_judged=$((not_judged + 1))
   printf '%s (%s)\n  - %s\n  + %s\n' "$file" "${judgement:-not judged yet}" "$old" "$new"
 done < <(grep -F '"result":"survived"' "$work/results" || true)
 
@@ -35,3 +37,4 @@ printf '%d killed, %d survived of which %d are equivalent, %d did not compile; %
   "$killed" "$survived" "$equivalent" "$(count "not compiled")" \
   $((killed * 100 / judged)) $((killed * 1000 / judged % 10))
 ((killed * 100 >= least * judged)) || { echo "fewer than $least % were killed" >&2; exit 1; }
+((not_judged == 0)) || { echo "$not_judged survived and are not judged in $survivors" >&2; exit 1; }

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # usage: worker.sh WORK_DIR NUMBER WORKERS COUNT
-# Judges every WORKERS-th mutation of WORK_DIR/mutations until COUNT of them compile, in a copy of the
-# tree of its own, WORK_DIR/worker.NUMBER/tree. Appends a line of JSON for each to WORK_DIR/results.jsonl and
-# skips those that are there already.
+# Judges every WORKERS-th mutation of WORK_DIR/mutations, in a copy of the tree of its own,
+# WORK_DIR/worker.NUMBER/tree, until COUNT of them count. One that does not compile and one that is known
+# to change nothing do not count. Appends a line of JSON for each to WORK_DIR/results.jsonl and skips those
+# that are there already.
 set -euo pipefail
 
 work=$1 worker=$2 workers=$3 wanted=$4
@@ -103,15 +104,18 @@ judge() {
   LSAN_OPTIONS=detect_leaks=0 kills "$longest_of_rest" "-${suites:-none}" || result=survived
 }
 
-judged=0
-while ((judged < wanted)) && IFS=$'\t' read -r -u 3 number file line kind new; do
-  ((number % workers == worker)) || continue
-  if earlier=$(grep -F "{\"key\":\"$key\",\"number\":$number," "$work/results.jsonl"); then
-    [[ $earlier == *'"result":"not compiled"'* ]] || judged=$((judged + 1))
-    continue
-  fi
-  begin=$SECONDS
-  old=$(sed -n "${line}p" "$tree/$file")
+# counts RESULT FILE OLD NEW
+counts() {
+  case $1 in
+    killed) true ;;
+    survived) [[ $("$here/judgement.sh" "$here/survivors.md" "$2" "$3" "$4") != equivalent* ]] ;;
+    *) false ;;
+  esac
+}
+
+# plant NUMBER FILE LINE KIND OLD NEW: judges the mutation, and leaves its verdict in `result`.
+plant() {
+  local number=$1 file=$2 line=$3 kind=$4 old=$5 new=$6 begin=$SECONDS
   cp "$tree/$file" "$own/kept"
   awk -v line="$line" -v text="${new//\\/\\\\}" \
     'NR == line { print text; next } { print }' "$own/kept" >"$tree/$file"
@@ -119,7 +123,18 @@ while ((judged < wanted)) && IFS=$'\t' read -r -u 3 number file line kind new; d
   judge "$file" "$(killer_before "$file" "$old" "$new" || true)"
   cp "$own/kept" "$tree/$file"
   record "$number" "$result" "${killer:-}" "$file" "$line" "$kind" "$old" "$new" $((SECONDS - begin))
-  [[ $result == "not compiled" ]] || judged=$((judged + 1))
   printf '%4d %-12s %s:%s %s%s, %d s\n' "$number" "$result" "$file" "$line" "$kind" \
     "${killer:+, $killer}" $((SECONDS - begin))
+}
+
+judged=0
+while ((judged < wanted)) && IFS=$'\t' read -r -u 3 number file line kind new; do
+  ((number % workers == worker)) || continue
+  old=$(sed -n "${line}p" "$tree/$file")
+  if earlier=$(grep -F "{\"key\":\"$key\",\"number\":$number," "$work/results.jsonl"); then
+    result=$(sed -nE 's/.*"result":"([^"]*)".*/\1/p' <<<"$earlier")
+  else
+    plant "$number" "$file" "$line" "$kind" "$old" "$new"
+  fi
+  ! counts "$result" "$file" "$old" "$new" || judged=$((judged + 1))
 done 3<"$work/mutations"
