@@ -2,7 +2,6 @@
 #include "zot_log.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -209,20 +208,6 @@ TEST_P(LogLength, IsDeliveredWhole) {
 
 INSTANTIATE_TEST_SUITE_P(AroundTheBuffer, LogLength,
                          testing::Values(1U, 4095U, 4096U, 4097U, 5000U));
-
-// In a process of its own, which gets no more memory.
-TEST(Log, DeliversTheBeginningOfAMessageThatMemoryIsTooShortFor) {
-  const std::string text(std::size_t{1} << 26, 'm');
-  const auto log_without_memory = [&text] {
-    zot_log_ctl ctl = default_ctl();
-    zot_log_ctx log_ctx{&ctl, {}, nullptr};
-    const rlimit none{0, 0};
-    ::setrlimit(RLIMIT_AS, &none);
-    const int result = write_plain(&log_ctx, ZOT_LOG_ERROR, text.c_str());
-    ::_exit(result == -1 ? 0 : 1);
-  };
-  EXPECT_EXIT(log_without_memory(), testing::ExitedWithCode(0), "mmmm");
-}
 
 TEST(Log, KeepsTheErrorNumber) {
   zot_log_ctl ctl = default_ctl();
