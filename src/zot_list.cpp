@@ -59,7 +59,8 @@ zot_list *append_both(const list_order &order, zot_list *last, zot_list *&earlie
 
 zot_list *merge(const list_order &order, zot_list *earlier, zot_list *later) {
   zot_list start{};
-  append_both(order, &start, earlier, later)->next = earlier;
+  zot_list *const last = append_both(order, &start, earlier, later);
+  last->next = earlier;
   return start.next;
 }
 
