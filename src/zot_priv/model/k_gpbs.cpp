@@ -164,10 +164,14 @@ bool link_in_order(zot_list *gpbs, const sort_key *keys, const sort_key *end) {
   return has_twins;
 }
 
-// `most` is at least the number of entries.
-int sort(zot_ctx *handle, zot_list *gpbs, size_t most) {
+int sort(zot_ctx *handle, zot_list *gpbs) {
+  // Not zero, because no memory at all may be a null pointer.
+  size_t count = 1;
+  for (const zot_list *node = gpbs->next; node != gpbs; node = node->next) {
+    ++count;
+  }
   const zot::c_ptr<sort_key> keys(
-      static_cast<sort_key *>(std::malloc(2 * most * sizeof(sort_key))));
+      static_cast<sort_key *>(std::malloc(2 * count * sizeof(sort_key))));
   if (keys == nullptr) {
     return ZOT_RECORD_NO_MEMORY_AT(handle, operation);
   }
@@ -180,15 +184,12 @@ int sort(zot_ctx *handle, zot_list *gpbs, size_t most) {
 }
 
 int build(zot_ctx *handle, zot_list *gpbs, const cJSON &elements) {
-  // Not zero, because no memory at all may be a null pointer.
-  size_t most = 1;
   for (const cJSON *item = elements.child; item != nullptr; item = item->next) {
     if (const int status = append(handle, gpbs, element(*item)); status != ZOT_OK) {
       return status;
     }
-    ++most;
   }
-  return sort(handle, gpbs, most);
+  return sort(handle, gpbs);
 }
 
 }  // namespace
