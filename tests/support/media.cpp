@@ -17,6 +17,15 @@ media_state &media() {
 
 }  // namespace zot::test
 
+namespace {
+
+bool is_on_broken(const struct stat &st) {
+  const dev_t broken = zot::test::media().broken;
+  return broken != 0 && st.st_dev == broken;
+}
+
+}  // namespace
+
 // Replaces syncfs() of the C library.
 extern "C" int syncfs(int fd) noexcept {
   zot::test::media_state &state = zot::test::media();
@@ -25,11 +34,21 @@ extern "C" int syncfs(int fd) noexcept {
     state.synchronised.push_back(found.st_dev);
   }
   const bool is_told_to_fail = state.failing_call > 0 && --state.failing_call == 0;
-  if (is_told_to_fail || (state.broken != 0 && found.st_dev == state.broken)) {
+  if (is_told_to_fail || is_on_broken(found)) {
     errno = EIO;
     return -1;
   }
   return static_cast<int>(::syscall(SYS_syncfs, fd));
+}
+
+// Replaces fsync() of the C library.
+extern "C" int fsync(int fd) {
+  struct stat found {};
+  if (::fstat(fd, &found) == 0 && is_on_broken(found)) {
+    errno = EIO;
+    return -1;
+  }
+  return static_cast<int>(::syscall(SYS_fsync, fd));
 }
 
 // Replaces fstatvfs() of the C library, which has this name where offsets have 64 bits.

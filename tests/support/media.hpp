@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Media that fail or are full: in a program that includes this, syncfs() can be made to fail, and
-// fstatvfs() to tell other figures.
+// Media that fail or are full: in a program that includes this, syncfs() and fsync() can be made to
+// fail, and fstatvfs() to tell other figures.
 #pragma once
 
 #include <sys/statvfs.h>
@@ -12,9 +12,9 @@
 namespace zot::test {
 
 struct media_state {
-  std::vector<dev_t> synchronised;  // in call order
+  std::vector<dev_t> synchronised;  // by syncfs(), in call order
   dev_t broken = 0;                 // each call for this file system fails
-  int failing_call = 0;             // this one of the next calls fails: 1 is the next
+  int failing_call = 0;             // this one of the next calls of syncfs() fails: 1 is the next
   std::function<void(struct statvfs &)> change_figures;
 };
 

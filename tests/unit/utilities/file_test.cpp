@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -860,6 +861,16 @@ TEST(FreeFileMmap, RefusesNoAddressAndNoLength) {
   EXPECT_EQ(free_file_mmap(&byte, 0), -1);
 }
 
+TEST(FreeFileMmap, ReleasesAFileOfOneByte) {
+  const temp_dir dir;
+  write_bytes(dir / "file", "x");
+  uint32_t length = 0;
+  char *const bytes = read_file_mmap((dir / "file").c_str(), &length);
+  ASSERT_NE(bytes, nullptr);
+  EXPECT_EQ(length, 1U);
+  EXPECT_EQ(free_file_mmap(bytes, length), 0);
+}
+
 TEST(FreeFileMmap, AddressThatIsNoPageFails) {
   alignas(16) char bytes[16] = {};
   EXPECT_EQ(free_file_mmap(bytes + 1, 1), -1);
@@ -909,6 +920,15 @@ TEST(WriteFile, FailureLeavesNothingBeyondWhatWasWritten) {
 
 TEST(WriteFile, WritesWhatHasNoLength) {
   EXPECT_EQ(write_file("/dev/null", "new", 3), 0);
+}
+
+TEST(WriteFile, FileThatMayNotBecomeShorterFails) {
+  const zot::descriptor sealed(::memfd_create("file", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  ASSERT_EQ(::ftruncate(sealed.get(), 4), 0);
+  ASSERT_EQ(::fcntl(sealed.get(), F_ADD_SEALS, F_SEAL_SHRINK), 0);
+  const std::string path = "/proc/self/fd/" + std::to_string(sealed.get());
+  EXPECT_EQ(write_file(path.c_str(), "new", 3), -1);
+  EXPECT_EQ(errno, EPERM);
 }
 
 TEST(WriteFile, FifoWithoutAReaderFails) {

@@ -4,9 +4,11 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -21,11 +23,12 @@
 
 namespace {
 
-// Controls the next calls of curl_easy_setopt() and records the options that they set.
+// Controls the next calls of curl_easy_setopt() and records the options and numbers that they set.
 struct option_gate {
   std::optional<CURLoption> closed = std::nullopt;
   CURLcode answer = CURLE_OK;
   std::set<CURLoption> asked = {};
+  std::map<CURLoption, long> numbers = {};
 };
 
 thread_local option_gate *gate = nullptr;
@@ -37,8 +40,13 @@ CURLcode hand_on(CURL *curl, CURLoption option, va_list args) {
   static const auto next = reinterpret_cast<set_option>(::dlsym(RTLD_NEXT, "curl_easy_setopt"));
   constexpr int numbers_of_a_type = 10000;
   switch (option / numbers_of_a_type * numbers_of_a_type) {
-    case CURLOPTTYPE_LONG:
-      return next(curl, option, va_arg(args, long));
+    case CURLOPTTYPE_LONG: {
+      const long number = va_arg(args, long);
+      if (gate != nullptr) {
+        gate->numbers[option] = number;
+      }
+      return next(curl, option, number);
+    }
     case CURLOPTTYPE_OFF_T:
       return next(curl, option, va_arg(args, curl_off_t));
     default:
@@ -153,6 +161,19 @@ TEST_P(HttpOptions, AnyOtherRefusalOfTheProxyFailsBeforeARequest) {
   close(CURLOPT_PROXY, CURLE_BAD_FUNCTION_ARGUMENT);
   EXPECT_EQ(transfer(), CURLE_BAD_FUNCTION_ARGUMENT);
   EXPECT_TRUE(service_.requests().empty());
+}
+
+TEST(HttpTimeOut, LongestIsTheLongestThatLibcurlTakes) {
+  const temp_dir dir;
+  service source;
+  source.answer("/x", 200, "bytes");
+  option_gate recorded;
+  gate = &recorded;
+  const int result = zot::get_remote_file_within(source.url("/x").c_str(), (dir / "file").c_str(),
+                                                 nullptr, UINT32_MAX, 1000, nullptr);
+  gate = nullptr;
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(recorded.numbers[CURLOPT_TIMEOUT], INT_MAX / 1000);
 }
 
 INSTANTIATE_TEST_SUITE_P(Transfers, HttpOptions, testing::Bool(),

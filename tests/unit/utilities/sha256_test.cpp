@@ -76,6 +76,10 @@ TEST(CalcSha256, RefusesMissingData) {
   EXPECT_EQ(calc_sha256(nullptr, 3, text.data(), text.size()), -1);
 }
 
+TEST(CalcSha256, RefusesAMissingOutput) {
+  EXPECT_EQ(calc_sha256("abc", 3, nullptr, ZOT_CHECKSUM_LEN + 1), -1);
+}
+
 TEST(CmpFileSha256, EqualDigestIsZero) {
   EXPECT_EQ(cmp_file_sha256("abc", 3, digest_of_abc), 0);
 }

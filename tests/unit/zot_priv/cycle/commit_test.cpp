@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "tests/support/media.hpp"
 #include "verdict_fixture.hpp"
@@ -95,6 +96,22 @@ TEST_F(CommitConf, LeavesNothingForARollBack) {
   EXPECT_EQ(run_roll_back(), ZOT_OK);
   EXPECT_EQ(contents(e.conf_root()), cache);
   EXPECT_EQ(state_of(e), ZOT_CYCLE_NEW_CONF | ZOT_CYCLE_DONE_COMMIT);
+}
+
+// The rollback has marked the configuration that was in force then.
+TEST_F(CommitConf, AnswersCachedRequestsFromTheNewConfigurationThoughARollBackFailedBefore) {
+  remote.publish(first_configuration().put("Wlan", "staff", 1, "staff one"));
+  ASSERT_EQ(e.get().status, ZOT_OK);
+  const std::string k = e.tmp_root() + "/subsys.k";
+  const std::string bytes = read_bytes(k);
+  std::filesystem::remove(k);
+  ASSERT_EQ(run_roll_back(), ZOT_ERR_GENERIC);
+  write_bytes(k, bytes);
+  ASSERT_EQ(run_commit(), ZOT_OK) << e.error_text();
+  const returned_list cached = e.get(ZOT_STAT_CACHED);
+  EXPECT_EQ(cached.status, ZOT_OK) << cached.error_text;
+  EXPECT_EQ(marks_of(cached),
+            (std::vector<std::string>{"Wlan/guest=2", "Wlan/staff=2", "Zone/hq=2", "Radio/r5=2"}));
 }
 
 TEST_F(CommitConf, SaysThatTheSameKWasGot) {

@@ -117,6 +117,29 @@ TEST(OpenRoot, FollowsALink) {
   EXPECT_TRUE(open_root((dir / "link").c_str()).is_open());
 }
 
+// The mode of a folder after make_accessible().
+mode_t mode_made_from(mode_t mode) {
+  const temp_dir dir;
+  fs::create_directory(fs::path(dir / "folder"));
+  EXPECT_EQ(::chmod((dir / "folder").c_str(), mode), 0);
+  const zot::descriptor directory = open_root(dir.path().c_str());
+  struct stat st {};
+  EXPECT_EQ(::fstatat(directory.get(), "folder", &st, AT_SYMLINK_NOFOLLOW), 0);
+  EXPECT_TRUE(make_accessible(directory.get(), "folder", st));
+  EXPECT_EQ(::fstatat(directory.get(), "folder", &st, AT_SYMLINK_NOFOLLOW), 0);
+  return st.st_mode & 07777;
+}
+
+TEST(MakeAccessible, GivesTheOwnerEveryPermissionAndKeepsThoseOfOthers) {
+  EXPECT_EQ(mode_made_from(0), 0700U);
+  EXPECT_EQ(mode_made_from(0345), 0745U);
+  EXPECT_EQ(mode_made_from(0655), 0755U);
+}
+
+TEST(MakeAccessible, LeavesAFolderAloneThatIsOpenToItsOwner) {
+  EXPECT_EQ(mode_made_from(01755), 01755U);
+}
+
 TEST(RemoveEntry, FileGoes) {
   const temp_dir dir;
   write_bytes(dir / "file", "x");

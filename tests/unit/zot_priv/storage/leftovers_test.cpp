@@ -54,6 +54,16 @@ TEST(RemoveUnlistedFiles, OtherVersionsOfAListedObjectGo) {
   EXPECT_EQ(files.files(), files.listed);
 }
 
+TEST(RemoveUnlistedFiles, FolderIsOpenedToItsOwnerToRemoveWhatIsInIt) {
+  listed_files files;
+  write_bytes(files.at / "config/Wlan/office/4", "earlier");
+  ASSERT_EQ(::chmod((files.at / "config/Wlan/office").c_str(), 0550), 0);
+  zot::remove_unlisted_files(*files.at.tested.handle(), files.at.gpbs.get(),
+                             {.files = 3, .has_empty_directory = false});
+  EXPECT_EQ(files.files(), files.listed);
+  EXPECT_EQ(mode_of(files.at / "config/Wlan/office"), 0750U);
+}
+
 TEST(RemoveUnlistedFiles, DirectoriesThatBecomeEmptyGo) {
   listed_files files;
   write_bytes(files.at / "config/Vlan/gone/1", "earlier");

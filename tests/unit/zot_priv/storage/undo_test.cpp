@@ -290,6 +290,18 @@ TEST_F(UndoOfTwoFileSystems, SynchronisesBothBeforeItsFolderGoes) {
   expect_both_synchronised_by([&] { return restore(); });
 }
 
+TEST_F(UndoOfTwoFileSystems, CountsUntilItsRetirementIsOnTheMedium) {
+  ASSERT_TRUE(begin());
+  media().broken = device_of(root());
+  EXPECT_FALSE(zot::retire_undo(*e.handle()));
+  EXPECT_EQ(errno, EIO);
+  media().broken = 0;
+  EXPECT_TRUE(zot::has_undo(*e.handle()));
+  EXPECT_FALSE(zot::has_undo_leftovers(*e.handle()));
+  EXPECT_TRUE(restore());
+  EXPECT_EQ(read_bytes(elsewhere + "/subsys.k"), first_configuration().k_text());
+}
+
 // The folder keeps a file as long as the restored one may be lost.
 TEST_F(UndoOfTwoFileSystems, KeepsEverythingThatIsNotOnItsMedium) {
   ASSERT_TRUE(begin());
