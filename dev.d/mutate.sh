@@ -67,5 +67,5 @@ mutate() {
   tests/mutation/worker.sh "$PWD/$mutation" 1 2 $((count / 2))
   wait "$other"
   tests/mutation/summary.sh "$mutation/results.jsonl" "$(<"$mutation/key")" \
-    tests/mutation/survivors.md "$least_killed"
+    docs/release/mutations.md "$least_killed"
 }

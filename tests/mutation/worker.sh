@@ -108,7 +108,7 @@ judge() {
 counts() {
   case $1 in
     killed) true ;;
-    survived) [[ $("$here/judgement.sh" "$here/survivors.md" "$2" "$3" "$4") != equivalent* ]] ;;
+    survived) [[ $("$here/judgement.sh" "$here/../../docs/release/mutations.md" "$2" "$3" "$4") != equivalent* ]] ;;
     *) false ;;
   esac
 }
