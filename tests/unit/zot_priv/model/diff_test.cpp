@@ -160,6 +160,15 @@ TEST(Diff, EqualEntryOfOtherBytesComesFromTheNewListAndStaysUnchanged) {
   }
 }
 
+// Its file has the name that the new K states.
+TEST(Diff, EqualEntryOfAnotherPathComesFromTheNewListAndStaysUnchanged) {
+  difference_of test(two_entries, two_entries);
+  zot_gpb &fresh = entry_at(test.new_gpbs.get(), 0);
+  take_path(fresh);
+  fresh.path = ::strdup("/Wlan/a/0x1");
+  EXPECT_EQ(test.marks(), (lines{"/Wlan/a/0x1 0x02", "/Zone/z/1 0x02"}));
+}
+
 TEST(Diff, ModifiedEntryComesFromTheNewList) {
   difference_of test({{ZOT_CAT_WLAN, "a", 1, 0, "old"}}, {{ZOT_CAT_WLAN, "a", 2, 0, "newer"}});
   test.run();

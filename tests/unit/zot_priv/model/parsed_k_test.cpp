@@ -72,4 +72,15 @@ TEST(ParsedK, OfOneOwnerMayBeSharedAgain) {
   EXPECT_STREQ(name_in(*other), "text");
 }
 
+TEST(ParsedK, OfARecordGivesWayToTheNext) {
+  const zot::parsed_k first = zot::parse_k(text, nullptr);
+  zot_k k{};
+  zot::keep_parsed(k, zot::share(first.get()), nullptr);
+  EXPECT_EQ(first->owners, 2U);
+  zot::keep_parsed(k, zot::parse_k(text, nullptr), nullptr);
+  EXPECT_EQ(first->owners, 1U);
+  EXPECT_NE(k.json, first->tree);
+  zot::drop_parsed(k);
+}
+
 }  // namespace

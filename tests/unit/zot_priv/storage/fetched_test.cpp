@@ -2,8 +2,10 @@
 #include "zot_priv/storage/fetched.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -70,10 +72,31 @@ TEST_F(Fetched, IsComparedWhereAFileWasWrittenSince) {
 // Like a disk that returns other bytes than were written: only the commit's copy sees them.
 TEST_F(Fetched, IsNotReadAgainWhenNobodyTouchedIt) {
   const std::string file = scratch("config/Wlan/staff/1");
-  write_bytes(file, "Staff one");
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  ASSERT_TRUE(zot::remember_get(*e.handle()));
+  struct stat written {};
+  // Both have to be in one second, so that only the fraction tells which was first.
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    write_bytes(file, "Staff one");
+    ASSERT_EQ(::stat(file.c_str(), &written), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(zot::remember_get(*e.handle()));
+    if (e.handle()->own.fetched.seconds == static_cast<std::uint64_t>(written.st_ctim.tv_sec)) {
+      break;
+    }
+  }
   EXPECT_TRUE(is_set_as_fetched());
+}
+
+TEST_F(Fetched, IsFromTheFoldersOfTheLastGet) {
+  zot_ctx *const handle = e.handle();
+  for (const std::string folder : {"one", "another"}) {
+    folder.copy(handle->conf_root, sizeof handle->conf_root - 1);
+    handle->conf_root[folder.size()] = '\0';
+    folder.copy(handle->tmp_root, sizeof handle->tmp_root - 1);
+    handle->tmp_root[folder.size()] = '\0';
+    ASSERT_TRUE(zot::remember_get(*handle));
+    EXPECT_EQ(handle->own.conf_root, folder);
+    EXPECT_EQ(handle->own.tmp_root, folder);
+  }
 }
 
 TEST_F(Fetched, IsNotWholeWithOtherBytesOfAFile) {

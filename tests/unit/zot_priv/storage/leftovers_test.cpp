@@ -249,6 +249,15 @@ TEST(RemoveStrangers, FilesThatCachedRequestsAreAnsweredFromStay) {
   EXPECT_EQ(files.files(), (std::vector<std::string>{"Radio/r5/3", "Wlan/office/5", "Zone/hq/1"}));
 }
 
+TEST(RemoveStrangers, FilesThatCachedRequestsFindElsewhereGo) {
+  after_an_archive files;
+  files.at.remote.publish(small_publication().put("Radio", "r5", 3, "radio"));
+  ASSERT_EQ(files.at.tested.get().status, ZOT_OK);
+  files.at.tested.handle()->ret.root = files.at.tested.handle()->conf_root;
+  files.run();
+  EXPECT_EQ(files.files(), files.listed);
+}
+
 TEST(RemoveStrangers, KWithoutAListLeavesNoFile) {
   after_an_archive files;
   files.at.k = zot::make_k();

@@ -170,6 +170,28 @@ TEST_F(Room, IsNeededInUnitsOfWhatAFolderTakes) {
   EXPECT_EQ(look().needed.bytes, 2 * std::max(unit, block_) + (2 + 7) * unit);
 }
 
+// The root folder stands for one on a disk: where folders take no space, nothing is reserved.
+TEST_F(Room, IsNeededWithAReserveWhenTheFilesInForceGoFirst) {
+  std::filesystem::remove_all(knowledge_of(e));
+  std::filesystem::create_directory_symlink("/", knowledge_of(e));
+  struct stat on_disk {};
+  ASSERT_EQ(::stat("/", &on_disk), 0);
+  const std::uint64_t folder = static_cast<std::uint64_t>(on_disk.st_blocks) * 512;
+  const std::uint64_t unit = std::max(folder, block_);
+  const room_check without = look();
+  std::uint64_t files = 0;
+  for (; files * gibibyte <= without.available.bytes; ++files) {
+    add("Vpn", ZOT_CAT_VPN, "huge", gibibyte);
+  }
+  const room_check check = look();
+  const std::uint64_t in_units = (gibibyte + unit - 1) / unit * unit;
+  const std::uint64_t counted = files * in_units + 2 * folder;
+  const bool has_reserve = folder != 0;
+  EXPECT_EQ(check.needed.files - without.needed.files, files + 2 + (has_reserve ? 16 : 0));
+  EXPECT_EQ(check.needed.bytes - without.needed.bytes,
+            counted + (has_reserve ? (16U << 20) + 16 * unit : 0));
+}
+
 TEST_F(Room, ForFilesThatAnAdapterCommitsIsItsOwnAffair) {
   const room_check without = look();
   add_more_than_there_is();
