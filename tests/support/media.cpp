@@ -51,6 +51,17 @@ extern "C" int fsync(int fd) {
   return static_cast<int>(::syscall(SYS_fsync, fd));
 }
 
+// Replaces write() of the C library.
+extern "C" ssize_t write(int fd, const void *bytes, size_t size) {
+  std::atomic<int> &interruptions = zot::test::media().interruptions;
+  if (interruptions > 0) {
+    --interruptions;
+    errno = EINTR;
+    return -1;
+  }
+  return static_cast<ssize_t>(::syscall(SYS_write, fd, bytes, size));
+}
+
 // Replaces fstatvfs() of the C library, which has this name where offsets have 64 bits.
 extern "C" int fstatvfs(int fd, struct statvfs *found) noexcept {
   using function = int(int, struct statvfs *);

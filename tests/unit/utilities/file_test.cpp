@@ -20,6 +20,7 @@
 
 #include "tests/support/env.hpp"
 #include "tests/support/files.hpp"
+#include "tests/support/media.hpp"
 #include "utilities/owner.hpp"
 #include "utilities/shell_word.hpp"
 #include "zot_conf.h"
@@ -916,6 +917,14 @@ TEST(WriteFile, FailureLeavesNothingBeyondWhatWasWritten) {
   EXPECT_EQ(status, -1);
   EXPECT_EQ(error, EFBIG);
   EXPECT_EQ(read_bytes(dir / "file"), content.substr(0, 8192));
+}
+
+TEST(WriteFile, GoesOnAfterASignal) {
+  const temp_dir dir;
+  zot::test::media().interruptions = 2;
+  EXPECT_EQ(write_file((dir / "file").c_str(), "new", 3), 0);
+  EXPECT_EQ(zot::test::media().interruptions, 0);
+  EXPECT_EQ(read_bytes(dir / "file"), "new");
 }
 
 TEST(WriteFile, WritesWhatHasNoLength) {

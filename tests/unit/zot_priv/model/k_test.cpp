@@ -293,6 +293,17 @@ TEST(DuplicateK, WithoutATreeHasNone) {
   EXPECT_STREQ(copy->meta.cluster_id, "c-2");
 }
 
+TEST(DuplicateK, ReplacesTheTreeThatTheCopyHad) {
+  const zot::k_owner first = full_k();
+  const zot::k_owner copy = zot::make_k();
+  ASSERT_EQ(zot::duplicate_k(first.get(), copy.get()), ZOT_OK);
+  ASSERT_EQ(first->parsed->owners, 2U);
+  const zot::k_owner bare = k_of_cluster("c-2");
+  ASSERT_EQ(zot::duplicate_k(bare.get(), copy.get()), ZOT_OK);
+  EXPECT_EQ(first->parsed->owners, 1U);
+  EXPECT_EQ(copy->json, nullptr);
+}
+
 TEST(DuplicateK, OntoItselfIsRefused) {
   const zot::k_owner k = full_k();
   EXPECT_EQ(zot::duplicate_k(k.get(), k.get()), ZOT_ERR_WRONG_INPUT);

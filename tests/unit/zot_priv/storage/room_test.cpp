@@ -45,6 +45,18 @@ class Room : public testing::Test {
       add("Vpn", ZOT_CAT_VPN, "huge", INT32_MAX);
     }
   }
+  // The root folder is on a disk, where folders take space, unlike a temporary one in memory.
+  void take_folders_on_disk() {
+    std::filesystem::remove_all(knowledge_of(e));
+    std::filesystem::create_directory_symlink("/", knowledge_of(e));
+    struct stat root {};
+    ASSERT_EQ(::stat("/", &root), 0);
+    folder_ = static_cast<std::uint64_t>(root.st_blocks) * 512;
+    unit_ = std::max(folder_, block_);
+  }
+  [[nodiscard]] std::uint64_t in_units(std::uint64_t size) const {
+    return (size + unit_ - 1) / unit_ * unit_;
+  }
   [[nodiscard]] room_check look() const { return zot::look_for_room(*e.handle(), k_, gpbs_.get()); }
 
   element e;
@@ -52,6 +64,7 @@ class Room : public testing::Test {
   zot_k k_{};
   std::uint64_t block_ = 0;
   std::uint64_t folder_ = 0;
+  std::uint64_t unit_ = 0;
 };
 
 // A missing file is kept as a folder.
@@ -92,6 +105,22 @@ TEST_F(Room, IsNeededForTheNamesInALargeFolder) {
   } else {
     EXPECT_GE(for_names, keys * 12);
   }
+}
+
+// Its blocks may be only half full, and the first one counts with the folder itself.
+TEST_F(Room, ForNamesIsThatOfTheBlocksBeyondTheFirst) {
+  take_folders_on_disk();
+  const room_check without = look();
+  constexpr std::uint64_t keys = 1000;
+  std::uint64_t names = 12 + 4;  // "Wlan"
+  for (std::uint64_t key = 0; key < keys; ++key) {
+    const std::string name = std::to_string(key);
+    add("Wlan", ZOT_CAT_WLAN, name.c_str(), 1);
+    names += 12 + name.size();
+  }
+  const std::uint64_t counted = keys * unit_ + (1 + keys) * folder_;
+  EXPECT_EQ(look().needed.bytes - without.needed.bytes - counted,
+            folder_ != 0 ? in_units(2 * names) - unit_ : 0);
 }
 
 // A path may have more components than the three that identify it.
@@ -170,26 +199,19 @@ TEST_F(Room, IsNeededInUnitsOfWhatAFolderTakes) {
   EXPECT_EQ(look().needed.bytes, 2 * std::max(unit, block_) + (2 + 7) * unit);
 }
 
-// The root folder stands for one on a disk: where folders take no space, nothing is reserved.
+// Where folders take no space, nothing is reserved.
 TEST_F(Room, IsNeededWithAReserveWhenTheFilesInForceGoFirst) {
-  std::filesystem::remove_all(knowledge_of(e));
-  std::filesystem::create_directory_symlink("/", knowledge_of(e));
-  struct stat on_disk {};
-  ASSERT_EQ(::stat("/", &on_disk), 0);
-  const std::uint64_t folder = static_cast<std::uint64_t>(on_disk.st_blocks) * 512;
-  const std::uint64_t unit = std::max(folder, block_);
+  take_folders_on_disk();
   const room_check without = look();
   std::uint64_t files = 0;
   for (; files * gibibyte <= without.available.bytes; ++files) {
     add("Vpn", ZOT_CAT_VPN, "huge", gibibyte);
   }
   const room_check check = look();
-  const std::uint64_t in_units = (gibibyte + unit - 1) / unit * unit;
-  const std::uint64_t counted = files * in_units + 2 * folder;
-  const bool has_reserve = folder != 0;
-  EXPECT_EQ(check.needed.files - without.needed.files, files + 2 + (has_reserve ? 16 : 0));
+  const std::uint64_t counted = files * in_units(gibibyte) + 2 * folder_;
+  EXPECT_EQ(check.needed.files - without.needed.files, files + 2 + (folder_ != 0 ? 16 : 0));
   EXPECT_EQ(check.needed.bytes - without.needed.bytes,
-            counted + (has_reserve ? (16U << 20) + 16 * unit : 0));
+            counted + (folder_ != 0 ? (16U << 20) + 16 * unit_ : 0));
 }
 
 TEST_F(Room, ForFilesThatAnAdapterCommitsIsItsOwnAffair) {
