@@ -83,4 +83,16 @@ TEST_F(ForgetChangedRefusal, KeepsItWhileACommitIsNotUndone) {
   expect_kept();
 }
 
+TEST(LeaveMovedCache, ForgetsWhatWasBegunThere) {
+  element e;
+  e.handle()->own.commit_begun = 1;
+  e.handle()->stat.state = ZOT_CYCLE_NEW_CONF;
+  zot::leave_moved_cache(*e.handle());
+  EXPECT_EQ(e.handle()->own.commit_begun, 1U);
+  zot::mark_moved(*e.handle());
+  zot::leave_moved_cache(*e.handle());
+  EXPECT_EQ(e.handle()->own.commit_begun, 0U);
+  EXPECT_EQ(state_of(e), 0U);
+}
+
 }  // namespace
