@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/unit/zot_priv/model/model_records.hpp"
@@ -298,6 +299,7 @@ TEST(DuplicateK, ReplacesTheTreeThatTheCopyHad) {
   const zot::k_owner copy = zot::make_k();
   ASSERT_EQ(zot::duplicate_k(first.get(), copy.get()), ZOT_OK);
   ASSERT_EQ(first->parsed->owners, 2U);
+  std::free(std::exchange(copy->data, nullptr));
   const zot::k_owner bare = k_of_cluster("c-2");
   ASSERT_EQ(zot::duplicate_k(bare.get(), copy.get()), ZOT_OK);
   EXPECT_EQ(first->parsed->owners, 1U);
