@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/cycle/cycle_checks.hpp"
+#include "tests/support/capabilities.hpp"
 #include "tests/support/element.hpp"
 #include "tests/support/media.hpp"
 
@@ -187,6 +188,19 @@ TEST_F(Undo, LeftoversAreRemovedBeforeTheNextOne) {
   ASSERT_TRUE(begin());
   EXPECT_EQ(read_bytes(undo("subsys.k")), first_configuration().k_text());
   EXPECT_FALSE(zot::has_undo_leftovers(*e.handle()));
+}
+
+TEST_F(Undo, CannotBeBegunWhereItsFolderTakesNoMark) {
+  for (const auto &file : fs::directory_iterator(knowledge_of(e))) {
+    fs::remove(file);
+  }
+  EXPECT_TRUE(holds_without_capabilities([&] {
+    ::umask(0300);  // nothing can be created in a new folder
+    return !begin();
+  }));
+  EXPECT_FALSE(zot::has_undo(*e.handle()));
+  EXPECT_FALSE(zot::has_undo_leftovers(*e.handle()));
+  EXPECT_TRUE(exists(root() + "config"));
 }
 
 TEST_F(Undo, CannotBeBegunWithoutACache) {
