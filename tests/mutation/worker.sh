@@ -47,9 +47,10 @@ kills() {
   if run_tests "$limit" "$filter"; then
     return 1
   fi
-  if [[ $killer == *.* ]] && run_tests "$limit" "$killer"; then
-    return 1
+  if [[ $killer == *.* ]]; then
+    filter=$killer
   fi
+  ! run_tests "$limit" "$filter"
 }
 
 # The suites in the test file of a source file, as a filter; empty if it has none.
