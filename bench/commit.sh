@@ -6,13 +6,17 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 
-readonly sources=(. ':!docs/release' ':!docs/reliability.md' ':!docs/footprint.md'
+readonly sources=(. ':!docs/release/[0-9]*.md' ':!docs/reliability.md' ':!docs/footprint.md'
   ':!docs/performance.md' ':!docs/performance' ':!docs/scale.md' ':!docs/scale')
 
 case ${1:-} in
   --digest) git ls-files -s -- "${sources[@]}" | sha256sum | cut -c 1-16 ;;
   --changes) git status --porcelain -- "${sources[@]}" ;;
   '')
+    git rev-parse --quiet --verify HEAD >/dev/null 2>&1 || {
+      echo unknown
+      exit
+    }
     commit=$(git log -1 --format=%h --abbrev=12 -- "${sources[@]}")
     changes=$(git status --porcelain -- "${sources[@]}")
     echo "$commit${changes:+ with changes}"

@@ -21,7 +21,7 @@ arm_unpack() {
   shift
   sources=$(arm_sources)
   if [[ -z $sources ]]; then
-    apt-get update -qq
+    flock dev.d apt-get update -qq
     sources=$(arm_sources)
   fi
   [[ -n $sources ]] || fail "apt has no sources for the release $arm_suite"

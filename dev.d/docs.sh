@@ -39,7 +39,7 @@ docs_manual() {
 docs_links() {
   say "docs: links"
   local documents
-  mapfile -t documents < <(find . docs examples -maxdepth 1 -name '*.md' | sort)
+  mapfile -t documents < <(find . docs docs/release examples -maxdepth 1 -name '*.md' | sort)
   tests/docs/check_links.sh "${documents[@]}"
 }
 

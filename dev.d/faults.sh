@@ -81,7 +81,7 @@ faults_quick() {
 faults_write_document() {
   local sweep
   for sweep in "${faults_sweeps[@]}"; do
-    [[ -s $faults_results/$sweep.counts ]] || {
+    [[ -s $faults_results/$sweep.counts && -s $faults_results/$sweep.commit ]] || {
       say "faults: $faults_document is written when each of ${faults_sweeps[*]} has run"
       return 0
     }

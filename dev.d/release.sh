@@ -4,8 +4,8 @@
 # repeated for the same sources, so an interrupted release continues where it stopped.
 
 readonly release_folder=build/release/steps
-# What a step prints about something that this machine cannot do. A release leaves nothing out.
-readonly release_left_out='^left out|\*\*\*Skipped|\*\*\*Not Run'
+# What a step prints about something that this machine refuses. A release leaves nothing out.
+readonly release_left_out='^left out|\*\*\*Skipped|\*\*\*Not Run|this user may not replace it'
 readonly release_documents=(docs/reliability.md docs/performance.md docs/footprint.md docs/scale.md)
 
 # Name, command after ./dev, and the lines of its output that have the figure. Quick steps are first, so
@@ -18,15 +18,15 @@ readonly release_steps=(
   'counts|bench --counts|'
   'demo-fleet|demo --fleet|^All [0-9]+ steps passed'
   'web|test --web|^[0-9]+ passed'
-  'delivery|delivery|^== tests: .* cases$|tests passed'
-  'curl|curl|tests passed'
+  'delivery|delivery|^== tests: .* cases$'
+  'curl|curl|passed$'
   'musl|musl|passed'
   'musl-arm|musl --arm|passed'
   'docs|docs|'
   'package|package|  ok  '
-  'arm|arm|^== tests: .* cases$|tests passed'
+  'arm|arm|^== tests: .* cases$'
   'footprint|footprint|^library\.text .* ok$'
-  'coverage|test --coverage|^lines|^branches|coverage'
+  'coverage|test --coverage|^(lines|branches): '
   'fuzz|fuzz 600|^fuzz: .* runs, '
   'faults|faults|^== faults: .* s$'
   'bench-peers|bench --peers|'
@@ -63,9 +63,12 @@ release_step() {
     fail "release: $name failed after $((SECONDS - begin)) s; its output is in $log"
   }
   ! grep -E "$release_left_out" "$log" >&2 || fail "release: $name left something out"
+  [[ $(bench/commit.sh --digest) == "$release_digest" && -z $(bench/commit.sh --changes) ]] ||
+    fail "release: the sources changed while $name ran"
   {
     echo "$release_digest $((SECONDS - begin))"
-    [[ -z $figure ]] || grep -E "$figure" "$log" | sed 's/^== //' || true
+    [[ -z $figure ]] || grep -E "$figure" "$log" | sed 's/^== //' ||
+      fail "release: $name printed no figure: $figure"
   } >"$release_folder/$name.new"
   mv "$release_folder/$name.new" "$release_folder/$name.passed"
   say "release: $name passed after $((SECONDS - begin)) s"
@@ -107,7 +110,8 @@ DOCUMENT
 release_check_documents() {
   local document others
   for document in "${release_documents[@]}"; do
-    others=$(sed -nE 's/^(Measured at commit (.*)\.|\| commit \| (.*) \|)$/\2\3/p' "$document" |
+    others=$(sed -nE 's/^(Measured at commit (.*)\.|\| commit \| ([0-9a-f]{12}.*|unknown) \|)$/\2\3/p' \
+      "$document" |
       grep -vxF "$release_commit") || true
     [[ -z $others ]] || fail "$document has figures of commit $others, not of $release_commit"
     grep -qwF "$release_commit" "$document" || fail "$document does not name commit $release_commit"
@@ -145,6 +149,9 @@ release() {
     return
   }
   release_check_documents
+  say "release: the documents that the steps have written"
+  docs_links
+  ctest --test-dir build/release -R '^docs\.' --output-on-failure --no-tests=error
   version=$(sed -nE 's/^project\(zotconf VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
   release_write_document "$version" >build/release.md
   cp build/release.md "docs/release/$version.md"

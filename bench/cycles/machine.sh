@@ -16,7 +16,7 @@ describe_machine() {
     --arg kernel "$(uname -sr)" \
     --arg compiler "$("$compiler" --version | head -n 1)" \
     --arg date "$(date -u +%F)" \
-    --arg commit "$("$(dirname "${BASH_SOURCE[0]}")/../commit.sh" 2>/dev/null || echo unknown)" \
+    --arg commit "$("$(dirname "${BASH_SOURCE[0]}")/../commit.sh")" \
     '[inputs | split(" ") | select(.[0] == "installed") | {(.[1]): .[2]}] | add as $versions |
      {machine: {$cpu, $cores, memory_kib: $memory, $kernel, $compiler, $versions, $date,
       $commit}}'

@@ -33,8 +33,9 @@ done < <(grep -F '"result":"survived"' "$work/results" || true)
 killed=$(count killed) survived=$(count survived)
 judged=$((killed + survived - equivalent))
 ((judged > 0)) || { echo "no mutation was judged" >&2; exit 1; }
-printf '%d killed, %d survived of which %d are equivalent, %d did not compile; %d.%d %% killed\n' \
-  "$killed" "$survived" "$equivalent" "$(count "not compiled")" \
-  $((killed * 100 / judged)) $((killed * 1000 / judged % 10))
+printf '%d killed (%d by a time-out), %d survived of which %d are equivalent, %d did not compile' \
+  "$killed" "$(grep -cF '"killer":"time-out"' "$work/results" || true)" "$survived" "$equivalent" \
+  "$(count "not compiled")"
+printf '; %d.%d %% killed\n' $((killed * 100 / judged)) $((killed * 1000 / judged % 10))
 ((killed * 100 >= least * judged)) || { echo "fewer than $least % were killed" >&2; exit 1; }
 ((not_judged == 0)) || { echo "$not_judged survived and are not judged in $survivors" >&2; exit 1; }

@@ -13,7 +13,8 @@ tree=$own/tree build=$own/build program=$own/build/tests/zotconf_tests log=$own/
 here=$(dirname "$(readlink -f "$0")")
 key=$(<"$work/key")
 readonly leaks=suppressions=$tree/tests/lsan.supp:print_suppressions=0
-readonly longest_of_file=60 longest_of_rest=300
+longest_of_rest=$(<"$work/longest")
+readonly longest_of_file=60 longest_of_rest
 
 # A mutated program may remove or write anything, and kill anyone: it sees its own processes and
 # network, and may write to its own /tmp alone.

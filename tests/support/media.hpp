@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Media that fail, are full or are interrupted: in a program that includes this, syncfs(), fsync()
-// and write() can be made to fail, and fstatvfs() to tell other figures.
+// Media that fail, are full or are interrupted: in a program that links this, syncfs(), fsync() and
+// write() can be made to fail, and fstatvfs() to tell other figures.
 #pragma once
 
 #include <sys/statvfs.h>

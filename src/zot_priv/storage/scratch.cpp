@@ -77,8 +77,11 @@ sweep_result sweep(int directory, int depth) {
 // Opens an existing regular file without following a link and without blocking.
 zot::descriptor open_plain(int directory, const char *name, struct stat *st) {
   zot::descriptor fd(::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  const bool is_plain = fd.is_open() && ::fstat(fd.get(), st) == 0 && S_ISREG(st->st_mode);
-  return is_plain ? std::move(fd) : zot::descriptor(-1);
+  if (fd.is_open() && (::fstat(fd.get(), st) != 0 || !S_ISREG(st->st_mode))) {
+    fd.close();
+    errno = EISDIR;
+  }
+  return fd;
 }
 
 sweep_result sweep_directory(int scratch, const char *name) {

@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -284,9 +283,16 @@ class FullMedium : public testing::Test {
   FullMedium &operator=(const FullMedium &) = delete;
   ~FullMedium() override { media().change_figures = nullptr; }
 
-  // Whether a get removes what earlier ones have left, on a medium with such figures.
-  bool is_cleared(const std::function<void(struct statvfs &)> &figures) {
-    media().change_figures = figures;
+  // Whether a get removes what earlier ones have left, on a medium with so many blocks and files.
+  bool is_cleared(fsblkcnt_t blocks, fsblkcnt_t free_blocks, fsfilcnt_t all,
+                  fsfilcnt_t free_files) {
+    media().change_figures = [=](struct statvfs &medium) {
+      medium.f_frsize = 4096;
+      medium.f_blocks = blocks;
+      medium.f_bavail = free_blocks;
+      medium.f_files = all;
+      medium.f_favail = free_files;
+    };
     zot::make_room(*files.at.tested.handle());
     return !exists(files.at / "gpb.tgz") && !exists(files.at / "subsys.k.tmp");
   }
@@ -295,24 +301,17 @@ class FullMedium : public testing::Test {
 };
 
 TEST_F(FullMedium, IsClearedWhenLessThan64KiBAreFree) {
-  EXPECT_FALSE(
-      is_cleared([](struct statvfs &medium) { medium.f_bavail = 65536 / medium.f_frsize; }));
-  EXPECT_TRUE(
-      is_cleared([](struct statvfs &medium) { medium.f_bavail = 65536 / medium.f_frsize - 1; }));
+  EXPECT_FALSE(is_cleared(1000, 16, 1000, 1000));
+  EXPECT_TRUE(is_cleared(1000, 15, 1000, 1000));
 }
 
 TEST_F(FullMedium, IsClearedWhenFewerThan8FilesCanBeCreated) {
-  EXPECT_FALSE(is_cleared([](struct statvfs &medium) { medium.f_favail = 8; }));
-  EXPECT_TRUE(is_cleared([](struct statvfs &medium) { medium.f_favail = 7; }));
+  EXPECT_FALSE(is_cleared(1000, 1000, 1000, 8));
+  EXPECT_TRUE(is_cleared(1000, 1000, 1000, 7));
 }
 
 TEST_F(FullMedium, IsNoneThatHasNoLimits) {
-  EXPECT_FALSE(is_cleared([](struct statvfs &medium) {
-    medium.f_blocks = 0;
-    medium.f_bavail = 0;
-    medium.f_files = 0;
-    medium.f_favail = 0;
-  }));
+  EXPECT_FALSE(is_cleared(0, 0, 0, 0));
 }
 
 TEST(ClearDownloadTargets, PlainFilesStay) {

@@ -195,6 +195,17 @@ TEST(ScratchWatch, FifoNamedAsKFromBeforeIsRemovedWithoutWaiting) {
   EXPECT_FALSE(exists(watched.at / "subsys.k"));
 }
 
+TEST(ScratchWatch, FolderNamedAsKIsAnErrorWhateverFailedBefore) {
+  for (const int before : {0, ENOENT}) {
+    watched watched;
+    fs::remove(watched.at / "subsys.k");
+    fs::create_directory(watched.at / "subsys.k");
+    errno = before;
+    EXPECT_FALSE(watched.begin());
+    EXPECT_EQ(errno, EISDIR);
+  }
+}
+
 TEST(ScratchWatch, NewLinkIsRemovedAndReported) {
   watched watched;
   ASSERT_TRUE(watched.begin());
