@@ -23,7 +23,8 @@ mutation_configure() {
   local worker=$1 tree=$mutation/worker.$1/tree
   rm -rf "$tree"
   mkdir -p "$tree"
-  mutation_files | tar -c -T - | tar -x -C "$tree"
+  # With new times: an interrupted run may have left an object of a mutated file.
+  mutation_files | tar -c -T - | tar -x -m -C "$tree"
   CCACHE_NOHASHDIR=1 cmake -S "$tree" -B "$mutation/worker.$worker/build" -G Ninja --log-level=WARNING \
     -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS_DEBUG=-O0 -DCMAKE_CXX_FLAGS_DEBUG="-O0 -w" \
     -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
