@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zot_list.hpp"
 
-#include <bit>
+#include <array>
 #include <cstdint>
 
 #include "utilities/own_names.hpp"
@@ -41,63 +41,75 @@ class list_order {
   zot_list_cmp cmp_;
 };
 
-// Appends the nodes of two runs in order until one run is empty, and returns the last one appended.
-// `earlier` becomes the remainder.
-zot_list *append_both(const list_order &order, zot_list *last, zot_list *&earlier,
-                      zot_list *later) {
-  while (earlier != nullptr && later != nullptr) {
-    zot_list *const node = order.take_front(earlier, later);
-    last->next = node;
-    node->prev = last;
-    last = node;
-  }
-  if (earlier == nullptr) {
-    earlier = later;
-  }
-  return last;
-}
-
 zot_list *merge(const list_order &order, zot_list *earlier, zot_list *later) {
   zot_list start{};
-  zot_list *const last = append_both(order, &start, earlier, later);
-  last->next = earlier;
+  zot_list *last = &start;
+  while (earlier != nullptr && later != nullptr) {
+    last->next = order.take_front(earlier, later);
+    last = last->next;
+  }
+  last->next = earlier != nullptr ? earlier : later;
   return start.next;
 }
 
-// Sorts the first nodes of a chain, at least one, and moves `rest` behind them. The earlier part is
-// a power of two.
-zot_list *take_sorted(const list_order &order, zot_list *&rest, size_t count) {
-  if (count == 1) {
-    zot_list *const node = rest;
-    rest = node->next;
-    node->next = nullptr;
-    return node;
-  }
-  const size_t half = std::bit_floor(count - 1);
-  zot_list *const earlier = take_sorted(order, rest, half);
-  return merge(order, earlier, take_sorted(order, rest, count - half));
-}
+// Sorted runs that wait to be merged with a run of the same size. The run at level n holds 2^n
+// nodes; only the highest usable level takes all the nodes of a longer list.
+class run_levels {
+ public:
+  explicit run_levels(const list_order &order) : order_(order) {}
 
-size_t count_nodes(const zot_list *head) {
-  size_t count = 0;
-  for (const zot_list *node = head->next; node != head; node = node->next) {
-    ++count;
+  void add(zot_list *run) {
+    size_t level = 0;
+    for (; runs_[level] != nullptr; ++level) {
+      run = merge(order_, runs_[level], run);
+      runs_[level] = nullptr;
+    }
+    if (level > highest_) {
+      level = level < last_level ? level : last_level - 1;
+      highest_ = level;
+    }
+    runs_[level] = run;
   }
-  return count;
-}
+
+  // Merges all runs below the highest level, which hold the later nodes, into one.
+  zot_list *merge_lower() {
+    zot_list *merged = nullptr;
+    for (size_t level = 0; level < highest_; ++level) {
+      if (runs_[level] != nullptr) {
+        merged = merge(order_, runs_[level], merged);
+      }
+    }
+    return merged;
+  }
+
+  [[nodiscard]] zot_list *highest() const { return runs_[highest_]; }
+
+ private:
+  static constexpr size_t last_level = 20;
+
+  const list_order &order_;
+  std::array<zot_list *, last_level + 1> runs_{};
+  size_t highest_ = 0;
+};
 
 // The last merge. It turns the chain into a circular list with links both ways.
 void merge_into_circle(const list_order &order, zot_list *head, zot_list *earlier,
                        zot_list *later) {
-  zot_list *last = append_both(order, head, earlier, later);
-  uint8_t count = 0;
-  for (zot_list *node = earlier; node != nullptr; node = node->next) {
-    if (++count == 0) {
-      order.touch(node);
-    }
+  zot_list *last = head;
+  const auto append = [&last](zot_list *node) {
     last->next = node;
     node->prev = last;
     last = node;
+  };
+  while (earlier != nullptr && later != nullptr) {
+    append(order.take_front(earlier, later));
+  }
+  uint8_t count = 0;
+  for (zot_list *node = earlier != nullptr ? earlier : later; node != nullptr; node = node->next) {
+    if (++count == 0) {
+      order.touch(node);
+    }
+    append(node);
   }
   last->next = head;
   head->prev = last;
@@ -150,16 +162,20 @@ void zot_list_remove(zot_list *node) {
 }
 
 void zot_list_sort(void *priv, zot_list *head, zot_list_cmp cmp) {
-  const size_t count = count_nodes(head);
-  if (count < 2) {
+  if (zot_list_is_empty(head)) {
     return;
   }
   const list_order order(priv, cmp);
-  const size_t half = std::bit_floor(count - 1);
+  run_levels levels(order);
   head->prev->next = nullptr;
-  zot_list *rest = head->next;
-  zot_list *const earlier = take_sorted(order, rest, half);
-  merge_into_circle(order, head, earlier, take_sorted(order, rest, count - half));
+  for (zot_list *node = head->next; node != nullptr;) {
+    zot_list *const rest = node->next;
+    node->next = nullptr;
+    levels.add(node);
+    node = rest;
+  }
+  zot_list *const lower = levels.merge_lower();
+  merge_into_circle(order, head, levels.highest(), lower);
 }
 
 ZOT_PLAIN_NAME(list_add_tail);

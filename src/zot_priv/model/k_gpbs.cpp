@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The GPB list of a K.
 #include <cjson/cJSON.h>
-#include <endian.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string_view>
 
 #include "utilities/gpb_path.hpp"
-#include "utilities/owner.hpp"
 #include "zot_conf.h"
 #include "zot_err.hpp"
 #include "zot_list.hpp"
@@ -110,77 +107,17 @@ int append(zot_ctx *handle, zot_list *gpbs, const element &stated) {
   return ZOT_OK;
 }
 
-// What an entry is sorted by, in an array of its own: the entries lie far apart in memory, and most
-// comparisons would wait for it.
-struct sort_key {
-  // The category and the first seven characters of the key.
-  uint64_t start;
-  zot_gpb *gpb;
-};
-
-sort_key key_of(zot_gpb &gpb) {
-  constexpr int category_shift = 56;
-  constexpr int key_shift = 8;
-  uint64_t key = 0;
-  std::memcpy(&key, gpb.key, sizeof key);
-  return {static_cast<uint64_t>(gpb.category) << category_shift | be64toh(key) >> key_shift, &gpb};
+int compare(void * /*unused*/, zot_list *a, zot_list *b) {
+  return zot_priv_cmp_gpb(&zot::gpb_of(a), &zot::gpb_of(b), nullptr);
 }
 
-bool is_after(const sort_key &a, const sort_key &b) {
-  return a.start > b.start || (a.start == b.start && zot_priv_cmp_gpb(a.gpb, b.gpb, nullptr) > 0);
-}
-
-// Merges sorted halves. Publishers mostly list the files in order already, so that the halves only
-// have to be compared where they meet. `room` has space for one half.
-void merge_sort(sort_key *keys, const sort_key *end, sort_key *room) {
-  const size_t half = static_cast<size_t>(end - keys) / 2;
-  if (half == 0) {
-    return;
+bool is_sorted(zot_list *gpbs) {
+  for (zot_list *node = gpbs->next; node->next != gpbs; node = node->next) {
+    if (compare(nullptr, node, node->next) > 0) {
+      return false;
+    }
   }
-  sort_key *later = keys + half;
-  merge_sort(keys, later, room);
-  merge_sort(later, end, room);
-  if (!is_after(later[-1], *later)) {
-    return;
-  }
-  std::memcpy(room, keys, half * sizeof *keys);
-  const sort_key *const room_end = room + half;
-  while (room != room_end) {
-    *keys++ = later == end || !is_after(*room, *later) ? *room++ : *later++;
-  }
-}
-
-// Links the entries in the order of the keys. Returns whether two neighbours have the same start:
-// only these may be versions of one object.
-bool link_in_order(zot_list *gpbs, const sort_key *keys, const sort_key *end) {
-  bool has_twins = false;
-  uint64_t before = 0;
-  zot_list_init(gpbs);
-  for (; keys != end; ++keys) {
-    has_twins |= keys->start == before;
-    before = keys->start;
-    list_add_tail(gpbs, &keys->gpb->node);
-  }
-  return has_twins;
-}
-
-int sort(zot_ctx *handle, zot_list *gpbs) {
-  // Not zero, because no memory at all may be a null pointer.
-  size_t count = 1;
-  for (const zot_list *node = gpbs->next; node != gpbs; node = node->next) {
-    ++count;
-  }
-  const zot::c_ptr<sort_key> keys(
-      static_cast<sort_key *>(std::malloc(2 * count * sizeof(sort_key))));
-  if (keys == nullptr) {
-    return ZOT_RECORD_NO_MEMORY_AT(handle, operation);
-  }
-  sort_key *end = keys.get();
-  for (zot_gpb &gpb : zot::gpb_range(gpbs)) {
-    *end++ = key_of(gpb);
-  }
-  merge_sort(keys.get(), end, end);
-  return link_in_order(gpbs, keys.get(), end) ? zot_priv_chk_dup_gpb(handle, gpbs) : ZOT_OK;
+  return true;
 }
 
 int build(zot_ctx *handle, zot_list *gpbs, const cJSON &elements) {
@@ -189,7 +126,11 @@ int build(zot_ctx *handle, zot_list *gpbs, const cJSON &elements) {
       return status;
     }
   }
-  return sort(handle, gpbs);
+  // Publishers mostly list the files in this order already.
+  if (!is_sorted(gpbs)) {
+    zot_list_sort(nullptr, gpbs, compare);
+  }
+  return zot_priv_chk_dup_gpb(handle, gpbs);
 }
 
 }  // namespace
