@@ -17,10 +17,8 @@ source bench/fleet/packages.sh
 
 # bench_build TARGET...
 bench_build() {
-  local quiet=()
-  [[ -t 1 ]] || quiet=(-- --quiet)
-  cmake --preset release -DZOTCONF_BUILD_BENCH=ON --log-level=WARNING >/dev/null
-  cmake --build --preset release -j "$jobs" --target "$@" "${quiet[@]}"
+  configure release -DZOTCONF_BUILD_BENCH=ON
+  build_quietly release "$@"
 }
 
 # bench_make [PACKAGE]...

@@ -2,10 +2,19 @@
 # shellcheck shell=bash disable=SC2034,SC2154
 # Builds the project and runs the demo.
 
-# configure PRESET [OPTION OF CMAKE]...
-configure() {
-  cmake --preset "$@" --log-level=WARNING >/dev/null
+# hold_folder PRESET: until the subshell ends. Commands may run side by side, but a build folder takes one
+# at a time.
+hold_folder() {
+  mkdir -p build
+  exec 9>"build/$1.lock"
+  flock 9
 }
+
+# configure PRESET [OPTION OF CMAKE]...
+configure() (
+  hold_folder "$1"
+  cmake --preset "$@" --log-level=WARNING >/dev/null
+)
 
 readonly seconds_between_steps=10
 
@@ -24,17 +33,29 @@ sparse_steps() {
 }
 
 # build_steps PRESET [TARGET]...: a terminal gets one updated line, a file gets few lines.
-build_steps() {
-  local preset=$1
+build_steps() (
+  preset=$1
   shift
-  local command=(cmake --build --preset "$preset" -j "$jobs")
+  command=(cmake --build --preset "$preset" -j "$jobs")
   (($# == 0)) || command+=(--target "$@")
+  hold_folder "$preset"
   if [[ -t 1 ]]; then
     "${command[@]}"
   else
     "${command[@]}" | sparse_steps
   fi
-}
+)
+
+# build_quietly PRESET [TARGET]...: a file gets no lines.
+build_quietly() (
+  preset=$1
+  shift
+  command=(cmake --build --preset "$preset" -j "$jobs")
+  (($# == 0)) || command+=(--target "$@")
+  [[ -t 1 ]] || command+=(-- --quiet)
+  hold_folder "$preset"
+  "${command[@]}"
+)
 
 build() {
   local preset=${1:-release}

@@ -29,7 +29,7 @@ curl_cycles() {
   curl_make_variants
   say "curl: the library and its programs, with each libcurl"
   configure release
-  cmake --build --preset release -j "$jobs" --target zotconf_cli zotconf_static -- --quiet
+  build_quietly release zotconf_cli zotconf_static
   local variants variant source
   mapfile -t variants <"$curl_build/variants/names"
   for variant in "${variants[@]}"; do

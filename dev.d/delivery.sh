@@ -31,7 +31,7 @@ delivery() {
   delivery_make_store
   say "delivery: build"
   configure release
-  cmake --build --preset release -j "$jobs" --target zotconf_cli -- --quiet
+  build_quietly release zotconf_cli
   say "delivery: nginx"
   delivery_run server examples/nginx.conf
   say "delivery: nginx with ready-made files"

@@ -16,10 +16,8 @@ readonly threads_build=build/threads
 faults_make() {
   setup
   say "faults: build"
-  cmake --preset release -DZOTCONF_BUILD_FAULTS=ON --log-level=WARNING >/dev/null
-  local quiet=()
-  [[ -t 1 ]] || quiet=(-- --quiet)
-  cmake --build --preset release -j "$jobs" "${quiet[@]}"
+  configure release -DZOTCONF_BUILD_FAULTS=ON
+  build_quietly release
 }
 
 faults_make_threads() {

@@ -7,23 +7,16 @@ readonly footprint_limits=$footprint_folder/limits.txt
 readonly footprint_document=docs/footprint.md
 readonly footprint_values=build/footprint.values
 
-footprint_build_targets() {
-  local preset=$1 quiet=()
-  shift
-  [[ -t 1 ]] || quiet=(-- --quiet)
-  configure "$preset"
-  cmake --build --preset "$preset" -j "$jobs" --target "$@" "${quiet[@]}"
-}
-
 footprint_build() {
   [[ $(uname -m) == x86_64 ]] ||
     fail "the document compares ARM with x86-64: run footprint on an x86-64 machine"
   arm_setup
   need binutils-arm-linux-gnueabihf strace
   say "footprint: build"
-  footprint_build_targets release \
-    zotconf_cli footprint_process footprint_command bench_source
-  footprint_build_targets arm footprint_heap footprint_process
+  configure release
+  build_quietly release zotconf_cli footprint_process footprint_command bench_source
+  configure arm
+  build_quietly arm footprint_heap footprint_process
 }
 
 footprint_measure() {

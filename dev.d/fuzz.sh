@@ -8,10 +8,8 @@ readonly fuzz_targets=(k_content gpb_path checksum json parameters cycle archive
 fuzz_make() {
   setup
   need clang libclang-rt-14-dev
-  cmake --preset fuzz --log-level=WARNING >/dev/null
-  local quiet=()
-  [[ -t 1 ]] || quiet=(-- --quiet)
-  cmake --build --preset fuzz -j "$jobs" --target zotconf_fuzz "${quiet[@]}"
+  configure fuzz
+  build_quietly fuzz zotconf_fuzz
 }
 
 # If the bytes of an input are steps or members, starting with short inputs does not help. If a service

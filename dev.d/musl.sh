@@ -86,7 +86,7 @@ lint_libc() {
   local library=build/release/src/libzotconf.so archive=$musl_build/headers/src/libzotconf.a
   local machine others offered own status=0
   configure release
-  cmake --build --preset release -j "$jobs" --target zotconf -- --quiet
+  build_quietly release zotconf
   machine=$(musl-gcc -dumpmachine)
   mapfile -t others < <(ldd "$library" | awk '/^[ \t]*lib(curl|crypto|cjson)\./ { print $3 }')
   ((${#others[@]} == 3)) || fail "$library is not linked with libcurl, libcrypto and libcjson"
@@ -131,7 +131,7 @@ musl_link_programs() {
 
 musl_make_program() {
   configure release
-  cmake --build --preset release -j "$jobs" --target zotconf_cli -- --quiet
+  build_quietly release zotconf_cli
 }
 
 musl() {

@@ -64,7 +64,7 @@ package() {
 
 package_update_abi() {
   package_setup
-  cmake --build --preset package -j "$jobs" --target zotconf
+  build_steps package zotconf
   packaging/test/abi.sh "$(package_built_library)" "$(abi_baseline)" --update
   say "package: $(abi_baseline) now has the current interface"
 }
