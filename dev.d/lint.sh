@@ -222,11 +222,19 @@ lint_analysis() {
   analyse build/lint "^$PWD/(src|utilities)/.*\.cpp$"
 }
 
+# lint_paths_of_tools [OPTION]...
 lint_paths_of_tools() {
   say "lint: the paths of the tools' functions"
   lint_configure build/lint
   local -r without=-clang-analyzer-security.insecureAPI.DeprecatedOrUnsafeBufferHandling
-  analyse build/lint "^$PWD/tools/.*\.cpp$" --checks="-*,clang-analyzer-*,$without"
+  analyse build/lint "^$PWD/tools/.*\.cpp$" --checks="-*,clang-analyzer-*,$without" \
+    "$@"
+}
+
+# Ends the analysis of a function after a third of the analyser's usual steps, which takes half the time.
+lint_short_paths_of_tools() {
+  lint_paths_of_tools --extra-arg=-Xclang --extra-arg=-analyzer-config \
+    --extra-arg=-Xclang --extra-arg=max-nodes=75000
 }
 
 lint_quick() {

@@ -13,6 +13,7 @@ readonly release_documents=(docs/reliability.md docs/performance.md docs/footpri
 # so that a release that cannot pass fails early. The others are long forms of its parts.
 readonly release_steps=(
   'ci|.ci/run|^== tests: .* cases$| s system: '
+  'lint-paths|./dev lint --paths|'
   'musl-arm|./dev musl --arm|passed'
   'footprint|./dev footprint|^library\.text .* ok$'
   'coverage|./dev test --coverage|^(lines|branches): '
