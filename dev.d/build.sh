@@ -32,30 +32,30 @@ sparse_steps() {
   done
 }
 
-# build_steps PRESET [TARGET]...: a terminal gets one updated line, a file gets few lines.
-build_steps() (
-  preset=$1
+# run_ninja PRESET [TARGET]... [-- OPTION OF NINJA]...
+run_ninja() (
+  command=(cmake --build --preset "$1" -j "$jobs")
+  hold_folder "$1"
   shift
-  command=(cmake --build --preset "$preset" -j "$jobs")
-  (($# == 0)) || command+=(--target "$@")
-  hold_folder "$preset"
-  if [[ -t 1 ]]; then
-    "${command[@]}"
-  else
-    "${command[@]}" | sparse_steps
-  fi
+  [[ ${1:---} == -- ]] || command+=(--target)
+  "${command[@]}" "$@"
 )
 
+# build_steps PRESET [TARGET]...: a terminal gets one updated line, a file gets few lines.
+build_steps() {
+  if [[ -t 1 ]]; then
+    run_ninja "$@"
+  else
+    run_ninja "$@" | sparse_steps
+  fi
+}
+
 # build_quietly PRESET [TARGET]...: a file gets no lines.
-build_quietly() (
-  preset=$1
-  shift
-  command=(cmake --build --preset "$preset" -j "$jobs")
-  (($# == 0)) || command+=(--target "$@")
-  [[ -t 1 ]] || command+=(-- --quiet)
-  hold_folder "$preset"
-  "${command[@]}"
-)
+build_quietly() {
+  local quiet=()
+  [[ -t 1 ]] || quiet=(-- --quiet)
+  run_ninja "$@" "${quiet[@]}"
+}
 
 build() {
   local preset=${1:-release}

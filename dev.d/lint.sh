@@ -227,8 +227,7 @@ lint_paths_of_tools() {
   say "lint: the paths of the tools' functions"
   lint_configure build/lint
   local -r without=-clang-analyzer-security.insecureAPI.DeprecatedOrUnsafeBufferHandling
-  analyse build/lint "^$PWD/tools/.*\.cpp$" --checks="-*,clang-analyzer-*,$without" \
-    "$@"
+  analyse build/lint "^$PWD/tools/.*\.cpp$" --checks="-*,clang-analyzer-*,$without" "$@"
 }
 
 # Ends the analysis of a function after a third of the analyser's usual steps, which takes half the time.

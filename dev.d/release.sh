@@ -10,7 +10,7 @@ readonly release_left_out='^left out|\*\*\*Skipped|\*\*\*Not Run|this user may n
 readonly release_documents=(docs/reliability.md docs/performance.md docs/footprint.md docs/scale.md)
 
 # Name, command, and the lines of its output that have the figures. What every change has to pass is first,
-# so that a release that cannot pass fails early. The others are long forms of its parts.
+# so that a release that cannot pass fails early. The others are long forms of its parts, and measurements.
 readonly release_steps=(
   'ci|.ci/run|^== tests: .* cases$| s system: '
   'lint-paths|./dev lint --paths|'
