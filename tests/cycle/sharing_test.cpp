@@ -824,8 +824,11 @@ class SharingWithAReader : public Sharing {
       fs::rename(knowledge_of(e) + "/" + name, knowledge_of(e) + "/prev_" + name);
     }
   }
+  // No answer here comes from the service. Its threads end first, because a child of a process with
+  // threads may be left with a lock that one of them held.
   template <class Body>
   void expect_in_child(Body body) {
+    remote.stop();
     const pid_t child = ::fork();
     if (child == 0) {
       ::_exit(body() ? 0 : 1);
