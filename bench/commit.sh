@@ -6,8 +6,8 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 
-readonly sources=(. ':!docs/release/[0-9]*.md' ':!docs/reliability.md' ':!docs/footprint.md'
-  ':!docs/performance.md' ':!docs/performance' ':!docs/scale.md' ':!docs/scale')
+readonly sources=(. ':!docs/release/[0-9]*.md' ':!docs/release/steps' ':!docs/reliability.md'
+  ':!docs/footprint.md' ':!docs/performance.md' ':!docs/performance' ':!docs/scale.md' ':!docs/scale')
 
 case ${1:-} in
   --digest) git ls-files -s -- "${sources[@]}" | sha256sum | cut -c 1-16 ;;

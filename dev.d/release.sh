@@ -4,6 +4,9 @@
 # repeated for the same sources, so an interrupted release continues where it stopped.
 
 readonly release_folder=build/release/steps
+# A record for each step that has passed. They are committed, so that a release can go on in another checkout
+# or on another machine.
+readonly release_records=docs/release/steps
 # What a step prints about something that this machine refuses, or that was left out for time. A release
 # leaves nothing out.
 readonly release_left_out='^left out|\*\*\*Skipped|\*\*\*Not Run|this user may not replace it|^== skipped'
@@ -31,11 +34,17 @@ release_check_clean() {
   [[ -z $changes ]] || fail "a release needs sources that are committed: $changes"
 }
 
-# The first line of a result is "DIGEST SECONDS".
+# The first line of a record is "DIGEST SECONDS", the second the machine. The others have the figures.
 release_has_passed() {
   local digest=
-  read -r digest _ 2>/dev/null <"$release_folder/$1.passed" || true
+  read -r digest _ 2>/dev/null <"$release_records/$1" || true
   [[ $digest == "$release_digest" ]]
+}
+
+release_machine() {
+  printf '%s, %d processors, %.1f GiB of memory, %s\n' \
+    "$(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1)" "$(nproc)" \
+    "$(awk '/^MemTotal:/ { print $2 / 1048576 }' /proc/meminfo)" "$(uname -sr)"
 }
 
 # release_step NAME FIGURE COMMAND...
@@ -47,7 +56,7 @@ release_step() {
     return
   fi
   say "release: $name"
-  rm -f "$release_folder/$name.passed"
+  rm -f "$release_records/$name"
   "$@" >"$log" 2>&1 </dev/null || {
     tail -n 40 "$log" >&2
     fail "release: $name failed after $((SECONDS - begin)) s; its output is in $log"
@@ -57,18 +66,19 @@ release_step() {
     fail "release: the sources changed while $name ran"
   {
     echo "$release_digest $((SECONDS - begin))"
+    release_machine
     [[ -z $figure ]] || grep -E "$figure" "$log" | sed 's/^== //' ||
       fail "release: $name printed no figure: $figure"
   } >"$release_folder/$name.new"
-  mv "$release_folder/$name.new" "$release_folder/$name.passed"
+  mv "$release_folder/$name.new" "$release_records/$name"
   say "release: $name passed after $((SECONDS - begin)) s"
 }
 
 release_row() {
   local -r name=$1 command=$2
   local seconds figures
-  read -r _ seconds <"$release_folder/$name.passed"
-  figures=$(tail -n +2 "$release_folder/$name.passed" | awk '
+  read -r _ seconds <"$release_records/$name"
+  figures=$(tail -n +3 "$release_records/$name" | awk '
     { gsub(/\|/, "\\|"); text = text (NR > 1 ? "<br>" : "") $0 }
     END { print text }')
   printf "| \`%s\` | %d s | passed | %s | %s |\n" "$command" "$seconds" "$figures" "$release_commit"
@@ -81,11 +91,12 @@ release_write_document() {
 # Release $version
 
 Everything that \`./dev release\` runs, in its long form, on commit $release_commit. A later commit has the same
-sources if it changes only the documents that the steps write: this one, ${release_documents[*]##*/}
-and the plots.
+sources if it changes only what the steps write: this document, ${release_documents[*]##*/},
+the plots and the records in steps/.
 
-The machine: $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) processors,
-$(awk '/^MemTotal:/ { printf "%.1f", $2 / 1048576 }' /proc/meminfo) GiB of memory, $(uname -sr).
+Measured on:
+
+$(awk 'FNR == 2 { print "- " $0 }' "$release_records"/* | sort -u)
 
 | step | time | result | figures | commit |
 |---|---:|---|---|---|
@@ -124,7 +135,7 @@ release() {
   done
   setup
   release_check_clean
-  mkdir -p "$release_folder" docs/release
+  mkdir -p "$release_folder" "$release_records"
   release_digest=$(bench/commit.sh --digest)
   release_commit=$(bench/commit.sh)
   for step in "${release_steps[@]}"; do
