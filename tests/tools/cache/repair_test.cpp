@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cache/repair.hpp"
 
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <array>
 #include <csignal>
 #include <cstdlib>
+#include <stdexcept>
 
 #include "tests/tools/support/cached_element.hpp"
 #include "tests/tools/support/interrupted.hpp"
@@ -32,6 +37,24 @@ bool has_open(pid_t process, const std::string &directory) {
   return false;
 }
 
+// Tells whether a process has read a file since the watch began.
+class watched_file {
+ public:
+  explicit watched_file(const std::string &path)
+      : events_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    if (::inotify_add_watch(events_.get(), path.c_str(), IN_CLOSE_NOWRITE) < 0) {
+      throw std::runtime_error("cannot watch " + path);
+    }
+  }
+  [[nodiscard]] bool was_read() const {
+    std::array<char, 4096> events{};
+    return ::read(events_.get(), events.data(), events.size()) > 0;
+  }
+
+ private:
+  zot::descriptor events_;
+};
+
 class Repair : public CachedElement {
  protected:
   void SetUp() override {
@@ -45,6 +68,12 @@ class Repair : public CachedElement {
     std::vector<std::string> args = {"verify", "--repair", "--index", index_};
     args.insert(args.end(), more.begin(), more.end());
     return run(args);
+  }
+  // The examination opens the folder too, but not after it has read the last file.
+  void wait_for_the_lock(const background &running, const watched_file &last_of_k) const {
+    const std::string root = std::filesystem::canonical(conf_root_);
+    wait_until([&] { return last_of_k.was_read(); }, "the examination");
+    wait_until([&] { return has_open(running.pid(), root); }, "the repair at the lock");
   }
 
   const std::string k_ = conf("knowledge/subsys.k");
@@ -405,10 +434,10 @@ TEST_F(Repair, TouchesNothingWhileACommitGoesOn) {
 
 TEST_F(Repair, PutsNothingBesideWhatAnotherProcessCommitsMeanwhile) {
   write_bytes(conf("config/Zone/z/1"), "country=FR");
-  const std::string root = std::filesystem::canonical(conf_root_);
   std::unique_ptr<held_lock> other = std::make_unique<held_lock>(conf_root_);
+  const watched_file last_of_k(conf("config/Zone/z/1"));
   background running({"verify", "--repair", "--index", index_}, variables());
-  wait_until([&] { return has_open(running.pid(), root); }, "the repair at the lock");
+  wait_for_the_lock(running, last_of_k);
   const interrupted_commit commit(conf_root_);
   other.reset();
   EXPECT_EQ(running.wait(), failed);
@@ -419,10 +448,10 @@ TEST_F(Repair, PutsNothingBesideWhatAnotherProcessCommitsMeanwhile) {
 
 TEST_F(Repair, BringsNothingBackOfWhatAnotherProcessRollsBackMeanwhile) {
   write_bytes(conf("config/Zone/z/1"), "damaged");
-  const std::string root = std::filesystem::canonical(conf_root_);
   std::unique_ptr<held_lock> other = std::make_unique<held_lock>(conf_root_);
+  const watched_file last_of_k(conf("config/Zone/z/1"));
   background running({"verify", "--repair", "--index", index_}, variables());
-  wait_until([&] { return has_open(running.pid(), root); }, "the repair at the lock");
+  wait_for_the_lock(running, last_of_k);
   std::filesystem::copy(k_, conf("knowledge/corrupted.k"));
   std::filesystem::copy(checksum_, conf("knowledge/corrupted.checksum"));
   other.reset();
